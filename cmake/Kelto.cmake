@@ -1,0 +1,45 @@
+# What every target of this project shares.
+
+add_library(kelto_options INTERFACE)
+target_include_directories(kelto_options INTERFACE ${PROJECT_SOURCE_DIR})
+target_compile_options(kelto_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wno-sign-conversion
+                                               -Wnon-virtual-dtor -Woverloaded-virtual -Werror
+                                               $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local>)
+
+# kelto_library(NAME SOURCES file... LINK target...): one static library.
+function(kelto_library name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINK" ${ARGN})
+  add_library(${name} STATIC ${ARG_SOURCES})
+  target_link_libraries(${name} PUBLIC kelto_options ${ARG_LINK})
+endfunction()
+
+# kelto_tests(FOLDER LINK target...): the tests of tests/FOLDER, one program per label. The end of a file's name gives its
+# label: x_test.cpp is "unit", x_gui_test.cpp, x_bus_test.cpp, x_system_test.cpp and x_slow_test.cpp are "gui", "bus",
+# "system" and "slow".
+function(kelto_tests folder)
+  cmake_parse_arguments(ARG "" "" "LINK" ${ARGN})
+  foreach(target IN LISTS ARG_LINK)
+    if(NOT TARGET ${target})
+      return()
+    endif()
+  endforeach()
+  file(GLOB all CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*_test.cpp)
+  foreach(label IN ITEMS gui bus system slow unit)
+    set(sources ${all})
+    if(label STREQUAL "unit")
+      list(FILTER sources EXCLUDE REGEX "_(gui|bus|system|slow)_test\\.cpp$")
+    else()
+      list(FILTER sources INCLUDE REGEX "_${label}_test\\.cpp$")
+    endif()
+    if(sources)
+      string(REPLACE "/" "_" flat ${folder})
+      set(program test_${flat}_${label})
+      add_executable(${program} ${sources})
+      target_link_libraries(${program} PRIVATE kelto_options ${ARG_LINK} GTest::gmock GTest::gtest_main)
+      target_compile_definitions(${program} PRIVATE KELTO_BIN_DIR="${CMAKE_BINARY_DIR}/bin"
+                                                    KELTO_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
+      gtest_discover_tests(${program} TEST_PREFIX "${folder}/" DISCOVERY_TIMEOUT 60
+                           PROPERTIES LABELS ${label} TIMEOUT 120)
+    endif()
+  endforeach()
+endfunction()

@@ -1,0 +1,27 @@
+#include "platform/Platform.h"
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+
+namespace platform {
+namespace {
+
+std::atomic<Platform*> installed{nullptr};
+
+}  // namespace
+
+Platform& current() {
+  Platform* platform = installed.load(std::memory_order_acquire);
+  if (platform == nullptr) {
+    std::fputs("no platform is installed: make a platform::Installation first\n", stderr);
+    std::abort();
+  }
+  return *platform;
+}
+
+Installation::Installation(Platform& platform) { installed.store(&platform, std::memory_order_release); }
+
+Installation::~Installation() { installed.store(nullptr, std::memory_order_release); }
+
+}  // namespace platform

@@ -1,0 +1,47 @@
+#pragma once
+// Everything that the five subsystems may ask of the operating system, in one place.
+//
+// One Platform lives in a process. The framework's main function makes it and installs it before anything else runs; tests
+// install one of fakes each. References stay valid for the life of the Platform.
+#include "platform/Authorization.h"
+#include "platform/Bundle.h"
+#include "platform/FileManager.h"
+#include "platform/NotificationCenter.h"
+#include "platform/ProcessScope.h"
+#include "platform/RunLoop.h"
+#include "platform/UserDefaults.h"
+#include "platform/UserInterface.h"
+#include "platform/Workspace.h"
+
+namespace platform {
+
+struct Platform {
+  Application& application;
+  RunLoop& runLoop;
+  UserDefaults& standardUserDefaults;
+  NotificationCenter& defaultNotificationCenter;
+  DistributedNotificationCenter& distributedNotificationCenter;
+  Bundles& bundles;
+  FileManager& fileManager;
+  AuthorizationServices& authorizationServices;
+  Workspace& workspace;
+  ServiceManagement& serviceManagement;
+  Shell& shell;
+  SystemLog& systemLog;
+  // The once-made objects of the process; last, so that they go before what they use.
+  ProcessScope process{};
+};
+
+// The installed platform. Terminates the process with a message when none is installed.
+Platform& current();
+
+// Installs `platform` for the life of this object and takes it away again. Not nested; one thread, before others start.
+class Installation {
+ public:
+  explicit Installation(Platform& platform);
+  ~Installation();
+  Installation(const Installation&) = delete;
+  Installation& operator=(const Installation&) = delete;
+};
+
+}  // namespace platform

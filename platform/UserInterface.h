@@ -1,0 +1,90 @@
+#pragma once
+// The window and what stands in it, alerts, and the application that owns them. Main thread only.
+//
+// Elements are owned by the interface description that was loaded; everyone else holds weak references.
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/Geometry.h"
+#include "platform/NotificationCenter.h"
+
+namespace platform {
+
+struct Platform;
+
+class InterfaceElement {
+ public:
+  virtual ~InterfaceElement() = default;
+};
+
+class Window : public InterfaceElement {
+ public:
+  // In screen coordinates, origin at the bottom-left corner of the main screen, borders included.
+  [[nodiscard]] virtual Rect frame() const = 0;
+  virtual void setFrame(const Rect& frame, bool display) = 0;
+  virtual void setFrameOrigin(Point origin) = 0;
+  virtual void center() = 0;
+  virtual void setTitle(std::string_view title) = 0;
+  virtual void makeKeyAndOrderFront() = 0;
+};
+
+class TextField : public InterfaceElement {
+ public:
+  virtual void setStringValue(std::string_view text) = 0;
+};
+
+class Button : public InterfaceElement {
+ public:
+  virtual void setTitle(std::string_view title) = 0;
+};
+
+class ProgressIndicator : public InterfaceElement {
+ public:
+  // The animation goes on while the main thread is busy with a blocking call of the platform.
+  virtual void setUsesThreadedAnimation(bool threaded) = 0;
+  virtual void startAnimation() = 0;
+};
+
+// An alert with one button.
+struct Alert {
+  std::string messageText;
+  std::string informativeText;
+  std::string defaultButton;
+  bool operator==(const Alert&) const = default;
+};
+
+class Application {
+ public:
+  virtual ~Application() = default;
+  // Shows the alert and returns when it has been dismissed.
+  virtual void runModal(const Alert& alert) = 0;
+  // Ends the run: the delegate's applicationWillTerminate_ is called, then the will-terminate notification is posted, then
+  // the main function returns. A call during or after termination does nothing.
+  virtual void terminate(const void* sender) = 0;
+};
+
+// What the framework calls. An interface description creates it by class name and connects its outlets.
+class ApplicationDelegate {
+ public:
+  virtual ~ApplicationDelegate() = default;
+  // Connects the outlet `name`; a name that the delegate does not have is ignored.
+  virtual void connectOutlet(std::string_view name, const std::shared_ptr<InterfaceElement>& element) = 0;
+  virtual void applicationDidFinishLaunching_(const Notification& notification) = 0;
+  virtual void applicationWillTerminate_(const Notification& notification) = 0;
+};
+
+// A class that an interface description may name, and how to make one.
+struct DelegateClass {
+  std::string_view name;
+  std::function<std::unique_ptr<ApplicationDelegate>(Platform&)> make;
+};
+
+// The application framework's main function: makes the platform, loads the main interface description (the information key
+// "NSMainNibFile" of the main bundle), makes the delegate that it names, connects its outlets and runs until
+// Application::terminate. Returns the exit status. Implemented once per platform.
+int ApplicationMain(int argc, char** argv, const std::vector<DelegateClass>& classes);
+
+}  // namespace platform

@@ -1,0 +1,67 @@
+#pragma once
+// Other applications of the user's session, background services, the shell and the system log.
+//
+// Main thread, unless an interface says otherwise.
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/PropertyList.h"
+
+namespace platform {
+
+// One running copy of an application; stays the same process even when its number is used again.
+class RunningApplication {
+ public:
+  virtual ~RunningApplication() = default;
+  // Asks it to quit in the ordinary way; it may ask the user about unsaved work, or refuse. Never forces. False when the
+  // request could not be sent.
+  virtual bool terminate() = 0;
+};
+
+// Launches without waiting for the application to be up.
+inline constexpr std::uint32_t NSWorkspaceLaunchDefault = 0x10000;
+
+struct LaunchConfiguration {
+  std::vector<std::string> arguments;
+};
+
+class Workspace {
+ public:
+  virtual ~Workspace() = default;
+  // The running copies of applications with this bundle identifier, this process never among them.
+  [[nodiscard]] virtual std::vector<std::shared_ptr<RunningApplication>> runningApplications(
+      std::string_view bundleIdentifier) const = 0;
+  // Starts the application bundle at `path` as this user. `configuration` may be nullptr. False when it could not be
+  // started.
+  virtual bool launchApplication(const std::string& path, std::uint32_t options,
+                                 const LaunchConfiguration* configuration) = 0;
+};
+
+class ServiceManagement {
+ public:
+  virtual ~ServiceManagement() = default;
+  // The description of a job in the system domain, with "PID" when it runs now; nothing when the service manager does not
+  // know the job or cannot be asked.
+  [[nodiscard]] virtual std::optional<PropertyList::Dictionary> copyJobDictionary(const std::string& label) const = 0;
+};
+
+class Shell {
+ public:
+  virtual ~Shell() = default;
+  // Runs the line through the C library's `system` as this user and waits for it; returns its status. The bundle's
+  // resources are searched first for commands.
+  virtual int system(const std::string& commandLine) = 0;
+};
+
+// Any thread.
+class SystemLog {
+ public:
+  virtual ~SystemLog() = default;
+  virtual void log(std::string_view line) = 0;
+};
+
+}  // namespace platform

@@ -61,7 +61,7 @@ class Application {
   virtual ~Application() = default;
   // Shows the alert and returns when it has been dismissed.
   virtual void runModal(const Alert& alert) = 0;
-  // Ends the run: the delegate's applicationWillTerminate_ is called, then the will-terminate notification is posted, then
+  // Ends the run: the delegate's applicationWillTerminate is called, then the will-terminate notification is posted, then
   // the main function returns. A call during or after termination does nothing.
   virtual void terminate(const void* sender) = 0;
 };
@@ -72,8 +72,8 @@ class ApplicationDelegate {
   virtual ~ApplicationDelegate() = default;
   // Connects the outlet `name`; a name that the delegate does not have is ignored.
   virtual void connectOutlet(std::string_view name, const std::shared_ptr<InterfaceElement>& element) = 0;
-  virtual void applicationDidFinishLaunching_(const Notification& notification) = 0;
-  virtual void applicationWillTerminate_(const Notification& notification) = 0;
+  virtual void applicationDidFinishLaunching(const Notification& notification) = 0;
+  virtual void applicationWillTerminate(const Notification& notification) = 0;
 };
 
 // A class that an interface description may name, and how to make one.

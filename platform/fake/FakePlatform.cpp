@@ -69,7 +69,7 @@ void FakeApplication::terminate(const void* sender) {
   if (isTerminated) return;
   isTerminated = true;
   const Notification notification{std::string(ApplicationWillTerminateNotification), {}, {}};
-  if (delegate != nullptr) delegate->applicationWillTerminate_(notification);
+  if (delegate != nullptr) delegate->applicationWillTerminate(notification);
   _center.post(notification);
 }
 

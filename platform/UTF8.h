@@ -1,0 +1,14 @@
+#pragma once
+// UTF-8 text from outside. Pure; any thread.
+#include <string>
+#include <string_view>
+
+namespace platform {
+
+// True when `bytes` is well-formed UTF-8: no overlong forms, no surrogates, nothing above U+10FFFF.
+bool isValidUTF8(std::string_view bytes);
+
+// `bytes` read as ASCII: every byte above 127 becomes U+FFFD.
+std::string textFromASCII(std::string_view bytes);
+
+}  // namespace platform

@@ -1,0 +1,92 @@
+// The delegate once the controller has quit: install or update, relaunch, uninstall.
+#include "app/InstallerTexts.h"
+#include "app/KMInstallerAppDelegate.h"
+#include "platform/Path.h"
+#include "privileged/KMAuthorization.h"
+
+using platform::Path::appending;
+using platform::Path::deletingExtension;
+using platform::Path::deletingLastComponent;
+using platform::Path::lastComponent;
+
+namespace {
+
+constexpr std::string_view sharesFile = "/Users/Shared/Kelto/Shares.plist";
+constexpr std::string_view serverDefinition = "LaunchDaemons/com.kelto.KeltoLibraryServer.plist";
+constexpr std::string_view serverProgram = "Application Support/Kelto/KeltoLibraryServer";
+constexpr std::string_view serverJob = "com.kelto.KeltoLibraryServer";
+constexpr std::string_view localLibraryFolder = "/Library";
+
+// What the controller's preferences are told after an upgrade.
+constexpr std::string_view serverVersionKey = "LibraryServerVersion";
+constexpr int serverVersion = 2;
+
+// 0.2 in single precision: 0.20000000298023224 s.
+constexpr platform::Seconds terminateDelay{static_cast<double>(0.2F)};
+
+}  // namespace
+
+void KMInstallerAppDelegate::installApplication(const void* /*sender*/) {
+  _dstPath = appending(deletingLastComponent(_trashPath.value_or("")), lastComponent(_srcPath.value_or("")));
+  if (!replaceInstalledBundle() || !renameToDestination()) return presentGeneralFailure();
+  if (libraryServerInstalled()) upgradeLibraryServer();
+  launchApplication(this);
+}
+
+bool KMInstallerAppDelegate::replaceInstalledBundle() {
+  KMAuthorization* session = KMAuthorization::sharedInstance();
+  return session != nullptr && session->replaceItemAtPath_withItemAtPath(_trashPath, _srcPath);
+}
+
+// The new bundle sits under the old file name now. It gets its own, unless something has that name already.
+bool KMInstallerAppDelegate::renameToDestination() {
+  const auto& files = _platform.fileManager;
+  if (files.fileExistsAtPath(*_dstPath) || !files.fileExistsAtPath(_trashPath.value_or(""))) return true;
+  KMAuthorization* session = KMAuthorization::sharedInstance();
+  return session != nullptr && session->moveItemAtPath_toPath(_trashPath, _dstPath);
+}
+
+void KMInstallerAppDelegate::upgradeLibraryServer() {
+  KMAuthorization* session = KMAuthorization::sharedInstance();
+  const KMAuthorization::Instructions instructions{{"command", "upgrade server"}, {"file path", *_dstPath}};
+  if (session != nullptr && session->resultFromToolWithPrompt_instructions_output("", instructions, nullptr)) {
+    _platform.shell.system(
+        platform::formatted("defaults write com.kelto.macController %@ %d", serverVersionKey, serverVersion));
+    return;
+  }
+  // Headline and text stand the other way round than in every other alert, and the run goes on.
+  runAlert(localized(InstallerTexts::unexpectedErrorMessage), localized(InstallerTexts::unexpectedErrorSubtitle));
+}
+
+void KMInstallerAppDelegate::launchApplication(const void* /*sender*/) {
+  releaseRights();
+  const platform::LaunchConfiguration resume{{"-KTResumeSelfUpdate", "YES"}};
+  _platform.workspace.launchApplication(_dstPath.value_or(""), platform::NSWorkspaceLaunchDefault,
+                                        _isUpdate ? &resume : nullptr);
+  _platform.runLoop.performAfterDelay(terminateDelay, this, [this] { _platform.application.terminate(this); });
+}
+
+void KMInstallerAppDelegate::uninstallApplication(const void* /*sender*/) {
+  const std::string path = _trashPath.value_or("");
+  if (_platform.fileManager.fileExistsAtPath(path)) {
+    KMAuthorization* session = KMAuthorization::sharedInstance();
+    if (session == nullptr || !session->trashItemAtPath(_trashPath)) {
+      const std::string name = deletingExtension(lastComponent(path));
+      return presentErrorMessage_title(localized(InstallerTexts::unableToUninstallMessage, name),
+                                       localized(InstallerTexts::unableToUninstallSubtitle));
+    }
+  }
+  _platform.application.terminate(this);
+}
+
+bool KMInstallerAppDelegate::libraryServerInstalled() const {
+  const auto& files = _platform.fileManager;
+  const auto folders =
+      files.searchPathForDirectories(platform::SearchPathDirectory::library, platform::NSLocalDomainMask, false);
+  const std::string library = folders.empty() ? std::string(localLibraryFolder) : folders.front();
+  if (!files.fileExistsAtPath(std::string(sharesFile))) return false;
+  if (!files.fileExistsAtPath(appending(library, serverDefinition))) return false;
+  if (!files.fileExistsAtPath(appending(library, serverProgram))) return false;
+  const auto job = _platform.serviceManagement.copyJobDictionary(std::string(serverJob));
+  return job && job->contains("PID");
+}

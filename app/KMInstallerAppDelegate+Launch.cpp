@@ -1,0 +1,95 @@
+// The delegate at launch: parameters, the controller's bundle, and the wizard window.
+#include <cmath>
+
+#include "app/InstallerTexts.h"
+#include "app/KMInstallerAppDelegate.h"
+
+namespace {
+
+constexpr std::string_view srcPathKey = "KMInstallToolSrcPath";
+constexpr std::string_view trashPathKey = "KMInstallToolTrashPath";
+constexpr std::string_view isUpdateKey = "KMInstallToolIsUpdate";
+constexpr std::string_view mainFrameKey = "KMInstallToolMainFrame";
+
+// Points. In update mode the window keeps the height of its layout.
+constexpr double installHeight = 206.0;
+// Lifts the window over the true centre of the controller's.
+constexpr double raisedBy = 6.0;
+
+// Half the difference rounded down, on a single-precision number.
+double flooredHalf(double difference) { return std::floor(static_cast<float>(difference * 0.5)); }
+
+// A path as it was passed. A value of another kind than text still says that the path was given, but names nothing.
+std::optional<std::string> pathForKey(const platform::UserDefaults& defaults, std::string_view key) {
+  if (!defaults.objectForKey(key)) return std::nullopt;
+  return defaults.stringForKey(key).value_or("");
+}
+
+std::string withoutEvery(std::string text, std::string_view unwanted) {
+  for (auto place = text.find(unwanted); place != std::string::npos; place = text.find(unwanted, place))
+    text.erase(place, unwanted.size());
+  return text;
+}
+
+template <class Element>
+void connect(const std::shared_ptr<platform::InterfaceElement>& element, std::weak_ptr<Element>& outlet) {
+  outlet = std::dynamic_pointer_cast<Element>(element);
+}
+
+}  // namespace
+
+void KMInstallerAppDelegate::connectOutlet(std::string_view name,
+                                           const std::shared_ptr<platform::InterfaceElement>& element) {
+  if (name == "window") connect(element, _window);
+  if (name == "titleText") connect(element, _titleText);
+  if (name == "bodyText") connect(element, _bodyText);
+  if (name == "cancelButton") connect(element, _cancelButton);
+  if (name == "nextButton") connect(element, _nextButton);
+  if (name == "progressBar") connect(element, _progressBar);
+}
+
+void KMInstallerAppDelegate::readLaunchParameters() {
+  const auto& defaults = _platform.standardUserDefaults;
+  _srcPath = pathForKey(defaults, srcPathKey);
+  _trashPath = pathForKey(defaults, trashPathKey);
+  _isUpdate = defaults.boolForKey(isUpdateKey);
+  _isUninstall = _trashPath.has_value() && !_srcPath.has_value();
+}
+
+void KMInstallerAppDelegate::readControllerBundle() {
+  const auto path = _srcPath ? _srcPath : _trashPath;
+  const auto bundle = path ? _platform.bundles.bundleWithPath(*path) : nullptr;
+  if (bundle == nullptr) return;
+  _bundleId = bundle->bundleIdentifier();
+  _bundleName = bundle->infoString("CFBundleName");
+}
+
+void KMInstallerAppDelegate::placeWindow() {
+  const auto window = _window.lock();
+  if (window == nullptr) return;
+  if (!_isUpdate) {
+    platform::Rect frame = window->frame();
+    frame.size.height = installHeight;
+    window->setFrame(frame, false);
+  }
+  const auto text = _platform.standardUserDefaults.stringForKey(mainFrameKey).value_or("");
+  const platform::Rect main = platform::rectFromString(withoutEvery(text, "r: "));
+  if (main.isEmpty()) {
+    window->center();
+  } else {
+    const platform::Size own = window->frame().size;
+    window->setFrameOrigin({main.origin.x + flooredHalf(main.size.width - own.width),
+                            flooredHalf(main.size.height - own.height) + main.origin.y + raisedBy});
+  }
+  window->setTitle(_platform.bundles.mainBundle().infoString("CFBundleName").value_or(""));
+}
+
+void KMInstallerAppDelegate::fillTexts() {
+  const auto& texts = _isUpdate      ? InstallerTexts::update
+                      : _isUninstall ? InstallerTexts::uninstall
+                                     : InstallerTexts::install;
+  if (const auto field = _titleText.lock()) field->setStringValue(localized(texts.title));
+  if (const auto field = _bodyText.lock()) field->setStringValue(localized(texts.body));
+  if (const auto button = _cancelButton.lock()) button->setTitle(localized(InstallerTexts::cancel));
+  if (const auto button = _nextButton.lock()) button->setTitle(localized(texts.nextButton));
+}

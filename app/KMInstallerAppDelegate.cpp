@@ -1,0 +1,114 @@
+// The delegate from launch until the controller has quit, and its ways of ending. What happens then is in
+// KMInstallerAppDelegate+Install.cpp.
+#include "app/KMInstallerAppDelegate.h"
+
+#include "app/InstallerTexts.h"
+#include "kit/KTLocalizer.h"
+#include "platform/Path.h"
+#include "privileged/KMAuthorization.h"
+
+using platform::Seconds;
+
+namespace {
+
+constexpr std::string_view credentialsNotification = "KMInstallToolCredentialsNotification";
+constexpr std::string_view credentialsKey = "KMInstallToolCredentials";
+
+constexpr Seconds credentialsTimeout{5.0};
+// From authorization to quitting the controller, so that the wizard can be seen.
+constexpr Seconds quitDelay{1.0};
+constexpr Seconds quitTimeout{5.0};
+// 0.2 in single precision: 0.20000000298023224 s.
+constexpr Seconds pollInterval{static_cast<double>(0.2F)};
+
+}  // namespace
+
+void KMInstallerAppDelegate::applicationDidFinishLaunching(const platform::Notification& /*notification*/) {
+  readLaunchParameters();
+  _platform.distributedNotificationCenter.addObserver(
+      credentialsNotification, [this](const platform::Notification& notification) { didReceiveCredentials(notification); });
+  readControllerBundle();
+  placeWindow();
+  fillTexts();
+  if (const auto window = _window.lock()) window->makeKeyAndOrderFront();
+  if (const auto progressBar = _progressBar.lock()) {
+    progressBar->setUsesThreadedAnimation(true);
+    progressBar->startAnimation();
+  }
+  startWaitingForCredentials();
+}
+
+void KMInstallerAppDelegate::applicationWillTerminate(const platform::Notification& /*notification*/) { releaseRights(); }
+
+void KMInstallerAppDelegate::startWaitingForCredentials() {
+  if (!_bundleId) return presentGeneralFailure();
+  _platform.runLoop.performAfterDelay(credentialsTimeout, this, [this] { didNotReceiveCredentials(); });
+}
+
+void KMInstallerAppDelegate::didNotReceiveCredentials() { presentGeneralFailure(); }
+
+void KMInstallerAppDelegate::didReceiveCredentials(const platform::Notification& notification) {
+  _platform.runLoop.cancelPreviousPerformRequests(this);
+  const auto credentials = notification.userInfo.find(credentialsKey);
+  if (credentials == notification.userInfo.end()) return presentGeneralFailure();
+  // Something else than data is no external form; the session refuses it as it does one that is too short.
+  const auto* data = credentials->second.as<platform::PropertyList::Data>();
+  KMAuthorization* session = KMAuthorization::sharedInstance();
+  if (session != nullptr) session->setExternalRights(data != nullptr ? *data : platform::PropertyList::Data{});
+  _authorized = session != nullptr && session->authorizeForRootWithPrompt_preauthorize_allowInteraction("", true, false);
+  if (_authorized) {
+    _platform.runLoop.performAfterDelay(quitDelay, this, [this] { quitApplications(this); });
+    return;
+  }
+  const auto folder = platform::Path::lastComponent(platform::Path::deletingLastComponent(_trashPath.value_or("")));
+  presentErrorMessage_title(localized(InstallerTexts::badPermissionMessage, folder),
+                            localized(InstallerTexts::badPermissionSubtitle));
+}
+
+void KMInstallerAppDelegate::quitApplications(const void* /*sender*/) {
+  const auto copies = _platform.workspace.runningApplications(_bundleId.value_or(""));
+  if (copies.empty()) return quitFinished();
+  for (const auto& copy : copies) copy->terminate();
+  _errorAt = platform::dateByAdding(_platform.runLoop.currentDate(), quitTimeout);
+  _platform.runLoop.scheduledTimer(pollInterval, true, [this](platform::Timer& timer) { pingQuittingApplications(timer); });
+}
+
+void KMInstallerAppDelegate::pingQuittingApplications(platform::Timer& timer) {
+  if (_platform.workspace.runningApplications(_bundleId.value_or("")).empty()) {
+    timer.invalidate();
+    return quitFinished();
+  }
+  if (!_errorAt || _platform.runLoop.currentDate() <= *_errorAt) return;
+  timer.invalidate();
+  presentErrorMessage_title(localized(InstallerTexts::runningMessage),
+                            localized(InstallerTexts::runningSubtitle, _bundleName));
+}
+
+void KMInstallerAppDelegate::quitFinished() {
+  if (_isUninstall)
+    uninstallApplication(this);
+  else
+    installApplication(this);
+}
+
+void KMInstallerAppDelegate::presentErrorMessage_title(std::string_view message, std::string_view title) {
+  runAlert(title, message);
+  _platform.application.terminate(this);
+}
+
+void KMInstallerAppDelegate::presentGeneralFailure() {
+  presentErrorMessage_title(localized(InstallerTexts::unexpectedErrorMessage),
+                            localized(InstallerTexts::unexpectedErrorSubtitle));
+}
+
+void KMInstallerAppDelegate::runAlert(std::string_view headline, std::string_view informativeText) {
+  _platform.application.runModal({.messageText = std::string(headline),
+                                  .informativeText = platform::formatted("%@", informativeText),
+                                  .defaultButton = localized(InstallerTexts::ok)});
+}
+
+void KMInstallerAppDelegate::releaseRights() {
+  if (!_authorized) return;
+  if (KMAuthorization* session = KMAuthorization::sharedInstance()) session->releaseRights();
+  _authorized = false;
+}

@@ -1,0 +1,103 @@
+#pragma once
+// The installer's application delegate: the whole run from launch to termination, for its three modes.
+//
+// Main thread only. Every step schedules the next as a delayed call or timer on the main run loop, so the window stays live
+// between steps. Every failure ends in presentErrorMessage_title, after which nothing more is done; only a failed upgrade
+// of the Library Server is shown and passed over. Nothing is retried.
+//
+// The mode is not one value: the window's height and texts look at isUpdate first and then at isUninstall, the choice
+// between installing and uninstalling looks at isUninstall alone, the relaunch arguments look at isUpdate alone. With both
+// set the wizard shows the update texts and the run uninstalls.
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/Platform.h"
+
+class KMInstallerAppDelegate final : public platform::ApplicationDelegate {
+ public:
+  // `platform` outlives the delegate.
+  explicit KMInstallerAppDelegate(platform::Platform& platform) : _platform(platform) {}
+
+  // Called by the framework.
+  void connectOutlet(std::string_view name, const std::shared_ptr<platform::InterfaceElement>& element) override;
+  void applicationDidFinishLaunching(const platform::Notification& notification) override;
+  void applicationWillTerminate(const platform::Notification& notification) override;
+
+  // The credentials notification: "KMInstallToolCredentials" in its user information holds the controller's rights in
+  // external form. Nothing guards against a second one; it is handled from the start again.
+  void didReceiveCredentials(const platform::Notification& notification);
+  // The time-out for that notification.
+  void didNotReceiveCredentials();
+
+  // Asks every running copy of the controller to quit and waits for it, polling, without ever forcing one.
+  void quitApplications(const void* sender);
+  void pingQuittingApplications(platform::Timer& timer);
+
+  void installApplication(const void* sender);
+  void uninstallApplication(const void* sender);
+  // Gives the rights back, starts the controller from its new place and ends the run shortly after.
+  void launchApplication(const void* sender);
+
+  // The one way of failing: a modal alert with `title` as headline and `message` as informative text, then termination.
+  void presentErrorMessage_title(std::string_view message, std::string_view title);
+
+  // Gives the rights back if they are held; may be called again.
+  void releaseRights();
+  // True when the Library Server is installed and running at this moment.
+  [[nodiscard]] bool libraryServerInstalled() const;
+
+  // Paths: the new bundle (nothing when uninstalling), where the installed bundle ends up, and the installed bundle.
+  [[nodiscard]] const std::optional<std::string>& srcPath() const { return _srcPath; }
+  void setSrcPath(std::optional<std::string> srcPath) { _srcPath = std::move(srcPath); }
+  [[nodiscard]] const std::optional<std::string>& dstPath() const { return _dstPath; }
+  void setDstPath(std::optional<std::string> dstPath) { _dstPath = std::move(dstPath); }
+  [[nodiscard]] const std::optional<std::string>& trashPath() const { return _trashPath; }
+  void setTrashPath(std::optional<std::string> trashPath) { _trashPath = std::move(trashPath); }
+  // The controller's identifier and name.
+  [[nodiscard]] const std::optional<std::string>& bundleId() const { return _bundleId; }
+  void setBundleId(std::optional<std::string> bundleId) { _bundleId = std::move(bundleId); }
+  [[nodiscard]] const std::optional<std::string>& bundleName() const { return _bundleName; }
+  void setBundleName(std::optional<std::string> bundleName) { _bundleName = std::move(bundleName); }
+  // The moment after which a copy of the controller that still runs is a failure.
+  [[nodiscard]] const std::optional<platform::Date>& errorAt() const { return _errorAt; }
+  void setErrorAt(std::optional<platform::Date> errorAt) { _errorAt = errorAt; }
+  [[nodiscard]] bool isUpdate() const { return _isUpdate; }
+  void setIsUpdate(bool isUpdate) { _isUpdate = isUpdate; }
+  [[nodiscard]] bool isUninstall() const { return _isUninstall; }
+  void setIsUninstall(bool isUninstall) { _isUninstall = isUninstall; }
+  // True while the administrator rights are held.
+  [[nodiscard]] bool authorized() const { return _authorized; }
+  void setAuthorized(bool authorized) { _authorized = authorized; }
+
+ private:
+  void readLaunchParameters();
+  void readControllerBundle();
+  void placeWindow();
+  void fillTexts();
+  void startWaitingForCredentials();
+  void quitFinished();
+  [[nodiscard]] bool replaceInstalledBundle();
+  [[nodiscard]] bool renameToDestination();
+  void upgradeLibraryServer();
+  void presentGeneralFailure();
+  void runAlert(std::string_view headline, std::string_view informativeText);
+
+  platform::Platform& _platform;
+  std::optional<std::string> _srcPath;
+  std::optional<std::string> _dstPath;
+  std::optional<std::string> _trashPath;
+  std::optional<std::string> _bundleId;
+  std::optional<std::string> _bundleName;
+  std::optional<platform::Date> _errorAt;
+  bool _isUpdate = false;
+  bool _isUninstall = false;
+  bool _authorized = false;
+  std::weak_ptr<platform::Window> _window;
+  std::weak_ptr<platform::TextField> _titleText;
+  std::weak_ptr<platform::TextField> _bodyText;
+  std::weak_ptr<platform::Button> _cancelButton;
+  std::weak_ptr<platform::Button> _nextButton;
+  std::weak_ptr<platform::ProgressIndicator> _progressBar;
+};

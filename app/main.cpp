@@ -1,0 +1,7 @@
+#include "app/KMInstallerAppDelegate.h"
+
+int main(int argc, char** argv) {
+  return platform::ApplicationMain(argc, argv, {{"KMInstallerAppDelegate", [](platform::Platform& platform) {
+                                                   return std::make_unique<KMInstallerAppDelegate>(platform);
+                                                 }}});
+}

@@ -1,0 +1,55 @@
+// The file operations: each is one job of the assistant tool.
+#include <initializer_list>
+
+#include "privileged/KMAuthorization.h"
+
+namespace {
+
+struct Entry {
+  std::string_view key;
+  const std::optional<std::string>& value;
+};
+
+// The instruction for `command`. The first missing value ends it, as in a list that ends at its first empty place.
+InstructionArchive::Instructions instructionsForCommand(std::string_view command, std::initializer_list<Entry> entries) {
+  InstructionArchive::Instructions instructions;
+  InstructionArchive::setValueForKey(instructions, "command", std::string(command));
+  for (const auto& [key, value] : entries) {
+    if (!value) break;
+    InstructionArchive::setValueForKey(instructions, key, *value);
+  }
+  return instructions;
+}
+
+}  // namespace
+
+bool KMAuthorization::trashItemAtPath(const std::optional<std::string>& path) {
+  return resultFromToolWithPrompt_instructions_output("", instructionsForCommand("trash file", {{"file path", path}}),
+                                                      nullptr);
+}
+
+bool KMAuthorization::removeItemAtPath(const std::optional<std::string>& path) {
+  return resultFromToolWithPrompt_instructions_output("", instructionsForCommand("remove file", {{"file path", path}}),
+                                                      nullptr);
+}
+
+bool KMAuthorization::copyItemAtPath_toPath(const std::optional<std::string>& source,
+                                            const std::optional<std::string>& destination) {
+  const auto instructions =
+      instructionsForCommand("copy file", {{"source path", source}, {"destination path", destination}});
+  return resultFromToolWithPrompt_instructions_output("", instructions, nullptr);
+}
+
+bool KMAuthorization::moveItemAtPath_toPath(const std::optional<std::string>& source,
+                                            const std::optional<std::string>& destination) {
+  const auto instructions =
+      instructionsForCommand("move file", {{"source path", source}, {"destination path", destination}});
+  return resultFromToolWithPrompt_instructions_output("", instructions, nullptr);
+}
+
+bool KMAuthorization::replaceItemAtPath_withItemAtPath(const std::optional<std::string>& path,
+                                                       const std::optional<std::string>& replacement) {
+  const auto instructions =
+      instructionsForCommand("replace item", {{"source path", replacement}, {"destination path", path}});
+  return resultFromToolWithPrompt_instructions_output("", instructions, nullptr);
+}

@@ -1,0 +1,102 @@
+// The exchange with the assistant tool: one job is one run of it.
+#include <array>
+#include <bit>
+#include <cstdint>
+
+#include "logging/KTLogger.h"
+#include "platform/Platform.h"
+#include "platform/UTF8.h"
+#include "privileged/KMAuthorization.h"
+#include "privileged/NSString+KAPathExtensions.h"
+
+static_assert(std::endian::native == std::endian::little, "the tool reads the length of the archive in this byte order");
+
+namespace {
+
+constexpr std::string_view resultPathKey = "result path";
+constexpr std::string_view outputPathKey = "output path";
+constexpr std::string_view resultOK = "tool result ok";
+// One read of the tool's answer; a shorter one is the last.
+constexpr std::size_t answerChunk = 512;
+
+std::optional<std::string> pathForKey(const InstructionArchive::Instructions& instructions, std::string_view key) {
+  const std::string* path = InstructionArchive::valueForKey(instructions, key);
+  return path ? std::optional(*path) : std::nullopt;
+}
+
+std::optional<std::string> takeText(const std::string& path) {
+  auto& files = platform::current().fileManager;
+  auto text = files.contentsAtPath(path);
+  files.removeItemAtPath(path);
+  if (text && !platform::isValidUTF8(*text)) return std::nullopt;
+  return text;
+}
+
+bool sendInstructions(platform::ByteStream& tool, const InstructionArchive::Instructions& instructions) {
+  const std::string archive = InstructionArchive::archivedData(instructions);
+  const std::uint64_t length = archive.size();
+  return tool.write(&length, sizeof length) == sizeof length && tool.write(archive.data(), length) == length;
+}
+
+std::string readAnswer(platform::ByteStream& tool) {
+  std::string answer;
+  std::array<char, answerChunk> chunk{};
+  std::size_t count = 0;
+  do {
+    count = tool.read(chunk.data(), chunk.size());
+    answer.append(chunk.data(), count);
+  } while (count == chunk.size());
+  return answer;
+}
+
+}  // namespace
+
+std::optional<std::string> KMAuthorization::_pathForTool() const {
+  auto& platform = platform::current();
+  const auto path = platform.bundles.mainBundle().pathForResource(_toolName.value_or(""), "");
+  if (!path || !platform.fileManager.isExecutableFileAtPath(*path)) return std::nullopt;
+  return path;
+}
+
+void KMAuthorization::_createOutputFileAtPath(const std::optional<std::string>& path) {
+  if (!path || path->empty()) return;
+  platform::current().fileManager.createFileAtPath(*path, {.posixPermissions = 0666});
+}
+
+bool KMAuthorization::resultFromToolWithPrompt_instructions_output(std::string_view prompt,
+                                                                   const Instructions& instructions,
+                                                                   std::optional<std::string>* output) {
+  Instructions complete = instructions;
+  const std::string resultPath = NSString::KAPathExtensions::temporaryPath();
+  InstructionArchive::setValueForKey(complete, resultPathKey, resultPath);
+  std::string outputPath;
+  if (output != nullptr) {
+    outputPath = NSString::KAPathExtensions::temporaryPath();
+    InstructionArchive::setValueForKey(complete, outputPathKey, outputPath);
+  }
+  _outputFromToolWithPrompt_andInstructions(prompt, complete);
+  if (output != nullptr) *output = takeText(outputPath);
+  return takeText(resultPath) == resultOK;
+}
+
+std::optional<std::string> KMAuthorization::_outputFromToolWithPrompt_andInstructions(std::string_view prompt,
+                                                                                      const Instructions& instructions) {
+  _createOutputFileAtPath(pathForKey(instructions, resultPathKey));
+  _createOutputFileAtPath(pathForKey(instructions, outputPathKey));
+  if (!authorizeForRootWithPrompt_preauthorize_allowInteraction(prompt, true, true)) return std::nullopt;
+  return _outputFromToolWithInstructions(instructions);
+}
+
+std::optional<std::string> KMAuthorization::_outputFromToolWithInstructions(const Instructions& instructions) {
+  const auto path = _pathForTool();
+  if (!path) return std::nullopt;
+  std::unique_ptr<platform::ByteStream> tool;
+  const auto status = platform::current().authorizationServices.executeWithPrivileges(
+      _authorization, *path, platform::kAuthorizationFlagDefaults, tool);
+  if (status != platform::errAuthorizationSuccess) return std::nullopt;
+  if (!sendInstructions(*tool, instructions)) return std::nullopt;
+  std::string answer = platform::textFromASCII(readAnswer(*tool));
+  tool.reset();
+  KTDiagnostics::log({"KMAuthorization", this, "_outputFromToolWithInstructions:", 102}, 7, "output is '%@'", answer);
+  return answer;
+}

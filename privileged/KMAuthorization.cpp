@@ -1,0 +1,79 @@
+#include "privileged/KMAuthorization.h"
+
+#include <cstring>
+
+#include "platform/Platform.h"
+
+using platform::AuthorizationExternalForm;
+using platform::AuthorizationFlags;
+using platform::AuthorizationRef;
+
+namespace {
+
+platform::AuthorizationServices& services() { return platform::current().authorizationServices; }
+
+}  // namespace
+
+KMAuthorization* KMAuthorization::sharedInstance() {
+  return platform::current().process.once<KMAuthorization>([] { return init(); });
+}
+
+std::shared_ptr<KMAuthorization> KMAuthorization::init() {
+  AuthorizationRef authorization = 0;
+  if (services().create(platform::kAuthorizationFlagDefaults, authorization) != platform::errAuthorizationSuccess)
+    return nullptr;
+  std::shared_ptr<KMAuthorization> made(new KMAuthorization(authorization));
+  platform::current().defaultNotificationCenter.addObserver(
+      platform::ApplicationWillTerminateNotification,
+      [made](const platform::Notification& notification) { made->releaseRights(notification); });
+  return made;
+}
+
+KMAuthorization::KMAuthorization(AuthorizationRef authorization)
+    : _authorization(authorization), _item{.name = platform::kAuthorizationRightExecute}, _rights{1, &_item} {
+  setToolName("assistantTool");
+}
+
+void KMAuthorization::setToolName(const std::optional<std::string>& toolName) {
+  if (toolName == _toolName) return;
+  _toolName = toolName;
+  const std::string path = _pathForTool().value_or("");
+  _item.valueLength = path.size();
+  if (path.empty()) return;
+  auto& buffer = _toolPaths.emplace_back(std::make_unique<char[]>(path.size() + 1));
+  std::memcpy(buffer.get(), path.c_str(), path.size() + 1);
+  _item.value = buffer.get();
+}
+
+std::optional<platform::PropertyList::Data> KMAuthorization::externalRights() const {
+  AuthorizationExternalForm form;
+  if (services().makeExternalForm(_authorization, form) != platform::errAuthorizationSuccess) return std::nullopt;
+  return platform::PropertyList::Data(form.bytes.begin(), form.bytes.end());
+}
+
+void KMAuthorization::setExternalRights(const platform::PropertyList::Data& data) {
+  AuthorizationExternalForm form;
+  const bool isWhole = data.size() >= form.bytes.size();
+  if (isWhole) std::memcpy(form.bytes.data(), data.data(), form.bytes.size());
+  if (!releaseRights() || !isWhole) return;
+  services().createFromExternalForm(form, _authorization);
+}
+
+bool KMAuthorization::authorizeForRootWithPrompt_preauthorize_allowInteraction(std::string_view /*prompt*/,
+                                                                               bool preauthorize, bool allowInteraction) {
+  AuthorizationFlags flags = platform::kAuthorizationFlagExtendRights;
+  if (preauthorize) flags |= platform::kAuthorizationFlagPreAuthorize;
+  if (allowInteraction) flags |= platform::kAuthorizationFlagInteractionAllowed;
+  return services().copyRights(_authorization, _rights, flags) == platform::errAuthorizationSuccess;
+}
+
+bool KMAuthorization::releaseRights() {
+  if (_authorization == 0) return true;
+  const AuthorizationFlags flags =
+      _useDefaultFlags ? platform::kAuthorizationFlagDefaults : platform::kAuthorizationFlagDestroyRights;
+  const auto status = services().free(_authorization, flags);
+  _authorization = 0;
+  return status == platform::errAuthorizationSuccess;
+}
+
+void KMAuthorization::releaseRights(const platform::Notification& /*notification*/) { releaseRights(); }

@@ -1,0 +1,13 @@
+#include "privileged/NSString+KAPathExtensions.h"
+
+#include "platform/Path.h"
+#include "platform/Platform.h"
+
+namespace NSString::KAPathExtensions {
+
+std::string temporaryPath() {
+  const auto& files = platform::current().fileManager;
+  return files.unusedName(platform::Path::appending(files.temporaryDirectory(), "/KeltoXXXXXXXXXX"));
+}
+
+}  // namespace NSString::KAPathExtensions

@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds, and runs every test that can run on this machine.
+#
+#   ./test.sh               everything but what is labelled slow
+#   ./test.sh --slow        the slow ones too
+#   ./test.sh -R NAME       further arguments go to ctest
+set -euo pipefail
+top=$(dirname "$(readlink -f "$0")")
+cd "$top"
+
+labels=(-LE slow)
+if [ "${1:-}" = --slow ]; then
+  labels=()
+  shift
+fi
+
+scripts/install-packages.sh
+echo "Building"
+[ -f build/dev/build.ninja ] || cmake --preset dev
+cmake --build build/dev
+
+log=build/dev/test.log
+rm -f build/dev/test.xml
+status=0
+ctest --test-dir build/dev --no-tests=error -j "$(nproc)" --output-on-failure --output-junit "$top/build/dev/test.xml" \
+  "${labels[@]}" "$@" 2>&1 | tee "$log" | scripts/test-progress.awk || status=$?
+[ ! -f build/dev/test.xml ] || python3 scripts/skipped-tests.py build/dev/test.xml
+grep -E 'tests passed|No tests were found' "$log" | tail -n 1
+exit "$status"

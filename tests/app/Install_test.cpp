@@ -1,0 +1,162 @@
+#include "tests/app/InstallerFixture.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+// The swapped alert of a failed server upgrade.
+Alert swappedFailure() {
+  return {"text of <InstallerUnexpectedErrorMessage>", "text of <InstallerUnexpectedErrorSubtitle>", "text of <OK>"};
+}
+
+class Install : public Installer {
+ protected:
+  // The new bundle has another file name than the installed one.
+  void launchRenamingUpdate() {
+    addController("/tmp/new/App 2.app", "com.kelto.macController", "New Kelto");
+    argument("KMInstallToolSrcPath", "/tmp/new/App 2.app");
+    argument("KMInstallToolTrashPath", installedBundle);
+    argument("KMInstallToolIsUpdate", "YES");
+    launch();
+  }
+};
+
+}  // namespace
+
+TEST_F(Install, TheInstalledBundleIsReplacedByTheNewOne) {
+  launchUpdate();
+  authorize();
+  ASSERT_THAT(tool.commands(), ElementsAre("replace item"));
+  EXPECT_EQ(tool.jobs[0].at("destination path"), installedBundle);
+  EXPECT_EQ(tool.jobs[0].at("source path"), newBundle);
+}
+
+TEST_F(Install, TheSameFileNameNeedsNoMoveAndIsRelaunchedFromThere) {
+  launchUpdate();
+  authorize();
+  EXPECT_EQ(delegate.dstPath(), installedBundle);
+  EXPECT_THAT(tool.commands(), ElementsAre("replace item"));
+  ASSERT_EQ(fake.workspace.launches.size(), 1U);
+  EXPECT_EQ(fake.workspace.launches[0].path, installedBundle);
+}
+
+TEST_F(Install, ANewFileNameIsMovedToAndRelaunched) {
+  launchRenamingUpdate();
+  authorize();
+  ASSERT_THAT(tool.commands(), ElementsAre("replace item", "move file"));
+  EXPECT_EQ(tool.jobs[1].at("source path"), installedBundle);
+  EXPECT_EQ(tool.jobs[1].at("destination path"), "/Applications/App 2.app");
+  EXPECT_EQ(fake.workspace.launches.at(0).path, "/Applications/App 2.app");
+}
+
+TEST_F(Install, ABundleAlreadyUnderTheNewNameIsLeftAndRelaunched) {
+  fake.files.addFolder("/Applications/App 2.app");
+  launchRenamingUpdate();
+  authorize();
+  ASSERT_THAT(tool.commands(), ElementsAre("replace item"));
+  EXPECT_EQ(tool.jobs[0].at("destination path"), installedBundle);
+  EXPECT_EQ(fake.workspace.launches.at(0).path, "/Applications/App 2.app");
+}
+
+TEST_F(Install, NothingAtTheOldNameMeansNoMove) {
+  tool.work = [this](const support::FakeTool::Job&) { fake.files.items.erase(installedBundle); };
+  launchRenamingUpdate();
+  authorize();
+  EXPECT_THAT(tool.commands(), ElementsAre("replace item"));
+}
+
+TEST_F(Install, AFailedReplacementIsAGeneralFailureAndNothingIsRelaunched) {
+  tool.results["replace item"] = "no";
+  launchUpdate();
+  authorize();
+  EXPECT_THAT(fake.application.alerts, ElementsAre(generalFailure()));
+  EXPECT_TRUE(fake.application.isTerminated);
+  EXPECT_THAT(fake.workspace.launches, IsEmpty());
+  EXPECT_THAT(tool.commands(), ElementsAre("replace item"));
+}
+
+TEST_F(Install, AFailedMoveIsAGeneralFailureAndNothingIsRelaunched) {
+  tool.results["move file"] = "no";
+  launchRenamingUpdate();
+  authorize();
+  EXPECT_THAT(fake.application.alerts, ElementsAre(generalFailure()));
+  EXPECT_TRUE(fake.application.isTerminated);
+  EXPECT_THAT(fake.workspace.launches, IsEmpty());
+}
+
+TEST_F(Install, WithoutARunningLibraryServerThereIsNoUpgradeAndNoPreference) {
+  launchUpdate();
+  authorize();
+  EXPECT_THAT(tool.commands(), ElementsAre("replace item"));
+  EXPECT_THAT(fake.shell.commandLines, IsEmpty());
+}
+
+TEST_F(Install, ARunningLibraryServerIsUpgradedForTheBundleAtItsNewPlace) {
+  installLibraryServer();
+  launchRenamingUpdate();
+  authorize();
+  ASSERT_THAT(tool.commands(), ElementsAre("replace item", "move file", "upgrade server"));
+  EXPECT_EQ(tool.jobs[2].at("file path"), "/Applications/App 2.app");
+  EXPECT_EQ(tool.jobs[2].size(), 3U);
+}
+
+TEST_F(Install, ASuccessfulUpgradeWritesThePreferenceThroughTheShell) {
+  installLibraryServer();
+  fake.shell.status = 256;
+  launchUpdate();
+  authorize();
+  EXPECT_THAT(fake.shell.commandLines, ElementsAre("defaults write com.kelto.macController LibraryServerVersion 2"));
+  EXPECT_THAT(fake.application.alerts, IsEmpty());
+  EXPECT_EQ(fake.workspace.launches.size(), 1U);
+}
+
+TEST_F(Install, AFailedUpgradeShowsTheSwappedAlertAndTheRunGoesOn) {
+  installLibraryServer();
+  tool.results["upgrade server"] = "no";
+  launchUpdate();
+  fake.application.whileAlertIsUp = [this](const Alert&) { EXPECT_THAT(fake.workspace.launches, IsEmpty()); };
+  authorize();
+  EXPECT_THAT(fake.application.alerts, ElementsAre(swappedFailure()));
+  EXPECT_FALSE(fake.application.isTerminated);
+  EXPECT_THAT(fake.shell.commandLines, IsEmpty());
+  EXPECT_EQ(fake.workspace.launches.size(), 1U);
+  fake.runLoop.advance(1s);
+  EXPECT_TRUE(fake.application.isTerminated);
+}
+
+TEST_F(Install, AnUpdateIsRelaunchedToResumeItself) {
+  launchUpdate();
+  authorize();
+  ASSERT_EQ(fake.workspace.launches.size(), 1U);
+  EXPECT_EQ(fake.workspace.launches[0].arguments, (std::vector<std::string>{"-KTResumeSelfUpdate", "YES"}));
+  EXPECT_EQ(fake.workspace.launches[0].options, 0x10000U);
+}
+
+TEST_F(Install, AnInstallIsLaunchedWithoutArguments) {
+  launchInstall();
+  authorize();
+  EXPECT_EQ(fake.workspace.launches.at(0).arguments, std::nullopt);
+  EXPECT_EQ(fake.workspace.launches.at(0).options, 0x10000U);
+}
+
+TEST_F(Install, TheRightsAreReleasedBeforeTheControllerIsLaunched) {
+  launchUpdate();
+  fake.workspace.onLaunch = [this] {
+    EXPECT_FALSE(delegate.authorized());
+    EXPECT_EQ(fake.authorization.calls.back(), "free 2 8");
+  };
+  authorize();
+  EXPECT_EQ(fake.workspace.launches.size(), 1U);
+}
+
+TEST_F(Install, TheInstallerTerminatesAFifthOfASecondAfterTheLaunch) {
+  launchUpdate();
+  authorize();
+  EXPECT_THAT(fake.runLoop.pendingDelays(&delegate), ElementsAre(Seconds(std::chrono::nanoseconds(200'000'002))));
+  fake.runLoop.advance(200ms);
+  EXPECT_FALSE(fake.application.isTerminated);
+  fake.runLoop.advance(3ns);
+  EXPECT_TRUE(fake.application.isTerminated);
+  EXPECT_THAT(fake.application.terminateSenders, ElementsAre(static_cast<const void*>(&delegate)));
+}

@@ -1,0 +1,206 @@
+#include "tests/app/InstallerFixture.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+TEST_F(Installer, OnlyATrashPathMeansUninstall) {
+  launchUninstall();
+  EXPECT_TRUE(delegate.isUninstall());
+  EXPECT_FALSE(delegate.isUpdate());
+  EXPECT_EQ(delegate.srcPath(), std::nullopt);
+  EXPECT_EQ(delegate.trashPath(), installedBundle);
+  EXPECT_EQ(titleText->text, "text of <InstallerUninstallKeltoSubtitle>");
+  EXPECT_EQ(bodyText->text, "text of <InstallerUninstallKeltoBody>");
+  EXPECT_EQ(cancelButton->title, "text of <Cancel>");
+  EXPECT_EQ(nextButton->title, "text of <Done>");
+  EXPECT_EQ(delegate.bundleName(), "Kelto");
+  EXPECT_EQ(window->currentFrame.size.height, 206.0);
+}
+
+TEST_F(Installer, BothPathsAndTheUpdateFlagMeanUpdate) {
+  launchUpdate();
+  EXPECT_FALSE(delegate.isUninstall());
+  EXPECT_TRUE(delegate.isUpdate());
+  EXPECT_THAT(window->displays, IsEmpty());
+  EXPECT_EQ(window->currentFrame.size.height, 250.0);
+  EXPECT_EQ(titleText->text, "text of <ControllerUpdateWizard_Title>");
+  EXPECT_EQ(bodyText->text, "text of <ControllerUpdateWizard_Installing>");
+  EXPECT_EQ(cancelButton->title, "text of <Cancel>");
+  EXPECT_EQ(nextButton->title, "text of <Next>");
+}
+
+TEST_F(Installer, BothPathsWithoutTheUpdateFlagMeanInstall) {
+  launchInstall();
+  EXPECT_FALSE(delegate.isUninstall());
+  EXPECT_FALSE(delegate.isUpdate());
+  EXPECT_EQ(titleText->text, "text of <InstallerInstallKeltoSubtitle>");
+  EXPECT_EQ(bodyText->text, "text of <InstallerInstallKeltoBody>");
+  EXPECT_EQ(cancelButton->title, "text of <Cancel>");
+  EXPECT_EQ(nextButton->title, "text of <Done>");
+}
+
+TEST_F(Installer, InstallAndUninstallSetTheHeightTo206WithoutRedisplay) {
+  const platform::Point origin = window->currentFrame.origin;
+  argument("KMInstallToolMainFrame", "{{10, 20}, {400, 206}}");
+  launchInstall();
+  EXPECT_THAT(window->displays, ElementsAre(false));
+  EXPECT_EQ(window->currentFrame.size, (platform::Size{400, 206}));
+  EXPECT_EQ(window->currentFrame.origin, (platform::Point{origin.x, origin.y + 6}));
+}
+
+TEST_F(Installer, TheUpdateFlagWithOnlyATrashPathShowsTheUpdateTextsAndUninstalls) {
+  argument("KMInstallToolIsUpdate", "YES");
+  launchUninstall();
+  EXPECT_TRUE(delegate.isUpdate());
+  EXPECT_TRUE(delegate.isUninstall());
+  EXPECT_EQ(titleText->text, "text of <ControllerUpdateWizard_Title>");
+  EXPECT_EQ(nextButton->title, "text of <Next>");
+  EXPECT_THAT(window->displays, IsEmpty());
+  authorize();
+  EXPECT_THAT(tool.commands(), ElementsAre("trash file"));
+}
+
+TEST_F(Installer, OnlyASourcePathIsAnInstall) {
+  argument("KMInstallToolSrcPath", newBundle);
+  launch();
+  EXPECT_FALSE(delegate.isUninstall());
+  EXPECT_EQ(delegate.trashPath(), std::nullopt);
+}
+
+TEST_F(Installer, AValueOfAnotherKindStillCountsAsGiven) {
+  argument("KMInstallToolSrcPath", platform::PropertyList::Array{"a"});
+  launchUninstall();
+  EXPECT_FALSE(delegate.isUninstall());
+  EXPECT_THAT(fake.application.alerts, ElementsAre(generalFailure()));
+}
+
+TEST_F(Installer, TheNewBundleDescribesTheControllerInInstallAndUpdateMode) {
+  launchInstall();
+  EXPECT_EQ(delegate.bundleId(), "com.kelto.macController");
+  EXPECT_EQ(delegate.bundleName(), "New Kelto");
+}
+
+TEST_F(Installer, TheWizardIsPlacedOverTheControllersWindow) {
+  argument("KMInstallToolMainFrame", "r: {{100, 100}, {800, 600}}");
+  launchInstall();
+  EXPECT_EQ(window->currentFrame, (platform::Rect{{300, 303}, {400, 206}}));
+  EXPECT_FALSE(window->isCentered);
+}
+
+TEST_F(Installer, EveryOccurrenceOfThePrefixIsDeletedFromTheFrame) {
+  argument("KMInstallToolMainFrame", "r: {r: {100, r: 100}, {800, 600}}");
+  launchInstall();
+  EXPECT_EQ(window->currentFrame.origin, (platform::Point{300, 303}));
+}
+
+TEST_F(Installer, AnEmptyFrameCentresTheWindow) {
+  argument("KMInstallToolMainFrame", "{{0, 0}, {0, 0}}");
+  launchInstall();
+  EXPECT_TRUE(window->isCentered);
+  EXPECT_EQ(window->currentFrame.origin, (platform::Point{10, 20}));
+}
+
+TEST_F(Installer, AMissingOrUnreadableFrameCentresTheWindow) {
+  launchInstall();
+  EXPECT_TRUE(window->isCentered);
+}
+
+TEST_F(Installer, AFrameWithoutAreaCentresTheWindow) {
+  argument("KMInstallToolMainFrame", "{{5, 5}, {800, -1}}");
+  launchInstall();
+  EXPECT_TRUE(window->isCentered);
+}
+
+TEST_F(Installer, AnOddHalvedDifferenceIsRoundedDown) {
+  argument("KMInstallToolMainFrame", "{{0, 0}, {801, 207}}");
+  launchInstall();
+  EXPECT_EQ(window->currentFrame.origin, (platform::Point{200, 0 + 0 + 6}));
+}
+
+TEST_F(Installer, ANegativeHalvedDifferenceIsRoundedDownToo) {
+  argument("KMInstallToolMainFrame", "{{50, 50}, {399, 205}}");
+  launchInstall();
+  EXPECT_EQ(window->currentFrame.origin, (platform::Point{49, 55}));
+}
+
+TEST_F(Installer, TheHalvedDifferenceIsFlooredInSinglePrecision) {
+  // (33554833.96 - 400) / 2 is 16777216.98; single precision knows only even numbers there and rounds it up to ...218.
+  argument("KMInstallToolMainFrame", "{{0, 0}, {33554835.9, 206}}");
+  launchInstall();
+  EXPECT_EQ(window->currentFrame.origin.x, static_cast<double>(static_cast<float>((33554835.9 - 400) * 0.5)));
+  EXPECT_EQ(window->currentFrame.origin.x, 16777218.0);
+}
+
+TEST_F(Installer, TheTitleIsTheInstallersOwnBundleName) {
+  launchUpdate();
+  EXPECT_EQ(window->title, "Kelto Installer");
+}
+
+TEST_F(Installer, TheWindowIsShownAndTheProgressBarAnimatesOnItsOwnThread) {
+  launchUpdate();
+  EXPECT_TRUE(window->isKey);
+  EXPECT_TRUE(progressBar->usesThreadedAnimation);
+  EXPECT_TRUE(progressBar->isAnimating);
+}
+
+TEST_F(Installer, TheCredentialsNotificationIsObserved) {
+  launchUpdate();
+  EXPECT_THAT(fake.distributedNotificationCenter.observed, ElementsAre("KMInstallToolCredentialsNotification"));
+}
+
+TEST_F(Installer, ABundleIdentifierSchedulesTheTimeOut) {
+  launchUpdate();
+  EXPECT_THAT(fake.runLoop.pendingDelays(&delegate), ElementsAre(Seconds(5.0)));
+  EXPECT_THAT(fake.application.alerts, IsEmpty());
+}
+
+TEST_F(Installer, APathThatIsNoBundleIsAGeneralFailureAtOnce) {
+  argument("KMInstallToolSrcPath", "/tmp/nothing.app");
+  argument("KMInstallToolTrashPath", installedBundle);
+  launch();
+  EXPECT_EQ(delegate.bundleId(), std::nullopt);
+  EXPECT_EQ(delegate.bundleName(), std::nullopt);
+  EXPECT_THAT(fake.application.alerts, ElementsAre(generalFailure()));
+  EXPECT_TRUE(fake.application.isTerminated);
+  EXPECT_THAT(fake.runLoop.pendingDelays(&delegate), IsEmpty());
+  EXPECT_THAT(fake.authorization.calls, IsEmpty());
+}
+
+TEST_F(Installer, NoArgumentsAreAGeneralFailureAtOnce) {
+  launch();
+  EXPECT_FALSE(delegate.isUninstall());
+  EXPECT_THAT(fake.application.alerts, ElementsAre(generalFailure()));
+  EXPECT_TRUE(fake.application.isTerminated);
+}
+
+TEST_F(Installer, ABundleWithoutIdentifierIsAGeneralFailureAtOnce) {
+  fake.bundles.others[newBundle]->info.erase("CFBundleIdentifier");
+  launchUpdate();
+  EXPECT_THAT(fake.application.alerts, ElementsAre(generalFailure()));
+}
+
+TEST_F(Installer, MissingOutletsAreTolerated) {
+  window.reset();
+  titleText.reset();
+  bodyText.reset();
+  cancelButton.reset();
+  nextButton.reset();
+  progressBar.reset();
+  argument("KMInstallToolMainFrame", "{{100, 100}, {800, 600}}");
+  launchInstall();
+  EXPECT_THAT(fake.runLoop.pendingDelays(&delegate), ElementsAre(Seconds(5.0)));
+}
+
+TEST_F(Installer, AnOutletOfAnotherKindIsNotConnected) {
+  delegate.connectOutlet("window", titleText);
+  delegate.connectOutlet("noSuchOutlet", titleText);
+  launchInstall();
+  EXPECT_FALSE(window->isKey);
+  EXPECT_EQ(titleText->text, "text of <InstallerInstallKeltoSubtitle>");
+}
+
+TEST_F(Installer, AnErrorMessageIsShownAsItStandsAndThenTheRunEnds) {
+  delegate.presentErrorMessage_title("100 %@ of %d", "Headline");
+  EXPECT_THAT(fake.application.alerts, ElementsAre(Alert{"Headline", "100 %@ of %d", "text of <OK>"}));
+  EXPECT_THAT(fake.application.terminateSenders, ElementsAre(static_cast<const void*>(&delegate)));
+}

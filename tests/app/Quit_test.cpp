@@ -1,0 +1,102 @@
+#include "tests/app/InstallerFixture.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+// 0.2 in single precision.
+constexpr Seconds pollInterval{0.20000000298023224};
+
+}  // namespace
+
+TEST_F(Installer, WithoutARunningCopyTheWorkStartsWithinTheSameCall) {
+  launchUpdate();
+  postCredentials();
+  delegate.quitApplications(&delegate);
+  EXPECT_THAT(tool.commands(), ElementsAre("replace item"));
+  EXPECT_THAT(fake.runLoop.timerIntervals(), IsEmpty());
+}
+
+TEST_F(Installer, EveryRunningCopyIsAskedToQuitOnce) {
+  launchUpdate();
+  const auto first = startController();
+  const auto second = startController();
+  authorize();
+  fake.runLoop.advance(3s);
+  EXPECT_EQ(first->quitRequests, 1);
+  EXPECT_EQ(second->quitRequests, 1);
+  EXPECT_THAT(tool.jobs, IsEmpty());
+}
+
+TEST_F(Installer, ThePollIntervalIsTheSinglePrecisionValueWidened) {
+  launchUpdate();
+  startController();
+  authorize();
+  EXPECT_THAT(fake.runLoop.timerIntervals(), ElementsAre(pollInterval));
+}
+
+TEST_F(Installer, TheDeadlineIsFiveSecondsAfterTheRequests) {
+  launchUpdate();
+  startController();
+  authorize();
+  EXPECT_EQ(delegate.errorAt(), fake.runLoop.currentDate() + 5s);
+}
+
+TEST_F(Installer, TheWorkStartsOnTheFirstTickAfterTheCopyIsGone) {
+  launchUpdate();
+  startController();
+  authorize();
+  fake.runLoop.advance(3s);
+  quitController();
+  EXPECT_THAT(tool.jobs, IsEmpty());
+  fake.runLoop.advance(pollInterval);
+  EXPECT_THAT(tool.commands(), ElementsAre("replace item"));
+  EXPECT_THAT(fake.runLoop.timerIntervals(), IsEmpty());
+}
+
+TEST_F(Installer, ACopyThatNeverQuitsIsNamedOnTheFirstTickAfterFiveSeconds) {
+  launchUpdate();
+  startController();
+  authorize();
+  fake.runLoop.advance(5s);  // 24 ticks; the 25th is 75 nanoseconds late
+  EXPECT_THAT(fake.application.alerts, IsEmpty());
+  fake.runLoop.advance(1us);
+  EXPECT_THAT(fake.application.alerts, ElementsAre(Alert{"text of <InstallerKeltoRunningSubtitle_1> with New Kelto",
+                                                         "text of <InstallerKeltoRunningMessage>", "text of <OK>"}));
+  EXPECT_TRUE(fake.application.isTerminated);
+  EXPECT_THAT(fake.runLoop.timerIntervals(), IsEmpty());
+  EXPECT_THAT(tool.jobs, IsEmpty());
+}
+
+TEST_F(Installer, TheComparisonWithTheDeadlineIsStrict) {
+  launchUpdate();
+  startController();
+  authorize();
+  fake.runLoop.advance(pollInterval);
+  delegate.setErrorAt(platform::dateByAdding(fake.runLoop.currentDate(), pollInterval));
+  fake.runLoop.advance(pollInterval);
+  EXPECT_THAT(fake.application.alerts, IsEmpty());
+  fake.runLoop.advance(pollInterval);
+  EXPECT_EQ(fake.application.alerts.size(), 1U);
+}
+
+TEST_F(Installer, InUninstallModeTheInstalledBundleSaysWhoMustQuit) {
+  addController(installedBundle, "com.kelto.oldController", "Old Kelto");
+  const auto copy = std::make_shared<platform::fake::FakeRunningApplication>();
+  fake.workspace.running["com.kelto.oldController"].push_back(copy);
+  launchUninstall();
+  authorize();
+  EXPECT_EQ(copy->quitRequests, 1);
+  fake.runLoop.advance(6s);
+  EXPECT_EQ(fake.application.alerts.at(0).messageText, "text of <InstallerKeltoRunningSubtitle_1> with Old Kelto");
+}
+
+TEST_F(Installer, OnceTheCopiesAreGoneAnUninstallGoesOnUninstalling) {
+  launchUninstall();
+  startController();
+  authorize();
+  quitController();
+  fake.runLoop.advance(pollInterval);
+  EXPECT_THAT(tool.commands(), ElementsAre("trash file"));
+}

@@ -1,0 +1,104 @@
+#include "tests/app/InstallerFixture.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+constexpr const char* sharesFile = "/Users/Shared/Kelto/Shares.plist";
+constexpr const char* definition = "/Library/LaunchDaemons/com.kelto.KeltoLibraryServer.plist";
+constexpr const char* program = "/Library/Application Support/Kelto/KeltoLibraryServer";
+
+class LibraryServer : public Installer {
+ protected:
+  void SetUp() override { installLibraryServer(); }
+};
+
+}  // namespace
+
+TEST_F(Installer, UninstallMovesTheInstalledBundleToTheTrashAndTerminates) {
+  launchUninstall();
+  authorize();
+  ASSERT_THAT(tool.commands(), ElementsAre("trash file"));
+  EXPECT_EQ(tool.jobs[0].at("file path"), installedBundle);
+  EXPECT_TRUE(fake.application.isTerminated);
+  EXPECT_THAT(fake.application.alerts, IsEmpty());
+  EXPECT_THAT(fake.workspace.launches, IsEmpty());
+  EXPECT_EQ(fake.authorization.calls.back(), "free 2 8");
+}
+
+TEST_F(Installer, UninstallOfNothingTerminatesWithoutAnAlert) {
+  launchUninstall();
+  fake.files.items.erase(installedBundle);
+  authorize();
+  EXPECT_TRUE(fake.application.isTerminated);
+  EXPECT_THAT(fake.application.alerts, IsEmpty());
+  EXPECT_THAT(tool.jobs, IsEmpty());
+}
+
+TEST_F(Installer, AFailedTrashNamesTheBundleWithoutItsExtension) {
+  tool.results["trash file"] = "no";
+  launchUninstall();
+  authorize();
+  EXPECT_THAT(fake.application.alerts,
+              ElementsAre(Alert{"text of <InstallerUnableToUninstallSubtitle>",
+                                "text of <InstallerUnableToUninstallMessage_1> with App", "text of <OK>"}));
+  EXPECT_TRUE(fake.application.isTerminated);
+  EXPECT_EQ(fake.application.terminateSenders.size(), 1U);
+}
+
+TEST_F(Installer, UninstallLeavesTheLibraryServerAlone) {
+  installLibraryServer();
+  launchUninstall();
+  authorize();
+  EXPECT_THAT(tool.commands(), ElementsAre("trash file"));
+  EXPECT_THAT(fake.services.asked, IsEmpty());
+}
+
+TEST_F(LibraryServer, IsInstalledWhenItsFilesExistAndItsJobRuns) {
+  EXPECT_TRUE(delegate.libraryServerInstalled());
+  EXPECT_THAT(fake.services.asked, ElementsAre("com.kelto.KeltoLibraryServer"));
+}
+
+TEST_F(LibraryServer, ProbesGoInOrder) {
+  delegate.libraryServerInstalled();
+  EXPECT_THAT(fake.files.existenceTests, ElementsAre(sharesFile, definition, program));
+}
+
+TEST_F(LibraryServer, AMissingMarkerFileEndsTheProbing) {
+  fake.files.items.erase(sharesFile);
+  EXPECT_FALSE(delegate.libraryServerInstalled());
+  EXPECT_THAT(fake.files.existenceTests, ElementsAre(sharesFile));
+  EXPECT_THAT(fake.services.asked, IsEmpty());
+}
+
+TEST_F(LibraryServer, AMissingDefinitionMeansTheServiceManagerIsNotAsked) {
+  fake.files.items.erase(definition);
+  EXPECT_FALSE(delegate.libraryServerInstalled());
+  EXPECT_THAT(fake.files.existenceTests, ElementsAre(sharesFile, definition));
+  EXPECT_THAT(fake.services.asked, IsEmpty());
+}
+
+TEST_F(LibraryServer, AMissingProgramMeansTheServiceManagerIsNotAsked) {
+  fake.files.items.erase(program);
+  EXPECT_FALSE(delegate.libraryServerInstalled());
+  EXPECT_THAT(fake.services.asked, IsEmpty());
+}
+
+TEST_F(LibraryServer, AJobThatIsNotLoadedCountsAsNotInstalled) {
+  fake.services.jobs.clear();
+  EXPECT_FALSE(delegate.libraryServerInstalled());
+}
+
+TEST_F(LibraryServer, AJobWithoutAProcessCountsAsNotInstalled) {
+  fake.services.jobs["com.kelto.KeltoLibraryServer"].erase("PID");
+  EXPECT_FALSE(delegate.libraryServerInstalled());
+}
+
+TEST_F(LibraryServer, TheLocalLibraryFolderIsTheFirstOfTheSearch) {
+  fake.files.searchPaths[{platform::SearchPathDirectory::library, platform::NSLocalDomainMask}] = {"/srv/Library", "/x"};
+  fake.files.addFile("/srv/Library/LaunchDaemons/com.kelto.KeltoLibraryServer.plist");
+  fake.files.addFile("/srv/Library/Application Support/Kelto/KeltoLibraryServer");
+  EXPECT_TRUE(delegate.libraryServerInstalled());
+  EXPECT_EQ(fake.files.existenceTests.at(1), "/srv/Library/LaunchDaemons/com.kelto.KeltoLibraryServer.plist");
+}

@@ -1,0 +1,60 @@
+#!/usr/bin/env python3
+"""Runs clang-tidy over the sources that changed since they were last found clean.
+
+Usage: tidy_lint.py ROOT BUILD_FOLDER
+A file is clean when clang-tidy says nothing about it. What was found clean is remembered in the build folder by the hash of
+the file, of the project's headers and of the configuration, so that a run without changes takes no time.
+"""
+import concurrent.futures
+import hashlib
+import json
+import os
+import subprocess
+import sys
+from pathlib import Path
+
+
+def digest(paths):
+    total = hashlib.sha256()
+    for path in paths:
+        total.update(path.read_bytes())
+    return total.hexdigest()
+
+
+def check(path, build):
+    command = ["clang-tidy", "--quiet", f"-p={build}", str(path)]
+    run = subprocess.run(command, capture_output=True, text=True)
+    lines = [line for line in (run.stdout + run.stderr).splitlines() if "warnings generated" not in line]
+    return run.returncode == 0, "\n".join(lines)
+
+
+def main():
+    root, build = Path(sys.argv[1]), Path(sys.argv[2])
+    database = json.loads((build / "compile_commands.json").read_text())
+    files = sorted({Path(entry["file"]) for entry in database
+                    if Path(entry["file"]).is_relative_to(root) and not Path(entry["file"]).is_relative_to(build)
+                    and "/tests/" not in entry["file"] and "/bench/" not in entry["file"]})
+    headers = sorted(path for room in ("app", "privileged", "logging", "kit", "ui", "platform", "demo", "examples")
+                     for path in (root / room).rglob("*.h"))
+    common = digest([root / ".clang-tidy", *headers])
+    stamps = build / "clang-tidy-stamps"
+    stamps.mkdir(exist_ok=True)
+    todo = {}
+    for path in files:
+        stamp = stamps / hashlib.sha256((common + digest([path]) + str(path)).encode()).hexdigest()
+        if not stamp.exists():
+            todo[path] = stamp
+    problems = 0
+    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+        for (path, stamp), (clean, text) in zip(todo.items(), pool.map(lambda path: check(path, build), todo)):
+            if clean:
+                stamp.touch()
+            else:
+                problems += 1
+                print(text, flush=True)
+    print(f"{len(files)} files, {len(todo)} checked now, {problems} with problems")
+    return 1 if problems or not files else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,290 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "logging/KTLogger.h"
+#include "privileged/KMAuthorization.h"
+#include "tests/support/FakeTool.h"
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::Pair;
+using testing::StartsWith;
+
+namespace {
+
+class AssistantToolExchange : public testing::Test {
+ protected:
+  [[nodiscard]] std::size_t jobFiles() const {
+    return static_cast<std::size_t>(
+        std::ranges::count_if(fake.files.items, [](const auto& item) { return item.first.starts_with("/tmp/Kelto"); }));
+  }
+
+  bool run(std::optional<std::string>* output = nullptr) {
+    return session->resultFromToolWithPrompt_instructions_output("", instructions, output);
+  }
+
+  platform::fake::FakePlatform fake;
+  support::FakeTool tool{fake};
+  std::shared_ptr<KMAuthorization> session = KMAuthorization::init();
+  const KMAuthorization::Instructions instructions{{"command", "remove file"}, {"file path", "/A.app"}};
+};
+
+class RecordingLogger final : public KTAdditionalLoggerProtocol {
+ public:
+  void log_level_message(std::string_view selector, std::int32_t level, std::string_view format,
+                         std::span<const platform::FormatArgument> arguments) override {
+    selectors.emplace_back(selector);
+    levels.push_back(level);
+    messages.push_back(platform::format(format, arguments));
+  }
+  std::vector<std::string> selectors;
+  std::vector<std::int32_t> levels;
+  std::vector<std::string> messages;
+};
+
+}  // namespace
+
+TEST_F(AssistantToolExchange, AJobThatTheToolReportsAsDoneSucceeds) {
+  EXPECT_TRUE(run());
+  ASSERT_EQ(tool.jobs.size(), 1U);
+  EXPECT_THAT(tool.jobs[0], Contains(Pair("command", "remove file")));
+  EXPECT_THAT(tool.jobs[0], Contains(Pair("file path", "/A.app")));
+  EXPECT_THAT(tool.jobs[0].at("result path"), StartsWith("/tmp/Kelto"));
+  EXPECT_FALSE(tool.jobs[0].contains("output path"));
+}
+
+TEST_F(AssistantToolExchange, TheCallersInstructionsAreNotChanged) {
+  run();
+  EXPECT_THAT(instructions, ElementsAre(Pair("command", "remove file"), Pair("file path", "/A.app")));
+}
+
+TEST_F(AssistantToolExchange, TheLengthIsEightBytesLittleEndianBeforeTheArchive) {
+  run();
+  const std::string& written = tool.lastStream->written;
+  ASSERT_GT(written.size(), 8U);
+  std::uint64_t length = 0;
+  for (int i = 7; i >= 0; --i) length = length * 256 + static_cast<unsigned char>(written[static_cast<std::size_t>(i)]);
+  EXPECT_EQ(length, written.size() - 8);
+}
+
+TEST_F(AssistantToolExchange, TheToolIsAuthorizedAndRunWithoutOptions) {
+  run();
+  EXPECT_THAT(fake.authorization.calls,
+              ElementsAre("create 0", "copyRights 1 system.privilege.admin 19", "execute 1 " + tool.path + " 0"));
+}
+
+TEST_F(AssistantToolExchange, BothFilesAreCreatedEmptyWithMode0666BeforeTheToolIsAuthorized) {
+  std::map<std::string, platform::fake::FakeFileManager::Item> seen;
+  tool.work = [&](const support::FakeTool::Job& job) {
+    for (const char* key : {"result path", "output path"}) seen[key] = fake.files.items.at(job.at(key));
+  };
+  std::optional<std::string> output;
+  run(&output);
+  ASSERT_EQ(seen.size(), 2U);
+  for (const auto& [key, item] : seen) {
+    EXPECT_EQ(item.attributes.posixPermissions, 438) << key;
+    EXPECT_EQ(item.contents, "") << key;
+  }
+}
+
+TEST_F(AssistantToolExchange, NoFileIsCreatedForAMissingOrEmptyPath) {
+  const auto before = fake.files.items.size();
+  session->_createOutputFileAtPath(std::nullopt);
+  session->_createOutputFileAtPath("");
+  EXPECT_EQ(fake.files.items.size(), before);
+}
+
+TEST_F(AssistantToolExchange, AnExistingFileIsReplacedByAnEmptyOne) {
+  fake.files.addFile("/tmp/result", "old text");
+  session->_createOutputFileAtPath("/tmp/result");
+  EXPECT_EQ(fake.files.items.at("/tmp/result").contents, "");
+}
+
+TEST_F(AssistantToolExchange, ResultTextMustMatchExactly) {
+  for (const char* text : {"tool result ok\n", "Tool result ok", "tool result ok ", "", "tool result", "failed"}) {
+    tool.results["remove file"] = text;
+    EXPECT_FALSE(run()) << text;
+  }
+}
+
+TEST_F(AssistantToolExchange, AVanishedResultFileIsAFailure) {
+  tool.work = [&](const support::FakeTool::Job& job) { fake.files.items.erase(job.at("result path")); };
+  EXPECT_FALSE(run());
+}
+
+TEST_F(AssistantToolExchange, WithoutAToolEveryJobFailsAndLeavesNoFileBehind) {
+  fake.bundles.main.resources.clear();
+  EXPECT_FALSE(run());
+  EXPECT_EQ(jobFiles(), 0U);
+  EXPECT_THAT(fake.authorization.calls, Not(Contains(StartsWith("execute"))));
+}
+
+TEST_F(AssistantToolExchange, AToolThatIsNotExecutableIsNoTool) {
+  fake.files.addFile(tool.path, {}, false);
+  EXPECT_EQ(session->_pathForTool(), std::nullopt);
+  EXPECT_FALSE(run());
+}
+
+TEST_F(AssistantToolExchange, FilesAreRemovedAlsoWhenTheToolNeverRan) {
+  fake.authorization.copyRightsStatus = platform::errAuthorizationDenied;
+  std::optional<std::string> output;
+  EXPECT_FALSE(run(&output));
+  EXPECT_EQ(jobFiles(), 0U);
+  EXPECT_EQ(fake.files.removed.size(), 2U);
+  EXPECT_THAT(tool.jobs, IsEmpty());
+}
+
+TEST_F(AssistantToolExchange, AFailedStartFailsTheJob) {
+  fake.authorization.executeStatus = platform::errAuthorizationToolExecuteFailure;
+  EXPECT_FALSE(run());
+  EXPECT_EQ(jobFiles(), 0U);
+}
+
+TEST_F(AssistantToolExchange, AShortWriteOfTheLengthClosesThePipe) {
+  tool.writeLimit = 7;
+  EXPECT_FALSE(run());
+  EXPECT_TRUE(tool.lastStream->isClosed);
+  EXPECT_EQ(tool.lastStream->written.size(), 7U);
+  EXPECT_THAT(tool.lastStream->reads, IsEmpty());
+}
+
+TEST_F(AssistantToolExchange, AShortWriteOfTheArchiveClosesThePipe) {
+  tool.writeLimit = 20;
+  EXPECT_FALSE(run());
+  EXPECT_TRUE(tool.lastStream->isClosed);
+  EXPECT_THAT(tool.lastStream->reads, IsEmpty());
+}
+
+TEST_F(AssistantToolExchange, AnOutputFileThatTheToolLeftEmptyGivesAnEmptyString) {
+  std::optional<std::string> output;
+  EXPECT_TRUE(run(&output));
+  EXPECT_EQ(output, "");
+}
+
+TEST_F(AssistantToolExchange, AVanishedOutputFileGivesNothing) {
+  tool.work = [&](const support::FakeTool::Job& job) { fake.files.items.erase(job.at("output path")); };
+  std::optional<std::string> output = "before";
+  EXPECT_TRUE(run(&output));
+  EXPECT_EQ(output, std::nullopt);
+}
+
+TEST_F(AssistantToolExchange, OutputIsHandedBackAsText) {
+  tool.output = "Trash: \xC3\xA9";
+  std::optional<std::string> output;
+  EXPECT_TRUE(run(&output));
+  EXPECT_EQ(output, "Trash: \xC3\xA9");
+}
+
+TEST_F(AssistantToolExchange, OutputThatIsNoUTF8GivesNothing) {
+  tool.output = "\xFF\xFE";
+  std::optional<std::string> output = "before";
+  run(&output);
+  EXPECT_EQ(output, std::nullopt);
+}
+
+TEST_F(AssistantToolExchange, An512ByteAnswerIsReadUntilTheEnd) {
+  tool.answer = {std::string(512, 'a')};
+  run();
+  EXPECT_THAT(tool.lastStream->reads, ElementsAre(512U, 0U));
+}
+
+TEST_F(AssistantToolExchange, A700ByteAnswerIsReadAs512And188) {
+  tool.answer = {std::string(700, 'a')};
+  EXPECT_EQ(session->_outputFromToolWithInstructions(instructions)->size(), 700U);
+  EXPECT_THAT(tool.lastStream->reads, ElementsAre(512U, 188U));
+}
+
+TEST_F(AssistantToolExchange, AShortReadEndsTheReading) {
+  tool.answer = {std::string(100, 'a'), std::string(50, 'b')};
+  EXPECT_EQ(session->_outputFromToolWithInstructions(instructions), std::string(100, 'a'));
+  EXPECT_THAT(tool.lastStream->reads, ElementsAre(100U));
+}
+
+TEST_F(AssistantToolExchange, TheAnswerIsLoggedToBothLoggersAtDebugLevel) {
+  fake.enableDebugLogging();
+  RecordingLogger additional;
+  KTLogger::sharedLogger()->setAdditionalLogger(&additional);
+  tool.answer = {"all done"};
+  run();
+  ASSERT_THAT(fake.systemLog.lines,
+              ElementsAre(AllOf(StartsWith("<Debug> [KMAuthorization(0x"), EndsWith("]:102 output is 'all done'"))));
+  EXPECT_THAT(fake.systemLog.lines[0], HasSubstr(") _outputFromToolWithInstructions:]"));
+  ASSERT_THAT(additional.messages, ElementsAre(fake.systemLog.lines[0].substr(8)));
+  EXPECT_THAT(additional.levels, ElementsAre(7));
+  KTLogger::sharedLogger()->setAdditionalLogger(nullptr);
+}
+
+TEST_F(AssistantToolExchange, NothingIsLoggedAtTheDefaultLevel) {
+  run();
+  EXPECT_THAT(fake.systemLog.lines, IsEmpty());
+}
+
+TEST_F(AssistantToolExchange, ReleasedRightsFailTheJobWithoutRunningTheTool) {
+  session->releaseRights();
+  EXPECT_FALSE(run());
+  EXPECT_THAT(tool.jobs, IsEmpty());
+}
+
+TEST_F(AssistantToolExchange, ReplaceSendsItsArgumentsCrossed) {
+  EXPECT_TRUE(session->replaceItemAtPath_withItemAtPath("/X", "/Y"));
+  ASSERT_EQ(tool.jobs.size(), 1U);
+  EXPECT_THAT(tool.jobs[0], Contains(Pair("command", "replace item")));
+  EXPECT_THAT(tool.jobs[0], Contains(Pair("source path", "/Y")));
+  EXPECT_THAT(tool.jobs[0], Contains(Pair("destination path", "/X")));
+}
+
+TEST_F(AssistantToolExchange, CopyAndMoveSendSourceThenDestination) {
+  EXPECT_TRUE(session->copyItemAtPath_toPath("/X", "/Y"));
+  EXPECT_TRUE(session->moveItemAtPath_toPath("/X", "/Y"));
+  EXPECT_THAT(tool.commands(), ElementsAre("copy file", "move file"));
+  for (const auto& job : tool.jobs) {
+    EXPECT_EQ(job.at("source path"), "/X");
+    EXPECT_EQ(job.at("destination path"), "/Y");
+  }
+}
+
+TEST_F(AssistantToolExchange, TrashAndRemoveSendTheFilePath) {
+  EXPECT_TRUE(session->trashItemAtPath("/X"));
+  EXPECT_TRUE(session->removeItemAtPath("/X"));
+  EXPECT_THAT(tool.commands(), ElementsAre("trash file", "remove file"));
+  for (const auto& job : tool.jobs) EXPECT_EQ(job.at("file path"), "/X");
+}
+
+TEST_F(AssistantToolExchange, CopyWithoutDestinationSendsOnlyCommandAndSource) {
+  session->copyItemAtPath_toPath("/X", std::nullopt);
+  ASSERT_EQ(tool.jobs.size(), 1U);
+  EXPECT_EQ(tool.jobs[0].size(), 3U);
+  EXPECT_TRUE(tool.jobs[0].contains("source path"));
+  EXPECT_TRUE(tool.jobs[0].contains("result path"));
+}
+
+TEST_F(AssistantToolExchange, AMissingPathEndsTheInstructionThere) {
+  session->copyItemAtPath_toPath(std::nullopt, "/Y");
+  session->replaceItemAtPath_withItemAtPath("/X", std::nullopt);
+  ASSERT_EQ(tool.jobs.size(), 2U);
+  for (const auto& job : tool.jobs) EXPECT_EQ(job.size(), 2U);
+}
+
+TEST_F(AssistantToolExchange, FileOperationsReturnTheVerdict) {
+  for (const char* command : {"trash file", "remove file", "copy file", "move file", "replace item"})
+    tool.results[command] = "no";
+  EXPECT_FALSE(session->trashItemAtPath("/X"));
+  EXPECT_FALSE(session->removeItemAtPath("/X"));
+  EXPECT_FALSE(session->copyItemAtPath_toPath("/X", "/Y"));
+  EXPECT_FALSE(session->moveItemAtPath_toPath("/X", "/Y"));
+  EXPECT_FALSE(session->replaceItemAtPath_withItemAtPath("/X", "/Y"));
+}
+
+TEST_F(AssistantToolExchange, FileOperationsFailWithoutRunningTheToolOnceReleased) {
+  session->releaseRights();
+  EXPECT_FALSE(session->trashItemAtPath("/X"));
+  EXPECT_FALSE(session->removeItemAtPath("/X"));
+  EXPECT_FALSE(session->copyItemAtPath_toPath("/X", "/Y"));
+  EXPECT_FALSE(session->moveItemAtPath_toPath("/X", "/Y"));
+  EXPECT_FALSE(session->replaceItemAtPath_withItemAtPath("/X", "/Y"));
+  EXPECT_THAT(tool.jobs, IsEmpty());
+}

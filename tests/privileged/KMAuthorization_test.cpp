@@ -1,0 +1,225 @@
+#include "privileged/KMAuthorization.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "platform/fake/FakePlatform.h"
+
+using platform::PropertyList::Data;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+Data dataOfLength(std::size_t length, unsigned char first = 1) {
+  Data data;
+  for (std::size_t i = 0; i < length; ++i) data.push_back(std::byte(first + i));
+  return data;
+}
+
+class KMAuthorizationSession : public testing::Test {
+ protected:
+  static constexpr const char* toolPath = "/Apps/Installer.app/Contents/Resources/assistantTool";
+
+  void addTool(const std::string& name, const std::string& path) {
+    fake.bundles.main.resources[name] = path;
+    fake.files.addFile(path, {}, true);
+  }
+
+  void SetUp() override { addTool("assistantTool", toolPath); }
+
+  std::vector<std::string>& calls() { return fake.authorization.calls; }
+
+  platform::fake::FakePlatform fake;
+};
+
+}  // namespace
+
+TEST_F(KMAuthorizationSession, SharedInstanceIsMadeOnceWithDefaultFlags) {
+  KMAuthorization* first = KMAuthorization::sharedInstance();
+  ASSERT_NE(first, nullptr);
+  EXPECT_EQ(KMAuthorization::sharedInstance(), first);
+  EXPECT_THAT(calls(), ElementsAre("create 0"));
+}
+
+TEST_F(KMAuthorizationSession, SharedInstanceIsTheSameFromManyThreads) {
+  std::vector<KMAuthorization*> seen(8);
+  std::vector<std::thread> threads;
+  for (auto& place : seen) threads.emplace_back([&place] { place = KMAuthorization::sharedInstance(); });
+  for (auto& thread : threads) thread.join();
+  EXPECT_THAT(seen, testing::Each(KMAuthorization::sharedInstance()));
+  EXPECT_THAT(calls(), ElementsAre("create 0"));
+}
+
+TEST_F(KMAuthorizationSession, AFailedCreationIsFinalForTheProcess) {
+  fake.authorization.createStatus = platform::errAuthorizationInternal;
+  EXPECT_EQ(KMAuthorization::sharedInstance(), nullptr);
+  fake.authorization.createStatus = platform::errAuthorizationSuccess;
+  EXPECT_EQ(KMAuthorization::sharedInstance(), nullptr);
+  EXPECT_THAT(calls(), ElementsAre("create 0"));
+}
+
+TEST_F(KMAuthorizationSession, TheRightIsTheAdministratorRightWithTheToolPathAsValue) {
+  const auto session = KMAuthorization::init();
+  ASSERT_EQ(session->rights().count, 1U);
+  const auto& item = session->rights().items[0];
+  EXPECT_STREQ(item.name, "system.privilege.admin");
+  EXPECT_EQ(item.flags, 0U);
+  EXPECT_EQ(item.valueLength, std::string(toolPath).size());
+  EXPECT_STREQ(static_cast<const char*>(item.value), toolPath);
+  EXPECT_EQ(session->toolName(), "assistantTool");
+}
+
+TEST_F(KMAuthorizationSession, ASecondEqualToolNameKeepsTheBufferAndDoesNotResolveAgain) {
+  const auto session = KMAuthorization::init();
+  const void* buffer = session->rights().items[0].value;
+  addTool("assistantTool", "/elsewhere/assistantTool");
+  session->setToolName("assistantTool");
+  EXPECT_EQ(session->rights().items[0].value, buffer);
+  EXPECT_STREQ(static_cast<const char*>(buffer), toolPath);
+}
+
+TEST_F(KMAuthorizationSession, ANewToolNamePointsTheRightAtItsPath) {
+  addTool("otherTool", "/Apps/otherTool");
+  const auto session = KMAuthorization::init();
+  session->setToolName("otherTool");
+  EXPECT_STREQ(static_cast<const char*>(session->rights().items[0].value), "/Apps/otherTool");
+  EXPECT_EQ(session->rights().items[0].valueLength, 15U);
+}
+
+TEST_F(KMAuthorizationSession, AToolNameWithoutExecutableEmptiesTheValueAndStillAsksForTheRight) {
+  const auto session = KMAuthorization::init();
+  const void* buffer = session->rights().items[0].value;
+  session->setToolName("noSuchTool");
+  EXPECT_EQ(session->rights().items[0].valueLength, 0U);
+  EXPECT_EQ(session->rights().items[0].value, buffer);
+  EXPECT_TRUE(session->authorizeForRootWithPrompt_preauthorize_allowInteraction("", true, false));
+  EXPECT_EQ(calls().back(), "copyRights 1 system.privilege.admin 18");
+  EXPECT_EQ(fake.authorization.rightValue, "");
+}
+
+TEST_F(KMAuthorizationSession, ExternalRightsAreThe32BytesOfTheExternalForm) {
+  const Data form = dataOfLength(32);
+  std::copy(form.begin(), form.end(), fake.authorization.externalForm.bytes.begin());
+  EXPECT_EQ(KMAuthorization::init()->externalRights(), form);
+}
+
+TEST_F(KMAuthorizationSession, ExternalRightsAreNothingWhenTheyCannotBeMade) {
+  fake.authorization.makeExternalFormStatus = platform::errAuthorizationInternal;
+  EXPECT_EQ(KMAuthorization::init()->externalRights(), std::nullopt);
+}
+
+TEST_F(KMAuthorizationSession, AuthorizingComposesTheFlags) {
+  const auto session = KMAuthorization::init();
+  const auto flagsFor = [&](bool preauthorize, bool interaction) {
+    session->authorizeForRootWithPrompt_preauthorize_allowInteraction("", preauthorize, interaction);
+    return calls().back();
+  };
+  EXPECT_EQ(flagsFor(true, false), "copyRights 1 system.privilege.admin 18");
+  EXPECT_EQ(flagsFor(true, true), "copyRights 1 system.privilege.admin 19");
+  EXPECT_EQ(flagsFor(false, false), "copyRights 1 system.privilege.admin 2");
+  EXPECT_EQ(flagsFor(false, true), "copyRights 1 system.privilege.admin 3");
+}
+
+TEST_F(KMAuthorizationSession, AuthorizingIgnoresItsPrompt) {
+  const auto session = KMAuthorization::init();
+  session->authorizeForRootWithPrompt_preauthorize_allowInteraction("", true, true);
+  const auto without = calls().back();
+  session->authorizeForRootWithPrompt_preauthorize_allowInteraction("Give me root", true, true);
+  EXPECT_EQ(calls().back(), without);
+}
+
+TEST_F(KMAuthorizationSession, AuthorizingSucceedsOnlyOnStatusZero) {
+  const auto session = KMAuthorization::init();
+  for (const auto status : {platform::errAuthorizationDenied, platform::errAuthorizationCanceled, 1}) {
+    fake.authorization.copyRightsStatus = status;
+    EXPECT_FALSE(session->authorizeForRootWithPrompt_preauthorize_allowInteraction("", true, true));
+  }
+}
+
+TEST_F(KMAuthorizationSession, ReleasingDestroysTheRightsByDefault) {
+  const auto session = KMAuthorization::init();
+  EXPECT_TRUE(session->releaseRights());
+  EXPECT_EQ(calls().back(), "free 1 8");
+}
+
+TEST_F(KMAuthorizationSession, ReleasingWithDefaultFlagsOnlyDropsTheHandle) {
+  const auto session = KMAuthorization::init();
+  EXPECT_FALSE(session->useDefaultFlags());
+  session->setUseDefaultFlags(true);
+  EXPECT_TRUE(session->releaseRights());
+  EXPECT_EQ(calls().back(), "free 1 0");
+}
+
+TEST_F(KMAuthorizationSession, ReleasingAgainReturnsTrueAndCallsNothing) {
+  const auto session = KMAuthorization::init();
+  session->releaseRights();
+  calls().clear();
+  EXPECT_TRUE(session->releaseRights());
+  EXPECT_THAT(calls(), IsEmpty());
+}
+
+TEST_F(KMAuthorizationSession, AFailedFreeIsReportedAndDropsTheHandleAllTheSame) {
+  const auto session = KMAuthorization::init();
+  fake.authorization.freeStatus = platform::errAuthorizationInternal;
+  EXPECT_FALSE(session->releaseRights());
+  EXPECT_TRUE(session->releaseRights());
+}
+
+TEST_F(KMAuthorizationSession, AfterReleaseNothingIsExportedAndAuthorizingFails) {
+  const auto session = KMAuthorization::init();
+  session->releaseRights();
+  EXPECT_EQ(session->externalRights(), std::nullopt);
+  EXPECT_FALSE(session->authorizeForRootWithPrompt_preauthorize_allowInteraction("", true, true));
+}
+
+TEST_F(KMAuthorizationSession, AdoptingDestroysTheRightsHeldBeforeAndThenImports) {
+  const auto session = KMAuthorization::init();
+  session->setExternalRights(dataOfLength(32));
+  EXPECT_THAT(calls(), ElementsAre("create 0", "free 1 8", "createFromExternalForm"));
+  session->authorizeForRootWithPrompt_preauthorize_allowInteraction("", true, false);
+  EXPECT_EQ(calls().back(), "copyRights 2 system.privilege.admin 18");
+}
+
+TEST_F(KMAuthorizationSession, AdoptingTakesTheFirst32Bytes) {
+  const auto session = KMAuthorization::init();
+  const Data data = dataOfLength(40);
+  session->setExternalRights(data);
+  EXPECT_TRUE(
+      std::equal(fake.authorization.adoptedForm.bytes.begin(), fake.authorization.adoptedForm.bytes.end(), data.begin()));
+}
+
+TEST_F(KMAuthorizationSession, ShorterDataIsRefusedAndLeavesNoSession) {
+  for (const std::size_t length : {0, 1, 31}) {
+    const auto session = KMAuthorization::init();
+    calls().clear();
+    // On the heap at its exact size, so that a sanitizer sees a read past its end.
+    session->setExternalRights(dataOfLength(length));
+    EXPECT_THAT(calls(), testing::Not(testing::Contains("createFromExternalForm")));
+    EXPECT_FALSE(session->authorizeForRootWithPrompt_preauthorize_allowInteraction("", true, false));
+  }
+}
+
+TEST_F(KMAuthorizationSession, AFormIsNotAdoptedWhenTheFormerSessionCouldNotBeFreed) {
+  const auto session = KMAuthorization::init();
+  fake.authorization.freeStatus = platform::errAuthorizationInternal;
+  session->setExternalRights(dataOfLength(32));
+  EXPECT_THAT(calls(), ElementsAre("create 0", "free 1 8"));
+  EXPECT_FALSE(session->authorizeForRootWithPrompt_preauthorize_allowInteraction("", true, false));
+}
+
+TEST_F(KMAuthorizationSession, AFormThatIsNotGoodLeavesNoSession) {
+  const auto session = KMAuthorization::init();
+  fake.authorization.createFromExternalFormStatus = platform::errAuthorizationDenied;
+  session->setExternalRights(dataOfLength(32));
+  EXPECT_FALSE(session->authorizeForRootWithPrompt_preauthorize_allowInteraction("", true, false));
+  EXPECT_EQ(calls().back(), "copyRights 0 system.privilege.admin 18");
+}
+
+TEST_F(KMAuthorizationSession, TheRightsAreReleasedWhenTheApplicationTerminates) {
+  ASSERT_NE(KMAuthorization::sharedInstance(), nullptr);
+  fake.notificationCenter.post({std::string(platform::ApplicationWillTerminateNotification), "", {}});
+  EXPECT_EQ(calls().back(), "free 1 8");
+}

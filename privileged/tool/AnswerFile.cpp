@@ -1,0 +1,58 @@
+#include "privileged/tool/AnswerFile.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "privileged/tool/Failure.h"
+#include "privileged/tool/Folder.h"
+
+namespace AssistantTool {
+namespace {
+
+struct stat statusOf(int file) {
+  struct stat status {};
+  if (::fstat(file, &status) != 0) failWithSystemError("cannot look at the result file");
+  return status;
+}
+
+void judge(const struct stat& status, uid_t user) {
+  if (S_ISLNK(status.st_mode)) throw Failure("the result file is a link");
+  if (!S_ISREG(status.st_mode)) throw Failure("the result file is not a regular file");
+  if (status.st_nlink != 1) throw Failure("the result file has another name, or none");
+  if (status.st_uid != user) throw Failure("the result file belongs to someone else");
+}
+
+}  // namespace
+
+AnswerFile::AnswerFile(const std::string& path, const PathWalk& walk) : user_(walk.user()) {
+  const auto location = walk.locate(path);
+  // Looked at before it is opened: opening a device or a pipe may already do something.
+  const FileDescriptor found(::openat(location.folder.get(), location.name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  if (!found) failWithSystemError("cannot open the result file");
+  judge(statusOf(found.get()), user_);
+  file_ = FileDescriptor(::open(pathOfDescriptor(found.get()).c_str(), O_WRONLY | O_CLOEXEC));
+  if (!file_) failWithSystemError("cannot write the result file");
+  if (statusOf(file_.get()).st_size != 0) throw Failure("the result file is not empty");
+}
+
+void AnswerFile::write(std::string_view text) const {
+  judge(statusOf(file_.get()), user_);
+  off_t at = 0;
+  while (!text.empty()) {
+    const auto written = ::pwrite(file_.get(), text.data(), text.size(), at);
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) failWithSystemError("cannot write the result file");
+    at += written;
+    text.remove_prefix(static_cast<std::size_t>(written));
+  }
+}
+
+bool AnswerFile::isSameFileAs(const AnswerFile& other) const {
+  const auto one = statusOf(file_.get());
+  const auto another = statusOf(other.file_.get());
+  return one.st_dev == another.st_dev && one.st_ino == another.st_ino;
+}
+
+}  // namespace AssistantTool

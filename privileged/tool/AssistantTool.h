@@ -1,0 +1,17 @@
+#pragma once
+// One run of the assistant tool: an instruction from its standard input, the job, the verdict in the result file, one line
+// on its standard output.
+#include <sys/types.h>
+
+namespace AssistantTool {
+
+// The user who asked: for a tool started as root what its starter says in KELTO_INVOKING_UID, else the process's own.
+// Throws Failure when that text is no user id.
+uid_t invokingUser();
+
+// Reads from `input`, which holds the length (8 bytes, host order) and as many bytes of archive; writes to `output`. On
+// success the result file holds exactly "tool result ok" before anything is printed. Returns the exit status: 0, or 1 with
+// the reason printed and nothing in the result file.
+int run(int input, int output);
+
+}  // namespace AssistantTool

@@ -1,0 +1,14 @@
+#include "privileged/tool/Failure.h"
+
+#include <cerrno>
+#include <cstring>
+
+namespace AssistantTool {
+
+void failWithSystemError(std::string_view what, int error) {
+  throw Failure(std::string(what) + ": " + std::strerror(error));  // NOLINT(concurrency-mt-unsafe): one thread
+}
+
+void failWithSystemError(std::string_view what) { failWithSystemError(what, errno); }
+
+}  // namespace AssistantTool

@@ -1,0 +1,134 @@
+#include "privileged/tool/FileCommands.h"
+
+#include <cerrno>
+#include <memory>
+
+#include "privileged/tool/Failure.h"
+#include "privileged/tool/Folder.h"
+#include "privileged/tool/Items.h"
+#include "privileged/tool/Swap.h"
+
+namespace AssistantTool {
+namespace {
+
+struct SourceAndDestination {
+  Location source;
+  Location destination;
+};
+
+SourceAndDestination bothItems(const Request& request) {
+  SourceAndDestination items{request.locate("source path"), request.locate("destination path")};
+  Staging::clearLeftovers(items.destination, request.walk);
+  Staging::clearLeftovers(items.source, request.walk);
+  requireItem(items.source);
+  if (items.destination.exists()) requireItem(items.destination);
+  refuseNesting(items.source, items.destination);
+  return items;
+}
+
+// Renames the new item into the staging folder. False when it has to be copied: it is on another file system, cannot be
+// taken from where it is, or has files with names elsewhere, whose owner and mode are not ours to change.
+bool takeIntoStaging(const Location& source, const TreeSurvey& found, Staging& staging) {
+  if (found.hasOutsideLinks) return false;
+  staging.noteSource(source, *source.status());
+  if (renameWithoutReplacing(source.folder.get(), source.name, staging.folder(), Staging::NewItem) == 0) return true;
+  staging.forgetSource();
+  return false;
+}
+
+void giveBack(const Location& source, Staging& staging) {
+  if (staging.isKept()) return;
+  if (renameWithoutReplacing(staging.folder(), Staging::NewItem, source.folder.get(), source.name) != 0) staging.keep();
+}
+
+std::string removeCopiedSource(const Location& source) {
+  try {
+    if (takeAway(source)()) return {};
+  } catch (const Failure&) {
+    // Said below; a source on a read-only medium is the usual case.
+  }
+  return "the new item was left at its old place";
+}
+
+std::function<std::string()> cleanUpAfterReplacing(const std::shared_ptr<Staging>& staging,
+                                                   const std::shared_ptr<Location>& copiedSource) {
+  return [staging, copiedSource] {
+    std::string remark = copiedSource ? removeCopiedSource(*copiedSource) : "";
+    if (!staging->discard()) remark = "the old item could not be deleted completely";
+    return remark;
+  };
+}
+
+}  // namespace
+
+Outcome removeFile(const Request& request) {
+  const auto item = request.locate("file path");
+  Staging::clearLeftovers(item, request.walk);
+  requireItem(item);
+  if (!takeAway(item)()) throw Failure("could not delete all of " + item.path);
+  return {.report = "removed " + item.path, .output = "removed " + item.path, .afterwards = {}};
+}
+
+Outcome copyFile(const Request& request) {
+  const auto [source, destination] = bothItems(request);
+  requireNothing(destination);
+  const auto found = surveyWithoutSpecialFiles(source, std::nullopt);
+  const Staging staging(destination);
+  stageCopy(source, staging, std::nullopt, found.entries);
+  placeNewItem(staging, destination);
+  return {.report = "copied to " + destination.path, .output = "copied to " + destination.path, .afterwards = {}};
+}
+
+Outcome moveFile(const Request& request) {
+  const auto [source, destination] = bothItems(request);
+  requireNothing(destination);
+  const auto folder = destination.openFolder();
+  const int error = renameWithoutReplacing(source.folder.get(), source.name, folder.get(), destination.name);
+  Outcome outcome{.report = "moved to " + destination.path, .output = "moved to " + destination.path, .afterwards = {}};
+  if (error == 0) {
+    syncFolder(folder.get());
+    syncFolder(source.openFolder().get());
+    return outcome;
+  }
+  if (error != EXDEV) failWithSystemError("cannot move " + source.path, error);
+  const auto found = surveyWithoutSpecialFiles(source, std::nullopt);
+  const Staging staging(destination);
+  stageCopy(source, staging, std::nullopt, found.entries);
+  placeNewItem(staging, destination);
+  try {
+    outcome.afterwards = [remove = takeAway(source)] {
+      return remove() ? "" : "the source could not be deleted completely";
+    };
+  } catch (const Failure&) {
+    takeAway(destination)();
+    throw;
+  }
+  return outcome;
+}
+
+Outcome replaceItem(const Request& request) {
+  auto [source, destination] = bothItems(request);
+  const auto old = destination.status();
+  const auto owner = old ? std::optional(Owner{old->st_uid, old->st_gid}) : std::nullopt;
+  const auto found = surveyWithoutSpecialFiles(source, owner);
+  const auto staging = std::make_shared<Staging>(destination);
+  const bool moved = takeIntoStaging(source, found, *staging);
+  Swap swap(*staging, destination, old.has_value());
+  try {
+    if (!moved) {
+      stageCopy(source, *staging, owner, found.entries);
+    } else {
+      if (found.needsAdoption) adopt(staging->folder(), Staging::NewItem, owner);
+      syncTree(staging->folder(), Staging::NewItem, found.entries);
+    }
+    swap.in();
+  } catch (const Failure&) {
+    if (moved) giveBack(source, *staging);
+    throw;
+  }
+  const std::string text = (old ? "replaced " : "installed ") + destination.path;
+  const auto copiedSource = moved ? nullptr : std::make_shared<Location>(std::move(source));
+  return {.report = text, .output = text, .afterwards = cleanUpAfterReplacing(staging, copiedSource)};
+}
+
+}  // namespace AssistantTool

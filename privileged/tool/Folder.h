@@ -1,0 +1,42 @@
+#pragma once
+// Single steps in folders that are held open: what the rest of the tool builds its work from. Nothing here follows a link
+// or goes from one file system to another.
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include "privileged/tool/FileDescriptor.h"
+
+namespace AssistantTool {
+
+struct FolderEntry {
+  std::string name;
+  bool isFolder = false;
+};
+
+// All entries but "." and "..", read before the caller changes anything. Throws Failure.
+std::vector<FolderEntry> entriesOf(int folder);
+
+// Opens the folder `name` in `parent` for reading. Not open, with errno set, when it is no folder, a link or a mount.
+FileDescriptor openFolderIn(int parent, const std::string& name);
+
+// Renames and never overwrites, also on a file system that has no such rename. 0 or an error number; EEXIST when something
+// is there, EXDEV when the two folders cannot exchange names.
+int renameWithoutReplacing(int fromFolder, const std::string& from, int toFolder, const std::string& to);
+
+// The text of the link `name`, or empty.
+std::string linkTargetOf(int folder, const std::string& name);
+
+// "/proc/self/fd/N": the open file itself, for calls that know paths only.
+std::string pathOfDescriptor(int descriptor);
+
+// Brings a folder's own entries to the disk. Throws Failure.
+void syncFolder(int folder);
+
+// Removes `name` and all below it, or all below `folder`. Mounts inside are left, and the folders above them. True when
+// nothing is left.
+bool removeTree(int parent, const std::string& name);
+bool emptyFolder(int folder);
+
+}  // namespace AssistantTool

@@ -1,0 +1,11 @@
+#pragma once
+// The instruction as it comes over standard input.
+#include "privileged/InstructionArchive.h"
+
+namespace AssistantTool {
+
+// Reads the length and exactly that many bytes, and nothing after them. Throws Failure: input that ends early, a length
+// beyond the archive's limit, a malformed archive.
+InstructionArchive::Instructions readInstruction(int input);
+
+}  // namespace AssistantTool

@@ -1,0 +1,89 @@
+#include "privileged/tool/Items.h"
+
+#include <fcntl.h>
+
+#include <cerrno>
+#include <memory>
+
+#include "privileged/tool/Failure.h"
+#include "privileged/tool/Folder.h"
+#include "privileged/tool/MountTable.h"
+#include "privileged/tool/TreeCopy.h"
+
+namespace AssistantTool {
+namespace {
+
+bool isSame(const struct stat& one, const struct stat& other) {
+  return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+}
+
+// By identity and not by name, so that a second mount of the same folder does not hide it.
+bool liesInside(const Location& inner, const struct stat& outer) {
+  FileDescriptor folder(::openat(inner.folder.get(), ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  struct stat status {};
+  if (!folder || ::fstat(folder.get(), &status) != 0) failWithSystemError("cannot look above " + inner.path);
+  for (;;) {
+    if (isSame(status, outer)) return true;
+    const struct stat below = status;
+    folder = FileDescriptor(::openat(folder.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!folder || ::fstat(folder.get(), &status) != 0) failWithSystemError("cannot look above " + inner.path);
+    if (isSame(status, below)) return false;
+  }
+}
+
+}  // namespace
+
+struct stat requireItem(const Location& item) {
+  const auto status = item.status();
+  if (!status) throw Failure("nothing is at " + item.path);
+  if (MountTable().isOrHoldsMount(item.path)) throw Failure("a file system is mounted at or below " + item.path);
+  return *status;
+}
+
+void requireNothing(const Location& item) {
+  if (item.exists()) throw Failure("something is already at " + item.path);
+}
+
+void refuseNesting(const Location& one, const Location& other) {
+  const auto first = one.status();
+  const auto second = other.status();
+  if (one.path == other.path || (first && second && isSame(*first, *second)))
+    throw Failure("source and destination are the same");
+  if (second && liesInside(one, *second)) throw Failure("the source is inside the destination");
+  if (first && liesInside(other, *first)) throw Failure("the destination is inside the source");
+}
+
+TreeSurvey surveyWithoutSpecialFiles(const Location& item, std::optional<Owner> owner) {
+  const auto found = survey(item.folder.get(), item.name, owner);
+  if (found.hasSpecialFiles) throw Failure("a device, socket or pipe is in " + item.path);
+  return found;
+}
+
+void stageCopy(const Location& source, const Staging& staging, std::optional<Owner> owner, std::size_t entries) {
+  if (::mkdirat(staging.folder(), Staging::HardLinks, S_IRWXU) != 0)
+    failWithSystemError("cannot write in the staging folder");
+  const auto links = openFolderIn(staging.folder(), Staging::HardLinks);
+  if (!links) failWithSystemError("cannot open the staging folder");
+  copyTree(source.folder.get(), source.name, staging.folder(), Staging::NewItem, links.get(), owner);
+  removeTree(staging.folder(), Staging::HardLinks);
+  syncTree(staging.folder(), Staging::NewItem, entries);
+}
+
+void placeNewItem(const Staging& staging, const Location& destination) {
+  const auto folder = destination.openFolder();
+  const int error = renameWithoutReplacing(staging.folder(), Staging::NewItem, folder.get(), destination.name);
+  if (error != 0) failWithSystemError("cannot make " + destination.path, error);
+  syncFolder(folder.get());
+}
+
+std::function<bool()> takeAway(const Location& item) {
+  const auto staging = std::make_shared<Staging>(item);
+  const auto folder = item.openFolder();
+  if (::renameat(item.folder.get(), item.name.c_str(), staging->folder(), Staging::Doomed) != 0) {
+    failWithSystemError("cannot remove " + item.path);
+  }
+  syncFolder(folder.get());
+  return [staging] { return staging->discard(); };
+}
+
+}  // namespace AssistantTool

@@ -1,0 +1,32 @@
+#pragma once
+// Steps that several commands share: judging the items they are given, staging copies, taking things away.
+#include <sys/stat.h>
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "privileged/tool/PathWalk.h"
+#include "privileged/tool/Staging.h"
+#include "privileged/tool/Tree.h"
+
+namespace AssistantTool {
+
+// What is at `item`. Throws Failure when nothing is, or when it is or holds the root of a mounted file system.
+struct stat requireItem(const Location& item);
+// Throws Failure when something is at `item` already.
+void requireNothing(const Location& item);
+// Throws Failure when one of the two is the other or lies inside it.
+void refuseNesting(const Location& one, const Location& other);
+// Throws Failure when the tree holds devices, sockets or pipes: no bundle does, and a copy of them would be a danger.
+TreeSurvey surveyWithoutSpecialFiles(const Location& item, std::optional<Owner> owner);
+
+// Copies `source` into `staging` as NewItem and brings the copy to the disk. Throws Failure.
+void stageCopy(const Location& source, const Staging& staging, std::optional<Owner> owner, std::size_t entries);
+// Renames NewItem to `destination`, where nothing may be, and syncs. Throws Failure.
+void placeNewItem(const Staging& staging, const Location& destination);
+// Takes `item` off its path at once; the function returned deletes it and answers whether nothing is left of it. Throws
+// Failure when the item cannot be taken.
+std::function<bool()> takeAway(const Location& item);
+
+}  // namespace AssistantTool

@@ -1,0 +1,156 @@
+#include "privileged/tool/PathWalk.h"
+
+#include <fcntl.h>
+
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <deque>
+#include <vector>
+
+#include "privileged/tool/Failure.h"
+
+namespace AssistantTool {
+namespace {
+
+constexpr int MaximumLinks = 40;
+
+std::deque<std::string> componentsOf(std::string_view path) {
+  std::deque<std::string> components;
+  while (!path.empty()) {
+    const auto slash = path.find('/');
+    const auto component = path.substr(0, slash);
+    if (!component.empty()) components.emplace_back(component);
+    path.remove_prefix(slash == std::string_view::npos ? path.size() : slash + 1);
+  }
+  return components;
+}
+
+std::deque<std::string> checkedComponentsOf(std::string_view path) {
+  if (path.empty() || path.front() != '/') throw Failure("a path is not absolute");
+  if (path.size() >= PATH_MAX || path.find('\0') != std::string_view::npos) throw Failure("a path is not valid");
+  auto components = componentsOf(path);
+  for (const auto& component : components) {
+    if (component == "." || component == "..") throw Failure("a path holds \"" + component + "\"");
+  }
+  return components;
+}
+
+struct stat statusOf(int descriptor) {
+  struct stat status {};
+  if (::fstat(descriptor, &status) != 0) failWithSystemError("cannot look at a folder");
+  return status;
+}
+
+class Walker {
+ public:
+  explicit Walker(uid_t user) : user_(user) { toRoot(); }
+
+  void follow(std::deque<std::string> components) {
+    while (!components.empty()) {
+      const std::string component = std::move(components.front());
+      components.pop_front();
+      if (component == ".") continue;
+      if (component == "..") {
+        up();
+      } else if (const auto target = enter(component)) {
+        auto further = componentsOf(*target);
+        components.insert(components.begin(), further.begin(), further.end());
+      }
+    }
+  }
+  // The last component stays what it is, but a link that someone else could have laid there is refused as well.
+  Location finish(std::string name) {
+    struct stat status {};
+    const bool exists = ::fstatat(folder_.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+    if (exists && S_ISLNK(status.st_mode)) judgeLink(name);
+    std::string path = path_ + "/" + name;
+    return {.folder = std::move(folder_), .name = std::move(name), .path = std::move(path)};
+  }
+
+ private:
+  void toRoot() {
+    folder_ = FileDescriptor(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!folder_) failWithSystemError("cannot open /");
+    path_.clear();
+  }
+  void up() {
+    folder_ = FileDescriptor(::openat(folder_.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!folder_) failWithSystemError("cannot open the folder above " + path_);
+    path_.erase(path_.empty() ? 0 : path_.rfind('/'));
+  }
+  void judgeLink(const std::string& name) {
+    if (++links_ > MaximumLinks) throw Failure("too many symbolic links in a path");
+    if (!canBeWrittenByOthers(statusOf(folder_.get()), user_)) return;
+    throw Failure("a symbolic link in a folder that others can write: " + path_ + "/" + name);
+  }
+  // Goes into the folder `name`, or returns the target when it is a link.
+  std::optional<std::string> enter(const std::string& name) {
+    FileDescriptor item(::openat(folder_.get(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    if (!item) failWithSystemError("cannot open " + path_ + "/" + name);
+    const auto status = statusOf(item.get());
+    if (S_ISLNK(status.st_mode)) {
+      judgeLink(name);
+      return targetOf(item.get());
+    }
+    if (!S_ISDIR(status.st_mode)) throw Failure("not a folder: " + path_ + "/" + name);
+    folder_ = std::move(item);
+    path_ += "/" + name;
+    return std::nullopt;
+  }
+  std::string targetOf(int link) {
+    std::array<char, PATH_MAX> target{};
+    const auto length = ::readlinkat(link, "", target.data(), target.size());
+    if (length <= 0 || static_cast<std::size_t>(length) == target.size()) throw Failure("cannot read a symbolic link");
+    if (target.front() == '/') toRoot();
+    return {target.data(), static_cast<std::size_t>(length)};
+  }
+
+  uid_t user_;
+  FileDescriptor folder_;
+  std::string path_;  // of folder_, empty for "/"
+  int links_ = 0;
+};
+
+}  // namespace
+
+std::optional<struct stat> Location::status() const {
+  struct stat status {};
+  if (::fstatat(folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0) return status;
+  if (errno != ENOENT) failWithSystemError("cannot look at " + path);
+  return std::nullopt;
+}
+
+FileDescriptor Location::openFolder() const {
+  FileDescriptor opened(::openat(folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!opened) failWithSystemError("cannot open " + folderPath());
+  return opened;
+}
+
+std::string Location::folderPath() const {
+  const auto slash = path.rfind('/');
+  return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+bool canBeWrittenByOthers(const struct stat& status, uid_t user) {
+  if (status.st_uid != 0 && status.st_uid != user) return true;
+  return (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+}
+
+Location PathWalk::locate(std::string_view path) const {
+  auto components = checkedComponentsOf(path);
+  if (components.empty()) throw Failure("the path is /");
+  std::string name = std::move(components.back());
+  components.pop_back();
+  Walker walker(user_);
+  walker.follow(std::move(components));
+  return walker.finish(std::move(name));
+}
+
+Location PathWalk::locateInside(std::string_view folderPath, std::string_view name) const {
+  Walker walker(user_);
+  walker.follow(checkedComponentsOf(folderPath));
+  return walker.finish(std::string(name));
+}
+
+}  // namespace AssistantTool

@@ -1,0 +1,49 @@
+#pragma once
+// From a path named by an unprivileged program to a folder held open and the item's name in it.
+//
+// The walk starts at "/" and takes one step at a time, so that each symbolic link is judged where it lies: it is followed
+// only when nobody but root and the invoking user can write the folder that holds it. The last component is never
+// followed. Paths that are relative, hold "." or "..", or name "/" are refused.
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "privileged/tool/FileDescriptor.h"
+
+namespace AssistantTool {
+
+// An item by the folder that holds it. The item itself need not exist.
+struct Location {
+  FileDescriptor folder;  // opened with O_PATH: good for *at calls, not for reading
+  std::string name;
+  std::string path;  // absolute, without links in the folders
+
+  // What is there now, links not followed; nothing when nothing is.
+  [[nodiscard]] std::optional<struct stat> status() const;
+  [[nodiscard]] bool exists() const { return status().has_value(); }
+  // The folder opened for reading and syncing.
+  [[nodiscard]] FileDescriptor openFolder() const;
+  [[nodiscard]] std::string folderPath() const;
+};
+
+// True when somebody other than root and `user` may change what `status` describes.
+bool canBeWrittenByOthers(const struct stat& status, uid_t user);
+
+class PathWalk {
+ public:
+  explicit PathWalk(uid_t invokingUser) : user_(invokingUser) {}
+
+  [[nodiscard]] uid_t user() const { return user_; }
+  // Throws Failure when the path is refused or a folder on the way is missing.
+  [[nodiscard]] Location locate(std::string_view path) const;
+  // The item `name` in the folder at `folderPath`, whose last component is followed by the same rule.
+  [[nodiscard]] Location locateInside(std::string_view folderPath, std::string_view name) const;
+
+ private:
+  uid_t user_;
+};
+
+}  // namespace AssistantTool

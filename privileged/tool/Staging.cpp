@@ -1,0 +1,135 @@
+#include "privileged/tool/Staging.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/random.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <string_view>
+
+#include "privileged/tool/Failure.h"
+#include "privileged/tool/Folder.h"
+
+namespace AssistantTool {
+namespace {
+
+constexpr std::string_view Prefix = ".kelto-staging-";
+constexpr std::size_t RandomCharacters = 16;
+constexpr std::string_view HexDigits = "0123456789abcdef";
+// Notes are links, because making one is a single step; nobody follows them.
+constexpr const char* SourceNote = "source";
+constexpr const char* SourceInodeNote = "source-inode";
+constexpr const char* DestinationNote = "destination";
+
+std::string newName() {
+  std::array<unsigned char, RandomCharacters> random{};
+  if (::getrandom(random.data(), random.size(), 0) != static_cast<ssize_t>(random.size()))
+    failWithSystemError("no random numbers");
+  std::string name(Prefix);
+  for (const unsigned char byte : random) name.push_back(HexDigits[byte % HexDigits.size()]);
+  return name;
+}
+
+bool isStagingName(std::string_view name) {
+  if (!name.starts_with(Prefix) || name.size() != Prefix.size() + RandomCharacters) return false;
+  return name.substr(Prefix.size()).find_first_not_of(HexDigits) == std::string_view::npos;
+}
+
+bool isOurs(int folder) {
+  struct stat status {};
+  if (::fstat(folder, &status) != 0) return false;
+  return S_ISDIR(status.st_mode) && status.st_uid == ::geteuid() && (status.st_mode & (S_IRWXG | S_IRWXO)) == 0;
+}
+
+void note(int folder, const char* name, const std::string& text) {
+  if (::symlinkat(text.c_str(), folder, name) != 0) failWithSystemError("cannot write in the staging folder");
+}
+
+void forgetNotes(int folder) {
+  for (const char* name : {SourceInodeNote, SourceNote, DestinationNote}) ::unlinkat(folder, name, 0);
+}
+
+bool isThere(int folder, const std::string& name) {
+  struct stat status {};
+  return ::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+// A job without an atomic exchange was killed between its two renames: the old item is the destination again.
+void putOldItemBack(int staging, int folder) {
+  const auto name = linkTargetOf(staging, DestinationNote);
+  if (name.empty() || name.find('/') != std::string::npos || !isThere(staging, Staging::OldItem)) return;
+  if (isThere(folder, name)) return;
+  if (::renameat(staging, Staging::OldItem, folder, name.c_str()) != 0) failWithSystemError("cannot put back " + name);
+}
+
+// A job was killed after it took the new item and before the exchange: then NewItem still is the file that was noted.
+void putSourceBack(int staging, const PathWalk& walk) {
+  struct stat status {};
+  if (::fstatat(staging, Staging::NewItem, &status, AT_SYMLINK_NOFOLLOW) != 0) return;
+  if (linkTargetOf(staging, SourceInodeNote) != std::to_string(status.st_ino)) return;
+  try {
+    const auto source = walk.locate(linkTargetOf(staging, SourceNote));
+    renameWithoutReplacing(staging, Staging::NewItem, source.folder.get(), source.name);
+  } catch (const Failure&) {
+    // Its folder is gone: nobody will ask for it again.
+  }
+}
+
+// The notes go first: half a tree must never be put back.
+bool clear(int parent, const std::string& name, int folder) {
+  forgetNotes(folder);
+  return emptyFolder(folder) && ::unlinkat(parent, name.c_str(), AT_REMOVEDIR) == 0;
+}
+
+}  // namespace
+
+Staging::Staging(const Location& destination) : parent_(destination.openFolder()), name_(newName()) {
+  if (::mkdirat(parent_.get(), name_.c_str(), S_IRWXU) != 0)
+    failWithSystemError("cannot write in " + destination.folderPath());
+  folder_ = openFolderIn(parent_.get(), name_);
+  const bool locked = folder_ && isOurs(folder_.get()) && ::flock(folder_.get(), LOCK_EX | LOCK_NB) == 0;
+  if (!locked) {
+    ::unlinkat(parent_.get(), name_.c_str(), AT_REMOVEDIR);
+    throw Failure("cannot use a staging folder in " + destination.folderPath());
+  }
+  // Access lists that the folder hands down are not the new item's.
+  ::fremovexattr(folder_.get(), "system.posix_acl_default");
+}
+
+Staging::~Staging() {
+  if (!kept_) discard();
+}
+
+void Staging::noteSource(const Location& source, const struct stat& status) {
+  note(folder_.get(), SourceNote, source.path);
+  note(folder_.get(), SourceInodeNote, std::to_string(status.st_ino));
+}
+
+void Staging::noteDestination(const std::string& name) { note(folder_.get(), DestinationNote, name); }
+
+void Staging::forgetSource() { forgetNotes(folder_.get()); }
+
+bool Staging::discard() {
+  kept_ = true;
+  return clear(parent_.get(), name_, folder_.get());
+}
+
+void Staging::clearLeftovers(const Location& destination, const PathWalk& walk) {
+  const FileDescriptor parent(::openat(destination.folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!parent) return;  // a folder that we cannot read is none in which we can have worked
+  for (const auto& entry : entriesOf(parent.get())) {
+    if (!entry.isFolder || !isStagingName(entry.name)) continue;
+    const auto folder = openFolderIn(parent.get(), entry.name);
+    if (!folder || !isOurs(folder.get()) || ::flock(folder.get(), LOCK_EX | LOCK_NB) != 0) continue;
+    putOldItemBack(folder.get(), parent.get());
+    putSourceBack(folder.get(), walk);
+    clear(parent.get(), entry.name, folder.get());
+  }
+}
+
+}  // namespace AssistantTool

@@ -1,0 +1,55 @@
+#pragma once
+// A hidden folder next to a destination, on the destination's file system, in which everything slow is done before one
+// rename brings the result to its place, and to which what is replaced or removed goes to be deleted.
+//
+// It belongs to this process's user, nobody else can enter it, and it is locked while its job runs. A job that was killed
+// leaves it unlocked: the next job in the same folder puts back what was still needed, then removes it.
+#include <sys/stat.h>
+
+#include <string>
+
+#include "privileged/tool/FileDescriptor.h"
+#include "privileged/tool/PathWalk.h"
+
+namespace AssistantTool {
+
+class Staging {
+ public:
+  // Names inside the staging folder.
+  static constexpr const char* NewItem = "new";      // what goes to the destination
+  static constexpr const char* OldItem = "old";      // what was there, while it may have to go back
+  static constexpr const char* Doomed = "doomed";    // what is only waiting to be deleted
+  static constexpr const char* HardLinks = "links";  // see copyTree
+
+  // Makes the folder beside `destination`. Throws Failure.
+  explicit Staging(const Location& destination);
+  // Removes the folder and what it holds, unless it was kept.
+  ~Staging();
+  Staging(const Staging&) = delete;
+  Staging& operator=(const Staging&) = delete;
+
+  [[nodiscard]] int folder() const { return folder_.get(); }
+
+  // Notes where the item comes from that is about to be renamed to NewItem, so that it can go back.
+  void noteSource(const Location& source, const struct stat& status);
+  void forgetSource();
+  // Notes where the item belongs that is about to be renamed to OldItem.
+  void noteDestination(const std::string& name);
+  // Nothing inside is needed any more: deletes the folder. True when nothing is left. Once only.
+  bool discard();
+  // Leaves the folder as it is, because it holds the only copy of something.
+  void keep() { kept_ = true; }
+  [[nodiscard]] bool isKept() const { return kept_; }
+
+  // Clears what killed jobs left in the folder that holds `destination`. Throws Failure when something that has to go back
+  // cannot.
+  static void clearLeftovers(const Location& destination, const PathWalk& walk);
+
+ private:
+  FileDescriptor parent_;
+  std::string name_;
+  FileDescriptor folder_;
+  bool kept_ = false;
+};
+
+}  // namespace AssistantTool

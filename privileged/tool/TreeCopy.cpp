@@ -1,0 +1,113 @@
+#include "privileged/tool/TreeCopy.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+
+#include "privileged/tool/Failure.h"
+#include "privileged/tool/FileContents.h"
+#include "privileged/tool/Folder.h"
+
+namespace AssistantTool {
+namespace {
+
+constexpr mode_t PermissionBits = ALLPERMS & ~(S_ISUID | S_ISGID);
+
+struct stat statusOf(int item, const std::string& name) {
+  struct stat status {};
+  if (::fstat(item, &status) != 0) failWithSystemError("cannot look at " + name);
+  return status;
+}
+
+class TreeCopier {
+ public:
+  TreeCopier(int links, std::optional<Owner> owner) : links_(links), owner_(owner) {
+    if (::fstatat(links, "..", &staging_, AT_SYMLINK_NOFOLLOW) != 0)
+      failWithSystemError("cannot look at the staging folder");
+  }
+
+  void copy(int from, const std::string& name, int to, const std::string& newName) {
+    struct stat status {};
+    if (::fstatat(from, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) failWithSystemError("cannot look at " + name);
+    if (S_ISDIR(status.st_mode)) return copyFolder(from, name, to, newName);
+    if (S_ISLNK(status.st_mode)) return copyLink(from, name, to, newName, status);
+    if (S_ISREG(status.st_mode)) return copyFile(from, name, to, newName);
+    throw Failure("not a file, folder or link: " + name);
+  }
+
+ private:
+  void copyFolder(int from, const std::string& name, int to, const std::string& newName) {
+    const auto source = openFolderIn(from, name);
+    if (!source) failWithSystemError("cannot open the folder " + name);
+    const auto status = statusOf(source.get(), name);
+    if (status.st_dev == staging_.st_dev && status.st_ino == staging_.st_ino) {
+      throw Failure("the destination is inside the source");
+    }
+    if (::mkdirat(to, newName.c_str(), S_IRWXU) != 0) failWithSystemError("cannot make the folder " + name);
+    const auto target = openFolderIn(to, newName);
+    if (!target) failWithSystemError("cannot open the copy of " + name);
+    for (const auto& entry : entriesOf(source.get())) copy(source.get(), entry.name, target.get(), entry.name);
+    finish(source.get(), target.get(), status, name);
+  }
+
+  void copyLink(int from, const std::string& name, int to, const std::string& newName, const struct stat& status) {
+    const auto target = linkTargetOf(from, name);
+    if (target.empty() || ::symlinkat(target.c_str(), to, newName.c_str()) != 0)
+      failWithSystemError("cannot copy the link " + name);
+    const Owner owner = ownerFor(status);
+    checkGiven(::fchownat(to, newName.c_str(), owner.user, owner.group, AT_SYMLINK_NOFOLLOW), name);
+    const std::array<timespec, 2> times{status.st_atim, status.st_mtim};
+    if (::utimensat(to, newName.c_str(), times.data(), AT_SYMLINK_NOFOLLOW) != 0)
+      failWithSystemError("cannot set the times of " + name);
+  }
+
+  void copyFile(int from, const std::string& name, int to, const std::string& newName) {
+    const FileDescriptor source(::openat(from, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!source) failWithSystemError("cannot open " + name);
+    const auto status = statusOf(source.get(), name);
+    if (!S_ISREG(status.st_mode)) throw Failure("not a file: " + name);
+    const auto number = std::to_string(status.st_ino);
+    if (status.st_nlink > 1 && ::linkat(links_, number.c_str(), to, newName.c_str(), 0) == 0) return;
+    const FileDescriptor target(
+        ::openat(to, newName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    if (!target) failWithSystemError("cannot make the copy of " + name);
+    contents_.copy(source.get(), target.get(), status, name);
+    finish(source.get(), target.get(), status, name);
+    if (status.st_nlink > 1) ::linkat(to, newName.c_str(), links_, number.c_str(), 0);
+  }
+
+  // Owner first, because giving a file away takes bits of its mode; times last, because everything else changes them.
+  void finish(int source, int target, const struct stat& status, const std::string& name) {
+    const Owner owner = ownerFor(status);
+    const auto made = statusOf(target, name);
+    if (Owner{made.st_uid, made.st_gid} != owner) checkGiven(::fchown(target, owner.user, owner.group), name);
+    copyExtendedAttributes(source, target, name);
+    if (::fchmod(target, status.st_mode & PermissionBits) != 0) failWithSystemError("cannot set the mode of " + name);
+    const std::array<timespec, 2> times{status.st_atim, status.st_mtim};
+    if (::futimens(target, times.data()) != 0) failWithSystemError("cannot set the times of " + name);
+  }
+
+  [[nodiscard]] Owner ownerFor(const struct stat& status) const {
+    return owner_.value_or(Owner{status.st_uid, status.st_gid});
+  }
+  // An ordinary user keeps what it may not give away.
+  static void checkGiven(int result, const std::string& name) {
+    if (result != 0 && (errno != EPERM || ::geteuid() == 0)) failWithSystemError("cannot set the owner of " + name);
+  }
+
+  int links_;
+  std::optional<Owner> owner_;
+  struct stat staging_ {};  // the folder that holds copy and links: met inside the source it would be copied into itself
+  FileContents contents_;
+};
+
+}  // namespace
+
+void copyTree(int from, const std::string& name, int to, const std::string& newName, int links,
+              std::optional<Owner> owner) {
+  TreeCopier(links, owner).copy(from, name, to, newName);
+}
+
+}  // namespace AssistantTool

@@ -1,0 +1,32 @@
+// The assistant tool: does one job with the rights that it is started with, usually root's. No arguments.
+#include <grp.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+
+#include "privileged/tool/AssistantTool.h"
+
+namespace {
+
+// Walking down a tree holds two folders open for each level.
+void allowDeepTrees() {
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+  limit.rlim_cur = limit.rlim_max;
+  ::setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+}  // namespace
+
+int main() {
+  std::signal(SIGPIPE, SIG_IGN);
+  ::umask(S_IWGRP | S_IWOTH);
+  if (::chdir("/") != 0) return EXIT_FAILURE;
+  // What root's groups may do is nothing that a job needs, and must not help when it acts as an ordinary user.
+  if (::geteuid() == 0 && ::setgroups(0, nullptr) != 0) return EXIT_FAILURE;
+  allowDeepTrees();
+  return AssistantTool::run(STDIN_FILENO, STDOUT_FILENO);
+}

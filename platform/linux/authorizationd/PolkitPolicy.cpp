@@ -1,0 +1,132 @@
+#include "platform/linux/authorizationd/PolkitPolicy.h"
+
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "platform/linux/authorizationd/Report.h"
+
+namespace platform::Linux::authorizationd {
+
+namespace {
+
+constexpr const char* Service = "org.freedesktop.PolicyKit1";
+constexpr const char* Authority = "/org/freedesktop/PolicyKit1/Authority";
+constexpr const char* AuthorityInterface = "org.freedesktop.PolicyKit1.Authority";
+constexpr unsigned AllowUserInteraction = 1;
+
+// A person has to find a password; the service alone has only to start and to read its rules.
+constexpr Time WaitForPerson = std::chrono::minutes(5);
+constexpr Time WaitForService = std::chrono::seconds(30);
+
+struct Verdict {
+  bool authorized = false;
+  bool challenge = false;
+  bool dismissed = false;
+};
+
+bool readDetails(sd_bus_message* reply, Verdict& verdict) {
+  if (sd_bus_message_enter_container(reply, 'a', "{ss}") < 0) return false;
+  const char* key = nullptr;
+  const char* value = nullptr;
+  while (sd_bus_message_enter_container(reply, 'e', "ss") > 0) {
+    if (sd_bus_message_read(reply, "ss", &key, &value) < 0 || sd_bus_message_exit_container(reply) < 0) return false;
+    if (std::string_view(key) == "polkit.dismissed" && *value != '\0') verdict.dismissed = true;
+  }
+  return sd_bus_message_exit_container(reply) >= 0;
+}
+
+bool readVerdict(sd_bus_message* reply, Verdict& verdict) {
+  int authorized = 0;
+  int challenge = 0;
+  if (sd_bus_message_enter_container(reply, 'r', "bba{ss}") < 0) return false;
+  if (sd_bus_message_read(reply, "bb", &authorized, &challenge) < 0 || !readDetails(reply, verdict)) return false;
+  verdict.authorized = authorized != 0;
+  verdict.challenge = challenge != 0;
+  return true;
+}
+
+AuthorizationStatus statusOf(const Verdict& verdict) {
+  if (verdict.authorized) return errAuthorizationSuccess;
+  if (verdict.dismissed) return errAuthorizationCanceled;
+  if (!verdict.challenge) return errAuthorizationDenied;
+  return errAuthorizationInteractionNotAllowed;
+}
+
+class PolkitQuestion final : public Question {
+ public:
+  PolkitQuestion(sd_bus* bus, std::string cancellation, Policy::Answer answer)
+      : _bus(bus), _cancellation(std::move(cancellation)), _answer(std::move(answer)) {}
+  PolkitQuestion(const PolkitQuestion&) = delete;
+  PolkitQuestion& operator=(const PolkitQuestion&) = delete;
+  ~PolkitQuestion() override {
+    if (_slot != nullptr) cancel();
+    sd_bus_slot_unref(_slot);
+  }
+
+  int send(const Caller& caller, bool interaction) {
+    sd_bus_message* call = nullptr;
+    int status = sd_bus_message_new_method_call(_bus, &call, Service, Authority, AuthorityInterface, "CheckAuthorization");
+    if (status < 0) return status;
+    status = sd_bus_message_append(call, "(sa{sv})sa{ss}us", "system-bus-name", 1, "name", "s", caller.name.c_str(),
+                                   ActionIdentifier, 0, interaction ? AllowUserInteraction : 0U, _cancellation.c_str());
+    const auto wait = static_cast<std::uint64_t>((interaction ? WaitForPerson : WaitForService).count());
+    if (status >= 0) status = sd_bus_call_async(_bus, &_slot, call, answered, this, wait);
+    sd_bus_message_unref(call);
+    return status;
+  }
+
+ private:
+  static int answered(sd_bus_message* reply, void* self, sd_bus_error* /*error*/) {
+    auto* question = static_cast<PolkitQuestion*>(self);
+    const AuthorizationStatus status = question->read(reply);
+    const Policy::Answer answer = std::move(question->_answer);
+    answer(status);  // `question` is gone after this
+    return 0;
+  }
+
+  AuthorizationStatus read(sd_bus_message* reply) {
+    // A question without an answer in time is withdrawn from the service by the destructor, one with an answer is not.
+    if (!sd_bus_message_is_method_error(reply, SD_BUS_ERROR_NO_REPLY)) _slot = sd_bus_slot_unref(_slot);
+    if (const sd_bus_error* error = sd_bus_message_get_error(reply)) {
+      report("the policy service failed: " + quoted(error->message != nullptr ? error->message : error->name));
+      return errAuthorizationInternal;
+    }
+    Verdict verdict;
+    if (readVerdict(reply, verdict)) return statusOf(verdict);
+    report("the policy service gave an answer of an unknown form");
+    return errAuthorizationInternal;
+  }
+
+  void cancel() {
+    sd_bus_message* call = nullptr;
+    if (sd_bus_message_new_method_call(_bus, &call, Service, Authority, AuthorityInterface, "CancelCheckAuthorization") <
+        0) {
+      return;
+    }
+    if (sd_bus_message_append(call, "s", _cancellation.c_str()) >= 0) {
+      sd_bus_message_set_expect_reply(call, 0);
+      sd_bus_send(_bus, call, nullptr);
+    }
+    sd_bus_message_unref(call);
+  }
+
+  sd_bus* _bus;
+  sd_bus_slot* _slot = nullptr;
+  std::string _cancellation;
+  Policy::Answer _answer;
+};
+
+}  // namespace
+
+std::unique_ptr<Question> PolkitPolicy::ask(const Caller& caller, bool interaction, Answer answer) {
+  auto question = std::make_unique<PolkitQuestion>(_bus, "question-" + std::to_string(++_asked), answer);
+  const int status = question->send(caller, interaction);
+  if (status >= 0) return question;
+  report(std::string("the policy service cannot be asked: ") + std::strerror(-status));
+  answer(errAuthorizationInternal);
+  return nullptr;
+}
+
+}  // namespace platform::Linux::authorizationd

@@ -1,0 +1,137 @@
+// authorizationd: holds authorization sessions and lends its rights to the assistant tool.
+//
+//   authorizationd --system     as root on the system bus; the policy service decides
+//   authorizationd --session    on the user's session bus, with the user's own rights; nobody is asked
+//
+// Options: --idle-seconds N (30), after which it leaves when unused; --form-seconds N (60) and --right-seconds N (300), the
+// life of an external form and of a granted right. Started by the bus on demand.
+#include <fcntl.h>
+#include <signal.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <charconv>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <string_view>
+
+#include "platform/linux/authorizationd/IdleExit.h"
+#include "platform/linux/authorizationd/Interface.h"
+#include "platform/linux/authorizationd/PolkitPolicy.h"
+#include "platform/linux/authorizationd/Report.h"
+#include "platform/linux/authorizationd/Service.h"
+
+namespace {
+
+using namespace platform::Linux::authorizationd;
+
+struct Options {
+  bool system = false;
+  bool session = false;
+  Time idle = std::chrono::seconds(30);
+  Lifetimes lifetimes;
+};
+
+bool readSeconds(const char* text, Time& time) {
+  constexpr unsigned Most = 24 * 60 * 60;
+  if (text == nullptr) return false;
+  unsigned seconds = 0;
+  const char* end = text + std::strlen(text);
+  const auto [stopped, error] = std::from_chars(text, end, seconds);
+  if (error != std::errc() || stopped != end || seconds == 0 || seconds > Most) return false;
+  time = std::chrono::seconds(seconds);
+  return true;
+}
+
+std::optional<Options> readOptions(char** argument) {
+  Options options;
+  while (*++argument != nullptr) {
+    const std::string_view name = *argument;
+    if (name == "--system") {
+      options.system = true;
+    } else if (name == "--session") {
+      options.session = true;
+    } else if (name == "--idle-seconds") {
+      if (!readSeconds(*++argument, options.idle)) return std::nullopt;
+    } else if (name == "--form-seconds") {
+      if (!readSeconds(*++argument, options.lifetimes.form)) return std::nullopt;
+    } else if (name == "--right-seconds") {
+      if (!readSeconds(*++argument, options.lifetimes.right)) return std::nullopt;
+    } else {
+      return std::nullopt;
+    }
+  }
+  if (options.system == options.session) return std::nullopt;
+  return options;
+}
+
+// No descriptor of the broker may take the number of a standard one.
+bool openStandardDescriptors() {
+  int descriptor = 0;
+  do {
+    descriptor = ::open("/dev/null", O_RDWR | O_CLOEXEC);
+    if (descriptor < 0) return false;
+  } while (descriptor <= STDERR_FILENO);
+  return ::close(descriptor) == 0;
+}
+
+int fail(const char* what, int status) {
+  report(std::string(what) + ": " + std::strerror(-status));
+  return 1;
+}
+
+int serve(const Options& options, sd_event* loop, sd_bus* bus) {
+  std::unique_ptr<Policy> policy = std::make_unique<OwnRightsPolicy>();
+  if (options.system) policy = std::make_unique<PolkitPolicy>(bus);
+  Service service(bus, loop, *policy, options.lifetimes);
+  IdleExit idleExit(bus, loop, service, options.idle);
+  if (const int status = service.publish(); status < 0) return fail("no object on the bus", status);
+  if (const int status = idleExit.start(); status < 0) return fail("no timer", status);
+  if (const int status = sd_bus_request_name(bus, BusName, 0); status < 0) return fail("no name on the bus", status);
+  return sd_event_loop(loop) < 0 ? 1 : 0;
+}
+
+int run(const Options& options) {
+  sd_event* loop = nullptr;
+  sd_bus* bus = nullptr;
+  if (const int status = sd_event_default(&loop); status < 0) return fail("no event loop", status);
+  if (const int status = options.system ? sd_bus_open_system(&bus) : sd_bus_open_user(&bus); status < 0) {
+    sd_event_unref(loop);
+    return fail("no bus", status);
+  }
+  sd_bus_attach_event(bus, loop, SD_EVENT_PRIORITY_NORMAL);
+  sd_bus_set_exit_on_disconnect(bus, 1);
+  sd_event_add_signal(loop, nullptr, SIGTERM, nullptr, nullptr);
+  const int exitStatus = serve(options, loop, bus);
+  sd_bus_flush_close_unref(bus);
+  sd_event_unref(loop);
+  return exitStatus;
+}
+
+void blockSignals() {
+  ::signal(SIGPIPE, SIG_IGN);
+  sigset_t waitedFor;
+  sigemptyset(&waitedFor);
+  sigaddset(&waitedFor, SIGCHLD);
+  sigaddset(&waitedFor, SIGTERM);
+  ::sigprocmask(SIG_BLOCK, &waitedFor, nullptr);
+}
+
+}  // namespace
+
+int main(int /*count*/, char** arguments) {
+  if (!openStandardDescriptors()) return 1;
+  ::openlog("authorizationd", LOG_PID, LOG_AUTHPRIV);
+  blockSignals();
+  const auto options = readOptions(arguments);
+  if (!options) {
+    report("usage: authorizationd --system|--session [--idle-seconds N] [--form-seconds N] [--right-seconds N]");
+    return 2;
+  }
+  if (options->system && ::geteuid() != 0) {
+    report("--system needs root");
+    return 2;
+  }
+  return run(*options);
+}

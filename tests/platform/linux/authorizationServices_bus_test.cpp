@@ -1,0 +1,405 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "platform/fake/FakePlatform.h"
+#include "platform/linux/LinuxAuthorizationServices.h"
+#include "tests/support/PrivateBus.h"
+
+namespace {
+
+using namespace platform;
+using namespace std::chrono_literals;
+using testing::Contains;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+const std::string Broker = KELTO_BIN_DIR "/authorizationd";
+constexpr const char* BrokerName = "com.kelto.Authorization1";
+
+// Counts the calls that may block.
+class CountingCall final : public Linux::BlockingCall {
+ public:
+  void run(const std::function<void()>& call) override {
+    ++count;
+    call();
+  }
+  int count = 0;
+};
+
+// A connection of its own, as each program has one.
+struct Client {
+  CountingCall blockingCall;
+  fake::FakeSystemLog log;
+  Linux::LinuxAuthorizationServices services{blockingCall, log};
+
+  AuthorizationRef create() {
+    AuthorizationRef authorization = 0;
+    EXPECT_EQ(services.create(kAuthorizationFlagDefaults, authorization), errAuthorizationSuccess);
+    return authorization;
+  }
+  AuthorizationStatus copyRight(AuthorizationRef authorization, AuthorizationFlags flags,
+                                const char* right = kAuthorizationRightExecute) {
+    AuthorizationItem item{.name = right};
+    return services.copyRights(authorization, {.count = 1, .items = &item}, flags);
+  }
+  AuthorizationExternalForm exported(AuthorizationRef authorization) {
+    AuthorizationExternalForm form;
+    EXPECT_EQ(services.makeExternalForm(authorization, form), errAuthorizationSuccess);
+    return form;
+  }
+  AuthorizationStatus execute(AuthorizationRef authorization, const std::string& path,
+                              std::unique_ptr<ByteStream>& stream) {
+    return services.executeWithPrivileges(authorization, path, kAuthorizationFlagDefaults, stream);
+  }
+};
+
+bool becomesTrue(const std::function<bool()>& condition) {
+  const auto deadline = std::chrono::steady_clock::now() + 10s;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(5ms);
+  }
+  return true;
+}
+
+bool isOwned(const std::string& name) {
+  const auto bus = Linux::Bus::openUser();
+  sd_bus_message* reply = nullptr;
+  int owned = 0;
+  if (!bus || sd_bus_call_method(bus->get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                                 "NameHasOwner", nullptr, &reply, "s", name.c_str()) < 0) {
+    return false;
+  }
+  sd_bus_message_read(reply, "b", &owned);
+  sd_bus_message_unref(reply);
+  return owned != 0;
+}
+
+std::string readAll(ByteStream& stream) {
+  std::string text;
+  char chunk[512];
+  while (const std::size_t got = stream.read(chunk, sizeof chunk)) text.append(chunk, got);
+  return text;
+}
+
+void say(ByteStream& stream, const std::string& line) {
+  EXPECT_EQ(stream.write((line + "\n").data(), line.size() + 1), line.size() + 1);
+}
+
+class AuthorizationBroker : public testing::Test {
+ protected:
+  // A copy of the probe in a folder of the test, so that its mode is known and may be changed.
+  std::string probe(mode_t mode = 0755) {
+    const auto path = bus.folder() / "probe";
+    std::filesystem::copy_file(KELTO_BIN_DIR "/authorization_probe", path);
+    EXPECT_EQ(::chmod(path.c_str(), mode), 0);
+    return path;
+  }
+  AuthorizationRef authorized(Client& client) {
+    const AuthorizationRef authorization = client.create();
+    EXPECT_EQ(client.copyRight(authorization, 18), errAuthorizationSuccess);
+    return authorization;
+  }
+  std::unique_ptr<ByteStream> started(const std::string& path) {
+    std::unique_ptr<ByteStream> stream;
+    EXPECT_EQ(controller.execute(authorized(controller), path, stream), errAuthorizationSuccess);
+    return stream;
+  }
+  void expectRefused(const std::string& path, const std::string& reason) {
+    std::unique_ptr<ByteStream> stream;
+    EXPECT_EQ(controller.execute(authorized(controller), path, stream), errAuthorizationToolExecuteFailure);
+    EXPECT_EQ(stream, nullptr);
+    EXPECT_THAT(controller.log.lines, Contains(HasSubstr(reason)));
+  }
+
+  tests::PrivateBus bus{{{BrokerName, Broker + " --session --idle-seconds 30"}}};
+  Client controller;
+  Client installer;
+};
+
+TEST_F(AuthorizationBroker, IsStartedByTheBusOnDemand) {
+  EXPECT_FALSE(isOwned(BrokerName));
+  EXPECT_NE(controller.create(), 0U);
+  EXPECT_TRUE(isOwned(BrokerName));
+}
+
+TEST_F(AuthorizationBroker, GrantsTheUsersOwnRightsWithoutInteraction) {
+  EXPECT_EQ(controller.copyRight(controller.create(), 18), errAuthorizationSuccess);
+}
+
+TEST_F(AuthorizationBroker, GrantsNothingWithoutTheFlagThatExtendsRights) {
+  const AuthorizationRef authorization = controller.create();
+  EXPECT_EQ(controller.copyRight(authorization, 0), errAuthorizationDenied);
+  EXPECT_EQ(controller.copyRight(authorization, 2), errAuthorizationSuccess);
+  EXPECT_EQ(controller.copyRight(authorization, 0), errAuthorizationSuccess);
+}
+
+TEST_F(AuthorizationBroker, DeniesEveryOtherRight) {
+  const AuthorizationRef authorization = authorized(controller);
+  EXPECT_EQ(controller.copyRight(authorization, 19, "system.privilege.taskport"), errAuthorizationDenied);
+  EXPECT_EQ(controller.copyRight(authorization, 19, ""), errAuthorizationDenied);
+  EXPECT_EQ(controller.copyRight(authorization, 19, nullptr), errAuthorizationDenied);
+}
+
+TEST_F(AuthorizationBroker, HandsASessionFromOneConnectionToAnother) {
+  const auto form = controller.exported(authorized(controller));
+  AuthorizationRef adopted = 0;
+  ASSERT_EQ(installer.services.createFromExternalForm(form, adopted), errAuthorizationSuccess);
+  EXPECT_EQ(installer.copyRight(adopted, 0), errAuthorizationSuccess);
+}
+
+TEST_F(AuthorizationBroker, RefusesARandomFormAndLeavesTheOutputUntouched) {
+  authorized(controller);
+  AuthorizationRef adopted = 7;
+  EXPECT_EQ(installer.services.createFromExternalForm({}, adopted), errAuthorizationDenied);
+  EXPECT_EQ(adopted, 7U);
+}
+
+TEST_F(AuthorizationBroker, AHandleIsOfNoUseToAnotherConnection) {
+  const AuthorizationRef authorization = authorized(controller);
+  installer.create();
+  EXPECT_EQ(installer.copyRight(authorization, 18), errAuthorizationInvalidRef);
+  AuthorizationExternalForm form;
+  EXPECT_EQ(installer.services.makeExternalForm(authorization, form), errAuthorizationInvalidRef);
+  EXPECT_EQ(installer.services.free(authorization, 8), errAuthorizationInvalidRef);
+}
+
+TEST_F(AuthorizationBroker, AHandleDiesWithItsConnection) {
+  auto gone = std::make_unique<Client>();
+  const auto form = gone->exported(authorized(*gone));
+  gone.reset();
+  AuthorizationRef adopted = 0;
+  EXPECT_TRUE(
+      becomesTrue([&] { return installer.services.createFromExternalForm(form, adopted) == errAuthorizationDenied; }));
+}
+
+TEST_F(AuthorizationBroker, FreeThatDestroysEndsTheRightForTheOtherHolder) {
+  const AuthorizationRef authorization = authorized(controller);
+  AuthorizationRef adopted = 0;
+  ASSERT_EQ(installer.services.createFromExternalForm(controller.exported(authorization), adopted),
+            errAuthorizationSuccess);
+  EXPECT_EQ(installer.services.free(adopted, kAuthorizationFlagDestroyRights), errAuthorizationSuccess);
+  EXPECT_EQ(controller.copyRight(authorization, 0), errAuthorizationDenied);
+}
+
+TEST_F(AuthorizationBroker, FreeWithDefaultsLeavesTheRightToTheOtherHolder) {
+  const AuthorizationRef authorization = authorized(controller);
+  AuthorizationRef adopted = 0;
+  ASSERT_EQ(installer.services.createFromExternalForm(controller.exported(authorization), adopted),
+            errAuthorizationSuccess);
+  EXPECT_EQ(installer.services.free(adopted, kAuthorizationFlagDefaults), errAuthorizationSuccess);
+  EXPECT_EQ(controller.copyRight(authorization, 0), errAuthorizationSuccess);
+}
+
+TEST_F(AuthorizationBroker, NoReferenceIsInvalidWithoutACall) {
+  AuthorizationExternalForm form;
+  std::unique_ptr<ByteStream> stream;
+  EXPECT_EQ(controller.services.makeExternalForm(0, form), errAuthorizationInvalidRef);
+  EXPECT_EQ(controller.copyRight(0, 18), errAuthorizationInvalidRef);
+  EXPECT_EQ(controller.services.free(0, 8), errAuthorizationInvalidRef);
+  EXPECT_EQ(controller.execute(0, probe(), stream), errAuthorizationInvalidRef);
+  EXPECT_EQ(controller.blockingCall.count, 0);
+}
+
+TEST_F(AuthorizationBroker, RunsAToolWithNothingInherited) {
+  ::setenv("KELTO_SECRET", "not for the tool", 1);
+  const int leaked = ::dup(STDERR_FILENO);
+  const auto stream = started(probe());
+  say(*stream, "report");
+  const std::string user = std::to_string(::getuid());
+  EXPECT_EQ(
+      readAll(*stream),
+      "environment PATH=/usr/sbin:/usr/bin:/sbin:/bin\nenvironment LANG=C.UTF-8\nenvironment KELTO_INVOKING_UID=" + user +
+          "\ndescriptor 0 socket\ndescriptor 1 socket\ndescriptor 2 /dev/null\numask 22\nfolder /\nsession own\nuser " +
+          user + " " + user + "\narguments 0\n");
+  ::close(leaked);
+  ::unsetenv("KELTO_SECRET");
+}
+
+TEST_F(AuthorizationBroker, RunsNoToolWithoutTheRight) {
+  std::unique_ptr<ByteStream> stream;
+  EXPECT_EQ(controller.execute(controller.create(), probe(), stream), errAuthorizationDenied);
+  EXPECT_EQ(stream, nullptr);
+}
+
+TEST_F(AuthorizationBroker, RunsNoToolAfterTheRightWasDestroyed) {
+  const AuthorizationRef authorization = authorized(controller);
+  AuthorizationRef adopted = 0;
+  ASSERT_EQ(installer.services.createFromExternalForm(controller.exported(authorization), adopted),
+            errAuthorizationSuccess);
+  ASSERT_EQ(installer.services.free(adopted, kAuthorizationFlagDestroyRights), errAuthorizationSuccess);
+  std::unique_ptr<ByteStream> stream;
+  EXPECT_EQ(controller.execute(authorization, probe(), stream), errAuthorizationDenied);
+}
+
+TEST_F(AuthorizationBroker, KnowsNoOptionsForATool) {
+  std::unique_ptr<ByteStream> stream;
+  EXPECT_EQ(controller.services.executeWithPrivileges(authorized(controller), probe(), 1, stream),
+            errAuthorizationInternal);
+  EXPECT_EQ(stream, nullptr);
+}
+
+TEST_F(AuthorizationBroker, RefusesAToolThatTheGroupMayWrite) { expectRefused(probe(0775), "writable by others"); }
+
+TEST_F(AuthorizationBroker, RefusesAToolThatEveryoneMayWrite) { expectRefused(probe(0757), "writable by others"); }
+
+TEST_F(AuthorizationBroker, RefusesAToolThatIsNotExecutable) { expectRefused(probe(0644), "not executable"); }
+
+TEST_F(AuthorizationBroker, RefusesASetUserIdTool) { expectRefused(probe(04755), "set-user-id"); }
+
+TEST_F(AuthorizationBroker, RefusesAFolder) { expectRefused(bus.folder(), "not a regular file"); }
+
+TEST_F(AuthorizationBroker, RefusesAPipeWithoutWaitingForIt) {
+  const auto path = bus.folder() / "pipe";
+  ASSERT_EQ(::mkfifo(path.c_str(), 0700), 0);
+  expectRefused(path, "not a regular file");
+}
+
+TEST_F(AuthorizationBroker, RefusesAMissingTool) { expectRefused(bus.folder() / "missing", "cannot be opened"); }
+
+TEST_F(AuthorizationBroker, RefusesAFileThatIsNoProgram) {
+  const auto path = bus.folder() / "text";
+  std::ofstream(path) << "not a program";
+  ASSERT_EQ(::chmod(path.c_str(), 0755), 0);
+  expectRefused(path, "cannot be run");
+}
+
+TEST_F(AuthorizationBroker, RefusesAToolOfAnotherUser) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can make a file that belongs to somebody else";
+  const auto path = probe();
+  ASSERT_EQ(::chown(path.c_str(), 65534, 65534), 0);
+  expectRefused(path, "belongs to another user");
+}
+
+TEST_F(AuthorizationBroker, SevenHundredBytesInOneGoAreReadAs512And188) {
+  const auto stream = started(probe());
+  say(*stream, "print 700");
+  char chunk[512];
+  EXPECT_EQ(stream->read(chunk, sizeof chunk), 512U);
+  EXPECT_EQ(stream->read(chunk, sizeof chunk), 188U);
+}
+
+TEST_F(AuthorizationBroker, FiveHundredAndTwelveBytesAreFollowedByTheEnd) {
+  const auto stream = started(probe());
+  say(*stream, "print 512");
+  char chunk[512];
+  EXPECT_EQ(stream->read(chunk, sizeof chunk), 512U);
+  EXPECT_EQ(stream->read(chunk, sizeof chunk), 0U);
+}
+
+TEST_F(AuthorizationBroker, AHundredBytesBeforeAPauseAreReadAlone) {
+  const auto stream = started(probe());
+  say(*stream, "two 100 50");
+  char chunk[512];
+  EXPECT_EQ(stream->read(chunk, sizeof chunk), 100U);
+  say(*stream, "go on");
+  EXPECT_EQ(stream->read(chunk, sizeof chunk), 50U);
+}
+
+TEST_F(AuthorizationBroker, WritingToAToolThatEndedIsShortAndHarmless) {
+  const auto stream = started(probe());
+  say(*stream, "print 1");
+  readAll(*stream);
+  EXPECT_EQ(stream->write("more", 4), 0U);
+}
+
+TEST_F(AuthorizationBroker, EveryCallAndEveryReadAndWriteGoesThroughTheBlockingCall) {
+  const AuthorizationRef authorization = authorized(controller);
+  EXPECT_EQ(controller.blockingCall.count, 3);  // connect, create, copy
+  std::unique_ptr<ByteStream> stream;
+  ASSERT_EQ(controller.execute(authorization, probe(), stream), errAuthorizationSuccess);
+  EXPECT_EQ(controller.blockingCall.count, 5);  // open, execute
+  say(*stream, "print 1");
+  char chunk[512];
+  stream->read(chunk, sizeof chunk);
+  EXPECT_EQ(controller.blockingCall.count, 7);
+}
+
+TEST_F(AuthorizationBroker, RunsABoundedNumberOfToolsAtOnceAndReapsThem) {
+  const auto path = probe();
+  const AuthorizationRef authorization = authorized(controller);
+  std::vector<std::unique_ptr<ByteStream>> streams(9);
+  for (int i = 0; i < 8; ++i) ASSERT_EQ(controller.execute(authorization, path, streams[i]), errAuthorizationSuccess);
+  EXPECT_EQ(controller.execute(authorization, path, streams[8]), errAuthorizationToolExecuteFailure);
+  streams[0].reset();
+  EXPECT_TRUE(becomesTrue([&] { return controller.execute(authorization, path, streams[8]) == errAuthorizationSuccess; }));
+}
+
+TEST_F(AuthorizationBroker, ABusThatIsGoneIsAnInternalError) {
+  const AuthorizationRef authorization = authorized(controller);
+  bus.stop();
+  AuthorizationRef another = 0;
+  AuthorizationExternalForm form;
+  std::unique_ptr<ByteStream> stream;
+  EXPECT_EQ(controller.copyRight(authorization, 18), errAuthorizationInternal);
+  EXPECT_EQ(controller.services.makeExternalForm(authorization, form), errAuthorizationInternal);
+  EXPECT_EQ(controller.services.create(0, another), errAuthorizationInternal);
+  EXPECT_EQ(controller.execute(authorization, probe(), stream), errAuthorizationInternal);
+  EXPECT_EQ(controller.services.free(authorization, 8), errAuthorizationInternal);
+}
+
+TEST(AuthorizationServices, WithoutABrokerCreatingFailsAndTheLogSaysOnceWhatToDo) {
+  tests::PrivateBus bus;
+  Client client;
+  AuthorizationRef authorization = 7;
+  EXPECT_EQ(client.services.create(0, authorization), errAuthorizationInternal);
+  EXPECT_EQ(client.services.createFromExternalForm({}, authorization), errAuthorizationInternal);
+  EXPECT_EQ(authorization, 7U);
+  EXPECT_THAT(client.log.lines, testing::ElementsAre(HasSubstr("install com.kelto.Authorization1")));
+}
+
+TEST(AuthorizationServices, WithoutAnyBusCreatingFails) {
+  tests::PrivateBus bus;
+  bus.stop();
+  Client client;
+  AuthorizationRef authorization = 0;
+  EXPECT_EQ(client.services.create(0, authorization), errAuthorizationInternal);
+  EXPECT_THAT(client.log.lines, Not(IsEmpty()));
+}
+
+TEST(AuthorizationLifetimes, AFormIsRefusedAfterItsTime) {
+  tests::PrivateBus bus{{{BrokerName, Broker + " --session --form-seconds 1"}}};
+  Client controller;
+  Client installer;
+  const auto form = controller.exported(controller.create());
+  AuthorizationRef adopted = 0;
+  EXPECT_EQ(installer.services.createFromExternalForm(form, adopted), errAuthorizationSuccess);
+  EXPECT_TRUE(becomesTrue([&] {
+    installer.services.free(adopted, kAuthorizationFlagDefaults);
+    return installer.services.createFromExternalForm(form, adopted) == errAuthorizationDenied;
+  }));
+}
+
+TEST(AuthorizationLifetimes, TheRightEndsAfterItsTimeAndIsAskedForAgain) {
+  tests::PrivateBus bus{{{BrokerName, Broker + " --session --right-seconds 1"}}};
+  Client controller;
+  const AuthorizationRef authorization = controller.create();
+  EXPECT_EQ(controller.copyRight(authorization, 18), errAuthorizationSuccess);
+  EXPECT_TRUE(becomesTrue([&] { return controller.copyRight(authorization, 0) == errAuthorizationDenied; }));
+  EXPECT_EQ(controller.copyRight(authorization, 18), errAuthorizationSuccess);
+}
+
+TEST(AuthorizationLifetimes, TheBrokerLeavesWhenIdleAndStaysWhileAHandleIsHeld) {
+  tests::PrivateBus bus{{{BrokerName, Broker + " --session --idle-seconds 1"}}};
+  auto held = std::make_unique<Client>();
+  held->create();
+  const auto start = std::chrono::steady_clock::now();
+  ASSERT_TRUE(becomesTrue([&] { return !isOwned(BrokerName) || std::chrono::steady_clock::now() - start > 1500ms; }));
+  EXPECT_TRUE(isOwned(BrokerName));
+  held.reset();
+  EXPECT_TRUE(becomesTrue([] { return !isOwned(BrokerName); }));
+  Client next;
+  EXPECT_NE(next.create(), 0U);
+}
+
+}  // namespace

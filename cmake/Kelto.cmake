@@ -13,11 +13,11 @@ function(kelto_library name)
   target_link_libraries(${name} PUBLIC kelto_options ${ARG_LINK})
 endfunction()
 
-# kelto_tests(FOLDER LINK target...): the tests of tests/FOLDER, one program per label. The end of a file's name gives its
+# kelto_tests(FOLDER LINK target... [MAIN file]): the tests of tests/FOLDER, one program per label. The end of a file's name gives its
 # label: x_test.cpp is "unit", x_gui_test.cpp, x_bus_test.cpp, x_system_test.cpp and x_slow_test.cpp are "gui", "bus",
-# "system" and "slow".
+# "system" and "slow". MAIN, in the folder, is the main function in place of GoogleTest's.
 function(kelto_tests folder)
-  cmake_parse_arguments(ARG "" "" "LINK" ${ARGN})
+  cmake_parse_arguments(ARG "" "MAIN" "LINK" ${ARGN})
   foreach(target IN LISTS ARG_LINK)
     if(NOT TARGET ${target})
       return()
@@ -34,8 +34,13 @@ function(kelto_tests folder)
     if(sources)
       string(REPLACE "/" "_" flat ${folder})
       set(program test_${flat}_${label})
-      add_executable(${program} ${sources})
-      target_link_libraries(${program} PRIVATE kelto_options ${ARG_LINK} GTest::gmock GTest::gtest_main)
+      if(ARG_MAIN)
+        add_executable(${program} ${sources} ${folder}/${ARG_MAIN})
+      else()
+        add_executable(${program} ${sources})
+      endif()
+      target_link_libraries(${program} PRIVATE kelto_options ${ARG_LINK} GTest::gmock
+                                               GTest::$<IF:$<BOOL:${ARG_MAIN}>,gtest,gtest_main>)
       target_compile_definitions(${program} PRIVATE KELTO_BIN_DIR="${CMAKE_BINARY_DIR}/bin"
                                                     KELTO_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
       gtest_discover_tests(${program} TEST_PREFIX "${folder}/" DISCOVERY_TIMEOUT 60

@@ -1,0 +1,100 @@
+#include "platform/linux/qt/Display.h"
+
+#include <xcb/xcb.h>
+
+#include <QDir>
+#include <QGuiApplication>
+#include <QLibraryInfo>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+namespace platform::Linux::Display {
+namespace {
+
+constexpr const char* advice =
+    "Start it from a desktop session, or set DISPLAY to a display that this user may use "
+    "(for example: xvfb-run KeltoInstaller ...).";
+
+std::string environment(const char* name) {
+  const char* value = std::getenv(name);
+  return value == nullptr ? std::string() : std::string(value);
+}
+
+bool canReachX11() {
+  xcb_connection_t* connection = xcb_connect(nullptr, nullptr);
+  const bool reached = xcb_connection_has_error(connection) == 0;
+  xcb_disconnect(connection);
+  return reached;
+}
+
+bool canUseWayland() {
+  if (environment("WAYLAND_DISPLAY").empty()) return false;
+  const QDir plugins(QLibraryInfo::path(QLibraryInfo::PluginsPath) + "/platforms");
+  return !plugins.entryList({"libqwayland*.so"}, QDir::Files).isEmpty();
+}
+
+std::string problemWithoutDisplay() {
+  const auto display = environment("DISPLAY");
+  const std::string what =
+      display.empty() ? "there is no display (DISPLAY is not set)" : "the display \"" + display + "\" cannot be opened";
+  return what + ". " + advice;
+}
+
+}  // namespace
+
+Choice choose() {
+  const auto asked = environment("QT_QPA_PLATFORM");
+  if (!asked.empty() && asked != "xcb") return {{}, "QT_QPA_PLATFORM=" + asked + " decides how the window is shown", {}};
+  if (!environment("DISPLAY").empty() && canReachX11()) {
+    const bool onWayland = !environment("WAYLAND_DISPLAY").empty();
+    return {"xcb", onWayland ? "Wayland session: using XWayland, where a window can be placed" : "", {}};
+  }
+  if (asked.empty() && canUseWayland())
+    return {"wayland", "Wayland without XWayland: the compositor decides where the window appears", {}};
+  return {{}, {}, problemWithoutDisplay()};
+}
+
+StartUpEnvironment::StartUpEnvironment(const std::string& qtPlatform) {
+  if (!qtPlatform.empty()) set("QT_QPA_PLATFORM", qtPlatform.c_str());
+  // The window looks the same on every desktop, so no desktop's theme (and its toolkit) is loaded; nothing is drawn with
+  // OpenGL; nothing is restored with a session.
+  set("QT_QPA_PLATFORMTHEME", "generic");
+  set("QT_XCB_GL_INTEGRATION", "none");
+  set("SESSION_MANAGER", nullptr);
+}
+
+StartUpEnvironment::~StartUpEnvironment() {
+  for (const auto& [name, value] : _before) {
+    if (value)
+      setenv(name.c_str(), value->c_str(), 1);
+    else
+      unsetenv(name.c_str());
+  }
+}
+
+void StartUpEnvironment::set(const char* name, const char* value) {
+  const char* before = std::getenv(name);
+  _before.emplace_back(name, before == nullptr ? std::nullopt : std::optional<std::string>(before));
+  if (value == nullptr)
+    unsetenv(name);
+  else
+    setenv(name, value, 1);
+}
+
+bool composesWindows() {
+  const auto* x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
+  if (x11 == nullptr) return true;
+  xcb_connection_t* connection = x11->connection();
+  constexpr std::string_view owner = "_NET_WM_CM_S0";
+  const auto question = xcb_intern_atom(connection, 1, static_cast<std::uint16_t>(owner.size()), owner.data());
+  using Atom = std::unique_ptr<xcb_intern_atom_reply_t, decltype(&std::free)>;
+  const Atom atom(xcb_intern_atom_reply(connection, question, nullptr), std::free);
+  if (!atom || atom->atom == XCB_ATOM_NONE) return false;
+  using Owner = std::unique_ptr<xcb_get_selection_owner_reply_t, decltype(&std::free)>;
+  const Owner selection(xcb_get_selection_owner_reply(connection, xcb_get_selection_owner(connection, atom->atom), nullptr),
+                        std::free);
+  return selection && selection->owner != XCB_WINDOW_NONE;
+}
+
+}  // namespace platform::Linux::Display

@@ -1,0 +1,47 @@
+#pragma once
+// An interface description that has been loaded: the widgets of a .ui document as interface elements.
+//
+// Main thread only. What the document says beyond its widgets, as dynamic properties:
+//   delegateClass  on the top-level widget: the class of the application's delegate
+//   action         on a button: "terminate:" ends the application when it is pressed
+//   namedBy        on a widget: the name of the label whose text is its name for assistive tools
+//   hasBloom       on the background (class KMEmbeddedWindowBackgroundView)
+// Every widget with a name is an outlet of that name; the top-level is the window.
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/UserInterface.h"
+#include "platform/linux/qt/QtWindow.h"
+
+namespace platform::Linux {
+
+class InterfaceDescription {
+ public:
+  // Loads the document at `path`. `terminate` is what closing the window and the action "terminate:" do. Nothing when the
+  // document cannot be read; `cause` then says why.
+  static std::unique_ptr<InterfaceDescription> load(const std::string& path, const std::function<void()>& terminate,
+                                                    std::string& cause);
+
+  // Empty when the document names none.
+  [[nodiscard]] std::string delegateClass() const;
+  // The delegate holds the elements weakly: they go with this object.
+  void connectOutlets(ApplicationDelegate& delegate) const;
+  [[nodiscard]] QWidget& window() const { return *_window; }
+
+ private:
+  struct Outlet {
+    std::string name;
+    std::shared_ptr<InterfaceElement> element;
+  };
+
+  explicit InterfaceDescription(std::unique_ptr<WindowWidget> window) : _window(std::move(window)) {}
+  void makeOutlets();
+  void connectActions(const std::function<void()>& terminate);
+
+  std::unique_ptr<WindowWidget> _window;
+  std::vector<Outlet> _outlets;
+};
+
+}  // namespace platform::Linux

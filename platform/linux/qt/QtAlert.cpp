@@ -1,0 +1,77 @@
+#include "platform/linux/qt/QtAlert.h"
+
+#include <QDialog>
+#include <QGridLayout>
+#include <QLabel>
+#include <QPushButton>
+#include <QStyle>
+
+#include "platform/linux/qt/QtElements.h"
+
+namespace platform::Linux {
+namespace {
+
+constexpr int iconSize = 48;
+constexpr int textWidth = 340;
+
+QLabel* textLabel(std::string_view text, QWidget* parent) {
+  auto* label = new QLabel(parent);
+  label->setTextFormat(Qt::PlainText);
+  label->setWordWrap(true);
+  label->setText(qtString(text));
+  label->setFixedWidth(textWidth);
+  return label;
+}
+
+QLabel* headlineLabel(std::string_view text, QWidget* parent) {
+  auto* label = textLabel(text, parent);
+  QFont font = label->font();
+  font.setBold(true);
+  font.setPointSizeF(font.pointSizeF() * 1.1);
+  label->setFont(font);
+  return label;
+}
+
+QLabel* iconLabel(QWidget* parent) {
+  auto* label = new QLabel(parent);
+  label->setPixmap(parent->style()->standardIcon(QStyle::SP_MessageBoxWarning).pixmap(iconSize, iconSize));
+  label->setFixedWidth(iconSize);
+  return label;
+}
+
+QPushButton* dismissButton(std::string_view title, QDialog* dialog) {
+  auto* button = new QPushButton(literalTitle(title), dialog);
+  button->setShortcut({});
+  button->setDefault(true);
+  button->setMinimumWidth(88);
+  QObject::connect(button, &QPushButton::clicked, dialog, &QDialog::accept);
+  return button;
+}
+
+void fill(QDialog& dialog, const Alert& alert) {
+  auto* rows = new QGridLayout(&dialog);
+  rows->setContentsMargins(24, 22, 24, 18);
+  rows->setHorizontalSpacing(18);
+  rows->setVerticalSpacing(8);
+  rows->setSizeConstraint(QLayout::SetFixedSize);
+  auto* button = dismissButton(alert.defaultButton, &dialog);
+  rows->addWidget(iconLabel(&dialog), 0, 0, 2, 1, Qt::AlignTop);
+  rows->addWidget(headlineLabel(alert.messageText, &dialog), 0, 1);
+  rows->addWidget(textLabel(alert.informativeText, &dialog), 1, 1);
+  rows->setRowMinimumHeight(2, 10);
+  rows->addWidget(button, 3, 0, 1, 2, Qt::AlignRight);
+  button->setFocus();
+}
+
+}  // namespace
+
+void runAlert(const Alert& alert, std::string_view title, QWidget* parent) {
+  QDialog dialog(parent != nullptr && parent->isVisible() ? parent : nullptr);
+  dialog.setWindowTitle(qtString(title));
+  dialog.setWindowModality(Qt::ApplicationModal);
+  dialog.setAccessibleDescription(qtString(alert.informativeText));
+  fill(dialog, alert);
+  dialog.exec();
+}
+
+}  // namespace platform::Linux

@@ -1,0 +1,14 @@
+#pragma once
+// Alerts: a headline, an informative text and one button.
+#include <QWidget>
+
+#include "platform/UserInterface.h"
+
+namespace platform::Linux {
+
+// Shows the alert above everything of the application and returns when it was dismissed: by its button, Return, Escape or
+// closing. Texts are shown as they stand. `parent` may be nullptr; the alert stands over it while it is visible. Main
+// thread only; runs an event loop.
+void runAlert(const Alert& alert, std::string_view title, QWidget* parent);
+
+}  // namespace platform::Linux

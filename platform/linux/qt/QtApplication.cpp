@@ -1,0 +1,58 @@
+#include "platform/linux/qt/QtApplication.h"
+
+#include <QCoreApplication>
+#include <algorithm>
+
+#include "platform/linux/qt/QtAlert.h"
+
+namespace platform::Linux {
+
+QtApplication::QtApplication(QtRunLoop& runLoop, NotificationCenter& center, std::string name)
+    : _runLoop(runLoop), _center(center), _name(std::move(name)) {}
+
+void QtApplication::runModal(const Alert& alert) {
+  if (_isTerminated) return;
+  const QtRunLoop::Pause pause(_runLoop);
+  runAlert(alert, _name, _interface ? &_interface->window() : nullptr);
+}
+
+void QtApplication::terminate(const void* /*sender*/) {
+  if (_isTerminated) return;
+  _isTerminated = true;
+  _runLoop.stop();
+  const Notification notification{std::string(ApplicationWillTerminateNotification), {}, {}};
+  if (_delegate) _delegate->applicationWillTerminate_(notification);
+  _center.post(notification);
+  QCoreApplication::exit(0);
+}
+
+void QtApplication::terminateOnRequest() {
+  if (!_runLoop.isPaused()) terminate(nullptr);
+}
+
+int QtApplication::run(Platform& platform, const std::string& path, const std::vector<DelegateClass>& classes) {
+  if (!load(platform, path, classes)) return 1;
+  _delegate->applicationDidFinishLaunching_({"NSApplicationDidFinishLaunchingNotification", {}, {}});
+  return _isTerminated ? 0 : QCoreApplication::exec();
+}
+
+bool QtApplication::load(Platform& platform, const std::string& path, const std::vector<DelegateClass>& classes) {
+  std::string cause;
+  _interface = InterfaceDescription::load(
+      path, [this] { terminateOnRequest(); }, cause);
+  if (!_interface) {
+    platform.systemLog.log("cannot load the interface description " + path + ": " + cause);
+    return false;
+  }
+  const auto name = _interface->delegateClass();
+  const auto found = std::ranges::find(classes, name, &DelegateClass::name);
+  if (found == classes.end()) {
+    platform.systemLog.log("the interface description " + path + " names the unknown delegate class \"" + name + "\"");
+    return false;
+  }
+  _delegate = found->make(platform);
+  _interface->connectOutlets(*_delegate);
+  return true;
+}
+
+}  // namespace platform::Linux

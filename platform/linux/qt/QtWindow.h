@@ -1,0 +1,42 @@
+#pragma once
+// The wizard window: frameless, dragged by its face, placed to the pixel.
+//
+// Main thread only. Screen coordinates have their origin at the bottom-left corner of the primary screen and count in
+// device-independent pixels; whole ones, so what is set is rounded.
+#include <QPointer>
+#include <QWidget>
+#include <functional>
+
+#include "platform/UserInterface.h"
+
+namespace platform::Linux {
+
+// The top-level widget. Closing it, however that is asked for, calls `onClose` and leaves the window as it is.
+class WindowWidget final : public QWidget {
+ public:
+  WindowWidget();
+  std::function<void()> onClose;
+
+ protected:
+  void closeEvent(QCloseEvent* event) override;
+  void mousePressEvent(QMouseEvent* event) override;
+};
+
+class QtWindow final : public Window {
+ public:
+  explicit QtWindow(QWidget& widget) : _widget(&widget) {}
+
+  // The zero rectangle when the widget has gone.
+  [[nodiscard]] Rect frame() const override;
+  // The window cannot be resized by hand, so this is its only size, whatever the layout would like.
+  void setFrame(const Rect& frame, bool display) override;
+  void setFrameOrigin(Point origin) override;
+  void center() override;
+  void setTitle(std::string_view title) override;
+  void makeKeyAndOrderFront() override;
+
+ private:
+  QPointer<QWidget> _widget;
+};
+
+}  // namespace platform::Linux

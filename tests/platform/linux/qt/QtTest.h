@@ -1,0 +1,57 @@
+#pragma once
+// What the tests of the Qt side share: waiting for a condition while the event loop runs, and looking from outside.
+#include <gtest/gtest.h>
+
+#include <QApplication>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QTimer>
+#include <QWidget>
+#include <functional>
+#include <string>
+
+#include "tests/support/PrivateDisplay.h"
+
+namespace qt_test {
+
+// Runs the event loop until `condition` holds; false when it does not within the time.
+inline bool spinUntil(const std::function<bool()>& condition, int milliseconds = 10000) {
+  QElapsedTimer elapsed;
+  elapsed.start();
+  QTimer tick;
+  tick.start(5);
+  while (!condition()) {
+    if (elapsed.elapsed() > milliseconds) return false;
+    QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+  }
+  return true;
+}
+
+// Where the display server says the window is, in its own coordinates (top-left).
+struct OutsideView {
+  int x = 0;
+  int y = 0;
+  int width = 0;
+  int height = 0;
+  bool isViewable = false;
+  bool operator==(const OutsideView&) const = default;
+};
+
+inline void PrintTo(const OutsideView& view, std::ostream* stream) {
+  *stream << view.width << "x" << view.height << " at " << view.x << "," << view.y
+          << (view.isViewable ? "" : ", not viewable");
+}
+
+inline OutsideView seenFromOutside(const QWidget& widget) {
+  const auto text = test_support::outputOf("xwininfo -id " + std::to_string(widget.winId()));
+  const auto number = [&text](const char* label) {
+    const auto place = text.find(label);
+    return place == std::string::npos ? -1 : std::atoi(text.c_str() + place + std::string(label).size());
+  };
+  return {number("Absolute upper-left X:"), number("Absolute upper-left Y:"), number("Width:"), number("Height:"),
+          text.find("IsViewable") != std::string::npos};
+}
+
+inline QRect primaryScreen() { return QGuiApplication::primaryScreen()->geometry(); }
+
+}  // namespace qt_test

@@ -1,0 +1,128 @@
+#include "platform/linux/qt/QtWindow.h"
+
+#include <QScreen>
+
+#include "tests/platform/linux/qt/QtTest.h"
+
+using namespace platform;
+using namespace platform::Linux;
+using namespace qt_test;
+
+namespace {
+
+struct QtWindowOnScreen : testing::Test {
+  QtWindowOnScreen() { widget.resize(460, 320); }
+
+  void show() {
+    window.makeKeyAndOrderFront();
+    ASSERT_TRUE(spinUntil([this] { return seenFromOutside(widget).isViewable; }));
+    ASSERT_TRUE(spinUntil([this] { return widget.isActiveWindow(); }));
+  }
+
+  WindowWidget widget;
+  QtWindow window{widget};
+};
+
+TEST_F(QtWindowOnScreen, StandsExactlyWhereItWasPut) {
+  window.setFrame({{300, 303}, {400, 206}}, false);
+  show();
+  EXPECT_EQ(seenFromOutside(widget), (OutsideView{300, 1024 - 303 - 206, 400, 206, true}));
+  EXPECT_EQ(window.frame(), (Rect{{300, 303}, {400, 206}}));
+}
+
+TEST_F(QtWindowOnScreen, StandsExactlyWhereItWasPutBeyondTheScreensEdge) {
+  window.setFrame({{-120, -60}, {460, 206}}, false);
+  show();
+  EXPECT_EQ(seenFromOutside(widget), (OutsideView{-120, 1024 + 60 - 206, 460, 206, true}));
+}
+
+TEST_F(QtWindowOnScreen, AnOriginChangesNoSize) {
+  window.setFrameOrigin({17, 23});
+  show();
+  EXPECT_EQ(seenFromOutside(widget), (OutsideView{17, 1024 - 23 - 320, 460, 320, true}));
+}
+
+TEST_F(QtWindowOnScreen, MovesWhileItIsShown) {
+  show();
+  window.setFrameOrigin({200, 100});
+  EXPECT_TRUE(spinUntil([this] {
+    return seenFromOutside(widget) == OutsideView{200, 604, 460, 320, true};
+  })) << testing::PrintToString(seenFromOutside(widget));
+}
+
+TEST_F(QtWindowOnScreen, CentersOnTheScreen) {
+  window.center();
+  show();
+  EXPECT_EQ(seenFromOutside(widget), (OutsideView{410, 352, 460, 320, true}));
+}
+
+TEST_F(QtWindowOnScreen, AChangedHeightKeepsTheBottomLeftCorner) {
+  window.setFrameOrigin({50, 60});
+  Rect frame = window.frame();
+  frame.size.height = 206;
+  window.setFrame(frame, false);
+  EXPECT_EQ(window.frame(), (Rect{{50, 60}, {460, 206}}));
+  show();
+  EXPECT_EQ(seenFromOutside(widget), (OutsideView{50, 1024 - 60 - 206, 460, 206, true}));
+}
+
+TEST_F(QtWindowOnScreen, ItsTitleIsSeenByTheWindowManager) {
+  window.setTitle("Kelto Installer – %d & \"Söhne\"");
+  show();
+  const auto title = test_support::outputOf("xdotool getwindowname " + std::to_string(widget.winId()));
+  EXPECT_EQ(title, "Kelto Installer – %d & \"Söhne\"\n");
+}
+
+TEST_F(QtWindowOnScreen, ItNeverAppearsAnywhereElseFirst) {
+  std::vector<QPoint> places;
+  struct Watcher final : QObject {
+    explicit Watcher(std::vector<QPoint>& places) : places(places) {}
+    bool eventFilter(QObject* object, QEvent* event) override {
+      const auto* shown = static_cast<QWidget*>(object);
+      if (event->type() == QEvent::Move && shown->isVisible()) places.push_back(shown->pos());
+      return false;
+    }
+    std::vector<QPoint>& places;
+  } watcher(places);
+  window.setFrame({{300, 303}, {400, 206}}, false);
+  widget.installEventFilter(&watcher);
+  show();
+  EXPECT_TRUE(spinUntil([this] { return widget.isActiveWindow(); }));
+  for (const auto& place : places) EXPECT_EQ(place, QPoint(300, 515));
+}
+
+TEST_F(QtWindowOnScreen, AWindowManagersCloseRequestIsReportedAndTheWindowStays) {
+  int requests = 0;
+  widget.onClose = [&] { ++requests; };
+  show();
+  test_support::outputOf("xdotool windowclose 2>/dev/null; xdotool key --clearmodifiers alt+F4");
+  EXPECT_TRUE(spinUntil([&] { return requests == 1; }));
+  EXPECT_TRUE(widget.isVisible());
+}
+
+TEST_F(QtWindowOnScreen, ItIsDraggedByItsFace) {
+  window.setFrameOrigin({300, 300});
+  show();
+  test_support::outputOf("xdotool mousemove 400 450 mousedown 1");
+  int step = 0;
+  EXPECT_TRUE(spinUntil([&] {
+    test_support::outputOf("xdotool mousemove " + std::to_string(410 + step++ % 90) + " 450");
+    return seenFromOutside(widget).x > 320;
+  }));
+  test_support::outputOf("xdotool mouseup 1");
+  EXPECT_TRUE(spinUntil([this] { return window.frame().origin.x == seenFromOutside(widget).x; }));
+  EXPECT_GT(window.frame().origin.x, 320);
+}
+
+TEST(QtWindow, AWindowThatHasGoneHasTheZeroFrameAndDoesNothing) {
+  auto widget = std::make_unique<WindowWidget>();
+  QtWindow window(*widget);
+  widget.reset();
+  window.setFrame({{1, 2}, {3, 4}}, true);
+  window.center();
+  window.setTitle("gone");
+  window.makeKeyAndOrderFront();
+  EXPECT_EQ(window.frame(), Rect{});
+}
+
+}  // namespace

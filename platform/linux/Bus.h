@@ -10,8 +10,8 @@ namespace platform::Linux {
 
 class Bus {
  public:
-  // A connection of its own to the user's session bus or the system bus. Nothing when the bus cannot be reached; `cause`,
-  // when given, then says why.
+  // A connection of its own to the user's session bus or the system bus, ready for calls. Nothing when the bus cannot be
+  // reached or does not answer within 5 s; `cause`, when given, then says why.
   static std::optional<Bus> openUser(std::string* cause = nullptr) { return open(sd_bus_open_user, cause); }
   static std::optional<Bus> openSystem(std::string* cause = nullptr) { return open(sd_bus_open_system, cause); }
 

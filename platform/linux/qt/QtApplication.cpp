@@ -21,7 +21,7 @@ void QtApplication::terminate(const void* /*sender*/) {
   _isTerminated = true;
   _runLoop.stop();
   const Notification notification{std::string(ApplicationWillTerminateNotification), {}, {}};
-  if (_delegate) _delegate->applicationWillTerminate_(notification);
+  if (_delegate) _delegate->applicationWillTerminate(notification);
   _center.post(notification);
   QCoreApplication::exit(0);
 }
@@ -32,7 +32,7 @@ void QtApplication::terminateOnRequest() {
 
 int QtApplication::run(Platform& platform, const std::string& path, const std::vector<DelegateClass>& classes) {
   if (!load(platform, path, classes)) return 1;
-  _delegate->applicationDidFinishLaunching_({"NSApplicationDidFinishLaunchingNotification", {}, {}});
+  _delegate->applicationDidFinishLaunching({"NSApplicationDidFinishLaunchingNotification", {}, {}});
   return _isTerminated ? 0 : QCoreApplication::exec();
 }
 

@@ -1,8 +1,8 @@
 #pragma once
 // How the Linux platform makes a call that may take long.
 //
-// The seam's calls block their caller by design. On the main thread of a desktop program that must not freeze the window, so
-// every such call of this folder goes through a BlockingCall.
+// The seam's calls block their caller by design. On the main thread of a desktop program that must not freeze the window,
+// so every such call of this folder goes through a BlockingCall.
 #include <functional>
 
 namespace platform::Linux {

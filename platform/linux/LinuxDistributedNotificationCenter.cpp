@@ -118,7 +118,7 @@ void LinuxDistributedNotificationCenter::State::receive(sd_bus_message* message)
   const auto notification = std::make_shared<const Notification>(std::move(*read));
   for (const auto& [name, handler] : observers) {
     if (name != notification->name) continue;
-    deliver([weak = weak_from_this(), handler, notification] {
+    deliver([weak = weak_from_this(), handler = handler, notification] {
       if (!weak.expired()) (*handler)(*notification);
     });
   }

@@ -18,9 +18,10 @@ ARROWS = {
     "kit": ["platform"],
     "ui": ["kit", "platform"],
     "platform": [],
-    "platform/linux": ["platform"],
+    # The broker's names for what goes over the bus are shared by both of its ends.
+    "platform/linux": ["platform", "platform/linux/authorizationd/Interface.h"],
     "platform/linux/qt": ["platform/linux", "platform"],
-    "platform/linux/authorizationd": ["platform/Authorization.h"],
+    "platform/linux/authorizationd": ["platform/Authorization.h", "platform/linux/Descriptor.h"],
     "platform/linux/defaults": ["platform/linux", "platform"],
     "platform/fake": ["platform"],
     "demo": ["platform", "platform/linux"],
@@ -37,7 +38,7 @@ THIRD_PARTY = ["platform/linux", "demo", "examples"]
 # A program of its own on the bare operating system: POSIX and Linux headers, but no library's.
 BARE_SYSTEM = ["privileged/tool"]
 BARE_SYSTEM_HEADER = re.compile(
-    r"^(sys|linux|asm|bits)/|^(unistd|fcntl|dirent|errno|signal|spawn|poll|pwd|grp|fnmatch|limits|time|mntent|sched)\.h$")
+    r"^(sys|linux|asm|bits)/|^(unistd|fcntl|dirent|errno|signal|spawn|poll|pwd|grp|fnmatch|limits|time|mntent|sched|syslog)\.h$")
 OPERATING_SYSTEM = re.compile(r"^\s*#\s*(if|ifdef|ifndef|elif)\b.*\b(__linux__|__APPLE__|_WIN32|__unix__|__gnu_linux__)\b")
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]')
 

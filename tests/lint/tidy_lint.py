@@ -22,14 +22,14 @@ def digest(paths):
 
 
 def check(path, build):
-    command = ["clang-tidy", "--quiet", f"-p={build}", str(path)]
+    command = ["clang-tidy", "--quiet", "--extra-arg=-Wno-unknown-warning-option", f"-p={build}", str(path)]
     run = subprocess.run(command, capture_output=True, text=True)
     lines = [line for line in (run.stdout + run.stderr).splitlines() if "warnings generated" not in line]
     return run.returncode == 0, "\n".join(lines)
 
 
 def main():
-    root, build = Path(sys.argv[1]), Path(sys.argv[2])
+    root, build = Path(sys.argv[1]).resolve(), Path(sys.argv[2]).resolve()
     database = json.loads((build / "compile_commands.json").read_text())
     files = sorted({Path(entry["file"]) for entry in database
                     if Path(entry["file"]).is_relative_to(root) and not Path(entry["file"]).is_relative_to(build)

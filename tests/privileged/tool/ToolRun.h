@@ -70,7 +70,8 @@ inline Answer runWithBytes(const std::vector<std::string>& command, const std::s
   }
   if (closeAfterWriting) ::shutdown(ends[0], SHUT_WR);
   char buffer[512];
-  for (ssize_t got = 0; (got = ::read(ends[0], buffer, sizeof buffer)) > 0;) answer.text.append(buffer, static_cast<std::size_t>(got));
+  for (ssize_t got = 0; (got = ::read(ends[0], buffer, sizeof buffer)) > 0;)
+    answer.text.append(buffer, static_cast<std::size_t>(got));
   ::close(ends[0]);
   int status = 0;
   ::waitpid(child, &status, 0);

@@ -52,7 +52,7 @@ class Value {
 };
 
 // Beyond these a document is refused. An information list of a real application has a few kilobytes and five levels.
-inline constexpr std::size_t MaximumBytes = std::size_t{16} << 20;
+inline constexpr std::size_t MaximumBytes = std::size_t{16} << 20;  // and of text and data together, once expanded
 inline constexpr std::size_t MaximumDepth = 64;
 inline constexpr std::size_t MaximumValues = 1'000'000;  // counted after shared references of the binary form are expanded
 

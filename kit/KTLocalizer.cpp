@@ -1,0 +1,89 @@
+#include "kit/KTLocalizer.h"
+
+#include <iterator>
+#include <memory>
+
+#include "logging/KTLogger.h"
+#include "platform/Locale.h"
+#include "platform/Platform.h"
+
+namespace {
+
+struct Language {
+  std::string_view code;
+  std::string_view country;
+  std::string_view webSubdomain;
+  std::string_view urlLanguageCode;
+  std::string_view kitLanguageId;
+};
+
+// The values are what the web site and the library code expect; the irregular ones are meant.
+constexpr Language languages[] = {
+    {"en", "US", "www", "en", "en-US"},     {"en", "GB", "www", "uk", "en-US"}, {"da", "DK", "da", "da", "da-DK"},
+    {"de", "DE", "de", "de", "de-DE"},      {"es", "ES", "es", "es", "es-ES"},  {"fr", "FR", "fr", "fr", "fr-FR"},
+    {"it", "IT", "it", "it", "it-IT"},      {"nb", "NO", "no", "bo", "nb-NO"},  {"pt", "BR", "pt", "pt", "pt-BR"},
+    {"nl", "NL", "nl", "nl", "nl-NL"},      {"sv", "SE", "sv", "sv", "sv-SE"},  {"zh", "CN", "zh", "zh", "zh-CN"},
+    {"zh-Hans", "CN", "zh", "zh", "zh-CN"}, {"ja", "JP", "ja", "ja", "ja-JP"},
+};
+
+// An exact match of any localization comes before the first that matches by language alone.
+std::int64_t rowForLocalizations(const std::vector<std::string>& localizations) {
+  std::int64_t fallback = -1;
+  for (const auto& localization : localizations) {
+    const auto locale = platform::Locale::fromIdentifier(localization);
+    for (std::int64_t row = 0; row < std::ssize(languages); ++row) {
+      if (languages[row].code != locale.languageCode) continue;
+      if (!locale.countryCode || languages[row].country == *locale.countryCode) return row;
+      if (fallback < 0) fallback = row;
+    }
+  }
+  return fallback < 0 ? 0 : fallback;
+}
+
+struct ChosenRow {
+  std::int64_t row = -1;
+};
+
+const Language& chosenLanguage() { return languages[KTLocalizer::languageCodes()]; }
+
+std::optional<platform::PropertyList::Array> unlocalizedStringsOfMainBundle() {
+  const auto& platform = platform::current();
+  const auto path = platform.bundles.mainBundle().pathForResource("UnlocalizedStrings", "plist");
+  const auto bytes = path ? platform.fileManager.contentsAtPath(*path) : std::nullopt;
+  const auto value = bytes ? platform::PropertyList::parse(*bytes) : std::nullopt;
+  const auto* array = value ? value->as<platform::PropertyList::Array>() : nullptr;
+  return array ? std::optional(*array) : std::nullopt;
+}
+
+}  // namespace
+
+KTLocalizer* KTLocalizer::sharedLocalizer() {
+  return platform::current().process.once<KTLocalizer>([] { return std::make_shared<KTLocalizer>(SingletonKey{}); });
+}
+
+KTLocalizer::KTLocalizer(SingletonKey) : _unlocalizedStrings(unlocalizedStringsOfMainBundle()) {}
+
+std::string KTLocalizer::textForKey(std::string_view key) const {
+  auto text = platform::current().bundles.mainBundle().localizedStringForKey(key, "", "");
+  if (text != key) return text;
+  KTDiagnostics::log({"KTLocalizer", this, "localizedStringForKey:", 149}, 7, "key not found: %@", key);
+  return text + "ZXZ";
+}
+
+std::int64_t KTLocalizer::languageCodes() {
+  auto& platform = platform::current();
+  return platform.process
+      .once<ChosenRow>([&] {
+        return std::make_shared<ChosenRow>(
+            ChosenRow{rowForLocalizations(platform.bundles.mainBundle().preferredLocalizations())});
+      })
+      ->row;
+}
+
+std::string KTLocalizer::locale() { return platform::formatted("%@-%@", chosenLanguage().code, chosenLanguage().country); }
+
+std::string KTLocalizer::keltoSubdomain() { return std::string(chosenLanguage().webSubdomain); }
+
+std::string KTLocalizer::keltoUrlLanguageCode() { return std::string(chosenLanguage().urlLanguageCode); }
+
+std::string KTLocalizer::kclibLanguageId() { return std::string(chosenLanguage().kitLanguageId); }

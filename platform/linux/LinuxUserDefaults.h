@@ -1,0 +1,48 @@
+#pragma once
+// The standard user defaults on Linux: arguments, then ~/.config/<domain>.plist, then registered defaults. Any thread.
+//
+// Changes that another program stores are seen at the next look-up.
+#include <mutex>
+#include <string>
+#include <string_view>
+
+#include "platform/UserDefaults.h"
+#include "platform/Workspace.h"
+#include "platform/linux/DefaultsFile.h"
+
+namespace platform::Linux {
+
+// The argument domain: "-Key" followed by its value, always kept as text. An argument that itself looks like a key (a dash
+// and then no number) is no value, so a key before it, or at the end, has none and is left out; the last of two equal keys
+// counts. The first argument is the program.
+PropertyList::Dictionary argumentDomain(int argc, const char* const* argv);
+
+class LinuxUserDefaults final : public UserDefaults {
+ public:
+  // `domain` is the application's bundle identifier. Troubles with its file go to `log`; a file that cannot be read counts
+  // as empty, and is never written to. Without a usable domain nothing can be stored.
+  LinuxUserDefaults(int argc, const char* const* argv, std::string_view domain, SystemLog& log);
+
+  [[nodiscard]] std::optional<PropertyList::Value> objectForKey(std::string_view key) const override;
+  bool setObject(std::string_view key, const PropertyList::Value& value) override;
+  bool removeObject(std::string_view key) override;
+
+  // Adds to what is answered when neither an argument nor the stored domain has a key; later values win.
+  void registerDefaults(const PropertyList::Dictionary& values);
+
+ private:
+  bool update(const std::function<bool(PropertyList::Dictionary&)>& change);
+  void refresh() const;
+  [[nodiscard]] bool isUpToDate() const;
+
+  SystemLog& _log;
+  const PropertyList::Dictionary _arguments;
+  const std::optional<DefaultsFile> _file;
+  mutable std::mutex _mutex;
+  PropertyList::Dictionary _registered;
+  mutable bool _hasRead = false;
+  mutable std::optional<ReadDocument> _source;  // what _stored was read from
+  mutable PropertyList::Dictionary _stored;
+};
+
+}  // namespace platform::Linux

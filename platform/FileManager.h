@@ -11,9 +11,9 @@
 namespace platform {
 
 struct FileAttributes {
-  std::optional<std::int32_t> posixPermissions;
-  std::optional<std::string> ownerAccountName;
-  std::optional<std::string> groupOwnerAccountName;
+  std::optional<std::int32_t> posixPermissions{};
+  std::optional<std::string> ownerAccountName{};
+  std::optional<std::string> groupOwnerAccountName{};
   bool operator==(const FileAttributes&) const = default;
 };
 

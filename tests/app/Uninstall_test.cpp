@@ -61,7 +61,7 @@ TEST_F(LibraryServer, IsInstalledWhenItsFilesExistAndItsJobRuns) {
 }
 
 TEST_F(LibraryServer, ProbesGoInOrder) {
-  delegate.libraryServerInstalled();
+  EXPECT_TRUE(delegate.libraryServerInstalled());
   EXPECT_THAT(fake.files.existenceTests, ElementsAre(sharesFile, definition, program));
 }
 

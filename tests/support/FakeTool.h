@@ -52,12 +52,13 @@ class FakeTool {
     jobs.push_back(job);
     if (work) work(job);
     const auto result = results.find(job.at("command"));
-    write(job.at("result path"), result == results.end() ? "tool result ok" : result->second);
-    if (output && job.contains("output path")) write(job.at("output path"), *output);
+    write(job, "result path", result == results.end() ? "tool result ok" : result->second);
+    if (output) write(job, "output path", *output);
   }
 
-  void write(const std::string& file, const std::string& text) {
-    const auto place = _fake.files.items.find(file);
+  void write(const Job& job, const char* key, const std::string& text) {
+    const auto path = job.find(key);
+    const auto place = path == job.end() ? _fake.files.items.end() : _fake.files.items.find(path->second);
     if (place != _fake.files.items.end()) place->second.contents = text;
   }
 

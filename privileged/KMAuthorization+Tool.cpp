@@ -53,7 +53,7 @@ std::string readAnswer(platform::ByteStream& tool) {
 
 std::optional<std::string> KMAuthorization::_pathForTool() const {
   auto& platform = platform::current();
-  const auto path = platform.bundles.mainBundle().pathForResource(_toolName.value_or(""), "");
+  auto path = platform.bundles.mainBundle().pathForResource(_toolName.value_or(""), "");
   if (!path || !platform.fileManager.isExecutableFileAtPath(*path)) return std::nullopt;
   return path;
 }

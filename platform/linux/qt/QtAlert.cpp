@@ -3,8 +3,8 @@
 #include <QDialog>
 #include <QGridLayout>
 #include <QLabel>
+#include <QPainter>
 #include <QPushButton>
-#include <QStyle>
 
 #include "platform/linux/qt/QtElements.h"
 
@@ -32,9 +32,26 @@ QLabel* headlineLabel(std::string_view text, QWidget* parent) {
   return label;
 }
 
+// A warning sign, drawn smooth at any scale.
+QPixmap warningSign(double scale) {
+  QPixmap sign(QSize(iconSize, iconSize) * scale);
+  sign.setDevicePixelRatio(scale);
+  sign.fill(Qt::transparent);
+  QPainter painter(&sign);
+  painter.setRenderHint(QPainter::Antialiasing);
+  const QColor amber(240, 160, 32);
+  painter.setPen(QPen(amber, 7, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+  painter.setBrush(amber);
+  painter.drawPolygon(QPolygonF({{24, 7}, {43, 40}, {5, 40}}));
+  painter.setPen(QPen(Qt::white, 4.5, Qt::SolidLine, Qt::RoundCap));
+  painter.drawLine(QPointF(24, 16), QPointF(24, 28));
+  painter.drawPoint(QPointF(24, 36.5));
+  return sign;
+}
+
 QLabel* iconLabel(QWidget* parent) {
   auto* label = new QLabel(parent);
-  label->setPixmap(parent->style()->standardIcon(QStyle::SP_MessageBoxWarning).pixmap(iconSize, iconSize));
+  label->setPixmap(warningSign(parent->devicePixelRatioF()));
   label->setFixedWidth(iconSize);
   return label;
 }
@@ -68,6 +85,7 @@ void fill(QDialog& dialog, const Alert& alert) {
 void runAlert(const Alert& alert, std::string_view title, QWidget* parent) {
   QDialog dialog(parent != nullptr && parent->isVisible() ? parent : nullptr);
   dialog.setWindowTitle(qtString(title));
+  dialog.setWindowFlags(Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
   dialog.setWindowModality(Qt::ApplicationModal);
   dialog.setAccessibleDescription(qtString(alert.informativeText));
   fill(dialog, alert);

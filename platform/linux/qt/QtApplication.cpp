@@ -1,6 +1,7 @@
 #include "platform/linux/qt/QtApplication.h"
 
 #include <QCoreApplication>
+#include <QTimer>
 #include <algorithm>
 
 #include "platform/linux/qt/QtAlert.h"
@@ -32,8 +33,10 @@ void QtApplication::terminateOnRequest() {
 
 int QtApplication::run(Platform& platform, const std::string& path, const std::vector<DelegateClass>& classes) {
   if (!load(platform, path, classes)) return 1;
-  _delegate->applicationDidFinishLaunching({"NSApplicationDidFinishLaunchingNotification", {}, {}});
-  return _isTerminated ? 0 : QCoreApplication::exec();
+  QTimer::singleShot(0, qApp, [this] {
+    _delegate->applicationDidFinishLaunching({"NSApplicationDidFinishLaunchingNotification", {}, {}});
+  });
+  return QCoreApplication::exec();
 }
 
 bool QtApplication::load(Platform& platform, const std::string& path, const std::vector<DelegateClass>& classes) {

@@ -10,6 +10,8 @@ using std::chrono::nanoseconds;
 
 // What a steady deadline can hold with room to spare.
 constexpr double longestDelay = 1e9;
+// Qt's timer counts milliseconds in an int; waking up early does no harm.
+constexpr std::chrono::milliseconds longestSleep = std::chrono::hours(24);
 // A repeating timer cannot fire more often than this.
 constexpr double shortestInterval = 0.0001;
 
@@ -89,8 +91,8 @@ void QtRunLoop::schedule(Clock::time_point due, const void* target, std::functio
 
 void QtRunLoop::arm() {
   if (isPaused() || _events.empty()) return _wakeUp.stop();
-  const auto remaining = _events.begin()->first.first - Clock::now();
-  _wakeUp.start(std::max(std::chrono::ceil<std::chrono::milliseconds>(remaining), std::chrono::milliseconds(0)));
+  const auto remaining = std::chrono::ceil<std::chrono::milliseconds>(_events.begin()->first.first - Clock::now());
+  _wakeUp.start(std::clamp(remaining, std::chrono::milliseconds(0), longestSleep));
 }
 
 void QtRunLoop::fireWhatIsDue() {

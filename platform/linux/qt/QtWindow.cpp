@@ -71,6 +71,7 @@ void QtWindow::setTitle(std::string_view title) {
 
 void QtWindow::makeKeyAndOrderFront() {
   if (_widget == nullptr) return;
+  _widget->setFocus();  // no button has it, so that nothing typed by chance presses one; Tab goes to the first
   _widget->show();
   _widget->raise();
   _widget->activateWindow();

@@ -52,6 +52,4 @@ inline OutsideView seenFromOutside(const QWidget& widget) {
           text.find("IsViewable") != std::string::npos};
 }
 
-inline QRect primaryScreen() { return QGuiApplication::primaryScreen()->geometry(); }
-
 }  // namespace qt_test

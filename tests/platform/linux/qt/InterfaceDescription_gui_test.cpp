@@ -1,0 +1,312 @@
+#include "platform/linux/qt/InterfaceDescription.h"
+
+#include <xcb/xcb.h>
+
+#include <QLabel>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QTemporaryDir>
+#include <fstream>
+#include <map>
+#include <memory>
+
+#include "platform/linux/qt/Display.h"
+#include "platform/linux/qt/FaceView.h"
+#include "tests/platform/linux/qt/QtTest.h"
+
+using namespace platform;
+using namespace platform::Linux;
+using namespace qt_test;
+using test_support::outputOf;
+
+namespace {
+
+const std::string mainWindow = KELTO_SOURCE_DIR "/resources/MainWindow.ui";
+
+// Takes the outlets as a delegate would.
+struct OutletRecorder final : ApplicationDelegate {
+  void connectOutlet(std::string_view name, const std::shared_ptr<InterfaceElement>& element) override {
+    outlets[std::string(name)] = element;
+  }
+  void applicationDidFinishLaunching(const Notification&) override {}
+  void applicationWillTerminate(const Notification&) override {}
+
+  template <class Element>
+  std::shared_ptr<Element> outlet(const std::string& name) {
+    return std::dynamic_pointer_cast<Element>(outlets[name].lock());
+  }
+
+  std::map<std::string, std::weak_ptr<InterfaceElement>> outlets;
+};
+
+struct MainWindow : testing::Test {
+  MainWindow() {
+    std::string cause;
+    description = InterfaceDescription::load(
+        mainWindow, [this] { ++terminations; }, cause);
+    EXPECT_NE(description, nullptr) << cause;
+    description->connectOutlets(delegate);
+  }
+
+  template <class Widget>
+  Widget* widget(const char* name) {
+    return description->window().findChild<Widget*>(name);
+  }
+
+  void show() {
+    delegate.outlet<Window>("window")->makeKeyAndOrderFront();
+    ASSERT_TRUE(spinUntil([this] { return description->window().isActiveWindow(); }));
+  }
+
+  int terminations = 0;
+  std::unique_ptr<InterfaceDescription> description;
+  OutletRecorder delegate;
+};
+
+TEST_F(MainWindow, HasEveryOutletOfTheDelegateAndNamesItsClass) {
+  EXPECT_EQ(description->delegateClass(), "KMInstallerAppDelegate");
+  EXPECT_NE(delegate.outlet<Window>("window"), nullptr);
+  EXPECT_NE(delegate.outlet<TextField>("titleText"), nullptr);
+  EXPECT_NE(delegate.outlet<TextField>("bodyText"), nullptr);
+  EXPECT_NE(delegate.outlet<Button>("cancelButton"), nullptr);
+  EXPECT_NE(delegate.outlet<Button>("nextButton"), nullptr);
+  EXPECT_NE(delegate.outlet<ProgressIndicator>("progressBar"), nullptr);
+}
+
+TEST_F(MainWindow, ElementsGoWithTheDescription) {
+  description.reset();
+  EXPECT_EQ(delegate.outlet<Window>("window"), nullptr);
+}
+
+TEST_F(MainWindow, ItsLayoutGivesTheSizeOfTheUpdateMode) {
+  const Rect frame = delegate.outlet<Window>("window")->frame();
+  EXPECT_EQ(frame.size, (Size{460, 320}));
+}
+
+TEST_F(MainWindow, CancelTerminates) {
+  show();
+  const auto* cancel = widget<QPushButton>("cancelButton");
+  const QPoint center = cancel->mapToGlobal(cancel->rect().center());
+  outputOf("xdotool mousemove " + std::to_string(center.x()) + " " + std::to_string(center.y()) + " click 1");
+  EXPECT_TRUE(spinUntil([this] { return terminations == 1; }));
+}
+
+TEST_F(MainWindow, EscapeTerminatesWhateverTheTitleOfCancelIs) {
+  delegate.outlet<Button>("cancelButton")->setTitle("Abbrechen & mehr");
+  show();
+  outputOf("xdotool key Escape");
+  EXPECT_TRUE(spinUntil([this] { return terminations == 1; }));
+}
+
+TEST_F(MainWindow, TheWindowManagersCloseRequestTerminates) {
+  show();
+  outputOf("xdotool key alt+F4");
+  EXPECT_TRUE(spinUntil([this] { return terminations == 1; }));
+  EXPECT_TRUE(description->window().isVisible());
+}
+
+TEST_F(MainWindow, NeitherSpaceNorReturnPressesCancelByChance) {
+  show();
+  outputOf("xdotool key space key Return");
+  outputOf("xdotool key Escape");
+  EXPECT_TRUE(spinUntil([this] { return terminations > 0; }));
+  EXPECT_EQ(terminations, 1);
+}
+
+TEST_F(MainWindow, CancelIsReachedByTheKeyboard) {
+  show();
+  outputOf("xdotool key Tab key space");
+  EXPECT_TRUE(spinUntil([this] { return terminations == 1; }));
+}
+
+TEST_F(MainWindow, ThereIsNothingToPressForward) { EXPECT_FALSE(widget<QPushButton>("nextButton")->isEnabled()); }
+
+TEST_F(MainWindow, TextsAreShownAsTheyStand) {
+  delegate.outlet<TextField>("titleText")->setStringValue("<b>R&D</b> 100% &amp;");
+  delegate.outlet<Button>("nextButton")->setTitle("R&D");
+  EXPECT_EQ(widget<QLabel>("titleText")->text(), "<b>R&D</b> 100% &amp;");
+  EXPECT_EQ(widget<QLabel>("titleText")->textFormat(), Qt::PlainText);
+  EXPECT_EQ(widget<QPushButton>("nextButton")->text(), "R&&D");
+}
+
+TEST_F(MainWindow, AssistiveToolsReadTheHeadlineAsTheNameOfTheProgressBar) {
+  delegate.outlet<TextField>("titleText")->setStringValue("Installing");
+  EXPECT_EQ(widget<QProgressBar>("progressBar")->accessibleName(), "Installing");
+}
+
+TEST_F(MainWindow, TheProgressBarNeverShowsAValue) {
+  delegate.outlet<ProgressIndicator>("progressBar")->startAnimation();
+  const auto* bar = widget<QProgressBar>("progressBar");
+  EXPECT_EQ(bar->minimum(), bar->maximum());
+  EXPECT_FALSE(bar->isTextVisible());
+}
+
+struct Texts {
+  const char* title;
+  const char* body;
+  const char* cancel;
+  const char* next;
+};
+
+class MainWindowTexts : public MainWindow, public testing::WithParamInterface<Texts> {
+ protected:
+  void expectNothingIsCut(double height) {
+    const auto window = delegate.outlet<Window>("window");
+    window->setFrame({{100, 100}, {460, height}}, false);
+    delegate.outlet<TextField>("titleText")->setStringValue(GetParam().title);
+    delegate.outlet<TextField>("bodyText")->setStringValue(GetParam().body);
+    delegate.outlet<Button>("cancelButton")->setTitle(GetParam().cancel);
+    delegate.outlet<Button>("nextButton")->setTitle(GetParam().next);
+    show();
+    EXPECT_EQ(window->frame().size.height, height);
+    for (const char* name : {"titleText", "bodyText"}) {
+      const auto* label = widget<QLabel>(name);
+      EXPECT_GE(label->height(), label->heightForWidth(label->width())) << name;
+    }
+    for (const char* name : {"cancelButton", "nextButton"}) {
+      const auto* button = widget<QPushButton>(name);
+      EXPECT_GE(button->width(), button->sizeHint().width()) << name;
+    }
+    const auto* bar = widget<QProgressBar>("progressBar");
+    const int barEnd = bar->mapTo(&description->window(), QPoint(0, bar->height())).y();
+    EXPECT_LE(barEnd, description->window().height() - 60) << "the bar stands above the footer";
+  }
+};
+
+TEST_P(MainWindowTexts, AreNotCutAtTheHeightOfTheUpdate) { expectNothingIsCut(320); }
+
+TEST_P(MainWindowTexts, AreNotCutAtTheHeightOfInstallAndUninstall) { expectNothingIsCut(206); }
+
+INSTANTIATE_TEST_SUITE_P(
+    Languages, MainWindowTexts,
+    testing::Values(Texts{"Installing Kelto", "Kelto is being installed on your computer.", "Cancel", "Done"},
+                    Texts{"Kelto wird von diesem Computer entfernt und dabei in den Papierkorb gelegt",
+                          "Kelto und die zugehörigen Bestandteile werden in den Papierkorb gelegt. Bitte warten Sie einen "
+                          "Augenblick; das Fenster schließt sich von selbst, sobald der Vorgang abgeschlossen ist.",
+                          "Installation abbrechen", "Fertigstellen"},
+                    Texts{
+                        "Keltoをインストールしています",
+                        "Keltoをこのコンピュータにインストールしています。この処理には数秒かかることがあります。完了すると"
+                        "、Keltoが自動的に開きますので、しばらくお待ちください。",
+                        "キャンセル", "完了"}));
+
+// Documents of the test's own.
+struct OtherDocument : testing::Test {
+  std::string write(const std::string& document) {
+    const auto path = folder.filePath("Window.ui").toStdString();
+    std::ofstream(path) << document;
+    return path;
+  }
+
+  QTemporaryDir folder;
+  std::string cause;
+  OutletRecorder delegate;
+  int terminations = 0;
+};
+
+TEST_F(OtherDocument, MissingOutletsAreSimplyNotConnected) {
+  const auto path = write(R"(<ui version="4.0"><widget class="QWidget" name="window">
+    <widget class="QLabel" name="bodyText"/></widget></ui>)");
+  const auto description = InterfaceDescription::load(
+      path, [] {}, cause);
+  ASSERT_NE(description, nullptr) << cause;
+  description->connectOutlets(delegate);
+  EXPECT_EQ(delegate.outlets.size(), 2U);
+  EXPECT_NE(delegate.outlet<TextField>("bodyText"), nullptr);
+  EXPECT_EQ(description->delegateClass(), "");
+}
+
+TEST_F(OtherDocument, AButtonWithoutActionDoesNothing) {
+  const auto path = write(R"(<ui version="4.0"><widget class="QWidget" name="window">
+    <widget class="QPushButton" name="nextButton"/></widget></ui>)");
+  const auto description = InterfaceDescription::load(
+      path, [this] { ++terminations; }, cause);
+  ASSERT_NE(description, nullptr) << cause;
+  description->window().findChild<QPushButton*>()->click();
+  EXPECT_EQ(terminations, 0);
+}
+
+TEST_F(OtherDocument, OneThatIsMissingIsRefusedWithACause) {
+  EXPECT_EQ(InterfaceDescription::load(
+                folder.filePath("none.ui").toStdString(), [] {}, cause),
+            nullptr);
+  EXPECT_NE(cause, "");
+}
+
+TEST_F(OtherDocument, OneThatIsMalformedIsRefusedWithACause) {
+  EXPECT_EQ(InterfaceDescription::load(
+                write("<ui version=\"4.0\"><widget class="), [] {}, cause),
+            nullptr);
+  EXPECT_NE(cause, "");
+}
+
+struct Face : testing::Test {
+  // The face of a window 100 wide, with the alpha that the window gets.
+  QImage drawn(int height, bool hasBloom) {
+    QWidget window;
+    FaceView face(&window);
+    face.setProperty("hasBloom", hasBloom);
+    face.resize(100, height);
+    QImage image(100, height, QImage::Format_ARGB32_Premultiplied);
+    image.fill(Qt::transparent);
+    face.render(&image, {}, {}, QWidget::RenderFlags());
+    return image;
+  }
+  static QColor grey(int white) { return {white, white, white}; }
+};
+
+TEST_F(Face, FooterIsFiftyEightHighUnderTwoHairlines) {
+  const QImage image = drawn(206, false);
+  EXPECT_EQ(image.pixelColor(50, 205), grey(214));
+  EXPECT_EQ(image.pixelColor(50, 206 - 58), grey(214));
+  EXPECT_EQ(image.pixelColor(50, 206 - 59), grey(232));
+  EXPECT_EQ(image.pixelColor(50, 206 - 60), grey(171));
+  EXPECT_EQ(image.pixelColor(50, 206 - 61), grey(255));
+  EXPECT_EQ(image.pixelColor(50, 0), grey(255));
+}
+
+TEST_F(Face, WithBloomTheContentIsAGradientFromLightAtTheTop) {
+  const QImage image = drawn(320, true);
+  EXPECT_EQ(image.pixelColor(50, 0), grey(233));
+  EXPECT_EQ(image.pixelColor(50, 320 - 61), grey(214));
+}
+
+TEST_F(Face, AFaceLowerThanTheFooterStillHasIt) { EXPECT_EQ(drawn(40, false).pixelColor(50, 0), grey(214)); }
+
+TEST_F(Face, CornersAreSquareWithoutACompositor) {
+  ASSERT_FALSE(Display::composesWindows());
+  EXPECT_EQ(drawn(206, false).pixelColor(0, 0).alpha(), 255);
+}
+
+// The owner of this selection is the display's compositor.
+class Compositor {
+ public:
+  Compositor() : _connection(xcb_connect(nullptr, nullptr)) {
+    const auto* screen = xcb_setup_roots_iterator(xcb_get_setup(_connection)).data;
+    const auto window = xcb_generate_id(_connection);
+    xcb_create_window(_connection, XCB_COPY_FROM_PARENT, window, screen->root, 0, 0, 1, 1, 0, XCB_WINDOW_CLASS_INPUT_OUTPUT,
+                      XCB_COPY_FROM_PARENT, 0, nullptr);
+    std::unique_ptr<xcb_intern_atom_reply_t, decltype(&std::free)> atom(
+        xcb_intern_atom_reply(_connection, xcb_intern_atom(_connection, 0, 13, "_NET_WM_CM_S0"), nullptr), std::free);
+    xcb_set_selection_owner(_connection, window, atom->atom, XCB_CURRENT_TIME);
+    std::free(xcb_get_input_focus_reply(_connection, xcb_get_input_focus(_connection), nullptr));
+  }
+  ~Compositor() { xcb_disconnect(_connection); }
+  Compositor(const Compositor&) = delete;
+  Compositor& operator=(const Compositor&) = delete;
+
+ private:
+  xcb_connection_t* _connection;
+};
+
+TEST_F(Face, CornersAreRoundUnderACompositor) {
+  const Compositor compositor;
+  ASSERT_TRUE(Display::composesWindows());
+  const QImage image = drawn(206, false);
+  for (const QPoint corner : {QPoint(0, 0), QPoint(99, 0), QPoint(0, 205), QPoint(99, 205)})
+    EXPECT_EQ(image.pixelColor(corner).alpha(), 0);
+  EXPECT_EQ(image.pixelColor(6, 0).alpha(), 255);
+  EXPECT_EQ(image.pixelColor(0, 6).alpha(), 255);
+}
+
+}  // namespace

@@ -1,0 +1,136 @@
+#include "platform/linux/qt/QtAlert.h"
+
+#include <QDialog>
+#include <QLabel>
+#include <QPushButton>
+
+#include "platform/linux/qt/QtWindow.h"
+#include "tests/platform/linux/qt/QtTest.h"
+
+using namespace platform;
+using namespace platform::Linux;
+using namespace qt_test;
+using test_support::outputOf;
+
+namespace {
+
+const Alert plain{"Headline", "Text", "OK"};
+
+// Shows the alert, runs `look` when it is up and has the focus, then does `dismiss` from outside. Fails unless that ends
+// it.
+void runAlertAnd(const Alert& alert, QWidget* parent, const std::function<void(QDialog&)>& look,
+                 const std::string& dismiss) {
+  bool isDismissed = false;
+  QTimer::singleShot(0, qApp, [&] {
+    const auto dialog = [] { return dynamic_cast<QDialog*>(QApplication::activeModalWidget()); };
+    ASSERT_TRUE(spinUntil([&] { return dialog() != nullptr && dialog()->isActiveWindow(); }));
+    look(*dialog());
+    outputOf(dismiss);
+    isDismissed = spinUntil([&] { return dialog() == nullptr || !dialog()->isVisible(); });
+    if (!isDismissed) dialog()->reject();
+  });
+  runAlert(alert, "Kelto Installer", parent);
+  EXPECT_TRUE(isDismissed);
+}
+
+void lookAtNothing(QDialog& /*dialog*/) {}
+
+TEST(QtAlert, ReturnDismissesIt) { runAlertAnd(plain, nullptr, lookAtNothing, "xdotool key Return"); }
+
+TEST(QtAlert, EscapeDismissesIt) { runAlertAnd(plain, nullptr, lookAtNothing, "xdotool key Escape"); }
+
+TEST(QtAlert, ClosingItsWindowDismissesIt) { runAlertAnd(plain, nullptr, lookAtNothing, "xdotool key alt+F4"); }
+
+TEST(QtAlert, ItsButtonDismissesIt) {
+  runAlertAnd(
+      plain, nullptr,
+      [&](QDialog& dialog) {
+        const auto* button = dialog.findChild<QPushButton*>();
+        const QPoint center = button->mapToGlobal(button->rect().center());
+        outputOf("xdotool mousemove " + std::to_string(center.x()) + " " + std::to_string(center.y()));
+      },
+      "xdotool click 1");
+}
+
+TEST(QtAlert, TextsAreShownAsTheyStand) {
+  const Alert alert{"<b>50 %d & more</b>", "a &amp; b <i>c</i>\n100% %@", "R&D <OK>"};
+  runAlertAnd(
+      alert, nullptr,
+      [&](QDialog& dialog) {
+        QStringList texts;
+        for (const auto* label : dialog.findChildren<QLabel*>()) {
+          if (label->text().isEmpty()) continue;
+          EXPECT_EQ(label->textFormat(), Qt::PlainText);
+          EXPECT_EQ(label->buddy(), nullptr);
+          texts << label->text();
+        }
+        EXPECT_EQ(texts, (QStringList{"<b>50 %d & more</b>", "a &amp; b <i>c</i>\n100% %@"}));
+        EXPECT_EQ(dialog.findChild<QPushButton*>()->text(), "R&&D <OK>");
+        EXPECT_TRUE(dialog.findChild<QPushButton*>()->shortcut().isEmpty());
+      },
+      "xdotool key Return");
+}
+
+TEST(QtAlert, ItHasOneDefaultButton) {
+  runAlertAnd(
+      plain, nullptr,
+      [](QDialog& dialog) {
+        const auto buttons = dialog.findChildren<QPushButton*>();
+        ASSERT_EQ(buttons.size(), 1);
+        EXPECT_TRUE(buttons.front()->isDefault());
+        EXPECT_TRUE(buttons.front()->hasFocus());
+        EXPECT_EQ(buttons.front()->text(), "OK");
+      },
+      "xdotool key Return");
+}
+
+TEST(QtAlert, TheWindowManagerSeesTheApplicationsName) {
+  runAlertAnd(
+      plain, nullptr,
+      [](QDialog& dialog) {
+        EXPECT_EQ(outputOf("xdotool getwindowname " + std::to_string(dialog.winId())), "Kelto Installer\n");
+      },
+      "xdotool key Return");
+}
+
+TEST(QtAlert, ItStandsOverTheWindowAndKeepsInputFromIt) {
+  WindowWidget window;
+  window.setFixedSize(460, 320);
+  window.move(300, 300);
+  QPushButton button("Cancel", &window);
+  button.setGeometry(0, 0, 60, 40);
+  int presses = 0;
+  QObject::connect(&button, &QPushButton::clicked, &button, [&] { ++presses; });
+  window.show();
+  ASSERT_TRUE(spinUntil([&] { return window.isActiveWindow(); }));
+  runAlertAnd(
+      plain, &window,
+      [&](QDialog& dialog) {
+        EXPECT_TRUE(dialog.frameGeometry().intersects(window.frameGeometry()));
+        EXPECT_EQ(dialog.parentWidget(), &window);
+        outputOf("xdotool mousemove 310 310 click 1");
+        outputOf("xdotool windowactivate --sync " + std::to_string(dialog.winId()));
+      },
+      "xdotool key Return");
+  EXPECT_EQ(presses, 0);
+}
+
+TEST(QtAlert, AHiddenWindowIsNoParent) {
+  WindowWidget window;
+  runAlertAnd(
+      plain, &window, [](QDialog& dialog) { EXPECT_EQ(dialog.parentWidget(), nullptr); }, "xdotool key Return");
+}
+
+TEST(QtAlert, LongTextsAreNotCut) {
+  std::string longText;
+  for (int i = 0; i < 60; ++i) longText += "Donaudampfschifffahrtsgesellschaft ";
+  runAlertAnd(
+      {longText, longText, "OK"}, nullptr,
+      [](QDialog& dialog) {
+        for (const auto* label : dialog.findChildren<QLabel*>())
+          EXPECT_TRUE(label->text().isEmpty() || label->height() >= label->heightForWidth(label->width()));
+      },
+      "xdotool key Return");
+}
+
+}  // namespace

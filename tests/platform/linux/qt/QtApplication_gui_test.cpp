@@ -1,0 +1,210 @@
+#include "platform/linux/qt/QtApplication.h"
+
+#include <QPushButton>
+#include <QTemporaryDir>
+#include <fstream>
+
+#include "platform/fake/FakePlatform.h"
+#include "platform/linux/qt/QtBlockingCall.h"
+#include "tests/platform/linux/qt/QtTest.h"
+
+using namespace platform;
+using namespace platform::Linux;
+using namespace qt_test;
+using test_support::outputOf;
+
+namespace {
+
+struct QtApplicationTest : testing::Test {
+  // A delegate that runs what the test says.
+  struct Delegate final : ApplicationDelegate {
+    explicit Delegate(QtApplicationTest& test) : test(test) {}
+    void connectOutlet(std::string_view name, const std::shared_ptr<InterfaceElement>& element) override {
+      test.trace += "outlet ";
+      if (name == "window") window = element;
+    }
+    void applicationDidFinishLaunching(const Notification& notification) override {
+      test.trace += notification.name + " ";
+      test.onLaunch();
+    }
+    void applicationWillTerminate(const Notification& notification) override {
+      test.trace += "delegate:" + notification.name + " ";
+      if (test.onTermination) test.onTermination();
+    }
+    QtApplicationTest& test;
+    std::weak_ptr<InterfaceElement> window;
+  };
+
+  QtApplicationTest() {
+    fakes.notificationCenter.addObserver(ApplicationWillTerminateNotification,
+                                         [this](const Notification&) { trace += "notification "; });
+    writeDocument("TestDelegate");
+  }
+
+  void writeDocument(const std::string& delegateClass) {
+    std::ofstream(path()) << R"(<ui version="4.0"><widget class="QWidget" name="window">
+      <property name="delegateClass" stdset="0"><string>)"
+                          << delegateClass << R"(</string></property>
+      <widget class="QPushButton" name="cancelButton"><property name="action" stdset="0"><string>terminate:</string>
+      </property></widget></widget></ui>)";
+  }
+
+  [[nodiscard]] std::string path() const { return folder.filePath("MainWindow.ui").toStdString(); }
+
+  int run() { return application.run(platform, path(), classes); }
+
+  void showWindow() {
+    if (auto window = std::dynamic_pointer_cast<Window>(delegate->window.lock())) window->makeKeyAndOrderFront();
+  }
+
+  QTemporaryDir folder;
+  fake::FakeParts fakes;
+  QtRunLoop runLoop;
+  QtBlockingCall blockingCall{runLoop};
+  QtApplication application{runLoop, fakes.notificationCenter, "Kelto Installer"};
+  Platform platform{
+      application,   runLoop,        fakes.defaults,      fakes.notificationCenter, fakes.distributedNotificationCenter,
+      fakes.bundles, fakes.files,    fakes.authorization, fakes.workspace,          fakes.services,
+      fakes.shell,   fakes.systemLog};
+  Delegate* delegate = nullptr;
+  std::vector<DelegateClass> classes{{"TestDelegate", [this](Platform&) {
+                                        auto made = std::make_unique<Delegate>(*this);
+                                        delegate = made.get();
+                                        return made;
+                                      }}};
+  std::string trace;
+  std::function<void()> onLaunch;
+  std::function<void()> onTermination;
+};
+
+TEST_F(QtApplicationTest, ConnectsOutletsThenFinishesLaunchingThenRunsUntilTheEnd) {
+  onLaunch = [this] { runLoop.performAfterDelay(Seconds(0), this, [this] { application.terminate(this); }); };
+  EXPECT_EQ(run(), 0);
+  EXPECT_EQ(trace,
+            "outlet outlet NSApplicationDidFinishLaunchingNotification "
+            "delegate:NSApplicationWillTerminateNotification notification ");
+}
+
+TEST_F(QtApplicationTest, TerminatesOnceOnly) {
+  onLaunch = [this] {
+    runLoop.performAfterDelay(Seconds(0), this, [this] {
+      trace.clear();
+      application.terminate(this);
+      application.terminate(nullptr);
+    });
+  };
+  onTermination = [this] { application.terminate(this); };
+  EXPECT_EQ(run(), 0);
+  EXPECT_EQ(trace, "delegate:NSApplicationWillTerminateNotification notification ");
+}
+
+TEST_F(QtApplicationTest, TerminatingWhileLaunchingEndsTheRunToo) {
+  onLaunch = [this] { application.terminate(this); };
+  EXPECT_EQ(run(), 0);
+}
+
+TEST_F(QtApplicationTest, NothingFiresAfterTermination) {
+  bool hasFired = false;
+  onLaunch = [&] {
+    runLoop.performAfterDelay(Seconds(0), this, [this] { application.terminate(this); });
+    runLoop.performAfterDelay(Seconds(0), this, [&] { hasFired = true; });
+  };
+  EXPECT_EQ(run(), 0);
+  EXPECT_FALSE(hasFired);
+}
+
+TEST_F(QtApplicationTest, ABlockingCallDuringTerminationIsCompleted) {
+  bool isCompleted = false;
+  onLaunch = [this] { runLoop.performAfterDelay(Seconds(0), this, [this] { application.terminate(this); }); };
+  onTermination = [&] { blockingCall.run([&] { isCompleted = true; }); };
+  EXPECT_EQ(run(), 0);
+  EXPECT_TRUE(isCompleted);
+}
+
+TEST_F(QtApplicationTest, TerminatingUnderANestedEventLoopLeavesItToo) {
+  onLaunch = [this] {
+    runLoop.performAfterDelay(Seconds(0), this, [this] {
+      QEventLoop nested;
+      QTimer::singleShot(0, &nested, [this] { application.terminate(this); });
+      nested.exec();
+      trace += "left ";
+    });
+  };
+  EXPECT_EQ(run(), 0);
+  EXPECT_TRUE(trace.ends_with("left "));
+}
+
+TEST_F(QtApplicationTest, ARequestDuringABlockingCallIsIgnored) {
+  onLaunch = [this] {
+    showWindow();
+    QTimer::singleShot(0, qApp, [this] {
+      EXPECT_TRUE(spinUntil([] { return QApplication::activeWindow() != nullptr; }));
+      QTimer::singleShot(0, qApp, [this] { application.terminateOnRequest(); });
+      blockingCall.run([] { outputOf("xdotool key alt+F4"); });
+      EXPECT_EQ(trace.find("delegate:"), std::string::npos);
+      application.terminateOnRequest();
+    });
+  };
+  EXPECT_EQ(run(), 0);
+  EXPECT_NE(trace.find("delegate:"), std::string::npos);
+}
+
+TEST_F(QtApplicationTest, NothingFiresUnderAnAlertAndAllFiresAfterwards) {
+  std::string firedUnderAlert = "not looked";
+  std::string fired;
+  onLaunch = [&] {
+    runLoop.performAfterDelay(Seconds(0.001), this, [&] { fired += 'a'; });
+    runLoop.performAfterDelay(Seconds(0.002), this, [&] {
+      fired += 'b';
+      application.terminate(this);
+    });
+    QTimer::singleShot(0, qApp, [&] {
+      EXPECT_TRUE(spinUntil([] {
+        auto* modal = QApplication::activeModalWidget();
+        return modal != nullptr && modal->isActiveWindow();
+      }));
+      application.terminateOnRequest();
+      firedUnderAlert = fired;
+      outputOf("xdotool key Return");
+    });
+    application.runModal({"Headline", "Text", "OK"});
+    EXPECT_EQ(fired, "");
+  };
+  EXPECT_EQ(run(), 0);
+  EXPECT_EQ(firedUnderAlert, "");
+  EXPECT_EQ(fired, "ab");
+}
+
+TEST_F(QtApplicationTest, NoAlertIsShownAfterTermination) {
+  onLaunch = [this] {
+    application.terminate(this);
+    application.runModal({"Headline", "Text", "OK"});
+  };
+  EXPECT_EQ(run(), 0);
+}
+
+TEST_F(QtApplicationTest, AnAlertNeedsNoWindow) {
+  QTimer::singleShot(0, qApp, [] {
+    EXPECT_TRUE(spinUntil([] {
+      auto* modal = QApplication::activeModalWidget();
+      return modal != nullptr && modal->isActiveWindow() && modal->windowTitle() == "Kelto Installer";
+    }));
+    outputOf("xdotool key Return");
+  });
+  application.runModal({"Headline", "Text", "OK"});
+}
+
+TEST_F(QtApplicationTest, AnUnknownDelegateClassIsReportedAndNothingRuns) {
+  writeDocument("SomeOtherDelegate");
+  EXPECT_EQ(run(), 1);
+  ASSERT_EQ(fakes.systemLog.lines.size(), 1U);
+  EXPECT_NE(fakes.systemLog.lines[0].find("\"SomeOtherDelegate\""), std::string::npos);
+}
+
+TEST_F(QtApplicationTest, AMissingInterfaceDescriptionIsReportedAndNothingRuns) {
+  EXPECT_EQ(application.run(platform, "/nowhere/MainWindow.ui", classes), 1);
+  ASSERT_EQ(fakes.systemLog.lines.size(), 1U);
+  EXPECT_NE(fakes.systemLog.lines[0].find("/nowhere/MainWindow.ui"), std::string::npos);
+}
+
+}  // namespace

@@ -1,6 +1,7 @@
 #include "platform/linux/qt/InterfaceDescription.h"
 
 #include <QAbstractButton>
+#include <QCoreApplication>
 #include <QFile>
 #include <QUiLoader>
 #include <QVariant>
@@ -14,8 +15,7 @@ namespace {
 
 class Loader final : public QUiLoader {
  public:
-  // Designer's plug-ins bring widgets that this application does not use, and their libraries.
-  Loader() { clearPluginPaths(); }
+  Loader() : Loader(QCoreApplication::libraryPaths()) {}
 
   QWidget* createWidget(const QString& className, QWidget* parent, const QString& name) override {
     QWidget* widget = make(className, parent, name);
@@ -24,6 +24,12 @@ class Loader final : public QUiLoader {
   }
 
  private:
+  // Designer's plug-ins bring widgets that this application does not use, and the libraries of these. The loader's
+  // constructor loads them from Qt's library paths, so there are none while it runs.
+  explicit Loader(const QStringList& libraryPaths) : QUiLoader((QCoreApplication::setLibraryPaths({}), nullptr)) {
+    QCoreApplication::setLibraryPaths(libraryPaths);
+  }
+
   QWidget* make(const QString& className, QWidget* parent, const QString& name) {
     if (parent == nullptr) return new WindowWidget;
     if (className == "KMEmbeddedWindowBackgroundView") return new FaceView(parent);

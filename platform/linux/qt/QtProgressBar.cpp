@@ -1,7 +1,7 @@
 #include "platform/linux/qt/QtProgressBar.h"
 
 #include <QPainter>
-#include <QPainterPath>
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <numbers>
@@ -50,10 +50,10 @@ QSize ProgressBarWidget::minimumSizeHint() const { return {40, thickness}; }
 void ProgressBarWidget::paintEvent(QPaintEvent* /*event*/) {
   QPainter painter(this);
   painter.setRenderHint(QPainter::Antialiasing);
+  painter.setPen(Qt::NoPen);
   const QRectF track(0, (height() - thickness) / 2.0, width(), thickness);
-  QPainterPath outline;
-  outline.addRoundedRect(track, thickness / 2.0, thickness / 2.0);
-  painter.fillPath(outline, trackColor);
+  painter.setBrush(trackColor);
+  painter.drawRoundedRect(track, thickness / 2.0, thickness / 2.0);
   if (!isAnimating()) return;
   const double seconds = static_cast<double>(_elapsed.nsecsElapsed()) / 1e9;
   const QRectF band(bandPlace(seconds, track.width()), track.y(), track.width() * bandShare, thickness);
@@ -61,9 +61,10 @@ void ProgressBarWidget::paintEvent(QPaintEvent* /*event*/) {
   shine.setColorAt(0, bandColor);
   shine.setColorAt(0.5, bandLightColor);
   shine.setColorAt(1, bandColor);
-  QPainterPath bandOutline;
-  bandOutline.addRoundedRect(band, thickness / 2.0, thickness / 2.0);
-  painter.fillPath(outline & bandOutline, shine);
+  painter.setBrush(shine);
+  const QRectF visible = band & track;
+  const double radius = std::min(thickness, static_cast<int>(visible.width())) / 2.0;
+  painter.drawRoundedRect(visible, radius, thickness / 2.0);
 }
 
 }  // namespace platform::Linux

@@ -1,0 +1,17 @@
+#pragma once
+// Asking a process to quit, so that it may ask its user about unsaved work, or refuse. Nothing here forces.
+#include <string>
+
+#include "platform/linux/RunningProcesses.h"
+
+namespace platform::Linux {
+
+// Asks in the first of these ways that the process offers, and in no other:
+//   - the application action "quit", when the process owns its bundle identifier on the session bus;
+//   - closing its windows, through the window manager;
+//   - SIGTERM, when it handles that signal.
+// False when it offers none, or has ended. Does not wait for the effect, but up to a few seconds for bus and display.
+// Any thread.
+bool askToQuit(const RunningProcess& process, const std::string& bundleIdentifier);
+
+}  // namespace platform::Linux

@@ -9,6 +9,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -52,6 +53,8 @@ class TestProgram {
   }
 
   [[nodiscard]] pid_t number() const { return _process; }
+  // What it prints can be read here.
+  [[nodiscard]] int output() const { return _output.get(); }
 
   // The next line that it prints; empty when it ended or says nothing for a while.
   std::string line() {

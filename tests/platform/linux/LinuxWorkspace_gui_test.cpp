@@ -1,0 +1,98 @@
+#include <gtest/gtest.h>
+
+#include "tests/platform/linux/Applications.h"
+#include "tests/support/PrivateDisplay.h"
+
+namespace platform::Linux {
+namespace {
+
+const std::string program = "/Contents/Linux/program";
+
+// A display with a window manager, and no session bus.
+class QuitOverTheDisplay : public ApplicationTest {
+ protected:
+  // The window manager loses requests that come while it starts; it has started once it obeys one.
+  void SetUp() override {
+    ASSERT_TRUE(tests::eventually(
+        [] { return test_support::outputOf("xdotool set_num_desktops 2 && xdotool get_num_desktops") == "2\n"; }));
+  }
+
+  tests::ScopedEnvironment _bus{"DBUS_SESSION_BUS_ADDRESS", "unix:path=/no/such/bus"};
+  tests::ScopedEnvironment _name{"DISPLAY", ""};
+  test_support::PrivateDisplay display{"640x480x24"};
+};
+
+TEST_F(QuitOverTheDisplay, ItsWindowsAreClosedAndTheCopyQuits) {
+  TestProgram copy({makeBundle("App.app") + program, "window", "quit"});
+  ASSERT_TRUE(copy.isReady());
+  EXPECT_TRUE(askOnlyCopy());
+  EXPECT_EQ(copy.line(), "close");
+  EXPECT_EQ(copy.reap(), 0);
+  EXPECT_TRUE(running().empty());
+}
+
+TEST_F(QuitOverTheDisplay, EveryWindowIsClosedAndARefusalIsNotFollowedByASignal) {
+  TestProgram copy({makeBundle("App.app") + program, "window", "refuse"});
+  ASSERT_TRUE(copy.isReady());
+  EXPECT_TRUE(askOnlyCopy());
+  EXPECT_EQ(copy.line(), "close");
+  EXPECT_EQ(copy.line(), "close");
+  EXPECT_TRUE(askOnlyCopy());
+  EXPECT_EQ(copy.line(), "close");
+  EXPECT_EQ(copy.line(), "close");
+  EXPECT_TRUE(copy.isAlive());
+}
+
+TEST_F(QuitOverTheDisplay, WindowsOfOthersStayOpen) {
+  TestProgram other({makeBundle("Other.app", "com.kelto.other") + program, "window", "refuse"});
+  TestProgram copy({makeBundle("App.app") + program, "window", "quit"});
+  ASSERT_TRUE(other.isReady() && copy.isReady());
+  EXPECT_TRUE(askOnlyCopy());
+  EXPECT_EQ(copy.line(), "close");
+  EXPECT_EQ(copy.reap(), 0);
+  other.kill();
+  EXPECT_EQ(other.line(), "");
+}
+
+TEST_F(QuitOverTheDisplay, WindowsFromAnotherMachineAreNotItsOwn) {
+  TestProgram copy({makeBundle("App.app") + program, "window", "foreign"});
+  ASSERT_TRUE(copy.isReady());
+  EXPECT_TRUE(askOnlyCopy());
+  EXPECT_EQ(copy.line(), "SIGTERM");
+}
+
+TEST_F(QuitOverTheDisplay, ACopyWithoutWindowsGetsTheSignal) {
+  TestProgram copy({makeBundle("App.app") + program, "handler"});
+  ASSERT_TRUE(copy.isReady());
+  EXPECT_TRUE(askOnlyCopy());
+  EXPECT_EQ(copy.line(), "SIGTERM");
+}
+
+TEST_F(QuitOverTheDisplay, TheActionOnTheBusComesFirst) {
+  const tests::PrivateBus bus;
+  TestProgram copy({makeBundle("App.app") + program, "bus", identifier, "quit"});
+  ASSERT_TRUE(copy.isReady());
+  EXPECT_TRUE(askOnlyCopy());
+  EXPECT_TRUE(copy.line().starts_with("action quit"));
+}
+
+// A display alone: nobody there would close a window.
+TEST_F(ApplicationTest, WithoutAWindowManagerTheCopyGetsTheSignal) {
+  const tests::ScopedEnvironment bus("DBUS_SESSION_BUS_ADDRESS", "unix:path=/no/such/bus");
+  int ends[2];
+  ASSERT_EQ(::pipe(ends), 0);
+  const test_support::ChildProcess server(
+      {"Xvfb", "-displayfd", std::to_string(ends[1]), "-screen", "0", "640x480x24", "-nolisten", "tcp", "-ac"});
+  ::close(ends[1]);
+  std::string number;
+  for (char digit = 0; ::read(ends[0], &digit, 1) == 1 && digit != '\n';) number += digit;
+  ::close(ends[0]);
+  const tests::ScopedEnvironment display("DISPLAY", ":" + number);
+  TestProgram copy({makeBundle("App.app") + program, "window", "quit"});
+  ASSERT_TRUE(copy.isReady());
+  EXPECT_TRUE(askOnlyCopy());
+  EXPECT_EQ(copy.line(), "SIGTERM");
+}
+
+}  // namespace
+}  // namespace platform::Linux

@@ -1,0 +1,90 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <pwd.h>
+#include <sched.h>
+#include <sys/mount.h>
+
+#include "tests/platform/linux/Applications.h"
+
+namespace platform::Linux {
+namespace {
+
+const std::string program = "/Contents/Linux/program";
+
+class WorkspaceAsRoot : public ApplicationTest {
+ protected:
+  void SetUp() override {
+    if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  }
+
+  // Writes what went wrong, or nothing, from inside a process number namespace with its own /proc.
+  void inProcessNamespace(const std::function<std::string()>& work) {
+    const pid_t outer = ::fork();
+    if (outer == 0) {
+      ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+      if (::unshare(CLONE_NEWPID | CLONE_NEWNS) != 0) ::_exit(77);
+      const pid_t first = ::fork();
+      if (first == 0) {
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) ::_exit(77);
+        if (::mount("proc", "/proc", "proc", 0, nullptr) != 0) ::_exit(77);
+        tests::writeFile(root + "/outcome", work());
+        ::_exit(0);
+      }
+      int status = 0;
+      ::waitpid(first, &status, 0);
+      ::_exit(WEXITSTATUS(status));
+    }
+    int status = 0;
+    ::waitpid(outer, &status, 0);
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 77) GTEST_SKIP() << "no process number namespace to be had here";
+    ASSERT_TRUE(std::filesystem::exists(root + "/outcome"));
+    EXPECT_EQ(tests::readFile(root + "/outcome"), "");
+  }
+
+  tests::ScopedEnvironment _bus{"DBUS_SESSION_BUS_ADDRESS", "unix:path=/no/such/bus"};
+  tests::ScopedEnvironment _display{"DISPLAY", ":no-such-display"};
+};
+
+TEST_F(WorkspaceAsRoot, ANumberUsedAgainIsNeverMistakenForTheCopy) {
+  const std::string bundle = makeBundle("App.app");
+  inProcessNamespace([&]() -> std::string {
+    TestProgram copy({bundle + program, "handler"});
+    if (!copy.isReady()) return "not ready";
+    const pid_t number = copy.number();
+    const auto copies = running();
+    if (copies.size() != 1) return "not listed";
+    copy.kill();
+    copy.reap();
+    tests::writeFile("/proc/sys/kernel/ns_last_pid", std::to_string(number - 1));
+    TestProgram stranger({KELTO_BIN_DIR "/test_application", "handler"});
+    if (!stranger.isReady()) return "the stranger is not ready";
+    if (stranger.number() != number) return "the number was not used again";
+    if (copies[0]->terminate()) return "the stranger was asked";
+    if (!running().empty()) return "the stranger is listed";
+    pollfd asked{stranger.output(), POLLIN, 0};
+    return stranger.isAlive() && ::poll(&asked, 1, 0) == 0 ? "" : "the stranger got a signal";
+  });
+}
+
+TEST_F(WorkspaceAsRoot, ProcessesThatMayNotBeLookedIntoArePassedOver) {
+  const std::string bundle = makeBundle("App.app");
+  std::filesystem::permissions(folder.path(), std::filesystem::perms(0755));
+  inProcessNamespace([&]() -> std::string {
+    TestProgram hidden({bundle + program, "handler"});
+    if (!hidden.isReady()) return "not ready";
+    const pid_t user = ::fork();
+    if (user == 0) {
+      if (::setresgid(65534, 65534, 65534) != 0 || ::setresuid(65534, 65534, 65534) != 0) ::_exit(1);
+      if (!running().empty()) ::_exit(2);
+      TestProgram own({bundle + program, "handler"});
+      ::_exit(own.isReady() && running().size() == 1 ? 0 : 3);
+    }
+    int status = 0;
+    ::waitpid(user, &status, 0);
+    return status == 0 ? "" : "the other user's wait status is " + std::to_string(status);
+  });
+}
+
+}  // namespace
+}  // namespace platform::Linux

@@ -335,6 +335,26 @@ TEST_F(AuthorizationBroker, RunsABoundedNumberOfToolsAtOnceAndReapsThem) {
   EXPECT_TRUE(becomesTrue([&] { return controller.execute(authorization, path, streams[8]) == errAuthorizationSuccess; }));
 }
 
+TEST_F(AuthorizationBroker, UsesAtMostEightMegabytes) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "sanitizers need memory of their own";
+#endif
+  std::vector<AuthorizationRef> handles;
+  for (int i = 0; i < 64; ++i) controller.exported(handles.emplace_back(controller.create()));
+  const auto own = Linux::Bus::openUser();
+  sd_bus_creds* credentials = nullptr;
+  pid_t process = 0;
+  ASSERT_GE(sd_bus_get_name_creds(own->get(), BrokerName, SD_BUS_CREDS_PID, &credentials), 0);
+  ASSERT_GE(sd_bus_creds_get_pid(credentials, &process), 0);
+  sd_bus_creds_unref(credentials);
+  std::ifstream statistics("/proc/" + std::to_string(process) + "/statm");
+  long pages = 0;
+  long residentPages = 0;
+  statistics >> pages >> residentPages;
+  EXPECT_GT(residentPages, 0);
+  EXPECT_LE(residentPages * ::sysconf(_SC_PAGESIZE), 8L << 20);
+}
+
 TEST_F(AuthorizationBroker, ABusThatIsGoneIsAnInternalError) {
   const AuthorizationRef authorization = authorized(controller);
   bus.stop();

@@ -41,7 +41,7 @@ class SocketStream final : public ByteStream {
   }
 
  private:
-  bool wait(short event) const {
+  [[nodiscard]] bool wait(short event) const {
     pollfd socket{.fd = _socket.get(), .events = event, .revents = 0};
     int ready = 0;
     do {
@@ -50,7 +50,7 @@ class SocketStream final : public ByteStream {
     return ready > 0;
   }
 
-  std::size_t writeAll(const char* bytes, std::size_t length) const {
+  [[nodiscard]] std::size_t writeAll(const char* bytes, std::size_t length) const {
     std::size_t written = 0;
     while (written < length) {
       const ssize_t sent = ::send(_socket.get(), bytes + written, length - written, MSG_NOSIGNAL);
@@ -79,7 +79,7 @@ enum class Broker { There, Missing, Broken };
 
 // Starts the broker on that bus if need be.
 Broker startBroker(sd_bus* bus, std::string& cause) {
-  sd_bus_error error = SD_BUS_ERROR_NULL;
+  sd_bus_error error{};
   const int status = sd_bus_call_method(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
                                         "StartServiceByName", &error, nullptr, "su", BusName, 0U);
   const bool missing = sd_bus_error_has_name(&error, SD_BUS_ERROR_SERVICE_UNKNOWN) != 0;
@@ -125,7 +125,7 @@ AuthorizationStatus LinuxAuthorizationServices::exchange(const char* method, std
                                                          const Part& writeArguments, const Part& readAnswer) {
   sd_bus_message* request = nullptr;
   sd_bus_message* reply = nullptr;
-  sd_bus_error error = SD_BUS_ERROR_NULL;
+  sd_bus_error error{};
   int result = sd_bus_message_new_method_call(_bus->get(), &request, BusName, ObjectPath, InterfaceName, method);
   if (result >= 0) result = writeArguments(request);
   if (result >= 0) result = sd_bus_call(_bus->get(), request, timeoutMicroseconds, &error, &reply);

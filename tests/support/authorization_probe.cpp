@@ -6,9 +6,9 @@
 //   two N M     prints N bytes, waits for another line, prints M bytes and ends
 //   wait        ends with its input
 #include <dirent.h>
-#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <csignal>
 
 #include <algorithm>
 #include <cstdio>

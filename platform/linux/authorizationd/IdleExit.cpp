@@ -1,6 +1,6 @@
 #include "platform/linux/authorizationd/IdleExit.h"
 
-#include <time.h>
+#include <ctime>
 
 #include "platform/linux/authorizationd/Interface.h"
 

@@ -1,6 +1,6 @@
 #include "platform/linux/authorizationd/Service.h"
 
-#include <time.h>
+#include <ctime>
 
 #include <algorithm>
 #include <cerrno>

@@ -2,11 +2,11 @@
 
 #include <fcntl.h>
 #include <linux/close_range.h>
-#include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <csignal>
 
 #include <algorithm>
 #include <array>

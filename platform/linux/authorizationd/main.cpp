@@ -6,9 +6,9 @@
 // Options: --idle-seconds N (30), after which it leaves when unused; --form-seconds N (60) and --right-seconds N (300), the
 // life of an external form and of a granted right. Started by the bus on demand.
 #include <fcntl.h>
-#include <signal.h>
 #include <syslog.h>
 #include <unistd.h>
+#include <csignal>
 
 #include <charconv>
 #include <cstring>

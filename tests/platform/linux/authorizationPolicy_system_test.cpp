@@ -125,11 +125,12 @@ TEST_F(AuthorizationPolicy, AFormIsOfNoUseToRootEither) {
 
 TEST_F(AuthorizationPolicy, TheBrokerOfAUserServesNobodyElse) {
   const std::string bus = "unix:path=/run/dbus/system_bus_socket";
-  const auto text = output("--grant", "DBUS_SESSION_BUS_ADDRESS=" + bus + " " KELTO_BIN_DIR "/authorizationd --session & " +
-                                          "until dbus-send --system --print-reply --dest=org.freedesktop.DBus / "
-                                          "org.freedesktop.DBus.GetNameOwner string:com.kelto.Authorization1 "
-                                          ">/dev/null 2>&1; do :; done; " +
-                                          client() + "create; " + client(0) + "create copy 18");
+  const auto text =
+      output("--grant", "DBUS_SESSION_BUS_ADDRESS=" + bus + " " KELTO_BIN_DIR "/authorizationd --session & " +
+                            "timeout 20 bash -c \"until dbus-send --system --print-reply --dest=org.freedesktop.DBus / "
+                            "org.freedesktop.DBus.GetNameOwner string:com.kelto.Authorization1 "
+                            ">/dev/null 2>&1; do sleep 0.01; done\"; " +
+                            client() + "create; " + client(0) + "create copy 18");
   EXPECT_THAT(text, HasSubstr("create answers -60005\n"));
   EXPECT_THAT(text, HasSubstr("authorizationd: refused Create of user 65534"));
   EXPECT_THAT(text, HasSubstr("copy answers 0\n"));
@@ -165,12 +166,26 @@ TEST_F(AuthorizationPolicy, ADismissedQuestionIsACancellation) {
   EXPECT_THAT(text, HasSubstr("copy answers -60006\n"));
 }
 
-TEST_F(AuthorizationPolicy, AnOpenQuestionBlocksNobodyAndIsWithdrawnWhenItsCallerGoes) {
+TEST_F(AuthorizationPolicy, AnOpenQuestionBlocksNobody) {
   const auto text =
       output("--challenge --password secret", "export KELTO_MEANWHILE=\"" + (folder / "authorization_client").string() +
                                                   " create copy 0\"; " + askedClient("leave", "create copy 19"));
   EXPECT_THAT(text, HasSubstr("copy answers -60005\n"));
+}
+
+TEST_F(AuthorizationPolicy, AnOpenQuestionIsWithdrawnWhenItsCallerGoes) {
+  const std::string seen = (folder / "seen").string();
+  const auto waitFor = [&](const std::string& what) {
+    return "timeout 20 bash -c \"until grep -q " + what + " " + seen + "; do sleep 0.01; done\"; ";
+  };
+  // The policy service notices by itself that its subject is gone; what the broker has to say about it is seen on the bus.
+  const auto text =
+      output("--challenge --password secret", "dbus-monitor --system type=method_call,member=CancelCheckAuthorization >" +
+                                                  seen + " 2>&1 & " + waitFor("NameLost") +
+                                                  "export KELTO_MEANWHILE=true; " + askedClient("leave", "create copy 19") +
+                                                  "; " + waitFor("CancelCheckAuthorization") + "cat " + seen);
   EXPECT_THAT(text, HasSubstr("agent: the question is withdrawn\n"));
+  EXPECT_THAT(text, HasSubstr("string \"question-1\""));
 }
 
 }  // namespace

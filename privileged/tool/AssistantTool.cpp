@@ -17,6 +17,8 @@
 #include "privileged/tool/FileCommands.h"
 #include "privileged/tool/Instruction.h"
 #include "privileged/tool/Request.h"
+#include "privileged/tool/ServerUpgrade.h"
+#include "privileged/tool/TrashCommand.h"
 
 namespace AssistantTool {
 namespace {
@@ -29,11 +31,13 @@ struct Command {
   std::string_view name;
   Outcome (*perform)(const Request&);
 };
-constexpr std::array<Command, 4> Commands{{
+constexpr std::array<Command, 6> Commands{{
+    {"trash file", trashFile},
     {"remove file", removeFile},
     {"copy file", copyFile},
     {"move file", moveFile},
     {"replace item", replaceItem},
+    {"upgrade server", upgradeServer},
 }};
 
 Outcome perform(const Request& request, const std::string& name) {

@@ -125,6 +125,15 @@ inline void makeBundle(const fs::path& app, const std::string& version) {
   fs::create_symlink("Info.plist", app / "Contents/Link");
 }
 
+// The tool under strace, with faults injected such as "renameat2:error=EINVAL". Empty when strace cannot trace here.
+inline std::vector<std::string> withFaults(const std::vector<std::string>& faults) {
+  if (::system("/usr/bin/strace -o /dev/null /bin/true 2>/dev/null") != 0) return {};
+  std::vector<std::string> command{"/usr/bin/strace", "-o", "/dev/null"};
+  for (const auto& fault : faults) command.insert(command.end(), {"-e", "inject=" + fault});
+  command.push_back(Tool);
+  return command;
+}
+
 class ToolTest : public ::testing::Test {
  protected:
   ToolTest() {
@@ -178,7 +187,7 @@ class ToolTest : public ::testing::Test {
   fs::path folder;
   fs::path result;
   std::vector<std::string> command{Tool};
-  std::vector<std::string> environment;
+  std::vector<std::string> environment{"ASAN_OPTIONS=detect_leaks=0"};
 };
 
 }  // namespace ToolTests

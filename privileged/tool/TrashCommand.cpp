@@ -1,0 +1,121 @@
+#include "privileged/tool/TrashCommand.h"
+
+#include <pwd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <optional>
+
+#include "privileged/tool/Failure.h"
+#include "privileged/tool/Folder.h"
+#include "privileged/tool/Items.h"
+#include "privileged/tool/MountTable.h"
+#include "privileged/tool/TrashFolder.h"
+
+namespace AssistantTool {
+namespace {
+
+struct User {
+  Owner owner;
+  std::string dataFolder;  // empty when there is none
+};
+
+User userOf(uid_t number) {
+  const auto* account = ::getpwuid(number);  // NOLINT(concurrency-mt-unsafe): one thread
+  if (account == nullptr) throw Failure("the invoking user has no account");
+  User user{.owner = {account->pw_uid, account->pw_gid}, .dataFolder = {}};
+  // The environment is that user's own only when we are no more than that user.
+  const char* named = ::geteuid() == number ? std::getenv("XDG_DATA_HOME") : nullptr;  // NOLINT(concurrency-mt-unsafe)
+  const std::string home = account->pw_dir == nullptr ? "" : account->pw_dir;
+  if (named != nullptr && *named == '/') {
+    user.dataFolder = named;
+  } else if (home.starts_with('/')) {
+    user.dataFolder = home + "/.local/share";
+  }
+  return user;
+}
+
+class Trasher {
+ public:
+  Trasher(const Location& item, const PathWalk& walk) : item_(item), walk_(walk), user_(userOf(walk.user())) {}
+
+  // The home Trash when it is on the same file system, else the volume's. File managers do not look for a Trash on the root
+  // file system, so from there an item is copied to the home Trash first.
+  Outcome perform() {
+    const auto home =
+        user_.dataFolder.empty() ? std::nullopt : TrashFolder::inDataFolder(user_.dataFolder, user_.owner, walk_);
+    if (home && moveTo(*home)) return outcome_;
+    const auto top = MountTable().topFolderOf(item_.path);
+    if (top == "/" && home) return copyTo(*home);
+    const auto volume = TrashFolder::onVolume(top, user_.owner, walk_);
+    if (volume && moveTo(*volume)) return outcome_;
+    if (home) return copyTo(*home);
+    throw Failure("no Trash can be used for " + item_.path);
+  }
+
+ private:
+  // False when the item is on another file system than the Trash.
+  bool moveTo(const TrashFolder& trash) {
+    const auto name = trash.reserveName(item_.path);
+    const auto place = trash.itemLocation(name);
+    const int error = renameWithoutReplacing(item_.folder.get(), item_.name, place.folder.get(), place.name);
+    if (error != 0) trash.releaseName(name);
+    if (error == EXDEV) return false;
+    if (error != 0) failWithSystemError("cannot move to the Trash", error);
+    try {
+      adopt(place.folder.get(), place.name, user_.owner);
+      trash.sync();
+      syncFolder(item_.openFolder().get());
+    } catch (const Failure&) {
+      if (renameWithoutReplacing(place.folder.get(), place.name, item_.folder.get(), item_.name) == 0)
+        trash.releaseName(name);
+      throw;
+    }
+    tell(place);
+    return true;
+  }
+
+  Outcome copyTo(const TrashFolder& trash) {
+    const auto found = surveyWithoutSpecialFiles(item_, user_.owner);
+    const auto name = trash.reserveName(item_.path);
+    const auto place = trash.itemLocation(name);
+    bool placed = false;
+    try {
+      Staging::clearLeftovers(place, walk_);
+      const Staging staging(place);
+      stageCopy(item_, staging, user_.owner, found.entries);
+      placeNewItem(staging, place);
+      placed = true;
+      trash.sync();
+      outcome_.afterwards = [remove = takeAway(item_)] { return remove() ? "" : "some of it could not be deleted"; };
+    } catch (const Failure&) {
+      if (placed) removeTree(place.folder.get(), place.name);
+      trash.releaseName(name);
+      throw;
+    }
+    tell(place);
+    return outcome_;
+  }
+
+  void tell(const Location& place) {
+    outcome_.report = "moved to the Trash as " + place.path;
+    outcome_.output = place.path;
+  }
+
+  const Location& item_;
+  const PathWalk& walk_;
+  User user_;
+  Outcome outcome_;
+};
+
+}  // namespace
+
+Outcome trashFile(const Request& request) {
+  const auto item = request.locate("file path");
+  Staging::clearLeftovers(item, request.walk);
+  requireItem(item);
+  return Trasher(item, request.walk).perform();
+}
+
+}  // namespace AssistantTool

@@ -1,0 +1,195 @@
+#include "privileged/tool/TrashFolder.h"
+
+#include <fcntl.h>
+#include <sys/fsuid.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <ctime>
+
+#include "privileged/tool/Failure.h"
+#include "privileged/tool/Folder.h"
+
+namespace AssistantTool {
+namespace {
+
+constexpr std::string_view InfoSuffix = ".trashinfo";
+constexpr unsigned MaximumNumber = 10000;
+
+bool isFolderOf(int folder, uid_t user) {
+  struct stat status {};
+  return ::fstat(folder, &status) == 0 && S_ISDIR(status.st_mode) && status.st_uid == user;
+}
+
+FileDescriptor openRealFolder(int parent, const std::string& name) {
+  return FileDescriptor(::openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+}
+
+// Makes the folder as the user, who must own it then.
+FileDescriptor ownFolder(int parent, const std::string& name, Owner user) {
+  const ActingAs acting(user);
+  if (::mkdirat(parent, name.c_str(), S_IRWXU) != 0 && errno != EEXIST) return {};
+  auto folder = openRealFolder(parent, name);
+  return folder && isFolderOf(folder.get(), user.user) ? std::move(folder) : FileDescriptor();
+}
+
+// Makes every folder of the path that is missing, as the user.
+bool makeFolders(const std::string& path, Owner user, const PathWalk& walk) {
+  for (auto slash = path.find('/', 1);; slash = path.find('/', slash + 1)) {
+    const auto folder = walk.locate(path.substr(0, slash));
+    const ActingAs acting(user);
+    if (!folder.exists() && ::mkdirat(folder.folder.get(), folder.name.c_str(), S_IRWXU) != 0) return false;
+    if (slash == std::string::npos) return true;
+  }
+}
+
+// The top folder of a volume that only root can write: there root makes the user's Trash.
+void makeAsRoot(const Location& trash, Owner user) {
+  struct stat top {};
+  if (::geteuid() != 0 || ::fstat(trash.folder.get(), &top) != 0 || canBeWrittenByOthers(top, 0)) return;
+  if (::mkdirat(trash.folder.get(), trash.name.c_str(), S_IRWXU) != 0) return;
+  const auto made = openRealFolder(trash.folder.get(), trash.name);
+  if (!made || ::fchown(made.get(), user.user, user.group) != 0) {
+    ::unlinkat(trash.folder.get(), trash.name.c_str(), AT_REMOVEDIR);
+  }
+}
+
+std::string localTimeNow() {
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  ::localtime_r(&now, &local);
+  std::array<char, 32> text{};
+  std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S", &local);
+  return text.data();
+}
+
+}  // namespace
+
+ActingAs::ActingAs(Owner user) {
+  if (::geteuid() != 0) return;
+  ::setfsgid(user.group);
+  ::setfsuid(user.user);
+}
+
+ActingAs::~ActingAs() {
+  ::setfsuid(::geteuid());
+  ::setfsgid(::getegid());
+}
+
+std::optional<TrashFolder> TrashFolder::inDataFolder(const std::string& dataFolder, Owner user, const PathWalk& walk) {
+  try {
+    if (!makeFolders(dataFolder, user, walk)) return std::nullopt;
+    return open(walk.locateInside(dataFolder, "Trash"), user);
+  } catch (const Failure&) {
+    return std::nullopt;  // no such home, or links in it that others could have laid
+  }
+}
+
+std::optional<TrashFolder> TrashFolder::onVolume(const std::string& top, Owner user, const PathWalk& walk) {
+  const auto number = std::to_string(user.user);
+  const std::string prefix = top == "/" ? "" : top;
+  std::optional<TrashFolder> trash;
+  try {
+    const auto shared = walk.locate(prefix + "/.Trash").status();
+    if (shared && S_ISDIR(shared->st_mode) && (shared->st_mode & S_ISVTX) != 0) {
+      trash = open(walk.locate(prefix + "/.Trash/" + number), user);
+    }
+    if (!trash) {
+      const auto own = walk.locate(prefix + "/.Trash-" + number);
+      if (!own.exists()) makeAsRoot(own, user);
+      trash = open(own, user);
+    }
+  } catch (const Failure&) {
+    return std::nullopt;
+  }
+  if (trash) trash->top_ = top;
+  return trash;
+}
+
+std::optional<TrashFolder> TrashFolder::open(const Location& trash, Owner user) {
+  const auto folder = ownFolder(trash.folder.get(), trash.name, user);
+  if (!folder) return std::nullopt;
+  TrashFolder opened;
+  opened.user_ = user;
+  opened.files_ = ownFolder(folder.get(), "files", user);
+  opened.info_ = ownFolder(folder.get(), "info", user);
+  opened.path_ = trash.path;
+  if (!opened.files_ || !opened.info_) return std::nullopt;
+  return opened;
+}
+
+std::string TrashFolder::reserveName(const std::string& path) const {
+  const auto name = path.substr(path.rfind('/') + 1);
+  const auto written = top_.empty() ? path : path.substr(top_ == "/" ? 1 : top_.size() + 1);
+  const auto text = "[Trash Info]\nPath=" + percentEncoded(written) + "\nDeletionDate=" + localTimeNow() + "\n";
+  for (unsigned number = 1; number < MaximumNumber; ++number) {
+    const auto candidate = trashName(name, number);
+    if (!writeInfo(candidate, text)) continue;
+    if (!itemLocation(candidate).exists()) return candidate;
+    releaseName(candidate);
+  }
+  throw Failure("no free name in the Trash");
+}
+
+// False when the name is taken.
+bool TrashFolder::writeInfo(const std::string& name, const std::string& text) const {
+  const ActingAs acting(user_);
+  const auto fileName = name + std::string(InfoSuffix);
+  const FileDescriptor file(
+      ::openat(info_.get(), fileName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
+  if (!file && errno == EEXIST) return false;
+  if (!file) failWithSystemError("cannot write in the Trash");
+  if (::write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size()) && ::fsync(file.get()) == 0)
+    return true;
+  const int error = errno;
+  ::unlinkat(info_.get(), fileName.c_str(), 0);
+  failWithSystemError("cannot write in the Trash", error);
+}
+
+void TrashFolder::releaseName(const std::string& name) const {
+  ::unlinkat(info_.get(), (name + std::string(InfoSuffix)).c_str(), 0);
+}
+
+Location TrashFolder::itemLocation(const std::string& name) const {
+  return {
+      .folder = FileDescriptor(::fcntl(files_.get(), F_DUPFD_CLOEXEC, 0)), .name = name, .path = path_ + "/files/" + name};
+}
+
+void TrashFolder::sync() const {
+  syncFolder(info_.get());
+  syncFolder(files_.get());
+}
+
+std::string trashName(const std::string& name, unsigned number) {
+  const auto dot = name.rfind('.');
+  const bool hasExtension = dot != std::string::npos && dot > 0;
+  std::string stem = name.substr(0, hasExtension ? dot : name.size());
+  const std::string ending = (number > 1 ? " " + std::to_string(number) : "") + (hasExtension ? name.substr(dot) : "");
+  const std::size_t longest = NAME_MAX - InfoSuffix.size();
+  if (stem.size() + ending.size() <= longest) return stem + ending;
+  if (ending.size() >= longest) return name.substr(0, longest - 8) + std::to_string(number);
+  stem.resize(longest - ending.size());
+  // Not in the middle of a character.
+  while (!stem.empty() && (static_cast<unsigned char>(stem.back()) & 0xC0U) == 0x80U) stem.pop_back();
+  if (!stem.empty() && (static_cast<unsigned char>(stem.back()) & 0x80U) != 0) stem.pop_back();
+  return stem + ending;
+}
+
+std::string percentEncoded(std::string_view path) {
+  constexpr std::string_view Unreserved = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~/";
+  constexpr std::string_view HexDigits = "0123456789ABCDEF";
+  std::string encoded;
+  for (const char character : path) {
+    if (Unreserved.find(character) != std::string_view::npos) {
+      encoded.push_back(character);
+      continue;
+    }
+    const auto byte = static_cast<unsigned char>(character);
+    encoded += {'%', HexDigits[byte >> 4U], HexDigits[byte & 15U]};
+  }
+  return encoded;
+}
+
+}  // namespace AssistantTool

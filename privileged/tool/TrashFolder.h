@@ -1,0 +1,57 @@
+#pragma once
+// A Trash folder of one user by the freedesktop.org rules: "files" holds the items, "info" one file for each that says
+// where it was and when it went.
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+
+#include "privileged/tool/PathWalk.h"
+#include "privileged/tool/Tree.h"
+
+namespace AssistantTool {
+
+// While it lives, files are opened and made with the rights of an ordinary user: what a user can redirect in folders of
+// their own then harms nobody else. Nothing changes for a process that is not root.
+class ActingAs {
+ public:
+  explicit ActingAs(Owner user);
+  ~ActingAs();
+  ActingAs(const ActingAs&) = delete;
+  ActingAs& operator=(const ActingAs&) = delete;
+};
+
+class TrashFolder {
+ public:
+  // The Trash in a user's data folder, made when missing; nothing when that cannot be.
+  static std::optional<TrashFolder> inDataFolder(const std::string& dataFolder, Owner user, const PathWalk& walk);
+  // The one on the volume whose top folder is `top`: ".Trash/<uid>" when the administrator made a proper ".Trash", else
+  // ".Trash-<uid>".
+  static std::optional<TrashFolder> onVolume(const std::string& top, Owner user, const PathWalk& walk);
+
+  // Writes the info file for an item that was at `path`, under a name that is free, and returns that name. Throws Failure.
+  std::string reserveName(const std::string& path) const;
+  void releaseName(const std::string& name) const;
+  // Where the item of that name goes.
+  [[nodiscard]] Location itemLocation(const std::string& name) const;
+  // Brings the two folders' entries to the disk. Throws Failure.
+  void sync() const;
+
+ private:
+  TrashFolder() = default;
+  static std::optional<TrashFolder> open(const Location& trash, Owner user);
+  [[nodiscard]] bool writeInfo(const std::string& name, const std::string& text) const;
+
+  Owner user_;
+  FileDescriptor files_;
+  FileDescriptor info_;
+  std::string path_;
+  std::string top_;  // empty for the one in the data folder, whose paths are absolute
+};
+
+// The `number`th name for an item called `name`: "App.app", "App 2.app"; short enough to carry ".trashinfo".
+std::string trashName(const std::string& name, unsigned number);
+// "/" and the unreserved characters stay, every other byte becomes %XX.
+std::string percentEncoded(std::string_view path);
+
+}  // namespace AssistantTool

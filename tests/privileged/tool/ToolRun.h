@@ -136,9 +136,9 @@ inline std::vector<std::string> withFaults(const std::vector<std::string>& fault
 
 class ToolTest : public ::testing::Test {
  protected:
-  ToolTest() {
-    // Not all machines keep their temporary folder free of links.
-    std::string pattern = (fs::canonical(fs::temp_directory_path()) / "assistantToolTest-XXXXXX").string();
+  // Not all machines keep their temporary folder free of links.
+  explicit ToolTest(const fs::path& parent = fs::temp_directory_path()) {
+    std::string pattern = (fs::canonical(parent) / "assistantToolTest-XXXXXX").string();
     folder = ::mkdtemp(pattern.data());
     result = folder / "result";
     write(result, "");

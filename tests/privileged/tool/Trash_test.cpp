@@ -105,30 +105,6 @@ TEST_F(TrashFile, LeavesNoInfoWhenTheItemCannotGo) {
   EXPECT_TRUE(fs::is_empty(trashFolder / "info"));
 }
 
-TEST_F(TrashFile, CopiesToTheHomeTrashWhenTheItemIsOnTheRootFileSystemAndTheHomeIsNot) {
-  command = withFaults({"renameat2:error=EXDEV:when=1"});
-  if (command.empty()) GTEST_SKIP() << "strace cannot trace here";
-  makeBundle(folder / "App.app", "1");
-  const auto wanted = snapshot(folder / "App.app");
-  const auto answer = trash(folder / "App.app");
-  if (isThere(trashFolder / "files/App.app")) {
-    expectSuccess(answer);
-    EXPECT_EQ(snapshot(trashFolder / "files/App.app"), wanted);
-    EXPECT_FALSE(isThere(folder / "App.app"));
-  } else {
-    EXPECT_EQ(answer.status, 0) << "went to the volume's own: " << answer.text;
-  }
-}
-
-TEST_F(TrashFile, TakesTheHomeOfTheInvokingUserAndNotTheEnvironmentWhenRunAsRootForAnother) {
-  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
-  write(folder / "item", "item");
-  ASSERT_EQ(::chown(result.c_str(), 65534, 65534), 0);
-  environment.emplace_back("KELTO_INVOKING_UID=65534");
-  trash(folder / "item");
-  EXPECT_FALSE(isThere(folder / "data")) << "the environment is not that user's";
-}
-
 TEST(TrashName, PutsTheNumberBeforeTheExtension) {
   EXPECT_EQ(AssistantTool::trashName("App.app", 1), "App.app");
   EXPECT_EQ(AssistantTool::trashName("App.app", 2), "App 2.app");

@@ -1,0 +1,69 @@
+#pragma once
+// For tests: file systems of the test's own, in a mount name space that ends with the test program.
+#include <sched.h>
+#include <sys/mount.h>
+
+#include "tests/privileged/tool/ToolRun.h"
+
+namespace ToolTests {
+
+class NamespaceTest : public ToolTest {
+ protected:
+  void SetUp() override {
+    if (::geteuid() != 0 || ::unshare(CLONE_NEWNS) != 0) GTEST_SKIP() << "needs root and a mount name space";
+    ASSERT_EQ(::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
+    // The test's own folder is a volume too, so that nothing looks for a Trash on the machine's.
+    volume("");
+    write(result, "");
+  }
+  void TearDown() override {
+    for (auto mounted = mounts_.rbegin(); mounted != mounts_.rend(); ++mounted) ::umount2(mounted->c_str(), MNT_DETACH);
+  }
+  // A file system in memory at folder/`name`.
+  fs::path volume(const std::string& name, const std::string& options = "mode=755") {
+    const auto path = folder / name;
+    fs::create_directories(path);
+    EXPECT_EQ(::mount("test", path.c_str(), "tmpfs", 0, options.c_str()), 0) << std::strerror(errno);
+    mounts_.push_back(path);
+    return path;
+  }
+  void bind(const fs::path& what, const fs::path& where) {
+    EXPECT_EQ(::mount(what.c_str(), where.c_str(), nullptr, MS_BIND, nullptr), 0) << std::strerror(errno);
+    mounts_.push_back(where);
+  }
+  void makeReadOnly(const fs::path& path) {
+    EXPECT_EQ(::mount(nullptr, path.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0) << std::strerror(errno);
+  }
+  bool overlay(const fs::path& lower, const fs::path& where) {
+    const auto box = volume(where.filename().string() + "-upper");
+    fs::create_directories(box / "upper");
+    fs::create_directories(box / "work");
+    fs::create_directories(where);
+    const auto options =
+        "lowerdir=" + lower.string() + ",upperdir=" + (box / "upper").string() + ",workdir=" + (box / "work").string();
+    if (::mount("overlay", where.c_str(), "overlay", 0, options.c_str()) != 0) return false;
+    mounts_.push_back(where);
+    return true;
+  }
+  // An account for the invoking user, with a home in the test's folder.
+  static constexpr uid_t User = 12345;
+  static constexpr gid_t Group = 12346;
+  fs::path home() const { return folder / "home"; }
+  void becomeAnotherUsersTool() {
+    const auto number = std::to_string(User);
+    write(folder / "passwd",
+          read("/etc/passwd") + "tester:x:" + number + ":" + std::to_string(Group) + "::" + home().string() + ":/bin/sh\n");
+    bind(folder / "passwd", "/etc/passwd");
+    fs::permissions(folder, fs::perms(0755));
+    fs::create_directory(home());
+    giveToUser(home());
+    giveToUser(result);
+    environment.push_back("KELTO_INVOKING_UID=" + number);
+  }
+  static void giveToUser(const fs::path& path) { EXPECT_EQ(::lchown(path.c_str(), User, Group), 0); }
+
+ private:
+  std::vector<fs::path> mounts_;
+};
+
+}  // namespace ToolTests

@@ -17,7 +17,7 @@ endfunction()
 # label: x_test.cpp is "unit", x_gui_test.cpp, x_bus_test.cpp, x_system_test.cpp and x_slow_test.cpp are "gui", "bus",
 # "system" and "slow". MAIN, in the folder, is the main function in place of GoogleTest's.
 function(kelto_tests folder)
-  cmake_parse_arguments(ARG "" "MAIN" "LINK" ${ARGN})
+  cmake_parse_arguments(ARG "" "MAIN" "LINK;RUNS" ${ARGN})
   foreach(target IN LISTS ARG_LINK)
     if(NOT TARGET ${target})
       return()
@@ -41,6 +41,9 @@ function(kelto_tests folder)
       endif()
       target_link_libraries(${program} PRIVATE kelto_options ${ARG_LINK} GTest::gmock
                                                GTest::$<IF:$<BOOL:${ARG_MAIN}>,gtest,gtest_main>)
+      if(ARG_RUNS)
+        add_dependencies(${program} ${ARG_RUNS})
+      endif()
       target_compile_definitions(${program} PRIVATE KELTO_BIN_DIR="${CMAKE_BINARY_DIR}/bin"
                                                     KELTO_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
       gtest_discover_tests(${program} TEST_PREFIX "${folder}/" DISCOVERY_TIMEOUT 60

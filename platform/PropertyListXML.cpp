@@ -59,8 +59,9 @@ std::optional<Date> dateFrom(std::string_view text) {
   };
   const auto day = std::chrono::year(number(0, 4)) / number(5, 2) / number(8, 2);
   if (!day.ok() || number(11, 2) > 23 || number(14, 2) > 59 || number(17, 2) > 59) return std::nullopt;
-  const auto days = std::chrono::sys_days(day).time_since_epoch();
-  return dateFromSeconds(std::int64_t{days.count()} * 86400 + number(11, 2) * 3600 + number(14, 2) * 60 + number(17, 2));
+  const std::chrono::sys_seconds moment = std::chrono::sys_days(day) + std::chrono::hours(number(11, 2)) +
+                                          std::chrono::minutes(number(14, 2)) + std::chrono::seconds(number(17, 2));
+  return dateFromSeconds(moment.time_since_epoch().count());
 }
 
 std::optional<unsigned> base64Digit(char c) {

@@ -139,7 +139,7 @@ std::string ownExecutable() {
 }  // namespace
 
 std::string bundlePathForExecutable(const std::string& executable) {
-  const std::string own = Path::deletingLastComponent(executable);
+  std::string own = Path::deletingLastComponent(executable);
   for (std::string folder = own; folder.size() > 1; folder = Path::deletingLastComponent(folder))
     if (exists(Path::appending(folder, "Contents/Info.plist"))) return folder;
   return own;

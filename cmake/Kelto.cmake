@@ -13,7 +13,8 @@ function(kelto_library name)
   target_link_libraries(${name} PUBLIC kelto_options ${ARG_LINK})
 endfunction()
 
-# kelto_tests(FOLDER LINK target... [MAIN file]): the tests of tests/FOLDER, one program per label. The end of a file's name gives its
+# kelto_tests(FOLDER LINK target... [RUNS target...] [MAIN file]): the tests of tests/FOLDER, one program per label, built after
+# the programs that it RUNS. The end of a file's name gives its
 # label: x_test.cpp is "unit", x_gui_test.cpp, x_bus_test.cpp, x_system_test.cpp and x_slow_test.cpp are "gui", "bus",
 # "system" and "slow". MAIN, in the folder, is the main function in place of GoogleTest's.
 function(kelto_tests folder)

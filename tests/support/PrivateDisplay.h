@@ -77,9 +77,11 @@ class PrivateDisplay {
   explicit PrivateDisplay(const std::string& screen = "1280x1024x24") : _server(startServer(screen)) {
     setenv("DISPLAY", _name.c_str(), 1);
     unsetenv("WAYLAND_DISPLAY");
-    _windowManager = ChildProcess({"openbox", "--sm-disable"});
+    // The window manager announces itself before it takes care of windows, so it says itself when it has started.
+    _windowManager = ChildProcess({"openbox", "--sm-disable", "--startup",
+                                   "xprop -root -f KELTO_WINDOW_MANAGER_IS_UP 8s -set KELTO_WINDOW_MANAGER_IS_UP yes"});
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (outputOf("xprop -root _NET_SUPPORTING_WM_CHECK 2>&1").find("window id") == std::string::npos) {
+    while (outputOf("xprop -root KELTO_WINDOW_MANAGER_IS_UP 2>&1").find("yes") == std::string::npos) {
       if (std::chrono::steady_clock::now() > deadline) throw std::runtime_error("the window manager did not start");
       poll(nullptr, 0, 10);
     }

@@ -119,6 +119,7 @@ TEST(MatchingLocalizations, AnotherRegionIsTakenOnlyWhenThereIsNothingNearer) {
   EXPECT_THAT(matches({"pt-PT"}), ElementsAre("pt-BR", "en"));
   EXPECT_THAT(matches({"pt"}), ElementsAre("pt-BR", "en"));
   EXPECT_THAT(matches({"pt-PT"}, {"en", "pt", "pt-BR"}), ElementsAre("pt", "en"));
+  EXPECT_THAT(matches({"pt-BR"}, {"en", "pt-AO", "pt-BR"}), ElementsAre("pt-BR", "en"));
 }
 
 TEST(MatchingLocalizations, ChineseIsMatchedByItsScript) {

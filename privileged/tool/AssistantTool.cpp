@@ -53,7 +53,8 @@ const std::string& required(const InstructionArchive::Instructions& instructions
   return *value;
 }
 
-std::string job(int input) {
+// Does the job and writes the verdict.
+Outcome job(int input) {
   const auto instructions = readInstruction(input);
   const PathWalk walk(invokingUser());
   const auto& command = required(instructions, "command");
@@ -64,8 +65,7 @@ std::string job(int input) {
   Outcome outcome = perform({instructions, walk}, command);
   if (output) output->write(outcome.output);
   result.write(SuccessText);
-  const std::string remark = outcome.afterwards ? outcome.afterwards() : "";
-  return remark.empty() ? outcome.report : outcome.report + "; " + remark;
+  return outcome;
 }
 
 // One line of printable ASCII, short enough for one read.
@@ -77,9 +77,12 @@ std::string line(std::string text) {
   return text + "\n";
 }
 
-void tell(int output, bool succeeded, const std::string& text) {
+void log(int level, const std::string& text) {
+  if (::geteuid() == 0) ::syslog(LOG_AUTHPRIV | level, "%s", line(text).c_str());
+}
+
+void tell(int output, const std::string& text) {
   const auto message = line(text);
-  if (::geteuid() == 0) ::syslog(LOG_AUTHPRIV | (succeeded ? LOG_NOTICE : LOG_WARNING), "%s", message.c_str());
   if (::write(output, message.data(), message.size()) < 0) return;  // nobody listens any more: the verdict is written
 }
 
@@ -88,8 +91,7 @@ void tell(int output, bool succeeded, const std::string& text) {
 Location Request::locate(const char* key) const { return walk.locate(required(instructions, key)); }
 
 uid_t invokingUser() {
-  const char* text =
-      ::getuid() == 0 && ::geteuid() == 0 ? std::getenv("KELTO_INVOKING_UID") : nullptr;  // NOLINT(concurrency-mt-unsafe)
+  const char* text = ::getuid() == 0 && ::geteuid() == 0 ? std::getenv("KELTO_INVOKING_UID") : nullptr;
   if (text == nullptr) return ::getuid();
   const std::string_view digits(text);
   uid_t user = 0;
@@ -101,10 +103,14 @@ uid_t invokingUser() {
 
 int run(int input, int output) {
   try {
-    tell(output, true, job(input));
+    const auto outcome = job(input);
+    tell(output, outcome.report);
+    log(LOG_NOTICE, outcome.report);
+    if (outcome.afterwards && !outcome.afterwards()) log(LOG_WARNING, "something replaced could not be deleted completely");
     return EXIT_SUCCESS;
   } catch (const std::exception& failure) {
-    tell(output, false, failure.what());
+    tell(output, failure.what());
+    log(LOG_WARNING, failure.what());
     return EXIT_FAILURE;
   }
 }

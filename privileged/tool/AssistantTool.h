@@ -10,8 +10,9 @@ namespace AssistantTool {
 uid_t invokingUser();
 
 // Reads from `input`, which holds the length (8 bytes, host order) and as many bytes of archive; writes to `output`. On
-// success the result file holds exactly "tool result ok" before anything is printed. Returns the exit status: 0, or 1 with
-// the reason printed and nothing in the result file.
+// success the result file holds exactly "tool result ok" before anything is printed; what the job replaced is deleted after
+// that, so that nobody waits for it. Returns the exit status: 0, or 1 with the reason printed and nothing in the result
+// file.
 int run(int input, int output);
 
 }  // namespace AssistantTool

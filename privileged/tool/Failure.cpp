@@ -6,7 +6,7 @@
 namespace AssistantTool {
 
 void failWithSystemError(std::string_view what, int error) {
-  throw Failure(std::string(what) + ": " + std::strerror(error));  // NOLINT(concurrency-mt-unsafe): one thread
+  throw Failure(std::string(what) + ": " + std::strerror(error));
 }
 
 void failWithSystemError(std::string_view what) { failWithSystemError(what, errno); }

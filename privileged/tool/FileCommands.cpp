@@ -41,22 +41,13 @@ void giveBack(const Location& source, Staging& staging) {
   if (renameWithoutReplacing(staging.folder(), Staging::NewItem, source.folder.get(), source.name) != 0) staging.keep();
 }
 
-std::string removeCopiedSource(const Location& source) {
+// Takes a source away that was copied; nothing when it has to stay, as one on a read-only medium has.
+std::function<bool()> takeAwayIfPossible(const Location& source) {
   try {
-    if (takeAway(source)()) return {};
+    return takeAway(source);
   } catch (const Failure&) {
-    // Said below; a source on a read-only medium is the usual case.
+    return {};
   }
-  return "the new item was left at its old place";
-}
-
-std::function<std::string()> cleanUpAfterReplacing(const std::shared_ptr<Staging>& staging,
-                                                   const std::shared_ptr<Location>& copiedSource) {
-  return [staging, copiedSource] {
-    std::string remark = copiedSource ? removeCopiedSource(*copiedSource) : "";
-    if (!staging->discard()) remark = "the old item could not be deleted completely";
-    return remark;
-  };
 }
 
 }  // namespace
@@ -107,7 +98,7 @@ Outcome moveFile(const Request& request) {
 }
 
 Outcome replaceItem(const Request& request) {
-  auto [source, destination] = bothItems(request);
+  const auto [source, destination] = bothItems(request);
   const auto old = destination.status();
   const auto owner = old ? std::optional(Owner{old->st_uid, old->st_gid}) : std::nullopt;
   const auto found = surveyWithoutSpecialFiles(source, owner);
@@ -126,9 +117,15 @@ Outcome replaceItem(const Request& request) {
     if (moved) giveBack(source, *staging);
     throw;
   }
-  const std::string text = (old ? "replaced " : "installed ") + destination.path;
-  const auto copiedSource = moved ? nullptr : std::make_shared<Location>(std::move(source));
-  return {.report = text, .output = text, .afterwards = cleanUpAfterReplacing(staging, copiedSource)};
+  Outcome outcome{.report = (old ? "replaced " : "installed ") + destination.path, .output = {}, .afterwards = {}};
+  const auto deleteSource = moved ? std::function<bool()>() : takeAwayIfPossible(source);
+  if (!moved && !deleteSource) outcome.report += "; the new item was left at its old place";
+  outcome.output = outcome.report;
+  outcome.afterwards = [staging, deleteSource] {
+    const bool sourceGone = !deleteSource || deleteSource();
+    return staging->discard() && sourceGone;
+  };
+  return outcome;
 }
 
 }  // namespace AssistantTool

@@ -19,8 +19,9 @@ struct Request {
 struct Outcome {
   std::string report;  // one line for the log
   std::string output;  // for the caller's output file
-  // What is done after the verdict: deleting what the job replaced. Returns a remark for the log, or empty.
-  std::function<std::string()> afterwards;
+  // What is done when the caller already knows: deleting what the job replaced, which can take long on a slow disk. False
+  // when something of it is left; the next job in that folder tries again.
+  std::function<bool()> afterwards;
 };
 
 }  // namespace AssistantTool

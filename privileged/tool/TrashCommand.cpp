@@ -22,11 +22,11 @@ struct User {
 };
 
 User userOf(uid_t number) {
-  const auto* account = ::getpwuid(number);  // NOLINT(concurrency-mt-unsafe): one thread
+  const auto* account = ::getpwuid(number);
   if (account == nullptr) throw Failure("the invoking user has no account");
   User user{.owner = {account->pw_uid, account->pw_gid}, .dataFolder = {}};
   // The environment is that user's own only when we are no more than that user.
-  const char* named = ::geteuid() == number ? std::getenv("XDG_DATA_HOME") : nullptr;  // NOLINT(concurrency-mt-unsafe)
+  const char* named = ::geteuid() == number ? std::getenv("XDG_DATA_HOME") : nullptr;
   const std::string home = account->pw_dir == nullptr ? "" : account->pw_dir;
   if (named != nullptr && *named == '/') {
     user.dataFolder = named;
@@ -88,7 +88,7 @@ class Trasher {
       placeNewItem(staging, place);
       placed = true;
       trash.sync();
-      outcome_.afterwards = [remove = takeAway(item_)] { return remove() ? "" : "some of it could not be deleted"; };
+      outcome_.afterwards = takeAway(item_);
     } catch (const Failure&) {
       if (placed) removeTree(place.folder.get(), place.name);
       trash.releaseName(name);

@@ -125,7 +125,7 @@ std::string TrashFolder::reserveName(const std::string& path) const {
   const auto written = top_.empty() ? path : path.substr(top_ == "/" ? 1 : top_.size() + 1);
   const auto text = "[Trash Info]\nPath=" + percentEncoded(written) + "\nDeletionDate=" + localTimeNow() + "\n";
   for (unsigned number = 1; number < MaximumNumber; ++number) {
-    const auto candidate = trashName(name, number);
+    auto candidate = trashName(name, number);
     if (!writeInfo(candidate, text)) continue;
     if (!itemLocation(candidate).exists()) return candidate;
     releaseName(candidate);

@@ -211,6 +211,10 @@ TEST_F(Links, InAFolderThatAllWriteAreRefused) {
   fs::permissions(holder, fs::perms(0777));
   expectRefusal(remove(holder / "link/item"), "others can write");
 }
+TEST_F(Links, InAFolderThatAllButTheGroupWriteAreRefused) {
+  fs::permissions(holder, fs::perms(0757));
+  expectRefusal(remove(holder / "link/item"), "others can write");
+}
 TEST_F(Links, InAStickyFolderAreRefused) {
   ::chmod(holder.c_str(), 01777);
   expectRefusal(remove(holder / "link/item"), "others can write");

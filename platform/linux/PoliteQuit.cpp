@@ -47,13 +47,15 @@ bool activateQuit(sd_bus* bus, const std::string& receiver, const std::string& i
                           error.has(SD_BUS_ERROR_UNKNOWN_INTERFACE));
 }
 
-bool quitOverBus(pid_t process, const std::string& identifier) {
+bool quitOverBus(const RunningProcess& process, const std::string& identifier) {
   if (sd_bus_service_name_is_valid(identifier.c_str()) <= 0) return false;
   const auto bus = Bus::openUser();
   if (!bus) return false;
   sd_bus_set_method_call_timeout(bus->get(), callPatience);
   const auto owner = ownerOfName(bus->get(), identifier);
-  if (!owner || processOfConnection(bus->get(), *owner) != process) return false;
+  if (!owner || processOfConnection(bus->get(), *owner) != process.number) return false;
+  // The number was this process's when the bus gave it only if it still is.
+  if (!isRunning(process)) return false;
   return activateQuit(bus->get(), *owner, identifier);
 }
 
@@ -73,8 +75,7 @@ bool handlesTermination(pid_t process) {
 }  // namespace
 
 bool askToQuit(const RunningProcess& process, const std::string& bundleIdentifier) {
-  if (!isRunning(process)) return false;
-  if (quitOverBus(process.number, bundleIdentifier)) return true;
+  if (quitOverBus(process, bundleIdentifier)) return true;
   if (!isRunning(process)) return false;
   if (closeWindows(process.number)) return true;
   return handlesTermination(process.number) &&

@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <optional>
+
 #include "tests/platform/linux/Applications.h"
 #include "tests/support/PrivateDisplay.h"
 
@@ -7,6 +10,14 @@ namespace platform::Linux {
 namespace {
 
 const std::string program = "/Contents/Linux/program";
+
+// A window is on the display a moment before the window manager lists it. True when it lists this many.
+bool areListed(std::ptrdiff_t windows) {
+  return tests::eventually([&] {
+    const std::string list = test_support::outputOf("xprop -root _NET_CLIENT_LIST");
+    return std::count(list.begin(), list.end(), 'x') == windows;
+  });
+}
 
 // A display with a window manager, and no session bus.
 class QuitOverTheDisplay : public ApplicationTest {
@@ -24,7 +35,7 @@ class QuitOverTheDisplay : public ApplicationTest {
 
 TEST_F(QuitOverTheDisplay, ItsWindowsAreClosedAndTheCopyQuits) {
   TestProgram copy({makeBundle("App.app") + program, "window", "quit"});
-  ASSERT_TRUE(copy.isReady());
+  ASSERT_TRUE(copy.isReady() && areListed(2));
   EXPECT_TRUE(askOnlyCopy());
   EXPECT_EQ(copy.line(), "close");
   EXPECT_EQ(copy.reap(), 0);
@@ -33,7 +44,7 @@ TEST_F(QuitOverTheDisplay, ItsWindowsAreClosedAndTheCopyQuits) {
 
 TEST_F(QuitOverTheDisplay, EveryWindowIsClosedAndARefusalIsNotFollowedByASignal) {
   TestProgram copy({makeBundle("App.app") + program, "window", "refuse"});
-  ASSERT_TRUE(copy.isReady());
+  ASSERT_TRUE(copy.isReady() && areListed(2));
   EXPECT_TRUE(askOnlyCopy());
   EXPECT_EQ(copy.line(), "close");
   EXPECT_EQ(copy.line(), "close");
@@ -46,7 +57,7 @@ TEST_F(QuitOverTheDisplay, EveryWindowIsClosedAndARefusalIsNotFollowedByASignal)
 TEST_F(QuitOverTheDisplay, WindowsOfOthersStayOpen) {
   TestProgram other({makeBundle("Other.app", "com.kelto.other") + program, "window", "refuse"});
   TestProgram copy({makeBundle("App.app") + program, "window", "quit"});
-  ASSERT_TRUE(other.isReady() && copy.isReady());
+  ASSERT_TRUE(other.isReady() && copy.isReady() && areListed(4));
   EXPECT_TRUE(askOnlyCopy());
   EXPECT_EQ(copy.line(), "close");
   EXPECT_EQ(copy.reap(), 0);
@@ -56,7 +67,7 @@ TEST_F(QuitOverTheDisplay, WindowsOfOthersStayOpen) {
 
 TEST_F(QuitOverTheDisplay, WindowsFromAnotherMachineAreNotItsOwn) {
   TestProgram copy({makeBundle("App.app") + program, "window", "foreign"});
-  ASSERT_TRUE(copy.isReady());
+  ASSERT_TRUE(copy.isReady() && areListed(2));
   EXPECT_TRUE(askOnlyCopy());
   EXPECT_EQ(copy.line(), "SIGTERM");
 }
@@ -76,20 +87,45 @@ TEST_F(QuitOverTheDisplay, TheActionOnTheBusComesFirst) {
   EXPECT_TRUE(copy.line().starts_with("action quit"));
 }
 
-// A display alone: nobody there would close a window.
-TEST_F(ApplicationTest, WithoutAWindowManagerTheCopyGetsTheSignal) {
-  const tests::ScopedEnvironment bus("DBUS_SESSION_BUS_ADDRESS", "unix:path=/no/such/bus");
-  int ends[2];
-  ASSERT_EQ(::pipe(ends), 0);
-  const test_support::ChildProcess server(
-      {"Xvfb", "-displayfd", std::to_string(ends[1]), "-screen", "0", "640x480x24", "-nolisten", "tcp", "-ac"});
-  ::close(ends[1]);
-  std::string number;
-  for (char digit = 0; ::read(ends[0], &digit, 1) == 1 && digit != '\n';) number += digit;
-  ::close(ends[0]);
-  const tests::ScopedEnvironment display("DISPLAY", ":" + number);
+// A display without a window manager: nobody there would close a window.
+class DisplayAlone : public ApplicationTest {
+ protected:
+  static std::string startServer(std::optional<test_support::ChildProcess>& server) {
+    int ends[2];
+    EXPECT_EQ(::pipe(ends), 0);
+    server.emplace(std::vector<std::string>{"Xvfb", "-displayfd", std::to_string(ends[1]), "-screen", "0", "640x480x24",
+                                            "-nolisten", "tcp", "-noreset", "-ac"});
+    ::close(ends[1]);
+    std::string number;
+    for (char digit = 0; ::read(ends[0], &digit, 1) == 1 && digit != '\n';) number += digit;
+    ::close(ends[0]);
+    return ":" + number;
+  }
+
+  tests::ScopedEnvironment _bus{"DBUS_SESSION_BUS_ADDRESS", "unix:path=/no/such/bus"};
+  std::optional<test_support::ChildProcess> server;
+  tests::ScopedEnvironment _name{"DISPLAY", startServer(server)};
+};
+
+TEST_F(DisplayAlone, TheCopyGetsTheSignal) {
   TestProgram copy({makeBundle("App.app") + program, "window", "quit"});
   ASSERT_TRUE(copy.isReady());
+  EXPECT_TRUE(askOnlyCopy());
+  EXPECT_EQ(copy.line(), "SIGTERM");
+}
+
+TEST_F(DisplayAlone, TheListThatADeadWindowManagerLeftIsNotBelieved) {
+  test_support::ChildProcess manager({"openbox", "--sm-disable"});
+  TestProgram copy({makeBundle("App.app") + program, "window", "quit"});
+  ASSERT_TRUE(copy.isReady());
+  ASSERT_TRUE(areListed(2));
+  ::kill(manager.pid(), SIGKILL);
+  manager.wait();
+  ASSERT_TRUE(tests::eventually([] {
+    return test_support::outputOf("xprop -id $(xprop -root _NET_SUPPORTING_WM_CHECK | sed 's/.* //') _NET_WM_NAME 2>&1")
+               .find("BadWindow") != std::string::npos;
+  }));
+  ASSERT_TRUE(areListed(2));
   EXPECT_TRUE(askOnlyCopy());
   EXPECT_EQ(copy.line(), "SIGTERM");
 }

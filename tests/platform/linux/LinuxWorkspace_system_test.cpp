@@ -42,13 +42,8 @@ class WorkspaceAsRoot : public ApplicationTest {
     EXPECT_EQ(tests::readFile(root + "/outcome"), "");
   }
 
-  tests::ScopedEnvironment _bus{"DBUS_SESSION_BUS_ADDRESS", "unix:path=/no/such/bus"};
-  tests::ScopedEnvironment _display{"DISPLAY", ":no-such-display"};
-};
-
-TEST_F(WorkspaceAsRoot, ANumberUsedAgainIsNeverMistakenForTheCopy) {
-  const std::string bundle = makeBundle("App.app");
-  inProcessNamespace([&]() -> std::string {
+  // A copy ends, and a program outside every bundle gets its number and behaves as told. What went wrong, or nothing.
+  std::string askWhenNumberIsUsedAgain(const std::string& bundle, std::vector<std::string> behaviour) {
     TestProgram copy({bundle + program, "handler"});
     if (!copy.isReady()) return "not ready";
     const pid_t number = copy.number();
@@ -57,13 +52,30 @@ TEST_F(WorkspaceAsRoot, ANumberUsedAgainIsNeverMistakenForTheCopy) {
     copy.kill();
     copy.reap();
     tests::writeFile("/proc/sys/kernel/ns_last_pid", std::to_string(number - 1));
-    TestProgram stranger({KELTO_BIN_DIR "/test_application", "handler"});
+    behaviour.insert(behaviour.begin(), KELTO_BIN_DIR "/test_application");
+    TestProgram stranger(std::move(behaviour));
     if (!stranger.isReady()) return "the stranger is not ready";
     if (stranger.number() != number) return "the number was not used again";
     if (copies[0]->terminate()) return "the stranger was asked";
     if (!running().empty()) return "the stranger is listed";
     pollfd asked{stranger.output(), POLLIN, 0};
-    return stranger.isAlive() && ::poll(&asked, 1, 0) == 0 ? "" : "the stranger got a signal";
+    return stranger.isAlive() && ::poll(&asked, 1, 0) == 0 ? "" : "the stranger heard something";
+  }
+
+  tests::ScopedEnvironment _bus{"DBUS_SESSION_BUS_ADDRESS", "unix:path=/no/such/bus"};
+  tests::ScopedEnvironment _display{"DISPLAY", ":no-such-display"};
+};
+
+TEST_F(WorkspaceAsRoot, ANumberUsedAgainIsNeverMistakenForTheCopy) {
+  const std::string bundle = makeBundle("App.app");
+  inProcessNamespace([&] { return askWhenNumberIsUsedAgain(bundle, {"handler"}); });
+}
+
+TEST_F(WorkspaceAsRoot, ANumberUsedAgainByTheOwnerOfTheNameIsNotMistakenEither) {
+  const std::string bundle = makeBundle("App.app");
+  inProcessNamespace([&] {
+    const tests::PrivateBus bus;
+    return askWhenNumberIsUsedAgain(bundle, {"bus", identifier, "refuse"});
   });
 }
 

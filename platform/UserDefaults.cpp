@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "platform/Format.h"
+#include "platform/Scanner.h"
 
 namespace platform {
 namespace {
@@ -21,18 +22,8 @@ bool boolFromText(std::string_view text) {
 }
 
 std::int64_t integerFromText(std::string_view text) {
-  using Limits = std::numeric_limits<std::int64_t>;
   text = withoutLeading(text, " \t\n\r\v\f");
-  const bool negative = !text.empty() && text.front() == '-';
-  if (!text.empty() && (text.front() == '+' || text.front() == '-')) text.remove_prefix(1);
-  std::int64_t value = 0;
-  for (const char c : text) {
-    if (c < '0' || c > '9') break;
-    const int digit = negative ? '0' - c : c - '0';
-    if (__builtin_mul_overflow(value, 10, &value) || __builtin_add_overflow(value, digit, &value))
-      return negative ? Limits::min() : Limits::max();
-  }
-  return value;
+  return scanInteger(text).value_or(0);
 }
 
 std::int64_t integerFromDouble(double number) {

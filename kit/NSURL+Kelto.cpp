@@ -1,0 +1,170 @@
+#include "kit/NSURL+Kelto.h"
+
+#include <algorithm>
+#include <optional>
+#include <unordered_map>
+
+#include "kit/NSString+Kelto.h"
+#include "platform/UTF8.h"
+
+namespace NSURL::Kelto {
+namespace {
+
+constexpr std::string_view escapedCharacters = ":/?#[]@!$&'()*+,;=\"% ";
+
+// The query with its percent-escapes in place.
+std::string_view queryOf(std::string_view url) {
+  url = url.substr(0, url.find('#'));
+  const auto mark = url.find('?');
+  return mark == std::string_view::npos ? std::string_view{} : url.substr(mark + 1);
+}
+
+bool isBlank(std::string_view key) {
+  const auto other = key.find_first_not_of(" \t+");
+  if (other == std::string_view::npos) return true;
+  if (static_cast<unsigned char>(key[other]) < 0x80) return false;
+  std::string text(key);
+  std::ranges::replace(text, '+', ' ');
+  return NSString::Kelto::stringByTrimmingLeadingAndTrailingWhitespace(platform::Unicode::utf16(text)).empty();
+}
+
+constexpr int hexDigit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  return -1;
+}
+
+// "+" as a space and percent-escapes resolved; nothing when an escape is cut off, no number, or makes no UTF-8.
+std::optional<std::string> decoded(std::string_view text) {
+  std::string result;
+  result.reserve(text.size());
+  bool isASCII = true;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    char c = text[i] == '+' ? ' ' : text[i];
+    if (c == '%') {
+      const int high = i + 2 < text.size() ? hexDigit(text[i + 1]) : -1;
+      const int low = i + 2 < text.size() ? hexDigit(text[i + 2]) : -1;
+      if (high < 0 || low < 0) return std::nullopt;
+      c = static_cast<char>(high << 4 | low);
+      i += 2;
+    }
+    isASCII = isASCII && static_cast<unsigned char>(c) < 0x80;
+    result += c;
+  }
+  if (!isASCII && !platform::isValidUTF8(result)) return std::nullopt;
+  return result;
+}
+
+// Collects items by key. A query comes from anyone: with many keys they are found by hash, not one by one.
+class Collector {
+ public:
+  void add(std::string_view component) {
+    const auto equals = component.find('=');
+    if (equals == std::string_view::npos || component.find('=', equals + 1) != std::string_view::npos) return;
+    const std::string_view rawKey = component.substr(0, equals);
+    if (isBlank(rawKey)) return;
+    if (auto key = decoded(rawKey)) slotFor(std::move(*key)).value = decoded(component.substr(equals + 1));
+  }
+
+  [[nodiscard]] std::vector<QueryItems::Item> items() && {
+    std::vector<QueryItems::Item> items;
+    items.reserve(_slots.size());
+    for (auto& slot : _slots)
+      if (slot.value) items.emplace_back(std::move(slot.key), std::move(*slot.value));
+    return items;
+  }
+
+ private:
+  struct Slot {
+    std::string key;
+    std::optional<std::string> value;
+  };
+  static constexpr std::size_t fewKeys = 32;
+
+  Slot& slotFor(std::string key) {
+    const std::size_t place = placeOf(key);
+    if (place < _slots.size()) return _slots[place];
+    if (_slots.size() >= fewKeys) indexFrom(_places.size());
+    auto& slot = _slots.emplace_back(Slot{std::move(key), std::nullopt});
+    if (_slots.size() > fewKeys) _places.emplace(slot.key, place);
+    return slot;
+  }
+
+  [[nodiscard]] std::size_t placeOf(const std::string& key) const {
+    if (_slots.size() <= fewKeys)
+      return static_cast<std::size_t>(std::ranges::find(_slots, key, &Slot::key) - _slots.begin());
+    const auto found = _places.find(key);
+    return found == _places.end() ? _slots.size() : found->second;
+  }
+
+  void indexFrom(std::size_t first) {
+    for (std::size_t i = first; i < _slots.size(); ++i) _places.emplace(_slots[i].key, i);
+  }
+
+  std::vector<Slot> _slots;
+  std::unordered_map<std::string, std::size_t> _places;
+};
+
+void appendEscaped(std::string& text, std::string_view part) {
+  constexpr std::string_view digits = "0123456789ABCDEF";
+  for (const char c : part) {
+    if (escapedCharacters.find(c) == std::string_view::npos) {
+      text += c;
+      continue;
+    }
+    const auto byte = static_cast<unsigned char>(c);
+    text += '%';
+    text += digits[byte >> 4];
+    text += digits[byte & 0xF];
+  }
+}
+
+}  // namespace
+
+QueryItems::QueryItems(std::initializer_list<Item> items) {
+  for (const auto& [key, value] : items) setValue(key, value);
+}
+
+const std::string* QueryItems::valueForKey(std::string_view key) const {
+  const auto place = std::ranges::find(_items, key, &Item::first);
+  return place == _items.end() ? nullptr : &place->second;
+}
+
+void QueryItems::setValue(std::string_view key, std::string value) {
+  const auto place = std::ranges::find(_items, key, &Item::first);
+  if (place == _items.end())
+    _items.emplace_back(key, std::move(value));
+  else
+    place->second = std::move(value);
+}
+
+void QueryItems::removeValue(std::string_view key) {
+  std::erase_if(_items, [key](const Item& item) { return item.first == key; });
+}
+
+QueryItems queryItems(std::string_view url) {
+  Collector collector;
+  std::string_view rest = queryOf(url);
+  while (!rest.empty()) {
+    const auto end = std::min(rest.find_first_of("&?"), rest.size());
+    collector.add(rest.substr(0, end));
+    rest.remove_prefix(std::min(end + 1, rest.size()));
+  }
+  QueryItems result;
+  result._items = std::move(collector).items();
+  return result;
+}
+
+std::string queryStringWithDictionary(const QueryItems& items) {
+  std::string query;
+  for (const auto& [key, value] : items) {
+    if (!query.empty()) query += '&';
+    appendEscaped(query, key);
+    query += '=';
+    appendEscaped(query, value);
+  }
+  return query;
+}
+
+}  // namespace NSURL::Kelto

@@ -1,0 +1,52 @@
+#include "kit/NSObject+ObjCRuntime.h"
+
+#include <cstdint>
+
+namespace NSObject::ObjCRuntime {
+namespace {
+
+using platform::Class;
+using platform::Implementation;
+
+// The implementations of a selector in the order of the method lists: the class's own list, then each superclass's.
+std::vector<Implementation> implementationsOf(const Class* one, std::string_view selector) {
+  std::vector<Implementation> found;
+  for (; one != nullptr; one = one->superclass())
+    for (const auto& method : one->methodList())
+      if (method.selector == selector) found.push_back(method.implementation);
+  return found;
+}
+
+}  // namespace
+
+bool swizzleSelector_toSelector(Class& receiver, std::string_view selector, std::string_view otherSelector) {
+  const Implementation one = receiver.instanceMethod(selector);
+  const Implementation other = receiver.instanceMethod(otherSelector);
+  if (!one || !other) return false;
+  receiver.addMethod(selector, one);
+  receiver.addMethod(otherSelector, other);
+  return receiver.exchangeImplementations(selector, otherSelector);
+}
+
+// Never part of its caller's code, or the place it returns to would be another.
+[[gnu::noinline]] Implementation impOfCallingMethod(const platform::Object& object, std::string_view selector) {
+  const auto position = reinterpret_cast<std::uintptr_t>(__builtin_return_address(0));
+  Implementation closest;
+  for (const auto& implementation : implementationsOf(object.registeredClass(), selector))
+    if (implementation.address() < position && implementation.address() >= closest.address()) closest = implementation;
+  return closest;
+}
+
+[[gnu::noinline]] Implementation getOriginalImplementationOfMethod(const platform::Object& object,
+                                                                   std::string_view selector) {
+  const Implementation current = impOfCallingMethod(object, selector);
+  if (!current) return {};
+  bool isCurrentSeen = false;
+  for (const auto& implementation : implementationsOf(object.registeredClass(), selector)) {
+    if (!(implementation == current) && isCurrentSeen) return implementation;
+    isCurrentSeen = implementation == current;
+  }
+  return {};
+}
+
+}  // namespace NSObject::ObjCRuntime

@@ -1,0 +1,201 @@
+#include "kit/NSObject+ObjCRuntime.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+
+using namespace NSObject::ObjCRuntime;
+using platform::Class;
+using platform::ClassRegistry;
+using platform::Implementation;
+
+namespace {
+
+int one() { return 1; }
+int two() { return 2; }
+int three() { return 3; }
+double four(double value) { return value * 4; }
+
+int call(Implementation implementation) { return implementation.as<int()>()(); }
+
+struct Thing : platform::Object {
+  explicit Thing(Class* of) : _class(of) {}
+  [[nodiscard]] Class* registeredClass() const override { return _class; }
+  Class* _class;
+};
+
+// Methods that ask for themselves, each with code of its own.
+using SelfAsking = Implementation(const platform::Object&, int&);
+Implementation asksInBase(const platform::Object& self, int& mark) {
+  mark += 1;
+  auto found = impOfCallingMethod(self, "ask");
+  mark += 10;
+  return found;
+}
+Implementation asksInLeaf(const platform::Object& self, int& mark) {
+  mark += 100;
+  auto found = impOfCallingMethod(self, "ask");
+  mark += 2000;
+  return found;
+}
+Implementation asksFromElsewhere(const platform::Object& self, int& mark) {
+  mark += 30000;
+  auto found = impOfCallingMethod(self, "missing");
+  mark += 5;
+  return found;
+}
+
+// An implementation whose entry is at an address; never called.
+Implementation at(std::uintptr_t address) { return {reinterpret_cast<int (*)()>(address)}; }
+
+std::uintptr_t lookUpCode() { return reinterpret_cast<std::uintptr_t>(&getOriginalImplementationOfMethod); }
+
+// The rules of the look-up, over the entries in the order of the method lists, `position` being where it is made from.
+std::uintptr_t slowOriginal(const std::vector<std::vector<std::uintptr_t>>& lists, std::uintptr_t position) {
+  std::uintptr_t current = 0;
+  for (const auto& list : lists)
+    for (const auto entry : list)
+      if (entry < position && !(entry < current)) current = entry;
+  if (current == 0) return 0;
+  bool isSeen = false;
+  for (const auto& list : lists)
+    for (const auto entry : list) {
+      if (entry == current)
+        isSeen = true;
+      else if (isSeen)
+        return entry;
+      else
+        isSeen = false;
+    }
+  return 0;
+}
+
+}  // namespace
+
+TEST(Swizzle, ExchangesTwoMethods) {
+  ClassRegistry registry;
+  Class* target = registry.add("Target", nullptr, {{"a", one}, {"b", two}});
+  EXPECT_TRUE(swizzleSelector_toSelector(*target, "a", "b"));
+  EXPECT_EQ(call(target->instanceMethod("a")), 2);
+  EXPECT_EQ(call(target->instanceMethod("b")), 1);
+}
+
+TEST(Swizzle, AnUnknownSelectorChangesNothing) {
+  ClassRegistry registry;
+  Class* base = registry.add("Base", nullptr, {{"a", one}});
+  Class* leaf = registry.add("Leaf", base, {});
+  EXPECT_FALSE(swizzleSelector_toSelector(*leaf, "a", "unknown"));
+  EXPECT_FALSE(swizzleSelector_toSelector(*leaf, "unknown", "a"));
+  EXPECT_TRUE(leaf->methodList().empty());
+  EXPECT_EQ(call(base->instanceMethod("a")), 1);
+}
+
+TEST(Swizzle, InheritedMethodsAreExchangedInTheSubclassOnly) {
+  ClassRegistry registry;
+  Class* base = registry.add("Base", nullptr, {{"a", one}, {"b", two}});
+  Class* leaf = registry.add("Leaf", base, {});
+  EXPECT_TRUE(swizzleSelector_toSelector(*leaf, "a", "b"));
+  EXPECT_EQ(call(leaf->instanceMethod("a")), 2);
+  EXPECT_EQ(call(leaf->instanceMethod("b")), 1);
+  EXPECT_EQ(call(base->instanceMethod("a")), 1);
+  EXPECT_EQ(call(base->instanceMethod("b")), 2);
+}
+
+TEST(Swizzle, AnOwnAndAnInheritedMethodAreExchanged) {
+  ClassRegistry registry;
+  Class* base = registry.add("Base", nullptr, {{"a", one}, {"b", two}});
+  Class* leaf = registry.add("Leaf", base, {{"a", three}});
+  EXPECT_TRUE(swizzleSelector_toSelector(*leaf, "a", "b"));
+  EXPECT_EQ(call(leaf->instanceMethod("a")), 2);
+  EXPECT_EQ(call(leaf->instanceMethod("b")), 3);
+  EXPECT_EQ(call(base->instanceMethod("b")), 2);
+}
+
+TEST(Swizzle, TheEncodingGoesWithTheImplementation) {
+  ClassRegistry registry;
+  Class* base = registry.add("Base", nullptr, {{"a", one}, {"b", four}});
+  Class* leaf = registry.add("Leaf", base, {});
+  swizzleSelector_toSelector(*leaf, "a", "b");
+  ASSERT_NE(leaf->instanceMethod("a").as<double(double)>(), nullptr);
+  EXPECT_EQ(leaf->instanceMethod("a").as<double(double)>()(2), 8);
+}
+
+TEST(Swizzle, TwiceIsAsBefore) {
+  ClassRegistry registry;
+  Class* target = registry.add("Target", nullptr, {{"a", one}, {"b", two}});
+  swizzleSelector_toSelector(*target, "a", "b");
+  swizzleSelector_toSelector(*target, "a", "b");
+  EXPECT_EQ(call(target->instanceMethod("a")), 1);
+}
+
+TEST(ImpOfCallingMethod, IsTheCallerItself) {
+  ClassRegistry registry;
+  Class* base = registry.add("Base", nullptr, {{"ask", asksInBase}, {"other", asksFromElsewhere}});
+  Class* leaf = registry.add("Leaf", base, {{"ask", asksInLeaf}});
+  const Thing thing(leaf);
+  int mark = 0;
+  EXPECT_EQ(asksInLeaf(thing, mark), Implementation(asksInLeaf));
+  EXPECT_EQ(asksInBase(thing, mark), Implementation(asksInBase));
+  EXPECT_EQ(mark, 2111);
+}
+
+TEST(ImpOfCallingMethod, IsNoneWithoutTheSelectorOrAClass) {
+  ClassRegistry registry;
+  const Thing thing(registry.add("Base", nullptr, {{"ask", asksInBase}}));
+  int mark = 0;
+  EXPECT_FALSE(asksFromElsewhere(thing, mark));
+  EXPECT_FALSE(asksInBase(Thing(nullptr), mark));
+}
+
+TEST(ImpOfCallingMethod, IsNoneWhenEveryEntryLiesAboveTheCaller) {
+  ClassRegistry registry;
+  const Thing thing(registry.add("Base", nullptr, {{"ask", at(UINTPTR_MAX - 16)}}));
+  int mark = 0;
+  EXPECT_FALSE(asksInBase(thing, mark));
+}
+
+TEST(OriginalImplementation, OfAMethodThatNoCategoryReplacedIsNone) {
+  ClassRegistry registry;
+  const Thing thing(registry.add("Base", nullptr, {{"ask", at(lookUpCode() - 16)}}));
+  EXPECT_FALSE(getOriginalImplementationOfMethod(thing, "ask"));
+  EXPECT_FALSE(getOriginalImplementationOfMethod(thing, "missing"));
+  EXPECT_FALSE(getOriginalImplementationOfMethod(Thing(nullptr), "ask"));
+}
+
+TEST(OriginalImplementation, IsTheOneThatACategoryReplaced) {
+  ClassRegistry registry;
+  Class* base = registry.add("Base", nullptr, {{"ask", one}, {"rest", two}});
+  base->addCategory({{"rest", three}, {"ask", at(lookUpCode() - 16)}});
+  EXPECT_EQ(call(getOriginalImplementationOfMethod(Thing(base), "ask")), 1);
+}
+
+TEST(OriginalImplementation, MayBeThatOfASuperclass) {
+  ClassRegistry registry;
+  Class* base = registry.add("Base", nullptr, {{"ask", two}});
+  Class* leaf = registry.add("Leaf", base, {{"ask", at(lookUpCode() - 16)}});
+  EXPECT_EQ(call(getOriginalImplementationOfMethod(Thing(leaf), "ask")), 2);
+}
+
+TEST(OriginalImplementation, AgreesWithTheSlowWriting) {
+  std::mt19937 random(4);
+  for (int round = 0; round < 2000; ++round) {
+    ClassRegistry registry;
+    std::vector<std::vector<std::uintptr_t>> lists;
+    Class* last = nullptr;
+    for (int depth = 0; depth < 3; ++depth) {
+      std::vector<platform::Method> methods;
+      std::vector<std::uintptr_t> list;
+      for (auto n = random() % 3; n > 0; --n) {
+        const auto away = static_cast<std::intptr_t>(random() % 6) - 3;
+        const std::uintptr_t address = lookUpCode() + static_cast<std::uintptr_t>(away * 4096);
+        if (address == lookUpCode()) continue;
+        list.push_back(address);
+        methods.push_back({"ask", at(address)});
+      }
+      last = registry.add(std::to_string(depth), last, methods);
+      lists.insert(lists.begin(), list);
+    }
+    EXPECT_EQ(getOriginalImplementationOfMethod(Thing(last), "ask").address(), slowOriginal(lists, lookUpCode() + 1));
+  }
+}

@@ -245,7 +245,7 @@ class Reader {
       if (!name) return std::nullopt;
       auto element = object(reference(*both, entries + i), depth + 1);
       if (!element) return std::nullopt;
-      dictionary.insert_or_assign(std::move(*name), std::move(*element));
+      dictionary.insert_or_assign(dictionary.end(), std::move(*name), std::move(*element));
     }
     return Value(std::move(dictionary));
   }

@@ -281,7 +281,7 @@ class Reader {
       if (!next) return std::nullopt;
       auto element = value(*next, depth + 1);
       if (!element) return std::nullopt;
-      dictionary.insert_or_assign(std::move(*key), std::move(*element));
+      dictionary.insert_or_assign(dictionary.end(), std::move(*key), std::move(*element));
     }
     return Value(std::move(dictionary));
   }

@@ -99,16 +99,20 @@ Range SearchableString::scan(std::u16string_view text, std::size_t first, std::s
   std::size_t matched = 0;
   std::size_t start = 0;
   for (std::size_t i = first; i <= last; ++i) {
+    if (matched == 0) {
+      // What cannot begin a match, ignorable or not, is passed over at once.
+      i = text.find(_needle[0], i);
+      if (i > last || last - i < _needle.size() - 1) return {};
+      start = i;
+    }
     if (isIgnorable(text[i])) continue;
-    if (text[i] == _needle[matched]) {
-      if (matched == 0) start = i;
-      if (++matched == _needle.size()) return {start, i - start + 1};
+    if (text[i] != _needle[matched]) {
+      // The unit that failed is tried again as the first of the needle; nothing before it is.
+      matched = 0;
+      --i;
       continue;
     }
-    // The unit that failed is tried again as the first of the needle; nothing before it is.
-    if (matched != 0) --i;
-    matched = 0;
-    if (last < i + _needle.size()) return {};
+    if (++matched == _needle.size()) return {start, i - start + 1};
   }
   return {};
 }

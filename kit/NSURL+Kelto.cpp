@@ -1,6 +1,7 @@
 #include "kit/NSURL+Kelto.h"
 
 #include <algorithm>
+#include <functional>
 #include <optional>
 #include <unordered_map>
 
@@ -37,9 +38,9 @@ constexpr int hexDigit(char c) {
 
 // "+" as a space and percent-escapes resolved; nothing when an escape is cut off, no number, or makes no UTF-8.
 std::optional<std::string> decoded(std::string_view text) {
-  std::string result;
-  result.reserve(text.size());
-  bool isASCII = true;
+  std::string result(text);
+  std::size_t written = 0;
+  char all = 0;
   for (std::size_t i = 0; i < text.size(); ++i) {
     char c = text[i] == '+' ? ' ' : text[i];
     if (c == '%') {
@@ -49,16 +50,22 @@ std::optional<std::string> decoded(std::string_view text) {
       c = static_cast<char>(high << 4 | low);
       i += 2;
     }
-    isASCII = isASCII && static_cast<unsigned char>(c) < 0x80;
-    result += c;
+    all = static_cast<char>(all | c);
+    result[written++] = c;
   }
+  result.resize(written);
+  const bool isASCII = static_cast<unsigned char>(all) < 0x80;
   if (!isASCII && !platform::isValidUTF8(result)) return std::nullopt;
   return result;
 }
 
-// Collects items by key. A query comes from anyone: with many keys they are found by hash, not one by one.
+// Collects items by key. A query comes from anyone: when the keys are many they are found by an index, not one by one.
 class Collector {
  public:
+  explicit Collector(std::string_view query) {
+    _slots.reserve(std::min<std::size_t>(fewKeys, static_cast<std::size_t>(std::ranges::count(query, '='))));
+  }
+
   void add(std::string_view component) {
     const auto equals = component.find('=');
     if (equals == std::string_view::npos || component.find('=', equals + 1) != std::string_view::npos) return;
@@ -77,33 +84,34 @@ class Collector {
 
  private:
   struct Slot {
+    std::size_t hash;
     std::string key;
     std::optional<std::string> value;
   };
   static constexpr std::size_t fewKeys = 32;
 
   Slot& slotFor(std::string key) {
-    const std::size_t place = placeOf(key);
+    const std::size_t hash = std::hash<std::string>()(key);
+    const std::size_t place = placeOf(hash, key);
     if (place < _slots.size()) return _slots[place];
-    if (_slots.size() >= fewKeys) indexFrom(_places.size());
-    auto& slot = _slots.emplace_back(Slot{std::move(key), std::nullopt});
-    if (_slots.size() > fewKeys) _places.emplace(slot.key, place);
-    return slot;
+    _slots.push_back({hash, std::move(key), std::nullopt});
+    while (_slots.size() > fewKeys && _index.size() < _slots.size())
+      _index.emplace(_slots[_index.size()].key, _index.size());
+    return _slots.back();
   }
 
-  [[nodiscard]] std::size_t placeOf(const std::string& key) const {
-    if (_slots.size() <= fewKeys)
-      return static_cast<std::size_t>(std::ranges::find(_slots, key, &Slot::key) - _slots.begin());
-    const auto found = _places.find(key);
-    return found == _places.end() ? _slots.size() : found->second;
-  }
-
-  void indexFrom(std::size_t first) {
-    for (std::size_t i = first; i < _slots.size(); ++i) _places.emplace(_slots[i].key, i);
+  // Where the key is, or the number of slots.
+  [[nodiscard]] std::size_t placeOf(std::size_t hash, const std::string& key) const {
+    if (!_index.empty()) {
+      const auto found = _index.find(key);
+      return found == _index.end() ? _slots.size() : found->second;
+    }
+    const auto isSame = [&](const Slot& slot) { return slot.hash == hash && slot.key == key; };
+    return static_cast<std::size_t>(std::ranges::find_if(_slots, isSame) - _slots.begin());
   }
 
   std::vector<Slot> _slots;
-  std::unordered_map<std::string, std::size_t> _places;
+  std::unordered_map<std::string, std::size_t> _index;
 };
 
 void appendEscaped(std::string& text, std::string_view part) {
@@ -144,12 +152,12 @@ void QueryItems::removeValue(std::string_view key) {
 }
 
 QueryItems queryItems(std::string_view url) {
-  Collector collector;
   std::string_view rest = queryOf(url);
+  Collector collector(rest);
   while (!rest.empty()) {
-    const auto end = std::min(rest.find_first_of("&?"), rest.size());
-    collector.add(rest.substr(0, end));
-    rest.remove_prefix(std::min(end + 1, rest.size()));
+    const auto end = std::ranges::find_if(rest, [](char c) { return c == '&' || c == '?'; });
+    collector.add({rest.begin(), end});
+    rest = {end == rest.end() ? end : end + 1, rest.end()};
   }
   QueryItems result;
   result._items = std::move(collector).items();

@@ -7,6 +7,7 @@
 #include <array>
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 
 namespace platform::Linux {
@@ -111,15 +112,26 @@ const Page& pageOf(Table& table, unsigned number, Unicode::CompareOptions option
   return *page;
 }
 
-// Makes `folded` the ASCII beginning of `text`, folded, and returns its length. Only case folds there.
+// Four units in one word, one in each 16 bits.
+constexpr std::uint64_t inEach(std::uint64_t unit) { return unit << 48 | unit << 32 | unit << 16 | unit; }
+
+// Four ASCII units in lower case: adding takes a unit from 'A' on, and one beyond 'Z', to bit 7.
+constexpr std::uint64_t lowered(std::uint64_t units) {
+  const std::uint64_t isUpper = ((units + inEach(0x80 - u'A')) ^ (units + inEach(0x7F - u'Z'))) & inEach(0x80);
+  return units + (isUpper >> 2);
+}
+
+// Writes the ASCII beginning of `text`, folded, to the front of `folded`, in steps of four units; returns its length. Only
+// case folds there.
 std::size_t foldASCII(std::u16string_view text, bool foldsCase, std::u16string& folded) {
-  folded.resize(text.size());
   std::size_t i = 0;
-  for (; i < text.size() && text[i] < 0x80; ++i) {
-    const bool isUpper = text[i] >= u'A' && text[i] <= u'Z';
-    folded[i] = static_cast<char16_t>(text[i] + (foldsCase && isUpper ? 0x20 : 0));
+  for (; i + 4 <= text.size(); i += 4) {
+    std::uint64_t units = 0;
+    std::memcpy(&units, text.data() + i, sizeof units);
+    if ((units & inEach(0xFF80)) != 0) return i;
+    if (foldsCase) units = lowered(units);
+    std::memcpy(folded.data() + i, &units, sizeof units);
   }
-  folded.resize(i);
   return i;
 }
 
@@ -140,15 +152,24 @@ std::u16string foldedByLibrary(std::u16string_view text, Unicode::CompareOptions
 
 bool foldByTable(std::u16string_view text, Unicode::CompareOptions options, std::u16string& folded) {
   static std::array<Table, 8> tables{};
-  const std::size_t plain = foldASCII(text, (options & Unicode::CaseInsensitiveSearch) != 0, folded);
   Table& table = tables[tableNumber(options)];
-  for (const char16_t unit : text.substr(plain)) {
-    const Page& page = pageOf(table, unit >> 8, options);
-    const Entry entry = page.entries[unit & 0xFF];
+  folded.resize(text.size());
+  std::size_t read = foldASCII(text, (options & Unicode::CaseInsensitiveSearch) != 0, folded);
+  std::size_t written = read;
+  // As long as nothing becomes longer, there is room for it.
+  for (; read < text.size(); ++read) {
+    const Entry& entry = pageOf(table, text[read] >> 8, options).entries[text[read] & 0xFF];
+    if (entry.length > 1) break;
+    folded[written] = entry.value;
+    written += entry.length;
+  }
+  folded.resize(written);
+  for (; read < text.size(); ++read) {
+    const Page& page = pageOf(table, text[read] >> 8, options);
+    const Entry& entry = page.entries[text[read] & 0xFF];
+    if (entry.length == dependsOnNeighbours) return false;
     if (entry.length == 1)
       folded += entry.value;
-    else if (entry.length == dependsOnNeighbours)
-      return false;
     else
       folded.append(page.texts, entry.value, entry.length);
   }

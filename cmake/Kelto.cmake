@@ -48,7 +48,7 @@ function(kelto_tests folder)
       target_compile_definitions(${program} PRIVATE KELTO_BIN_DIR="${CMAKE_BINARY_DIR}/bin"
                                                     KELTO_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
       gtest_discover_tests(${program} TEST_PREFIX "${folder}/" DISCOVERY_TIMEOUT 60
-                           PROPERTIES LABELS ${label} TIMEOUT 120 ENVIRONMENT RC_PARAMS=max_success=2000)
+                           PROPERTIES LABELS ${label} TIMEOUT 120 ENVIRONMENT RC_PARAMS=max_success=500)
     endif()
   endforeach()
 endfunction()

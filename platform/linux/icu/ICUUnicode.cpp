@@ -41,7 +41,7 @@ bool isMarkAt(const icu::UnicodeString& text, int32_t index) {
 bool containsASCII(std::u16string_view text, std::u16string_view searched, bool ignoringCase) {
   if (!ignoringCase) return text.find(searched) != std::u16string_view::npos;
   const auto isSame = [](char16_t a, char16_t b) { return lowered(a) == lowered(b); };
-  return !std::ranges::search(text, searched, isSame).empty();
+  return std::search(text.begin(), text.end(), searched.begin(), searched.end(), isSame) != text.end();
 }
 
 }  // namespace

@@ -1,0 +1,21 @@
+// Any format may be filled with any arguments. The first byte says how many there are and of which kinds.
+#include <vector>
+
+#include "fuzz/Target.h"
+#include "platform/Format.h"
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size == 0) return 0;
+  const platform::FormatArgument kinds[] = {"text",
+                                            -7,
+                                            std::uint64_t{18446744073709551615U},
+                                            -1.5e300,
+                                            static_cast<const void*>(nullptr),
+                                            std::optional<std::string>()};
+  std::vector<platform::FormatArgument> arguments;
+  for (unsigned i = 0; i < data[0] % 8U; ++i) arguments.push_back(kinds[(data[0] / 8U + i) % std::size(kinds)]);
+  const auto format = fuzz::text(data + 1, size - 1);
+  const std::string filled = platform::format(format, arguments);
+  if (format.find('%') == std::string_view::npos) fuzz::require(filled == format, "a text without a percent sign stays");
+  return 0;
+}

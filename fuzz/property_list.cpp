@@ -1,0 +1,17 @@
+// Any bytes are a property list or are refused with a reason; what is read is written in a form that reads the same.
+#include <string>
+
+#include "fuzz/Target.h"
+#include "platform/PropertyList.h"
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  std::string reason;
+  const auto value = platform::PropertyList::parse(fuzz::text(data, size), &reason);
+  fuzz::require(value.has_value() == reason.empty(), "a refusal has a reason, and nothing else has");
+  if (!value) return 0;
+  // A string of the binary form may hold what no XML can.
+  const std::string written = platform::PropertyList::serializeXML(*value);
+  const auto again = platform::PropertyList::parse(written);
+  if (again) fuzz::require(platform::PropertyList::serializeXML(*again) == written, "what is written reads the same");
+  return 0;
+}

@@ -72,6 +72,42 @@ TEST_F(DebugDefaults, ResettingLeavesThePurgeSwitches) {
   EXPECT_EQ(loggingLevel(fake.defaults), 4);
 }
 
+TEST_F(DebugDefaults, ResettingRemovesTheLevelAndNothingElse) {
+  for (const char* key : {"KTInAppDebugOptionsEnabled", "KTDebugEnabled", "KTLoggingLevel", "KTPurgeCachesOnStartup",
+                          "KTPurgePreferencesOnStartup"})
+    store(key, 5);
+  resetDebugDefaults(fake.defaults);
+  EXPECT_EQ(fake.defaults.values.size(), 4U);
+  EXPECT_FALSE(fake.defaults.values.contains("KTLoggingLevel"));
+}
+
+TEST_F(DebugDefaults, WithDebuggingOffNothingIsPurgedAndTheLevelIsTheDefault) {
+  build("development");
+  store("KTDebugEnabled", false);
+  store("KTPurgeCachesOnStartup", true);
+  store("KTPurgePreferencesOnStartup", true);
+  store("KTLoggingLevel", 7);
+  EXPECT_FALSE(cachesPurgedOnStartup(fake.defaults));
+  EXPECT_FALSE(preferencesPurgedOnStartup(fake.defaults));
+  EXPECT_EQ(loggingLevel(fake.defaults), 4);
+}
+
+TEST_F(DebugDefaults, AStoredNoIsANo) {
+  build("development");
+  store("KTDebugEnabled", true);
+  store("KTPurgeCachesOnStartup", "NO");
+  store("KTPurgePreferencesOnStartup", false);
+  EXPECT_FALSE(cachesPurgedOnStartup(fake.defaults));
+  EXPECT_FALSE(preferencesPurgedOnStartup(fake.defaults));
+}
+
+TEST_F(DebugDefaults, ANegativeLevelIsKept) {
+  build("development");
+  store("KTDebugEnabled", true);
+  setLoggingLevel(fake.defaults, -1);
+  EXPECT_EQ(loggingLevel(fake.defaults), -1);
+}
+
 TEST_F(DebugDefaults, SwitchingOffRemovesTheKey) {
   setPreferencesPurgedOnStartup(fake.defaults, true);
   setPreferencesPurgedOnStartup(fake.defaults, false);

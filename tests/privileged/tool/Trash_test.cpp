@@ -2,7 +2,7 @@
 
 #include <fcntl.h>
 
-#include <regex>
+#include <algorithm>
 
 #include "tests/privileged/tool/ToolRun.h"
 
@@ -35,11 +35,13 @@ TEST_F(TrashFile, MovesTheItemToTheUsersTrash) {
 TEST_F(TrashFile, SaysWhereItWasAndWhenItWent) {
   write(folder / "a b%\xc3\xa9", "item");
   expectSuccess(trash(folder / "a b%\xc3\xa9"));
-  const auto info = read(trashFolder / "info/a b%\xc3\xa9.trashinfo");
-  EXPECT_TRUE(std::regex_match(info, std::regex("\\[Trash Info\\]\nPath=(.*)\nDeletionDate="
-                                                "\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d\n")))
-      << info;
-  EXPECT_THAT(info, ::testing::HasSubstr("Path=" + folder.string() + "/a%20b%25%C3%A9\n"));
+  auto info = read(trashFolder / "info/a b%\xc3\xa9.trashinfo");
+  const auto date = info.find("DeletionDate=");
+  ASSERT_NE(date, std::string::npos);
+  EXPECT_EQ(info.substr(0, date), "[Trash Info]\nPath=" + folder.string() + "/a%20b%25%C3%A9\n");
+  std::replace_if(
+      info.begin() + static_cast<std::ptrdiff_t>(date), info.end(), [](char c) { return c >= '0' && c <= '9'; }, '9');
+  EXPECT_EQ(info.substr(date), "DeletionDate=9999-99-99T99:99:99\n");
 }
 
 TEST_F(TrashFile, TellsItsPlaceInTheOutput) {

@@ -295,7 +295,7 @@ TEST_F(LaunchApplication, SignalsAreAsAtLogin) {
   EXPECT_EQ(sigismember(&after, SIGUSR2), 0);
   const auto facts = report();
   EXPECT_THAT(all(facts, "blocked"), ElementsAre());
-  EXPECT_THAT(all(facts, "changed"), ElementsAre());
+  EXPECT_THAT(all(facts, "ignored"), ElementsAre());
 }
 
 TEST_F(LaunchApplication, ItIsNobodysChildAndHasASessionOfItsOwn) {

@@ -194,8 +194,8 @@ std::string signals() {
   for (int number = 1; number < NSIG; ++number) {
     struct sigaction action {};
     if (sigismember(&blocked, number) == 1) text += "blocked " + std::to_string(number) + "\n";
-    if (::sigaction(number, nullptr, &action) == 0 && action.sa_handler != SIG_DFL)
-      text += "changed " + std::to_string(number) + "\n";
+    if (::sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN)
+      text += "ignored " + std::to_string(number) + "\n";
   }
   return text;
 }

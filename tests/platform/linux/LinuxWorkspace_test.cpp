@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "platform/linux/Launch.h"
+#include "platform/linux/LinuxBundle.h"
 #include "platform/linux/RunningProcesses.h"
 #include "tests/platform/linux/Applications.h"
 
@@ -380,6 +381,22 @@ TEST_F(LaunchApplication, FailuresLeakNoDescriptors) {
   const int after = ::dup(0);
   ::close(after);
   EXPECT_EQ(before, after);
+}
+
+TEST_F(LaunchApplication, ABundleOnDiskIsLaunchedAndListedByItsInformationList) {
+  const std::string bundle = makeBundle("App.app", "");
+  tests::writeFile(bundle + "/Contents/Info.plist",
+                   "<plist version=\"1.0\"><dict><key>CFBundleIdentifier</key><string>com.kelto.on-disk</string>"
+                   "<key>CFBundleExecutable</key><string>program</string></dict></plist>");
+  const LinuxBundles onDisk(log);
+  LinuxWorkspace own(onDisk, log, direct);
+  ASSERT_TRUE(own.launchApplication(bundle, NSWorkspaceLaunchDefault, nullptr));
+  EXPECT_THAT(all(report(), "argument"), ElementsAre(bundle + program));
+  ::unsetenv("KELTO_TEST_REPORT");
+  TestProgram copy({bundle + program, "plain"});
+  ASSERT_TRUE(copy.isReady());
+  EXPECT_EQ(own.runningApplications("com.kelto.on-disk").size(), 1U);
+  EXPECT_TRUE(log.lines.empty());
 }
 
 }  // namespace

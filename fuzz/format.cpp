@@ -11,7 +11,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
                                             std::uint64_t{18446744073709551615U},
                                             -1.5e300,
                                             static_cast<const void*>(nullptr),
-                                            std::optional<std::string>()};
+                                            static_cast<const char*>(nullptr)};
   std::vector<platform::FormatArgument> arguments;
   for (unsigned i = 0; i < data[0] % 8U; ++i) arguments.push_back(kinds[(data[0] / 8U + i) % std::size(kinds)]);
   const auto format = fuzz::text(data + 1, size - 1);

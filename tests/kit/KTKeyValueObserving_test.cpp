@@ -58,6 +58,8 @@ TEST_F(Waiter, DoesNotRunForAnotherKey) {
   wait();
   player->setOutput(nullptr);
   EXPECT_EQ(runs, 0);
+  player->setVolume(1);
+  EXPECT_EQ(runs, 1);
 }
 
 TEST_F(Waiter, RunsForEveryPartOfALongerKeyPath) {

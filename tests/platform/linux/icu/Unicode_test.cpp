@@ -7,6 +7,7 @@
 #include <fstream>
 #include <map>
 #include <sstream>
+#include <thread>
 
 #include "platform/linux/icu/FoldingTable.h"
 
@@ -193,6 +194,19 @@ RC_GTEST_PROP(Folding, TheTableAgreesWithTheLibraryOnAnyText, ()) {
   RC_CLASSIFY(isWhole, "by table");
   if (isWhole) RC_ASSERT(byTable == platform::Linux::foldedByLibrary(text, options));
   RC_ASSERT(folded(text, options) == platform::Linux::foldedByLibrary(text, options));
+}
+
+TEST(Folding, ThreadsThatFoldAtOnceAgree) {
+  std::u16string text;
+  for (unsigned n = 0x20; n < 0xD800; n += 7) text += static_cast<char16_t>(n);
+  std::vector<std::u16string> results(4);
+  std::vector<std::thread> threads;
+  for (auto& result : results)
+    threads.emplace_back([&] {
+      for (const char16_t unit : text) result += folded({&unit, 1}, 385);
+    });
+  for (auto& thread : threads) thread.join();
+  for (const auto& result : results) EXPECT_EQ(result, results[0]);
 }
 
 // A text folded twice is as folded once, also when the first time left the marks: the search relies on it.

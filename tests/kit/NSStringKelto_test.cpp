@@ -96,6 +96,11 @@ TEST(SearchableString, EmptyTextsAndMarkedRangesAreNotFound) {
   EXPECT_EQ(rangeOfSearchableString_options_range(u"abc", u"a", 0, {3, 1}), none);
 }
 
+TEST(SearchableString, ARangeBehindTheTextIsNotFoundEvenWhereFoldingReachesIt) {
+  EXPECT_EQ(rangeOfSearchableString_options_range(u"ßß", u"s", CaseInsensitiveSearch, {3, 1}), none);
+  EXPECT_EQ(rangeOfSearchableString_options_range(u"ßß", u"s", CaseInsensitiveSearch, {2, 1}), (Range{2, 1}));
+}
+
 TEST(SearchableString, OnlyTheRangeIsLookedAt) {
   EXPECT_EQ(rangeOfSearchableString_options_range(u"abab", u"ab", 0, {1, 3}), (Range{2, 2}));
   EXPECT_EQ(rangeOfSearchableString_options_range(u"xxab", u"ab", 0, {0, 3}), none);

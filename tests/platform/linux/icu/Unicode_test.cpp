@@ -162,6 +162,21 @@ TEST(Folding, OnlyTheOptionsAskedForApply) {
       u"\uFF21\u00C9");
 }
 
+TEST(Folding, ALongASCIITextFoldsLikeItsCharacters) {
+  for (unsigned shift = 0; shift < 4; ++shift) {
+    std::u16string text(shift, u'-');
+    std::u16string expected = text;
+    for (char16_t c = 0; c < 0x80; ++c) {
+      text += c;
+      expected += c >= u'A' && c <= u'Z' ? static_cast<char16_t>(c + 0x20) : c;
+    }
+    EXPECT_EQ(folded(text, CaseInsensitiveSearch), expected);
+    EXPECT_EQ(folded(text, DiacriticInsensitiveSearch), text);
+    EXPECT_EQ(folded(text + u'\u00C9', CaseInsensitiveSearch), expected + u'\u00E9');
+    EXPECT_EQ(folded(text + u'\u00C9', DiacriticInsensitiveSearch), text + u'E');
+  }
+}
+
 TEST(Folding, ANarrowLetterJoinsWithItsSoundMark) { EXPECT_EQ(folded(u"\uFF76\uFF9E", WidthInsensitiveSearch), u"\u30AC"); }
 
 TEST(Folding, MarksGoWhereverTheyStand) {

@@ -17,7 +17,7 @@
 #include <utility>
 #include <vector>
 
-namespace test_support {
+namespace tests {
 
 // A program that dies with its parent.
 class ChildProcess {
@@ -30,14 +30,20 @@ class ChildProcess {
   }
   ~ChildProcess() {
     if (_pid <= 0) return;
-    kill(_pid, SIGTERM);
+    send(SIGTERM);
     wait();
   }
 
   [[nodiscard]] pid_t pid() const { return _pid; }
 
+  // Does nothing once it was waited for.
+  void send(int signal) const {
+    if (_pid > 0) kill(_pid, signal);
+  }
+
   // Waits for the end; the exit status, or 128 and the signal.
   int wait() {
+    if (_pid <= 0) return 127;
     int status = 0;
     waitpid(std::exchange(_pid, -1), &status, 0);
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
@@ -112,4 +118,4 @@ class PrivateDisplay {
   ChildProcess _windowManager{std::vector<std::string>{"true"}};
 };
 
-}  // namespace test_support
+}  // namespace tests

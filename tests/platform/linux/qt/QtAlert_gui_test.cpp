@@ -10,7 +10,7 @@
 using namespace platform;
 using namespace platform::Linux;
 using namespace qt_test;
-using test_support::outputOf;
+using tests::outputOf;
 
 namespace {
 
@@ -106,10 +106,13 @@ TEST(QtAlert, ItStandsOverTheWindowAndKeepsInputFromIt) {
   runAlertAnd(
       plain, &window,
       [&](QDialog& dialog) {
-        EXPECT_TRUE(dialog.frameGeometry().intersects(window.frameGeometry()));
+        EXPECT_TRUE(spinUntil([&] { return dialog.frameGeometry().intersects(window.frameGeometry()); }));
         EXPECT_EQ(dialog.parentWidget(), &window);
         outputOf("xdotool mousemove 310 310 click 1");
-        outputOf("xdotool windowactivate --sync " + std::to_string(dialog.winId()));
+        EXPECT_TRUE(spinUntil([&] {
+          outputOf("xdotool windowactivate " + std::to_string(dialog.winId()));
+          return dialog.isActiveWindow();
+        }));
       },
       "xdotool key Return");
   EXPECT_EQ(presses, 0);

@@ -12,7 +12,7 @@
 using namespace platform;
 using namespace platform::Linux;
 using namespace qt_test;
-using test_support::outputOf;
+using tests::outputOf;
 
 namespace {
 

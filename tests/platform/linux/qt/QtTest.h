@@ -43,7 +43,7 @@ inline void PrintTo(const OutsideView& view, std::ostream* stream) {
 }
 
 inline OutsideView seenFromOutside(const QWidget& widget) {
-  const auto text = test_support::outputOf("xwininfo -id " + std::to_string(widget.winId()));
+  const auto text = tests::outputOf("xwininfo -id " + std::to_string(widget.winId()));
   const auto number = [&text](const char* label) {
     const auto place = text.find(label);
     return place == std::string::npos ? -1 : std::atoi(text.c_str() + place + std::string(label).size());

@@ -69,7 +69,7 @@ TEST_F(QtWindowOnScreen, AChangedHeightKeepsTheBottomLeftCorner) {
 TEST_F(QtWindowOnScreen, ItsTitleIsSeenByTheWindowManager) {
   window.setTitle("Kelto Installer – %d & \"Söhne\"");
   show();
-  const auto title = test_support::outputOf("xdotool getwindowname " + std::to_string(widget.winId()));
+  const auto title = tests::outputOf("xdotool getwindowname " + std::to_string(widget.winId()));
   EXPECT_EQ(title, "Kelto Installer – %d & \"Söhne\"\n");
 }
 
@@ -95,7 +95,7 @@ TEST_F(QtWindowOnScreen, AWindowManagersCloseRequestIsReportedAndTheWindowStays)
   int requests = 0;
   widget.onClose = [&] { ++requests; };
   show();
-  test_support::outputOf("xdotool windowclose 2>/dev/null; xdotool key --clearmodifiers alt+F4");
+  tests::outputOf("xdotool windowclose 2>/dev/null; xdotool key --clearmodifiers alt+F4");
   EXPECT_TRUE(spinUntil([&] { return requests == 1; }));
   EXPECT_TRUE(widget.isVisible());
 }
@@ -103,13 +103,13 @@ TEST_F(QtWindowOnScreen, AWindowManagersCloseRequestIsReportedAndTheWindowStays)
 TEST_F(QtWindowOnScreen, ItIsDraggedByItsFace) {
   window.setFrameOrigin({300, 300});
   show();
-  test_support::outputOf("xdotool mousemove 400 450 mousedown 1");
+  tests::outputOf("xdotool mousemove 400 450 mousedown 1");
   int step = 0;
   EXPECT_TRUE(spinUntil([&] {
-    test_support::outputOf("xdotool mousemove " + std::to_string(410 + step++ % 90) + " 450");
+    tests::outputOf("xdotool mousemove " + std::to_string(410 + step++ % 90) + " 450");
     return seenFromOutside(widget).x > 320;
   }));
-  test_support::outputOf("xdotool mouseup 1");
+  tests::outputOf("xdotool mouseup 1");
   EXPECT_TRUE(spinUntil([this] { return window.frame().origin.x == seenFromOutside(widget).x; }));
   EXPECT_GT(window.frame().origin.x, 320);
 }

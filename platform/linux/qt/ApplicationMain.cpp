@@ -1,0 +1,119 @@
+// The application framework's main function on Linux: the parts of the platform, put together.
+#include <QApplication>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+#include "platform/linux/LinuxAuthorizationServices.h"
+#include "platform/linux/LinuxBundle.h"
+#include "platform/linux/LinuxDistributedNotificationCenter.h"
+#include "platform/linux/LinuxFileManager.h"
+#include "platform/linux/LinuxServiceManagement.h"
+#include "platform/linux/LinuxShell.h"
+#include "platform/linux/LinuxSystemLog.h"
+#include "platform/linux/LinuxUserDefaults.h"
+#include "platform/linux/LinuxWorkspace.h"
+#include "platform/linux/qt/Display.h"
+#include "platform/linux/qt/Look.h"
+#include "platform/linux/qt/QtApplication.h"
+#include "platform/linux/qt/QtBlockingCall.h"
+#include "platform/linux/qt/TerminationSignals.h"
+
+namespace platform {
+namespace {
+
+using namespace platform::Linux;
+
+constexpr const char* standardPath = "/usr/local/bin:/usr/bin:/bin";
+
+// The program's name: what the command line calls it.
+std::string programName(const char* path) {
+  const std::string text = path == nullptr ? "" : path;
+  return text.substr(text.find_last_of('/') + 1);
+}
+
+// Commands are looked for among the bundle's resources first. The path as it was goes to the programs that are launched.
+void putResourcesFirstOnPath(const Bundle& bundle) {
+  const char* before = std::getenv("PATH");
+  const std::string original = before == nullptr ? standardPath : before;
+  setenv("KELTO_ORIGINAL_PATH", original.c_str(), 1);
+  setenv("PATH", (bundle.bundlePath() + "/Contents/Resources:" + original).c_str(), 1);
+}
+
+// Hands what arrives on the bus to the centre, for as long as there is a bus.
+std::unique_ptr<QSocketNotifier> watch(LinuxDistributedNotificationCenter& center) {
+  if (center.fileDescriptor() < 0) return nullptr;
+  auto notifier = std::make_unique<QSocketNotifier>(center.fileDescriptor(), QSocketNotifier::Read);
+  QObject::connect(notifier.get(), &QSocketNotifier::activated, notifier.get(), [&center, watched = notifier.get()] {
+    center.process();
+    if (center.fileDescriptor() < 0) watched->setEnabled(false);
+  });
+  return notifier;
+}
+
+// Everything that lives as long as the application runs. Members are made in this order and go in the other.
+class Framework {
+ public:
+  Framework(int argc, char** argv, LinuxSystemLog& log)
+      : _log(log),
+        _defaults(argc, argv, _bundles.mainBundle().bundleIdentifier().value_or(""), log),
+        _application(_runLoop, _center, _bundles.mainBundle().infoString("CFBundleName").value_or(programName(argv[0]))),
+        _distributedCenter(_bundles.mainBundle().bundleIdentifier().value_or(""), log,
+                           [this](std::function<void()> action) { _runLoop.deliver(std::move(action)); }) {
+    putResourcesFirstOnPath(_bundles.mainBundle());
+  }
+
+  int run(const std::vector<DelegateClass>& classes) {
+    const auto name = _bundles.mainBundle().infoString("NSMainNibFile").value_or("MainWindow");
+    const auto path = _bundles.mainBundle().pathForResource(name, "ui");
+    if (!path) {
+      _log.log("the bundle " + _bundles.mainBundle().bundlePath() + " has no interface description " + name + ".ui");
+      return 1;
+    }
+    const auto notifier = watch(_distributedCenter);
+    const TerminationSignals signals([this] { _runLoop.deliver([this] { _application.terminateOnRequest(); }); });
+    return _application.run(_platform, *path, classes);
+  }
+
+ private:
+  LinuxSystemLog& _log;
+  LinuxBundles _bundles{_log, [this] { return preferredLanguages(_defaults); }};
+  LinuxUserDefaults _defaults;
+  NotificationCenter _center;
+  QtRunLoop _runLoop;
+  QtBlockingCall _blockingCall{_runLoop};
+  QtApplication _application;
+  LinuxDistributedNotificationCenter _distributedCenter;
+  LinuxFileManager _fileManager;
+  LinuxAuthorizationServices _authorizationServices{_blockingCall, _log};
+  LinuxWorkspace _workspace{_bundles, _log, _blockingCall};
+  LinuxServiceManagement _serviceManagement{_log};
+  LinuxShell _shell{_blockingCall};
+  Platform _platform{_application,       _runLoop,           _defaults,    _center,
+                     _distributedCenter, _bundles,           _fileManager, _authorizationServices,
+                     _workspace,         _serviceManagement, _shell,       _log};
+  Installation _installation{_platform};
+};
+
+}  // namespace
+
+int ApplicationMain(int argc, char** argv, const std::vector<DelegateClass>& classes) {
+  const auto name = programName(argv[0]);
+  const auto display = Display::choose();
+  if (!display.problem.empty()) {
+    std::fprintf(stderr, "%s: %s\n", name.c_str(), display.problem.c_str());
+    return 1;
+  }
+  LinuxSystemLog log(name);
+  if (!display.note.empty()) log.log(display.note);
+  // The arguments are the user defaults' and none of Qt's: it gets the name alone.
+  int count = 1;
+  char* nameOnly[] = {argv[0], nullptr};
+  auto environment = std::make_unique<Display::StartUpEnvironment>(display.qtPlatform);
+  QApplication application(count, nameOnly);
+  environment.reset();
+  applyLook(application);
+  return Framework(argc, argv, log).run(classes);
+}
+
+}  // namespace platform

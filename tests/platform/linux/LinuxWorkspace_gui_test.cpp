@@ -14,7 +14,7 @@ const std::string program = "/Contents/Linux/program";
 // A window is on the display a moment before the window manager lists it. True when it lists this many.
 bool areListed(std::ptrdiff_t windows) {
   return tests::eventually([&] {
-    const std::string list = test_support::outputOf("xprop -root _NET_CLIENT_LIST");
+    const std::string list = tests::outputOf("xprop -root _NET_CLIENT_LIST");
     return std::count(list.begin(), list.end(), 'x') == windows;
   });
 }
@@ -22,15 +22,9 @@ bool areListed(std::ptrdiff_t windows) {
 // A display with a window manager, and no session bus.
 class QuitOverTheDisplay : public ApplicationTest {
  protected:
-  // The window manager loses requests that come while it starts; it has started once it obeys one.
-  void SetUp() override {
-    ASSERT_TRUE(tests::eventually(
-        [] { return test_support::outputOf("xdotool set_num_desktops 2 && xdotool get_num_desktops") == "2\n"; }));
-  }
-
   tests::ScopedEnvironment _bus{"DBUS_SESSION_BUS_ADDRESS", "unix:path=/no/such/bus"};
   tests::ScopedEnvironment _name{"DISPLAY", ""};
-  test_support::PrivateDisplay display{"640x480x24"};
+  tests::PrivateDisplay display{"640x480x24"};
 };
 
 TEST_F(QuitOverTheDisplay, ItsWindowsAreClosedAndTheCopyQuits) {
@@ -90,7 +84,7 @@ TEST_F(QuitOverTheDisplay, TheActionOnTheBusComesFirst) {
 // A display without a window manager: nobody there would close a window.
 class DisplayAlone : public ApplicationTest {
  protected:
-  static std::string startServer(std::optional<test_support::ChildProcess>& server) {
+  static std::string startServer(std::optional<tests::ChildProcess>& server) {
     int ends[2];
     EXPECT_EQ(::pipe(ends), 0);
     server.emplace(std::vector<std::string>{"Xvfb", "-displayfd", std::to_string(ends[1]), "-screen", "0", "640x480x24",
@@ -103,7 +97,7 @@ class DisplayAlone : public ApplicationTest {
   }
 
   tests::ScopedEnvironment _bus{"DBUS_SESSION_BUS_ADDRESS", "unix:path=/no/such/bus"};
-  std::optional<test_support::ChildProcess> server;
+  std::optional<tests::ChildProcess> server;
   tests::ScopedEnvironment _name{"DISPLAY", startServer(server)};
 };
 
@@ -115,14 +109,14 @@ TEST_F(DisplayAlone, TheCopyGetsTheSignal) {
 }
 
 TEST_F(DisplayAlone, TheListThatADeadWindowManagerLeftIsNotBelieved) {
-  test_support::ChildProcess manager({"openbox", "--sm-disable"});
+  tests::ChildProcess manager({"openbox", "--sm-disable"});
   TestProgram copy({makeBundle("App.app") + program, "window", "quit"});
   ASSERT_TRUE(copy.isReady());
   ASSERT_TRUE(areListed(2));
   ::kill(manager.pid(), SIGKILL);
   manager.wait();
   ASSERT_TRUE(tests::eventually([] {
-    return test_support::outputOf("xprop -id $(xprop -root _NET_SUPPORTING_WM_CHECK | sed 's/.* //') _NET_WM_NAME 2>&1")
+    return tests::outputOf("xprop -id $(xprop -root _NET_SUPPORTING_WM_CHECK | sed 's/.* //') _NET_WM_NAME 2>&1")
                .find("BadWindow") != std::string::npos;
   }));
   ASSERT_TRUE(areListed(2));

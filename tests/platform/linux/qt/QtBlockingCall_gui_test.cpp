@@ -165,7 +165,10 @@ TEST_F(QtBlockingCallTest, KeysAndShortcutsDuringTheCallAreDropped) {
 
 TEST_F(QtBlockingCallTest, ACloseRequestDuringTheCallIsDropped) {
   show();
-  runShell("xdotool key alt+F4");
+  // The window manager obeys in order: once it has added desktops, it has sent the request to close.
+  runShell(
+      "xdotool key alt+F4; xdotool set_num_desktops 7; "
+      "for i in $(seq 500); do [ \"$(xdotool get_num_desktops)\" = 7 ] && break; done");
   letInputArrive();
   EXPECT_EQ(closeRequests, 0);
   EXPECT_TRUE(widget.isVisible());

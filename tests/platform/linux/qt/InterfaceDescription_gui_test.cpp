@@ -55,7 +55,7 @@ struct MainWindow : testing::Test {
 
   void show() {
     delegate.outlet<Window>("window")->makeKeyAndOrderFront();
-    ASSERT_TRUE(spinUntil([this] { return description->window().isActiveWindow(); }));
+    ASSERT_TRUE(spinUntil([this] { return isActiveForAll(description->window()); }));
   }
 
   int terminations = 0;

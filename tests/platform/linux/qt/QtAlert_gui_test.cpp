@@ -23,7 +23,7 @@ void runAlertAnd(const Alert& alert, QWidget* parent, const std::function<void(Q
   bool isDismissed = false;
   QTimer::singleShot(0, qApp, [&] {
     const auto dialog = [] { return dynamic_cast<QDialog*>(QApplication::activeModalWidget()); };
-    ASSERT_TRUE(spinUntil([&] { return dialog() != nullptr && dialog()->isActiveWindow(); }));
+    ASSERT_TRUE(spinUntil([&] { return dialog() != nullptr && isActiveForAll(*dialog()); }));
     look(*dialog());
     outputOf(dismiss);
     isDismissed = spinUntil([&] { return dialog() == nullptr || !dialog()->isVisible(); });

@@ -32,7 +32,7 @@ struct QtBlockingCallTest : testing::Test {
   void show() {
     widget.show();
     widget.activateWindow();
-    ASSERT_TRUE(spinUntil([this] { return widget.isActiveWindow() && seenFromOutside(widget).isViewable; }));
+    ASSERT_TRUE(spinUntil([this] { return isActiveForAll(widget) && seenFromOutside(widget).isViewable; }));
   }
 
   // Runs a shell line inside a blocking call.

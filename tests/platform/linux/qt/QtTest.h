@@ -52,4 +52,11 @@ inline OutsideView seenFromOutside(const QWidget& widget) {
           text.find("IsViewable") != std::string::npos};
 }
 
+// True once the window has the keyboard, also in the eyes of the window manager, which acts on the window that it has given
+// it to.
+inline bool isActiveForAll(const QWidget& window) {
+  return window.isActiveWindow() &&
+         tests::outputOf("xdotool getactivewindow 2>/dev/null") == std::to_string(window.winId()) + "\n";
+}
+
 }  // namespace qt_test

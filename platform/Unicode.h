@@ -33,7 +33,7 @@ bool isAlphanumeric(char16_t unit);
 
 // Replaces `folded` by `text` folded as the options ask, in this order: wide and narrow forms become ordinary ones; case is
 // folded fully ("ß" becomes "ss"), for no locale; nonspacing marks go. The length may change. `folded` keeps its capacity,
-// and nothing is allocated for a text that fits and has neither surrogates nor characters that join with the one before.
+// and nothing is allocated for a text that fits, unless it has characters that join with the one before.
 void fold(std::u16string_view text, CompareOptions options, std::u16string& folded);
 std::u16string folded(std::u16string_view text, CompareOptions options);
 

@@ -135,6 +135,16 @@ std::size_t foldASCII(std::u16string_view text, bool foldsCase, std::u16string& 
   return i;
 }
 
+// True when `text` begins with a whole surrogate pair whose character folds to itself, whatever stands around it: an emoji.
+bool beginsWithPlainPair(std::u16string_view text, Unicode::CompareOptions options) {
+  if (text.size() < 2 || !U16_IS_LEAD(text[0]) || !U16_IS_TRAIL(text[1])) return false;
+  const UChar32 character = U16_GET_SUPPLEMENTARY(text[0], text[1]);
+  if ((options & Unicode::CaseInsensitiveSearch) != 0 && u_foldCase(character, U_FOLD_CASE_DEFAULT) != character)
+    return false;
+  return u_getIntPropertyValue(character, UCHAR_DECOMPOSITION_TYPE) == U_DT_NONE &&
+         u_charType(character) != U_NON_SPACING_MARK && !joinsBackwards(character);
+}
+
 }  // namespace
 
 UnicodeString unicodeString(std::u16string_view text) {
@@ -167,11 +177,15 @@ bool foldByTable(std::u16string_view text, Unicode::CompareOptions options, std:
   for (; read < text.size(); ++read) {
     const Page& page = pageOf(table, text[read] >> 8, options);
     const Entry& entry = page.entries[text[read] & 0xFF];
-    if (entry.length == dependsOnNeighbours) return false;
-    if (entry.length == 1)
+    if (entry.length == 1) {
       folded += entry.value;
-    else
+    } else if (entry.length != dependsOnNeighbours) {
       folded.append(page.texts, entry.value, entry.length);
+    } else if (beginsWithPlainPair(text.substr(read), options)) {
+      folded.append(text, read++, 2);
+    } else {
+      return false;
+    }
   }
   return true;
 }

@@ -1,0 +1,17 @@
+#include "ui/NSColor+KTColorAdditions.h"
+
+namespace NSColor::KTColorAdditions {
+
+platform::Color colorWithStandardRed_green_blue(double red, double green, double blue) {
+  return colorWithStandardRed_green_blue_alpha(red, green, blue, 1);
+}
+
+platform::Color colorWithStandardRed_green_blue_alpha(double red, double green, double blue, double alpha) {
+  return {red, green, blue, alpha};
+}
+
+platform::Color colorWithStandardWhite_alpha(double white, double alpha) {
+  return colorWithStandardRed_green_blue_alpha(white, white, white, alpha);
+}
+
+}  // namespace NSColor::KTColorAdditions

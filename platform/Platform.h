@@ -11,6 +11,7 @@
 #include "platform/RunLoop.h"
 #include "platform/UserDefaults.h"
 #include "platform/UserInterface.h"
+#include "platform/ViewResources.h"
 #include "platform/Workspace.h"
 
 namespace platform {
@@ -28,6 +29,8 @@ struct Platform {
   ServiceManagement& serviceManagement;
   Shell& shell;
   SystemLog& systemLog;
+  // nullptr where no views are shown: images are then missing and nothing is loaded.
+  ViewResources* viewResources = nullptr;
   // The once-made objects of the process; last, so that they go before what they use.
   ProcessScope process{};
 };

@@ -1,0 +1,65 @@
+#include "platform/fake/FakeGraphics.h"
+
+#include <ostream>
+
+namespace platform::fake {
+
+void RecordingContext::scaleBy(double horizontal, double vertical) {
+  steps.push_back({.operation = "scale", .rect = {{}, {horizontal, vertical}}});
+}
+
+void RecordingContext::clipToRoundedRect(const Rect& rect, double horizontalRadius, double verticalRadius) {
+  const bool even = horizontalRadius == verticalRadius;
+  steps.push_back({.operation = even ? "clipRounded" : "clipUneven", .rect = rect, .number = horizontalRadius});
+}
+
+void RecordingContext::setFillColor(const Color& color) {
+  _fillColor = color;
+  _pattern.clear();
+}
+
+void RecordingContext::setFillPattern(const std::shared_ptr<const Image>& image) {
+  _fillColor = {};
+  _pattern = dynamic_cast<const FakeImage&>(*image).name;
+}
+
+void RecordingContext::fillRect(const Rect& rect) {
+  steps.push_back({.operation = "fillRect", .rect = rect, .color = _fillColor, .image = _pattern});
+}
+
+void RecordingContext::fillPathOfRect(const Rect& rect) {
+  steps.push_back({.operation = "fillPath", .rect = rect, .color = _fillColor, .image = _pattern});
+}
+
+void RecordingContext::drawLinearGradient(const Color& start, const Color& end, const Rect& rect, double degrees) {
+  steps.push_back({.operation = "gradient", .rect = rect, .color = start, .endColor = end, .number = degrees});
+}
+
+void RecordingContext::drawImage(const Image& image, const Rect& rect, CompositingOperation operation, double fraction) {
+  const bool copies = operation == CompositingOperation::Copy;
+  steps.push_back({.operation = copies ? "drawImage copy" : "drawImage over",
+                   .rect = rect,
+                   .image = dynamic_cast<const FakeImage&>(image).name,
+                   .number = fraction});
+}
+
+void PrintTo(const DrawingStep& step, std::ostream* out) {
+  const Rect& rect = step.rect;
+  *out << step.operation << " {{" << rect.origin.x << ", " << rect.origin.y << "}, {" << rect.size.width << ", "
+       << rect.size.height << "}} " << step.color.red * 255 << " " << step.endColor.red * 255 << " " << step.image << " "
+       << step.number;
+}
+
+std::shared_ptr<const Image> FakeViewResources::imageNamed(std::string_view name) {
+  const auto found = images.find(name);
+  return found == images.end() ? nullptr : found->second;
+}
+
+std::shared_ptr<View> FakeViewResources::loadNib(std::string_view name, ViewController& /*owner*/, std::string& cause) {
+  const auto found = nibs.find(name);
+  if (found != nibs.end()) return found->second();
+  cause = "there is no nib of that name";
+  return nullptr;
+}
+
+}  // namespace platform::fake

@@ -1,0 +1,66 @@
+#include "ui/KMEmbeddedWindowBackgroundView.h"
+
+#include "platform/ViewResources.h"
+#include "ui/NSColor+KMColor.h"
+
+using platform::GraphicsContext;
+using platform::Rect;
+
+namespace {
+
+constexpr double cornerRadius = 5;
+constexpr double footerHeight = 58;
+constexpr double contentStart = 60;  // above the footer and two hairlines
+constexpr double bloomStart = 61;
+constexpr double lowestBloomingView = 300;
+
+void fill(GraphicsContext& context, const platform::Color& color, const Rect& rect) {
+  context.setFillColor(color);
+  context.fillRect(rect);
+}
+
+platform::Color grey(int of255) { return NSColor::colorWithStandardWhite_alpha(static_cast<float>(of255) / 255.0F, 1); }
+
+}  // namespace
+
+bool KMEmbeddedWindowBackgroundView::setFlagForKey(bool value, std::string_view key) {
+  if (key != "hasBloom") return KAView::setFlagForKey(value, key);
+  setHasBloom(value);
+  return true;
+}
+
+// From x = 0 and, for the content, up to the top of the bounds: their origin's x plays no part.
+void KMEmbeddedWindowBackgroundView::drawRect(const Rect& /*dirtyRect*/) {
+  GraphicsContext* context = GraphicsContext::current();
+  if (context == nullptr) return;
+  const Rect area = bounds();
+  const double width = area.size.width;
+  context->saveGraphicsState();
+  context->clipToRoundedRect(area, cornerRadius, cornerRadius);
+  fill(*context, NSColor::embeddedWindowFooterBackgroundColor(), {{0, 0}, {width, footerHeight}});
+  fill(*context, grey(232), {{0, footerHeight}, {width, 1}});
+  fill(*context, grey(171), {{0, footerHeight + 1}, {width, 1}});
+  const Rect content{{0, contentStart}, {width, area.origin.y + area.size.height - contentStart}};
+  if (_hasBloom)
+    drawBloomContent(*context, content);
+  else
+    fill(*context, platform::Color::whiteColor(), content);
+  context->restoreGraphicsState();
+}
+
+void KMEmbeddedWindowBackgroundView::drawBloomContent(GraphicsContext& context, const Rect& content) const {
+  constexpr double downwards = -90;
+  context.drawLinearGradient(NSColor::embeddedWindowBackgroundStartColor(), NSColor::embeddedWindowBackgroundEndColor(),
+                             content, downwards);
+  if (bounds().size.height >= lowestBloomingView) {
+    if (const auto bloom = platform::imageNamed("s_bloom")) {
+      const platform::Size size = bloom->size();
+      context.drawImage(*bloom, {{bounds().size.width - size.width, bloomStart}, size},
+                        platform::CompositingOperation::SourceOver, 1);
+    }
+  }
+  if (const auto dots = platform::imageNamed("s_dot_pattern")) {
+    context.setFillPattern(dots);
+    context.fillPathOfRect(content);
+  }
+}

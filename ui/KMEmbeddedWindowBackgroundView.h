@@ -1,0 +1,23 @@
+#pragma once
+// The wizard window's face: a rounded panel with a footer band, two hairlines above it, and the content area above these.
+// Main thread only.
+#include "ui/KAView.h"
+
+class KMEmbeddedWindowBackgroundView : public KAView {
+ public:
+  using KAView::KAView;
+
+  // Whether the content area has the gradient, the bloom (in a view of 300 points or higher) and the dot pattern; otherwise
+  // it is white. Set by the interface description, before the first drawing: a change alone draws nothing.
+  [[nodiscard]] bool hasBloom() const { return _hasBloom; }
+  void setHasBloom(bool hasBloom) { _hasBloom = hasBloom; }
+  bool setFlagForKey(bool value, std::string_view key) override;
+
+  // Always the whole face.
+  void drawRect(const platform::Rect& dirtyRect) override;
+
+ private:
+  void drawBloomContent(platform::GraphicsContext& context, const platform::Rect& content) const;
+
+  bool _hasBloom = false;
+};

@@ -14,6 +14,7 @@
 namespace platform {
 
 struct Platform;
+class View;
 
 class InterfaceElement {
  public:
@@ -82,9 +83,15 @@ struct DelegateClass {
   std::function<std::unique_ptr<ApplicationDelegate>(Platform&)> make;
 };
 
+struct ViewClass {
+  std::string_view name;
+  std::function<std::shared_ptr<View>()> make;
+};
+
 // The application framework's main function: makes the platform, loads the main interface description (the information key
 // "NSMainNibFile" of the main bundle), makes the delegate that it names, connects its outlets and runs until
 // Application::terminate. Returns the exit status. Implemented once per platform.
-int ApplicationMain(int argc, char** argv, const std::vector<DelegateClass>& classes);
+int ApplicationMain(int argc, char** argv, const std::vector<DelegateClass>& classes,
+                    const std::vector<ViewClass>& viewClasses = {});
 
 }  // namespace platform

@@ -9,13 +9,15 @@
 #include "platform/linux/qt/FaceView.h"
 #include "platform/linux/qt/QtElements.h"
 #include "platform/linux/qt/QtProgressBar.h"
+#include "platform/linux/qt/QtViewResources.h"
+#include "platform/linux/qt/ViewHostWidget.h"
 
 namespace platform::Linux {
 namespace {
 
 class Loader final : public QUiLoader {
  public:
-  Loader() : Loader(QCoreApplication::libraryPaths()) {}
+  explicit Loader(const std::vector<ViewClass>& viewClasses) : Loader(viewClasses, QCoreApplication::libraryPaths()) {}
 
   QWidget* createWidget(const QString& className, QWidget* parent, const QString& name) override {
     QWidget* widget = make(className, parent, name);
@@ -26,16 +28,20 @@ class Loader final : public QUiLoader {
  private:
   // Designer's plug-ins bring widgets that this application does not use, and the libraries of these. The loader's
   // constructor loads them from Qt's library paths, so there are none while it runs.
-  explicit Loader(const QStringList& libraryPaths) : QUiLoader((QCoreApplication::setLibraryPaths({}), nullptr)) {
+  Loader(const std::vector<ViewClass>& viewClasses, const QStringList& libraryPaths)
+      : QUiLoader((QCoreApplication::setLibraryPaths({}), nullptr)), _viewClasses(viewClasses) {
     QCoreApplication::setLibraryPaths(libraryPaths);
   }
 
   QWidget* make(const QString& className, QWidget* parent, const QString& name) {
     if (parent == nullptr) return new WindowWidget;
+    if (const auto view = makeView(_viewClasses, className.toStdString())) return new ViewHostWidget(view, parent);
     if (className == "KMEmbeddedWindowBackgroundView") return new FaceView(parent);
     if (className == "QProgressBar") return new ProgressBarWidget(parent);
     return QUiLoader::createWidget(className, parent, name);
   }
+
+  const std::vector<ViewClass>& _viewClasses;
 };
 
 std::shared_ptr<InterfaceElement> elementOver(QWidget& widget) {
@@ -49,14 +55,14 @@ std::shared_ptr<InterfaceElement> elementOver(QWidget& widget) {
 }  // namespace
 
 std::unique_ptr<InterfaceDescription> InterfaceDescription::load(const std::string& path,
-                                                                 const std::function<void()>& terminate,
-                                                                 std::string& cause) {
+                                                                 const std::function<void()>& terminate, std::string& cause,
+                                                                 const std::vector<ViewClass>& viewClasses) {
   QFile document(qtString(path));
   if (!document.open(QIODevice::ReadOnly)) {
     cause = document.errorString().toStdString();
     return nullptr;
   }
-  Loader loader;
+  Loader loader(viewClasses);
   std::unique_ptr<QWidget> loaded(loader.load(&document));
   if (!loaded) {
     cause = loader.errorString().toStdString();

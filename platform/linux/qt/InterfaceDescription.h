@@ -5,7 +5,7 @@
 //   delegateClass  on the top-level widget: the class of the application's delegate
 //   action         on a button: "terminate:" ends the application when it is pressed
 //   namedBy        on a widget: the name of the label whose text is its name for assistive tools
-//   hasBloom       on the background (class KMEmbeddedWindowBackgroundView)
+//   any boolean    on a widget whose class is a view's: set on the view
 // Every widget with a name is an outlet of that name; the top-level is the window.
 #include <functional>
 #include <memory>
@@ -19,10 +19,10 @@ namespace platform::Linux {
 
 class InterfaceDescription {
  public:
-  // Loads the document at `path`. `terminate` is what closing the window and the action "terminate:" do. Nothing when the
-  // document cannot be read; `cause` then says why.
+  // Loads the document at `path`; widgets of the classes `viewClasses` show a view each. `terminate` is what closing the
+  // window and the action "terminate:" do. Nothing when the document cannot be read; `cause` then says why.
   static std::unique_ptr<InterfaceDescription> load(const std::string& path, const std::function<void()>& terminate,
-                                                    std::string& cause);
+                                                    std::string& cause, const std::vector<ViewClass>& viewClasses = {});
 
   // Empty when the document names none.
   [[nodiscard]] std::string delegateClass() const;

@@ -31,18 +31,20 @@ void QtApplication::terminateOnRequest() {
   if (!_runLoop.isPaused()) terminate(nullptr);
 }
 
-int QtApplication::run(Platform& platform, const std::string& path, const std::vector<DelegateClass>& classes) {
-  if (!load(platform, path, classes)) return 1;
+int QtApplication::run(Platform& platform, const std::string& path, const std::vector<DelegateClass>& classes,
+                       const std::vector<ViewClass>& viewClasses) {
+  if (!load(platform, path, classes, viewClasses)) return 1;
   QTimer::singleShot(0, qApp, [this] {
     _delegate->applicationDidFinishLaunching({"NSApplicationDidFinishLaunchingNotification", {}, {}});
   });
   return QCoreApplication::exec();
 }
 
-bool QtApplication::load(Platform& platform, const std::string& path, const std::vector<DelegateClass>& classes) {
+bool QtApplication::load(Platform& platform, const std::string& path, const std::vector<DelegateClass>& classes,
+                         const std::vector<ViewClass>& viewClasses) {
   std::string cause;
   _interface = InterfaceDescription::load(
-      path, [this] { terminateOnRequest(); }, cause);
+      path, [this] { terminateOnRequest(); }, cause, viewClasses);
   if (!_interface) {
     platform.systemLog.log("cannot load the interface description " + path + ": " + cause);
     return false;

@@ -27,10 +27,12 @@ class QtApplication final : public Application {
 
   // Loads the interface description at `path`, makes the delegate that it names, finishes launching and runs until the end.
   // Returns the exit status: 0 after an ordinary end, 1 when it could not start, with the cause in the system log.
-  int run(Platform& platform, const std::string& path, const std::vector<DelegateClass>& classes);
+  int run(Platform& platform, const std::string& path, const std::vector<DelegateClass>& classes,
+          const std::vector<ViewClass>& viewClasses = {});
 
  private:
-  bool load(Platform& platform, const std::string& path, const std::vector<DelegateClass>& classes);
+  bool load(Platform& platform, const std::string& path, const std::vector<DelegateClass>& classes,
+            const std::vector<ViewClass>& viewClasses);
 
   QtRunLoop& _runLoop;
   NotificationCenter& _center;

@@ -1,0 +1,111 @@
+#include "platform/linux/qt/QtGraphicsContext.h"
+
+#include <QLinearGradient>
+#include <QPainterPath>
+#include <cmath>
+
+#include "platform/linux/qt/QtImage.h"
+
+namespace platform::Linux {
+namespace {
+
+QRectF qtRect(const Rect& rect) { return {rect.origin.x, rect.origin.y, rect.size.width, rect.size.height}; }
+
+QPointF qtPoint(Point point) { return {point.x, point.y}; }
+
+QColor qtColor(const Color& color) {
+  return QColor::fromRgbF(static_cast<float>(color.red), static_cast<float>(color.green), static_cast<float>(color.blue),
+                          static_cast<float>(color.alpha));
+}
+
+// The picture in the device's own pixels.
+QImage inPixels(const QtImage& image, double scale) {
+  QImage version = image.versionForScale(scale);
+  const bool fits = version.devicePixelRatio() == scale;
+  version.setDevicePixelRatio(1);
+  if (fits) return version;
+  const int width = std::max(static_cast<int>(std::lround(image.size().width * scale)), 1);
+  const int height = std::max(static_cast<int>(std::lround(image.size().height * scale)), 1);
+  return version.scaled(width, height, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+}
+
+}  // namespace
+
+QtGraphicsContext::QtGraphicsContext(QPainter& painter, double height, Corners corners)
+    : _painter(painter), _height(height), _corners(corners) {
+  _painter.save();
+  _painter.translate(0, height);
+  _painter.scale(1, -1);
+  _painter.setPen(Qt::NoPen);
+  _painter.setBrush(Qt::black);
+  _painter.setRenderHint(QPainter::SmoothPixmapTransform);
+}
+
+QtGraphicsContext::~QtGraphicsContext() { _painter.restore(); }
+
+double QtGraphicsContext::scale() const { return _painter.device()->devicePixelRatioF(); }
+
+void QtGraphicsContext::clipToRect(const Rect& rect) { _painter.setClipRect(qtRect(rect), Qt::IntersectClip); }
+
+void QtGraphicsContext::clipToRoundedRect(const Rect& rect, double horizontalRadius, double verticalRadius) {
+  if (_corners == Corners::Square) return clipToRect(rect);
+  QPainterPath path;
+  path.addRoundedRect(qtRect(rect), horizontalRadius, verticalRadius);
+  // Smooth at its edge only; straight edges stay on whole pixels.
+  _painter.setRenderHint(QPainter::Antialiasing, true);
+  _painter.setClipPath(path, Qt::IntersectClip);
+  _painter.setRenderHint(QPainter::Antialiasing, false);
+}
+
+void QtGraphicsContext::setFillColor(const Color& color) { _painter.setBrush(qtColor(color)); }
+
+void QtGraphicsContext::setFillPattern(const std::shared_ptr<const Image>& image) {
+  if (const auto picture = std::dynamic_pointer_cast<const QtImage>(image))
+    _painter.setBrush(QBrush(inPixels(*picture, scale())));
+}
+
+// A pattern is laid in the device's pixels, from the bottom-left corner of the painter's area.
+void QtGraphicsContext::fill(const Rect& rect, QPainter::CompositionMode mode) {
+  if (rect.isEmpty()) return;
+  _painter.save();
+  _painter.setCompositionMode(mode);
+  const QBrush brush = _painter.brush();
+  QRectF area = qtRect(rect);
+  if (brush.style() == Qt::TexturePattern) {
+    const double pixels = scale();
+    const QRectF inPoints = _painter.worldTransform().mapRect(area);
+    area = QRectF(inPoints.topLeft() * pixels, inPoints.size() * pixels);
+    _painter.setWorldTransform(QTransform::fromScale(1 / pixels, 1 / pixels));
+    _painter.setBrushOrigin(QPointF(0, std::round(_height * pixels)));
+  }
+  _painter.fillRect(area, brush);
+  _painter.restore();
+}
+
+void QtGraphicsContext::fillRect(const Rect& rect) { fill(rect, QPainter::CompositionMode_Source); }
+
+void QtGraphicsContext::fillPathOfRect(const Rect& rect) { fill(rect, QPainter::CompositionMode_SourceOver); }
+
+void QtGraphicsContext::drawLinearGradient(const Color& start, const Color& end, const Rect& rect, double degrees) {
+  if (rect.isEmpty()) return;
+  const auto [from, to] = gradientAxis(rect, degrees);
+  QLinearGradient gradient(qtPoint(from), qtPoint(to));
+  gradient.setColorAt(0, qtColor(start));
+  gradient.setColorAt(1, qtColor(end));
+  _painter.fillRect(qtRect(rect), gradient);
+}
+
+void QtGraphicsContext::drawImage(const Image& image, const Rect& rect, CompositingOperation operation, double fraction) {
+  const auto* picture = dynamic_cast<const QtImage*>(&image);
+  if (picture == nullptr || rect.isEmpty()) return;
+  _painter.save();
+  const bool copies = operation == CompositingOperation::Copy;
+  _painter.setCompositionMode(copies ? QPainter::CompositionMode_Source : QPainter::CompositionMode_SourceOver);
+  _painter.setOpacity(fraction);
+  _painter.translate(rect.origin.x, rect.origin.y + rect.size.height);
+  _painter.scale(1, -1);
+  _painter.drawImage(QRectF(0, 0, rect.size.width, rect.size.height), picture->versionForScale(scale()));
+  _painter.restore();
+}
+
+}  // namespace platform::Linux

@@ -1,0 +1,42 @@
+#pragma once
+// Drawing of views with QPainter. Main thread only.
+#include <QPainter>
+
+#include "platform/Graphics.h"
+
+namespace platform::Linux {
+
+class QtGraphicsContext final : public GraphicsContext {
+ public:
+  enum class Corners { Round, Square };
+
+  // Draws with `painter`, whose area is `height` points high, turned so that y goes upwards. Square corners ignore radii:
+  // for windows whose transparency would show as black. The painter outlives the context and is as it was afterwards.
+  QtGraphicsContext(QPainter& painter, double height, Corners corners);
+  ~QtGraphicsContext() override;
+  QtGraphicsContext(const QtGraphicsContext&) = delete;
+  QtGraphicsContext& operator=(const QtGraphicsContext&) = delete;
+
+  void saveGraphicsState() override { _painter.save(); }
+  void restoreGraphicsState() override { _painter.restore(); }
+  void translateBy(Point offset) override { _painter.translate(offset.x, offset.y); }
+  void scaleBy(double horizontal, double vertical) override { _painter.scale(horizontal, vertical); }
+  void clipToRect(const Rect& rect) override;
+  void clipToRoundedRect(const Rect& rect, double horizontalRadius, double verticalRadius) override;
+  void setFillColor(const Color& color) override;
+  void setFillPattern(const std::shared_ptr<const Image>& image) override;
+  void fillRect(const Rect& rect) override;
+  void fillPathOfRect(const Rect& rect) override;
+  void drawLinearGradient(const Color& start, const Color& end, const Rect& rect, double degrees) override;
+  void drawImage(const Image& image, const Rect& rect, CompositingOperation operation, double fraction) override;
+
+ private:
+  void fill(const Rect& rect, QPainter::CompositionMode mode);
+  [[nodiscard]] double scale() const;
+
+  QPainter& _painter;
+  double _height;
+  Corners _corners;
+};
+
+}  // namespace platform::Linux

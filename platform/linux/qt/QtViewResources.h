@@ -1,0 +1,35 @@
+#pragma once
+// Images and views from the application's bundle: NAME.png with NAME@2x.png and NAME@3x.png, and NAME.ui. Main thread only.
+#include <map>
+#include <vector>
+
+#include "platform/Bundle.h"
+#include "platform/UserInterface.h"
+#include "platform/ViewResources.h"
+
+namespace platform::Linux {
+
+class QtViewResources final : public ViewResources {
+ public:
+  // The bundle and the classes outlive this object.
+  QtViewResources(const Bundle& bundle, const std::vector<ViewClass>& classes) : _bundle(bundle), _classes(classes) {}
+
+  // Also remembers what is missing.
+  std::shared_ptr<const Image> imageNamed(std::string_view name) override;
+
+  // The document's top-level widget and those in it whose class is a view's become views, with their geometry and their
+  // boolean properties.
+  std::shared_ptr<View> loadNib(std::string_view name, ViewController& owner, std::string& cause) override;
+
+ private:
+  [[nodiscard]] std::shared_ptr<const Image> load(const std::string& name) const;
+
+  const Bundle& _bundle;
+  const std::vector<ViewClass>& _classes;
+  std::map<std::string, std::shared_ptr<const Image>, std::less<>> _images;
+};
+
+// The view class of that name; nullptr when it is none of `classes`.
+std::shared_ptr<View> makeView(const std::vector<ViewClass>& classes, std::string_view name);
+
+}  // namespace platform::Linux

@@ -1,0 +1,27 @@
+#pragma once
+// A widget that shows a view tree, behind the widgets that stand in it. Main thread only.
+#include <QWidget>
+#include <memory>
+
+#include "platform/View.h"
+
+namespace platform::Linux {
+
+// The view fills the widget. Dynamic boolean properties of the widget are set on the view under their name. Corners are
+// square where nothing composes translucent windows.
+class ViewHostWidget final : public QWidget {
+ public:
+  ViewHostWidget(const std::shared_ptr<View>& view, QWidget* parent);
+
+  [[nodiscard]] View& view() const { return *_window.contentView(); }
+
+ protected:
+  bool event(QEvent* event) override;
+  void paintEvent(QPaintEvent* event) override;
+  void resizeEvent(QResizeEvent* event) override;
+
+ private:
+  ViewWindow _window;
+};
+
+}  // namespace platform::Linux

@@ -1,7 +1,6 @@
 #include "platform/linux/qt/QtGraphicsContext.h"
 
 #include <QLinearGradient>
-#include <QPainterPath>
 #include <cmath>
 
 #include "platform/linux/qt/QtImage.h"
@@ -31,17 +30,41 @@ QImage inPixels(const QtImage& image, double scale) {
 
 }  // namespace
 
-QtGraphicsContext::QtGraphicsContext(QPainter& painter, double height, Corners corners)
-    : _painter(painter), _height(height), _corners(corners) {
+QtGraphicsContext::QtGraphicsContext(QPainter& painter, Size area, Corners corners)
+    : _painter(painter), _area(0, 0, area.width, area.height), _corners(corners) {
   _painter.save();
-  _painter.translate(0, height);
+  _painter.translate(0, area.height);
   _painter.scale(1, -1);
   _painter.setPen(Qt::NoPen);
   _painter.setBrush(Qt::black);
   _painter.setRenderHint(QPainter::SmoothPixmapTransform);
 }
 
-QtGraphicsContext::~QtGraphicsContext() { _painter.restore(); }
+QtGraphicsContext::~QtGraphicsContext() { restoreGraphicsState(); }
+
+void QtGraphicsContext::saveGraphicsState() {
+  _painter.save();
+  _shapes.emplace_back();
+}
+
+void QtGraphicsContext::restoreGraphicsState() {
+  _painter.restore();
+  const QPainterPath shape = _shapes.back();
+  _shapes.pop_back();
+  if (!shape.isEmpty()) cutOutside(shape);
+}
+
+void QtGraphicsContext::cutOutside(const QPainterPath& shape) {
+  QPainterPath outside;
+  outside.addRect(_area);
+  outside.addPath(shape);
+  _painter.save();
+  _painter.setWorldTransform({});
+  _painter.setRenderHint(QPainter::Antialiasing);
+  _painter.setCompositionMode(QPainter::CompositionMode_DestinationOut);
+  _painter.fillPath(outside, Qt::black);
+  _painter.restore();
+}
 
 double QtGraphicsContext::scale() const { return _painter.device()->devicePixelRatioF(); }
 
@@ -51,10 +74,10 @@ void QtGraphicsContext::clipToRoundedRect(const Rect& rect, double horizontalRad
   if (_corners == Corners::Square) return clipToRect(rect);
   QPainterPath path;
   path.addRoundedRect(qtRect(rect), horizontalRadius, verticalRadius);
-  // Smooth at its edge only; straight edges stay on whole pixels.
-  _painter.setRenderHint(QPainter::Antialiasing, true);
-  _painter.setClipPath(path, Qt::IntersectClip);
-  _painter.setRenderHint(QPainter::Antialiasing, false);
+  const QPainterPath shape = _painter.worldTransform().map(path);
+  if (shape.boundingRect() != _area) return _painter.setClipPath(path, Qt::IntersectClip);
+  clipToRect(rect);
+  _shapes.back() = shape;
 }
 
 void QtGraphicsContext::setFillColor(const Color& color) { _painter.setBrush(qtColor(color)); }
@@ -76,7 +99,7 @@ void QtGraphicsContext::fill(const Rect& rect, QPainter::CompositionMode mode) {
     const QRectF inPoints = _painter.worldTransform().mapRect(area);
     area = QRectF(inPoints.topLeft() * pixels, inPoints.size() * pixels);
     _painter.setWorldTransform(QTransform::fromScale(1 / pixels, 1 / pixels));
-    _painter.setBrushOrigin(QPointF(0, std::round(_height * pixels)));
+    _painter.setBrushOrigin(QPointF(0, std::round(_area.height() * pixels)));
   }
   _painter.fillRect(area, brush);
   _painter.restore();

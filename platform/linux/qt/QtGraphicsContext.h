@@ -1,6 +1,8 @@
 #pragma once
 // Drawing of views with QPainter. Main thread only.
 #include <QPainter>
+#include <QPainterPath>
+#include <vector>
 
 #include "platform/Graphics.h"
 
@@ -10,15 +12,18 @@ class QtGraphicsContext final : public GraphicsContext {
  public:
   enum class Corners { Round, Square };
 
-  // Draws with `painter`, whose area is `height` points high, turned so that y goes upwards. Square corners ignore radii:
-  // for windows whose transparency would show as black. The painter outlives the context and is as it was afterwards.
-  QtGraphicsContext(QPainter& painter, double height, Corners corners);
+  // Draws with `painter`, whose area has the given size, turned so that y goes upwards. Square corners ignore radii: for
+  // windows whose transparency would show as black. The painter outlives the context and is as it was afterwards.
+  //
+  // Qt's clips have no smooth edge. A rounded clip of the whole area gets one all the same: its corners are cut out when
+  // the graphics state is restored, for there is nothing behind the area.
+  QtGraphicsContext(QPainter& painter, Size area, Corners corners);
   ~QtGraphicsContext() override;
   QtGraphicsContext(const QtGraphicsContext&) = delete;
   QtGraphicsContext& operator=(const QtGraphicsContext&) = delete;
 
-  void saveGraphicsState() override { _painter.save(); }
-  void restoreGraphicsState() override { _painter.restore(); }
+  void saveGraphicsState() override;
+  void restoreGraphicsState() override;
   void translateBy(Point offset) override { _painter.translate(offset.x, offset.y); }
   void scaleBy(double horizontal, double vertical) override { _painter.scale(horizontal, vertical); }
   void clipToRect(const Rect& rect) override;
@@ -32,11 +37,13 @@ class QtGraphicsContext final : public GraphicsContext {
 
  private:
   void fill(const Rect& rect, QPainter::CompositionMode mode);
+  void cutOutside(const QPainterPath& shape);
   [[nodiscard]] double scale() const;
 
   QPainter& _painter;
-  double _height;
+  QRectF _area;  // in the painter's coordinates
   Corners _corners;
+  std::vector<QPainterPath> _shapes{{}};  // for each saved state what is left standing when it ends; empty is everything
 };
 
 }  // namespace platform::Linux

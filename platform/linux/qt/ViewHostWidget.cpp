@@ -24,7 +24,8 @@ bool ViewHostWidget::event(QEvent* event) {
 void ViewHostWidget::paintEvent(QPaintEvent* /*event*/) {
   using Corners = QtGraphicsContext::Corners;
   QPainter painter(this);
-  QtGraphicsContext context(painter, height(), Display::composesWindows() ? Corners::Round : Corners::Square);
+  const Size area{static_cast<double>(width()), static_cast<double>(height())};
+  QtGraphicsContext context(painter, area, Display::composesWindows() ? Corners::Round : Corners::Square);
   _window.display(context);
 }
 

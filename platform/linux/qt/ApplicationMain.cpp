@@ -63,7 +63,7 @@ class Framework {
     putResourcesFirstOnPath(_bundles.mainBundle());
   }
 
-  int run(const std::vector<DelegateClass>& classes) {
+  int run(const std::vector<DelegateClass>& classes, const std::vector<ViewClass>& viewClasses) {
     const auto name = _bundles.mainBundle().infoString("NSMainNibFile").value_or("MainWindow");
     const auto path = _bundles.mainBundle().pathForResource(name, "ui");
     if (!path) {
@@ -72,7 +72,7 @@ class Framework {
     }
     const auto notifier = watch(_distributedCenter);
     const TerminationSignals signals([this] { _runLoop.deliver([this] { _application.terminateOnRequest(); }); });
-    return _application.run(_platform, *path, classes);
+    return _application.run(_platform, *path, classes, viewClasses);
   }
 
  private:
@@ -97,7 +97,8 @@ class Framework {
 
 }  // namespace
 
-int ApplicationMain(int argc, char** argv, const std::vector<DelegateClass>& classes) {
+int ApplicationMain(int argc, char** argv, const std::vector<DelegateClass>& classes,
+                    const std::vector<ViewClass>& viewClasses) {
   const auto name = programName(argv[0]);
   const auto display = Display::choose();
   if (!display.problem.empty()) {
@@ -113,7 +114,7 @@ int ApplicationMain(int argc, char** argv, const std::vector<DelegateClass>& cla
   QApplication application(count, nameOnly);
   environment.reset();
   applyLook(application);
-  return Framework(argc, argv, log).run(classes);
+  return Framework(argc, argv, log).run(classes, viewClasses);
 }
 
 }  // namespace platform

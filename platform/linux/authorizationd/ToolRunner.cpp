@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <utility>
 
@@ -36,7 +37,14 @@ struct Start {
   int nothing;  // open on /dev/null
   int failure;  // where the child writes errno when it cannot run the tool
   const char* invokingUser;
+  char* dataFolder;  // a setting of the environment, or nullptr
 };
+
+// Where the user keeps data and so has a Trash, as a setting of the environment. The broker knows for its own user only.
+std::string dataFolderSetting(uid_t user) {
+  const char* folder = ::getuid() == user ? std::getenv("XDG_DATA_HOME") : nullptr;
+  return folder == nullptr ? "" : std::string("XDG_DATA_HOME=") + folder;
+}
 
 // In the child, between fork and exec: only calls that are safe there. Returns when something failed.
 void becomeTool(const Start& start) {
@@ -55,7 +63,7 @@ void becomeTool(const Start& start) {
   std::array<char, 40> user{"KELTO_INVOKING_UID="};
   std::strncat(user.data(), start.invokingUser, user.size() - std::strlen(user.data()) - 1);
   std::array<char*, 2> arguments{name.data(), nullptr};
-  std::array<char*, 4> environment{path.data(), language.data(), user.data(), nullptr};
+  std::array<char*, 5> environment{path.data(), language.data(), user.data(), start.dataFolder, nullptr};
   ::execveat(start.tool, "", arguments.data(), environment.data(), AT_EMPTY_PATH);
 }
 
@@ -108,11 +116,13 @@ AuthorizationStatus ToolRunner::run(const Caller& caller, int tool, Descriptor& 
   Descriptor failureWrite(failure[1]);
 
   const std::string user = std::to_string(caller.uid);
+  std::string dataFolder = dataFolderSetting(caller.uid);
   const pid_t process = startChild({.tool = tool,
                                     .stream = theirs.get(),
                                     .nothing = nothing.get(),
                                     .failure = failureWrite.get(),
-                                    .invokingUser = user.c_str()});
+                                    .invokingUser = user.c_str(),
+                                    .dataFolder = dataFolder.empty() ? nullptr : dataFolder.data()});
   if (process < 0) return fail(std::strerror(errno));
   failureWrite.reset();
   const int error = waitForStart(failureRead.get());

@@ -1,8 +1,9 @@
 #pragma once
 // Runs programs with the broker's own rights, each from an open descriptor, and reaps them.
 //
-// A program gets a stream as standard input and output, an environment of PATH, LANG and KELTO_INVOKING_UID, a session of
-// its own, "/" as working folder and nothing else that is open. One thread: that of the event loop, in which SIGCHLD must
+// A program gets a stream as standard input and output, an environment of PATH, LANG and KELTO_INVOKING_UID (and
+// XDG_DATA_HOME of the broker, when it runs for its own user), a session of its own, "/" as working folder and nothing else
+// that is open. One thread: that of the event loop, in which SIGCHLD must
 // be blocked.
 #include <systemd/sd-event.h>
 

@@ -123,6 +123,7 @@ class AuthorizationBroker : public testing::Test {
   }
 
   // The broker is started with a descriptor too many, which no tool may inherit.
+  tests::ScopedEnvironment dataFolder{"XDG_DATA_HOME", "/data of mine"};
   tests::PrivateBus bus{{{BrokerName, "/bin/sh -c 'exec " + Broker + " --session 7</dev/null'"}}};
   Client controller;
   Client installer;
@@ -212,7 +213,7 @@ TEST_F(AuthorizationBroker, NoReferenceIsInvalidWithoutACall) {
   EXPECT_EQ(controller.blockingCall.count, 0);
 }
 
-TEST_F(AuthorizationBroker, RunsAToolWithNothingInherited) {
+TEST_F(AuthorizationBroker, RunsAToolWithNothingInheritedButTheUsersDataFolder) {
   ::setenv("KELTO_SECRET", "not for the tool", 1);
   const auto stream = started(probe());
   say(*stream, "report");
@@ -220,7 +221,8 @@ TEST_F(AuthorizationBroker, RunsAToolWithNothingInherited) {
   EXPECT_EQ(
       readAll(*stream),
       "environment PATH=/usr/sbin:/usr/bin:/sbin:/bin\nenvironment LANG=C.UTF-8\nenvironment KELTO_INVOKING_UID=" + user +
-          "\ndescriptor 0 socket\ndescriptor 1 socket\ndescriptor 2 /dev/null\numask 22\nfolder /\nsession own\nuser " +
+          "\nenvironment XDG_DATA_HOME=/data of mine\ndescriptor 0 socket\ndescriptor 1 socket\ndescriptor 2 "
+          "/dev/null\numask 22\nfolder /\nsession own\nuser " +
           user + " " + user + "\narguments 0\n");
   ::unsetenv("KELTO_SECRET");
 }

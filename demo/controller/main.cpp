@@ -1,0 +1,47 @@
+// A small controller, to show and to test how one hands its rights to the installer. The part to lift is InstallerHandoff.h
+// with QuitOnRequest.h.
+//
+// It takes these user defaults, usually as arguments ("-Key value"):
+//   KTResumeSelfUpdate YES         what the installer says to the new version after a self-update
+//   KDStart MODE                   starts the installer at once: "update", "install" or "uninstall"
+//   KDInstaller BUNDLE             the installer
+//   KDNewBundle BUNDLE             what it is to install
+//   KDInstalledBundle BUNDLE       what it is to replace or remove; this bundle without the switch
+//   KDFrame "{{x, y}, {w, h}}"     where the window is, origin bottom-left
+// and, to see what the installer does then:
+//   KDCredentials KIND             "none" sends no rights, "empty" an authorization without rights, "wrong" 32 bytes that
+//                                  are none, "twice" sends the rights two times
+//   KDRefuseToQuit YES             stays when asked to quit
+#include <QApplication>
+#include <QSocketNotifier>
+#include <QStyleFactory>
+
+#include "demo/controller/Controller.h"
+#include "platform/linux/BlockingCall.h"
+#include "platform/linux/LinuxAuthorizationServices.h"
+#include "platform/linux/LinuxBundle.h"
+#include "platform/linux/LinuxSystemLog.h"
+#include "platform/linux/LinuxUserDefaults.h"
+
+using namespace platform::Linux;
+
+int main(int argumentCount, char** arguments) {
+  LinuxSystemLog log("KeltoController");
+  const LinuxBundles bundles(log);
+  const auto identifier = bundles.mainBundle().bundleIdentifier().value_or("");
+  const LinuxUserDefaults defaults(argumentCount, arguments, identifier, log);
+
+  // The arguments are the user defaults' and none of Qt's.
+  int onlyName = 1;
+  QApplication application(onlyName, arguments);
+  QApplication::setStyle("Fusion");
+  QApplication::setQuitOnLastWindowClosed(false);
+
+  DirectCall direct;
+  LinuxAuthorizationServices authorizationServices(direct, log);
+  // Nothing is observed here, so nothing is ever delivered.
+  LinuxDistributedNotificationCenter notificationCenter(identifier, log, [](const std::function<void()>&) {});
+  Controller controller({bundles, defaults, authorizationServices, notificationCenter});
+  controller.start();
+  return QApplication::exec();
+}

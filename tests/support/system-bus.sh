@@ -44,30 +44,8 @@ fi
 
 # From here on in the namespace, as its first process. All files lie in its /run and are gone with it.
 mount -t tmpfs -o mode=755 tmpfs /run
-mkdir -p /run/dbus /run/lock /run/kelto/{rules,actions,services,bus}
-
-# over FOLDER LAYER: the files of the layer before those of the folder.
-over() { mount -t overlay overlay -o "ro,lowerdir=$2:$1" "$1"; }
-
-case $mode in
-  grant) result='polkit.Result.YES' ;;
-  deny) result='polkit.Result.NO' ;;
-  *) result='polkit.Result.NOT_HANDLED' ;;
-esac
-cat >/run/kelto/rules/00-kelto.rules <<RULES
-polkit.addRule(function(action, subject) {
-  if (action.id == "com.kelto.authorization.admin") return $result;
-});
-polkit.addAdminRule(function(action, subject) { return ["unix-user:0"]; });
-RULES
-cp "$build/share/dbus-1/system-services/com.kelto.Authorization1.service" /run/kelto/services/
-cp "$build/share/dbus-1/system.d/com.kelto.Authorization1.conf" /run/kelto/bus/
-[ $mode = unregistered ] || cp "$build/share/polkit-1/actions/com.kelto.authorization.policy" /run/kelto/actions/
-chmod -R a+rX /run/kelto
-over /etc/polkit-1/rules.d /run/kelto/rules
-over /usr/share/polkit-1/actions /run/kelto/actions
-over /usr/share/dbus-1/system-services /run/kelto/services
-over /etc/dbus-1/system.d /run/kelto/bus
+. "$(dirname "$0")/policy.sh"
+lay_policy "$mode" "$build"
 
 if [ -n "$password" ]; then
   hash=$(perl -e 'print crypt($ARGV[0], "\$6\$kelto")' "$password")

@@ -1,0 +1,152 @@
+"""The demonstration does what it says, says when it does not, and leaves nothing running."""
+import os
+import pathlib
+import re
+import shutil
+import signal
+import subprocess
+
+from desktop import PYTHON, Failure, processes_of, wait_for
+from road import PROJECT
+from world import check, equal, scenario
+
+STAGES = ["on disk:", "controller 1.0 shows its window", "the installer was started", "the installer shows its wizard window",
+          "the controller handed its rights over", "controller 1.0 was asked to quit", "controller 1.0 is gone"]
+ENDS = {
+    "update": ["the bundle was replaced: on disk is version 2.0 now", "controller 2.0 was started by the installer",
+               "its window says: Kelto, Version 2.0, Resumed its self-update", "the installer is gone"],
+    "install": ["the bundle was replaced: on disk is version 2.0 now", "controller 2.0 was started by the installer",
+                "its window says: Kelto, Version 2.0, Ready", "the installer is gone"],
+    "uninstall": ["the installer is gone", "the bundle is in the Trash"],
+}
+
+
+def start(world, *words, build=None):
+    """Starts the demonstration, without a display of this session's."""
+    environment = {key: value for key, value in os.environ.items() if key != "DISPLAY"} | {"TMPDIR": str(world.folder)}
+    return subprocess.Popen([PYTHON, "-B", str(PROJECT / "demo/demo.py"), str(build or world.build), *words], text=True,
+                            env=environment, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+
+
+def expect_nothing_runs(world):
+    """Nothing has a file of the demonstration's folder open as its program or as its environment's home."""
+    def nothing():
+        return not processes_of(world.folder) and not processes_with(f"{world.folder}/")
+    wait_for("the end of all processes of the demonstration", nothing, 5)
+
+
+def processes_with(text):
+    """The processes that have this text in their environment or arguments, this one and its parents left out."""
+    found = []
+    for entry in pathlib.Path("/proc").iterdir():
+        if entry.name.isdigit() and int(entry.name) != os.getpid():
+            try:
+                words = (entry / "environ").read_bytes() + (entry / "cmdline").read_bytes()
+            except OSError:
+                continue
+            if text.encode() in words:
+                found.append(int(entry.name))
+    return found
+
+
+def expect_stages(output, stages):
+    """The stages in this order, each with a time stamp, none earlier than the one before."""
+    times, lines = [], iter(output.splitlines())
+    for stage in stages:
+        for line in lines:
+            found = re.match(r" *(\d+\.\d\d) s  (.*)", line)
+            if found and found.group(2).startswith(stage):
+                times.append(float(found.group(1)))
+                break
+        else:
+            raise Failure(f"the stage “{stage}” is missing in order in:\n{output}")
+    equal("the time stamps", times, sorted(times))
+
+
+def expect_demonstration(world, mode, *options):
+    process = start(world, mode, *options)
+    output, errors = process.communicate(timeout=60)
+    equal("the exit status", (process.returncode, errors if process.returncode else ""), (0, ""))
+    expect_stages(output, STAGES + ENDS[mode])
+    last = output.splitlines()[-1]
+    check(f"the last line says what is on disk: {last}", last.startswith("On disk now: "))
+    pictures = re.findall(r"/[^ ,]*\.png", last)
+    equal("the number of pictures", len(pictures), 2 if mode == "uninstall" else 3)
+    for picture in pictures:
+        equal("the start of a picture", pathlib.Path(picture).read_bytes()[:8], b"\x89PNG\r\n\x1a\n")
+    expect_nothing_runs(world)
+    return last
+
+
+@scenario("gui", bare=True)
+def demo_update(world):
+    """The update is shown stage by stage."""
+    check("the last line tells the version", "Kelto.app is version 2.0. " in expect_demonstration(world, "update"))
+
+
+@scenario("gui", bare=True)
+def demo_install(world):
+    """The installation is shown stage by stage."""
+    check("the last line tells the version", "Kelto.app is version 2.0. " in expect_demonstration(world, "install"))
+
+
+@scenario("gui", bare=True)
+def demo_uninstall(world):
+    """The removal is shown stage by stage."""
+    check("the last line tells where it is", "its version 1.0 is in " in expect_demonstration(world, "uninstall"))
+
+
+@scenario("system", where="root", bare=True)
+def demo_on_system_bus(world):
+    """The same on a system bus, where the bundle stays root's."""
+    check("the last line tells the owner", "belongs to user 0. " in expect_demonstration(world, "update", "--system"))
+
+
+@scenario("gui", bare=True)
+def demo_tells_what_is_not_so(world):
+    """With a tool that does nothing the demonstration fails, in words and with the logs."""
+    build = world.folder / "build"
+    shutil.copytree(world.build / "bin", build / "bin", ignore=lambda _, names: [each for each in names if "test" in each])
+    tool = build / "bin/KeltoInstaller.app/Contents/Resources/assistantTool"
+    tool.unlink()
+    shutil.copy("/usr/bin/true", tool)
+    process = start(world, "update", build=build)
+    output, errors = process.communicate(timeout=60)
+    equal("the exit status", process.returncode, 1)
+    check("nothing is said to be on disk", "On disk now" not in output)
+    check(f"the reason is told: {errors}", "The demo failed: the installer shows an alert" in errors)
+    check("the logs are told", "controller-1.log" in errors and "The rights were handed over" in errors)
+    expect_nothing_runs(world)
+
+
+def expect_end_with(world, number, status):
+    """Ended by a signal at the wizard, everything else ends too."""
+    process = start(world, "update")
+    for line in process.stdout:
+        if "shows its wizard window" in line:
+            break
+    check("there is something to end", processes_of(world.folder))
+    process.send_signal(number)
+    process.communicate(timeout=20)
+    equal("the exit status", process.returncode, status)
+    expect_nothing_runs(world)
+
+
+@scenario("gui", bare=True)
+def demo_interrupted(world):
+    """An interrupted demonstration takes everything with it."""
+    expect_end_with(world, signal.SIGINT, 128 + signal.SIGINT)
+
+
+@scenario("gui", bare=True)
+def demo_killed(world):
+    """A killed demonstration takes everything with it."""
+    expect_end_with(world, signal.SIGKILL, -signal.SIGKILL)
+
+
+@scenario("gui", bare=True)
+def demo_words(world):
+    """The command refuses words that it does not know, and says which there are."""
+    done = subprocess.run([str(PROJECT / "demo.sh"), "upgrade"], text=True, capture_output=True, cwd=world.folder)
+    equal("the exit status", done.returncode, 2)
+    check("the words are told", "./demo.sh [update | install | uninstall] [--system]" in done.stderr)

@@ -1,0 +1,174 @@
+"""The three modes from the controller's launch to the end, and what may be different about bundles, paths and windows."""
+import math
+import os
+import pathlib
+import plistlib
+import shutil
+import urllib.parse
+
+from desktop import is_running, processes_of, wait_for
+from road import version_of
+from world import arguments_of, check, english, equal, scenario
+
+
+def expected_origin(main, width, height):
+    """Where a window of this size belongs over the controller's, given as x, y, width, height from the bottom-left."""
+    return main[0] + math.floor((main[2] - width) * 0.5), math.floor((main[3] - height) * 0.5) + main[1] + 6
+
+
+def frame_argument(installer):
+    """The frame that the controller has passed on."""
+    arguments = arguments_of(installer)
+    text = arguments[arguments.index("-KMInstallToolMainFrame") + 1]
+    return [float(number) for number in text.removeprefix("r: ").replace("{", "").replace("}", "").split(",")]
+
+
+def expect_place_over_controller(world, installer, height):
+    """The frame that was passed on is the controller's, and the wizard stands where it belongs, to the pixel."""
+    window = world.road.window_of_controller()
+    left, top, width, tall = world.desktop.frame_of(window)
+    main = frame_argument(installer)
+    equal("the controller's frame", main, [left, world.desktop.screen_height() - top - tall, width, tall])
+    frame = wait_for("the wizard's final height",
+                     lambda: (found := world.frame_of_wizard(installer)) and found[3] == height and found)
+    equal("the wizard's origin", frame[:2], expected_origin(main, frame[2], frame[3]))
+
+
+@scenario("gui")
+def update(world):
+    """The controller is replaced by its new version, which resumes its self-update."""
+    installer = world.start("update")
+    expect_place_over_controller(world, installer, 320)
+    equal("the wizard", world.wizard_texts(installer),
+          ([english("<ControllerUpdateWizard_Title>"), english("<ControllerUpdateWizard_Installing>")],
+           [english("<Cancel>"), english("<Next>")]))
+    equal("the wizard's title", world.desktop.ask("xdotool", "getwindowname", world.desktop.window_of(installer)).strip(),
+          "Kelto Installer")
+    world.expect_update_ends(installer)
+    check("the source was moved", not world.road.new.exists())
+    equal("runs of the tool", world.tool_runs(), 1)
+
+
+@scenario("gui")
+def install(world):
+    """An installation over an old copy shows a low wizard and starts the new version without arguments."""
+    installer = world.start("install", Frame="{{101, 57}, {801, 603}}")
+    expect_place_over_controller(world, installer, 206)
+    equal("the wizard", world.wizard_texts(installer),
+          ([english("<InstallerInstallKeltoSubtitle>"), english("<InstallerInstallKeltoBody>")],
+           [english("<Cancel>"), english("<Done>")]))
+    world.expect_update_ends(installer, resumed=False)
+
+
+@scenario("gui")
+def uninstall(world):
+    """The installed bundle is in the user's Trash afterwards, ready to be restored, and nothing is started."""
+    installer = world.start("uninstall")
+    expect_place_over_controller(world, installer, 206)
+    equal("the wizard", world.wizard_texts(installer),
+          ([english("<InstallerUninstallKeltoSubtitle>"), english("<InstallerUninstallKeltoBody>")],
+           [english("<Cancel>"), english("<Done>")]))
+    world.road.installer_gone(installer)
+    expect_in_trash(world)
+    equal("what runs", processes_of(world.folder), [])
+
+
+def expect_in_trash(world):
+    trash = world.desktop.home / ".local/share/Trash"
+    check("the installed bundle is gone", not os.path.lexists(world.road.installed))
+    equal("the version in the Trash", version_of(trash / "files/Kelto.app"), "1.0")
+    note = (trash / "info/Kelto.app.trashinfo").read_text()
+    check("the Trash knows where it was", f"Path={urllib.parse.quote(str(world.road.installed))}\n" in note)
+    world.expect_no_leftovers()
+
+
+@scenario("gui", road={"new_name": "Kelto 2.app"})
+def new_file_name(world):
+    """A new version of another file name ends up under its own name, and is started from there."""
+    installer = world.start("update")
+    bundle = world.road.applications / "Kelto 2.app"
+    world.expect_update_ends(installer, bundle)
+    check("nothing is under the old name", not os.path.lexists(world.road.installed))
+    equal("runs of the tool", world.tool_runs(), 2)
+
+
+@scenario("gui", road={"new_name": "Kelto 2.app"})
+def new_name_already_taken(world):
+    """What already has the new name stays and is what is started; the new version keeps the old name."""
+    taken = world.road.applications / "Kelto 2.app"
+    shutil.copytree(world.road.installed, taken)
+    information = taken / "Contents/Info.plist"
+    information.write_bytes(plistlib.dumps(plistlib.loads(information.read_bytes()) | {"CFBundleShortVersionString": "1.5"}))
+    installer = world.start("update")
+    world.road.controller_gone()
+    process = world.road.relaunched_controller(taken)
+    equal("the window", world.road.texts_of_window(process), ["Kelto", "Version 1.5", "Resumed its self-update"])
+    world.road.installer_gone(installer)
+    equal("versions under both names", (version_of(world.road.installed), version_of(taken)), ("2.0", "1.5"))
+    equal("runs of the tool", world.tool_runs(), 1)
+    world.expect_no_leftovers()
+
+
+ODD = "Ünter 100% “q” 'x' \"y\" %@ %d $HOME {a; b}"
+
+
+@scenario("gui", road={"applications": ODD, "downloads": f"日本 {ODD}", "new_name": "Kelto %d.app"})
+def odd_paths(world):
+    """Blanks, quotes, percent signs and letters of any language in a path arrive as they are."""
+    installer = world.start("update")
+    arguments = arguments_of(installer)
+    equal("the path of the new bundle", arguments[arguments.index("-KMInstallToolSrcPath") + 1], str(world.road.new))
+    world.expect_update_ends(installer, world.road.applications / "Kelto %d.app")
+
+
+@scenario("gui")
+def cancel(world):
+    """The wizard's Cancel button ends the installer before anything is changed."""
+    installer = world.start("update", Credentials="none")
+    check("Cancel can be pressed", wait_for("the Cancel button", lambda: world.desktop.press(installer, english("<Cancel>"))))
+    world.road.installer_gone(installer)
+    check("the controller still runs", world.road.controller.is_running())
+    world.expect_nothing_changed()
+
+
+@scenario("gui")
+def without_a_frame(world):
+    """Without the controller's frame the wizard is in the middle of the screen."""
+    installer = world.start_installer("-KMInstallToolTrashPath", world.road.installed)
+    frame = wait_for("the wizard's final height",
+                     lambda: (found := world.frame_of_wizard(installer)) and found[3] == 206 and found)
+    equal("the wizard's frame", frame, ((1280 - 460) // 2, (800 - 206) // 2, 460, 206))
+    check("it waits", is_running(installer))
+
+
+@scenario("gui")
+def update_flag_with_a_removal(world):
+    """With the update flag and no new bundle the wizard speaks of an update, and the bundle is removed."""
+    world.road.start_controller()
+    world.road.window_of_controller()
+    installer = world.start_installer("-KMInstallToolTrashPath", world.road.installed, "-KMInstallToolIsUpdate", "YES")
+    equal("the wizard's texts", world.wizard_texts(installer)[0],
+          [english("<ControllerUpdateWizard_Title>"), english("<ControllerUpdateWizard_Installing>")])
+    equal("the wizard's height", world.frame_of_wizard(installer)[3], 320)
+
+
+@scenario("bus")
+def second_notification(world):
+    """Rights that come twice are taken twice, and the update happens once; only the installer's connection gets them."""
+    monitor = world.desktop.start("monitor", ["dbus-monitor", "--session", "interface='com.kelto.DistributedNotifications'"])
+    wait_for("the monitor", lambda: "NameLost" in monitor.text())
+    installer = world.start("update", Credentials="twice")
+    world.expect_update_ends(installer)
+    equal("runs of the tool", world.tool_runs(), 1)
+    signals = [line for line in monitor.text().splitlines() if "member=Posted" in line]
+    equal("notifications", len(signals), 2)
+    for line in signals:
+        check("it was sent to one connection", "destination=:" in line)
+
+
+@scenario("gui")
+def preference_is_left_alone(world):
+    """Without a Library Server no preference is written."""
+    installer = world.start("update")
+    world.expect_update_ends(installer)
+    equal("preferences", list(pathlib.Path(world.desktop.environment["XDG_CONFIG_HOME"]).glob("*.plist")), [])

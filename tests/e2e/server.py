@@ -1,0 +1,98 @@
+"""With a real service manager that runs the Library Server: its upgrade, and one that fails."""
+import os
+import pathlib
+import plistlib
+import shutil
+import subprocess
+
+from desktop import processes_of, wait_for
+from road import PROJECT, SERVER_FILES, version_of
+from world import check, english, equal, scenario
+
+SURROUNDINGS = {"account": True, "system_bus": True}
+UNIT = "com.kelto.KeltoLibraryServer.service"
+PROGRAM = pathlib.Path("/Library/Application Support/Kelto/KeltoLibraryServer")
+DEFINITION = pathlib.Path("/Library/LaunchDaemons/com.kelto.KeltoLibraryServer.plist")
+UNIT_FILE = pathlib.Path("/etc/systemd/system") / UNIT
+MARKER = pathlib.Path("/Users/Shared/Kelto/Shares.plist")
+STATE = pathlib.Path("/run/com.kelto.KeltoLibraryServer.version")
+
+
+def systemctl(*words):
+    return subprocess.run(["systemctl", *words], check=True, text=True, stdout=subprocess.PIPE).stdout.strip()
+
+
+def start_old_server(build):
+    """Version 1 of the Library Server, installed and running; its process."""
+    for path in (PROGRAM, DEFINITION, MARKER):
+        path.parent.mkdir(parents=True, exist_ok=True)
+    MARKER.write_bytes(plistlib.dumps({}))
+    shutil.copy(build / "bin/KeltoLibraryServer-1", PROGRAM)
+    for name, place in zip(SERVER_FILES, (DEFINITION, UNIT_FILE)):
+        shutil.copy(PROJECT / "demo/library-server" / name, place)
+    systemctl("daemon-reload")
+    systemctl("start", UNIT)
+    expect_server("1")
+    return main_process()
+
+
+def main_process():
+    return int(systemctl("show", "--property=MainPID", "--value", UNIT))
+
+
+def expect_server(version):
+    wait_for(f"version {version} of the Library Server", lambda: STATE.exists() and STATE.read_text() == f"{version}\n")
+    equal("the service", systemctl("is-active", UNIT), "active")
+
+
+def preferences(world):
+    file = pathlib.Path(world.desktop.environment["XDG_CONFIG_HOME"], "com.kelto.macController.plist")
+    return plistlib.loads(file.read_bytes()) if file.exists() else {}
+
+
+@scenario("system", where="services", **SURROUNDINGS)
+def server_upgrade(world):
+    """A running Library Server is upgraded with the controller, and its version is noted in the controller's preferences."""
+    old = start_old_server(world.build)
+    world.expect_update_ends(world.start("update"))
+    expect_server("2")
+    check("it is another process", main_process() not in (0, old))
+    equal("the program", PROGRAM.read_bytes(), (world.build / "bin/KeltoLibraryServer-2").read_bytes())
+    equal("the preferences", preferences(world), {"LibraryServerVersion": "2"})
+    equal("who owns the preferences", {each.stat().st_uid for each in (world.desktop.home / ".config").glob("*.plist")},
+          {world.desktop.account.uid})
+
+
+@scenario("system", where="services", **SURROUNDINGS)
+def failing_server_upgrade(world):
+    """A Library Server that does not run is told with headline and text exchanged; the old one runs again, and the update
+    goes on."""
+    start_old_server(world.build)
+    server = world.road.new / "Contents/Resources/LibraryServer"
+    (server / "KeltoLibraryServer").unlink()
+    shutil.copy("/usr/bin/false", server / "KeltoLibraryServer")
+    unit = server / UNIT
+    unit.write_text(unit.read_text().replace("Restart=on-failure\n", ""))
+    installer = world.start("update")
+    world.expect_alert_stays(installer, english("<InstallerUnexpectedErrorMessage>"),
+                             english("<InstallerUnexpectedErrorSubtitle>"))
+    equal("the version on disk", version_of(world.road.installed), "2.0")
+    equal("what runs while the alert is up", processes_of(world.road.installed), [])
+    world.dismiss(installer)
+    world.expect_update_ends(installer)
+    expect_server("1")
+    equal("the program", PROGRAM.read_bytes(), (world.build / "bin/KeltoLibraryServer-1").read_bytes())
+    check("the old unit is back", "Restart=on-failure\n" in UNIT_FILE.read_text())
+    equal("the preferences", preferences(world), {})
+
+
+@scenario("system", where="services", **SURROUNDINGS)
+def stopped_server(world):
+    """A Library Server that is installed and does not run is left alone."""
+    start_old_server(world.build)
+    systemctl("stop", UNIT)
+    world.expect_update_ends(world.start("update"))
+    equal("the process of the service", main_process(), 0)
+    equal("the program", PROGRAM.read_bytes(), (world.build / "bin/KeltoLibraryServer-1").read_bytes())
+    equal("the preferences", preferences(world), {})
+    check("the marker is still there", os.path.exists(MARKER))

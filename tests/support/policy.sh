@@ -1,0 +1,33 @@
+# For scripts that run in a mount namespace of their own and with an empty /run: source it, then
+#
+#   lay_policy MODE BUILD
+#
+# lays the broker of a build folder over the machine's files for the system bus and the policy service. MODE is "grant" (the
+# rules give the right without asking), "challenge" (an administrator has to authenticate, as the action says by itself),
+# "deny" (the rules refuse) or "unregistered" (the policy service does not know the action).
+
+# over FOLDER LAYER: the files of the layer before those of the folder.
+over() { mount -t overlay overlay -o "ro,lowerdir=$2:$1" "$1"; }
+
+lay_policy() {
+  mkdir -p /run/dbus /run/lock /run/kelto/rules /run/kelto/actions /run/kelto/services /run/kelto/bus
+  case $1 in
+    grant) result='polkit.Result.YES' ;;
+    deny) result='polkit.Result.NO' ;;
+    *) result='polkit.Result.NOT_HANDLED' ;;
+  esac
+  cat >/run/kelto/rules/00-kelto.rules <<RULES
+polkit.addRule(function(action, subject) {
+  if (action.id == "com.kelto.authorization.admin") return $result;
+});
+polkit.addAdminRule(function(action, subject) { return ["unix-user:0"]; });
+RULES
+  cp "$2/share/dbus-1/system-services/com.kelto.Authorization1.service" /run/kelto/services/
+  cp "$2/share/dbus-1/system.d/com.kelto.Authorization1.conf" /run/kelto/bus/
+  [ "$1" = unregistered ] || cp "$2/share/polkit-1/actions/com.kelto.authorization.policy" /run/kelto/actions/
+  chmod -R a+rX /run/kelto
+  over /etc/polkit-1/rules.d /run/kelto/rules
+  over /usr/share/polkit-1/actions /run/kelto/actions
+  over /usr/share/dbus-1/system-services /run/kelto/services
+  over /etc/dbus-1/system.d /run/kelto/bus
+}

@@ -24,10 +24,10 @@ class FakeImage final : public Image {
 struct DrawingStep {
   std::string operation;  // "save", "fillRect", "drawImage copy", ...
   Rect rect{};
-  Color color{};      // of fills with a colour, and where a gradient starts
-  Color endColor{};   // of gradients
+  Color color{};        // of fills with a colour, and where a gradient starts
+  Color endColor{};     // of gradients
   std::string image{};  // of images, and of fills with a pattern
-  double number = 0;  // radius, angle, fraction
+  double number = 0;    // radius, angle, fraction
   bool operator==(const DrawingStep&) const = default;
 };
 

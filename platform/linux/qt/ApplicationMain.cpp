@@ -17,6 +17,7 @@
 #include "platform/linux/qt/Look.h"
 #include "platform/linux/qt/QtApplication.h"
 #include "platform/linux/qt/QtBlockingCall.h"
+#include "platform/linux/qt/QtViewResources.h"
 #include "platform/linux/qt/TerminationSignals.h"
 
 namespace platform {
@@ -54,8 +55,9 @@ std::unique_ptr<QSocketNotifier> watch(LinuxDistributedNotificationCenter& cente
 // Everything that lives as long as the application runs. Members are made in this order and go in the other.
 class Framework {
  public:
-  Framework(int argc, char** argv, LinuxSystemLog& log)
+  Framework(int argc, char** argv, LinuxSystemLog& log, const std::vector<ViewClass>& viewClasses)
       : _log(log),
+        _viewClasses(viewClasses),
         _defaults(argc, argv, _bundles.mainBundle().bundleIdentifier().value_or(""), log),
         _application(_runLoop, _center, _bundles.mainBundle().infoString("CFBundleName").value_or(programName(argv[0]))),
         _distributedCenter(_bundles.mainBundle().bundleIdentifier().value_or(""), log,
@@ -63,7 +65,7 @@ class Framework {
     putResourcesFirstOnPath(_bundles.mainBundle());
   }
 
-  int run(const std::vector<DelegateClass>& classes, const std::vector<ViewClass>& viewClasses) {
+  int run(const std::vector<DelegateClass>& classes) {
     const auto name = _bundles.mainBundle().infoString("NSMainNibFile").value_or("MainWindow");
     const auto path = _bundles.mainBundle().pathForResource(name, "ui");
     if (!path) {
@@ -72,11 +74,12 @@ class Framework {
     }
     const auto notifier = watch(_distributedCenter);
     const TerminationSignals signals([this] { _runLoop.deliver([this] { _application.terminateOnRequest(); }); });
-    return _application.run(_platform, *path, classes, viewClasses);
+    return _application.run(_platform, *path, classes, _viewClasses);
   }
 
  private:
   LinuxSystemLog& _log;
+  const std::vector<ViewClass>& _viewClasses;
   LinuxBundles _bundles{_log, [this] { return preferredLanguages(_defaults); }};
   LinuxUserDefaults _defaults;
   NotificationCenter _center;
@@ -89,9 +92,11 @@ class Framework {
   LinuxWorkspace _workspace{_bundles, _log, _blockingCall};
   LinuxServiceManagement _serviceManagement{_log};
   LinuxShell _shell{_blockingCall};
+  QtViewResources _viewResources{_bundles.mainBundle(), _viewClasses};
   Platform _platform{_application,       _runLoop,           _defaults,    _center,
                      _distributedCenter, _bundles,           _fileManager, _authorizationServices,
-                     _workspace,         _serviceManagement, _shell,       _log};
+                     _workspace,         _serviceManagement, _shell,       _log,
+                     &_viewResources};
   Installation _installation{_platform};
 };
 
@@ -114,7 +119,7 @@ int ApplicationMain(int argc, char** argv, const std::vector<DelegateClass>& cla
   QApplication application(count, nameOnly);
   environment.reset();
   applyLook(application);
-  return Framework(argc, argv, log).run(classes, viewClasses);
+  return Framework(argc, argv, log, viewClasses).run(classes);
 }
 
 }  // namespace platform

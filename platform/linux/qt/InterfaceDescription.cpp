@@ -6,7 +6,6 @@
 #include <QUiLoader>
 #include <QVariant>
 
-#include "platform/linux/qt/FaceView.h"
 #include "platform/linux/qt/QtElements.h"
 #include "platform/linux/qt/QtProgressBar.h"
 #include "platform/linux/qt/QtViewResources.h"
@@ -36,7 +35,6 @@ class Loader final : public QUiLoader {
   QWidget* make(const QString& className, QWidget* parent, const QString& name) {
     if (parent == nullptr) return new WindowWidget;
     if (const auto view = makeView(_viewClasses, className.toStdString())) return new ViewHostWidget(view, parent);
-    if (className == "KMEmbeddedWindowBackgroundView") return new FaceView(parent);
     if (className == "QProgressBar") return new ProgressBarWidget(parent);
     return QUiLoader::createWidget(className, parent, name);
   }

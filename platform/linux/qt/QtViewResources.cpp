@@ -89,7 +89,8 @@ std::shared_ptr<const Image> QtViewResources::imageNamed(std::string_view name) 
 std::shared_ptr<const Image> QtViewResources::load(const std::string& name) const {
   std::vector<QImage> versions;
   for (const int scale : {1, 2, 3}) {
-    const auto path = _bundle.pathForResource(scale == 1 ? name : name + "@" + std::to_string(scale) + "x", "png");
+    const auto file = "artwork/" + name + (scale == 1 ? "" : "@" + std::to_string(scale) + "x");
+    const auto path = _bundle.pathForResource(file, "png");
     if (!path) continue;
     QImage version(qtString(*path));
     if (version.isNull()) continue;

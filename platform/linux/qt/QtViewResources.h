@@ -1,5 +1,6 @@
 #pragma once
-// Images and views from the application's bundle: NAME.png with NAME@2x.png and NAME@3x.png, and NAME.ui. Main thread only.
+// Images and views from the application's bundle: artwork/NAME.png with NAME@2x.png and
+// NAME@3x.png, and NAME.ui. Main thread only.
 #include <map>
 #include <vector>
 

@@ -1,7 +1,5 @@
 #include "platform/linux/qt/InterfaceDescription.h"
 
-#include <xcb/xcb.h>
-
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
@@ -10,8 +8,6 @@
 #include <map>
 #include <memory>
 
-#include "platform/linux/qt/Display.h"
-#include "platform/linux/qt/FaceView.h"
 #include "tests/platform/linux/qt/QtTest.h"
 
 using namespace platform;
@@ -238,75 +234,6 @@ TEST_F(OtherDocument, OneThatIsMalformedIsRefusedWithACause) {
                 write("<ui version=\"4.0\"><widget class="), [] {}, cause),
             nullptr);
   EXPECT_NE(cause, "");
-}
-
-struct Face : testing::Test {
-  // The face of a window 100 wide, with the alpha that the window gets.
-  QImage drawn(int height, bool hasBloom) {
-    QWidget window;
-    FaceView face(&window);
-    face.setProperty("hasBloom", hasBloom);
-    face.resize(100, height);
-    QImage image(100, height, QImage::Format_ARGB32_Premultiplied);
-    image.fill(Qt::transparent);
-    face.render(&image, {}, {}, QWidget::RenderFlags());
-    return image;
-  }
-  static QColor grey(int white) { return {white, white, white}; }
-};
-
-TEST_F(Face, FooterIsFiftyEightHighUnderTwoHairlines) {
-  const QImage image = drawn(206, false);
-  EXPECT_EQ(image.pixelColor(50, 205), grey(214));
-  EXPECT_EQ(image.pixelColor(50, 206 - 58), grey(214));
-  EXPECT_EQ(image.pixelColor(50, 206 - 59), grey(232));
-  EXPECT_EQ(image.pixelColor(50, 206 - 60), grey(171));
-  EXPECT_EQ(image.pixelColor(50, 206 - 61), grey(255));
-  EXPECT_EQ(image.pixelColor(50, 0), grey(255));
-}
-
-TEST_F(Face, WithBloomTheContentIsAGradientFromLightAtTheTop) {
-  const QImage image = drawn(320, true);
-  EXPECT_EQ(image.pixelColor(50, 0), grey(233));
-  EXPECT_EQ(image.pixelColor(50, 320 - 61), grey(214));
-}
-
-TEST_F(Face, AFaceLowerThanTheFooterStillHasIt) { EXPECT_EQ(drawn(40, false).pixelColor(50, 0), grey(214)); }
-
-TEST_F(Face, CornersAreSquareWithoutACompositor) {
-  ASSERT_TRUE(spinUntil([] { return !Display::composesWindows(); }));
-  EXPECT_EQ(drawn(206, false).pixelColor(0, 0).alpha(), 255);
-}
-
-// The owner of this selection is the display's compositor.
-class Compositor {
- public:
-  Compositor() : _connection(xcb_connect(nullptr, nullptr)) {
-    const auto* screen = xcb_setup_roots_iterator(xcb_get_setup(_connection)).data;
-    const auto window = xcb_generate_id(_connection);
-    xcb_create_window(_connection, XCB_COPY_FROM_PARENT, window, screen->root, 0, 0, 1, 1, 0, XCB_WINDOW_CLASS_INPUT_OUTPUT,
-                      XCB_COPY_FROM_PARENT, 0, nullptr);
-    std::unique_ptr<xcb_intern_atom_reply_t, decltype(&std::free)> atom(
-        xcb_intern_atom_reply(_connection, xcb_intern_atom(_connection, 0, 13, "_NET_WM_CM_S0"), nullptr), std::free);
-    xcb_set_selection_owner(_connection, window, atom->atom, XCB_CURRENT_TIME);
-    std::free(xcb_get_input_focus_reply(_connection, xcb_get_input_focus(_connection), nullptr));
-  }
-  ~Compositor() { xcb_disconnect(_connection); }
-  Compositor(const Compositor&) = delete;
-  Compositor& operator=(const Compositor&) = delete;
-
- private:
-  xcb_connection_t* _connection;
-};
-
-TEST_F(Face, CornersAreRoundUnderACompositor) {
-  const Compositor compositor;
-  ASSERT_TRUE(Display::composesWindows());
-  const QImage image = drawn(206, false);
-  for (const QPoint corner : {QPoint(0, 0), QPoint(99, 0), QPoint(0, 205), QPoint(99, 205)})
-    EXPECT_EQ(image.pixelColor(corner).alpha(), 0);
-  EXPECT_EQ(image.pixelColor(6, 0).alpha(), 255);
-  EXPECT_EQ(image.pixelColor(0, 6).alpha(), 255);
 }
 
 }  // namespace

@@ -83,6 +83,8 @@ void StartUpEnvironment::set(const char* name, const char* value) {
 }
 
 bool composesWindows() {
+  // Other platforms than "xcb" may offer the interface too, without a connection behind it.
+  if (QGuiApplication::platformName() != "xcb") return true;
   const auto* x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
   if (x11 == nullptr) return true;
   xcb_connection_t* connection = x11->connection();

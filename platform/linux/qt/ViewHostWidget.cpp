@@ -25,9 +25,11 @@ void ViewHostWidget::paintEvent(QPaintEvent* /*event*/) {
   using Corners = QtGraphicsContext::Corners;
   QPainter painter(this);
   const Size area{static_cast<double>(width()), static_cast<double>(height())};
-  QtGraphicsContext context(painter, area, Display::composesWindows() ? Corners::Round : Corners::Square);
+  QtGraphicsContext context(painter, area, _isComposed ? Corners::Round : Corners::Square);
   _window.display(context);
 }
+
+void ViewHostWidget::showEvent(QShowEvent* /*event*/) { _isComposed = Display::composesWindows(); }
 
 void ViewHostWidget::resizeEvent(QResizeEvent* /*event*/) {
   _window.setSize({static_cast<double>(width()), static_cast<double>(height())});

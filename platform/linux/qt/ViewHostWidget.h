@@ -8,7 +8,7 @@
 namespace platform::Linux {
 
 // The view fills the widget. Dynamic boolean properties of the widget are set on the view under their name. Corners are
-// square where nothing composes translucent windows.
+// square where nothing composes translucent windows; that is asked whenever the widget comes up, not for every frame.
 class ViewHostWidget final : public QWidget {
  public:
   ViewHostWidget(const std::shared_ptr<View>& view, QWidget* parent);
@@ -19,9 +19,11 @@ class ViewHostWidget final : public QWidget {
   bool event(QEvent* event) override;
   void paintEvent(QPaintEvent* event) override;
   void resizeEvent(QResizeEvent* event) override;
+  void showEvent(QShowEvent* event) override;
 
  private:
   ViewWindow _window;
+  bool _isComposed = true;
 };
 
 }  // namespace platform::Linux

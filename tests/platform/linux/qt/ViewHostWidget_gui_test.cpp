@@ -41,6 +41,8 @@ class Panel : public View {
 struct HostedView : testing::Test {
   QImage drawn(int width, int height) {
     host.resize(width, height);
+    window.hide();
+    window.show();
     QImage image(width, height, QImage::Format_ARGB32_Premultiplied);
     image.fill(Qt::transparent);
     host.render(&image, {}, {}, QWidget::RenderFlags());

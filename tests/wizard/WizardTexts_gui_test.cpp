@@ -1,0 +1,30 @@
+// No text of the wizard or of an alert is cut, in any language, mode and scale.
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "tests/support/CommandLine.h"
+
+namespace {
+
+class WizardTexts : public testing::TestWithParam<const char*> {};
+
+constexpr int languages = 13;
+constexpr int modes = 3;
+constexpr int textsOfAWizard = 4;  // headline, body and two buttons
+constexpr int alerts = 4;
+constexpr int textsOfAnAlert = 3;  // headline, message and button
+
+TEST_P(WizardTexts, HaveTheRoomThatTheyNeed) {
+  const auto measured = tests::runCommandLine(std::string("QT_QPA_PLATFORM=offscreen QT_SCALE_FACTOR=") + GetParam() + " " +
+                                              KELTO_BIN_DIR "/wizard_pictures measure 2>/dev/null");
+  ASSERT_EQ(measured.status, 0);
+  std::istringstream lines(measured.output);
+  int count = 0;
+  for (std::string line; std::getline(lines, line); ++count) EXPECT_TRUE(line.starts_with("fits ")) << line;
+  EXPECT_EQ(count, languages * (modes * textsOfAWizard + alerts * textsOfAnAlert));
+}
+
+INSTANTIATE_TEST_SUITE_P(Scale, WizardTexts, testing::Values("1", "1.5", "2"));
+
+}  // namespace

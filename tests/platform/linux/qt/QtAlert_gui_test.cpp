@@ -25,8 +25,7 @@ void runAlertAnd(const Alert& alert, QWidget* parent, const std::function<void(Q
     const auto dialog = [] { return dynamic_cast<QDialog*>(QApplication::activeModalWidget()); };
     ASSERT_TRUE(spinUntil([&] { return dialog() != nullptr && isActiveForAll(*dialog()); }));
     look(*dialog());
-    outputOf(dismiss);
-    isDismissed = spinUntil([&] { return dialog() == nullptr || !dialog()->isVisible(); });
+    isDismissed = doUntil(dismiss, [&] { return dialog() == nullptr || !dialog()->isVisible(); });
     if (!isDismissed) dialog()->reject();
   });
   runAlert(alert, "Kelto Installer", parent);

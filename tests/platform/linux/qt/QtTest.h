@@ -59,4 +59,14 @@ inline bool isActiveForAll(const QWidget& window) {
          tests::outputOf("xdotool getactivewindow 2>/dev/null") == std::to_string(window.winId()) + "\n";
 }
 
+// Does the shell line from outside, again and again, until `condition` holds. For keys that the window manager takes: while
+// the server brings its keyboard up, which the first made-up key starts, the window manager may miss some.
+inline bool doUntil(const std::string& line, const std::function<bool()>& condition) {
+  return spinUntil([&] {
+    if (condition()) return true;
+    tests::outputOf(line);
+    return spinUntil(condition, 200);
+  });
+}
+
 }  // namespace qt_test

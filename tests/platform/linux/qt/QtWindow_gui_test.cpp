@@ -95,8 +95,7 @@ TEST_F(QtWindowOnScreen, AWindowManagersCloseRequestIsReportedAndTheWindowStays)
   int requests = 0;
   widget.onClose = [&] { ++requests; };
   show();
-  tests::outputOf("xdotool windowclose 2>/dev/null; xdotool key --clearmodifiers alt+F4");
-  EXPECT_TRUE(spinUntil([&] { return requests == 1; }));
+  EXPECT_TRUE(doUntil("xdotool key alt+F4", [&] { return requests > 0; }));
   EXPECT_TRUE(widget.isVisible());
 }
 

@@ -44,6 +44,8 @@ class Demo:
 
     def show_controller(self):
         self.desktop.paint_background()
+        kind = "a display and a session bus of its own" if self.desktop.is_private else "this display, a session bus of its own"
+        self.say(f"the desktop is up: {kind}")
         self.say(f"on disk: {self.road.installed} has version {version_of(self.road.installed)}")
         controller = self.road.start_controller(self.mode)
         window = self.road.window_of_controller()
@@ -137,14 +139,19 @@ def run_on_system_bus(arguments):
         return 1
     words = [str(ON_SYSTEM_BUS), "--grant", "--build", arguments.build, "--", sys.executable, __file__, arguments.build,
              arguments.mode, "--inside"]
-    # Everything in the namespace ends with its first process, and that with this one.
-    namespace = subprocess.Popen(words, start_new_session=True,
-                                 preexec_fn=lambda: LIBC.prctl(PR_SET_PDEATHSIG, signal.SIGKILL, 0, 0, 0))
-    try:
-        return namespace.wait()
-    finally:
-        namespace.kill()
-        namespace.wait()
+    with tempfile.TemporaryFile("w+") as log:
+        # Everything in the namespace ends with its first process, and that with this one.
+        namespace = subprocess.Popen(words, start_new_session=True, stderr=log,
+                                     preexec_fn=lambda: LIBC.prctl(PR_SET_PDEATHSIG, signal.SIGKILL, 0, 0, 0))
+        try:
+            status = namespace.wait()
+        finally:
+            namespace.kill()
+            namespace.wait()
+        if status != 0:
+            log.seek(0)
+            print(log.read(), end="", file=sys.stderr)
+    return status
 
 
 def main():

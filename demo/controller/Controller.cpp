@@ -2,9 +2,14 @@
 
 #include <QCoreApplication>
 #include <QDBusConnection>
+#include <QTimer>
+#include <chrono>
 #include <cstdio>
+#include <filesystem>
 
 namespace {
+
+constexpr std::chrono::milliseconds lookAgain{20};
 
 QString info(const platform::Bundle& bundle, std::string_view key) {
   return QString::fromStdString(bundle.infoString(key).value_or(""));
@@ -62,6 +67,10 @@ void Controller::runInstaller(const std::string& mode) {
 
 void Controller::sendCredentials(const QString& connection) {
   if (connection.isEmpty()) return enter("The installer did not answer");
+  if (const auto signal = setting("KDHandOverWhen"); !signal.empty() && !std::filesystem::exists(signal)) {
+    QTimer::singleShot(lookAgain, this, [this, connection] { sendCredentials(connection); });
+    return;
+  }
   const auto credentials = setting("KDCredentials");
   if (credentials == "none") return;
   bool sent = credentials == "wrong" ? sendWrongForm(connection) : _handoff.handOver(connection);

@@ -107,7 +107,8 @@ void ControllerWindow::paintShelf(QPainter& painter) const {
   const QSizeF cover((shelf.width() - (columns - 1) * gap) / columns, (shelf.height() - (rows - 1) * gap) / rows);
   painter.setPen(Qt::NoPen);
   for (int place = 0; place < columns * rows; ++place) {
-    const QPointF corner((place % columns) * (cover.width() + gap), (place / columns) * (cover.height() + gap));
+    const int row = place / columns;
+    const QPointF corner((place % columns) * (cover.width() + gap), row * (cover.height() + gap));
     painter.setBrush(accent().lighter(125 + 12 * (place * 7 % 5)));
     painter.drawRoundedRect(QRectF(shelf.topLeft() + corner, cover), 8, 8);
   }

@@ -11,6 +11,7 @@
 // and, to see what the installer does then:
 //   KDCredentials KIND             "none" sends no rights, "empty" an authorization without rights, "wrong" 32 bytes that
 //                                  are none, "twice" sends the rights two times
+//   KDHandOverWhen FILE            sends them not before there is such a file
 //   KDRefuseToQuit YES             stays when asked to quit
 #include <QApplication>
 #include <QSocketNotifier>

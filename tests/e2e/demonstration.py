@@ -10,7 +10,7 @@ from desktop import PYTHON, Failure, processes_of, wait_for
 from road import PROJECT
 from world import check, equal, scenario
 
-STAGES = ["on disk:", "controller 1.0 shows its window", "the installer was started", "the installer shows its wizard window",
+STAGES = ["the desktop is up", "on disk:", "controller 1.0 shows its window", "the installer was started", "the installer shows its wizard window",
           "the controller handed its rights over", "controller 1.0 was asked to quit", "controller 1.0 is gone"]
 ENDS = {
     "update": ["the bundle was replaced: on disk is version 2.0 now", "controller 2.0 was started by the installer",
@@ -21,9 +21,10 @@ ENDS = {
 }
 
 
-def start(world, *words, build=None):
+def start(world, *words, build=None, **display):
     """Starts the demonstration, without a display of this session's."""
-    environment = {key: value for key, value in os.environ.items() if key != "DISPLAY"} | {"TMPDIR": str(world.folder)}
+    environment = {key: value for key, value in os.environ.items() if key != "DISPLAY"}
+    environment |= {"TMPDIR": str(world.folder), **display}
     return subprocess.Popen([PYTHON, "-B", str(PROJECT / "demo/demo.py"), str(build or world.build), *words], text=True,
                             env=environment, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
 
@@ -94,6 +95,19 @@ def demo_install(world):
 def demo_uninstall(world):
     """The removal is shown stage by stage."""
     check("the last line tells where it is", "its version 1.0 is in " in expect_demonstration(world, "uninstall"))
+
+
+@scenario("gui")
+def demo_on_this_display(world):
+    """With a display in the session the demonstration shows itself there, and the rest is its own."""
+    desktop = world.desktop.environment
+    process = start(world, "update", DISPLAY=desktop["DISPLAY"], XAUTHORITY=desktop["XAUTHORITY"])
+    output, errors = process.communicate(timeout=60)
+    equal("the exit status", (process.returncode, errors), (0, ""))
+    expect_stages(output, ["the desktop is up: this display", *STAGES[1:], *ENDS["update"]])
+    folder = next(world.folder.glob("kelto-demo-*"))
+    check("it made no display", not (folder / "logs/Xvfb.log").exists())
+    wait_for("the end of all its processes", lambda: not processes_of(folder))
 
 
 @scenario("system", where="root", bare=True)

@@ -129,9 +129,9 @@ def nothing_installed(world):
 @scenario("gui")
 def uninstall_of_nothing(world):
     """A bundle that has gone by the time it is to be removed is no error: the installer ends quietly."""
-    installer = world.start("uninstall")
-    world.road.controller_says("The rights were handed over")
+    installer = world.start_waiting("uninstall")
     shutil.rmtree(world.road.installed)
+    world.hand_over()
     world.road.installer_gone(installer)
     equal("runs of the tool", world.tool_runs(), 0)
     check("there is no Trash", not (world.desktop.home / ".local/share/Trash").exists())

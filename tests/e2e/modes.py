@@ -37,13 +37,14 @@ def expect_place_over_controller(world, installer, height):
 @scenario("gui")
 def update(world):
     """The controller is replaced by its new version, which resumes its self-update."""
-    installer = world.start("update")
+    installer = world.start_waiting("update")
     expect_place_over_controller(world, installer, 320)
     equal("the wizard", world.wizard_texts(installer),
           ([english("<ControllerUpdateWizard_Title>"), english("<ControllerUpdateWizard_Installing>")],
            [english("<Cancel>"), english("<Next>")]))
     equal("the wizard's title", world.desktop.ask("xdotool", "getwindowname", world.desktop.window_of(installer)).strip(),
           "Kelto Installer")
+    world.hand_over()
     world.expect_update_ends(installer)
     check("the source was moved", not world.road.new.exists())
     equal("runs of the tool", world.tool_runs(), 1)
@@ -52,22 +53,24 @@ def update(world):
 @scenario("gui")
 def install(world):
     """An installation over an old copy shows a low wizard and starts the new version without arguments."""
-    installer = world.start("install", Frame="{{101, 57}, {801, 603}}")
+    installer = world.start_waiting("install", Frame="{{101, 57}, {801, 603}}")
     expect_place_over_controller(world, installer, 206)
     equal("the wizard", world.wizard_texts(installer),
           ([english("<InstallerInstallKeltoSubtitle>"), english("<InstallerInstallKeltoBody>")],
            [english("<Cancel>"), english("<Done>")]))
+    world.hand_over()
     world.expect_update_ends(installer, resumed=False)
 
 
 @scenario("gui")
 def uninstall(world):
     """The installed bundle is in the user's Trash afterwards, ready to be restored, and nothing is started."""
-    installer = world.start("uninstall")
+    installer = world.start_waiting("uninstall")
     expect_place_over_controller(world, installer, 206)
     equal("the wizard", world.wizard_texts(installer),
           ([english("<InstallerUninstallKeltoSubtitle>"), english("<InstallerUninstallKeltoBody>")],
            [english("<Cancel>"), english("<Done>")]))
+    world.hand_over()
     world.road.installer_gone(installer)
     expect_in_trash(world)
     equal("what runs", processes_of(world.folder), [])
@@ -115,9 +118,10 @@ ODD = "Ünter 100% “q” 'x' \"y\" %@ %d $HOME {a; b}"
 @scenario("gui", road={"applications": ODD, "downloads": f"日本 {ODD}", "new_name": "Kelto %d.app"})
 def odd_paths(world):
     """Blanks, quotes, percent signs and letters of any language in a path arrive as they are."""
-    installer = world.start("update")
+    installer = world.start_waiting("update")
     arguments = arguments_of(installer)
     equal("the path of the new bundle", arguments[arguments.index("-KMInstallToolSrcPath") + 1], str(world.road.new))
+    world.hand_over()
     world.expect_update_ends(installer, world.road.applications / "Kelto %d.app")
 
 

@@ -88,9 +88,14 @@ def failing_server_upgrade(world):
 
 @scenario("system", where="services", **SURROUNDINGS)
 def stopped_server(world):
-    """A Library Server that is installed and does not run is left alone."""
+    """A Library Server that is installed and known to the service manager, but does not run, is left alone."""
     start_old_server(world.build)
+    # The manager forgets a stopped service that nobody mentions.
+    (UNIT_FILE.parent / "mentions.target").write_text(f"[Unit]\nDefaultDependencies=no\nAfter={UNIT}\n")
+    systemctl("daemon-reload")
+    systemctl("start", "mentions.target")
     systemctl("stop", UNIT)
+    check("the manager knows the service", UNIT in systemctl("list-units", "--all", "--no-legend"))
     world.expect_update_ends(world.start("update"))
     equal("the process of the service", main_process(), 0)
     equal("the program", PROGRAM.read_bytes(), (world.build / "bin/KeltoLibraryServer-1").read_bytes())

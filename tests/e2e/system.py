@@ -13,8 +13,9 @@ def system_update(world):
     """With the right granted without interaction, the bundle that only root can change is replaced."""
     road, user = world.road, world.desktop.account.uid
     equal("who owns the folder of the installed bundle", os.stat(road.applications).st_uid, 0)
-    installer = world.start("update")
+    installer = world.start_waiting("update")
     equal("the installer's user", os.stat(f"/proc/{installer}").st_uid, user)
+    world.hand_over()
     process = world.expect_update_ends(installer)
     equal("the user of the new version", os.stat(f"/proc/{process}").st_uid, user)
     for path in [road.installed, *road.installed.rglob("*")]:

@@ -82,6 +82,13 @@ class World(Bare):
         self.road.wizard(installer)
         return installer
 
+    def start_waiting(self, mode, **switches):
+        """The same, but the controller keeps its rights until `hand_over`: there is time to look at the wizard."""
+        return self.start(mode, HandOverWhen=self.folder / "go", **switches)
+
+    def hand_over(self):
+        (self.folder / "go").touch()
+
     def start_installer(self, *arguments):
         """Starts the installer with these arguments and without a controller; its process, once the wizard is up."""
         program = self.desktop.start("installer", [self.road.installer / "Contents/Linux/KeltoInstaller", *arguments])

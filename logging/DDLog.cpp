@@ -12,6 +12,19 @@ using LevelSetter = void(std::int32_t);
 // A text that was longer than this gives its memory back.
 constexpr std::size_t keptCapacity = 65536;
 
+// Static objects may log after the main thread's buffer is destroyed; the mark has no destructor.
+thread_local bool isTextBufferGone = false;
+
+struct TextBuffer {
+  TextBuffer() = default;
+  ~TextBuffer() { isTextBufferGone = true; }
+  TextBuffer(const TextBuffer&) = delete;
+  TextBuffer& operator=(const TextBuffer&) = delete;
+
+  std::string text;
+};
+thread_local TextBuffer textBuffer;
+
 LevelGetter* levelGetter(const platform::Class* aClass) {
   return aClass == nullptr ? nullptr : aClass->classOperation("ddLogLevel").as<LevelGetter>();
 }
@@ -53,7 +66,8 @@ void DDLog::log(const Statement& statement, std::string_view format, std::span<c
   LogCore* core = LogCore::current();
   if (core == nullptr) return;
   const auto timestamp = platform::Clock::current().now();
-  thread_local std::string text;
+  std::string ownText;
+  std::string& text = isTextBufferGone ? ownText : textBuffer.text;
   text.clear();
   platform::appendFormat(text, format, arguments);
   const char* label = platform::Dispatch::currentQueueLabel();

@@ -281,14 +281,12 @@ void benchThroughput(Report& report, int rounds) {
 }
 
 void benchGrowth(Report& report, int rounds) {
-  double before = 0;
   for (const int producers : {1, 2, 4, 8, 16}) {
     std::vector<double> rates;
     for (int round = 0; round < rounds; ++round)
       rates.push_back(throughputOf([] { return std::make_unique<Ours>(freshFolder("ours")); }, producers, 800'000));
     const double rate = bench::median(rates);
     report.add("growth, " + std::to_string(producers) + " producers: ours", rate / 1e6, "M/s");
-    before = std::max(before, rate);
   }
 }
 
@@ -355,6 +353,38 @@ double residentBytes() {
   return resident * static_cast<double>(::sysconf(_SC_PAGESIZE));
 }
 
+// Four threads that log, or that only make their texts. Prints the bytes in memory at the end.
+int showResident(bool logs) {
+  {
+    std::unique_ptr<Ours> ours;
+    if (logs) ours = std::make_unique<Ours>(freshFolder("ours"));
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+      threads.emplace_back([&] {
+        for (int i = 0; i < 100'000; ++i) {
+          if (ours)
+            ours->log(i);
+          else
+            bench::keep(platform::formatted("record number %d of %s", i, sample).size());
+        }
+      });
+    for (auto& thread : threads) thread.join();
+    if (ours) DDLog::flushLog();
+    std::printf("%.0f\n", residentBytes());
+  }
+  fs::remove_all(folder());
+  return 0;
+}
+
+// The same program, started afresh.
+double residentOf(const std::string& program, const std::string& kind) {
+  double bytes = 0;
+  FILE* output = ::popen((program + " --resident " + kind).c_str(), "r");
+  if (output == nullptr || std::fscanf(output, "%lf", &bytes) != 1) bytes = -1;
+  if (output != nullptr) ::pclose(output);
+  return bytes;
+}
+
 struct Usage {
   double seconds;
   double wakeups;
@@ -369,19 +399,8 @@ Usage usage() {
   return {seconds(now.ru_utime) + seconds(now.ru_stime), static_cast<double>(now.ru_nvcsw)};
 }
 
-void benchMemoryAndIdle(Report& report) {
-  const double memory = inChild([] {
-    const double before = residentBytes();
-    Ours ours(freshFolder("ours"));
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t)
-      threads.emplace_back([&] {
-        for (int i = 0; i < 100'000; ++i) ours.log(i);
-      });
-    for (auto& thread : threads) thread.join();
-    DDLog::flushLog();
-    return residentBytes() - before;
-  });
+void benchMemoryAndIdle(Report& report, const std::string& program) {
+  const double memory = residentOf(program, "logging") - residentOf(program, "empty");
   report.add("memory over an empty process, 4 producers", memory / 1e6, "MB", "2 MB", 2e6 / memory);
   const auto idle = [](bool wakeups) {
     return inChild([wakeups] {
@@ -425,6 +444,7 @@ void benchFacade(Report& report) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (argc > 2 && std::strcmp(argv[1], "--resident") == 0) return showResident(std::strcmp(argv[2], "logging") == 0);
   const int rounds = argc > 2 ? std::atoi(argv[2]) : 7;
 #ifndef KELTO_HAS_SPDLOG
   std::printf("spdlog is missing: no comparison with it\n");
@@ -435,7 +455,7 @@ int main(int argc, char** argv) {
   std::printf("glog is missing: no comparison with it\n");
 #endif
   Report report;
-  benchMemoryAndIdle(report);
+  benchMemoryAndIdle(report, argv[0]);
   benchFacade(report);
   benchPaced(report, rounds);
   benchSynchronous(report, rounds);

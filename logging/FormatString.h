@@ -4,7 +4,6 @@
 #include <concepts>
 #include <cstddef>
 #include <optional>
-#include <source_location>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -106,35 +105,42 @@ consteval void check(std::string_view format) {
     if (!used[i]) anArgumentHasNoConversion();
 }
 
+// Where something is written in the source.
+struct Place {
+  static constexpr Place current(const char* file = __builtin_FILE(), const char* function = __builtin_FUNCTION(),
+                                 int line = __builtin_LINE()) {
+    return {file, function, line};
+  }
+  const char* file;
+  const char* function;
+  int line;
+};
+
 template <class... Arguments>
 class FormatString {
  public:
   template <std::size_t N>
-  consteval FormatString(const char (&literal)[N], std::source_location place = std::source_location::current())
+  consteval FormatString(const char (&literal)[N], Place place = Place::current())
       : _format(literal, N - 1), _place(place) {
     check<Arguments...>(std::string_view(literal, N - 1));
   }
   template <class Pointer>
-  requires std::same_as<Pointer, const char*> FormatString(const Pointer& format,
-                                                           std::source_location place = std::source_location::current())
+  requires std::same_as<Pointer, const char*> FormatString(const Pointer& format, Place place = Place::current())
       : _format(format == nullptr ? "" : format), _isAbsent(format == nullptr), _place(place) {}
-  FormatString(std::string_view format, std::source_location place = std::source_location::current())
-      : _format(format), _place(place) {}
-  FormatString(const std::string& format, std::source_location place = std::source_location::current())
-      : _format(format), _place(place) {}
+  FormatString(std::string_view format, Place place = Place::current()) : _format(format), _place(place) {}
+  FormatString(const std::string& format, Place place = Place::current()) : _format(format), _place(place) {}
   // A format of nothing: the statement does nothing at all.
-  FormatString(std::nullptr_t, std::source_location place = std::source_location::current())
-      : _isAbsent(true), _place(place) {}
+  FormatString(std::nullptr_t, Place place = Place::current()) : _isAbsent(true), _place(place) {}
 
   [[nodiscard]] std::optional<std::string_view> text() const {
     return _isAbsent ? std::nullopt : std::optional<std::string_view>(_format);
   }
-  [[nodiscard]] const std::source_location& place() const { return _place; }
+  [[nodiscard]] const Place& place() const { return _place; }
 
  private:
   std::string_view _format;
   bool _isAbsent = false;
-  std::source_location _place;
+  Place _place;
 };
 
 // One argument made ready for the formatter: what is only printable is printed first, and kept here.

@@ -81,7 +81,10 @@ void LogCore::record(const DDLogMessage::Facts& facts, std::string_view text, st
   const Ticket ticket = _ring.takeTicket();
   if (!_ring.isFree(ticket)) waitForRoom(ticket);
   _ring.slotOf(ticket).fill(facts, text, label, waits);
-  _ring.publish(ticket);
+  if (waits)
+    _ring.publishAwaited(ticket);
+  else
+    _ring.publish(ticket);
   rouse();
   if (waits) waitUntil([&] { return _written.load(std::memory_order_acquire) > ticket; }, ticket + 1);
 }

@@ -62,6 +62,8 @@ class LogRing {
   // Sequentially consistent: whoever then finds the consumer asleep, and the consumer who then looks once more before it
   // sleeps, cannot both miss each other.
   void publish(std::uint64_t ticket) { slotOf(ticket).sequence.store(ticket + 1, std::memory_order_seq_cst); }
+  // For a caller who waits for the record, and so takes it out himself when nobody else does.
+  void publishAwaited(std::uint64_t ticket) { slotOf(ticket).sequence.store(ticket + 1, std::memory_order_release); }
   // Every record put in before this call has a lower ticket.
   [[nodiscard]] std::uint64_t nextTicket() const { return _tail.load(std::memory_order_acquire); }
 

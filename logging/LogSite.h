@@ -38,9 +38,8 @@ class DDLogSite {
     const std::int32_t allowed = level();
     if ((allowed & flag) == 0) return;
     const auto& place = format.place();
-    DDLog::log_level_flag_context_file_function_line_format<Arguments...>(
-        asynchronous, allowed, flag, _context, place.file_name(), place.function_name(),
-        static_cast<std::int32_t>(place.line()), format, arguments...);
+    DDLog::log_level_flag_context_file_function_line_format<Arguments...>(asynchronous, allowed, flag, _context, place.file,
+                                                                          place.function, place.line, format, arguments...);
   }
 
   std::atomic<std::int32_t> _level;

@@ -3,7 +3,7 @@
 #include <atomic>
 #include <map>
 #include <mutex>
-#include <ranges>
+#include <utility>
 
 namespace platform::Fork {
 namespace {
@@ -42,7 +42,7 @@ std::uint32_t generation() { return forks.load(std::memory_order_relaxed); }
 void prepare() {
   auto& all = registry();
   all.mutex.lock();
-  for (const auto& entry : std::views::reverse(all.handlers)) entry.second.prepare();
+  for (auto entry = all.handlers.rbegin(); entry != all.handlers.rend(); ++entry) entry->second.prepare();
 }
 
 void parent() {

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
 #include <filesystem>
 #include <system_error>
 
@@ -39,7 +40,9 @@ class MappedFile final : public SurvivingMemory {
  private:
   // The file and its lock are the parent's.
   void becomePrivate() {
-    ::mmap(_address, _size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0);
+    constexpr int flags = MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED;
+    // Without memory of its own the child would spoil its parent's.
+    if (::mmap(_address, _size, PROT_READ | PROT_WRITE, flags, -1, 0) == MAP_FAILED) std::abort();
     _file.reset();
   }
 

@@ -25,6 +25,8 @@ class RealLog {
     fake.clock.stepAside();
     fake.platform.loggingHost = &_host;
     manager = std::make_shared<DDLogFileManagerDefault>(directory);
+    // A fast machine fills several files before a test is over; none of them may be pruned.
+    manager->setMaximumNumberOfLogFiles(100000);
     logger = std::make_shared<DDFileLogger>(manager);
     DDLog::addLogger(logger);
     // The logger's first duty is what a former process left.

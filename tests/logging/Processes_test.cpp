@@ -157,7 +157,7 @@ TEST(Processes, AnOrderlyEndLeavesNothingToComplete) {
     const RealLog log(name, folder.path());
     RealLog::log(true, "one");
   }
-  platform::Linux::LinuxSurvivingMemories memories;
+  platform::Linux::LinuxSurvivingMemories memories(RealLog::memoryFolder(folder.path()));
   EXPECT_THAT(memories.orphans(name, LogRing::bytes + sizeof(LogLines)), IsEmpty());
 }
 

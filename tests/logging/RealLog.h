@@ -19,8 +19,8 @@ class RealLog {
   // `name` is the process's; `directory` is where the log files go.
   RealLog(const std::string& name, const std::string& directory, platform::LogStorage* storage = nullptr)
       : _host{storage == nullptr ? _linux.storage : *storage, _process, _linux.standardError, _linux.leveledSystemLog,
-              _linux.memories},
-        _directory(directory) {
+              _memories},
+        _memories(memoryFolder(directory)) {
     _process.name = name;
     fake.clock.stepAside();
     fake.platform.loggingHost = &_host;
@@ -35,6 +35,14 @@ class RealLog {
   RealLog(const RealLog&) = delete;
   RealLog& operator=(const RealLog&) = delete;
 
+  // Where the memory that outlives the process is: with the test's files, so that it goes with them.
+  static std::string memoryFolder(const std::string& directory) {
+    const std::string folder = directory + "/.memory";
+    std::error_code ignored;
+    std::filesystem::create_directories(folder, ignored);
+    return folder;
+  }
+
   static void log(bool asynchronous, std::string_view text) {
     DDLog::log_level_flag_context_file_function_line_format(asynchronous, 3, 2, 0, "f.mm", "f", 1, "%@", text);
   }
@@ -43,7 +51,7 @@ class RealLog {
   platform::Linux::LinuxLoggingHost _linux;
   platform::fake::FakeProcessInfo _process;
   platform::LoggingHost _host;
-  const std::string _directory;
+  platform::Linux::LinuxSurvivingMemories _memories;
 
  public:
   platform::fake::FakePlatform fake;

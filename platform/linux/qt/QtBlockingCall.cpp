@@ -32,9 +32,6 @@ class InputFilter final : public QObject {
         return true;
       case QEvent::Shortcut:
         return true;
-      case QEvent::ShortcutOverride:
-        event->accept();
-        return true;
       case QEvent::MouseButtonPress:
       case QEvent::MouseButtonRelease:
       case QEvent::MouseButtonDblClick:
@@ -106,7 +103,6 @@ void QtBlockingCall::run(const std::function<void()>& call) {
   const QtRunLoop::Pause pause(_runLoop);
   const InputFilter filter;
   if (!runBesideEventLoop(call)) call();
-  QCoreApplication::processEvents();  // what was typed or clicked up to now goes with the filter
 }
 
 }  // namespace platform::Linux

@@ -6,6 +6,7 @@
 #include "platform/Authorization.h"
 #include "platform/Bundle.h"
 #include "platform/FileManager.h"
+#include "platform/LoggingHost.h"
 #include "platform/NotificationCenter.h"
 #include "platform/ProcessScope.h"
 #include "platform/RunLoop.h"
@@ -31,12 +32,16 @@ struct Platform {
   SystemLog& systemLog;
   // nullptr where no views are shown: images are then missing and nothing is loaded.
   ViewResources* viewResources = nullptr;
+  // Without one nothing is logged but to the system log.
+  LoggingHost* loggingHost = nullptr;
   // The once-made objects of the process; last, so that they go before what they use.
   ProcessScope process{};
 };
 
 // The installed platform. Terminates the process with a message when none is installed.
 Platform& current();
+// The same, or nullptr when none is installed.
+Platform* installed();
 
 // Installs `platform` for the life of this object and takes it away again. Not nested; one thread, before others start.
 class Installation {

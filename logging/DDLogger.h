@@ -39,6 +39,8 @@ class DDLogger {
   // Hands on what was put aside to be written together with more. Called before a synchronous statement returns, when
   // nothing more has come for a while, and when something has lain for 200 microseconds.
   virtual void writePending() {}
+  // Nothing more has come for a while.
+  virtual void didBecomeIdle() {}
   // In a forked child: what was put aside is the parent's to write, and open files are shared with it.
   virtual void didFork() {}
 };

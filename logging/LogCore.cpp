@@ -32,8 +32,8 @@ LogCore* LogCore::current() {
 
 LogCore::LogCore(platform::Platform& platform)
     : Queue("cocoa.plamaiskre"),
-      _journal(platform.loggingHost),
-      _ring(_journal.ringMemory()),
+      _journal(std::make_shared<LogJournal>(platform.loggingHost)),
+      _ring(_journal->ringMemory()),
       _delivery(platform.loggingHost != nullptr ? platform.loggingHost->process.processorCount()
                                                 : std::thread::hardware_concurrency()) {
   _forkHandlers = platform::Fork::addHandlers(
@@ -54,6 +54,7 @@ LogCore::~LogCore() {
   platform::Fork::removeHandlers(_forkHandlers);
   stopWatch();
   _delivery.stop();
+  _journal->discard();
 }
 
 // The last flush. Whatever is logged later is written by its caller.
@@ -66,7 +67,7 @@ void LogCore::finishAtExit() {
   LogCore* core = theCore.load(std::memory_order_acquire);
   if (core == nullptr) return;
   core->finish();
-  core->_journal.discard();
+  core->_journal->discard();
 }
 
 void LogCore::record(const DDLogMessage& message, bool asynchronous) {
@@ -167,7 +168,7 @@ void LogCore::runBlocks(Ticket head) {
 void LogCore::deliver(Ticket ticket) {
   const LogSlot& slot = _ring.slotOf(ticket);
   const bool isSynchronous = slot.isSynchronous;
-  _journal.setTicket(ticket);
+  _journal->setTicket(ticket);
   _delivery.deliver(slot.message(), isSynchronous);
   _ring.release(ticket);
   if (isSynchronous) {
@@ -220,16 +221,27 @@ void LogCore::keepWatch() {
     bool isBusy = true;
     if (tryHoldDrain()) {
       hasAdvanced = drain(none);
-      if (_hasUnwritten && !hasAdvanced) writePending();
+      if (!hasAdvanced) settle();
       isBusy = _hasUnwritten;
       dropDrain();
     }
     if (hasAdvanced) nap.startOver();
-    if (nap.take() == Nap::enough && !isBusy) {
+    if (nap.take() == Nap::enough && !isBusy && _ring.head() == _settledAt) {
       sleepUntilRoused();
       nap.startOver();
     }
   }
+}
+
+// Nothing has come since the last look.
+void LogCore::settle() {
+  if (_hasUnwritten) writePending();
+  const Ticket head = _ring.head();
+  if (head == _settledAt) return;
+  // Callers who wait for their records deliver them without the watch seeing them come.
+  if (std::exchange(_lastSeen, head) != head) return;
+  _settledAt = head;
+  _delivery.didBecomeIdle();
 }
 
 void LogCore::sleepUntilRoused() {
@@ -278,6 +290,7 @@ void LogCore::beginChild() {
   _nextBlock.store(none);
   _written.store(0);
   _hasUnwritten = false;
+  _lastSeen = _settledAt = 0;
   _isAsleep.store(true);
   _delivery.didFork();
   endFork();

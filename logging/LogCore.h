@@ -37,7 +37,7 @@ class LogCore final : public platform::Dispatch::Queue {
   void lt_flush();
 
   // The memory that outlives the process, and what former processes left in theirs.
-  [[nodiscard]] LogJournal& journal() { return _journal; }
+  [[nodiscard]] const std::shared_ptr<LogJournal>& journal() const { return _journal; }
 
  private:
   using Ticket = std::uint64_t;
@@ -65,6 +65,7 @@ class LogCore final : public platform::Dispatch::Queue {
   // The watch.
   void rouse();
   void keepWatch();
+  void settle();
   [[nodiscard]] bool hasWork();
   void stopWatch();
   void sleepUntilRoused();
@@ -75,7 +76,7 @@ class LogCore final : public platform::Dispatch::Queue {
   void endFork();
   void beginChild();
 
-  LogJournal _journal;
+  const std::shared_ptr<LogJournal> _journal;
   LogRing _ring;
   LogDelivery _delivery;
   // Every record below this ticket has been handed on by every logger, not only received.
@@ -94,6 +95,8 @@ class LogCore final : public platform::Dispatch::Queue {
   std::atomic<std::uint32_t> _calls{0};
   std::mutex _watchMutex;
   std::thread _watch;
+  Ticket _lastSeen = 0;   // the watch's own: the head at its last look,
+  Ticket _settledAt = 0;  // and when the loggers were last told that nothing more comes
   bool _forkedInside = false;
   platform::Fork::HandlersID _forkHandlers = 0;
 };

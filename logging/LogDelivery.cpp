@@ -117,6 +117,13 @@ void LogDelivery::writePending() {
   }
 }
 
+void LogDelivery::didBecomeIdle() {
+  for (const auto& node : _nodes) {
+    const SerialQueue::Turn turn(*node.loggerQueue);
+    node.logger->didBecomeIdle();
+  }
+}
+
 void LogDelivery::flush() {
   for (const auto& node : _nodes) node.loggerQueue->async(_group, [&node] { node.logger->flush(); });
   _group.wait();

@@ -35,6 +35,7 @@ class LogDelivery {
   // Returns when every logger has had the record, and written it on when asked to.
   void deliver(const DDLogMessage& message, bool andWrite);
   void writePending();
+  void didBecomeIdle();
   // Every logger on its own queue and all at once; returns when all have flushed.
   void flush();
 

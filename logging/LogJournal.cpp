@@ -56,8 +56,6 @@ LogJournal::LogJournal(platform::LoggingHost* host)
   _lines->path[0] = '\0';
 }
 
-LogJournal::~LogJournal() { discard(); }
-
 LogLines* LogJournal::claimLines() { return _areLinesClaimed.exchange(true) ? nullptr : _lines; }
 
 std::vector<LogRemains> LogJournal::takeRemains() {

@@ -44,15 +44,15 @@ class LogJournal {
  public:
   // `host` may be nullptr.
   explicit LogJournal(platform::LoggingHost* host);
-  ~LogJournal();
+  ~LogJournal() = default;
   LogJournal(const LogJournal&) = delete;
   LogJournal& operator=(const LogJournal&) = delete;
 
   [[nodiscard]] std::span<std::byte> ringMemory() { return _bytes.subspan(0, LogRing::bytes); }
 
-  // The record that is being delivered; on the thread that drains.
-  void setTicket(std::uint64_t ticket) { _ticket = ticket; }
-  [[nodiscard]] std::uint64_t ticket() const { return _ticket; }
+  // The record that is being delivered.
+  void setTicket(std::uint64_t ticket) { _ticket.store(ticket, std::memory_order_relaxed); }
+  [[nodiscard]] std::uint64_t ticket() const { return _ticket.load(std::memory_order_relaxed); }
 
   // The lines that outlive the process go to the first file logger that asks, and come back with it; nullptr for others.
   LogLines* claimLines();
@@ -75,5 +75,5 @@ class LogJournal {
   std::span<std::byte> _bytes;
   LogLines* _lines = nullptr;
   std::atomic<bool> _areLinesClaimed{false};
-  std::uint64_t _ticket = 0;
+  std::atomic<std::uint64_t> _ticket{0};
 };

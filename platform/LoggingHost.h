@@ -30,6 +30,8 @@ class LogFile {
   [[nodiscard]] virtual std::string contentsFrom(std::uint64_t offset) const = 0;
   // Brings what was appended to the medium.
   virtual bool synchronize() = 0;
+  // The file is complete: it counts as in use no more.
+  virtual void endUse() = 0;
 
   enum class Place {
     there,     // the path leads to this file

@@ -66,10 +66,12 @@ class FakeLogFile final : public LogFile {
   FakeLogFile(FakeLogStorage& storage, std::shared_ptr<FakeLogStorage::Item> item)
       : _storage(storage), _item(std::move(item)) {
     ++_item->openCount;
+    ++_item->useCount;
   }
   ~FakeLogFile() override {
     const std::lock_guard lock(_storage._mutex);
     --_item->openCount;
+    if (_isInUse) --_item->useCount;
   }
   FakeLogFile(const FakeLogFile&) = delete;
   FakeLogFile& operator=(const FakeLogFile&) = delete;
@@ -96,6 +98,11 @@ class FakeLogFile final : public LogFile {
     ++_item->synchronizeCount;
     return true;
   }
+  void endUse() override {
+    const std::lock_guard lock(_storage._mutex);
+    --_item->useCount;
+    _isInUse = false;
+  }
   [[nodiscard]] Place placeOf(const std::string& path) const override {
     const std::lock_guard lock(_storage._mutex);
     const auto place = _storage._files.find(path);
@@ -106,6 +113,7 @@ class FakeLogFile final : public LogFile {
  private:
   FakeLogStorage& _storage;
   const std::shared_ptr<FakeLogStorage::Item> _item;
+  bool _isInUse = true;
 };
 
 bool FakeLogStorage::fileExists(const std::string& path) const {
@@ -143,7 +151,10 @@ bool FakeLogStorage::createFile(const std::string& path) {
   const Date now = Clock::current().now();
   const std::lock_guard lock(_mutex);
   if (!_folders.contains(Path::deletingLastComponent(path)) || refusesToOpen) return false;
-  return _files.emplace(path, std::make_shared<Item>(Item{.contents = {}, .creationDate = now, .modificationDate = now, .marks = {}})).second;
+  return _files
+      .emplace(path,
+               std::make_shared<Item>(Item{.contents = {}, .creationDate = now, .modificationDate = now, .marks = {}}))
+      .second;
 }
 
 std::unique_ptr<LogFile> FakeLogStorage::openFile(const std::string& path) {
@@ -156,7 +167,7 @@ std::unique_ptr<LogFile> FakeLogStorage::openFile(const std::string& path) {
 bool FakeLogStorage::removeFile(const std::string& path) {
   const std::lock_guard lock(_mutex);
   const auto place = _files.find(path);
-  if (place == _files.end() || refusesToRemove || place->second->openCount > 0) return false;
+  if (place == _files.end() || refusesToRemove || place->second->useCount > 0) return false;
   place->second->isLinked = false;
   _files.erase(place);
   return true;
@@ -203,8 +214,8 @@ void FakeLogStorage::addFile(const std::string& path, std::string contents, std:
   const Date born = creationDate.value_or(Clock::current().now());
   const std::lock_guard lock(_mutex);
   _folders[Path::deletingLastComponent(path)] = true;
-  _files[path] =
-      std::make_shared<Item>(Item{.contents = std::move(contents), .creationDate = born, .modificationDate = born, .marks = {}});
+  _files[path] = std::make_shared<Item>(
+      Item{.contents = std::move(contents), .creationDate = born, .modificationDate = born, .marks = {}});
 }
 
 std::optional<std::string> FakeLogStorage::contents(const std::string& path) const {

@@ -48,6 +48,7 @@ class FakeLogStorage final : public LogStorage {
     Date modificationDate;
     std::vector<std::string> marks;
     int openCount = 0;
+    int useCount = 0;
     int synchronizeCount = 0;
     bool isLinked = true;
   };

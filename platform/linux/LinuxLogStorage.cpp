@@ -107,6 +107,8 @@ class OpenLogFile final : public LogFile {
 
   bool synchronize() override { return ::fsync(_file.get()) == 0; }
 
+  void endUse() override { ::flock(_file.get(), LOCK_UN); }
+
   [[nodiscard]] Place placeOf(const std::string& path) const override {
     struct stat status {};
     if (::lstat(path.c_str(), &status) == 0 && status.st_dev == _device && status.st_ino == _number) return Place::there;

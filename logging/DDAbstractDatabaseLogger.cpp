@@ -192,7 +192,8 @@ void DDAbstractDatabaseLogger::createAndStartDeleteTimer() {
 
 void DDAbstractDatabaseLogger::updateDeleteTimer() {
   if (!deleteTimer || _deleteInterval <= 0 || _maxAge <= 0) return;
-  deleteTimer->set(after(lastDeleteTime, _deleteInterval), Seconds(_deleteInterval));
+  const auto start = lastDeleteTime ? after(*lastDeleteTime, _deleteInterval) : platform::Clock::current().uptime();
+  deleteTimer->set(start, Seconds(_deleteInterval));
 }
 
 void DDAbstractDatabaseLogger::destroyDeleteTimer() {

@@ -84,6 +84,6 @@ class DDAbstractDatabaseLogger : public DDAbstractLogger {
   std::size_t unsavedCount = 0;
   std::optional<platform::Uptime> unsavedTime;  // when the first unsaved record was accepted
   Timer saveTimer;
-  platform::Uptime lastDeleteTime{-std::chrono::years(1)};  // so long ago that the first deletion is due at once
+  std::optional<platform::Uptime> lastDeleteTime;  // nothing: a deletion is due at once
   Timer deleteTimer;
 };

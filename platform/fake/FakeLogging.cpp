@@ -231,6 +231,20 @@ std::vector<std::string> FakeLogStorage::paths() const {
   return all;
 }
 
+int FakeLogStorage::synchronizeCount(const std::string& path) const {
+  const std::lock_guard lock(_mutex);
+  const auto place = _files.find(path);
+  return place == _files.end() ? 0 : place->second->synchronizeCount;
+}
+
+void FakeLogStorage::unlink(const std::string& path) {
+  const std::lock_guard lock(_mutex);
+  const auto place = _files.find(path);
+  if (place == _files.end()) return;
+  place->second->isLinked = false;
+  _files.erase(place);
+}
+
 std::uint32_t FakeProcessInfo::currentThreadIdentifier() const {
   static std::atomic<std::uint32_t> threads{0x1000};
   thread_local const std::uint32_t number = ++threads;

@@ -22,6 +22,8 @@ class FakeClock final : public Clock {
   CallID callAt(Uptime when, std::function<void()> action) override;
   void cancel(CallID call) override;
 
+  // From now on the process has the operating system's clock.
+  void stepAside() { replaceCurrent(nullptr); }
   // Lets time pass, making the calls that fall due on this thread, each at its own time.
   void advance(Seconds duration);
   // As if the user set the clock; nothing falls due by it.
@@ -68,6 +70,10 @@ class FakeLogStorage final : public LogStorage {
   void addFile(const std::string& path, std::string contents = {}, std::optional<Date> creationDate = std::nullopt);
   [[nodiscard]] std::optional<std::string> contents(const std::string& path) const;
   [[nodiscard]] std::vector<std::string> paths() const;
+  // How often the file, removed or not, was brought to the medium.
+  [[nodiscard]] int synchronizeCount(const std::string& path) const;
+  // As another program would, whoever has it open.
+  void unlink(const std::string& path);
 
   // Faults, for the next calls.
   std::atomic<int> createDirectoryError{0};

@@ -54,7 +54,9 @@ def describe(window):
     items = list(below(window))
     return {"role": window.get_role_name(), "name": window.get_name(),
             "texts": [item.get_name() for item in items if item.get_role() == Atspi.Role.LABEL and item.get_name()],
-            "buttons": [item.get_name() for item in items if item.get_role() == Atspi.Role.PUSH_BUTTON]}
+            "buttons": [item.get_name() for item in items if item.get_role() == Atspi.Role.PUSH_BUTTON],
+            "elements": [[item.get_role_name(), item.get_name()] for item in items if item.get_role() != Atspi.Role.FILLER],
+            "focused": [item.get_name() for item in items if item.get_state_set().contains(Atspi.StateType.FOCUSED)]}
 
 
 def press(process, title):

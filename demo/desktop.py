@@ -259,7 +259,8 @@ class Desktop:
         return json.loads(answer)
 
     def windows(self, process):
-        """The windows of a process as assistive tools see them: dictionaries with "role", "name", "texts", "buttons"."""
+        """The windows of a process as assistive tools see them: dictionaries with "role", "name", "texts", "buttons";
+        "elements" are the pairs of role and name of all that is in it, "focused" names what has the keyboard."""
         return self._read(do="windows", process=process)
 
     def press(self, process, button):

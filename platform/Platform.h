@@ -30,10 +30,10 @@ struct Platform {
   ServiceManagement& serviceManagement;
   Shell& shell;
   SystemLog& systemLog;
-  // nullptr where no views are shown: images are then missing and nothing is loaded.
-  ViewResources* viewResources = nullptr;
   // Without one nothing is logged but to the system log.
   LoggingHost* loggingHost = nullptr;
+  // nullptr where no views are shown: images are then missing and nothing is loaded.
+  ViewResources* viewResources = nullptr;
   // The once-made objects of the process; last, so that they go before what they use.
   ProcessScope process{};
 };

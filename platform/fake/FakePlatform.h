@@ -303,7 +303,7 @@ class FakePlatform : public FakeParts {
 
   Platform platform{application, runLoop,   defaults,      notificationCenter, distributedNotificationCenter,
                     bundles,     files,     authorization, workspace,          services,
-                    shell,       systemLog, nullptr,       &logging.host};
+                    shell,       systemLog, &logging.host};
 
  private:
   Installation _installation{platform};

@@ -98,7 +98,7 @@ class Framework {
   Platform _platform{_application,       _runLoop,           _defaults,    _center,
                      _distributedCenter, _bundles,           _fileManager, _authorizationServices,
                      _workspace,         _serviceManagement, _shell,       _log,
-                     &_viewResources,    &_loggingHost.host};
+                     &_loggingHost.host, &_viewResources};
   Installation _installation{_platform};
 };
 

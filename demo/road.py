@@ -2,6 +2,7 @@
 import os
 import pathlib
 import plistlib
+import secrets
 import shutil
 
 from desktop import Failure, is_running, processes_of, wait_for
@@ -11,14 +12,20 @@ CONTROLLER_IDENTIFIER = "com.kelto.macController"
 SERVER_FILES = ("com.kelto.KeltoLibraryServer.plist", "com.kelto.KeltoLibraryServer.service")
 
 
-def make_controller(build, bundle, version, server=None):
+def identifier_of_this_run():
+    """The installer asks every copy of the controller to quit that this user runs. A controller of one run must not be taken
+    for one of another, or for a real one, so each run has an identifier of its own."""
+    return f"{CONTROLLER_IDENTIFIER}.run{secrets.token_hex(6)}"
+
+
+def make_controller(build, bundle, version, identifier, server=None):
     """A bundle of the demo controller. `server` is the program of the Library Server that it brings along."""
     contents = pathlib.Path(bundle) / "Contents"
     (contents / "Linux").mkdir(parents=True)
     (contents / "Resources").mkdir()
     shutil.copy(build / "bin/KeltoController", contents / "Linux/KeltoController")
     (contents / "Info.plist").write_bytes(plistlib.dumps({
-        "CFBundleExecutable": "KeltoController", "CFBundleIdentifier": CONTROLLER_IDENTIFIER, "CFBundleName": "Kelto",
+        "CFBundleExecutable": "KeltoController", "CFBundleIdentifier": identifier, "CFBundleName": "Kelto",
         "CFBundlePackageType": "APPL", "CFBundleShortVersionString": version, "CFBundleVersion": version}))
     if server:
         folder = contents / "Resources/LibraryServer"
@@ -53,8 +60,9 @@ class Road:
         self.installed = self.applications / "Kelto.app"
         self.new = desktop.folder / downloads / new_name
         self.installer = desktop.folder / "Installer/KeltoInstaller.app"
-        make_controller(build, self.installed, "1.0")
-        make_controller(build, self.new, "2.0", build / "bin/KeltoLibraryServer-2")
+        identifier = identifier_of_this_run()
+        make_controller(build, self.installed, "1.0", identifier)
+        make_controller(build, self.new, "2.0", identifier, build / "bin/KeltoLibraryServer-2")
         shutil.copytree(build / "bin/KeltoInstaller.app", self.installer)
         if desktop.account:
             for path in [self.new.parent, *self.new.parent.rglob("*")]:

@@ -58,12 +58,17 @@ KTLogger::~KTLogger() {
 }
 
 void KTLogger::initSingleton() {
+  // Where there is nowhere to log to, statements are echoed only.
+  if (platform::current().loggingHost != nullptr) installFileLogger();
+  _shared.store(this, std::memory_order_release);
+}
+
+void KTLogger::installFileLogger() {
   DDLog::initialize();
   fileLogger = std::make_shared<DDFileLogger>();
   fileLogger->setRollingFrequency(rollingFrequency);
   fileLogger->logFileManager()->setMaximumNumberOfLogFiles(maximumNumberOfLogFiles);
   DDLog::addLogger(fileLogger);
-  _shared.store(this, std::memory_order_release);
 }
 
 std::int64_t KTLogger::readThreshold() {
@@ -80,7 +85,7 @@ void KTLogger::log(std::string_view /*selector*/, std::int32_t level, std::strin
   if (index >= std::size(treatments) || treatments[index].name.empty()) return;
   const Treatment& treatment = treatments[index];
   const std::string message = platform::format(format, arguments);
-  if (treatment.isRecorded)
+  if (treatment.isRecorded && fileLogger)
     DDLog::log_level_flag_context_file_function_line_format(treatment.isAsynchronous, treatment.level, treatment.flag, 0,
                                                             sourceFile, operation, sourceLine, "%@", message);
   _systemLog->log(platform::formatted("<%@> %@", treatment.name, message));

@@ -70,6 +70,7 @@ class KTLogger {
 
   static KTLogger* makeSharedLogger();
   void initSingleton();
+  void installFileLogger();
   // Whether the threshold is below `level`, read as unsigned.
   [[nodiscard]] bool isSilenced(std::int32_t level) {
     if (_defaults == nullptr) return true;

@@ -4,14 +4,22 @@
 #include <map>
 #include <mutex>
 #include <ranges>
+#include <vector>
 
 namespace platform::Fork {
 namespace {
 
 struct Registry {
+  // Held from the first handler before a fork to the last one after it. Taken before `mutex`.
+  std::mutex forking;
+  // Guards what follows, and is held while the process forks, but not while handlers prepare: one that waits for another
+  // thread would wait for ever if that thread added handlers meanwhile.
   std::mutex mutex;
   std::map<HandlersID, Handlers> handlers;
   HandlersID last = 0;
+  // Of the fork under way: the handlers that have prepared, in the order of adding.
+  std::vector<Handlers> underWay;
+  HandlersID lastUnderWay = 0;
 };
 
 // Never destroyed: a process may fork while it ends.
@@ -33,7 +41,7 @@ HandlersID addHandlers(Handlers handlers) {
 
 void removeHandlers(HandlersID handlers) {
   auto& all = registry();
-  const std::lock_guard lock(all.mutex);
+  const std::scoped_lock lock(all.forking, all.mutex);
   all.handlers.erase(handlers);
 }
 
@@ -41,21 +49,35 @@ std::uint32_t generation() { return forks.load(std::memory_order_relaxed); }
 
 void prepare() {
   auto& all = registry();
-  all.mutex.lock();
-  for (const auto& entry : std::views::reverse(all.handlers)) entry.second.prepare();
+  all.forking.lock();
+  all.underWay.clear();
+  all.lastUnderWay = 0;
+  for (;;) {
+    all.mutex.lock();
+    std::vector<Handlers> added;
+    for (auto entry = all.handlers.upper_bound(all.lastUnderWay); entry != all.handlers.end(); ++entry)
+      added.push_back(entry->second);
+    if (added.empty()) return;
+    all.lastUnderWay = all.handlers.rbegin()->first;
+    all.mutex.unlock();
+    for (const auto& handlers : std::views::reverse(added)) handlers.prepare();
+    all.underWay.insert(all.underWay.end(), added.begin(), added.end());
+  }
 }
 
 void parent() {
   auto& all = registry();
-  for (const auto& entry : all.handlers) entry.second.parent();
   all.mutex.unlock();
+  for (const auto& handlers : all.underWay) handlers.parent();
+  all.forking.unlock();
 }
 
 void child() {
   forks.fetch_add(1, std::memory_order_relaxed);
   auto& all = registry();
-  for (const auto& entry : all.handlers) entry.second.child();
   all.mutex.unlock();
+  for (const auto& handlers : all.underWay) handlers.child();
+  all.forking.unlock();
 }
 
 }  // namespace platform::Fork

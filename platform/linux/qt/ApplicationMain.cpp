@@ -8,7 +8,6 @@
 #include "platform/linux/LinuxBundle.h"
 #include "platform/linux/LinuxDistributedNotificationCenter.h"
 #include "platform/linux/LinuxFileManager.h"
-#include "platform/linux/LinuxLoggingHost.h"
 #include "platform/linux/LinuxServiceManagement.h"
 #include "platform/linux/LinuxShell.h"
 #include "platform/linux/LinuxSystemLog.h"
@@ -93,12 +92,21 @@ class Framework {
   LinuxWorkspace _workspace{_bundles, _log, _blockingCall};
   LinuxServiceManagement _serviceManagement{_log};
   LinuxShell _shell{_blockingCall};
-  LinuxLoggingHost _loggingHost;
   QtViewResources _viewResources{_bundles.mainBundle(), _viewClasses};
-  Platform _platform{_application,       _runLoop,           _defaults,    _center,
-                     _distributedCenter, _bundles,           _fileManager, _authorizationServices,
-                     _workspace,         _serviceManagement, _shell,       _log,
-                     &_loggingHost.host, &_viewResources};
+  Platform _platform{_application,
+                     _runLoop,
+                     _defaults,
+                     _center,
+                     _distributedCenter,
+                     _bundles,
+                     _fileManager,
+                     _authorizationServices,
+                     _workspace,
+                     _serviceManagement,
+                     _shell,
+                     _log,
+                     nullptr,
+                     &_viewResources};
   Installation _installation{_platform};
 };
 

@@ -16,7 +16,8 @@ bool View::isDescendantOf(const View& view) const {
 
 void View::addSubview(const std::shared_ptr<View>& view) {
   if (view == nullptr || isDescendantOf(*view)) return;
-  const auto kept = view;  // the caller's may be the old superview's own
+  // A copy, because the caller's may be the old superview's own.
+  const auto kept = view;  // NOLINT(performance-unnecessary-copy-initialization)
   kept->removeFromSuperview();
   kept->viewWillMoveToSuperview(this);
   if (_window != nullptr) kept->tellWillMoveToWindow(_window);

@@ -15,7 +15,7 @@ void KTKeyValueObserving::beginWaitingForKeyPath_object_completion(std::string_v
   _retainLock = shared_from_this();
   _observedObject = std::move(object);
   _completion = std::move(completion);
-  _observedObject->addObserver_forKeyPath_context(*this, keyPath);
+  if (_observedObject) _observedObject->addObserver_forKeyPath_context(*this, keyPath);
 }
 
 void KTKeyValueObserving::observeValueForKeyPath_ofObject_change_context(std::string_view keyPath,

@@ -14,6 +14,7 @@ class KTKeyValueObserving final : public platform::KeyValueObserver,
  public:
   // Runs `completion` (nothing when it is empty) at the first change of `keyPath` of `object`. Nobody needs to hold the
   // waiter: it keeps itself and the object alive until then, for ever when no change comes, and lets go of both afterwards.
+  // No object never changes.
   static void waitForKeyPath_object_completion(std::string_view keyPath,
                                                std::shared_ptr<platform::KeyValueObservable> object,
                                                std::function<void()> completion);

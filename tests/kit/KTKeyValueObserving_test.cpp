@@ -138,3 +138,13 @@ TEST_F(Waiter, TheCallbackRunsOnTheThreadThatMadeTheChange) {
   changer.join();
   EXPECT_EQ(ranOn, expected);
 }
+
+// The completion lives as long as the waiter, which is told here so that it ends with the test.
+TEST_F(Waiter, WithoutAnObjectWaitsUntilItIsTold) {
+  const auto waiter = std::make_shared<KTKeyValueObserving>();
+  waiter->beginWaitingForKeyPath_object_completion("volume", nullptr, [this] { ++runs; });
+  EXPECT_EQ(runs, 0);
+  waiter->observeValueForKeyPath_ofObject_change_context("volume", *player, {}, nullptr);
+  EXPECT_EQ(runs, 1);
+  EXPECT_EQ(waiter.use_count(), 1);
+}

@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 
 using NSArray::Extensions::map;
 using NSArray::Extensions::select;
@@ -36,6 +37,11 @@ TEST(MapArray, StopsAtTheFlagWithWhatIsMappedSoFar) {
 TEST(MapArray, ACallbackThatReturnsNoObjectIsRefused) {
   const std::vector<int> numbers{1};
   EXPECT_THROW(map(numbers, [](int, std::size_t, bool&) { return std::shared_ptr<int>(); }), std::invalid_argument);
+}
+
+TEST(MapArray, AnEmptyViewOfTextIsAnObject) {
+  const std::vector<int> numbers{1};
+  EXPECT_EQ(map(numbers, [](int, std::size_t, bool&) { return std::string_view(); }), std::vector<std::string_view>(1));
 }
 
 TEST(SelectArray, GivesTheAcceptedElementsInOrder) {

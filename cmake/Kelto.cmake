@@ -5,6 +5,8 @@ target_include_directories(kelto_options INTERFACE ${PROJECT_SOURCE_DIR})
 target_compile_options(kelto_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wno-sign-conversion
                                                -Wnon-virtual-dtor -Woverloaded-virtual -Werror
                                                $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local>)
+# g++ 12 warns of overlapping copies in its own std::string when it optimises.
+target_compile_options(kelto_options INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
 
 # kelto_library(NAME SOURCES file... LINK target...): one static library.
 function(kelto_library name)

@@ -21,7 +21,10 @@ auto map(const List& list, Callback&& callback) {
   std::size_t index = 0;
   for (const auto& element : list) {
     results.push_back(callback(element, index++, stop));
-    if constexpr (requires { results.back() == nullptr; static_cast<bool>(results.back()); })
+    if constexpr (requires {
+                    results.back() == nullptr;
+                    static_cast<bool>(results.back());
+                  })
       if (results.back() == nullptr) throw std::invalid_argument("map: the callback returned no object");
     if (stop) break;
   }

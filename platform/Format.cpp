@@ -1,5 +1,6 @@
 #include "platform/Format.h"
 
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 
@@ -134,11 +135,43 @@ struct Shown {
   }
 };
 
+template <class Integer>
+void appendInteger(std::string& text, Integer number, int base) {
+  char digits[24];
+  const auto result = std::to_chars(std::begin(digits), std::end(digits), number, base);
+  text.append(digits, result.ptr);
+}
+
+// The conversions that nearly all formats consist of, without flags, width or precision. False for any other.
+bool appendBare(std::string& text, char letter, const FormatArgument::Value& value) {
+  if (!isIn(letter, "@sdiux")) return false;
+  if (const auto* string = std::get_if<std::string_view>(&value)) {
+    text += *string;
+    return true;
+  }
+  const int base = letter == 'x' ? 16 : 10;
+  if (const auto* number = std::get_if<std::int64_t>(&value)) {
+    if (letter == 'x' || letter == 'u')
+      appendInteger(text, static_cast<std::uint64_t>(*number), base);
+    else
+      appendInteger(text, *number, base);
+    return true;
+  }
+  const auto* number = std::get_if<std::uint64_t>(&value);
+  if (number != nullptr) appendInteger(text, *number, base);
+  return number != nullptr;
+}
+
 }  // namespace
 
 std::string format(std::string_view format, std::span<const FormatArgument> arguments) {
   std::string text;
   text.reserve(format.size() + 32);
+  appendFormat(text, format, arguments);
+  return text;
+}
+
+void appendFormat(std::string& text, std::string_view format, std::span<const FormatArgument> arguments) {
   std::size_t next = 0;
   while (!format.empty()) {
     const auto percent = std::min(format.find('%'), format.size());
@@ -149,6 +182,11 @@ std::string format(std::string_view format, std::span<const FormatArgument> argu
     if (!format.empty() && format.front() == '%') {
       text += '%';
       format.remove_prefix(1);
+      continue;
+    }
+    if (!format.empty() && next < arguments.size() && appendBare(text, format.front(), arguments[next].value())) {
+      format.remove_prefix(1);
+      ++next;
       continue;
     }
     Scanner scanner(format);
@@ -162,7 +200,6 @@ std::string format(std::string_view format, std::span<const FormatArgument> argu
     text += index < arguments.size() ? std::visit(Shown{conversion}, arguments[index].value())
                                      : padded(std::string(nothing), conversion);
   }
-  return text;
 }
 
 }  // namespace platform

@@ -43,6 +43,8 @@ class FormatArgument {
 // conversion is shown in its own natural form. A conversion without an argument, like %@ of nothing, shows "(null)"; a
 // percent sign that begins no conversion stands for itself.
 std::string format(std::string_view format, std::span<const FormatArgument> arguments);
+// The same, appended to `text`; allocates nothing for bare conversions once `text` is large enough.
+void appendFormat(std::string& text, std::string_view format, std::span<const FormatArgument> arguments);
 
 template <class... Arguments>
 std::string formatted(std::string_view text, const Arguments&... arguments) {

@@ -3,6 +3,7 @@
 // (DistributedNotificationCenter).
 #include <functional>
 #include <map>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -23,14 +24,15 @@ using NotificationHandler = std::function<void(const Notification&)>;
 // Posted when the application is about to terminate.
 inline constexpr std::string_view ApplicationWillTerminateNotification = "NSApplicationWillTerminateNotification";
 
-// The default centre of the process. Main thread only; handlers run inside post, in the order in which they were added,
-// and may add observers (which do not receive the notification under way).
+// The default centre of the process. Observers are added from any thread. Main thread for the rest; handlers run inside
+// post, in the order in which they were added, and may add observers (which do not receive the notification under way).
 class NotificationCenter {
  public:
   void addObserver(std::string_view name, NotificationHandler handler);
   void post(const Notification& notification);
 
  private:
+  std::mutex _mutex;
   std::map<std::string, std::vector<NotificationHandler>, std::less<>> _observers;
 };
 

@@ -7,12 +7,14 @@
 namespace platform {
 namespace {
 
-std::atomic<Platform*> installed{nullptr};
+std::atomic<Platform*> theOne{nullptr};
 
 }  // namespace
 
+Platform* installed() { return theOne.load(std::memory_order_acquire); }
+
 Platform& current() {
-  Platform* platform = installed.load(std::memory_order_acquire);
+  Platform* platform = installed();
   if (platform == nullptr) {
     std::fputs("no platform is installed: make a platform::Installation first\n", stderr);
     std::abort();
@@ -20,8 +22,8 @@ Platform& current() {
   return *platform;
 }
 
-Installation::Installation(Platform& platform) { installed.store(&platform, std::memory_order_release); }
+Installation::Installation(Platform& platform) { theOne.store(&platform, std::memory_order_release); }
 
-Installation::~Installation() { installed.store(nullptr, std::memory_order_release); }
+Installation::~Installation() { theOne.store(nullptr, std::memory_order_release); }
 
 }  // namespace platform

@@ -37,6 +37,8 @@ struct Platform {
 
 // The installed platform. Terminates the process with a message when none is installed.
 Platform& current();
+// The same, or nullptr when none is installed.
+Platform* installed();
 
 // Installs `platform` for the life of this object and takes it away again. Not nested; one thread, before others start.
 class Installation {

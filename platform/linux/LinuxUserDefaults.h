@@ -2,6 +2,7 @@
 // The standard user defaults on Linux: arguments, then ~/.config/<domain>.plist, then registered defaults. Any thread.
 //
 // Changes that another program stores are seen at the next look-up.
+#include <atomic>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -24,6 +25,7 @@ class LinuxUserDefaults final : public UserDefaults {
   LinuxUserDefaults(int argc, const char* const* argv, std::string_view domain, SystemLog& log);
 
   [[nodiscard]] std::optional<PropertyList::Value> objectForKey(std::string_view key) const override;
+  [[nodiscard]] std::uint64_t generation() const override { return _generation.load(std::memory_order_acquire); }
   bool setObject(std::string_view key, const PropertyList::Value& value) override;
   bool removeObject(std::string_view key) override;
 
@@ -38,6 +40,7 @@ class LinuxUserDefaults final : public UserDefaults {
   SystemLog& _log;
   const PropertyList::Dictionary _arguments;
   const std::optional<DefaultsFile> _file;
+  std::atomic<std::uint64_t> _generation{1};
   mutable std::mutex _mutex;
   PropertyList::Dictionary _registered;
   mutable bool _hasRead = false;

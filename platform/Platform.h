@@ -6,6 +6,7 @@
 #include "platform/Authorization.h"
 #include "platform/Bundle.h"
 #include "platform/FileManager.h"
+#include "platform/LoggingHost.h"
 #include "platform/NotificationCenter.h"
 #include "platform/ProcessScope.h"
 #include "platform/RunLoop.h"
@@ -29,6 +30,8 @@ struct Platform {
   ServiceManagement& serviceManagement;
   Shell& shell;
   SystemLog& systemLog;
+  // Without one nothing is logged but to the system log.
+  LoggingHost* loggingHost = nullptr;
   // nullptr where no views are shown: images are then missing and nothing is loaded.
   ViewResources* viewResources = nullptr;
   // The once-made objects of the process; last, so that they go before what they use.

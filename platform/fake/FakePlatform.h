@@ -7,6 +7,7 @@
 #include <set>
 
 #include "platform/Platform.h"
+#include "platform/fake/FakeLogging.h"
 
 namespace platform::fake {
 
@@ -291,6 +292,8 @@ struct FakeParts {
   FakeServiceManagement services;
   FakeShell shell;
   FakeSystemLog systemLog;
+  FakeClock clock;
+  FakeLoggingHost logging;
 };
 
 class FakePlatform : public FakeParts {
@@ -298,9 +301,9 @@ class FakePlatform : public FakeParts {
   // Lets the debug diagnostics through to `systemLog`: a development build with logging level 7.
   void enableDebugLogging();
 
-  Platform platform{application, runLoop,  defaults,      notificationCenter, distributedNotificationCenter,
-                    bundles,     files,    authorization, workspace,          services,
-                    shell,       systemLog};
+  Platform platform{application, runLoop,   defaults,      notificationCenter, distributedNotificationCenter,
+                    bundles,     files,     authorization, workspace,          services,
+                    shell,       systemLog, &logging.host};
 
  private:
   Installation _installation{platform};

@@ -1,0 +1,319 @@
+#include "platform/fake/FakeLogging.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+#include "platform/Path.h"
+
+namespace platform::fake {
+
+Date FakeClock::now() const {
+  const std::lock_guard lock(_mutex);
+  return _now;
+}
+
+Uptime FakeClock::uptime() const {
+  const std::lock_guard lock(_mutex);
+  return _uptime;
+}
+
+Clock::CallID FakeClock::callAt(Uptime when, std::function<void()> action) {
+  const std::lock_guard lock(_mutex);
+  _calls.emplace(std::pair(when, ++_last), std::move(action));
+  return _last;
+}
+
+void FakeClock::cancel(CallID call) {
+  const std::lock_guard lock(_mutex);
+  std::erase_if(_calls, [&](const auto& entry) { return entry.first.second == call; });
+}
+
+void FakeClock::advance(Seconds duration) {
+  std::unique_lock lock(_mutex);
+  const Uptime end = _uptime + std::chrono::duration_cast<std::chrono::nanoseconds>(duration);
+  while (!_calls.empty() && _calls.begin()->first.first <= end) {
+    const auto node = _calls.extract(_calls.begin());
+    const auto step = std::max(node.key().first, _uptime) - _uptime;
+    _uptime += step;
+    _now += step;
+    lock.unlock();
+    node.mapped()();
+    lock.lock();
+  }
+  _now += end - _uptime;
+  _uptime = end;
+}
+
+void FakeClock::advanceWallClock(Seconds duration) {
+  const std::lock_guard lock(_mutex);
+  _now = dateByAdding(_now, duration);
+}
+
+std::size_t FakeClock::pendingCount() const {
+  const std::lock_guard lock(_mutex);
+  return _calls.size();
+}
+
+std::optional<Seconds> FakeClock::nextCall() const {
+  const std::lock_guard lock(_mutex);
+  if (_calls.empty()) return std::nullopt;
+  return _calls.begin()->first.first - _uptime;
+}
+
+class FakeLogFile final : public LogFile {
+ public:
+  FakeLogFile(FakeLogStorage& storage, std::shared_ptr<FakeLogStorage::Item> item)
+      : _storage(storage), _item(std::move(item)) {
+    ++_item->openCount;
+    ++_item->useCount;
+  }
+  ~FakeLogFile() override {
+    const std::lock_guard lock(_storage._mutex);
+    --_item->openCount;
+    if (_isInUse) --_item->useCount;
+  }
+  FakeLogFile(const FakeLogFile&) = delete;
+  FakeLogFile& operator=(const FakeLogFile&) = delete;
+
+  std::size_t append(std::string_view bytes, int& error) override {
+    const std::lock_guard lock(_storage._mutex);
+    const std::size_t fitting = std::min(bytes.size(), _storage.room.load());
+    if (fitting < bytes.size()) error = ENOSPC;
+    if (_storage.room != SIZE_MAX) _storage.room -= fitting;
+    _item->contents += bytes.substr(0, fitting);
+    _item->modificationDate = Clock::current().now();
+    return fitting;
+  }
+  [[nodiscard]] std::uint64_t size() const override {
+    const std::lock_guard lock(_storage._mutex);
+    return _item->contents.size();
+  }
+  [[nodiscard]] std::string contentsFrom(std::uint64_t offset) const override {
+    const std::lock_guard lock(_storage._mutex);
+    return offset < _item->contents.size() ? _item->contents.substr(offset) : std::string();
+  }
+  bool synchronize() override {
+    const std::lock_guard lock(_storage._mutex);
+    ++_item->synchronizeCount;
+    return true;
+  }
+  void endUse() override {
+    const std::lock_guard lock(_storage._mutex);
+    --_item->useCount;
+    _isInUse = false;
+  }
+  [[nodiscard]] Place placeOf(const std::string& path) const override {
+    const std::lock_guard lock(_storage._mutex);
+    const auto place = _storage._files.find(path);
+    if (place != _storage._files.end() && place->second == _item) return Place::there;
+    return _item->isLinked ? Place::moved : Place::unlinked;
+  }
+
+ private:
+  FakeLogStorage& _storage;
+  const std::shared_ptr<FakeLogStorage::Item> _item;
+  bool _isInUse = true;
+};
+
+bool FakeLogStorage::fileExists(const std::string& path) const {
+  const std::lock_guard lock(_mutex);
+  return _files.contains(path) || _folders.contains(path);
+}
+
+bool FakeLogStorage::createDirectory(const std::string& path, Error& error) {
+  if (createDirectoryError != 0) {
+    error = {createDirectoryError, "No room for a folder"};
+    return false;
+  }
+  const std::lock_guard lock(_mutex);
+  _folders[path] = true;
+  return true;
+}
+
+std::vector<std::string> FakeLogStorage::namesInDirectory(const std::string& path) const {
+  const std::lock_guard lock(_mutex);
+  std::vector<std::string> names;
+  for (const auto& [file, item] : _files)
+    if (Path::deletingLastComponent(file) == path) names.push_back(Path::lastComponent(file));
+  return names;
+}
+
+std::optional<LogFileAttributes> FakeLogStorage::attributesOfFile(const std::string& path) const {
+  const std::lock_guard lock(_mutex);
+  const auto place = _files.find(path);
+  if (place == _files.end()) return std::nullopt;
+  const Item& item = *place->second;
+  return LogFileAttributes{item.contents.size(), item.creationDate, item.modificationDate};
+}
+
+bool FakeLogStorage::createFile(const std::string& path) {
+  const Date now = Clock::current().now();
+  const std::lock_guard lock(_mutex);
+  if (!_folders.contains(Path::deletingLastComponent(path)) || refusesToOpen) return false;
+  return _files
+      .emplace(path,
+               std::make_shared<Item>(Item{.contents = {}, .creationDate = now, .modificationDate = now, .marks = {}}))
+      .second;
+}
+
+std::unique_ptr<LogFile> FakeLogStorage::openFile(const std::string& path) {
+  const std::lock_guard lock(_mutex);
+  const auto place = _files.find(path);
+  if (place == _files.end() || refusesToOpen) return nullptr;
+  return std::make_unique<FakeLogFile>(*this, place->second);
+}
+
+bool FakeLogStorage::removeFile(const std::string& path) {
+  const std::lock_guard lock(_mutex);
+  const auto place = _files.find(path);
+  if (place == _files.end() || refusesToRemove || place->second->useCount > 0) return false;
+  place->second->isLinked = false;
+  _files.erase(place);
+  return true;
+}
+
+bool FakeLogStorage::moveFile(const std::string& path, const std::string& newPath, Error& error) {
+  const std::lock_guard lock(_mutex);
+  auto node = moveError == 0 ? _files.extract(path) : decltype(_files)::node_type();
+  if (node.empty()) {
+    error = {moveError == 0 ? ENOENT : moveError.load(), "The file stays"};
+    return false;
+  }
+  node.key() = newPath;
+  _files.insert(std::move(node));
+  return true;
+}
+
+bool FakeLogStorage::hasMark(const std::string& path, const std::string& name) const {
+  const std::lock_guard lock(_mutex);
+  const auto place = _files.find(path);
+  return place != _files.end() && std::ranges::find(place->second->marks, name) != place->second->marks.end();
+}
+
+int FakeLogStorage::setMark(const std::string& path, const std::string& name) {
+  const std::lock_guard lock(_mutex);
+  const auto place = _files.find(path);
+  if (markError != 0) return markError;
+  if (place == _files.end()) return ENOENT;
+  auto& marks = place->second->marks;
+  if (std::ranges::find(marks, name) == marks.end()) marks.push_back(name);
+  return 0;
+}
+
+int FakeLogStorage::removeMark(const std::string& path, const std::string& name, bool& wasMissing) {
+  const std::lock_guard lock(_mutex);
+  const auto place = _files.find(path);
+  if (markError != 0) return markError;
+  if (place == _files.end()) return ENOENT;
+  wasMissing = std::erase(place->second->marks, name) == 0;
+  return wasMissing ? ENODATA : 0;
+}
+
+void FakeLogStorage::addFile(const std::string& path, std::string contents, std::optional<Date> creationDate) {
+  const Date born = creationDate.value_or(Clock::current().now());
+  const std::lock_guard lock(_mutex);
+  _folders[Path::deletingLastComponent(path)] = true;
+  _files[path] = std::make_shared<Item>(
+      Item{.contents = std::move(contents), .creationDate = born, .modificationDate = born, .marks = {}});
+}
+
+std::optional<std::string> FakeLogStorage::contents(const std::string& path) const {
+  const std::lock_guard lock(_mutex);
+  const auto place = _files.find(path);
+  return place == _files.end() ? std::nullopt : std::optional(place->second->contents);
+}
+
+std::vector<std::string> FakeLogStorage::paths() const {
+  const std::lock_guard lock(_mutex);
+  std::vector<std::string> all;
+  for (const auto& entry : _files) all.push_back(entry.first);
+  return all;
+}
+
+int FakeLogStorage::synchronizeCount(const std::string& path) const {
+  const std::lock_guard lock(_mutex);
+  const auto place = _files.find(path);
+  return place == _files.end() ? 0 : place->second->synchronizeCount;
+}
+
+void FakeLogStorage::unlink(const std::string& path) {
+  const std::lock_guard lock(_mutex);
+  const auto place = _files.find(path);
+  if (place == _files.end()) return;
+  place->second->isLinked = false;
+  _files.erase(place);
+}
+
+std::uint32_t FakeProcessInfo::currentThreadIdentifier() const {
+  static std::atomic<std::uint32_t> threads{0x1000};
+  thread_local const std::uint32_t number = ++threads;
+  return number;
+}
+
+void FakeTerminal::write(std::span<const std::string_view> pieces) {
+  const std::lock_guard lock(_mutex);
+  _writes.emplace_back(pieces.begin(), pieces.end());
+}
+
+std::string FakeTerminal::text() const {
+  const std::lock_guard lock(_mutex);
+  std::string all;
+  for (const auto& pieces : _writes)
+    for (const auto& piece : pieces) all += piece;
+  return all;
+}
+
+std::vector<std::vector<std::string>> FakeTerminal::writes() const {
+  const std::lock_guard lock(_mutex);
+  return _writes;
+}
+
+void FakeLeveledSystemLog::open(std::string_view facility) {
+  const std::lock_guard lock(_mutex);
+  _facilities.emplace_back(facility);
+}
+
+void FakeLeveledSystemLog::log(int level, std::string_view text) {
+  const std::lock_guard lock(_mutex);
+  _lines.emplace_back(level, text);
+}
+
+std::vector<std::string> FakeLeveledSystemLog::facilities() const {
+  const std::lock_guard lock(_mutex);
+  return _facilities;
+}
+
+std::vector<std::pair<int, std::string>> FakeLeveledSystemLog::lines() const {
+  const std::lock_guard lock(_mutex);
+  return _lines;
+}
+
+namespace {
+
+class FakeSurvivingMemory final : public SurvivingMemory {
+ public:
+  explicit FakeSurvivingMemory(std::vector<std::byte> bytes) : _bytes(std::move(bytes)) {}
+  [[nodiscard]] std::span<std::byte> bytes() override { return _bytes; }
+  void discard() override {}
+
+ private:
+  std::vector<std::byte> _bytes;
+};
+
+}  // namespace
+
+std::unique_ptr<SurvivingMemory> FakeSurvivingMemories::make(const std::string& /*name*/, std::size_t size) {
+  if (hasNone) return nullptr;
+  return std::make_unique<FakeSurvivingMemory>(std::vector<std::byte>(size));
+}
+
+std::vector<std::unique_ptr<SurvivingMemory>> FakeSurvivingMemories::orphans(const std::string& /*name*/,
+                                                                             std::size_t size) {
+  std::vector<std::unique_ptr<SurvivingMemory>> found;
+  for (auto& bytes : std::exchange(dead, {}))
+    if (bytes.size() == size) found.push_back(std::make_unique<FakeSurvivingMemory>(std::move(bytes)));
+  return found;
+}
+
+}  // namespace platform::fake

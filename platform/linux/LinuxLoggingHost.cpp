@@ -1,0 +1,51 @@
+#include "platform/linux/LinuxLoggingHost.h"
+
+#include <errno.h>
+#include <pthread.h>
+#include <sys/syscall.h>
+#include <sys/uio.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+
+#include "platform/Fork.h"
+
+namespace platform::Linux {
+
+std::string LinuxProcessInfo::processName() const { return program_invocation_short_name; }
+
+std::int32_t LinuxProcessInfo::processIdentifier() const { return ::getpid(); }
+
+std::uint32_t LinuxProcessInfo::currentThreadIdentifier() const {
+  return static_cast<std::uint32_t>(::syscall(SYS_gettid));
+}
+
+std::uint32_t LinuxProcessInfo::processorCount() const {
+  return static_cast<std::uint32_t>(std::max(0L, ::sysconf(_SC_NPROCESSORS_ONLN)));
+}
+
+bool LinuxTerminal::isTerminal() const { return ::isatty(_descriptor) == 1; }
+
+void LinuxTerminal::write(std::span<const std::string_view> pieces) {
+  std::array<iovec, 16> list{};
+  const std::size_t count = std::min(pieces.size(), list.size());
+  for (std::size_t i = 0; i < count; ++i) list[i] = {const_cast<char*>(pieces[i].data()), pieces[i].size()};
+  while (::writev(_descriptor, list.data(), static_cast<int>(count)) < 0 && errno == EINTR) {
+  }
+}
+
+void LinuxLeveledSystemLog::open(std::string_view /*facility*/) {
+  // The C library connects at the first line, and under the program's name unless somebody gave another.
+}
+
+void LinuxLeveledSystemLog::log(int level, std::string_view text) {
+  ::syslog(LOG_USER | level, "%.*s", static_cast<int>(text.size()), text.data());
+}
+
+LinuxLoggingHost::LinuxLoggingHost() : standardError(STDERR_FILENO) {
+  [[maybe_unused]] static const int once = ::pthread_atfork(Fork::prepare, Fork::parent, Fork::child);
+}
+
+}  // namespace platform::Linux

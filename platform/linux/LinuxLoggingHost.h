@@ -1,0 +1,48 @@
+#pragma once
+// What logging needs of Linux, in one object. Any thread.
+#include "platform/LoggingHost.h"
+#include "platform/linux/LinuxLogStorage.h"
+#include "platform/linux/LinuxSurvivingMemories.h"
+
+namespace platform::Linux {
+
+class LinuxProcessInfo final : public ProcessInfo {
+ public:
+  [[nodiscard]] std::string processName() const override;
+  [[nodiscard]] std::int32_t processIdentifier() const override;
+  [[nodiscard]] std::uint32_t currentThreadIdentifier() const override;
+  [[nodiscard]] std::uint32_t processorCount() const override;
+};
+
+class LinuxTerminal final : public Terminal {
+ public:
+  // `descriptor` is not owned.
+  explicit LinuxTerminal(int descriptor) : _descriptor(descriptor) {}
+  [[nodiscard]] bool isTerminal() const override;
+  void write(std::span<const std::string_view> pieces) override;
+
+ private:
+  const int _descriptor;
+};
+
+// The syslog interface, whose levels have the same numbers. Every facility is that of a user's program.
+class LinuxLeveledSystemLog final : public LeveledSystemLog {
+ public:
+  void open(std::string_view facility) override;
+  void log(int level, std::string_view text) override;
+};
+
+class LinuxLoggingHost final {
+ public:
+  // Makes forks known to the platform (platform/Fork.h).
+  LinuxLoggingHost();
+
+  LinuxLogStorage storage;
+  LinuxProcessInfo process;
+  LinuxTerminal standardError;
+  LinuxLeveledSystemLog leveledSystemLog;
+  LinuxSurvivingMemories memories;
+  LoggingHost host{storage, process, standardError, leveledSystemLog, memories};
+};
+
+}  // namespace platform::Linux

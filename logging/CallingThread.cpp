@@ -1,0 +1,35 @@
+#include "logging/CallingThread.h"
+
+#include <functional>
+#include <thread>
+
+#include "platform/Fork.h"
+#include "platform/Platform.h"
+
+namespace CallingThread {
+namespace {
+
+struct Known {
+  std::uint32_t identifier = 0;
+  std::uint32_t generation = 0;
+  bool isKnown = false;
+};
+
+std::uint32_t ask() {
+  const platform::Platform* platform = platform::installed();
+  if (platform != nullptr && platform->loggingHost != nullptr)
+    return platform->loggingHost->process.currentThreadIdentifier();
+  return static_cast<std::uint32_t>(std::hash<std::thread::id>()(std::this_thread::get_id()));
+}
+
+}  // namespace
+
+std::uint32_t identifier() {
+  thread_local Known known;
+  // The one thread of a forked child has another number than the thread it was.
+  if (!known.isKnown || known.generation != platform::Fork::generation())
+    known = {.identifier = ask(), .generation = platform::Fork::generation(), .isKnown = true};
+  return known.identifier;
+}
+
+}  // namespace CallingThread

@@ -1,0 +1,120 @@
+#include "logging/DDLog.h"
+
+#include "logging/CallingThread.h"
+#include "logging/LogCore.h"
+#include "platform/Clock.h"
+
+namespace {
+
+using LevelGetter = std::int32_t();
+using LevelSetter = void(std::int32_t);
+
+// A text that was longer than this gives its memory back.
+constexpr std::size_t keptCapacity = 65536;
+
+// Static objects may log after the main thread's buffer is destroyed; the mark has no destructor.
+thread_local bool isTextBufferGone = false;
+
+struct TextBuffer {
+  TextBuffer() = default;
+  ~TextBuffer() { isTextBufferGone = true; }
+  TextBuffer(const TextBuffer&) = delete;
+  TextBuffer& operator=(const TextBuffer&) = delete;
+
+  std::string text;
+};
+thread_local TextBuffer textBuffer;
+
+LevelGetter* levelGetter(const platform::Class* aClass) {
+  return aClass == nullptr ? nullptr : aClass->classOperation("ddLogLevel").as<LevelGetter>();
+}
+
+LevelSetter* levelSetter(const platform::Class* aClass) {
+  return aClass == nullptr ? nullptr : aClass->classOperation("ddSetLogLevel:").as<LevelSetter>();
+}
+
+}  // namespace
+
+void DDLog::initialize() { LogCore::current(); }
+
+platform::Dispatch::Queue& DDLog::loggingQueue() {
+  if (LogCore* core = LogCore::current()) return *core;
+  // Without a platform there is nothing to be in order with.
+  static auto* queue = new std::shared_ptr(platform::Dispatch::SerialQueue::make("cocoa.plamaiskre"));
+  return **queue;
+}
+
+void DDLog::addLogger(std::shared_ptr<DDLogger> logger) {
+  LogCore* core = LogCore::current();
+  if (core != nullptr && logger) core->async([core, logger = std::move(logger)] { core->lt_addLogger(logger); });
+}
+
+void DDLog::removeLogger(std::shared_ptr<DDLogger> logger) {
+  LogCore* core = LogCore::current();
+  if (core != nullptr && logger) core->async([core, logger = std::move(logger)] { core->lt_removeLogger(logger); });
+}
+
+void DDLog::removeAllLoggers() {
+  if (LogCore* core = LogCore::current()) core->async([core] { core->lt_removeAllLoggers(); });
+}
+
+void DDLog::queueLogMessage_asynchronously(const DDLogMessage& message, bool asynchronously) {
+  if (LogCore* core = LogCore::current()) core->record(message, asynchronously);
+}
+
+void DDLog::log(const Statement& statement, std::string_view format, std::span<const platform::FormatArgument> arguments) {
+  LogCore* core = LogCore::current();
+  if (core == nullptr) return;
+  const auto timestamp = platform::Clock::current().now();
+  std::string ownText;
+  std::string& text = isTextBufferGone ? ownText : textBuffer.text;
+  text.clear();
+  platform::appendFormat(text, format, arguments);
+  const char* label = platform::Dispatch::currentQueueLabel();
+  core->record({.timestamp = timestamp,
+                .file = statement.file,
+                .function = statement.function,
+                .level = statement.level,
+                .flag = statement.flag,
+                .context = statement.context,
+                .line = statement.line,
+                .thread = CallingThread::identifier()},
+               text, label == nullptr ? std::nullopt : std::optional<std::string_view>(label), statement.asynchronous);
+  if (text.capacity() > keptCapacity) text = std::string();
+}
+
+void DDLog::flushLog() {
+  if (LogCore* core = LogCore::current()) core->sync([core] { core->lt_flush(); });
+}
+
+bool DDLog::isRegisteredClass(const platform::Class* aClass) {
+  return levelGetter(aClass) != nullptr && levelSetter(aClass) != nullptr;
+}
+
+std::vector<platform::Class*> DDLog::registeredClasses() {
+  auto classes = platform::ClassRegistry::shared().classes();
+  std::erase_if(classes, [](const platform::Class* one) { return !isRegisteredClass(one); });
+  return classes;
+}
+
+std::vector<std::string> DDLog::registeredClassNames() {
+  std::vector<std::string> names;
+  for (const auto* one : registeredClasses()) names.push_back(one->name());
+  return names;
+}
+
+std::int32_t DDLog::logLevelForClass(const platform::Class* aClass) {
+  return isRegisteredClass(aClass) ? levelGetter(aClass)() : -1;
+}
+
+std::int32_t DDLog::logLevelForClassWithName(std::string_view name) {
+  return logLevelForClass(platform::ClassRegistry::shared().classNamed(name));
+}
+
+void DDLog::setLogLevel_forClass(std::int32_t level, const platform::Class* aClass) {
+  if (isRegisteredClass(aClass)) levelSetter(aClass)(level);
+}
+
+void DDLog::setLogLevel_forClassWithName(std::int32_t level, std::string_view name) {
+  setLogLevel_forClass(level, platform::ClassRegistry::shared().classNamed(name));
+}

@@ -1,0 +1,51 @@
+#include "logging/DDLogMessage.h"
+
+#include "logging/CallingThread.h"
+#include "platform/Clock.h"
+#include "platform/Dispatch.h"
+#include "platform/Format.h"
+
+namespace {
+
+std::optional<std::string_view> currentLabel() {
+  const char* label = platform::Dispatch::currentQueueLabel();
+  return label == nullptr ? std::nullopt : std::optional<std::string_view>(label);
+}
+
+}  // namespace
+
+DDLogMessage::DDLogMessage(std::string_view logMsg, std::int32_t level, std::int32_t flag, std::int32_t context,
+                           const char* file, const char* function, std::int32_t line)
+    : _facts{.timestamp = platform::Clock::current().now(),
+             .file = file,
+             .function = function,
+             .level = level,
+             .flag = flag,
+             .context = context,
+             .line = line,
+             .thread = CallingThread::identifier()} {
+  own(logMsg, currentLabel());
+}
+
+DDLogMessage::DDLogMessage(const DDLogMessage& other) : _facts(other._facts) { own(other._text, other._label); }
+
+void DDLogMessage::own(std::string_view text, std::optional<std::string_view> label) {
+  _storage.reserve(text.size() + label.value_or("").size());
+  _storage.append(text).append(label.value_or(""));
+  _text = std::string_view(_storage).substr(0, text.size());
+  if (label) _label = std::string_view(_storage).substr(text.size());
+}
+
+std::string DDLogMessage::threadID() const { return platform::formatted("%x", machThreadID()); }
+
+// A "." before the last "/" belongs to a folder.
+std::string_view DDLogMessage::fileName() const {
+  std::string_view name(file() == nullptr ? "" : file());
+  const auto slash = name.rfind('/');
+  if (slash != std::string_view::npos) name.remove_prefix(slash + 1);
+  return name.substr(0, name.rfind('.'));
+}
+
+std::optional<std::string_view> DDLogMessage::methodName() const {
+  return function() == nullptr ? std::nullopt : std::optional<std::string_view>(function());
+}

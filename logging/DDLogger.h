@@ -1,0 +1,46 @@
+#pragma once
+// What the core asks of a logger and a logger of its formatter.
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "logging/DDLogMessage.h"
+#include "platform/Dispatch.h"
+
+// Turns a record into the text to write. Called on the queue of the logger that has it.
+class DDLogFormatter {
+ public:
+  virtual ~DDLogFormatter() = default;
+  // The text, or nothing to drop the record. It is valid as long as the record and `buffer`: either the record's own text
+  // as it is, or text made in `buffer`, which comes with anything in it.
+  virtual std::optional<std::string_view> formatLogMessage(const DDLogMessage& message, std::string& buffer) = 0;
+};
+
+// A receiver of records. Everything here but the formatter is called on the logger's queue, never on two threads at once.
+class DDLogger {
+ public:
+  virtual ~DDLogger() = default;
+
+  virtual void logMessage(const DDLogMessage& message) = 0;
+  // nullptr for none. See DDAbstractLogger for the threads.
+  virtual std::shared_ptr<DDLogFormatter> logFormatter() = 0;
+  virtual void setLogFormatter(std::shared_ptr<DDLogFormatter> formatter) = 0;
+
+  // The rest is optional.
+
+  // The logger's own queue. With nullptr the core makes one and labels it with the name. Both are asked when it is added.
+  virtual std::shared_ptr<platform::Dispatch::SerialQueue> loggerQueue() { return nullptr; }
+  virtual std::optional<std::string> loggerName() const { return std::nullopt; }
+  virtual void didAddLogger() {}
+  virtual void willRemoveLogger() {}
+  // Everything received so far is to be where it belongs when this returns.
+  virtual void flush() {}
+  // Hands on what was put aside to be written together with more. Called before a synchronous statement returns, when
+  // nothing more has come for a while, and when something has lain for 200 microseconds.
+  virtual void writePending() {}
+  // Nothing more has come for a while.
+  virtual void didBecomeIdle() {}
+  // In a forked child: what was put aside is the parent's to write, and open files are shared with it.
+  virtual void didFork() {}
+};

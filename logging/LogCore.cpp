@@ -1,0 +1,300 @@
+#include "logging/LogCore.h"
+
+#include <cstdlib>
+#include <utility>
+
+#include "logging/Nap.h"
+
+using platform::Dispatch::Block;
+using SteadyClock = std::chrono::steady_clock;
+
+namespace {
+
+std::atomic<LogCore*> theCore{nullptr};
+
+// The core whose drain the calling thread holds.
+thread_local const LogCore* heldDrain = nullptr;
+
+// What a logger has put aside is handed on at this age.
+constexpr std::chrono::microseconds writeAge{200};
+// So often the age is looked at while a single logger is busy.
+constexpr std::uint64_t recordsBetweenLooks = 32;
+
+}  // namespace
+
+LogCore* LogCore::current() {
+  LogCore* core = theCore.load(std::memory_order_acquire);
+  if (core != nullptr) return core;
+  platform::Platform* platform = platform::installed();
+  if (platform == nullptr) return nullptr;
+  return platform->process.once<LogCore>([&] { return std::make_shared<LogCore>(*platform); });
+}
+
+LogCore::LogCore(platform::Platform& platform)
+    : Queue("cocoa.plamaiskre"),
+      _journal(std::make_shared<LogJournal>(platform.loggingHost)),
+      _ring(_journal->ringMemory()),
+      _delivery(platform.loggingHost != nullptr ? platform.loggingHost->process.processorCount()
+                                                : std::thread::hardware_concurrency()) {
+  _forkHandlers = platform::Fork::addHandlers(
+      {.prepare = [this] { prepareFork(); }, .parent = [this] { endFork(); }, .child = [this] { beginChild(); }});
+  platform.defaultNotificationCenter.addObserver(platform::ApplicationWillTerminateNotification,
+                                                 [](const platform::Notification&) {
+                                                   LogCore* core = theCore.load(std::memory_order_acquire);
+                                                   if (core != nullptr) core->sync([core] { core->lt_flush(); });
+                                                 });
+  theCore.store(this, std::memory_order_release);
+  [[maybe_unused]] static const int once = std::atexit(finishAtExit);
+}
+
+LogCore::~LogCore() {
+  finish();
+  LogCore* self = this;
+  theCore.compare_exchange_strong(self, nullptr);
+  platform::Fork::removeHandlers(_forkHandlers);
+  stopWatch();
+  _delivery.stop();
+  _journal->discard();
+}
+
+// The last flush. Whatever is logged later is written by its caller.
+void LogCore::finish() {
+  _isExiting.store(true, std::memory_order_release);
+  if (heldDrain != this) sync([this] { lt_flush(); });
+}
+
+void LogCore::finishAtExit() {
+  LogCore* core = theCore.load(std::memory_order_acquire);
+  if (core == nullptr) return;
+  core->finish();
+  core->_journal->discard();
+}
+
+void LogCore::record(const DDLogMessage& message, bool asynchronous) {
+  record(message._facts, message._text, message._label, asynchronous);
+}
+
+void LogCore::record(const DDLogMessage::Facts& facts, std::string_view text, std::optional<std::string_view> label,
+                     bool asynchronous) {
+  // A logger that logs while the process ends cannot wait for itself.
+  const bool waits = !asynchronous || (_isExiting.load(std::memory_order_relaxed) && heldDrain != this);
+  const Ticket ticket = _ring.takeTicket();
+  if (!_ring.isFree(ticket)) waitForRoom(ticket);
+  _ring.slotOf(ticket).fill(facts, text, label, waits);
+  if (waits)
+    _ring.publishAwaited(ticket);
+  else
+    _ring.publish(ticket);
+  rouse();
+  if (waits) waitUntil([&] { return _written.load(std::memory_order_acquire) > ticket; }, ticket + 1);
+}
+
+void LogCore::waitForRoom(Ticket ticket) {
+  rouse();
+  waitUntil([&] { return _ring.isFree(ticket); }, ticket);
+}
+
+void LogCore::async(Block block) { place(std::move(block), nullptr); }
+
+void LogCore::sync(const Block& block) {
+  std::atomic<bool> isDone{false};
+  place(block, &isDone);
+  waitUntil([&] { return isDone.load(std::memory_order_acquire); }, _ring.nextTicket());
+}
+
+void LogCore::place(Block block, std::atomic<bool>* isDone) {
+  {
+    const std::lock_guard lock(_blocksMutex);
+    const Ticket before = _ring.nextTicket();
+    _blocks.push_back({.before = before, .block = std::move(block), .isDone = isDone});
+    if (_blocks.size() == 1) _nextBlock.store(before, std::memory_order_seq_cst);
+  }
+  rouse();
+}
+
+// Waits by doing the work, as long as nobody else does it.
+template <class IsDone>
+void LogCore::waitUntil(const IsDone& isDone, Ticket limit) {
+  for (Nap nap(Nap::patient); !isDone();) {
+    bool hasAdvanced = false;
+    if (tryHoldDrain()) {
+      hasAdvanced = drain(limit);
+      dropDrain();
+    }
+    if (!hasAdvanced) nap.take();
+  }
+}
+
+bool LogCore::tryHoldDrain() {
+  if (_isDraining.load(std::memory_order_relaxed) || _isDraining.exchange(true, std::memory_order_acquire)) return false;
+  heldDrain = this;
+  return true;
+}
+
+void LogCore::dropDrain() {
+  heldDrain = nullptr;
+  _isDraining.store(false, std::memory_order_release);
+}
+
+// Runs blocks and delivers records until it comes to `limit` or to a record that is not there yet. Whether anything was.
+bool LogCore::drain(Ticket limit) {
+  const Current queue(this);
+  bool hasAdvanced = false;
+  _delivery.wakeOnlooker();
+  for (;;) {
+    const Ticket head = _ring.head();
+    if (_nextBlock.load(std::memory_order_acquire) <= head) {
+      runBlocks(head);
+    } else if (head < limit && _ring.hasRecord()) {
+      deliver(head);
+    } else {
+      return hasAdvanced;
+    }
+    hasAdvanced = true;
+  }
+}
+
+void LogCore::runBlocks(Ticket head) {
+  std::unique_lock lock(_blocksMutex);
+  while (!_blocks.empty() && _blocks.front().before <= head) {
+    PlacedBlock next = std::move(_blocks.front());
+    _blocks.pop_front();
+    _nextBlock.store(_blocks.empty() ? none : _blocks.front().before, std::memory_order_relaxed);
+    lock.unlock();
+    next.block();
+    next.block = nullptr;
+    if (next.isDone != nullptr) next.isDone->store(true, std::memory_order_release);
+    lock.lock();
+  }
+}
+
+void LogCore::deliver(Ticket ticket) {
+  const LogSlot& slot = _ring.slotOf(ticket);
+  const bool isSynchronous = slot.isSynchronous;
+  _journal->setTicket(ticket);
+  _delivery.deliver(slot.message(), isSynchronous);
+  _ring.release(ticket);
+  if (isSynchronous) {
+    _hasUnwritten = false;
+    _written.store(ticket + 1, std::memory_order_release);
+    return;
+  }
+  if (!std::exchange(_hasUnwritten, true))
+    _unwrittenSince = SteadyClock::now();
+  else if (_delivery.hasSeveral() || ticket % recordsBetweenLooks == 0)
+    writeWhatIsOld();
+}
+
+void LogCore::writeWhatIsOld() {
+  if (SteadyClock::now() - _unwrittenSince >= writeAge) writePending();
+}
+
+void LogCore::writePending() {
+  _delivery.writePending();
+  _hasUnwritten = false;
+}
+
+void LogCore::lt_addLogger(std::shared_ptr<DDLogger> logger) { _delivery.add(std::move(logger)); }
+
+void LogCore::lt_removeLogger(const std::shared_ptr<DDLogger>& logger) { _delivery.remove(logger); }
+
+void LogCore::lt_removeAllLoggers() { _delivery.removeAll(); }
+
+void LogCore::lt_flush() {
+  _delivery.flush();
+  _hasUnwritten = false;
+}
+
+// The watch.
+
+void LogCore::rouse() {
+  if (!_isAsleep.load(std::memory_order_seq_cst) || !_isAsleep.exchange(false)) return;
+  const std::lock_guard lock(_watchMutex);
+  if (!_watch.joinable()) _watch = std::thread([this] { keepWatch(); });
+  _calls.fetch_add(1, std::memory_order_release);
+  _calls.notify_one();
+}
+
+bool LogCore::hasWork() { return _ring.hasRecord() || _nextBlock.load(std::memory_order_seq_cst) != none; }
+
+void LogCore::keepWatch() {
+  Nap nap(Nap::watchful);
+  while (!_isStopping.load(std::memory_order_acquire)) {
+    bool hasAdvanced = false;
+    bool isBusy = true;
+    if (tryHoldDrain()) {
+      hasAdvanced = drain(none);
+      if (!hasAdvanced) settle();
+      isBusy = _hasUnwritten;
+      dropDrain();
+    }
+    if (hasAdvanced) nap.startOver();
+    if (nap.take() == Nap::enough && !isBusy && _ring.head() == _settledAt) {
+      sleepUntilRoused();
+      nap.startOver();
+    }
+  }
+}
+
+// Nothing has come since the last look.
+void LogCore::settle() {
+  if (_hasUnwritten) writePending();
+  const Ticket head = _ring.head();
+  if (head == _settledAt) return;
+  // Callers who wait for their records deliver them without the watch seeing them come.
+  if (std::exchange(_lastSeen, head) != head) return;
+  _settledAt = head;
+  _delivery.didBecomeIdle();
+}
+
+void LogCore::sleepUntilRoused() {
+  _delivery.letOnlookerSleep();
+  const std::uint32_t calls = _calls.load(std::memory_order_acquire);
+  _isAsleep.store(true, std::memory_order_seq_cst);
+  if (hasWork() || _isStopping.load(std::memory_order_acquire)) {
+    // Whoever put it there may have taken the watch for awake.
+    if (_isAsleep.exchange(false)) return;
+  }
+  _calls.wait(calls, std::memory_order_acquire);
+}
+
+void LogCore::stopWatch() {
+  std::thread watch;
+  {
+    const std::lock_guard lock(_watchMutex);
+    _isStopping.store(true, std::memory_order_release);
+    _calls.fetch_add(1, std::memory_order_release);
+    _calls.notify_one();
+    watch = std::move(_watch);
+  }
+  if (watch.joinable()) watch.join();
+}
+
+// Forks. Nobody delivers anything and nobody starts a thread while the process forks.
+
+void LogCore::prepareFork() {
+  _forkedInside = heldDrain == this;
+  for (Nap nap(Nap::patient); !_forkedInside && !tryHoldDrain();) nap.take();
+  _blocksMutex.lock();
+  _watchMutex.lock();
+}
+
+void LogCore::endFork() {
+  _watchMutex.unlock();
+  _blocksMutex.unlock();
+  if (!_forkedInside) dropDrain();
+}
+
+void LogCore::beginChild() {
+  // What waits is the parent's, and so are the threads, which cannot be joined here.
+  std::construct_at(&_watch);
+  _ring.reset();
+  _blocks.clear();
+  _nextBlock.store(none);
+  _written.store(0);
+  _hasUnwritten = false;
+  _lastSeen = _settledAt = 0;
+  _isAsleep.store(true);
+  _delivery.didFork();
+  endFork();
+}

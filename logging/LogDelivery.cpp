@@ -1,0 +1,143 @@
+#include "logging/LogDelivery.h"
+
+#include <algorithm>
+
+using platform::Dispatch::SerialQueue;
+
+namespace {
+
+constexpr std::chrono::microseconds look{500};
+// As many looks at the same place mean that a logger is stuck there.
+constexpr int looksUntilStuck = 3;
+
+void perform(const DDLoggerNode& node, const DDLogMessage& message, bool andWrite) {
+  node.logger->logMessage(message);
+  if (andWrite) node.logger->writePending();
+}
+
+}  // namespace
+
+void LogDelivery::add(std::shared_ptr<DDLogger> logger) {
+  auto queue = logger->loggerQueue();
+  if (!queue) queue = SerialQueue::make(logger->loggerName());
+  queue->async([logger] { logger->didAddLogger(); });
+  _nodes.push_back({.logger = std::move(logger), .loggerQueue = std::move(queue)});
+  wakeOnlooker();
+}
+
+void LogDelivery::remove(const std::shared_ptr<DDLogger>& logger) {
+  const auto node = std::ranges::find(_nodes, logger, &DDLoggerNode::logger);
+  if (node == _nodes.end()) return;
+  node->loggerQueue->async([logger] { logger->willRemoveLogger(); });
+  _nodes.erase(node);
+}
+
+void LogDelivery::removeAll() {
+  for (const auto& node : _nodes) node.loggerQueue->async([logger = node.logger] { logger->willRemoveLogger(); });
+  _nodes.clear();
+}
+
+void LogDelivery::deliver(const DDLogMessage& message, bool andWrite) {
+  if (hasSeveral() && _processors > 1 && _nodes.size() <= indexMask) {
+    deliverWatched(message, andWrite);
+    return;
+  }
+  for (const auto& node : _nodes) {
+    const SerialQueue::Turn turn(*node.loggerQueue);
+    perform(node, message, andWrite);
+  }
+}
+
+void LogDelivery::deliverWatched(const DDLogMessage& message, bool andWrite) {
+  const std::uint64_t number = ++_number;
+  const std::size_t count = _nodes.size();
+  _message = &message;
+  _andWrite = andWrite;
+  _progress.store(progress(number, count, 0), std::memory_order_release);
+  for (std::size_t i = 0; i < count; ++i) {
+    Progress expected = progress(number, count, i);
+    if (!_progress.compare_exchange_strong(expected, progress(number, count, i + 1), std::memory_order_acq_rel)) break;
+    const SerialQueue::Turn turn(*_nodes[i].loggerQueue);
+    perform(_nodes[i], message, andWrite);
+  }
+  Progress own = progress(number, count, count);
+  if (_progress.compare_exchange_strong(own, 0, std::memory_order_acq_rel)) return;
+  while (_startedElsewhere.load(std::memory_order_acquire) != number) std::this_thread::yield();
+  _group.wait();
+}
+
+// Progress 0 with the number on is a place that the draining thread never expects.
+void LogDelivery::startRestElsewhere(Progress seen) {
+  const std::uint64_t number = seen >> (2 * indexBits);
+  if (!_progress.compare_exchange_strong(seen, 0, std::memory_order_acq_rel)) return;
+  for (std::size_t i = seen & indexMask; i < _nodes.size(); ++i)
+    _nodes[i].loggerQueue->async(
+        _group, [&node = _nodes[i], message = _message, andWrite = _andWrite] { perform(node, *message, andWrite); });
+  _startedElsewhere.store(number, std::memory_order_release);
+}
+
+void LogDelivery::lookOn() {
+  Progress last = 0;
+  int looks = 0;
+  while (!_isStopping.load(std::memory_order_acquire)) {
+    const std::uint32_t calls = _calls.load(std::memory_order_acquire);
+    if (!_isOnlookerNeeded.load(std::memory_order_acquire)) {
+      _calls.wait(calls, std::memory_order_acquire);
+      continue;
+    }
+    std::this_thread::sleep_for(look);
+    const Progress now = _progress.load(std::memory_order_acquire);
+    const bool hasRest = (now & indexMask) < ((now >> indexBits) & indexMask);
+    looks = now == last && hasRest ? looks + 1 : 0;
+    last = now;
+    if (looks >= looksUntilStuck - 1) startRestElsewhere(now);
+  }
+}
+
+void LogDelivery::wakeOnlooker() {
+  if (!hasSeveral() || _processors < 2) return;
+  if (_isOnlookerNeeded.exchange(true, std::memory_order_acq_rel)) return;
+  _calls.fetch_add(1, std::memory_order_release);
+  _calls.notify_all();
+  if (!_onlooker.joinable()) _onlooker = std::thread([this] { lookOn(); });
+}
+
+void LogDelivery::stop() {
+  _isStopping.store(true, std::memory_order_release);
+  _calls.fetch_add(1, std::memory_order_release);
+  _calls.notify_all();
+  if (_onlooker.joinable()) _onlooker.join();
+  for (const auto& node : _nodes) node.loggerQueue->sync([] {});
+}
+
+void LogDelivery::writePending() {
+  for (const auto& node : _nodes) {
+    const SerialQueue::Turn turn(*node.loggerQueue);
+    node.logger->writePending();
+  }
+}
+
+void LogDelivery::didBecomeIdle() {
+  for (const auto& node : _nodes) {
+    const SerialQueue::Turn turn(*node.loggerQueue);
+    node.logger->didBecomeIdle();
+  }
+}
+
+void LogDelivery::flush() {
+  for (const auto& node : _nodes) node.loggerQueue->async(_group, [&node] { node.logger->flush(); });
+  _group.wait();
+}
+
+void LogDelivery::didFork() {
+  // The threads are the parent's; their objects cannot be joined here.
+  std::construct_at(&_onlooker);
+  std::construct_at(&_group);
+  _progress.store(0);
+  _isOnlookerNeeded.store(false);
+  for (const auto& node : _nodes) {
+    node.loggerQueue->resetAfterFork();
+    node.logger->didFork();
+  }
+  wakeOnlooker();
+}

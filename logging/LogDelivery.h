@@ -1,0 +1,79 @@
+#pragma once
+// The loggers, and how one record reaches all of them.
+//
+// The thread that drains runs each logger's part itself, in order, as the current block of that logger's queue. When one
+// part takes longer than about a millisecond, an onlooker starts the rest elsewhere: loggers that wait for each other still
+// finish. With one processor nobody looks on, and loggers run strictly one after the other.
+//
+// Everything runs on the logging queue, except for the onlooker's thread, which comes with the second logger.
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "logging/DDLogger.h"
+
+// The core's entry for one logger.
+struct DDLoggerNode {
+  std::shared_ptr<DDLogger> logger;
+  std::shared_ptr<platform::Dispatch::SerialQueue> loggerQueue;
+};
+
+class LogDelivery {
+ public:
+  explicit LogDelivery(std::uint32_t processors) : _processors(processors == 0 ? 1 : processors) {}
+  ~LogDelivery() { stop(); }
+  LogDelivery(const LogDelivery&) = delete;
+  LogDelivery& operator=(const LogDelivery&) = delete;
+
+  // Appends; tells the logger on its queue.
+  void add(std::shared_ptr<DDLogger> logger);
+  // The first entry of this very logger; nothing when there is none.
+  void remove(const std::shared_ptr<DDLogger>& logger);
+  void removeAll();
+  [[nodiscard]] bool hasSeveral() const { return _nodes.size() > 1; }
+
+  // Returns when every logger has had the record, and written it on when asked to.
+  void deliver(const DDLogMessage& message, bool andWrite);
+  void writePending();
+  void didBecomeIdle();
+  // Every logger on its own queue and all at once; returns when all have flushed.
+  void flush();
+
+  // The onlooker looks on while somebody drains now and then, and sleeps otherwise.
+  void wakeOnlooker();
+  void letOnlookerSleep() { _isOnlookerNeeded.store(false, std::memory_order_relaxed); }
+  // No more onlooker; what is on its way to the loggers' queues has been done.
+  void stop();
+
+  // In a forked child.
+  void didFork();
+
+ private:
+  // Where the delivery of the current record stands: its number, how many loggers there are, and how many have begun. 0
+  // when there is none. Whoever moves it on by compare-and-swap may run what it passes.
+  using Progress = std::uint64_t;
+  static constexpr Progress indexBits = 12;
+  static constexpr Progress indexMask = (Progress{1} << indexBits) - 1;
+  static Progress progress(std::uint64_t number, std::size_t count, std::size_t begun) {
+    return number << (2 * indexBits) | count << indexBits | begun;
+  }
+
+  void deliverWatched(const DDLogMessage& message, bool andWrite);
+  void lookOn();
+  void startRestElsewhere(Progress seen);
+
+  const std::uint32_t _processors;
+  std::vector<DDLoggerNode> _nodes;
+  platform::Dispatch::Group _group;
+
+  alignas(64) std::atomic<Progress> _progress{0};
+  std::atomic<std::uint64_t> _startedElsewhere{0};  // the number of the record whose rest was
+  std::uint64_t _number = 0;
+  const DDLogMessage* _message = nullptr;
+  bool _andWrite = false;
+
+  std::atomic<bool> _isOnlookerNeeded{false};
+  std::atomic<bool> _isStopping{false};
+  std::atomic<std::uint32_t> _calls{0};
+  std::thread _onlooker;
+};

@@ -1,0 +1,79 @@
+#pragma once
+// What outlives the process: the waiting records, and the lines that a file logger has put aside but not written.
+//
+// Both lie in a memory that the system keeps when the process dies at any instruction. The next process of the same name
+// takes it over and brings what is missing into its own log file. Where the system has no such memory, plain memory serves.
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "logging/LogRing.h"
+#include "platform/Platform.h"
+
+// Lines put aside for one file. Written by one thread at a time in this order: bytes, then `state`. So at every moment
+// `state` tells which bytes are whole lines, and which records need no more than these bytes.
+struct LogLines {
+  static constexpr std::size_t capacity = 65536;
+  static constexpr std::size_t longestPath = 1000;
+
+  [[nodiscard]] std::size_t length() const { return state.load(std::memory_order_relaxed) & lengthMask; }
+  // The tickets below this one need no recovery from the ring.
+  [[nodiscard]] std::uint64_t nextTicket() const { return state.load(std::memory_order_relaxed) >> lengthBits; }
+  void setState(std::size_t newLength, std::uint64_t newNextTicket) {
+    state.store(newNextTicket << lengthBits | newLength, std::memory_order_release);
+  }
+
+  static constexpr int lengthBits = 20;
+  static constexpr std::uint64_t lengthMask = (std::uint64_t{1} << lengthBits) - 1;
+  std::atomic<std::uint64_t> state;
+  std::uint64_t fileSize;  // of the file before the lines; it may have grown since by other processes' lines
+  char path[longestPath];  // of the file, ending with a zero; empty when it is not known
+  char bytes[capacity];
+};
+
+// What a process left behind.
+struct LogRemains {
+  std::string path;  // of the file that `lines` were for
+  std::uint64_t fileSize = 0;
+  std::string lines;
+  std::vector<DDLogMessage> records;  // after the lines, in order
+};
+
+class LogJournal {
+ public:
+  // `host` may be nullptr.
+  explicit LogJournal(platform::LoggingHost* host);
+  ~LogJournal() = default;
+  LogJournal(const LogJournal&) = delete;
+  LogJournal& operator=(const LogJournal&) = delete;
+
+  [[nodiscard]] std::span<std::byte> ringMemory() { return _bytes.subspan(0, LogRing::bytes); }
+
+  // The record that is being delivered.
+  void setTicket(std::uint64_t ticket) { _ticket.store(ticket, std::memory_order_relaxed); }
+  [[nodiscard]] std::uint64_t ticket() const { return _ticket.load(std::memory_order_relaxed); }
+
+  // The lines that outlive the process go to the first file logger that asks, and come back with it; nullptr for others.
+  LogLines* claimLines();
+  void returnLines() { _areLinesClaimed.store(false); }
+  // What former processes left; once, and then it is the caller's to bring to file. Together with `claimLines`.
+  std::vector<LogRemains> takeRemains();
+
+  // Everything is on file: nothing of this is wanted by the next process.
+  void discard();
+
+ private:
+  struct FreeBytes {
+    void operator()(std::byte* bytes) const;
+  };
+
+  const std::string _name;
+  platform::LoggingHost* const _host;
+  std::unique_ptr<platform::SurvivingMemory> _memory;
+  std::unique_ptr<std::byte, FreeBytes> _plain;
+  std::span<std::byte> _bytes;
+  LogLines* _lines = nullptr;
+  std::atomic<bool> _areLinesClaimed{false};
+  std::atomic<std::uint64_t> _ticket{0};
+};

@@ -1,0 +1,82 @@
+#pragma once
+// The records that wait: a ring in which every caller takes a ticket, and so its place in the order.
+//
+// Any number of threads put records in; one at a time takes them out. Slots are plain bytes, so that they may lie in a
+// memory that outlives the process.
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <span>
+
+#include "logging/DDLogMessage.h"
+
+// One waiting record. `sequence` is the ticket whose turn it is to fill the slot; one more once it is filled.
+struct alignas(64) LogSlot {
+  static constexpr std::size_t size = 512;
+  static constexpr std::size_t inlineCapacity = size - 64;
+  static constexpr std::int16_t noLabel = -1;
+
+  void fill(const DDLogMessage::Facts& facts, std::string_view text, std::optional<std::string_view> label,
+            bool isSynchronous);
+  // Borrows from the slot.
+  [[nodiscard]] DDLogMessage message() const;
+  void releaseSpilledText();
+  // What is left of the record after the process that wrote it died: of long texts only the beginning, and no places.
+  [[nodiscard]] DDLogMessage survivingRecord() const;
+
+  std::atomic<std::uint64_t> sequence;
+  platform::Date timestamp;
+  const char* file;
+  const char* function;
+  std::int32_t level;
+  std::int32_t flag;
+  std::int32_t context;
+  std::int32_t line;
+  std::uint32_t thread;
+  std::uint32_t textLength;
+  std::int16_t labelLength;
+  bool isSynchronous;
+  bool isSpilled;  // the texts are on the heap; inline lie the pointer to them and their beginning
+  alignas(8) char inlineText[inlineCapacity];
+
+ private:
+  [[nodiscard]] char* spilled() const;
+};
+static_assert(sizeof(LogSlot) == LogSlot::size);
+static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
+
+class LogRing {
+ public:
+  static constexpr std::uint64_t capacity = 1000;
+  static constexpr std::size_t bytes = capacity * sizeof(LogSlot);
+
+  // `memory` holds `bytes` zero bytes aligned to a slot, and stays the caller's.
+  explicit LogRing(std::span<std::byte> memory);
+
+  // Producers. A ticket must be filled and published, and as soon as its slot is free.
+  std::uint64_t takeTicket() { return _tail.fetch_add(1, std::memory_order_acq_rel); }
+  [[nodiscard]] LogSlot& slotOf(std::uint64_t ticket) { return _slots[ticket % capacity]; }
+  [[nodiscard]] bool isFree(std::uint64_t ticket) {
+    return slotOf(ticket).sequence.load(std::memory_order_acquire) == ticket;
+  }
+  // Sequentially consistent: whoever then finds the consumer asleep, and the consumer who then looks once more before it
+  // sleeps, cannot both miss each other.
+  void publish(std::uint64_t ticket) { slotOf(ticket).sequence.store(ticket + 1, std::memory_order_seq_cst); }
+  // For a caller who waits for the record, and so takes it out himself when nobody else does.
+  void publishAwaited(std::uint64_t ticket) { slotOf(ticket).sequence.store(ticket + 1, std::memory_order_release); }
+  // Every record put in before this call has a lower ticket.
+  [[nodiscard]] std::uint64_t nextTicket() const { return _tail.load(std::memory_order_acquire); }
+
+  // The consumer.
+  [[nodiscard]] std::uint64_t head() const { return _head.load(std::memory_order_acquire); }
+  [[nodiscard]] bool hasRecord() { return slotOf(head()).sequence.load(std::memory_order_seq_cst) == head() + 1; }
+  void release(std::uint64_t ticket);
+
+  // Empty again; in the one thread of a forked child.
+  void reset();
+
+ private:
+  LogSlot* const _slots;
+  alignas(64) std::atomic<std::uint64_t> _tail{0};
+  alignas(64) std::atomic<std::uint64_t> _head{0};
+};

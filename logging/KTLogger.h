@@ -1,7 +1,10 @@
 #pragma once
 // The one door through which the application logs.
 //
-// Any thread. A format uses %@ and its kin (platform/Format.h); it is not applied when the level is silenced.
+// Any thread. A format uses %@ and its kin (platform/Format.h); a literal one is checked against its arguments while
+// compiling, and none is applied when the level is silenced. What is logged goes to the system log; always, alerts, errors
+// and warnings also go to the log files in the user's Library/Logs/<process>, seven files besides the one in use, a new one
+// every day or every 1,048,576 bytes. Errors and what is graver are on file when the call returns.
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -10,7 +13,9 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/Format.h"
+#include "logging/DDFileLogger.h"
+#include "logging/FormatString.h"
+#include "platform/Platform.h"
 
 // A further logger that a client may attach to the facade. The facade stores and returns it and never calls it; code that
 // reports to both logs to it directly (KTDiagnostics below).
@@ -25,9 +30,14 @@ class KTLogger {
   struct SingletonKey {};
 
  public:
-  // The one logger of the process, made at the first call. Instances come from nowhere else.
-  static KTLogger* sharedLogger();
-  explicit KTLogger(SingletonKey) {}
+  // The one logger of the process, made at the first call. Instances come from nowhere else. Without an installed platform
+  // it is an object that logs nothing.
+  static KTLogger* sharedLogger() {
+    KTLogger* logger = _shared.load(std::memory_order_acquire);
+    return logger != nullptr ? logger : makeSharedLogger();
+  }
+  KTLogger(SingletonKey, platform::Platform* platform);
+  ~KTLogger();
   KTLogger(const KTLogger&) = delete;
   KTLogger& operator=(const KTLogger&) = delete;
 
@@ -35,19 +45,19 @@ class KTLogger {
   // Silenced when the logging level of the user defaults is below `level` (read as unsigned). `selector` is the caller's
   // own operation; it is accepted and not recorded.
   void log_level_message(std::string_view selector, std::int32_t level, std::string_view format,
-                         std::span<const platform::FormatArgument> arguments);
+                         std::span<const platform::FormatArgument> arguments) {
+    if (isSilenced(level)) return;
+    log(selector, level, format, arguments);
+  }
   template <class... Arguments>
-  void log_level_message(std::string_view selector, std::int32_t level, std::string_view format,
-                         const Arguments&... arguments) {
-    if constexpr (sizeof...(Arguments) == 0) {
-      log_level_message(selector, level, format, std::span<const platform::FormatArgument>{});
-    } else {
-      const platform::FormatArgument list[] = {platform::FormatArgument(arguments)...};
-      log_level_message(selector, level, format, std::span<const platform::FormatArgument>(list));
-    }
+  void log_level_message(std::string_view selector, std::int32_t level,
+                         std::type_identity_t<logging::FormatString<Arguments...>> format, const Arguments&... arguments) {
+    if (isSilenced(level)) return;
+    logging::withArguments([&](auto list) { log(selector, level, format.text().value_or(""), list); }, arguments...);
   }
 
-  // The paths of the log files, newest first. Empty as long as nothing is logged to files.
+  // The paths of the log files, newest first, with everything in them that was logged before. Waits for that: not from the
+  // logging queue or a logger's.
   std::vector<std::string> logFileList();
 
   // Not owned; nullptr when none is attached. Whoever attaches one keeps it alive and takes it away again.
@@ -55,6 +65,37 @@ class KTLogger {
   void setAdditionalLogger(KTAdditionalLoggerProtocol* logger) { _additionalLogger.store(logger); }
 
  private:
+  // So many silenced calls may pass before a change that another program made to the defaults is noticed.
+  static constexpr std::uint32_t callsPerReading = 1024;
+
+  static KTLogger* makeSharedLogger();
+  void initSingleton();
+  void installFileLogger();
+  // Whether the threshold is below `level`, read as unsigned.
+  [[nodiscard]] bool isSilenced(std::int32_t level) {
+    if (_defaults == nullptr) return true;
+    const std::uint64_t generation = _defaults->generation();
+    const bool isKnown = generation != 0 && generation == _generation.load(std::memory_order_acquire);
+    const std::int64_t threshold =
+        isKnown && !isReadingDue() ? _threshold.load(std::memory_order_relaxed) : readThreshold();
+    return threshold < std::int64_t{static_cast<std::uint32_t>(level)};
+  }
+  bool isReadingDue() {
+    const auto calls = _silencedCalls.load(std::memory_order_relaxed) + 1;
+    _silencedCalls.store(calls, std::memory_order_relaxed);
+    return calls % callsPerReading == 0;
+  }
+  std::int64_t readThreshold();
+  void log(std::string_view selector, std::int32_t level, std::string_view format,
+           std::span<const platform::FormatArgument> arguments);
+
+  static std::atomic<KTLogger*> _shared;
+  platform::UserDefaults* const _defaults;
+  platform::SystemLog* const _systemLog;
+  std::atomic<std::uint64_t> _generation{0};  // of the defaults that the threshold was read from
+  std::atomic<std::int64_t> _threshold{0};
+  std::atomic<std::uint32_t> _silencedCalls{0};
+  std::shared_ptr<DDFileLogger> fileLogger;
   std::atomic<KTAdditionalLoggerProtocol*> _additionalLogger{nullptr};
 };
 
@@ -77,9 +118,9 @@ void log(const Location& location, std::int32_t level, std::string_view format,
          std::span<const platform::FormatArgument> arguments);
 
 template <class... Arguments>
-void log(const Location& location, std::int32_t level, std::string_view format, const Arguments&... arguments) {
-  const platform::FormatArgument list[] = {platform::FormatArgument(arguments)...};
-  log(location, level, format, std::span<const platform::FormatArgument>(list));
+void log(const Location& location, std::int32_t level, std::type_identity_t<logging::FormatString<Arguments...>> format,
+         const Arguments&... arguments) {
+  logging::withArguments([&](auto list) { log(location, level, format.text().value_or(""), list); }, arguments...);
 }
 
 }  // namespace KTDiagnostics

@@ -1,0 +1,248 @@
+#include "logging/DDFileLogger.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "logging/DDLog.h"
+#include "logging/LogCore.h"
+#include "platform/Clock.h"
+
+using platform::Dispatch::SerialQueue;
+
+namespace {
+
+// The file is looked after this often while records come; before that a line may have gone into a deleted file, and is
+// brought back.
+constexpr std::chrono::milliseconds verifyingInterval{1};
+// The clock may be set, and it goes on while the machine sleeps; timers do not notice. So the age is looked at again after
+// this long.
+constexpr platform::Seconds longestWait{3600.0};
+
+std::shared_ptr<LogJournal> journalOfCore() {
+  LogCore* core = LogCore::current();
+  return core == nullptr ? nullptr : core->journal();
+}
+
+}  // namespace
+
+std::optional<std::string_view> DDLogFileFormatterDefault::formatLogMessage(const DDLogMessage& message,
+                                                                            std::string& buffer) {
+  buffer.clear();
+  _dateFormatter.appendString(message.timestamp(), buffer);
+  return buffer.append("  ").append(message.logMsg());
+}
+
+DDFileLogger::DDFileLogger() : DDFileLogger(std::make_shared<DDLogFileManagerDefault>()) {}
+
+DDFileLogger::DDFileLogger(std::shared_ptr<DDLogFileManager> logFileManager)
+    : DDAbstractLogger("cocoa.plamaiskre.fileLogger"),
+      _host(platform::current().loggingHost),
+      _systemLog(platform::current().systemLog),
+      _journal(journalOfCore()),
+      _logFileManager(std::move(logFileManager)),
+      _writer(_journal, _systemLog),
+      _finishing(SerialQueue::make("cocoa.plamaiskre.fileLogger.finishing")) {
+  formatter = std::make_shared<DDLogFileFormatterDefault>();
+}
+
+DDFileLogger::~DDFileLogger() {
+  if (_rollingTimer) _rollingTimer->cancel();
+  finish(_writer.close());
+  _finishing->sync([] {});
+}
+
+// Settings.
+
+template <class T>
+T DDFileLogger::onLoggingQueue(const T& field) {
+  if (loggerQueue()->isCurrent()) return field;
+  T value{};
+  DDLog::loggingQueue().sync([&] { value = field; });
+  return value;
+}
+
+// In order with the records, and not while the timer's handler runs.
+void DDFileLogger::onOwnQueue(std::function<void()> change) {
+  if (loggerQueue()->isCurrent()) {
+    change();
+    return;
+  }
+  submitSetting([this, change = std::move(change)] { loggerQueue()->sync(change); });
+}
+
+std::uint64_t DDFileLogger::maximumFileSize() { return onLoggingQueue(_maximumFileSize); }
+
+void DDFileLogger::setMaximumFileSize(std::uint64_t size) {
+  onOwnQueue([this, size] {
+    _maximumFileSize = size;
+    maybeRollLogFileDueToSize();
+  });
+}
+
+double DDFileLogger::rollingFrequency() { return onLoggingQueue(_rollingFrequency); }
+
+void DDFileLogger::setRollingFrequency(double frequency) {
+  onOwnQueue([this, frequency] {
+    _rollingFrequency = frequency;
+    maybeRollLogFileDueToAge();
+  });
+}
+
+void DDFileLogger::rollLogFile() {
+  submitSetting([this] { loggerQueue()->sync([this] { rollLogFileNow(); }); });
+}
+
+// Writing.
+
+void DDFileLogger::logMessage(const DDLogMessage& message) {
+  _writer.beginRecord();
+  if (const auto text = textOf(message)) {
+    const auto sinceLook = message.timestamp() - _lastVerified;
+    if (sinceLook >= verifyingInterval || sinceLook < std::chrono::nanoseconds(0)) {
+      verifyPlace();
+      _lastVerified = message.timestamp();
+    }
+    if (openCurrentLogFile()) {
+      _writer.append(*text);
+      maybeRollLogFileDueToSize();
+    }
+  }
+  _writer.endRecord();
+}
+
+void DDFileLogger::flush() {
+  verifyPlace();
+  _writer.write();
+}
+
+// A file that was deleted or replaced is given up at once, and what went into it since the last look goes into the next.
+void DDFileLogger::verifyPlace() {
+  if (!_writer.isOpen()) return;
+  if (_writer.verify(_currentLogFileInfo->filePath()) == LogFileWriter::Whereabouts::there) return;
+  _currentLogFileInfo.reset();
+  if (openCurrentLogFile()) _writer.write();
+}
+
+// The current file.
+
+std::shared_ptr<DDLogFileInfo> DDFileLogger::currentLogFileInfo() {
+  if (_currentLogFileInfo) return _currentLogFileInfo;
+  const auto infos = _logFileManager->sortedLogFileInfos();
+  const auto newest = infos.empty() ? nullptr : infos.front();
+  if (newest && !newest->isArchived()) {
+    if (newest->fileSize() < _maximumFileSize && newest->age().count() < _rollingFrequency) {
+      _currentLogFileInfo = newest;
+    } else {
+      newest->setIsArchived(true);
+      _logFileManager->didArchiveLogFile(newest->filePath());
+    }
+  }
+  if (!_currentLogFileInfo)
+    _currentLogFileInfo = std::make_shared<DDLogFileInfo>(_logFileManager->createNewLogFile(), _host, _systemLog);
+  return _currentLogFileInfo;
+}
+
+std::unique_ptr<platform::LogFile> DDFileLogger::openedFile() {
+  const std::string path = currentLogFileInfo()->filePath();
+  auto file = _host->storage.openFile(path);
+  if (file || _host->storage.fileExists(path)) return file;
+  // Somebody removed it between the choice and the opening.
+  _currentLogFileInfo.reset();
+  return _host->storage.openFile(currentLogFileInfo()->filePath());
+}
+
+bool DDFileLogger::openCurrentLogFile() {
+  if (_writer.isOpen()) return true;
+  if (_host == nullptr) return false;
+  auto file = openedFile();
+  if (!file) return false;
+  _writer.open(std::move(file), _currentLogFileInfo->filePath());
+  scheduleTimerToRollLogFileDueToAge();
+  return true;
+}
+
+// Rolling.
+
+void DDFileLogger::scheduleTimerToRollLogFileDueToAge() {
+  if (_rollingTimer) _rollingTimer->cancel();
+  _rollingTimer.reset();
+  if (!_currentLogFileInfo) return;
+  const platform::Seconds rest = platform::Seconds(_rollingFrequency) - _currentLogFileInfo->age();
+  const platform::Seconds wait = std::clamp(rest, platform::Seconds(0), longestWait);
+  _rollingTimer = platform::Dispatch::TimerSource::make(loggerQueue(), [weak = weak_from_this()] {
+    const auto self = weak.lock();
+    if (self) static_cast<DDFileLogger&>(*self).maybeRollLogFileDueToAge();
+  });
+  _rollingTimer->set(platform::Clock::current().uptime() + std::chrono::ceil<std::chrono::nanoseconds>(wait),
+                     platform::Seconds(0));
+  _rollingTimer->resume();
+}
+
+void DDFileLogger::maybeRollLogFileDueToAge() {
+  if (!_currentLogFileInfo) return;
+  if (_currentLogFileInfo->age().count() >= _rollingFrequency)
+    rollLogFileNow();
+  else
+    scheduleTimerToRollLogFileDueToAge();
+}
+
+// What the file has not taken does not count: on a full disk nothing is rolled, and so nothing is pruned.
+void DDFileLogger::maybeRollLogFileDueToSize() {
+  if (!_writer.isOpen() || _writer.offset() < _maximumFileSize) return;
+  _writer.write();
+  if (_writer.fileSize() >= _maximumFileSize) rollLogFileNow();
+}
+
+void DDFileLogger::rollLogFileNow() {
+  finish(_writer.close());
+  const auto info = std::exchange(_currentLogFileInfo, nullptr);
+  if (!info) return;
+  info->setIsArchived(true);
+  _logFileManager->didRollAndArchiveLogFile(info->filePath());
+}
+
+// The medium may take long; nobody needs to wait for it.
+void DDFileLogger::finish(std::unique_ptr<platform::LogFile> file) {
+  if (!file) return;
+  file->endUse();
+  _finishing->async([file = std::shared_ptr<platform::LogFile>(std::move(file))] { file->synchronize(); });
+}
+
+void DDFileLogger::didFork() {
+  _writer.forget();
+  _currentLogFileInfo.reset();
+  _rollingTimer.reset();
+  _finishing->resetAfterFork();
+}
+
+// What a former process left.
+
+void DDFileLogger::didAddLogger() {
+  if (!_journal) return;
+  for (const auto& remains : _journal->takeRemains()) adopt(remains);
+  _writer.write();
+}
+
+void DDFileLogger::adopt(const LogRemains& remains) {
+  adoptLines(remains);
+  for (const auto& record : remains.records) {
+    const auto text = textOf(record);
+    if (text && openCurrentLogFile()) _writer.append(*text);
+  }
+}
+
+// The process may have died after the write and before it took note, or while it wrote.
+void DDFileLogger::adoptLines(const LogRemains& remains) {
+  if (remains.lines.empty() || _host == nullptr) return;
+  const auto file = _host->storage.openFile(remains.path);
+  if (!file) {
+    if (openCurrentLogFile()) _writer.append(remains.lines);
+    return;
+  }
+  const std::string end = file->contentsFrom(remains.fileSize);
+  if (end.find(remains.lines) != std::string::npos) return;
+  const bool isBegun = remains.lines.starts_with(end);
+  const bool isTorn = !isBegun && !end.ends_with('\n');
+  int error = 0;
+  file->append((isTorn ? "\n" : "") + remains.lines.substr(isBegun ? end.size() : 0), error);
+}

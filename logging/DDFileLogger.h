@@ -1,0 +1,78 @@
+#pragma once
+// Writes every record as a line into a log file, and begins a new file when the current one is too large or too old.
+//
+// Lines are put together and written at once; they are with the operating system when a synchronous statement or a flush
+// returns, and otherwise within a millisecond. After the death of the process the next one of the same name completes the
+// file of the first file logger it makes.
+#include <memory>
+#include <optional>
+
+#include "logging/DDAbstractLogger.h"
+#include "logging/DDLogFileManager.h"
+#include "logging/LogFileWriter.h"
+#include "platform/DateFormatter.h"
+
+// "yyyy/MM/dd HH:mm:ss:SSS", two blanks, and the message.
+class DDLogFileFormatterDefault : public DDLogFormatter {
+ public:
+  std::optional<std::string_view> formatLogMessage(const DDLogMessage& message, std::string& buffer) override;
+
+ private:
+  const platform::DateFormatter _dateFormatter{"yyyy/MM/dd HH:mm:ss:SSS"};
+};
+
+class DDFileLogger : public DDAbstractLogger {
+ public:
+  DDFileLogger();
+  explicit DDFileLogger(std::shared_ptr<DDLogFileManager> logFileManager);
+  ~DDFileLogger() override;
+
+  // Settings: from any thread, but the getters not from the logging queue nor another logger's. They take effect in order
+  // with the records.
+  // Bytes. A file that has reached them is rolled right after the write that did.
+  std::uint64_t maximumFileSize();
+  void setMaximumFileSize(std::uint64_t size);
+  // Seconds from a file's creation until it is rolled.
+  double rollingFrequency();
+  void setRollingFrequency(double frequency);
+  void rollLogFile();
+
+  // On the logger's queue, or on the logging queue: the file ends here and now; the next record begins another.
+  void rollLogFileNow();
+
+  [[nodiscard]] const std::shared_ptr<DDLogFileManager>& logFileManager() const { return _logFileManager; }
+
+  void logMessage(const DDLogMessage& message) override;
+  void didAddLogger() override;
+  void flush() override;
+  void writePending() override { _writer.write(); }
+  void didBecomeIdle() override { verifyPlace(); }
+  void didFork() override;
+
+ private:
+  template <class T>
+  T onLoggingQueue(const T& field);
+  void onOwnQueue(std::function<void()> change);
+  std::shared_ptr<DDLogFileInfo> currentLogFileInfo();
+  bool openCurrentLogFile();
+  std::unique_ptr<platform::LogFile> openedFile();
+  void finish(std::unique_ptr<platform::LogFile> file);
+  void scheduleTimerToRollLogFileDueToAge();
+  void maybeRollLogFileDueToAge();
+  void maybeRollLogFileDueToSize();
+  void verifyPlace();
+  void adopt(const LogRemains& remains);
+  void adoptLines(const LogRemains& remains);
+
+  platform::LoggingHost* const _host;
+  platform::SystemLog& _systemLog;
+  const std::shared_ptr<LogJournal> _journal;
+  const std::shared_ptr<DDLogFileManager> _logFileManager;
+  std::shared_ptr<DDLogFileInfo> _currentLogFileInfo;
+  LogFileWriter _writer;
+  std::shared_ptr<platform::Dispatch::TimerSource> _rollingTimer;
+  std::uint64_t _maximumFileSize = 1048576;
+  double _rollingFrequency = 86400.0;
+  platform::Date _lastVerified;
+  const std::shared_ptr<platform::Dispatch::SerialQueue> _finishing;
+};

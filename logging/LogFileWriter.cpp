@@ -1,0 +1,116 @@
+#include "logging/LogFileWriter.h"
+
+#include <cstring>
+#include <system_error>
+#include <utility>
+
+#include "platform/Format.h"
+
+LogFileWriter::LogFileWriter(std::shared_ptr<LogJournal> journal, platform::SystemLog& systemLog)
+    : _journal(std::move(journal)), _systemLog(systemLog), _lines(_journal ? _journal->claimLines() : nullptr) {
+  if (_lines != nullptr) return;
+  _ownLines = std::make_unique_for_overwrite<LogLines>();
+  _lines = _ownLines.get();
+  _lines->setState(0, 0);
+}
+
+LogFileWriter::~LogFileWriter() {
+  if (!_ownLines) _journal->returnLines();
+}
+
+void LogFileWriter::open(std::unique_ptr<platform::LogFile> file, const std::string& path) {
+  _file = std::move(file);
+  _fileSize = _verifiedSize = _file->size();
+  _lines->fileSize = _fileSize;
+  const std::size_t length = path.size() < LogLines::longestPath ? path.size() : 0;
+  path.copy(_lines->path, length);
+  _lines->path[length] = '\0';
+  // A process that was killed while it wrote may have left half a line.
+  const bool isTorn = _fileSize > 0 && _file->contentsFrom(_fileSize - 1) != "\n";
+  if (isTorn && _lines->length() == 0) put("\n", "");
+  if (!_salvaged.empty()) writeThrough(std::exchange(_salvaged, {}));
+}
+
+std::unique_ptr<platform::LogFile> LogFileWriter::close() {
+  if (_file) write();
+  return std::move(_file);
+}
+
+void LogFileWriter::append(std::string_view text) {
+  if (!_file) return;
+  const std::string_view end = text.ends_with('\n') ? "" : "\n";
+  const std::size_t length = text.size() + end.size();
+  if (_lines->length() + length > LogLines::capacity) write();
+  if (_lines->length() + length <= LogLines::capacity)
+    put(text, end);
+  else if (_lines->length() == 0)
+    writeThrough(std::string(text).append(end));
+  else
+    ++_dropped;
+}
+
+void LogFileWriter::put(std::string_view text, std::string_view end) {
+  const std::size_t length = _lines->length();
+  text.copy(_lines->bytes + length, text.size());
+  end.copy(_lines->bytes + length + text.size(), end.size());
+  _lines->setState(length + text.size() + end.size(), _ticket);
+}
+
+void LogFileWriter::endRecord() {
+  if (_lines->nextTicket() != _ticket) _lines->setState(_lines->length(), _ticket);
+}
+
+void LogFileWriter::write() {
+  const std::size_t length = _lines->length();
+  if (!_file || length == 0) return;
+  int error = 0;
+  const std::size_t written = _file->append({_lines->bytes, length}, error);
+  if (written > 0 && written < length) std::memmove(_lines->bytes, _lines->bytes + written, length - written);
+  _lines->setState(length - written, _lines->nextTicket());
+  _fileSize += written;
+  _lines->fileSize = _fileSize;
+  if (written < length) report(error);
+  if (written == length && _isInTrouble) report(0);
+}
+
+// Whole lines that have no room among the others.
+void LogFileWriter::writeThrough(std::string_view text) {
+  int error = 0;
+  const std::size_t written = _file->append(text, error);
+  _fileSize += written;
+  _lines->fileSize = _fileSize;
+  if (written == text.size()) return;
+  report(error);
+  ++_dropped;
+  // Half a line is ended, so that the next begins on its own.
+  if (written > 0) put("\n", "");
+}
+
+void LogFileWriter::report(int error) {
+  if (error == 0) {
+    if (_dropped > 0) _systemLog.log(platform::formatted("DDFileLogger: %@ records could not be written", _dropped));
+    _dropped = 0;
+  } else if (!_isInTrouble) {
+    _systemLog.log("DDFileLogger: Error writing log file: " + std::generic_category().message(error));
+  }
+  _isInTrouble = error != 0;
+}
+
+LogFileWriter::Whereabouts LogFileWriter::verify(const std::string& path) {
+  const auto place = _file->placeOf(path);
+  if (place == platform::LogFile::Place::there) {
+    _fileSize = _verifiedSize = _file->size();
+    _lines->fileSize = _fileSize;
+    return Whereabouts::there;
+  }
+  if (place == platform::LogFile::Place::unlinked) _salvaged += _file->contentsFrom(_verifiedSize);
+  _file.reset();
+  return Whereabouts::gone;
+}
+
+void LogFileWriter::forget() {
+  _lines->setState(0, 0);
+  _file.reset();
+  _salvaged.clear();
+  _fileSize = _verifiedSize = 0;
+}

@@ -1,0 +1,63 @@
+#pragma once
+// Lines on their way into one log file: put together until there are enough for one write. One thread at a time.
+//
+// Lines that the file system did not take stay here and are tried again with the next; when there is no more room for them
+// the new ones are dropped, which goes to the system log once for each time of trouble.
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "logging/LogJournal.h"
+
+class LogFileWriter {
+ public:
+  // `journal` may be nullptr; then the lines die with the process.
+  LogFileWriter(std::shared_ptr<LogJournal> journal, platform::SystemLog& systemLog);
+  ~LogFileWriter();
+  LogFileWriter(const LogFileWriter&) = delete;
+  LogFileWriter& operator=(const LogFileWriter&) = delete;
+
+  // Writes to `file` at `path` from now on.
+  void open(std::unique_ptr<platform::LogFile> file, const std::string& path);
+  [[nodiscard]] bool isOpen() const { return _file != nullptr; }
+  // What could not be written is kept for the next file. The file is given back, for its last rites.
+  std::unique_ptr<platform::LogFile> close();
+
+  // Around the lines of the record that is being delivered: when it ends it needs no recovery, whether or not it gave a
+  // line.
+  void beginRecord() { _ticket = !_journal ? 0 : _journal->ticket() + 1; }
+  void endRecord();
+  // One line; a line feed is added when it has none at its end. Without a file it goes nowhere.
+  void append(std::string_view text);
+  void write();
+
+  // The size of the file with the lines that are still here.
+  [[nodiscard]] std::uint64_t offset() const { return _fileSize + _lines->length(); }
+  // The size of the file itself.
+  [[nodiscard]] std::uint64_t fileSize() const { return _fileSize; }
+
+  // Looks where the file is, and follows: `path` is where it should be. When it was deleted, what was written into
+  // nowhere since the last look goes into the next file.
+  enum class Whereabouts { there, gone };
+  Whereabouts verify(const std::string& path);
+
+  // In a forked child: the lines are the parent's.
+  void forget();
+
+ private:
+  void put(std::string_view text, std::string_view end);
+  void writeThrough(std::string_view text);
+  void report(int error);
+
+  const std::shared_ptr<LogJournal> _journal;
+  platform::SystemLog& _systemLog;
+  std::unique_ptr<LogLines> _ownLines;
+  LogLines* _lines;
+  std::unique_ptr<platform::LogFile> _file;
+  std::uint64_t _fileSize = 0;      // as far as this process knows
+  std::uint64_t _verifiedSize = 0;  // at the last look that found the file in its place
+  std::string _salvaged;            // out of a file that was deleted
+  std::uint64_t _ticket = 0;
+  bool _isInTrouble = false;
+  std::uint64_t _dropped = 0;
+};

@@ -1,0 +1,343 @@
+// The framework when its process is killed, ends or forks, and when two processes share a folder.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <map>
+#include <random>
+#include <thread>
+
+#include "tests/logging/RealLog.h"
+#include "tests/support/Eventually.h"
+
+using testing::IsEmpty;
+
+namespace {
+
+constexpr int threadCount = 4;
+
+// How many calls of each thread have returned; shared with a forked process.
+struct Progress {
+  std::atomic<int> returned[threadCount];
+};
+
+class SharedProgress {
+ public:
+  SharedProgress()
+      : _address(::mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)) {}
+  ~SharedProgress() { ::munmap(_address, sizeof(Progress)); }
+  SharedProgress(const SharedProgress&) = delete;
+  SharedProgress& operator=(const SharedProgress&) = delete;
+  Progress* operator->() { return static_cast<Progress*>(_address); }
+  [[nodiscard]] int total() {
+    int sum = 0;
+    for (const auto& one : (*this)->returned) sum += one;
+    return sum;
+  }
+
+ private:
+  void* _address;
+};
+
+// Runs `work` in a process of its own that dies with this one.
+template <class Work>
+pid_t inProcess(const Work& work) {
+  const pid_t child = ::fork();
+  if (child != 0) return child;
+  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  work();
+  ::_exit(0);
+}
+
+int statusOf(pid_t child) {
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  return status;
+}
+
+std::string text(int thread, int number) { return std::to_string(thread) + ":" + std::to_string(number) + " of a record"; }
+
+// Logs from four threads until it is killed.
+void logForEver(const std::string& name, const std::string& folder, SharedProgress& progress, bool asynchronous) {
+  RealLog log(name, folder);
+  std::vector<std::thread> threads;
+  for (int t = 0; t < threadCount; ++t)
+    threads.emplace_back([&, t] {
+      for (int i = 0;; ++i) {
+        RealLog::log(asynchronous, text(t, i));
+        progress->returned[t] = i + 1;
+      }
+    });
+  for (auto& thread : threads) thread.join();
+}
+
+void killAfterSome(pid_t child, SharedProgress& progress) {
+  std::mt19937 random(std::random_device{}());
+  const int some = 50 + static_cast<int>(random() % 3000);
+  ASSERT_TRUE(tests::eventually([&] { return progress.total() >= some; }));
+  ::kill(child, SIGKILL);
+  statusOf(child);
+}
+
+// Every record whose call returned is there, none twice, and every line is whole.
+void expectAll(const std::string& folder, SharedProgress& progress) {
+  std::map<std::string, int> seen;
+  for (const auto& message : messagesIn(folder)) {
+    EXPECT_FALSE(message.starts_with("torn")) << message;
+    ++seen[message];
+  }
+  for (int t = 0; t < threadCount; ++t)
+    for (int i = 0; i < progress->returned[t]; ++i) ASSERT_EQ(seen[text(t, i)], 1) << text(t, i);
+  for (const auto& [message, count] : seen) ASSERT_EQ(count, 1) << message;
+}
+
+}  // namespace
+
+TEST(Processes, AKilledProcessHasItsSynchronousRecordsOnFile) {
+  for (int round = 0; round < 10; ++round) {
+    const tests::TemporaryFolder folder;
+    SharedProgress progress;
+    const pid_t child = inProcess([&] { logForEver(uniqueName(), folder.path(), progress, false); });
+    killAfterSome(child, progress);
+    const auto messages = messagesIn(folder.path());
+    std::map<std::string, int> seen;
+    for (const auto& message : messages) ++seen[message];
+    // The last line may be half one; in the middle there is none.
+    for (std::size_t i = 0; i + 1 < messages.size(); ++i) EXPECT_FALSE(messages[i].starts_with("torn")) << messages[i];
+    for (int t = 0; t < threadCount; ++t)
+      for (int i = 0; i < progress->returned[t]; ++i) ASSERT_EQ(seen[text(t, i)], 1) << text(t, i);
+  }
+}
+
+TEST(Processes, TheNextProcessCompletesTheRecordsOfAKilledOne) {
+  const std::string name = uniqueName();
+  for (int round = 0; round < 10; ++round) {
+    const tests::TemporaryFolder folder;
+    SharedProgress progress;
+    const pid_t child = inProcess([&] { logForEver(name, folder.path(), progress, true); });
+    killAfterSome(child, progress);
+    { const RealLog next(name, folder.path()); }
+    expectAll(folder.path(), progress);
+  }
+}
+
+TEST(Processes, ARecordThatWaitsBehindAStuckLoggerSurvivesTheProcess) {
+  class Stuck : public DDAbstractLogger {
+   public:
+    Stuck() : DDAbstractLogger("stuck") {}
+    void logMessage(const DDLogMessage&) override { ::raise(SIGKILL); }
+  };
+  const tests::TemporaryFolder folder;
+  const std::string name = uniqueName();
+  const pid_t child = inProcess([&] {
+    RealLog log(name, folder.path());
+    DDLog::removeAllLoggers();
+    DDLog::addLogger(std::make_shared<Stuck>());
+    DDLog::loggingQueue().sync([] {
+      for (int i = 0; i < 900; ++i) RealLog::log(true, std::to_string(i));
+    });
+    RealLog::log(false, "the end");
+  });
+  EXPECT_TRUE(WIFSIGNALED(statusOf(child)));
+  { const RealLog next(name, folder.path()); }
+  auto messages = messagesIn(folder.path());
+  ASSERT_EQ(messages.size(), 901);
+  for (int i = 0; i < 900; ++i) EXPECT_EQ(messages[i], std::to_string(i));
+  EXPECT_EQ(messages[900], "the end");
+}
+
+TEST(Processes, AnOrderlyEndLeavesNothingToComplete) {
+  const tests::TemporaryFolder folder;
+  const std::string name = uniqueName();
+  {
+    const RealLog log(name, folder.path());
+    RealLog::log(true, "one");
+  }
+  platform::Linux::LinuxSurvivingMemories memories(RealLog::memoryFolder(folder.path()));
+  EXPECT_THAT(memories.orphans(name, LogRing::bytes + sizeof(LogLines)), IsEmpty());
+}
+
+TEST(Processes, AThousandRecordsRightBeforeTheEndAreOnFile) {
+  const tests::TemporaryFolder folder;
+  const pid_t child = inProcess([&] {
+    // Never destroyed, as an object of `main` is not when somebody calls exit.
+    new RealLog(uniqueName(), folder.path());
+    for (int i = 0; i < 1000; ++i) RealLog::log(true, std::to_string(i));
+    std::exit(0);
+  });
+  EXPECT_EQ(statusOf(child), 0);
+  const auto messages = messagesIn(folder.path());
+  ASSERT_EQ(messages.size(), 1000);
+  EXPECT_EQ(messages[999], "999");
+}
+
+TEST(Processes, AStaticObjectMayLogWhileItIsDestroyed) {
+  struct Talkative {
+    ~Talkative() {
+      for (int i = 0; i < 1500; ++i) RealLog::log(i % 2 == 0, "farewell");
+    }
+  };
+  const tests::TemporaryFolder folder;
+  const pid_t child = inProcess([&] {
+    static const Talkative talkative;
+    new RealLog(uniqueName(), folder.path());
+    RealLog::log(true, "life");
+    std::exit(0);
+  });
+  EXPECT_EQ(statusOf(child), 0);
+  EXPECT_EQ(messagesIn(folder.path()).size(), 1501);
+}
+
+TEST(Processes, LoggingAfterThePlatformIsGoneIsHarmless) {
+  const tests::TemporaryFolder folder;
+  { const RealLog log(uniqueName(), folder.path()); }
+  RealLog::log(false, "too late");
+  RealLog::log(true, "too late");
+  DDLog::flushLog();
+  EXPECT_THAT(messagesIn(folder.path()), IsEmpty());
+}
+
+TEST(Processes, AForkedChildWritesItsOwnRecordsOnceAndNoneOfItsParents) {
+  const tests::TemporaryFolder folder;
+  const RealLog log(uniqueName(), folder.path());
+  std::atomic<bool> isEnding{false};
+  std::atomic<int> parents{0};
+  std::thread busy([&] {
+    for (; !isEnding; ++parents) RealLog::log(true, "parent " + std::to_string(parents.load()));
+  });
+  ASSERT_TRUE(tests::eventually([&] { return parents > 2000; }));
+  for (int generation = 0; generation < 3; ++generation) {
+    const pid_t child = inProcess([&] {
+      for (int i = 0; i < 5000; ++i)
+        RealLog::log(i % 1000 != 0, "child " + std::to_string(generation) + " " + std::to_string(i));
+      DDLog::flushLog();
+    });
+    ASSERT_EQ(statusOf(child), 0);
+  }
+  isEnding = true;
+  busy.join();
+  DDLog::flushLog();
+  std::map<std::string, int> seen;
+  for (const auto& message : messagesIn(folder.path())) ++seen[message];
+  for (const auto& [message, count] : seen) ASSERT_EQ(count, 1) << message;
+  EXPECT_EQ(seen.size(), static_cast<std::size_t>(parents.load()) + 15000);
+}
+
+TEST(Processes, AForkedChildHasTheThreadNumberOfItsOwn) {
+  const tests::TemporaryFolder folder;
+  platform::Linux::LinuxLoggingHost host;
+  platform::fake::FakePlatform fake;
+  fake.platform.loggingHost = &host.host;
+  const auto isOwn = [&] {
+    return DDLogMessage("", 0, 0, 0, "", nullptr, 0).machThreadID() == host.process.currentThreadIdentifier();
+  };
+  // On a thread that has not asked for its number yet.
+  std::thread([&] {
+    EXPECT_TRUE(isOwn());
+    EXPECT_EQ(statusOf(inProcess([&] { ::_exit(isOwn() ? 0 : 1); })), 0);
+  }).join();
+}
+
+namespace {
+
+// Counts how often a file that somebody had open turned out to be removed.
+class CountingStorage final : public platform::LogStorage {
+ public:
+  [[nodiscard]] bool fileExists(const std::string& path) const override { return _real.fileExists(path); }
+  bool createDirectory(const std::string& path, platform::Error& error) override {
+    return _real.createDirectory(path, error);
+  }
+  [[nodiscard]] std::vector<std::string> namesInDirectory(const std::string& path) const override {
+    return _real.namesInDirectory(path);
+  }
+  [[nodiscard]] std::optional<platform::LogFileAttributes> attributesOfFile(const std::string& path) const override {
+    return _real.attributesOfFile(path);
+  }
+  bool createFile(const std::string& path) override { return _real.createFile(path); }
+  std::unique_ptr<platform::LogFile> openFile(const std::string& path) override {
+    auto file = _real.openFile(path);
+    return file ? std::make_unique<Watched>(std::move(file), *this, path) : nullptr;
+  }
+  bool removeFile(const std::string& path) override {
+    const bool isRemoved = _real.removeFile(path);
+    if (isRemoved) ++removals;
+    return isRemoved;
+  }
+  bool moveFile(const std::string& path, const std::string& newPath, platform::Error& error) override {
+    return _real.moveFile(path, newPath, error);
+  }
+  [[nodiscard]] bool hasMark(const std::string& path, const std::string& name) const override {
+    return _real.hasMark(path, name);
+  }
+  int setMark(const std::string& path, const std::string& name) override { return _real.setMark(path, name); }
+  int removeMark(const std::string& path, const std::string& name, bool& wasMissing) override {
+    return _real.removeMark(path, name, wasMissing);
+  }
+
+  int lost = 0;
+  int removals = 0;
+
+ private:
+  class Watched final : public platform::LogFile {
+   public:
+    Watched(std::unique_ptr<platform::LogFile> file, CountingStorage& storage, std::string path)
+        : _file(std::move(file)), _storage(storage), _path(std::move(path)) {}
+    std::size_t append(std::string_view bytes, int& error) override {
+      const std::size_t written = _file->append(bytes, error);
+      if (_file->placeOf(_path) == Place::unlinked) ++_storage.lost;
+      return written;
+    }
+    [[nodiscard]] std::uint64_t size() const override { return _file->size(); }
+    [[nodiscard]] std::string contentsFrom(std::uint64_t offset) const override { return _file->contentsFrom(offset); }
+    bool synchronize() override { return _file->synchronize(); }
+    void endUse() override { _file->endUse(); }
+    [[nodiscard]] Place placeOf(const std::string& path) const override { return _file->placeOf(path); }
+
+   private:
+    const std::unique_ptr<platform::LogFile> _file;
+    CountingStorage& _storage;
+    const std::string _path;
+  };
+
+  platform::Linux::LinuxLogStorage _real;
+};
+
+}  // namespace
+
+TEST(Processes, TwoProcessesInOneFolderDeleteNoFileThatTheOtherWrites) {
+  const tests::TemporaryFolder folder;
+  std::vector<pid_t> children;
+  for (int p = 0; p < 2; ++p)
+    children.push_back(inProcess([&] {
+      CountingStorage storage;
+      RealLog log(uniqueName() + std::to_string(p), folder.path(), &storage);
+      log.manager->setMaximumNumberOfLogFiles(0);
+      log.logger->setMaximumFileSize(2000);
+      for (int i = 0; i < 3000; ++i) RealLog::log(false, "process " + std::to_string(p) + " record " + std::to_string(i));
+      ::_exit(storage.lost > 0 ? 1 : storage.removals == 0 ? 2 : 0);
+    }));
+  for (const pid_t child : children) EXPECT_EQ(statusOf(child), 0);
+}
+
+TEST(Processes, TwoProcessesInOneFolderLoseNoRecordAndTearNoLine) {
+  const tests::TemporaryFolder folder;
+  std::vector<pid_t> children;
+  for (int p = 0; p < 2; ++p)
+    children.push_back(inProcess([&] {
+      RealLog log(uniqueName() + std::to_string(p), folder.path());
+      log.manager->setMaximumNumberOfLogFiles(10000);
+      log.logger->setMaximumFileSize(5000);
+      for (int i = 0; i < 3000; ++i) RealLog::log(i % 3 != 0, std::to_string(p) + " " + std::to_string(i));
+      DDLog::flushLog();
+    }));
+  for (const pid_t child : children) EXPECT_EQ(statusOf(child), 0);
+  auto messages = messagesIn(folder.path());
+  std::ranges::sort(messages);
+  EXPECT_EQ(messages.size(), 6000);
+  EXPECT_EQ(std::ranges::adjacent_find(messages), messages.end());
+  for (const auto& message : messages) EXPECT_FALSE(message.starts_with("torn")) << message;
+}

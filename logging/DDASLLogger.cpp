@@ -1,0 +1,44 @@
+#include "logging/DDASLLogger.h"
+
+#include "platform/Platform.h"
+
+namespace {
+
+constexpr int critical = 2;
+constexpr int error = 3;
+constexpr int warning = 4;
+constexpr int notice = 5;
+
+int systemLevel(std::int32_t logLevel) {
+  switch (logLevel) {
+    case 1:
+      return critical;
+    case 2:
+      return error;
+    case 3:
+      return warning;
+    default:
+      return notice;
+  }
+}
+
+}  // namespace
+
+std::shared_ptr<DDASLLogger> DDASLLogger::sharedInstance() {
+  platform::Platform* platform = platform::installed();
+  if (platform == nullptr) return nullptr;
+  auto* logger = platform->process.once<DDASLLogger>([] { return std::make_shared<DDASLLogger>(SingletonKey{}); });
+  return logger == nullptr ? nullptr : std::static_pointer_cast<DDASLLogger>(logger->shared_from_this());
+}
+
+DDASLLogger::DDASLLogger(SingletonKey /*key*/) : DDAbstractLogger("cocoa.plamaiskre.aslLogger") {
+  platform::LoggingHost* host = platform::current().loggingHost;
+  if (host == nullptr) return;
+  client = &host->leveledSystemLog;
+  client->open("com.apple.console");
+}
+
+void DDASLLogger::logMessage(const DDLogMessage& message) {
+  if (client == nullptr) return;
+  if (const auto text = textOf(message)) client->log(systemLevel(message.logLevel()), *text);
+}

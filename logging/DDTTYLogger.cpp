@@ -1,0 +1,41 @@
+#include "logging/DDTTYLogger.h"
+
+#include <charconv>
+
+#include "platform/Platform.h"
+
+std::shared_ptr<DDTTYLogger> DDTTYLogger::sharedInstance() {
+  platform::Platform* platform = platform::installed();
+  if (platform == nullptr) return nullptr;
+  auto* logger = platform->process.once<DDTTYLogger>([] { return std::make_shared<DDTTYLogger>(SingletonKey{}); });
+  return logger == nullptr ? nullptr : std::static_pointer_cast<DDTTYLogger>(logger->shared_from_this());
+}
+
+DDTTYLogger::DDTTYLogger(SingletonKey /*key*/) : DDAbstractLogger("cocoa.plamaiskre.ttyLogger") {
+  platform::LoggingHost* host = platform::current().loggingHost;
+  if (host == nullptr || !host->standardError.isTerminal()) return;
+  _terminal = &host->standardError;
+  app = host->process.processName();
+  pid = std::to_string(host->process.processIdentifier());
+}
+
+void DDTTYLogger::logMessage(const DDLogMessage& message) {
+  if (_terminal == nullptr) return;
+  const auto text = textOf(message);
+  if (!text) return;
+  if (text->data() == message.logMsg().data()) {
+    writeStandardLine(message, *text);
+    return;
+  }
+  const std::string_view pieces[] = {*text, "\n"};
+  _terminal->write(pieces);
+}
+
+void DDTTYLogger::writeStandardLine(const DDLogMessage& message, std::string_view text) {
+  char thread[9];
+  const auto end = std::to_chars(std::begin(thread), std::end(thread), message.machThreadID(), 16).ptr;
+  _timestamp.clear();
+  dateFormatter.appendString(message.timestamp(), _timestamp);
+  const std::string_view pieces[] = {_timestamp, " ", app, "[", pid, ":", {thread, end}, "] ", text, "\n"};
+  _terminal->write(pieces);
+}

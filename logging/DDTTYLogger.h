@@ -1,0 +1,29 @@
+#pragma once
+// Writes records to the standard error stream when that is a terminal. Add the shared instance to the core.
+#include <array>
+#include <memory>
+
+#include "logging/DDAbstractLogger.h"
+#include "platform/DateFormatter.h"
+#include "platform/LoggingHost.h"
+
+class DDTTYLogger : public DDAbstractLogger {
+  struct SingletonKey {};
+
+ public:
+  // The one instance; nullptr without an installed platform. Any thread.
+  static std::shared_ptr<DDTTYLogger> sharedInstance();
+  explicit DDTTYLogger(SingletonKey key);
+
+  // The time, the process, the thread and the text, and a line feed in any case. Text that a formatter made stands alone.
+  void logMessage(const DDLogMessage& message) override;
+
+ private:
+  void writeStandardLine(const DDLogMessage& message, std::string_view text);
+
+  platform::Terminal* _terminal = nullptr;  // nullptr when there is none
+  const platform::DateFormatter dateFormatter{"yyyy-MM-dd HH:mm:ss:SSS"};
+  std::string app;
+  std::string pid;
+  std::string _timestamp;
+};

@@ -1,0 +1,468 @@
+// The logging framework against spdlog, glog and bare system calls: the same lines (a local-time stamp with milliseconds
+// and a message with a formatted integer and string), all on file at the end, in turn and as medians.
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstring>
+#include <filesystem>
+#include <thread>
+
+#ifdef KELTO_HAS_SPDLOG
+#include <spdlog/async.h>
+#include <spdlog/sinks/basic_file_sink.h>
+#include <spdlog/sinks/rotating_file_sink.h>
+#include <spdlog/spdlog.h>
+#endif
+#ifdef KELTO_HAS_GLOG
+#include <glog/logging.h>
+#endif
+
+#include "bench/Report.h"
+#include "logging/DDFileLogger.h"
+#include "logging/DDLog.h"
+#include "logging/KTLogger.h"
+#include "platform/fake/FakePlatform.h"
+#include "platform/linux/LinuxLoggingHost.h"
+#include "platform/linux/LinuxUserDefaults.h"
+
+namespace {
+
+using bench::Report;
+using Clock = std::chrono::steady_clock;
+namespace fs = std::filesystem;
+
+constexpr const char* sample = "a quarter of the world";
+
+// Where all files of the run are.
+const std::string& folder() {
+  static const std::string path = [] {
+    std::string pattern = (fs::temp_directory_path() / "kelto-bench-XXXXXX").string();
+    return std::string(::mkdtemp(pattern.data()));
+  }();
+  return path;
+}
+
+std::string freshFolder(const std::string& name) {
+  const std::string path = folder() + "/" + name;
+  fs::remove_all(path);
+  fs::create_directories(path);
+  return path;
+}
+
+// One logger under test: made, given lines by one or more threads, and gone with everything on file.
+class Peer {
+ public:
+  virtual ~Peer() = default;
+  virtual void log(int number) = 0;
+};
+
+// The framework on the real file system and clock.
+class Ours final : public Peer {
+ public:
+  explicit Ours(const std::string& path, bool isSynchronous = false, int loggers = 1, std::size_t size = SIZE_MAX,
+                std::size_t kept = 7)
+      : _isSynchronous(isSynchronous) {
+    _fake.clock.stepAside();
+    _fake.platform.loggingHost = &_host.host;
+    for (int i = 0; i < loggers; ++i) {
+      auto logger =
+          std::make_shared<DDFileLogger>(std::make_shared<DDLogFileManagerDefault>(path + "/" + std::to_string(i)));
+      logger->setMaximumFileSize(size);
+      logger->logFileManager()->setMaximumNumberOfLogFiles(kept);
+      DDLog::addLogger(logger);
+    }
+    DDLog::flushLog();
+  }
+  ~Ours() override { DDLog::flushLog(); }
+  Ours(const Ours&) = delete;
+  Ours& operator=(const Ours&) = delete;
+
+  void log(int number) override {
+    DDLog::log_level_flag_context_file_function_line_format(!_isSynchronous, 3, DDLogFlagWarning, 0, __FILE__, __func__,
+                                                            __LINE__, "record number %d of %s, as long as most are", number,
+                                                            sample);
+  }
+
+ private:
+  platform::Linux::LinuxLoggingHost _host;
+  platform::fake::FakePlatform _fake;
+  const bool _isSynchronous;
+};
+
+#ifdef KELTO_HAS_SPDLOG
+class Spdlog final : public Peer {
+ public:
+  explicit Spdlog(const std::string& path, bool isSynchronous = false, int sinks = 1, std::size_t size = 0,
+                  std::size_t kept = 7) {
+    std::vector<spdlog::sink_ptr> list;
+    for (int i = 0; i < sinks; ++i) {
+      const std::string file = path + "/" + std::to_string(i) + ".txt";
+      if (size > 0)
+        list.push_back(std::make_shared<spdlog::sinks::rotating_file_sink_mt>(file, size, kept));
+      else
+        list.push_back(std::make_shared<spdlog::sinks::basic_file_sink_mt>(file));
+    }
+    if (isSynchronous) {
+      _logger = std::make_shared<spdlog::logger>("bench", list.begin(), list.end());
+      _logger->flush_on(spdlog::level::trace);
+    } else {
+      _pool = std::make_shared<spdlog::details::thread_pool>(1000, 1);
+      _logger = std::make_shared<spdlog::async_logger>("bench", list.begin(), list.end(), _pool,
+                                                       spdlog::async_overflow_policy::block);
+    }
+    _logger->set_pattern("%Y/%m/%d %H:%M:%S:%e  %v");
+  }
+  ~Spdlog() override {
+    _logger->flush();
+    _logger.reset();
+    _pool.reset();
+  }
+  Spdlog(const Spdlog&) = delete;
+  Spdlog& operator=(const Spdlog&) = delete;
+
+  void log(int number) override { _logger->warn("record number {} of {}, as long as most are", number, sample); }
+
+ private:
+  std::shared_ptr<spdlog::details::thread_pool> _pool;
+  std::shared_ptr<spdlog::logger> _logger;
+};
+#endif
+
+#ifdef KELTO_HAS_GLOG
+class Glog final : public Peer {
+ public:
+  explicit Glog(const std::string& path, bool isSynchronous = false) {
+    FLAGS_log_dir = path;
+    FLAGS_logtostderr = false;
+    FLAGS_stderrthreshold = google::NUM_SEVERITIES;
+    FLAGS_logbufsecs = isSynchronous ? 0 : 30;
+    FLAGS_logbuflevel = isSynchronous ? -1 : google::ERROR;
+    google::SetLogDestination(google::INFO, (path + "/glog.").c_str());
+  }
+  ~Glog() override { google::FlushLogFiles(google::INFO); }
+  Glog(const Glog&) = delete;
+  Glog& operator=(const Glog&) = delete;
+
+  void log(int number) override { LOG(INFO) << "record number " << number << " of " << sample << ", as long as most are"; }
+};
+#endif
+
+// A line made and written with one system call.
+class RawWrite final : public Peer {
+ public:
+  explicit RawWrite(const std::string& path)
+      : _file(::open((path + "/raw.txt").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644)) {}
+  ~RawWrite() override { ::close(_file); }
+  RawWrite(const RawWrite&) = delete;
+  RawWrite& operator=(const RawWrite&) = delete;
+
+  void log(int /*number*/) override {
+    static const std::string line =
+        "2026/11/20 10:20:30:400  record number 123456 of a quarter of the world, as long as most are\n";
+    bench::keep(::write(_file, line.data(), line.size()));
+  }
+
+ private:
+  const int _file;
+};
+
+using MakePeer = std::function<std::unique_ptr<Peer>()>;
+struct Contender {
+  std::string name;
+  MakePeer make;
+};
+
+struct Latencies {
+  double p50;
+  double p99;
+  double p999;
+};
+
+Latencies quantiles(std::vector<double>& times) {
+  std::ranges::sort(times);
+  const auto at = [&](double share) {
+    return times[static_cast<std::size_t>(share * static_cast<double>(times.size() - 1))];
+  };
+  return {at(0.5), at(0.99), at(0.999)};
+}
+
+// The times of single calls, in nanoseconds; between two calls `pace` passes.
+Latencies latenciesOf(Peer& peer, int calls, std::chrono::nanoseconds pace) {
+  std::vector<double> times;
+  times.reserve(static_cast<std::size_t>(calls));
+  for (int i = 0; i < calls / 10; ++i) peer.log(i);
+  auto next = Clock::now();
+  for (int i = 0; i < calls; ++i) {
+    next += pace;
+    while (Clock::now() < next) {
+    }
+    const auto start = Clock::now();
+    peer.log(i);
+    times.push_back(static_cast<double>((Clock::now() - start).count()));
+  }
+  return quantiles(times);
+}
+
+// Records a second, from the first call until all are on file.
+double throughputOf(const MakePeer& make, int producers, int records) {
+  auto peer = make();
+  const auto start = Clock::now();
+  std::vector<std::thread> threads;
+  for (int t = 0; t < producers; ++t)
+    threads.emplace_back([&] {
+      for (int i = 0; i < records / producers; ++i) peer->log(i);
+    });
+  for (auto& thread : threads) thread.join();
+  peer.reset();
+  return records / std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+// Each contender in turn, `rounds` times; the median of each.
+std::vector<double> inTurn(const std::vector<Contender>& contenders, int rounds,
+                           const std::function<double(const Contender&)>& measure) {
+  std::vector<std::vector<double>> values(contenders.size());
+  for (int round = 0; round < rounds; ++round)
+    for (std::size_t i = 0; i < contenders.size(); ++i) values[i].push_back(measure(contenders[i]));
+  std::vector<double> medians;
+  for (auto& list : values) medians.push_back(bench::median(list));
+  return medians;
+}
+
+void addRates(Report& report, const std::string& work, const std::vector<Contender>& contenders,
+              const std::vector<double>& rates) {
+  report.add(work + ": " + contenders[0].name, rates[0] / 1e6, "M/s");
+  for (std::size_t i = 1; i < contenders.size(); ++i)
+    report.add(work + ": " + contenders[i].name, rates[i] / 1e6, "M/s", "(ours is this much faster)", rates[0] / rates[i]);
+}
+
+void benchLatency(Report& report, const std::string& work, const std::vector<Contender>& contenders, int calls,
+                  std::chrono::nanoseconds pace, int rounds) {
+  std::vector<std::array<std::vector<double>, 3>> values(contenders.size());
+  for (int round = 0; round < rounds; ++round)
+    for (std::size_t i = 0; i < contenders.size(); ++i) {
+      auto peer = contenders[i].make();
+      const auto latencies = latenciesOf(*peer, calls, pace);
+      values[i][0].push_back(latencies.p50);
+      values[i][1].push_back(latencies.p99);
+      values[i][2].push_back(latencies.p999);
+    }
+  const char* names[] = {"p50", "p99", "p99.9"};
+  for (std::size_t q = 0; q < 3; ++q) {
+    const double own = bench::median(values[0][q]);
+    report.add(work + " " + names[q] + ": " + contenders[0].name, own, "ns");
+    for (std::size_t i = 1; i < contenders.size(); ++i) {
+      const double theirs = bench::median(values[i][q]);
+      report.add(work + " " + names[q] + ": " + contenders[i].name, theirs, "ns", "(ours is this much faster)",
+                 theirs / own);
+    }
+  }
+}
+
+void benchThroughput(Report& report, int rounds) {
+  for (const int producers : {1, 4}) {
+    const int records = producers == 1 ? 2'000'000 : 1'000'000;
+    std::vector<Contender> contenders{{"ours", [] { return std::make_unique<Ours>(freshFolder("ours")); }}};
+#ifdef KELTO_HAS_SPDLOG
+    contenders.push_back({"spdlog async", [] { return std::make_unique<Spdlog>(freshFolder("spdlog")); }});
+#endif
+#ifdef KELTO_HAS_GLOG
+    contenders.push_back({"glog", [] { return std::make_unique<Glog>(freshFolder("glog")); }});
+#endif
+    const auto rates = inTurn(contenders, rounds, [&](const Contender& one) {
+      // The slow ones need not do all of it to show their rate.
+      const int scale = one.name == "ours" ? 1 : 4;
+      return throughputOf(one.make, producers, records / scale);
+    });
+    addRates(report, std::to_string(producers) + " producers", contenders, rates);
+  }
+}
+
+void benchGrowth(Report& report, int rounds) {
+  for (const int producers : {1, 2, 4, 8, 16}) {
+    std::vector<double> rates;
+    for (int round = 0; round < rounds; ++round)
+      rates.push_back(throughputOf([] { return std::make_unique<Ours>(freshFolder("ours")); }, producers, 800'000));
+    const double rate = bench::median(rates);
+    report.add("growth, " + std::to_string(producers) + " producers: ours", rate / 1e6, "M/s");
+  }
+}
+
+void benchRollingAndThree(Report& report, int rounds) {
+  std::vector<Contender> rolling{
+      {"ours", [] { return std::make_unique<Ours>(freshFolder("ours"), false, 1, 1048576, 7); }}};
+  std::vector<Contender> three{{"ours", [] { return std::make_unique<Ours>(freshFolder("ours"), false, 3); }}};
+#ifdef KELTO_HAS_SPDLOG
+  rolling.push_back({"spdlog async", [] { return std::make_unique<Spdlog>(freshFolder("spdlog"), false, 1, 1048576, 7); }});
+  three.push_back({"spdlog async", [] { return std::make_unique<Spdlog>(freshFolder("spdlog"), false, 3); }});
+#endif
+  const auto measure = [](const Contender& one) { return throughputOf(one.make, 1, 500'000); };
+  addRates(report, "rolling at 1 MiB, 7 kept", rolling, inTurn(rolling, rounds, measure));
+  addRates(report, "three loggers", three, inTurn(three, rounds, measure));
+}
+
+void benchSynchronous(Report& report, int rounds) {
+  std::vector<Contender> contenders{{"ours", [] { return std::make_unique<Ours>(freshFolder("ours"), true); }},
+                                    {"raw write", [] { return std::make_unique<RawWrite>(freshFolder("raw")); }}};
+#ifdef KELTO_HAS_SPDLOG
+  contenders.push_back({"spdlog flushed", [] { return std::make_unique<Spdlog>(freshFolder("spdlog"), true); }});
+#endif
+#ifdef KELTO_HAS_GLOG
+  contenders.push_back({"glog flushed", [] { return std::make_unique<Glog>(freshFolder("glog"), true); }});
+#endif
+  benchLatency(report, "synchronous call", contenders, 50'000, std::chrono::nanoseconds(0), rounds);
+}
+
+void benchPaced(Report& report, int rounds) {
+  std::vector<Contender> contenders{{"ours", [] { return std::make_unique<Ours>(freshFolder("ours")); }}};
+#ifdef KELTO_HAS_SPDLOG
+  contenders.push_back({"spdlog async", [] { return std::make_unique<Spdlog>(freshFolder("spdlog")); }});
+#endif
+#ifdef KELTO_HAS_GLOG
+  contenders.push_back({"glog", [] { return std::make_unique<Glog>(freshFolder("glog")); }});
+#endif
+  benchLatency(report, "asynchronous call every 10 us", contenders, 50'000, std::chrono::microseconds(10), rounds);
+}
+
+// Memory and idle cost are measured in a process of their own.
+template <class Work>
+double inChild(const Work& work) {
+  int pipe[2];
+  if (::pipe(pipe) != 0) return -1;
+  const pid_t child = ::fork();
+  if (child == 0) {
+    const double value = work();
+    bench::keep(::write(pipe[1], &value, sizeof value));
+    ::_exit(0);
+  }
+  double value = -1;
+  bench::keep(::read(pipe[0], &value, sizeof value));
+  ::waitpid(child, nullptr, 0);
+  ::close(pipe[0]);
+  ::close(pipe[1]);
+  return value;
+}
+
+double residentBytes() {
+  std::ifstream statm("/proc/self/statm");
+  double total = 0;
+  double resident = 0;
+  statm >> total >> resident;
+  return resident * static_cast<double>(::sysconf(_SC_PAGESIZE));
+}
+
+// Four threads that log, or that only make their texts. Prints the bytes in memory at the end.
+int showResident(bool logs) {
+  {
+    std::unique_ptr<Ours> ours;
+    if (logs) ours = std::make_unique<Ours>(freshFolder("ours"));
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+      threads.emplace_back([&] {
+        for (int i = 0; i < 100'000; ++i) {
+          if (ours)
+            ours->log(i);
+          else
+            bench::keep(platform::formatted("record number %d of %s", i, sample).size());
+        }
+      });
+    for (auto& thread : threads) thread.join();
+    if (ours) DDLog::flushLog();
+    std::printf("%.0f\n", residentBytes());
+  }
+  fs::remove_all(folder());
+  return 0;
+}
+
+// The same program, started afresh.
+double residentOf(const std::string& program, const std::string& kind) {
+  double bytes = 0;
+  FILE* output = ::popen((program + " --resident " + kind).c_str(), "r");
+  if (output == nullptr || std::fscanf(output, "%lf", &bytes) != 1) bytes = -1;
+  if (output != nullptr) ::pclose(output);
+  return bytes;
+}
+
+struct Usage {
+  double seconds;
+  double wakeups;
+};
+
+Usage usage() {
+  rusage now{};
+  ::getrusage(RUSAGE_SELF, &now);
+  const auto seconds = [](const timeval& time) {
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
+  };
+  return {seconds(now.ru_utime) + seconds(now.ru_stime), static_cast<double>(now.ru_nvcsw)};
+}
+
+void benchMemoryAndIdle(Report& report, const std::string& program) {
+  const double memory = residentOf(program, "logging") - residentOf(program, "empty");
+  report.add("memory over an empty process, 4 producers", memory / 1e6, "MB", "2 MB", 2e6 / memory);
+  const auto idle = [](bool wakeups) {
+    return inChild([wakeups] {
+      Ours ours(freshFolder("ours"));
+      for (int i = 0; i < 1000; ++i) ours.log(i);
+      std::this_thread::sleep_for(std::chrono::seconds(2));
+      const Usage before = usage();
+      std::this_thread::sleep_for(std::chrono::seconds(5));
+      const Usage after = usage();
+      // One of the sleep itself.
+      return (wakeups ? after.wakeups - before.wakeups - 1 : (after.seconds - before.seconds) * 1e6) / 5;
+    });
+  };
+  const double time = idle(false);
+  report.add("idle, processor time a second", time, "us", "50 us", 50 / std::max(time, 0.01));
+  report.add("idle, wake-ups a second", idle(true), "");
+}
+
+// The facade in an ordinary release build of an application: nothing below a warning is logged.
+void benchFacade(Report& report) {
+  const std::string domain = "com.kelto.bench";
+  ::setenv("XDG_CONFIG_HOME", folder().c_str(), 1);
+  platform::fake::FakePlatform fake;
+  const char* arguments[] = {"bench"};
+  platform::Linux::LinuxUserDefaults defaults(1, arguments, domain, fake.systemLog);
+  platform::Platform real{
+      fake.application, fake.runLoop,   defaults,           fake.notificationCenter, fake.distributedNotificationCenter,
+      fake.bundles,     fake.files,     fake.authorization, fake.workspace,          fake.services,
+      fake.shell,       fake.systemLog, &fake.logging.host};
+  const platform::Installation installation(real);
+  constexpr int calls = 20'000'000;
+  std::vector<double> times;
+  for (int round = 0; round < 7; ++round)
+    times.push_back(bench::secondsOf([] {
+      for (int i = 0; i < calls; ++i) KTLogger::sharedLogger()->log_level_message("bench", 7, "number %d of %@", i, sample);
+    }));
+  const double nanoseconds = bench::median(times) / calls * 1e9;
+  report.add("facade call below the threshold", nanoseconds, "ns", "10 ns", 10 / nanoseconds);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc > 2 && std::strcmp(argv[1], "--resident") == 0) return showResident(std::strcmp(argv[2], "logging") == 0);
+  const int rounds = argc > 2 ? std::atoi(argv[2]) : 7;
+#ifndef KELTO_HAS_SPDLOG
+  std::printf("spdlog is missing: no comparison with it\n");
+#endif
+#ifdef KELTO_HAS_GLOG
+  google::InitGoogleLogging(argv[0]);
+#else
+  std::printf("glog is missing: no comparison with it\n");
+#endif
+  Report report;
+  benchMemoryAndIdle(report, argv[0]);
+  benchFacade(report);
+  benchPaced(report, rounds);
+  benchSynchronous(report, rounds);
+  benchThroughput(report, rounds);
+  benchRollingAndThree(report, rounds);
+  benchGrowth(report, std::min(rounds, 3));
+  report.print();
+  fs::remove_all(folder());
+  return argc < 2 || report.write(argv[1]) ? 0 : 1;
+}

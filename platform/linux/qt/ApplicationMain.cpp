@@ -8,6 +8,7 @@
 #include "platform/linux/LinuxBundle.h"
 #include "platform/linux/LinuxDistributedNotificationCenter.h"
 #include "platform/linux/LinuxFileManager.h"
+#include "platform/linux/LinuxLoggingHost.h"
 #include "platform/linux/LinuxServiceManagement.h"
 #include "platform/linux/LinuxShell.h"
 #include "platform/linux/LinuxSystemLog.h"
@@ -92,11 +93,12 @@ class Framework {
   LinuxWorkspace _workspace{_bundles, _log, _blockingCall};
   LinuxServiceManagement _serviceManagement{_log};
   LinuxShell _shell{_blockingCall};
+  LinuxLoggingHost _loggingHost;
   QtViewResources _viewResources{_bundles.mainBundle(), _viewClasses};
   Platform _platform{_application,       _runLoop,           _defaults,    _center,
                      _distributedCenter, _bundles,           _fileManager, _authorizationServices,
                      _workspace,         _serviceManagement, _shell,       _log,
-                     &_viewResources};
+                     &_loggingHost.host, &_viewResources};
   Installation _installation{_platform};
 };
 

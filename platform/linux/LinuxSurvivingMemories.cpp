@@ -71,7 +71,18 @@ std::unique_ptr<SurvivingMemory> adopted(const std::string& path, std::size_t si
   return mapped(path, std::move(file), size);
 }
 
+// The runtime folder counts when it is the user's own, as it must be.
+std::string memoryFolder() {
+  const char* runtime = std::getenv("XDG_RUNTIME_DIR");
+  struct stat status {};
+  const bool isOwn = runtime != nullptr && runtime[0] == '/' && ::stat(runtime, &status) == 0 && S_ISDIR(status.st_mode) &&
+                     status.st_uid == ::geteuid();
+  return isOwn ? runtime : "/dev/shm";
+}
+
 }  // namespace
+
+LinuxSurvivingMemories::LinuxSurvivingMemories() : LinuxSurvivingMemories(memoryFolder()) {}
 
 std::string LinuxSurvivingMemories::prefix(const std::string& name) const {
   std::string safe = name;

@@ -1,5 +1,6 @@
 #pragma once
-// Memory that outlives its process: files in /dev/shm, locked by the process whose memory they are. Any thread.
+// Memory that outlives its process: files in the user's runtime folder (XDG_RUNTIME_DIR), or in /dev/shm for users who have
+// none, locked by the process whose memory they are. Any thread.
 //
 // A file whose lock nobody holds belonged to a process that died. Only the user's own files are looked at.
 #include "platform/LoggingHost.h"
@@ -8,7 +9,8 @@ namespace platform::Linux {
 
 class LinuxSurvivingMemories final : public SurvivingMemories {
  public:
-  explicit LinuxSurvivingMemories(std::string folder = "/dev/shm") : _folder(std::move(folder)) {}
+  LinuxSurvivingMemories();
+  explicit LinuxSurvivingMemories(std::string folder) : _folder(std::move(folder)) {}
 
   std::unique_ptr<SurvivingMemory> make(const std::string& name, std::size_t size) override;
   std::vector<std::unique_ptr<SurvivingMemory>> orphans(const std::string& name, std::size_t size) override;

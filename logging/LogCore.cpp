@@ -36,8 +36,10 @@ LogCore::LogCore(platform::Platform& platform)
       _ring(_journal->ringMemory()),
       _delivery(platform.loggingHost != nullptr ? platform.loggingHost->process.processorCount()
                                                 : std::thread::hardware_concurrency()) {
-  _forkHandlers = platform::Fork::addHandlers(
-      {.prepare = [this] { prepareFork(); }, .parent = [this] { endFork(); }, .child = [this] { beginChild(); }});
+  _forkHandlers = platform::Fork::addHandlers({.stage = platform::Fork::Stage::work,
+                                               .prepare = [this] { prepareFork(); },
+                                               .parent = [this] { endFork(); },
+                                               .child = [this] { beginChild(); }});
   platform.defaultNotificationCenter.addObserver(platform::ApplicationWillTerminateNotification,
                                                  [](const platform::Notification&) {
                                                    LogCore* core = theCore.load(std::memory_order_acquire);

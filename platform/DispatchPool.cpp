@@ -21,7 +21,8 @@ Pool& Pool::shared() {
 }
 
 Pool::Pool() {
-  Fork::addHandlers({.prepare =
+  Fork::addHandlers({.stage = Fork::Stage::threads,
+                     .prepare =
                          [this] {
                            std::unique_lock lock(_mutex);
                            waitUntilNothingRuns(lock);

@@ -8,17 +8,27 @@
 
 namespace platform::Fork {
 
+// What a handler holds while the process forks. They prepare in this order, and go on in the opposite one: whoever waits
+// for other threads does so while these can still get whatever they need.
+enum class Stage {
+  work,     // waits until other threads have done something
+  threads,  // keeps threads from beginning anything
+  locks     // takes locks that are held for moments only
+};
+
 struct Handlers {
-  std::function<void()> prepare;  // before the fork, in the thread that forks
-  std::function<void()> parent;   // after it, in the parent
-  std::function<void()> child;    // after it, in the child, whose only thread this is
+  Stage stage = Stage::locks;
+  std::function<void()> prepare = nullptr;  // before the fork, in the thread that forks
+  std::function<void()> parent = nullptr;   // after it, in the parent; not without `prepare`
+  std::function<void()> child = nullptr;    // after it, in the child, whose only thread this is
 };
 
 using HandlersID = std::uint64_t;
 
-// Any thread. `prepare` runs for the handlers added last first, the others in the opposite order. Handlers must not add or
-// remove handlers.
+// Any thread. Within a stage `prepare` runs for the handlers added last first. In the child those go first that have
+// nothing to prepare. Handlers may be added and removed at any time but by handlers.
 HandlersID addHandlers(Handlers handlers);
+// Handlers that have begun to prepare for a fork are waited for; those with nothing to prepare never are.
 void removeHandlers(HandlersID handlers);
 
 // How many forks lie between the first process and this one: what a thread remembers about its process holds only as long

@@ -23,7 +23,7 @@ class MappedFile final : public SurvivingMemory {
  public:
   MappedFile(std::string path, Descriptor file, void* address, std::size_t size)
       : _path(std::move(path)), _file(std::move(file)), _address(address), _size(size) {
-    _handlers = Fork::addHandlers({.prepare = [] {}, .parent = [] {}, .child = [this] { becomePrivate(); }});
+    _handlers = Fork::addHandlers({.child = [this] { becomePrivate(); }});
   }
   ~MappedFile() override {
     Fork::removeHandlers(_handlers);

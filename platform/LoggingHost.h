@@ -83,6 +83,9 @@ class ProcessInfo {
   [[nodiscard]] virtual std::uint32_t currentThreadIdentifier() const = 0;
   // 0 when it is not known.
   [[nodiscard]] virtual std::uint32_t processorCount() const = 0;
+  // Every other thread of the process passes a full memory fence before this returns. Where that works at all, which never
+  // changes, whoever is often in a hurry need not fence against whoever seldom is. False when it could not be done.
+  virtual bool fenceOtherThreads() = 0;
 };
 
 // The standard error stream.

@@ -169,6 +169,7 @@ bool FakeLogStorage::removeFile(const std::string& path) {
   const auto place = _files.find(path);
   if (place == _files.end() || refusesToRemove || place->second->useCount > 0) return false;
   place->second->isLinked = false;
+  _unlinked.insert_or_assign(path, place->second);
   _files.erase(place);
   return true;
 }
@@ -234,7 +235,9 @@ std::vector<std::string> FakeLogStorage::paths() const {
 int FakeLogStorage::synchronizeCount(const std::string& path) const {
   const std::lock_guard lock(_mutex);
   const auto place = _files.find(path);
-  return place == _files.end() ? 0 : place->second->synchronizeCount;
+  if (place != _files.end()) return place->second->synchronizeCount;
+  const auto former = _unlinked.find(path);
+  return former == _unlinked.end() ? 0 : former->second->synchronizeCount;
 }
 
 void FakeLogStorage::unlink(const std::string& path) {
@@ -242,6 +245,7 @@ void FakeLogStorage::unlink(const std::string& path) {
   const auto place = _files.find(path);
   if (place == _files.end()) return;
   place->second->isLinked = false;
+  _unlinked.insert_or_assign(path, place->second);
   _files.erase(place);
 }
 

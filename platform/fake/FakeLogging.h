@@ -70,7 +70,7 @@ class FakeLogStorage final : public LogStorage {
   void addFile(const std::string& path, std::string contents = {}, std::optional<Date> creationDate = std::nullopt);
   [[nodiscard]] std::optional<std::string> contents(const std::string& path) const;
   [[nodiscard]] std::vector<std::string> paths() const;
-  // How often the file, removed or not, was brought to the medium.
+  // How often the file, be it unlinked by now, was brought to the medium.
   [[nodiscard]] int synchronizeCount(const std::string& path) const;
   // As another program would, whoever has it open.
   void unlink(const std::string& path);
@@ -88,6 +88,7 @@ class FakeLogStorage final : public LogStorage {
   mutable std::mutex _mutex;
   std::map<std::string, bool> _folders;
   std::map<std::string, std::shared_ptr<Item>> _files;
+  std::map<std::string, std::shared_ptr<Item>> _unlinked;
 };
 
 class FakeProcessInfo final : public ProcessInfo {
@@ -96,6 +97,7 @@ class FakeProcessInfo final : public ProcessInfo {
   [[nodiscard]] std::int32_t processIdentifier() const override { return identifier; }
   [[nodiscard]] std::uint32_t currentThreadIdentifier() const override;
   [[nodiscard]] std::uint32_t processorCount() const override { return processors; }
+  bool fenceOtherThreads() override { return false; }
 
   // Set before anything is logged.
   std::string name = "Installer";

@@ -1,6 +1,7 @@
 #include "platform/linux/LinuxLoggingHost.h"
 
 #include <errno.h>
+#include <linux/membarrier.h>
 #include <pthread.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
@@ -24,6 +25,12 @@ std::uint32_t LinuxProcessInfo::currentThreadIdentifier() const {
 
 std::uint32_t LinuxProcessInfo::processorCount() const {
   return static_cast<std::uint32_t>(std::max(0L, ::sysconf(_SC_NPROCESSORS_ONLN)));
+}
+
+bool LinuxProcessInfo::fenceOtherThreads() {
+  const auto barrier = [](int command) { return ::syscall(SYS_membarrier, command, 0, 0) == 0; };
+  return barrier(MEMBARRIER_CMD_PRIVATE_EXPEDITED) ||
+         (barrier(MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED) && barrier(MEMBARRIER_CMD_PRIVATE_EXPEDITED));
 }
 
 bool LinuxTerminal::isTerminal() const { return ::isatty(_descriptor) == 1; }

@@ -12,6 +12,7 @@ class LinuxProcessInfo final : public ProcessInfo {
   [[nodiscard]] std::int32_t processIdentifier() const override;
   [[nodiscard]] std::uint32_t currentThreadIdentifier() const override;
   [[nodiscard]] std::uint32_t processorCount() const override;
+  bool fenceOtherThreads() override;
 };
 
 class LinuxTerminal final : public Terminal {

@@ -15,13 +15,28 @@
 #include "tests/support/TemporaryFolder.h"
 
 class RealLog {
+  // This process under another name.
+  class Process final : public platform::ProcessInfo {
+   public:
+    Process(platform::ProcessInfo& real, std::string name) : _real(real), _name(std::move(name)) {}
+    [[nodiscard]] std::string processName() const override { return _name; }
+    [[nodiscard]] std::int32_t processIdentifier() const override { return _real.processIdentifier(); }
+    [[nodiscard]] std::uint32_t currentThreadIdentifier() const override { return _real.currentThreadIdentifier(); }
+    [[nodiscard]] std::uint32_t processorCount() const override { return _real.processorCount(); }
+    bool fenceOtherThreads() override { return _real.fenceOtherThreads(); }
+
+   private:
+    platform::ProcessInfo& _real;
+    const std::string _name;
+  };
+
  public:
   // `name` is the process's; `directory` is where the log files go.
   RealLog(const std::string& name, const std::string& directory, platform::LogStorage* storage = nullptr)
-      : _host{storage == nullptr ? _linux.storage : *storage, _process, _linux.standardError, _linux.leveledSystemLog,
+      : _process(_linux.process, name),
+        _host{storage == nullptr ? _linux.storage : *storage, _process, _linux.standardError, _linux.leveledSystemLog,
               _memories},
         _memories(memoryFolder(directory)) {
-    _process.name = name;
     fake.clock.stepAside();
     fake.platform.loggingHost = &_host;
     manager = std::make_shared<DDLogFileManagerDefault>(directory);
@@ -49,7 +64,7 @@ class RealLog {
 
  private:
   platform::Linux::LinuxLoggingHost _linux;
-  platform::fake::FakeProcessInfo _process;
+  Process _process;
   platform::LoggingHost _host;
   platform::Linux::LinuxSurvivingMemories _memories;
 

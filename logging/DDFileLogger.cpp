@@ -7,8 +7,6 @@
 #include "logging/LogCore.h"
 #include "platform/Clock.h"
 
-using platform::Dispatch::SerialQueue;
-
 namespace {
 
 // The file is looked after this often while records come; before that a line may have gone into a deleted file, and is
@@ -40,15 +38,13 @@ DDFileLogger::DDFileLogger(std::shared_ptr<DDLogFileManager> logFileManager)
       _systemLog(platform::current().systemLog),
       _journal(journalOfCore()),
       _logFileManager(std::move(logFileManager)),
-      _writer(_journal, _systemLog),
-      _finishing(SerialQueue::make("cocoa.plamaiskre.fileLogger.finishing")) {
+      _writer(_journal, _systemLog) {
   formatter = std::make_shared<DDLogFileFormatterDefault>();
 }
 
 DDFileLogger::~DDFileLogger() {
   if (_rollingTimer) _rollingTimer->cancel();
-  finish(_writer.close());
-  _finishing->sync([] {});
+  _finisher.finish(_writer.close());
 }
 
 // Settings.
@@ -194,25 +190,18 @@ void DDFileLogger::maybeRollLogFileDueToSize() {
 }
 
 void DDFileLogger::rollLogFileNow() {
-  finish(_writer.close());
+  _finisher.finish(_writer.close());
   const auto info = std::exchange(_currentLogFileInfo, nullptr);
   if (!info) return;
   info->setIsArchived(true);
   _logFileManager->didRollAndArchiveLogFile(info->filePath());
 }
 
-// The medium may take long; nobody needs to wait for it.
-void DDFileLogger::finish(std::unique_ptr<platform::LogFile> file) {
-  if (!file) return;
-  file->endUse();
-  _finishing->async([file = std::shared_ptr<platform::LogFile>(std::move(file))] { file->synchronize(); });
-}
-
 void DDFileLogger::didFork() {
   _writer.forget();
   _currentLogFileInfo.reset();
   _rollingTimer.reset();
-  _finishing->resetAfterFork();
+  _finisher.didFork();
 }
 
 // What a former process left.

@@ -9,6 +9,7 @@
 
 #include "logging/DDAbstractLogger.h"
 #include "logging/DDLogFileManager.h"
+#include "logging/LogFileFinisher.h"
 #include "logging/LogFileWriter.h"
 #include "platform/DateFormatter.h"
 
@@ -56,7 +57,6 @@ class DDFileLogger : public DDAbstractLogger {
   std::shared_ptr<DDLogFileInfo> currentLogFileInfo();
   bool openCurrentLogFile();
   std::unique_ptr<platform::LogFile> openedFile();
-  void finish(std::unique_ptr<platform::LogFile> file);
   void scheduleTimerToRollLogFileDueToAge();
   void maybeRollLogFileDueToAge();
   void maybeRollLogFileDueToSize();
@@ -74,5 +74,5 @@ class DDFileLogger : public DDAbstractLogger {
   std::uint64_t _maximumFileSize = 1048576;
   double _rollingFrequency = 86400.0;
   platform::Date _lastVerified;
-  const std::shared_ptr<platform::Dispatch::SerialQueue> _finishing;
+  LogFileFinisher _finisher;
 };

@@ -5,6 +5,7 @@
 
 #include "logging/DDLog.h"
 #include "platform/fake/FakePlatform.h"
+#include "tests/support/Eventually.h"
 
 using platform::Seconds;
 using testing::ElementsAre;
@@ -292,4 +293,22 @@ TEST_F(Files, HalfALineOfAKilledProcessGetsItsEnd) {
   files().addFile(folder + "/log-ABCDEF.txt", "half a li");
   log("next");
   EXPECT_EQ(onlyContents(), "half a li\n" + stamp() + "next\n");
+}
+
+TEST_F(Files, ARolledFileIsBroughtToTheMediumSoonUnlessItWasPruned) {
+  log("one");
+  const std::string pruned = files().paths().at(0);
+  logger->rollLogFile();
+  DDLog::flushLog();
+  files().unlink(pruned);
+  log("two");
+  const std::string kept = files().paths().at(0);
+  logger->rollLogFile();
+  DDLog::flushLog();
+  const auto isOnMedium = [&] {
+    pass(0.2);
+    return files().synchronizeCount(kept) == 1;
+  };
+  EXPECT_TRUE(tests::eventually(isOnMedium));
+  EXPECT_EQ(files().synchronizeCount(pruned), 0);
 }

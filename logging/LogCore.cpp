@@ -19,6 +19,12 @@ thread_local const LogCore* heldDrain = nullptr;
 constexpr std::chrono::microseconds writeAge{200};
 // So often the age is looked at while a single logger is busy.
 constexpr std::uint64_t recordsBetweenLooks = 32;
+// So many records from one look of the watch to the next are a rush: it looks on without a nap for a while, since the ring
+// would be full before it woke up.
+constexpr std::uint64_t recordsOfARush = 100;
+constexpr int breathsInARush = 10;
+// So many records ahead the slots are brought into the cache.
+constexpr std::uint64_t recordsAhead = 6;
 
 }  // namespace
 
@@ -35,7 +41,8 @@ LogCore::LogCore(platform::Platform& platform)
       _journal(std::make_shared<LogJournal>(platform.loggingHost)),
       _ring(_journal->ringMemory()),
       _delivery(platform.loggingHost != nullptr ? platform.loggingHost->process.processorCount()
-                                                : std::thread::hardware_concurrency()) {
+                                                : std::thread::hardware_concurrency()),
+      _fencesForOthers(platform.loggingHost != nullptr && platform.loggingHost->process.fenceOtherThreads()) {
   _forkHandlers = platform::Fork::addHandlers({.stage = platform::Fork::Stage::work,
                                                .prepare = [this] { prepareFork(); },
                                                .parent = [this] { endFork(); },
@@ -80,18 +87,23 @@ void LogCore::record(const DDLogMessage::Facts& facts, std::string_view text, st
                      bool asynchronous) {
   // A logger that logs while the process ends cannot wait for itself.
   const bool waits = !asynchronous || (_isExiting.load(std::memory_order_relaxed) && heldDrain != this);
+  // Without a ticket nobody else has to wait for this thread to wake up again.
+  if (!_ring.hasRoom()) waitForRoom();
   const Ticket ticket = _ring.takeTicket();
-  if (!_ring.isFree(ticket)) waitForRoom(ticket);
+  if (!_ring.isFree(ticket)) waitForSlot(ticket);
   _ring.slotOf(ticket).fill(facts, text, label, waits);
-  if (waits)
-    _ring.publishAwaited(ticket);
-  else
-    _ring.publish(ticket);
+  _ring.publish(ticket);
   rouse();
+  _ring.prefetchForWriting(ticket + recordsAhead);
   if (waits) waitUntil([&] { return _written.load(std::memory_order_acquire) > ticket; }, ticket + 1);
 }
 
-void LogCore::waitForRoom(Ticket ticket) {
+void LogCore::waitForRoom() {
+  rouse();
+  waitUntil([&] { return _ring.hasRoom(); }, _ring.nextTicket());
+}
+
+void LogCore::waitForSlot(Ticket ticket) {
   rouse();
   waitUntil([&] { return _ring.isFree(ticket); }, ticket);
 }
@@ -148,6 +160,7 @@ bool LogCore::drain(Ticket limit) {
     if (_nextBlock.load(std::memory_order_acquire) <= head) {
       runBlocks(head);
     } else if (head < limit && _ring.hasRecord()) {
+      _ring.prefetchForReading(head + recordsAhead);
       deliver(head);
     } else {
       return hasAdvanced;
@@ -209,8 +222,15 @@ void LogCore::lt_flush() {
 
 // The watch.
 
+// Whoever put something in and finds the watch awake, and the watch that looks once more before it sleeps, cannot both miss
+// each other: between the two steps of each lies a fence.
 void LogCore::rouse() {
-  if (!_isAsleep.load(std::memory_order_seq_cst) || !_isAsleep.exchange(false)) return;
+  std::atomic_signal_fence(std::memory_order_seq_cst);
+  if (!_fencesForOthers) _calls.fetch_add(0, std::memory_order_acq_rel);
+  if (_isAsleep.load(std::memory_order_relaxed) && _isAsleep.exchange(false)) wakeWatch();
+}
+
+void LogCore::wakeWatch() {
   const std::lock_guard lock(_watchMutex);
   if (!_watch.joinable()) _watch = std::thread([this] { keepWatch(); });
   _calls.fetch_add(1, std::memory_order_release);
@@ -221,7 +241,8 @@ bool LogCore::hasWork() { return _ring.hasRecord() || _nextBlock.load(std::memor
 
 void LogCore::keepWatch() {
   Nap nap(Nap::watchful);
-  while (!_isStopping.load(std::memory_order_acquire)) {
+  Ticket seen = _ring.head();
+  for (int breaths = 0; !_isStopping.load(std::memory_order_acquire);) {
     bool hasAdvanced = false;
     bool isBusy = true;
     if (tryHoldDrain()) {
@@ -230,8 +251,15 @@ void LogCore::keepWatch() {
       isBusy = _hasUnwritten;
       dropDrain();
     }
-    if (hasAdvanced) nap.startOver();
-    if (nap.take() == Nap::enough && !isBusy && _ring.head() == _settledAt) {
+    // Others may have drained meanwhile.
+    const Ticket head = _ring.head();
+    const Ticket count = head - std::exchange(seen, head);
+    if (hasAdvanced || count > 0) nap.startOver();
+    if (count >= recordsOfARush) breaths = breathsInARush;
+    if (breaths > 0) {
+      --breaths;
+      Nap::breathe();
+    } else if (nap.take() == Nap::enough && !isBusy && _ring.head() == _settledAt) {
       sleepUntilRoused();
       nap.startOver();
     }
@@ -253,6 +281,8 @@ void LogCore::sleepUntilRoused() {
   _delivery.letOnlookerSleep();
   const std::uint32_t calls = _calls.load(std::memory_order_acquire);
   _isAsleep.store(true, std::memory_order_seq_cst);
+  _calls.fetch_add(0, std::memory_order_acq_rel);
+  if (_fencesForOthers) _journal->host()->process.fenceOtherThreads();
   if (hasWork() || _isStopping.load(std::memory_order_acquire)) {
     // Whoever put it there may have taken the watch for awake.
     if (_isAsleep.exchange(false)) return;

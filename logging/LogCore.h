@@ -49,7 +49,8 @@ class LogCore final : public platform::Dispatch::Queue {
   static constexpr Ticket none = ~Ticket{0};
 
   void place(platform::Dispatch::Block block, std::atomic<bool>* isDone);
-  void waitForRoom(Ticket ticket);
+  void waitForRoom();
+  void waitForSlot(Ticket ticket);
   template <class IsDone>
   void waitUntil(const IsDone& isDone, Ticket limit);
 
@@ -64,6 +65,7 @@ class LogCore final : public platform::Dispatch::Queue {
 
   // The watch.
   void rouse();
+  void wakeWatch();
   void keepWatch();
   void settle();
   [[nodiscard]] bool hasWork();
@@ -98,5 +100,7 @@ class LogCore final : public platform::Dispatch::Queue {
   Ticket _lastSeen = 0;   // the watch's own: the head at its last look,
   Ticket _settledAt = 0;  // and when the loggers were last told that nothing more comes
   bool _forkedInside = false;
+  // The watch fences for everybody before it sleeps; otherwise everybody fences for himself.
+  const bool _fencesForOthers;
   platform::Fork::HandlersID _forkHandlers = 0;
 };

@@ -60,6 +60,9 @@ class LogJournal {
   // What former processes left; once, and then it is the caller's to bring to file. Together with `claimLines`.
   std::vector<LogRemains> takeRemains();
 
+  // nullptr when there is none.
+  [[nodiscard]] platform::LoggingHost* host() const { return _host; }
+
   // Everything is on file: nothing of this is wanted by the next process.
   void discard();
 

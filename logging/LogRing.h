@@ -59,11 +59,12 @@ class LogRing {
   [[nodiscard]] bool isFree(std::uint64_t ticket) {
     return slotOf(ticket).sequence.load(std::memory_order_acquire) == ticket;
   }
-  // Sequentially consistent: whoever then finds the consumer asleep, and the consumer who then looks once more before it
-  // sleeps, cannot both miss each other.
-  void publish(std::uint64_t ticket) { slotOf(ticket).sequence.store(ticket + 1, std::memory_order_seq_cst); }
-  // For a caller who waits for the record, and so takes it out himself when nobody else does.
-  void publishAwaited(std::uint64_t ticket) { slotOf(ticket).sequence.store(ticket + 1, std::memory_order_release); }
+  // Whether the next ticket's slot is free, as far as can be told without taking the ticket.
+  [[nodiscard]] bool hasRoom() {
+    const std::uint64_t ticket = nextTicket();
+    return slotOf(ticket).sequence.load(std::memory_order_acquire) >= ticket;
+  }
+  void publish(std::uint64_t ticket) { slotOf(ticket).sequence.store(ticket + 1, std::memory_order_release); }
   // Every record put in before this call has a lower ticket.
   [[nodiscard]] std::uint64_t nextTicket() const { return _tail.load(std::memory_order_acquire); }
 
@@ -71,11 +72,23 @@ class LogRing {
   [[nodiscard]] std::uint64_t head() const { return _head.load(std::memory_order_acquire); }
   [[nodiscard]] bool hasRecord() { return slotOf(head()).sequence.load(std::memory_order_seq_cst) == head() + 1; }
   void release(std::uint64_t ticket);
+  // Both sides find a slot in the other processor's cache unless it is asked for some records ahead.
+  void prefetchForReading(std::uint64_t ticket) {
+    const char* slot = reinterpret_cast<const char*>(&slotOf(ticket));
+    for (std::size_t offset = 0; offset < prefetchedBytes; offset += cacheLine) __builtin_prefetch(slot + offset, 0);
+  }
+  void prefetchForWriting(std::uint64_t ticket) {
+    const char* slot = reinterpret_cast<const char*>(&slotOf(ticket));
+    for (std::size_t offset = 0; offset < prefetchedBytes; offset += cacheLine) __builtin_prefetch(slot + offset, 1);
+  }
 
   // Empty again; in the one thread of a forked child.
   void reset();
 
  private:
+  static constexpr std::size_t cacheLine = 64;
+  static constexpr std::size_t prefetchedBytes = 3 * cacheLine;  // an ordinary record
+
   LogSlot* const _slots;
   alignas(64) std::atomic<std::uint64_t> _tail{0};
   alignas(64) std::atomic<std::uint64_t> _head{0};

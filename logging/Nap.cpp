@@ -28,3 +28,9 @@ Nap::Verdict Nap::take() {
   _next = std::min(_habit.longest, _next + _next / 2);
   return _slept < _habit.patience ? goOn : enough;
 }
+
+void Nap::breathe() {
+  const auto end = std::chrono::steady_clock::now() + microseconds(10);
+  while (std::chrono::steady_clock::now() < end) {
+  }
+}

@@ -22,6 +22,8 @@ class Nap {
   // There was work.
   void startOver();
   Verdict take();
+  // Ten microseconds without a nap, which would last many times as long.
+  static void breathe();
 
  private:
   const Habit& _habit;

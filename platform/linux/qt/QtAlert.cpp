@@ -2,9 +2,11 @@
 
 #include <QDialog>
 #include <QGridLayout>
+#include <QGuiApplication>
 #include <QLabel>
 #include <QPainter>
 #include <QPushButton>
+#include <QScreen>
 
 #include "platform/linux/qt/QtElements.h"
 
@@ -80,6 +82,15 @@ void fill(QDialog& dialog, const Alert& alert) {
   button->setFocus();
 }
 
+// Over the window, else in the middle of the screen. Left to the window manager it may appear anywhere.
+void place(QDialog& dialog) {
+  const QWidget* window = dialog.parentWidget();
+  const QRect under = window != nullptr ? window->frameGeometry() : QGuiApplication::primaryScreen()->availableGeometry();
+  QRect frame({}, dialog.sizeHint());
+  frame.moveCenter(under.center());
+  dialog.move(frame.topLeft());
+}
+
 }  // namespace
 
 void runAlert(const Alert& alert, std::string_view title, QWidget* parent) {
@@ -89,6 +100,7 @@ void runAlert(const Alert& alert, std::string_view title, QWidget* parent) {
   dialog.setWindowModality(Qt::ApplicationModal);
   dialog.setAccessibleDescription(qtString(alert.informativeText));
   fill(dialog, alert);
+  place(dialog);
   dialog.exec();
 }
 

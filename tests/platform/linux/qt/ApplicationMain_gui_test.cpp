@@ -3,6 +3,7 @@
 #include <csignal>
 #include <filesystem>
 #include <iostream>
+#include <sstream>
 
 #include "platform/Platform.h"
 #include "tests/platform/linux/qt/QtTest.h"
@@ -96,6 +97,24 @@ struct ApplicationMainTest : testing::Test {
   TemporaryFolder folder;
 };
 
+// The processor time of a process in clock ticks (of ten milliseconds).
+long processorTicks(pid_t process) {
+  std::istringstream fields(readFile("/proc/" + std::to_string(process) + "/stat"));
+  std::string skipped;
+  for (int field = 1; field < 14; ++field) fields >> skipped;
+  long user = 0;
+  long system = 0;
+  fields >> user >> system;
+  return user + system;
+}
+
+// Whether a fifth of a second goes by in which the process uses less than a quarter of it.
+bool isIdle(pid_t process) {
+  const long before = processorTicks(process);
+  poll(nullptr, 0, 200);
+  return processorTicks(process) - before < 5;
+}
+
 const std::string willTerminate = "NSApplicationWillTerminateNotification";
 
 TEST_F(ApplicationMainTest, SigtermEndsItInTheOrdinaryWay) {
@@ -107,6 +126,7 @@ TEST_F(ApplicationMainTest, SigtermEndsItInTheOrdinaryWay) {
 }
 
 TEST_F(ApplicationMainTest, SigintEndsItInTheOrdinaryWay) {
+  signal(SIGINT, SIG_DFL);  // a shell starts its background jobs with it ignored
   auto application = start();
   ASSERT_TRUE(eventually([this] { return hasSaid("shown"); })) << errors();
   application.send(SIGINT);
@@ -232,6 +252,7 @@ TEST_F(ApplicationMainTest, ABusThatEndsLeavesItRunningAndIdle) {
   ASSERT_TRUE(eventually([this] { return hasSaid("shown"); })) << errors();
   bus.stop();
   EXPECT_TRUE(eventually([this] { return errors().find("broke") != std::string::npos; })) << errors();
+  EXPECT_TRUE(eventually([&] { return isIdle(application.pid()); }));
   application.send(SIGTERM);
   EXPECT_EQ(application.wait(), 0);
   EXPECT_EQ(errors().find("broke"), errors().rfind("broke")) << "it is said once";

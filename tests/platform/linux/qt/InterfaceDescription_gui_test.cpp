@@ -52,6 +52,7 @@ struct MainWindow : testing::Test {
   void show() {
     delegate.outlet<Window>("window")->makeKeyAndOrderFront();
     ASSERT_TRUE(spinUntil([this] { return isActiveForAll(description->window()); }));
+    ASSERT_TRUE(inputArrives());
   }
 
   int terminations = 0;
@@ -83,15 +84,14 @@ TEST_F(MainWindow, CancelTerminates) {
   show();
   const auto* cancel = widget<QPushButton>("cancelButton");
   const QPoint center = cancel->mapToGlobal(cancel->rect().center());
-  outputOf("xdotool mousemove " + std::to_string(center.x()) + " " + std::to_string(center.y()) + " click 1");
-  EXPECT_TRUE(spinUntil([this] { return terminations == 1; }));
+  const auto place = std::to_string(center.x()) + " " + std::to_string(center.y());
+  EXPECT_TRUE(doUntil("xdotool mousemove " + place + " click 1", [this] { return terminations > 0; }));
 }
 
 TEST_F(MainWindow, EscapeTerminatesWhateverTheTitleOfCancelIs) {
   delegate.outlet<Button>("cancelButton")->setTitle("Abbrechen & mehr");
   show();
-  outputOf("xdotool key Escape");
-  EXPECT_TRUE(spinUntil([this] { return terminations == 1; }));
+  EXPECT_TRUE(doUntil("xdotool key Escape", [this] { return terminations > 0; }));
 }
 
 TEST_F(MainWindow, TheWindowManagersCloseRequestTerminates) {
@@ -103,15 +103,14 @@ TEST_F(MainWindow, TheWindowManagersCloseRequestTerminates) {
 TEST_F(MainWindow, NeitherSpaceNorReturnPressesCancelByChance) {
   show();
   outputOf("xdotool key space key Return");
-  outputOf("xdotool key Escape");
-  EXPECT_TRUE(spinUntil([this] { return terminations > 0; }));
-  EXPECT_EQ(terminations, 1);
+  EXPECT_TRUE(inputArrives());
+  EXPECT_EQ(terminations, 0);
 }
 
 TEST_F(MainWindow, CancelIsReachedByTheKeyboard) {
   show();
-  outputOf("xdotool key Tab key space");
-  EXPECT_TRUE(spinUntil([this] { return terminations == 1; }));
+  ASSERT_TRUE(doUntil("xdotool key Tab", [this] { return widget<QPushButton>("cancelButton")->hasFocus(); }));
+  EXPECT_TRUE(doUntil("xdotool key space", [this] { return terminations > 0; }));
 }
 
 TEST_F(MainWindow, ThereIsNothingToPressForward) { EXPECT_FALSE(widget<QPushButton>("nextButton")->isEnabled()); }

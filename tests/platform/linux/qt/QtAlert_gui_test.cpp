@@ -105,7 +105,12 @@ TEST(QtAlert, ItStandsOverTheWindowAndKeepsInputFromIt) {
   runAlertAnd(
       plain, &window,
       [&](QDialog& dialog) {
-        EXPECT_TRUE(spinUntil([&] { return dialog.frameGeometry().intersects(window.frameGeometry()); }));
+        const auto isCentered = [&] {
+          const auto seen = seenFromOutside(dialog);
+          const QPoint distance = QRect(seen.x, seen.y, seen.width, seen.height).center() - window.geometry().center();
+          return distance.manhattanLength() < 60;  // the window manager's borders are not counted in
+        };
+        EXPECT_TRUE(spinUntil(isCentered));
         EXPECT_EQ(dialog.parentWidget(), &window);
         outputOf("xdotool mousemove 310 310 click 1");
         EXPECT_TRUE(spinUntil([&] {
@@ -115,6 +120,18 @@ TEST(QtAlert, ItStandsOverTheWindowAndKeepsInputFromIt) {
       },
       "xdotool key Return");
   EXPECT_EQ(presses, 0);
+}
+
+TEST(QtAlert, WithoutAWindowItStandsInTheMiddleOfTheScreen) {
+  runAlertAnd(
+      plain, nullptr,
+      [](QDialog& dialog) {
+        EXPECT_TRUE(spinUntil([&] {
+          const auto seen = seenFromOutside(dialog);
+          return std::abs(seen.x + seen.width / 2 - 640) < 30 && std::abs(seen.y + seen.height / 2 - 512) < 50;
+        }));
+      },
+      "xdotool key Return");
 }
 
 TEST(QtAlert, AHiddenWindowIsNoParent) {

@@ -1,5 +1,6 @@
 #include "platform/linux/qt/QtApplication.h"
 
+#include <QDialog>
 #include <QPushButton>
 #include <QTemporaryDir>
 #include <fstream>
@@ -165,7 +166,7 @@ TEST_F(QtApplicationTest, NothingFiresUnderAnAlertAndAllFiresAfterwards) {
       }));
       application.terminateOnRequest();
       firedUnderAlert = fired;
-      outputOf("xdotool key Return");
+      doUntil("xdotool key Return", [] { return QApplication::activeModalWidget() == nullptr; });
     });
     application.runModal({"Headline", "Text", "OK"});
     EXPECT_EQ(fired, "");
@@ -176,11 +177,20 @@ TEST_F(QtApplicationTest, NothingFiresUnderAnAlertAndAllFiresAfterwards) {
 }
 
 TEST_F(QtApplicationTest, NoAlertIsShownAfterTermination) {
+  struct ShownDialogs final : QObject {
+    bool eventFilter(QObject* object, QEvent* event) override {
+      if (event->type() == QEvent::Show && qobject_cast<QDialog*>(object) != nullptr) ++count;
+      return false;
+    }
+    int count = 0;
+  } dialogs;
+  qApp->installEventFilter(&dialogs);
   onLaunch = [this] {
     application.terminate(this);
     application.runModal({"Headline", "Text", "OK"});
   };
   EXPECT_EQ(run(), 0);
+  EXPECT_EQ(dialogs.count, 0);
 }
 
 TEST_F(QtApplicationTest, AnAlertNeedsNoWindow) {
@@ -189,7 +199,7 @@ TEST_F(QtApplicationTest, AnAlertNeedsNoWindow) {
       auto* modal = QApplication::activeModalWidget();
       return modal != nullptr && modal->isActiveWindow() && modal->windowTitle() == "Kelto Installer";
     }));
-    outputOf("xdotool key Return");
+    doUntil("xdotool key Return", [] { return QApplication::activeModalWidget() == nullptr; });
   });
   application.runModal({"Headline", "Text", "OK"});
 }

@@ -33,27 +33,12 @@ struct QtBlockingCallTest : testing::Test {
     widget.show();
     widget.activateWindow();
     ASSERT_TRUE(spinUntil([this] { return isActiveForAll(widget) && seenFromOutside(widget).isViewable; }));
+    ASSERT_TRUE(inputArrives());
   }
 
   // Runs a shell line inside a blocking call.
   void runShell(const std::string& line) {
     blockingCall.run([&] { outputOf(line); });
-  }
-
-  // Everything that was on its way has been delivered: a key pressed now arrives after it.
-  void letInputArrive() {
-    int keys = 0;
-    struct KeyCounter final : QObject {
-      explicit KeyCounter(int& keys) : keys(keys) {}
-      bool eventFilter(QObject*, QEvent* event) override {
-        if (event->type() == QEvent::KeyPress) ++keys;
-        return false;
-      }
-      int& keys;
-    } counter(keys);
-    qApp->installEventFilter(&counter);
-    outputOf("xdotool key F9");
-    EXPECT_TRUE(spinUntil([&] { return keys > 0; }));
   }
 
   QtRunLoop runLoop;
@@ -145,11 +130,12 @@ TEST_F(QtBlockingCallTest, TheProgressBarGoesOnAtSixtyFramesASecond) {
 
 TEST_F(QtBlockingCallTest, AClickDuringTheCallIsDropped) {
   show();
-  outputOf("xdotool mousemove 250 250 click 1");
-  ASSERT_TRUE(spinUntil([this] { return clicks == 1; })) << "the click works at all";
+  ASSERT_TRUE(doUntil("xdotool mousemove 250 250 click 1", [this] { return clicks > 0; })) << "the click works at all";
+  ASSERT_TRUE(inputArrives());
+  clicks = 0;
   runShell("xdotool mousemove 250 250 click 1; xdotool click 1");
-  letInputArrive();
-  EXPECT_EQ(clicks, 1);
+  EXPECT_TRUE(inputArrives());
+  EXPECT_EQ(clicks, 0);
 }
 
 TEST_F(QtBlockingCallTest, KeysAndShortcutsDuringTheCallAreDropped) {
@@ -157,10 +143,9 @@ TEST_F(QtBlockingCallTest, KeysAndShortcutsDuringTheCallAreDropped) {
   show();
   button.setFocus();
   runShell("xdotool key Escape; xdotool key space; xdotool key Escape");
-  letInputArrive();
+  EXPECT_TRUE(inputArrives());
   EXPECT_EQ(clicks, 0);
-  outputOf("xdotool key Escape");
-  EXPECT_TRUE(spinUntil([this] { return clicks == 1; })) << "the shortcut works at all";
+  EXPECT_TRUE(doUntil("xdotool key Escape", [this] { return clicks > 0; })) << "the shortcut works at all";
 }
 
 TEST_F(QtBlockingCallTest, ACloseRequestDuringTheCallIsDropped) {
@@ -169,7 +154,7 @@ TEST_F(QtBlockingCallTest, ACloseRequestDuringTheCallIsDropped) {
   runShell(
       "xdotool key alt+F4; xdotool set_num_desktops 7; "
       "for i in $(seq 500); do [ \"$(xdotool get_num_desktops)\" = 7 ] && break; done");
-  letInputArrive();
+  EXPECT_TRUE(inputArrives());
   EXPECT_EQ(closeRequests, 0);
   EXPECT_TRUE(widget.isVisible());
 }
@@ -180,7 +165,7 @@ TEST_F(QtBlockingCallTest, APressBeforeTheCallIsNoClickAfterIt) {
   ASSERT_TRUE(spinUntil([this] { return button.isDown(); }));
   blockingCall.run([] {});
   outputOf("xdotool mouseup 1");
-  letInputArrive();
+  EXPECT_TRUE(inputArrives());
   EXPECT_EQ(clicks, 0);
   EXPECT_FALSE(button.isDown());
 }
@@ -190,11 +175,10 @@ TEST_F(QtBlockingCallTest, AReleaseDuringTheCallLeavesNoButtonPressed) {
   outputOf("xdotool mousemove 250 250 mousedown 1");
   ASSERT_TRUE(spinUntil([this] { return button.isDown(); }));
   runShell("xdotool mouseup 1");
-  letInputArrive();
+  EXPECT_TRUE(inputArrives());
   EXPECT_EQ(clicks, 0);
   EXPECT_FALSE(button.isDown());
-  outputOf("xdotool click 1");
-  EXPECT_TRUE(spinUntil([this] { return clicks == 1; }));
+  EXPECT_TRUE(doUntil("xdotool click 1", [this] { return clicks > 0; }));
 }
 
 TEST_F(QtBlockingCallTest, ReturnTypedDuringTheCallDoesNotDismissTheAlertThatFollows) {
@@ -204,9 +188,9 @@ TEST_F(QtBlockingCallTest, ReturnTypedDuringTheCallDoesNotDismissTheAlertThatFol
   QTimer::singleShot(0, &widget, [&] {
     EXPECT_TRUE(spinUntil([] { return QApplication::activeModalWidget() != nullptr; }));
     EXPECT_TRUE(spinUntil([] { return QApplication::activeModalWidget()->isActiveWindow(); }));
-    letInputArrive();
+    EXPECT_TRUE(inputArrives());
     isUp = QApplication::activeModalWidget() != nullptr;
-    outputOf("xdotool key Return");
+    doUntil("xdotool key Return", [] { return QApplication::activeModalWidget() == nullptr; });
   });
   runAlert({"Headline", "Text", "OK"}, "Test", &widget);
   EXPECT_TRUE(isUp);

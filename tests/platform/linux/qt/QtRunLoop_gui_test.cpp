@@ -1,5 +1,6 @@
 #include "platform/linux/qt/QtRunLoop.h"
 
+#include <ctime>
 #include <limits>
 
 #include "tests/platform/linux/qt/QtTest.h"
@@ -86,6 +87,16 @@ TEST_F(QtRunLoopTest, WhilePausedNothingRunsAndAfterwardsAllInTheOrderInWhichItW
   EXPECT_EQ(trace, "");
   EXPECT_TRUE(spinUntil([this] { return trace.size() == 4; }));
   EXPECT_EQ(trace, "abcd");
+}
+
+TEST_F(QtRunLoopTest, WhilePausedWhatIsDueCostsNoProcessorTime) {
+  runLoop.performAfterDelay(Seconds(0), &target, note('a'));
+  const QtRunLoop::Pause pause(runLoop);
+  runLoop.performAfterDelay(Seconds(0), &target, note('b'));
+  const auto start = steady_clock::now();
+  const auto processorStart = std::clock();
+  EXPECT_TRUE(spinUntil([&] { return secondsSince(start) > 0.3; }));
+  EXPECT_LT(static_cast<double>(std::clock() - processorStart) / CLOCKS_PER_SEC, 0.15);
 }
 
 TEST_F(QtRunLoopTest, PausesNest) {

@@ -69,4 +69,17 @@ inline bool doUntil(const std::string& line, const std::function<bool()>& condit
   });
 }
 
+// True once a key pressed now has arrived in this program: so has all input before it.
+inline bool inputArrives() {
+  struct KeyWatcher final : QObject {
+    bool eventFilter(QObject* /*receiver*/, QEvent* event) override {
+      hasSeenKey |= event->type() == QEvent::KeyPress;
+      return false;
+    }
+    bool hasSeenKey = false;
+  } watcher;
+  qApp->installEventFilter(&watcher);
+  return doUntil("xdotool key F9", [&] { return watcher.hasSeenKey; });
+}
+
 }  // namespace qt_test

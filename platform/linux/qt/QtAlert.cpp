@@ -97,7 +97,6 @@ void runAlert(const Alert& alert, std::string_view title, QWidget* parent) {
   QDialog dialog(parent != nullptr && parent->isVisible() ? parent : nullptr);
   dialog.setWindowTitle(qtString(title));
   dialog.setWindowFlags(Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
-  dialog.setWindowModality(Qt::ApplicationModal);
   dialog.setAccessibleDescription(qtString(alert.informativeText));
   fill(dialog, alert);
   place(dialog);

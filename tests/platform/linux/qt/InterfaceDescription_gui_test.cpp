@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 
+#include "platform/StringsFile.h"
 #include "tests/platform/linux/qt/QtTest.h"
 
 using namespace platform;
@@ -136,21 +137,20 @@ TEST_F(MainWindow, TheProgressBarNeverShowsAValue) {
 }
 
 struct Texts {
-  const char* title;
-  const char* body;
-  const char* cancel;
-  const char* next;
+  std::string title;
+  std::string body;
+  std::string cancel;
+  std::string next;
 };
 
-class MainWindowTexts : public MainWindow, public testing::WithParamInterface<Texts> {
- protected:
-  void expectNothingIsCut(double height) {
+struct MainWindowTexts : MainWindow {
+  void expectNothingIsCut(const Texts& texts, double height) {
     const auto window = delegate.outlet<Window>("window");
     window->setFrame({{100, 100}, {460, height}}, false);
-    delegate.outlet<TextField>("titleText")->setStringValue(GetParam().title);
-    delegate.outlet<TextField>("bodyText")->setStringValue(GetParam().body);
-    delegate.outlet<Button>("cancelButton")->setTitle(GetParam().cancel);
-    delegate.outlet<Button>("nextButton")->setTitle(GetParam().next);
+    delegate.outlet<TextField>("titleText")->setStringValue(texts.title);
+    delegate.outlet<TextField>("bodyText")->setStringValue(texts.body);
+    delegate.outlet<Button>("cancelButton")->setTitle(texts.cancel);
+    delegate.outlet<Button>("nextButton")->setTitle(texts.next);
     show();
     EXPECT_EQ(window->frame().size.height, height);
     for (const char* name : {"titleText", "bodyText"}) {
@@ -167,22 +167,45 @@ class MainWindowTexts : public MainWindow, public testing::WithParamInterface<Te
   }
 };
 
-TEST_P(MainWindowTexts, AreNotCutAtTheHeightOfTheUpdate) { expectNothingIsCut(320); }
+const Texts longGerman{"Kelto wird von diesem Computer entfernt und dabei in den Papierkorb gelegt",
+                       "Kelto und die zugehörigen Bestandteile werden in den Papierkorb gelegt. Bitte warten Sie einen "
+                       "Augenblick; das Fenster schließt sich von selbst, sobald der Vorgang abgeschlossen ist.",
+                       "Installation abbrechen", "Fertigstellen"};
 
-TEST_P(MainWindowTexts, AreNotCutAtTheHeightOfInstallAndUninstall) { expectNothingIsCut(206); }
+TEST_F(MainWindowTexts, LongOnesAreNotCutAtTheHeightOfTheUpdate) { expectNothingIsCut(longGerman, 320); }
 
-INSTANTIATE_TEST_SUITE_P(
-    Languages, MainWindowTexts,
-    testing::Values(Texts{"Installing Kelto", "Kelto is being installed on your computer.", "Cancel", "Done"},
-                    Texts{"Kelto wird von diesem Computer entfernt und dabei in den Papierkorb gelegt",
-                          "Kelto und die zugehörigen Bestandteile werden in den Papierkorb gelegt. Bitte warten Sie einen "
-                          "Augenblick; das Fenster schließt sich von selbst, sobald der Vorgang abgeschlossen ist.",
-                          "Installation abbrechen", "Fertigstellen"},
-                    Texts{
-                        "Keltoをインストールしています",
-                        "Keltoをこのコンピュータにインストールしています。この処理には数秒かかることがあります。完了すると"
-                        "、Keltoが自動的に開きますので、しばらくお待ちください。",
-                        "キャンセル", "完了"}));
+TEST_F(MainWindowTexts, LongOnesAreNotCutAtTheHeightOfInstallAndUninstall) { expectNothingIsCut(longGerman, 206); }
+
+// The texts that the installer comes with, in one language.
+struct MainWindowTranslations : MainWindowTexts, testing::WithParamInterface<const char*> {
+  MainWindowTranslations() {
+    std::ifstream file(std::string(KELTO_SOURCE_DIR "/resources/") + GetParam() + ".lproj/Localizable.strings");
+    const std::string bytes{std::istreambuf_iterator<char>(file), {}};
+    if (auto parsed = parseStrings(bytes)) table = std::move(*parsed);
+  }
+
+  void expectNothingIsCut(const char* title, const char* body, const char* next, double height) {
+    MainWindowTexts::expectNothingIsCut({table.at(title), table.at(body), table.at("<Cancel>"), table.at(next)}, height);
+  }
+
+  StringTable table;
+};
+
+TEST_P(MainWindowTranslations, OfTheUpdateAreNotCut) {
+  expectNothingIsCut("<ControllerUpdateWizard_Title>", "<ControllerUpdateWizard_Installing>", "<Next>", 320);
+}
+
+TEST_P(MainWindowTranslations, OfTheInstallationAreNotCut) {
+  expectNothingIsCut("<InstallerInstallKeltoSubtitle>", "<InstallerInstallKeltoBody>", "<Done>", 206);
+}
+
+TEST_P(MainWindowTranslations, OfTheUninstallationAreNotCut) {
+  expectNothingIsCut("<InstallerUninstallKeltoSubtitle>", "<InstallerUninstallKeltoBody>", "<Done>", 206);
+}
+
+INSTANTIATE_TEST_SUITE_P(Languages, MainWindowTranslations,
+                         testing::Values("en", "en-GB", "da", "de", "es", "fr", "it", "nb", "pt-BR", "nl", "sv", "zh-Hans",
+                                         "ja"));
 
 // Documents of the test's own.
 struct OtherDocument : testing::Test {

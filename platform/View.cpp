@@ -3,6 +3,21 @@
 #include <algorithm>
 
 namespace platform {
+namespace {
+
+// Along one axis. The lowest three bits of `flexible` stand for the margin before the view, the view and the margin after.
+void resize(double& place, double& length, double growth, unsigned flexible) {
+  const bool before = (flexible & 1U) != 0;
+  const bool itself = (flexible & 2U) != 0;
+  const bool after = (flexible & 4U) != 0;
+  const int sharers = int{before} + int{itself} + int{after};
+  if (sharers == 0) return;
+  const double share = growth / sharers;
+  if (before) place += share;
+  if (itself) length += share;
+}
+
+}  // namespace
 
 View::~View() {
   while (!_subviews.empty()) _subviews.back()->removeFromSuperview();
@@ -100,12 +115,23 @@ void View::setFrameOrigin(Point origin) {
 
 void View::setFrameSize(Size size) {
   const Size before = _frame.size;
+  const Size boundsBefore = _bounds.size;
   _frame.size = size;
   if (!_hasOwnBoundsSize)
     _bounds.size = size;
   else if (before.width != 0 && before.height != 0)
     _bounds.size = {_bounds.size.width * size.width / before.width, _bounds.size.height * size.height / before.height};
+  const Size growth{_bounds.size.width - boundsBefore.width, _bounds.size.height - boundsBefore.height};
+  if (growth != Size{})
+    for (const auto& view : std::vector(_subviews)) view->superviewGrew(growth);
   setNeedsDisplay(true);
+}
+
+void View::superviewGrew(Size growth) {
+  Rect frame = _frame;
+  resize(frame.origin.x, frame.size.width, growth.width, _autoresizingMask / ViewMinXMargin);
+  resize(frame.origin.y, frame.size.height, growth.height, _autoresizingMask / ViewMinYMargin);
+  if (frame != _frame) setFrame(frame);
 }
 
 void View::setBounds(const Rect& bounds) {

@@ -82,7 +82,9 @@ class View : public Responder, public std::enable_shared_from_this<View> {
   void setFrameSize(Size size);  // bounds of a size of their own keep their proportion to the frame
   [[nodiscard]] ViewAnimator animator() { return ViewAnimator(*this); }
 
-  // Only kept here, for whoever moves the view.
+  // What becomes wider or narrower with the bounds of the superview, by AutoresizingMask. What is flexible along an axis
+  // shares the change evenly; with nothing flexible the view stays where it is. Going back to the old size brings back the
+  // old frame, also after a size that leaves the view none.
   [[nodiscard]] unsigned autoresizingMask() const { return _autoresizingMask; }
   void setAutoresizingMask(unsigned mask) { _autoresizingMask = mask; }
 
@@ -115,6 +117,7 @@ class View : public Responder, public std::enable_shared_from_this<View> {
   void setWindow(ViewWindow* window);
   void tellHidden(bool hidden);
   void drawTree(GraphicsContext& context);
+  void superviewGrew(Size growth);
 
   View* _superview = nullptr;
   ViewWindow* _window = nullptr;

@@ -49,6 +49,8 @@ class ViewReader {
     while (_xml.readNextStartElement()) {
       if (_xml.name() == u"bool")
         view.setFlagForKey(_xml.readElementText() == "true", key);
+      else if (_xml.name() == u"number" && key == "autoresizingMask")
+        view.setAutoresizingMask(_xml.readElementText().toUInt());
       else if (_xml.name() == u"rect" && key == "geometry")
         view.setFrame(rect(superview));
       else

@@ -18,8 +18,8 @@ class QtViewResources final : public ViewResources {
   // Also remembers what is missing.
   std::shared_ptr<const Image> imageNamed(std::string_view name) override;
 
-  // The document's top-level widget and those in it whose class is a view's become views, with their geometry and their
-  // boolean properties.
+  // The document's top-level widget and those in it whose class is a view's become views, with their geometry, their
+  // boolean properties and the number "autoresizingMask".
   std::shared_ptr<View> loadNib(std::string_view name, ViewController& owner, std::string& cause) override;
 
  private:

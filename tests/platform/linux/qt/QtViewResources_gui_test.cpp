@@ -88,6 +88,7 @@ TEST_F(Resources, ANibGivesItsViewsWithGeometryAndFlags) {
      <property name="hasBloom" stdset="0"><bool>true</bool></property>
      <widget class="View" name="inner">
       <property name="geometry"><rect><x>10</x><y>20</y><width>100</width><height>50</height></rect></property>
+      <property name="autoresizingMask" stdset="0"><number>18</number></property>
      </widget>
      <widget class="QLabel" name="text"><property name="text"><string>passed over</string></property></widget>
     </widget></ui>)");
@@ -96,6 +97,7 @@ TEST_F(Resources, ANibGivesItsViewsWithGeometryAndFlags) {
   EXPECT_TRUE(dynamic_cast<Face&>(*view).hasBloom);
   ASSERT_EQ(view->subviews().size(), 1U);
   EXPECT_EQ(view->subviews().front()->frame(), (Rect{{10, 230}, {100, 50}}));
+  EXPECT_EQ(view->subviews().front()->autoresizingMask(), ViewWidthSizable | ViewHeightSizable);
 }
 
 TEST_F(Resources, AMissingNibSaysSo) {

@@ -2,15 +2,33 @@
 
 #include <QDynamicPropertyChangeEvent>
 #include <QVariant>
+#include <algorithm>
 
 #include "platform/linux/qt/Display.h"
 #include "platform/linux/qt/QtGraphicsContext.h"
 
 namespace platform::Linux {
+namespace {
+
+// The Tab key goes through the window's widgets as one reads them: row by row from the top, each from its start.
+void orderTabs(QWidget& window) {
+  auto widgets = window.findChildren<QWidget*>();
+  const bool fromRight = window.layoutDirection() == Qt::RightToLeft;
+  const auto place = [&](const QWidget* widget) {
+    const QPoint corner = widget->mapTo(&window, fromRight ? widget->rect().topRight() : QPoint());
+    return std::pair(corner.y(), fromRight ? -corner.x() : corner.x());
+  };
+  widgets.removeIf([](const QWidget* widget) { return (widget->focusPolicy() & Qt::TabFocus) == 0; });
+  std::ranges::stable_sort(widgets, {}, place);
+  for (qsizetype i = 1; i < widgets.size(); ++i) QWidget::setTabOrder(widgets[i - 1], widgets[i]);
+}
+
+}  // namespace
 
 ViewHostWidget::ViewHostWidget(const std::shared_ptr<View>& view, QWidget* parent) : QWidget(parent) {
   _window.setContentView(view);
   _window.onNeedsDisplay = [this] { update(); };
+  _window.onRecalculateKeyViewLoop = [this] { orderTabs(*window()); };
 }
 
 bool ViewHostWidget::event(QEvent* event) {

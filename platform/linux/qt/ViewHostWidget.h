@@ -8,7 +8,8 @@
 namespace platform::Linux {
 
 // The view fills the widget. Dynamic boolean properties of the widget are set on the view under their name. Corners are
-// square where nothing composes translucent windows; that is asked whenever the widget comes up, not for every frame.
+// square where nothing composes translucent windows; that is asked whenever the widget comes up, not for every frame. When
+// the key-view loop is recalculated, the Tab key goes through the widgets of the window as one reads them.
 class ViewHostWidget final : public QWidget {
  public:
   ViewHostWidget(const std::shared_ptr<View>& view, QWidget* parent);

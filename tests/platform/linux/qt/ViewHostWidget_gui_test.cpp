@@ -4,6 +4,7 @@
 #include <xcb/xcb.h>
 
 #include <QImage>
+#include <QPushButton>
 #include <QVariant>
 #include <cstdlib>
 
@@ -81,6 +82,31 @@ TEST_F(HostedView, IsDrawnAgainWhenItNeedsTo) {
   panel->drawn = {};
   panel->setNeedsDisplay(true);
   EXPECT_TRUE(qt_test::spinUntil([this] { return panel->drawn.size.width == 100; }));
+}
+
+TEST_F(HostedView, ARecalculatedKeyViewLoopGoesRowByRow) {
+  window.resize(200, 100);
+  host.resize(200, 100);
+  QPushButton bottomRight("bottom right", &host);
+  bottomRight.setGeometry(100, 50, 90, 30);
+  QPushButton top("top", &host);
+  top.setGeometry(100, 0, 90, 30);
+  QPushButton bottomLeft("bottom left", &host);
+  bottomLeft.setGeometry(0, 50, 90, 30);
+  window.show();
+  const auto loop = [&] {
+    QStringList texts;
+    for (const QWidget* next = &top; texts.size() < 3; next = next->nextInFocusChain())
+      if (const auto* button = qobject_cast<const QPushButton*>(next)) texts << button->text();
+    return texts;
+  };
+  ASSERT_EQ(loop(), (QStringList{"top", "bottom left", "bottom right"})) << "as they were made";
+  bottomLeft.move(0, 0);
+  panel->window()->recalculateKeyViewLoop();
+  EXPECT_EQ(loop(), (QStringList{"top", "bottom right", "bottom left"}));
+  window.setLayoutDirection(Qt::RightToLeft);
+  panel->window()->recalculateKeyViewLoop();
+  EXPECT_EQ(loop(), (QStringList{"top", "bottom left", "bottom right"}));
 }
 
 TEST_F(HostedView, CornersAreSquareWithoutACompositor) {

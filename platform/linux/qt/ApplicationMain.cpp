@@ -64,6 +64,7 @@ class Framework {
         _distributedCenter(_bundles.mainBundle().bundleIdentifier().value_or(""), log,
                            [this](std::function<void()> action) { _runLoop.deliver(std::move(action)); }) {
     putResourcesFirstOnPath(_bundles.mainBundle());
+    QApplication::setWindowIcon(applicationIcon(_bundles.mainBundle()));
   }
 
   int run(const std::vector<DelegateClass>& classes) {

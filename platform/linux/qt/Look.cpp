@@ -4,6 +4,8 @@
 #include <QPalette>
 #include <QStyleFactory>
 
+#include "platform/linux/qt/QtElements.h"
+
 namespace platform::Linux {
 namespace {
 
@@ -32,6 +34,16 @@ void applyLook(QApplication& application) {
   font.setPointSizeF(letterSize);
   QApplication::setFont(font);
   application.setQuitOnLastWindowClosed(false);
+}
+
+QIcon applicationIcon(const Bundle& bundle) {
+  QIcon icon;
+  const auto name = bundle.infoString("CFBundleIconFile");
+  if (!name) return icon;
+  for (const int size : {16, 32, 48, 64, 128, 256})
+    if (const auto path = bundle.pathForResource("artwork/" + *name + "-" + std::to_string(size), "png"))
+      icon.addFile(qtString(*path), QSize(size, size));
+  return icon;
 }
 
 }  // namespace platform::Linux

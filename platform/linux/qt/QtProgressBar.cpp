@@ -1,7 +1,6 @@
 #include "platform/linux/qt/QtProgressBar.h"
 
-#include <QPainter>
-#include <algorithm>
+#include <QPainterPath>
 #include <chrono>
 #include <cmath>
 #include <numbers>
@@ -27,6 +26,12 @@ double bandPlace(double seconds, double width) {
   return eased * (width + band) - band;
 }
 
+QPainterPath rounded(const QRectF& rect) {
+  QPainterPath path;
+  path.addRoundedRect(rect, thickness / 2.0, thickness / 2.0);
+  return path;
+}
+
 }  // namespace
 
 ProgressBarWidget::ProgressBarWidget(QWidget* parent) : QProgressBar(parent) {
@@ -49,22 +54,24 @@ QSize ProgressBarWidget::minimumSizeHint() const { return {40, thickness}; }
 
 void ProgressBarWidget::paintEvent(QPaintEvent* /*event*/) {
   QPainter painter(this);
+  std::optional<double> seconds;
+  if (isAnimating()) seconds = static_cast<double>(_elapsed.nsecsElapsed()) / 1e9;
+  drawProgressBar(painter, size(), seconds);
+}
+
+// The band is as round as the track where it is inside, and where it leaves the track it takes the track's own end.
+void drawProgressBar(QPainter& painter, QSizeF area, std::optional<double> seconds) {
   painter.setRenderHint(QPainter::Antialiasing);
-  painter.setPen(Qt::NoPen);
-  const QRectF track(0, (height() - thickness) / 2.0, width(), thickness);
-  painter.setBrush(trackColor);
-  painter.drawRoundedRect(track, thickness / 2.0, thickness / 2.0);
-  if (!isAnimating()) return;
-  const double seconds = static_cast<double>(_elapsed.nsecsElapsed()) / 1e9;
-  const QRectF band(bandPlace(seconds, track.width()), track.y(), track.width() * bandShare, thickness);
+  const QRectF place(0, (area.height() - thickness) / 2, area.width(), thickness);
+  const QPainterPath track = rounded(place);
+  painter.fillPath(track, trackColor);
+  if (!seconds) return;
+  const QRectF band(bandPlace(*seconds, place.width()), place.y(), place.width() * bandShare, thickness);
   QLinearGradient shine(band.topLeft(), band.topRight());
   shine.setColorAt(0, bandColor);
   shine.setColorAt(0.5, bandLightColor);
   shine.setColorAt(1, bandColor);
-  painter.setBrush(shine);
-  const QRectF visible = band & track;
-  const double radius = std::min(thickness, static_cast<int>(visible.width())) / 2.0;
-  painter.drawRoundedRect(visible, radius, thickness / 2.0);
+  painter.fillPath(track & rounded(band), shine);
 }
 
 }  // namespace platform::Linux

@@ -3,9 +3,11 @@
 //
 // Main thread only.
 #include <QElapsedTimer>
+#include <QPainter>
 #include <QPointer>
 #include <QProgressBar>
 #include <QTimer>
+#include <optional>
 
 #include "platform/UserInterface.h"
 
@@ -28,6 +30,10 @@ class ProgressBarWidget final : public QProgressBar {
   QTimer _frames;
   QElapsedTimer _elapsed;
 };
+
+// Draws the bar as it looks `seconds` after the start of its animation, or at rest without them, in the middle of an area
+// that begins at the painter's origin.
+void drawProgressBar(QPainter& painter, QSizeF area, std::optional<double> seconds);
 
 class QtProgressIndicator final : public ProgressIndicator {
  public:

@@ -18,6 +18,7 @@
 #include "platform/StringsFile.h"
 #include "platform/fake/FakePlatform.h"
 #include "platform/linux/qt/InterfaceDescription.h"
+#include "platform/linux/qt/QtProgressBar.h"
 #include "platform/linux/qt/QtViewResources.h"
 #include "ui/KMEmbeddedWindowBackgroundView.h"
 
@@ -59,6 +60,21 @@ class Artwork {
   platform::Linux::QtViewResources _resources{_bundle, _classes};
 };
 
+// Shows a progress bar as it looks in the middle of a pass of its animation.
+class StillBar final : public QObject {
+ public:
+  void stopBar(QWidget& bar) { bar.installEventFilter(this); }
+
+ protected:
+  bool eventFilter(QObject* watched, QEvent* event) override {
+    if (event->type() != QEvent::Paint) return false;
+    auto* bar = static_cast<QWidget*>(watched);
+    QPainter painter(bar);
+    platform::Linux::drawProgressBar(painter, bar->size(), 0.7);
+    return true;
+  }
+};
+
 class Wizard : private platform::ApplicationDelegate {
  public:
   Wizard(const std::string& language, const Mode& mode) {
@@ -90,9 +106,8 @@ class Wizard : private platform::ApplicationDelegate {
     outlet<platform::TextField>("bodyText")->setStringValue(text(mode.texts.body));
     outlet<platform::Button>("cancelButton")->setTitle(text(InstallerTexts::cancel));
     outlet<platform::Button>("nextButton")->setTitle(text(mode.texts.nextButton));
-    outlet<platform::ProgressIndicator>("progressBar")->startAnimation();
+    _stillBar.stopBar(*window().findChild<QWidget*>("progressBar"));
     window().ensurePolished();
-    window().setAttribute(Qt::WA_DontShowOnScreen);
     window().show();
     QCoreApplication::sendPostedEvents();
   }
@@ -103,6 +118,7 @@ class Wizard : private platform::ApplicationDelegate {
   void applicationDidFinishLaunching(const platform::Notification& /*notification*/) override {}
   void applicationWillTerminate(const platform::Notification& /*notification*/) override {}
 
+  StillBar _stillBar;
   std::unique_ptr<platform::Linux::InterfaceDescription> _description;
   std::map<std::string, std::shared_ptr<platform::InterfaceElement>> _outlets;
 };

@@ -2,6 +2,7 @@
 //
 //   wizard_pictures sheet FILE.png          all of them on one contact sheet
 //   wizard_pictures picture LANGUAGE MODE FILE.png
+//   wizard_pictures golden SCALE FOLDER     the three modes and an alert in English, with the letters of fonts.conf
 //   wizard_pictures measure                 for every text, the room that it needs and the room that it has
 #include <QDialog>
 #include <QPainter>
@@ -21,7 +22,8 @@ QImage pictureOf(QWidget& widget) {
   const double scale = widget.devicePixelRatioF();
   QImage image(widget.size() * scale, QImage::Format_ARGB32_Premultiplied);
   image.setDevicePixelRatio(scale);
-  image.fill(Qt::transparent);
+  const bool isWizard = widget.testAttribute(Qt::WA_TranslucentBackground);
+  image.fill(isWizard ? Qt::transparent : widget.palette().window().color());
   widget.render(&image, {}, {}, QWidget::DrawChildren);
   return image;
 }
@@ -60,13 +62,7 @@ int makeSheet(const QString& path) {
     auto& row = rows.emplace_back();
     for (const auto& mode : modes) row.push_back(pictureOf(Wizard(language, mode).window()));
     for (const auto& alert : alertsIn(language))
-      withAlert(alert, [&](QWidget& dialog) {
-        QImage image = pictureOf(dialog);
-        QImage ground = image;
-        ground.fill(qApp->palette().window().color());
-        QPainter(&ground).drawImage(0, 0, image);
-        row.push_back(ground);
-      });
+      withAlert(alert, [&](QWidget& dialog) { row.push_back(pictureOf(dialog)); });
   }
   const double scale = rows.front().front().devicePixelRatio();
   constexpr int margin = 24;
@@ -91,6 +87,25 @@ int makePicture(const std::string& language, std::string_view name, const QStrin
   for (const auto& mode : modes)
     if (mode.name == name) return pictureOf(Wizard(language, mode).window()).save(path) ? 0 : 1;
   return 1;
+}
+
+// Letters and scale are settled before there is an application object.
+void settleLook(const std::string& scale) {
+  for (const char* variable : {"QT_FONT_DPI", "QT_SCREEN_SCALE_FACTORS", "FREETYPE_PROPERTIES"}) unsetenv(variable);
+  setenv("QT_QPA_PLATFORM", "offscreen", 1);
+  setenv("QT_SCALE_FACTOR", scale.c_str(), 1);
+  setenv("FONTCONFIG_FILE", KELTO_SOURCE_DIR "/tests/wizard/fonts.conf", 1);
+}
+
+int makeGolden(const QString& folder) {
+  bool isSaved = true;
+  const auto save = [&](QWidget& widget, const char* name) {
+    const QImage image = pictureOf(widget);
+    isSaved &= image.save(folder + "/" + name + (image.devicePixelRatio() > 1 ? "@2x.png" : ".png"));
+  };
+  for (const auto& mode : modes) save(Wizard("en", mode).window(), mode.name);
+  withAlert(alertsIn("en")[1], [&](QWidget& dialog) { save(dialog, "alert"); });
+  return isSaved ? 0 : 1;
 }
 
 void report(const std::string& where, const char* element, QSize needed, const QWidget& widget, const QRect& room) {
@@ -138,6 +153,8 @@ int measure() {
 
 int main(int argc, char** argv) {
   const std::vector<std::string> arguments(argv + 1, argv + argc);
+  const bool isGolden = arguments.size() == 3 && arguments[0] == "golden";
+  if (isGolden) settleLook(arguments[1]);
   int count = 1;
   QApplication application(count, argv);
   platform::Linux::applyLook(application);
@@ -145,7 +162,8 @@ int main(int argc, char** argv) {
   if (arguments.size() == 2 && arguments[0] == "sheet") return makeSheet(QString::fromStdString(arguments[1]));
   if (arguments.size() == 4 && arguments[0] == "picture")
     return makePicture(arguments[1], arguments[2], QString::fromStdString(arguments[3]));
+  if (isGolden) return makeGolden(QString::fromStdString(arguments[2]));
   if (arguments.size() == 1 && arguments[0] == "measure") return measure();
-  std::fprintf(stderr, "usage: wizard_pictures sheet FILE | picture LANGUAGE MODE FILE | measure\n");
+  std::fprintf(stderr, "usage: wizard_pictures sheet FILE | picture LANGUAGE MODE FILE | golden SCALE FOLDER | measure\n");
   return 2;
 }

@@ -1,0 +1,15 @@
+#!/usr/bin/env bash
+# Makes the golden pictures of the wizard and an alert anew. Look at them before they are committed.
+#
+#   scripts/golden-pictures.sh [FOLDER]     default: tests/wizard/golden
+set -euo pipefail
+top=$(dirname "$(dirname "$(readlink -f "$0")")")
+folder=$(realpath -m "${1:-$top/tests/wizard/golden}")
+cd "$top"
+[ -f build/dev/build.ninja ] || cmake --preset dev >/dev/null
+cmake --build build/dev --target wizard_pictures
+mkdir -p "$folder"
+for scale in 1 2; do
+  build/dev/bin/wizard_pictures golden "$scale" "$folder"
+done
+ls "$folder"

@@ -19,6 +19,7 @@ import demonstration  # noqa: E402,F401
 import face  # noqa: E402,F401
 import failures  # noqa: E402,F401
 import modes  # noqa: E402,F401
+import screens  # noqa: E402,F401
 import server  # noqa: E402,F401
 import system  # noqa: E402,F401
 from desktop import LIBC, PR_SET_PDEATHSIG, Failure, end_on_signals, missing_programs  # noqa: E402

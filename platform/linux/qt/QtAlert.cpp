@@ -14,7 +14,7 @@ namespace platform::Linux {
 namespace {
 
 constexpr int iconSize = 48;
-constexpr int textWidth = 340;
+constexpr int textWidth = 342;
 
 QLabel* textLabel(std::string_view text, QWidget* parent) {
   auto* label = new QLabel(parent);
@@ -72,21 +72,31 @@ void fill(QDialog& dialog, const Alert& alert) {
   rows->setContentsMargins(24, 22, 24, 18);
   rows->setHorizontalSpacing(18);
   rows->setVerticalSpacing(8);
-  rows->setSizeConstraint(QLayout::SetFixedSize);
+  rows->setSizeConstraint(QLayout::SetNoConstraint);
   auto* button = dismissButton(alert.defaultButton, &dialog);
   rows->addWidget(iconLabel(&dialog), 0, 0, 2, 1, Qt::AlignTop);
   rows->addWidget(headlineLabel(alert.messageText, &dialog), 0, 1);
   rows->addWidget(textLabel(alert.informativeText, &dialog), 1, 1);
   rows->setRowMinimumHeight(2, 10);
+  rows->setRowStretch(2, 1);
   rows->addWidget(button, 3, 0, 1, 2, Qt::AlignRight);
   button->setFocus();
+}
+
+// The display server counts in pixels of its own. Only a size that is whole in these too, at every scale in steps of a
+// quarter, comes back from there as it was; any other may come back smaller, and cut a text.
+void setSize(QDialog& dialog) {
+  constexpr int step = 4;
+  const auto whole = [](int length) { return (length + step - 1) / step * step; };
+  const QSize needed = dialog.sizeHint();
+  dialog.setFixedSize(whole(needed.width()), whole(needed.height()));
 }
 
 // Over the window, else in the middle of the screen. Left to the window manager it may appear anywhere.
 void place(QDialog& dialog) {
   const QWidget* window = dialog.parentWidget();
   const QRect under = window != nullptr ? window->frameGeometry() : QGuiApplication::primaryScreen()->availableGeometry();
-  QRect frame({}, dialog.sizeHint());
+  QRect frame({}, dialog.size());
   frame.moveCenter(under.center());
   dialog.move(frame.topLeft());
 }
@@ -99,6 +109,7 @@ void runAlert(const Alert& alert, std::string_view title, QWidget* parent) {
   dialog.setWindowFlags(Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
   dialog.setAccessibleDescription(qtString(alert.informativeText));
   fill(dialog, alert);
+  setSize(dialog);
   place(dialog);
   dialog.exec();
 }

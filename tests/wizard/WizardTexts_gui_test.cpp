@@ -1,9 +1,10 @@
-// No text of the wizard or of an alert is cut, in any language, mode and scale.
+// No text of the wizard or of an alert is cut, in any language, mode and scale, on a display.
 #include <gtest/gtest.h>
 
 #include <sstream>
 
 #include "tests/support/CommandLine.h"
+#include "tests/support/PrivateDisplay.h"
 
 namespace {
 
@@ -16,8 +17,9 @@ constexpr int alerts = 4;
 constexpr int textsOfAnAlert = 3;  // headline, message and button
 
 TEST_P(WizardTexts, HaveTheRoomThatTheyNeed) {
-  const auto measured = tests::runCommandLine(std::string("QT_QPA_PLATFORM=offscreen QT_SCALE_FACTOR=") + GetParam() + " " +
-                                              KELTO_BIN_DIR "/wizard_pictures measure 2>/dev/null");
+  const tests::PrivateDisplay display;
+  const auto measured = tests::runCommandLine(std::string("QT_QPA_PLATFORM=xcb QT_SCALE_FACTOR=") + GetParam() + " " +
+                                              KELTO_BIN_DIR "/wizard_measures room 2>/dev/null");
   ASSERT_EQ(measured.status, 0);
   std::istringstream lines(measured.output);
   int count = 0;
@@ -25,6 +27,6 @@ TEST_P(WizardTexts, HaveTheRoomThatTheyNeed) {
   EXPECT_EQ(count, languages * (modes * textsOfAWizard + alerts * textsOfAnAlert));
 }
 
-INSTANTIATE_TEST_SUITE_P(Scale, WizardTexts, testing::Values("1", "1.5", "2"));
+INSTANTIATE_TEST_SUITE_P(Scale, WizardTexts, testing::Values("1", "1.25", "1.5", "2"));
 
 }  // namespace

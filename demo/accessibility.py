@@ -50,13 +50,18 @@ def windows_of(process):
                 yield window
 
 
+def names_with(items, state):
+    return [item.get_name() for item in items if item.get_role() != Atspi.Role.FILLER and item.get_state_set().contains(state)]
+
+
 def describe(window):
     items = list(below(window))
-    return {"role": window.get_role_name(), "name": window.get_name(),
+    return {"role": window.get_role_name(), "name": window.get_name(), "description": window.get_description(),
             "texts": [item.get_name() for item in items if item.get_role() == Atspi.Role.LABEL and item.get_name()],
             "buttons": [item.get_name() for item in items if item.get_role() == Atspi.Role.PUSH_BUTTON],
             "elements": [[item.get_role_name(), item.get_name()] for item in items if item.get_role() != Atspi.Role.FILLER],
-            "focused": [item.get_name() for item in items if item.get_state_set().contains(Atspi.StateType.FOCUSED)]}
+            "focused": names_with(items, Atspi.StateType.FOCUSED),
+            "focusable": names_with(items, Atspi.StateType.FOCUSABLE), "enabled": names_with(items, Atspi.StateType.ENABLED)}
 
 
 def press(process, title):

@@ -18,6 +18,7 @@ sys.path[:0] = [str(HERE), str(HERE.parents[1] / "demo")]
 import demonstration  # noqa: E402,F401
 import face  # noqa: E402,F401
 import failures  # noqa: E402,F401
+import keyboard  # noqa: E402,F401
 import modes  # noqa: E402,F401
 import screens  # noqa: E402,F401
 import server  # noqa: E402,F401

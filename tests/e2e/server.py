@@ -6,6 +6,7 @@ import shutil
 import subprocess
 
 from desktop import processes_of, wait_for
+from keyboard import dismiss_by_keyboard, expect_told_alert
 from road import PROJECT, SERVER_FILES, version_of
 from world import check, english, equal, scenario
 
@@ -65,8 +66,8 @@ def server_upgrade(world):
 
 @scenario("system", where="services", **SURROUNDINGS)
 def failing_server_upgrade(world):
-    """A Library Server that does not run is told with headline and text exchanged; the old one runs again, and the update
-    goes on."""
+    """A Library Server that does not run is told with headline and text exchanged, and dismissed by the keyboard; the old one
+    runs again, and the update goes on."""
     start_old_server(world.build)
     server = world.road.new / "Contents/Resources/LibraryServer"
     (server / "KeltoLibraryServer").unlink()
@@ -74,11 +75,11 @@ def failing_server_upgrade(world):
     unit = server / UNIT
     unit.write_text(unit.read_text().replace("Restart=on-failure\n", ""))
     installer = world.start("update")
-    world.expect_alert_stays(installer, english("<InstallerUnexpectedErrorMessage>"),
-                             english("<InstallerUnexpectedErrorSubtitle>"))
+    expect_told_alert(world, installer, english("<InstallerUnexpectedErrorMessage>"),
+                      english("<InstallerUnexpectedErrorSubtitle>"))
     equal("the version on disk", version_of(world.road.installed), "2.0")
     equal("what runs while the alert is up", processes_of(world.road.installed), [])
-    world.dismiss(installer)
+    dismiss_by_keyboard(world, installer, "Return")
     world.expect_update_ends(installer)
     expect_server("1")
     equal("the program", PROGRAM.read_bytes(), (world.build / "bin/KeltoLibraryServer-1").read_bytes())

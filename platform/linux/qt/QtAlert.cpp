@@ -34,29 +34,24 @@ QLabel* headlineLabel(std::string_view text, QWidget* parent) {
   return label;
 }
 
-// A warning sign, drawn smooth at any scale.
-QPixmap warningSign(double scale) {
-  QPixmap sign(QSize(iconSize, iconSize) * scale);
-  sign.setDevicePixelRatio(scale);
-  sign.fill(Qt::transparent);
-  QPainter painter(&sign);
-  painter.setRenderHint(QPainter::Antialiasing);
-  const QColor amber(240, 160, 32);
-  painter.setPen(QPen(amber, 7, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
-  painter.setBrush(amber);
-  painter.drawPolygon(QPolygonF({{24, 7}, {43, 40}, {5, 40}}));
-  painter.setPen(QPen(Qt::white, 4.5, Qt::SolidLine, Qt::RoundCap));
-  painter.drawLine(QPointF(24, 16), QPointF(24, 28));
-  painter.drawPoint(QPointF(24, 36.5));
-  return sign;
-}
+// A warning sign, drawn smooth at any scale. It says nothing that the texts do not, so assistive tools hear nothing of it.
+class WarningSign final : public QWidget {
+ public:
+  explicit WarningSign(QWidget* parent) : QWidget(parent) { setFixedSize(iconSize, iconSize); }
 
-QLabel* iconLabel(QWidget* parent) {
-  auto* label = new QLabel(parent);
-  label->setPixmap(warningSign(parent->devicePixelRatioF()));
-  label->setFixedWidth(iconSize);
-  return label;
-}
+ protected:
+  void paintEvent(QPaintEvent* /*event*/) override {
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    const QColor amber(240, 160, 32);
+    painter.setPen(QPen(amber, 7, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+    painter.setBrush(amber);
+    painter.drawPolygon(QPolygonF({{24, 7}, {43, 40}, {5, 40}}));
+    painter.setPen(QPen(Qt::white, 4.5, Qt::SolidLine, Qt::RoundCap));
+    painter.drawLine(QPointF(24, 16), QPointF(24, 28));
+    painter.drawPoint(QPointF(24, 36.5));
+  }
+};
 
 QPushButton* dismissButton(std::string_view title, QDialog* dialog) {
   auto* button = new QPushButton(literalTitle(title), dialog);
@@ -73,12 +68,12 @@ void fill(QDialog& dialog, const Alert& alert) {
   rows->setHorizontalSpacing(18);
   rows->setVerticalSpacing(8);
   rows->setSizeConstraint(QLayout::SetNoConstraint);
-  auto* button = dismissButton(alert.defaultButton, &dialog);
-  rows->addWidget(iconLabel(&dialog), 0, 0, 2, 1, Qt::AlignTop);
+  rows->addWidget(new WarningSign(&dialog), 0, 0, 2, 1, Qt::AlignTop);
   rows->addWidget(headlineLabel(alert.messageText, &dialog), 0, 1);
   rows->addWidget(textLabel(alert.informativeText, &dialog), 1, 1);
   rows->setRowMinimumHeight(2, 10);
   rows->setRowStretch(2, 1);
+  auto* button = dismissButton(alert.defaultButton, &dialog);
   rows->addWidget(button, 3, 0, 1, 2, Qt::AlignRight);
   button->setFocus();
 }

@@ -1,5 +1,6 @@
 #include "platform/linux/qt/QtWindow.h"
 
+#include <QAccessibleWidget>
 #include <QCloseEvent>
 #include <QGuiApplication>
 #include <QMouseEvent>
@@ -17,6 +18,12 @@ constexpr double farthest = 30000;
 
 int whole(double points) { return static_cast<int>(std::lround(std::fmin(std::fmax(points, -farthest), farthest))); }
 
+// Qt takes any top-level widget that is not of its own classes for a filler.
+QAccessibleInterface* accessibleWindow(const QString& /*className*/, QObject* object) {
+  auto* window = dynamic_cast<WindowWidget*>(object);
+  return window == nullptr ? nullptr : new QAccessibleWidget(window, QAccessible::Window);
+}
+
 QRect primaryScreen() { return QGuiApplication::primaryScreen()->geometry(); }
 
 }  // namespace
@@ -24,6 +31,7 @@ QRect primaryScreen() { return QGuiApplication::primaryScreen()->geometry(); }
 WindowWidget::WindowWidget() {
   setWindowFlags(Qt::Window | Qt::FramelessWindowHint);
   setAttribute(Qt::WA_TranslucentBackground);
+  QAccessible::installFactory(accessibleWindow);  // counts once, however often
 }
 
 void WindowWidget::closeEvent(QCloseEvent* event) {

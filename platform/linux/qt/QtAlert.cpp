@@ -57,7 +57,7 @@ QPushButton* dismissButton(std::string_view title, QDialog* dialog) {
   auto* button = new QPushButton(literalTitle(title), dialog);
   button->setShortcut({});
   button->setDefault(true);
-  button->setMinimumWidth(88);
+  button->setMinimumSize(96, 28);
   QObject::connect(button, &QPushButton::clicked, dialog, &QDialog::accept);
   return button;
 }
@@ -68,7 +68,7 @@ void fill(QDialog& dialog, const Alert& alert) {
   rows->setHorizontalSpacing(18);
   rows->setVerticalSpacing(8);
   rows->setSizeConstraint(QLayout::SetNoConstraint);
-  rows->addWidget(new WarningSign(&dialog), 0, 0, 2, 1, Qt::AlignTop);
+  rows->addWidget(new WarningSign(&dialog), 0, 0, 3, 1, Qt::AlignTop);  // beside the gap too, so that it parts no texts
   rows->addWidget(headlineLabel(alert.messageText, &dialog), 0, 1);
   rows->addWidget(textLabel(alert.informativeText, &dialog), 1, 1);
   rows->setRowMinimumHeight(2, 10);

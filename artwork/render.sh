@@ -8,12 +8,13 @@ target=../resources/artwork
 mkdir -p "$target"
 for picture in *.svg; do
   name=${picture%.svg}
-  [ "$name" != application-icon ] || continue
+  case $name in application-icon*) continue ;; esac
   rsvg-convert "$picture" -o "$target/$name.png"
   for scale in 2 3; do
     rsvg-convert --zoom "$scale" "$picture" -o "$target/$name@${scale}x.png"
   done
 done
-for size in 16 32 48 64 128 256; do
+rsvg-convert application-icon-16.svg -o "$target/application-icon-16.png"
+for size in 32 48 64 128 256; do
   rsvg-convert --width "$size" --height "$size" application-icon.svg -o "$target/application-icon-$size.png"
 done

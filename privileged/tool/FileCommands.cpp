@@ -27,17 +27,18 @@ SourceAndDestination bothItems(const Request& request) {
 }
 
 // Renames the new item into the staging folder. False when it has to be copied: it is on another file system, cannot be
-// taken from where it is, or has files with names elsewhere, whose owner and mode are not ours to change.
+// taken from where it is, or has files with several names, whose owner and mode are not ours to change.
 bool takeIntoStaging(const Location& source, const TreeSurvey& found, Staging& staging) {
-  if (found.hasOutsideLinks) return false;
+  if (found.mustBeCopied) return false;
   staging.noteSource(source, *source.status());
   if (renameWithoutReplacing(source.folder.get(), source.name, staging.folder(), Staging::NewItem) == 0) return true;
   staging.forgetSource();
   return false;
 }
 
-void giveBack(const Location& source, Staging& staging) {
+void giveBack(const Location& source, Staging& staging, const Adoption& adoption) {
   if (staging.isKept()) return;
+  adoption.undo(staging.folder(), Staging::NewItem);
   if (renameWithoutReplacing(staging.folder(), Staging::NewItem, source.folder.get(), source.name) != 0) staging.keep();
 }
 
@@ -77,8 +78,13 @@ Outcome moveFile(const Request& request) {
   const int error = renameWithoutReplacing(source.folder.get(), source.name, folder.get(), destination.name);
   Outcome outcome{.report = "moved to " + destination.path, .output = "moved to " + destination.path, .afterwards = {}};
   if (error == 0) {
-    syncFolder(folder.get());
-    syncFolder(source.openFolder().get());
+    try {
+      syncFolder(folder.get());
+      syncFolder(source.openFolder().get());
+    } catch (const Failure&) {
+      renameWithoutReplacing(folder.get(), destination.name, source.folder.get(), source.name);
+      throw;
+    }
     return outcome;
   }
   if (error != EXDEV) failWithSystemError("cannot move " + source.path, error);
@@ -103,18 +109,20 @@ Outcome replaceItem(const Request& request) {
   const auto owner = old ? std::optional(Owner{old->st_uid, old->st_gid}) : std::nullopt;
   const auto found = surveyWithoutSpecialFiles(source, owner);
   const auto staging = std::make_shared<Staging>(destination);
+  // From here to the try nothing may throw: the staging folder may hold the only copy of the new item.
+  Swap swap(*staging, destination, old);
+  Adoption adoption(owner);
   const bool moved = takeIntoStaging(source, found, *staging);
-  Swap swap(*staging, destination, old.has_value());
   try {
     if (!moved) {
       stageCopy(source, *staging, owner, found.entries);
     } else {
-      if (found.needsAdoption) adopt(staging->folder(), Staging::NewItem, owner);
+      if (found.needsAdoption) adoption.apply(staging->folder(), Staging::NewItem);
       syncTree(staging->folder(), Staging::NewItem, found.entries);
     }
     swap.in();
   } catch (const Failure&) {
-    if (moved) giveBack(source, *staging);
+    if (moved) giveBack(source, *staging, adoption);
     throw;
   }
   Outcome outcome{.report = (old ? "replaced " : "installed ") + destination.path, .output = {}, .afterwards = {}};

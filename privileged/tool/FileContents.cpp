@@ -27,10 +27,10 @@ bool isCopiedAttribute(std::string_view attribute) {
 
 void copyAttribute(int source, int target, const char* attribute, const std::string& name) {
   const auto size = ::fgetxattr(source, attribute, nullptr, 0);
-  if (size < 0) return;
-  std::vector<char> value(static_cast<std::size_t>(size));
-  const auto length = ::fgetxattr(source, attribute, value.data(), value.size());
-  if (length < 0) return;
+  std::vector<char> value(static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+  const auto length = size < 0 ? size : ::fgetxattr(source, attribute, value.data(), value.size());
+  if (length < 0 && errno == ENODATA) return;  // taken away meanwhile
+  if (length < 0) failWithSystemError("cannot read an extended attribute of " + name);
   if (::fsetxattr(target, attribute, value.data(), static_cast<std::size_t>(length), 0) == 0) return;
   if (errno != EOPNOTSUPP && errno != EPERM) failWithSystemError("cannot copy an extended attribute of " + name);
 }
@@ -98,10 +98,11 @@ ssize_t FileContents::readAndWrite(int source, int target, off_t at, std::size_t
 
 void copyExtendedAttributes(int source, int target, const std::string& name) {
   const auto size = ::flistxattr(source, nullptr, 0);
-  if (size <= 0) return;
-  std::vector<char> names(static_cast<std::size_t>(size));
-  const auto length = ::flistxattr(source, names.data(), names.size());
-  std::string_view rest(names.data(), length > 0 ? static_cast<std::size_t>(length) : 0);
+  if (size == 0 || (size < 0 && errno == EOPNOTSUPP)) return;
+  std::vector<char> names(static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+  const auto length = size < 0 ? size : ::flistxattr(source, names.data(), names.size());
+  if (length < 0) failWithSystemError("cannot read the extended attributes of " + name);
+  std::string_view rest(names.data(), static_cast<std::size_t>(length));
   while (!rest.empty()) {
     const std::string attribute(rest.substr(0, rest.find('\0')));
     if (isCopiedAttribute(attribute)) copyAttribute(source, target, attribute.c_str(), name);

@@ -73,7 +73,12 @@ void placeNewItem(const Staging& staging, const Location& destination) {
   const auto folder = destination.openFolder();
   const int error = renameWithoutReplacing(staging.folder(), Staging::NewItem, folder.get(), destination.name);
   if (error != 0) failWithSystemError("cannot make " + destination.path, error);
-  syncFolder(folder.get());
+  try {
+    syncFolder(folder.get());
+  } catch (const Failure&) {
+    renameWithoutReplacing(folder.get(), destination.name, staging.folder(), Staging::NewItem);
+    throw;
+  }
 }
 
 std::function<bool()> takeAway(const Location& item) {
@@ -82,7 +87,12 @@ std::function<bool()> takeAway(const Location& item) {
   if (::renameat(item.folder.get(), item.name.c_str(), staging->folder(), Staging::Doomed) != 0) {
     failWithSystemError("cannot remove " + item.path);
   }
-  syncFolder(folder.get());
+  try {
+    syncFolder(folder.get());
+  } catch (const Failure&) {
+    if (renameWithoutReplacing(staging->folder(), Staging::Doomed, folder.get(), item.name) != 0) staging->keep();
+    throw;
+  }
   return [staging] { return staging->discard(); };
 }
 

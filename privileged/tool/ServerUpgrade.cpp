@@ -60,6 +60,7 @@ class FileUpgrade {
       failWithSystemError("cannot keep " + destination_.path);
     }
     write(source.get(), file.mode);
+    staging_.noteUndo(destination_.name);
   }
 
   void install() {
@@ -69,6 +70,9 @@ class FileUpgrade {
     installed_ = true;
     syncFolder(folder_.get());
   }
+
+  // The new file stays, also for whoever finds the staging folder.
+  void decide() { staging_.forgetUndo(); }
 
   // False when the old file could not be put back; it stays in the staging folder then.
   bool restore() {
@@ -105,6 +109,13 @@ class FileUpgrade {
 
 using FileUpgrades = std::vector<std::unique_ptr<FileUpgrade>>;
 
+// A job was killed: while the first file has its note nothing was decided, and all the old ones come back, it last.
+void settleKilledUpgrade(const PathWalk& walk) {
+  const bool isUndecided = Staging::hasUndo(walk.locate(ServerFiles.front().destination));
+  for (auto file = ServerFiles.rbegin(); file != ServerFiles.rend(); ++file)
+    Staging::settleUndo(walk.locate(file->destination), isUndecided);
+}
+
 [[noreturn]] void restoreOldServer(const FileUpgrades& files, const Service& service, const std::string& reason) {
   bool restored = service.stop();
   for (const auto& file : files) restored = file->restore() && restored;
@@ -117,6 +128,7 @@ using FileUpgrades = std::vector<std::unique_ptr<FileUpgrade>>;
 Outcome upgradeServer(const Request& request) {
   const auto application = request.locate("file path");
   requireItem(application);
+  settleKilledUpgrade(request.walk);
   FileUpgrades files;
   for (const auto& file : ServerFiles) {
     files.push_back(std::make_unique<FileUpgrade>(application.path + std::string(ServerFolder), file, request.walk));
@@ -129,6 +141,11 @@ Outcome upgradeServer(const Request& request) {
     restoreOldServer(files, service, failure.what());
   }
   if (!service.startAnew()) restoreOldServer(files, service, "the new Library Server does not run");
+  try {
+    for (const auto& file : files) file->decide();
+  } catch (const Failure& failure) {
+    restoreOldServer(files, service, failure.what());
+  }
   return {.report = "upgraded the Library Server", .output = "upgraded the Library Server", .afterwards = {}};
 }
 

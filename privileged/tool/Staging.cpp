@@ -25,6 +25,10 @@ constexpr std::string_view HexDigits = "0123456789abcdef";
 constexpr const char* SourceNote = "source";
 constexpr const char* SourceInodeNote = "source-inode";
 constexpr const char* DestinationNote = "destination";
+constexpr const char* TrashNote = "trashed";  // "<inode>/<name>"
+constexpr const char* UndoNote = "undo";      // "old/<name>" or "nothing/<name>"
+constexpr std::string_view UndoToOld = "old";
+constexpr std::string_view UndoToNothing = "nothing";
 
 std::string newName() {
   std::array<unsigned char, RandomCharacters> random{};
@@ -50,8 +54,26 @@ void note(int folder, const char* name, const std::string& text) {
   if (::symlinkat(text.c_str(), folder, name) != 0) failWithSystemError("cannot write in the staging folder");
 }
 
-void forgetNotes(int folder) {
-  for (const char* name : {SourceInodeNote, SourceNote, DestinationNote}) ::unlinkat(folder, name, 0);
+bool forget(int folder, const char* name) { return ::unlinkat(folder, name, 0) == 0 || errno == ENOENT; }
+
+// True when none is left.
+bool forgetNotes(int folder) {
+  bool done = true;
+  for (const char* name : {SourceInodeNote, SourceNote, DestinationNote, TrashNote, UndoNote})
+    done = forget(folder, name) && done;
+  return done;
+}
+
+struct TwoWords {
+  std::string first;
+  std::string second;
+};
+// The two words of a note; both empty when there is none.
+TwoWords wordsOf(int folder, const char* name) {
+  const auto text = linkTargetOf(folder, name);
+  const auto slash = text.find('/');
+  if (slash == std::string::npos || text.find('/', slash + 1) != std::string::npos) return {};
+  return {.first = text.substr(0, slash), .second = text.substr(slash + 1)};
 }
 
 bool isThere(int folder, const std::string& name) {
@@ -72,6 +94,8 @@ void putSourceBack(int staging, const PathWalk& walk) {
   struct stat status {};
   if (::fstatat(staging, Staging::NewItem, &status, AT_SYMLINK_NOFOLLOW) != 0) return;
   if (linkTargetOf(staging, SourceInodeNote) != std::to_string(status.st_ino)) return;
+  // No file with several names is ever taken: this one was on its way from one name to another, which it has already.
+  if (!S_ISDIR(status.st_mode) && status.st_nlink > 1) return;
   try {
     const auto source = walk.locate(linkTargetOf(staging, SourceNote));
     renameWithoutReplacing(staging, Staging::NewItem, source.folder.get(), source.name);
@@ -82,8 +106,29 @@ void putSourceBack(int staging, const PathWalk& walk) {
 
 // The notes go first: half a tree must never be put back.
 bool clear(int parent, const std::string& name, int folder) {
-  forgetNotes(folder);
-  return emptyFolder(folder) && ::unlinkat(parent, name.c_str(), AT_REMOVEDIR) == 0;
+  return forgetNotes(folder) && emptyFolder(folder) && ::unlinkat(parent, name.c_str(), AT_REMOVEDIR) == 0;
+}
+
+void undo(int staging, int folder) {
+  const auto [to, name] = wordsOf(staging, UndoNote);
+  if (to == UndoToNothing && ::unlinkat(folder, name.c_str(), 0) != 0 && errno != ENOENT)
+    failWithSystemError("cannot remove " + name);
+  if (to == UndoToOld && isThere(staging, Staging::OldItem) &&
+      ::renameat(staging, Staging::OldItem, folder, name.c_str()) != 0)
+    failWithSystemError("cannot put back " + name);
+  syncFolder(folder);
+}
+
+// Every staging folder in the folder that holds `destination` which its job left behind, held for the time of the visit.
+void visitLeftovers(const Location& destination, const std::function<void(int, const std::string&, int)>& visit) {
+  const FileDescriptor parent(::openat(destination.folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!parent) return;  // a folder that we cannot read is none in which we can have worked
+  for (const auto& entry : entriesOf(parent.get())) {
+    if (!entry.isFolder || !isStagingName(entry.name)) continue;
+    const auto folder = openFolderIn(parent.get(), entry.name);
+    if (!folder || !isOurs(folder.get()) || ::flock(folder.get(), LOCK_EX | LOCK_NB) != 0) continue;
+    visit(parent.get(), entry.name, folder.get());
+  }
 }
 
 }  // namespace
@@ -119,17 +164,49 @@ bool Staging::discard() {
   return clear(parent_.get(), name_, folder_.get());
 }
 
-void Staging::clearLeftovers(const Location& destination, const PathWalk& walk) {
-  const FileDescriptor parent(::openat(destination.folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!parent) return;  // a folder that we cannot read is none in which we can have worked
-  for (const auto& entry : entriesOf(parent.get())) {
-    if (!entry.isFolder || !isStagingName(entry.name)) continue;
-    const auto folder = openFolderIn(parent.get(), entry.name);
-    if (!folder || !isOurs(folder.get()) || ::flock(folder.get(), LOCK_EX | LOCK_NB) != 0) continue;
-    putOldItemBack(folder.get(), parent.get());
-    putSourceBack(folder.get(), walk);
-    clear(parent.get(), entry.name, folder.get());
-  }
+void Staging::noteTrashName(const std::string& name, const struct stat& status) {
+  note(folder_.get(), TrashNote, std::to_string(status.st_ino) + "/" + name);
+}
+
+void Staging::forgetTrashName() {
+  if (!forget(folder_.get(), TrashNote)) failWithSystemError("cannot write in the staging folder");
+}
+
+void Staging::noteUndo(const std::string& name) {
+  const auto to = isThere(folder_.get(), OldItem) ? UndoToOld : UndoToNothing;
+  note(folder_.get(), UndoNote, std::string(to) + "/" + name);
+  syncFolder(folder_.get());
+  syncFolder(parent_.get());
+}
+
+void Staging::forgetUndo() {
+  if (!forget(folder_.get(), UndoNote)) failWithSystemError("cannot write in the staging folder");
+  syncFolder(folder_.get());
+}
+
+void Staging::clearLeftovers(const Location& destination, const PathWalk& walk, const Finish& finish) {
+  visitLeftovers(destination, [&](int parent, const std::string& name, int folder) {
+    if (isThere(folder, UndoNote)) return;
+    const auto [inode, trashName] = wordsOf(folder, TrashNote);
+    if (!trashName.empty() && (!finish || !finish({.name = trashName, .inode = inode}))) return;
+    putOldItemBack(folder, parent);
+    putSourceBack(folder, walk);
+    clear(parent, name, folder);
+  });
+}
+
+bool Staging::hasUndo(const Location& destination) {
+  bool found = false;
+  visitLeftovers(destination, [&](int, const std::string&, int folder) { found = isThere(folder, UndoNote) || found; });
+  return found;
+}
+
+void Staging::settleUndo(const Location& destination, bool undoes) {
+  visitLeftovers(destination, [&](int parent, const std::string& name, int folder) {
+    if (!isThere(folder, UndoNote)) return;
+    if (undoes) undo(folder, parent);
+    clear(parent, name, folder);
+  });
 }
 
 }  // namespace AssistantTool

@@ -6,6 +6,7 @@
 // leaves it unlocked: the next job in the same folder puts back what was still needed, then removes it.
 #include <sys/stat.h>
 
+#include <functional>
 #include <string>
 
 #include "privileged/tool/FileDescriptor.h"
@@ -35,15 +36,34 @@ class Staging {
   void forgetSource();
   // Notes where the item belongs that is about to be renamed to OldItem.
   void noteDestination(const std::string& name);
+  // Notes the name under which the item with that status is going to the Trash.
+  void noteTrashName(const std::string& name, const struct stat& status);
+  void forgetTrashName();
+  // Notes, on the disk, that `name` beside the folder has to become OldItem again, or nothing when there is no OldItem,
+  // until forgetUndo() is reached. A folder with this note is left to settleUndo().
+  void noteUndo(const std::string& name);
+  void forgetUndo();
   // Nothing inside is needed any more: deletes the folder. True when nothing is left. Once only.
   bool discard();
   // Leaves the folder as it is, because it holds the only copy of something.
   void keep() { kept_ = true; }
   [[nodiscard]] bool isKept() const { return kept_; }
 
+  // A name in the Trash that a killed job had noted, and the item that was to get it.
+  struct TrashName {
+    std::string name;
+    std::string inode;
+  };
+  // What is still to be done for a killed job; false when it cannot be done now.
+  using Finish = std::function<bool(const TrashName&)>;
+
   // Clears what killed jobs left in the folder that holds `destination`. Throws Failure when something that has to go back
   // cannot.
-  static void clearLeftovers(const Location& destination, const PathWalk& walk);
+  static void clearLeftovers(const Location& destination, const PathWalk& walk, const Finish& finish = {});
+  // True when a killed job left a note of noteUndo() in the folder that holds `destination`.
+  static bool hasUndo(const Location& destination);
+  // Clears such folders; first does what the note says when `undoes`. Throws Failure when that cannot be done.
+  static void settleUndo(const Location& destination, bool undoes);
 
  private:
   FileDescriptor parent_;

@@ -38,7 +38,8 @@ User userOf(uid_t number) {
 
 class Trasher {
  public:
-  Trasher(const Location& item, const PathWalk& walk) : item_(item), walk_(walk), user_(userOf(walk.user())) {}
+  Trasher(const Location& item, const struct stat& status, const PathWalk& walk)
+      : item_(item), status_(status), walk_(walk), user_(userOf(walk.user())) {}
 
   // The home Trash when it is on the same file system, else the volume's. File managers do not look for a Trash on the root
   // file system, so from there an item is copied to the home Trash first.
@@ -57,19 +58,26 @@ class Trasher {
  private:
   // False when the item is on another file system than the Trash.
   bool moveTo(const TrashFolder& trash) {
-    const auto name = trash.reserveName(item_.path);
+    trash.finishKilledJobs(walk_);
+    Staging staging(trash.itemLocation("."));
+    const auto name = trash.reserveName(item_.path, status_, staging);
     const auto place = trash.itemLocation(name);
     const int error = renameWithoutReplacing(item_.folder.get(), item_.name, place.folder.get(), place.name);
-    if (error != 0) trash.releaseName(name);
+    if (error != 0) trash.releaseName(name, staging);
     if (error == EXDEV) return false;
     if (error != 0) failWithSystemError("cannot move to the Trash", error);
+    Adoption adoption(user_.owner);
     try {
-      adopt(place.folder.get(), place.name, user_.owner);
+      adoption.apply(place.folder.get(), place.name);
       trash.sync();
       syncFolder(item_.openFolder().get());
     } catch (const Failure&) {
-      if (renameWithoutReplacing(place.folder.get(), place.name, item_.folder.get(), item_.name) == 0)
-        trash.releaseName(name);
+      adoption.undo(place.folder.get(), place.name);
+      if (renameWithoutReplacing(place.folder.get(), place.name, item_.folder.get(), item_.name) == 0) {
+        trash.releaseName(name, staging);
+      } else {
+        staging.keep();
+      }
       throw;
     }
     tell(place);
@@ -78,12 +86,12 @@ class Trasher {
 
   Outcome copyTo(const TrashFolder& trash) {
     const auto found = surveyWithoutSpecialFiles(item_, user_.owner);
-    const auto name = trash.reserveName(item_.path);
+    trash.finishKilledJobs(walk_);
+    Staging staging(trash.itemLocation("."));
+    const auto name = trash.reserveName(item_.path, status_, staging);
     const auto place = trash.itemLocation(name);
     bool placed = false;
     try {
-      Staging::clearLeftovers(place, walk_);
-      const Staging staging(place);
       stageCopy(item_, staging, user_.owner, found.entries);
       placeNewItem(staging, place);
       placed = true;
@@ -91,7 +99,7 @@ class Trasher {
       outcome_.afterwards = takeAway(item_);
     } catch (const Failure&) {
       if (placed) removeTree(place.folder.get(), place.name);
-      trash.releaseName(name);
+      trash.releaseName(name, staging);
       throw;
     }
     tell(place);
@@ -104,6 +112,7 @@ class Trasher {
   }
 
   const Location& item_;
+  struct stat status_;
   const PathWalk& walk_;
   User user_;
   Outcome outcome_;
@@ -114,8 +123,8 @@ class Trasher {
 Outcome trashFile(const Request& request) {
   const auto item = request.locate("file path");
   Staging::clearLeftovers(item, request.walk);
-  requireItem(item);
-  return Trasher(item, request.walk).perform();
+  const auto status = requireItem(item);
+  return Trasher(item, status, request.walk).perform();
 }
 
 }  // namespace AssistantTool

@@ -120,20 +120,28 @@ std::optional<TrashFolder> TrashFolder::open(const Location& trash, Owner user) 
   return opened;
 }
 
-std::string TrashFolder::reserveName(const std::string& path) const {
+std::string TrashFolder::reserveName(const std::string& path, const struct stat& status, Staging& staging) const {
   const auto name = path.substr(path.rfind('/') + 1);
   const auto written = top_.empty() ? path : path.substr(top_ == "/" ? 1 : top_.size() + 1);
   const auto text = "[Trash Info]\nPath=" + percentEncoded(written) + "\nDeletionDate=" + localTimeNow() + "\n";
   for (unsigned number = 1; number < MaximumNumber; ++number) {
     auto candidate = trashName(name, number);
-    if (!writeInfo(candidate, text)) continue;
-    if (!itemLocation(candidate).exists()) return candidate;
-    releaseName(candidate);
+    if (itemLocation(candidate).exists()) continue;
+    staging.noteTrashName(candidate, status);
+    try {
+      const bool isWritten = writeInfo(candidate, text);
+      if (isWritten && !itemLocation(candidate).exists()) return candidate;
+      if (isWritten && !removeInfo(candidate)) failWithSystemError("cannot write in the Trash");
+    } catch (const Failure&) {
+      if (!removeInfo(candidate)) staging.keep();
+      throw;
+    }
+    staging.forgetTrashName();
   }
   throw Failure("no free name in the Trash");
 }
 
-// False when the name is taken.
+// False when the name is taken. After a Failure there may be half an info file.
 bool TrashFolder::writeInfo(const std::string& name, const std::string& text) const {
   const ActingAs acting(user_);
   const auto fileName = name + std::string(InfoSuffix);
@@ -143,18 +151,34 @@ bool TrashFolder::writeInfo(const std::string& name, const std::string& text) co
   if (!file) failWithSystemError("cannot write in the Trash");
   if (::write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size()) && ::fsync(file.get()) == 0)
     return true;
-  const int error = errno;
-  ::unlinkat(info_.get(), fileName.c_str(), 0);
-  failWithSystemError("cannot write in the Trash", error);
+  failWithSystemError("cannot write in the Trash");
 }
 
-void TrashFolder::releaseName(const std::string& name) const {
-  ::unlinkat(info_.get(), (name + std::string(InfoSuffix)).c_str(), 0);
+bool TrashFolder::removeInfo(const std::string& name) const {
+  return ::unlinkat(info_.get(), (name + std::string(InfoSuffix)).c_str(), 0) == 0 || errno == ENOENT;
+}
+
+void TrashFolder::releaseName(const std::string& name, Staging& staging) const {
+  if (!removeInfo(name)) staging.keep();
 }
 
 Location TrashFolder::itemLocation(const std::string& name) const {
   return {
       .folder = FileDescriptor(::fcntl(files_.get(), F_DUPFD_CLOEXEC, 0)), .name = name, .path = path_ + "/files/" + name};
+}
+
+void TrashFolder::finishKilledJobs(const PathWalk& walk) const {
+  Staging::clearLeftovers(itemLocation("."), walk, [this](const Staging::TrashName& trashed) {
+    const auto status = itemLocation(trashed.name).status();
+    if (!status) return removeInfo(trashed.name);
+    if (std::to_string(status->st_ino) != trashed.inode) return true;
+    try {
+      Adoption(user_).apply(files_.get(), trashed.name);
+      return true;
+    } catch (const Failure&) {
+      return false;
+    }
+  });
 }
 
 void TrashFolder::sync() const {

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "privileged/tool/PathWalk.h"
+#include "privileged/tool/Staging.h"
 #include "privileged/tool/Tree.h"
 
 namespace AssistantTool {
@@ -29,17 +30,23 @@ class TrashFolder {
   // ".Trash-<uid>".
   static std::optional<TrashFolder> onVolume(const std::string& top, Owner user, const PathWalk& walk);
 
-  // Writes the info file for an item that was at `path`, under a name that is free, and returns that name. Throws Failure.
-  std::string reserveName(const std::string& path) const;
-  void releaseName(const std::string& name) const;
+  // Writes the info file for an item that is at `path`, under a name that is free, and returns that name. Throws Failure.
+  // `staging`, in this Trash, remembers the name, so that it is not lost when this job is killed.
+  std::string reserveName(const std::string& path, const struct stat& status, Staging& staging) const;
+  // Removes the info file; when that fails `staging` is kept, so that the next job does it.
+  void releaseName(const std::string& name, Staging& staging) const;
   // Where the item of that name goes.
   [[nodiscard]] Location itemLocation(const std::string& name) const;
+  // Does for killed jobs what they had still to do: gives items to the user that they had brought here, and removes info
+  // files without an item.
+  void finishKilledJobs(const PathWalk& walk) const;
   // Brings the two folders' entries to the disk. Throws Failure.
   void sync() const;
 
  private:
   TrashFolder() = default;
   static std::optional<TrashFolder> open(const Location& trash, Owner user);
+  [[nodiscard]] bool removeInfo(const std::string& name) const;
   [[nodiscard]] bool writeInfo(const std::string& name, const std::string& text) const;
 
   Owner user_;

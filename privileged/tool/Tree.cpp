@@ -34,6 +34,18 @@ FileDescriptor folderToRead(int parent, const std::string& name) {
   return folder;
 }
 
+bool hasSeveralNames(const struct stat& status) { return !S_ISDIR(status.st_mode) && status.st_nlink > 1; }
+
+// For every entry of the tree, contents before their folder.
+template <typename Visit>
+void visitTree(int parent, const std::string& name, const Visit& visit) {
+  if (S_ISDIR(statusIn(parent, name).st_mode)) {
+    const auto folder = folderToRead(parent, name);
+    for (const auto& entry : entriesOf(folder.get())) visitTree(folder.get(), entry.name, visit);
+  }
+  visit(parent, name);
+}
+
 // The names that files with several have in one tree.
 class LinkCounts {
  public:
@@ -45,11 +57,6 @@ class LinkCounts {
   }
   [[nodiscard]] bool hasOutsideLinks() const {
     return std::ranges::any_of(names_, [](const auto& file) { return file.second.here < file.second.all; });
-  }
-  [[nodiscard]] bool isInside(const struct stat& status) const {
-    if (!S_ISREG(status.st_mode) || status.st_nlink <= 1) return true;
-    const auto found = names_.find(status.st_ino);
-    return found != names_.end() && found->second.here >= status.st_nlink;
   }
 
  private:
@@ -68,7 +75,10 @@ class Surveyor {
     const auto status = statusIn(parent, name);
     ++found_.entries;
     links_.add(status);
-    if (isToBeAdopted(status, owner_)) found_.needsAdoption = true;
+    if (isToBeAdopted(status, owner_)) {
+      found_.needsAdoption = true;
+      if (hasSeveralNames(status)) found_.mustBeCopied = true;
+    }
     if (!S_ISDIR(status.st_mode)) {
       if (!S_ISREG(status.st_mode) && !S_ISLNK(status.st_mode)) found_.hasSpecialFiles = true;
       return;
@@ -77,10 +87,9 @@ class Surveyor {
     for (const auto& entry : entriesOf(folder.get())) look(folder.get(), entry.name);
   }
   TreeSurvey finish() {
-    found_.hasOutsideLinks = links_.hasOutsideLinks();
+    if (links_.hasOutsideLinks()) found_.mustBeCopied = true;
     return found_;
   }
-  [[nodiscard]] const LinkCounts& links() const { return links_; }
 
  private:
   std::optional<Owner> owner_;
@@ -88,44 +97,9 @@ class Surveyor {
   LinkCounts links_;
 };
 
-class Adopter {
- public:
-  Adopter(std::optional<Owner> owner, const LinkCounts& links) : owner_(owner), links_(links) {}
-
-  void adoptItem(int parent, const std::string& name) {
-    const auto seen = statusIn(parent, name);
-    if (S_ISDIR(seen.st_mode)) {
-      const auto folder = folderToRead(parent, name);
-      for (const auto& entry : entriesOf(folder.get())) adoptItem(folder.get(), entry.name);
-    }
-    if (isToBeAdopted(seen, owner_)) adoptEntry(parent, name);
-  }
-
- private:
-  // Judged and changed through one descriptor, so that the file changed is the file judged.
-  void adoptEntry(int parent, const std::string& name) {
-    const FileDescriptor item(::openat(parent, name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
-    struct stat status {};
-    if (!item || ::fstat(item.get(), &status) != 0) failWithSystemError("cannot open " + name);
-    if (!links_.isInside(status)) return;
-    if (owner_ && Owner{status.st_uid, status.st_gid} != *owner_) give(item.get(), name);
-    if (!S_ISLNK(status.st_mode)) dropSetIDBits(item.get(), name);
-  }
-  void give(int item, const std::string& name) const {
-    if (::fchownat(item, "", owner_->user, owner_->group, AT_EMPTY_PATH) == 0) return;
-    if (errno != EPERM || ::geteuid() == 0) failWithSystemError("cannot change the owner of " + name);
-  }
-  static void dropSetIDBits(int item, const std::string& name) {
-    struct stat status {};
-    if (::fstat(item, &status) != 0) failWithSystemError("cannot look at " + name);
-    if ((status.st_mode & SetIDBits) == 0) return;
-    const mode_t mode = status.st_mode & ALLPERMS & ~SetIDBits;
-    if (::chmod(pathOfDescriptor(item).c_str(), mode) != 0) failWithSystemError("cannot change the mode of " + name);
-  }
-
-  std::optional<Owner> owner_;
-  const LinkCounts& links_;
-};
+void changeMode(int item, mode_t mode, const std::string& name) {
+  if (::chmod(pathOfDescriptor(item).c_str(), mode) != 0) failWithSystemError("cannot change the mode of " + name);
+}
 
 void syncEntries(int parent, const std::string& name) {
   const auto status = statusIn(parent, name);
@@ -149,10 +123,48 @@ TreeSurvey survey(int parent, const std::string& name, std::optional<Owner> owne
   return surveyor.finish();
 }
 
-void adopt(int parent, const std::string& name, std::optional<Owner> owner) {
-  Surveyor surveyor(owner);
-  surveyor.look(parent, name);
-  Adopter(owner, surveyor.links()).adoptItem(parent, name);
+void Adoption::apply(int parent, const std::string& name) {
+  visitTree(parent, name, [this](int folder, const std::string& entry) { applyToEntry(folder, entry); });
+}
+
+// Judged and changed through one descriptor, so that the file changed is the file judged.
+void Adoption::applyToEntry(int parent, const std::string& name) {
+  if (!isToBeAdopted(statusIn(parent, name), owner_)) return;
+  const FileDescriptor item(::openat(parent, name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  struct stat status {};
+  if (!item || ::fstat(item.get(), &status) != 0) failWithSystemError("cannot open " + name);
+  if (hasSeveralNames(status)) return;
+  const Owner before{status.st_uid, status.st_gid};
+  changed_.push_back({status.st_ino, before, status.st_mode & ALLPERMS});
+  if (owner_ && before != *owner_) give(item.get(), name);
+  if (S_ISLNK(status.st_mode) || (status.st_mode & SetIDBits) == 0) return;
+  // Giving it away may have taken bits of its mode already.
+  changeMode(item.get(), status.st_mode & ALLPERMS & ~SetIDBits, name);
+}
+
+void Adoption::give(int item, const std::string& name) const {
+  if (::fchownat(item, "", owner_->user, owner_->group, AT_EMPTY_PATH) == 0) return;
+  if (errno != EPERM || ::geteuid() == 0) failWithSystemError("cannot change the owner of " + name);
+}
+
+void Adoption::undo(int parent, const std::string& name) const {
+  std::map<ino_t, Was> were;
+  for (const auto& was : changed_) were.insert({was.inode, was});
+  if (were.empty()) return;
+  try {
+    visitTree(parent, name, [&were](int folder, const std::string& entry) {
+      const FileDescriptor item(::openat(folder, entry.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+      struct stat status {};
+      if (!item || ::fstat(item.get(), &status) != 0) return;
+      const auto was = were.find(status.st_ino);
+      if (was == were.end() || hasSeveralNames(status)) return;
+      const auto& [inode, owner, mode] = was->second;
+      if (::fchownat(item.get(), "", owner.user, owner.group, AT_EMPTY_PATH) != 0 && ::geteuid() == 0) return;
+      if (!S_ISLNK(status.st_mode)) changeMode(item.get(), mode, entry);
+    });
+  } catch (const Failure&) {
+    // The failure that brought us here is the one to tell.
+  }
 }
 
 void syncTree(int parent, const std::string& name, std::size_t entries) {

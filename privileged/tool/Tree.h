@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace AssistantTool {
 
@@ -19,18 +20,38 @@ struct TreeSurvey {
   std::size_t entries = 0;
   // An entry belongs to someone other than the wanted owner, or carries a set-id bit.
   bool needsAdoption = false;
-  // A file here is a hard link to one that is elsewhere too, or a special file (device, socket or pipe) was met.
-  bool hasOutsideLinks = false;
-  bool hasSpecialFiles = false;
+  // A file here has a name outside the tree too, or has several names and would have to be adopted.
+  bool mustBeCopied = false;
+  bool hasSpecialFiles = false;  // a device, socket or pipe
 };
 
 // Looks at every entry of the tree `name` in `parent`; changes nothing. Throws Failure when something cannot be read.
 TreeSurvey survey(int parent, const std::string& name, std::optional<Owner> owner);
 
-// Gives every entry to `owner` (when there is one) and drops its set-id bits; contents come before their folder, so that
-// nobody gains a folder in which others still have something. A file that has a name outside the tree is left alone.
-// Throws Failure; only root can fail for not being allowed to, others keep what they may not give away.
-void adopt(int parent, const std::string& name, std::optional<Owner> owner);
+// Gives every entry of a tree to one owner (when there is one) and drops its set-id bits; contents come before their
+// folder, so that nobody gains a folder in which others still have something. A file with several names is left alone:
+// one of them may be outside the tree, and counting those inside is no proof against someone who moves them about.
+class Adoption {
+ public:
+  explicit Adoption(std::optional<Owner> owner) : owner_(owner) {}
+
+  // Throws Failure; only root can fail for not being allowed to, others keep what they may not give away.
+  void apply(int parent, const std::string& name);
+  // Gives back what apply() gave, as far as that goes; also after it has thrown.
+  void undo(int parent, const std::string& name) const;
+
+ private:
+  struct Was {
+    ino_t inode;
+    Owner owner;
+    mode_t mode;
+  };
+  void applyToEntry(int parent, const std::string& name);
+  void give(int item, const std::string& name) const;
+
+  std::optional<Owner> owner_;
+  std::vector<Was> changed_;
+};
 
 // Brings the tree to the disk, its contents included. `entries` is the survey's count. Throws Failure.
 void syncTree(int parent, const std::string& name, std::size_t entries);

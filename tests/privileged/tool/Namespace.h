@@ -50,20 +50,29 @@ class NamespaceTest : public ToolTest {
   static constexpr gid_t Group = 12346;
   fs::path home() const { return folder / "home"; }
   void becomeAnotherUsersTool() {
-    const auto number = std::to_string(User);
-    write(folder / "passwd",
-          read("/etc/passwd") + "tester:x:" + number + ":" + std::to_string(Group) + "::" + home().string() + ":/bin/sh\n");
-    bind(folder / "passwd", "/etc/passwd");
-    fs::permissions(folder, fs::perms(0755));
+    setHome(home());
     fs::create_directory(home());
     giveToUser(home());
-    giveToUser(result);
-    environment.push_back("KELTO_INVOKING_UID=" + number);
+  }
+  // The account of the invoking user, whose home is `home` from now on.
+  void setHome(const fs::path& home) {
+    const auto number = std::to_string(User);
+    if (accounts_.empty()) {
+      accounts_ = read("/etc/passwd");
+      write(folder / "passwd", "");
+      bind(folder / "passwd", "/etc/passwd");
+      fs::permissions(folder, fs::perms(0755));
+      giveToUser(result);
+      environment.push_back("KELTO_INVOKING_UID=" + number);
+    }
+    write(folder / "passwd",
+          accounts_ + "tester:x:" + number + ":" + std::to_string(Group) + "::" + home.string() + ":/bin/sh\n");
   }
   static void giveToUser(const fs::path& path) { EXPECT_EQ(::lchown(path.c_str(), User, Group), 0); }
 
  private:
   std::vector<fs::path> mounts_;
+  std::string accounts_;
 };
 
 }  // namespace ToolTests

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
+#include <sys/ptrace.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -27,8 +28,9 @@ namespace fs = std::filesystem;
 
 inline const std::string Tool = std::string(KELTO_BIN_DIR) + "/assistantTool";
 
-// A child that does not outlive the test, with `input` as its standard input and output.
-inline pid_t spawn(const std::vector<std::string>& command, int input, const std::vector<std::string>& environment) {
+// A child that does not outlive the test, with `input` as its standard input and output; `traced` by this process.
+inline pid_t spawn(const std::vector<std::string>& command, int input, const std::vector<std::string>& environment,
+                   bool traced = false) {
   std::vector<char*> arguments;
   for (const auto& argument : command) arguments.push_back(const_cast<char*>(argument.c_str()));
   arguments.push_back(nullptr);
@@ -40,6 +42,7 @@ inline pid_t spawn(const std::vector<std::string>& command, int input, const std
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   ::dup2(input, STDIN_FILENO);
   ::dup2(input, STDOUT_FILENO);
+  if (traced) ::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
   ::execve(arguments[0], arguments.data(), variables.data());
   ::_exit(127);
 }

@@ -1,0 +1,393 @@
+#pragma once
+// For tests: the jobs that the fault matrix interrupts. Each prepares its trees, says what to ask of the tool, tells which
+// state it finds afterwards, and what the next job in the same place asks.
+#include <functional>
+#include <memory>
+
+#include "tests/privileged/tool/TreeState.h"
+
+namespace ToolTests {
+
+enum class Found {
+  old,         // everything as before the job
+  done,        // everything as after it
+  both,        // moved or trashed across file systems: complete at both places
+  missing,     // between two renames where no exchange is known: nothing at the destination until the next job
+  retimed,     // the new item whole, but its topmost folder has the time of the exchange: xfs changes it
+  unfinished,  // a whole new item whose last step the next job does: its owners, or the rest of the server's three files
+  bad,
+};
+
+struct Places {
+  fs::path here;   // on the file system under test
+  fs::path there;  // on another
+  bool isRoot = false;
+  Ids user;  // who asks
+  // Called when the old item is there, and before the new one is made.
+  std::function<void()> afterOld = [] {};
+  bool isSourceSafe = true;  // on the disk before the job begins, so that no power cut tears it
+  fs::path root;             // where the server is installed below; empty without one
+};
+
+class FaultCase {
+ public:
+  explicit FaultCase(const Places& places) : places_(places) {}
+  virtual ~FaultCase() = default;
+  FaultCase(const FaultCase&) = delete;
+  FaultCase& operator=(const FaultCase&) = delete;
+
+  virtual void prepare() = 0;
+  [[nodiscard]] virtual InstructionArchive::Instructions job() const = 0;
+  [[nodiscard]] virtual Found look() const = 0;
+  // The next job in this place, after `found`; it has to succeed, and isSettled() to be true after it.
+  [[nodiscard]] virtual InstructionArchive::Instructions next(Found found) = 0;
+  [[nodiscard]] virtual bool isSettled() const = 0;
+
+ protected:
+  // The whole tree that was prepared, at `path` now? Who owns it is not asked: a source may have been given away already.
+  static bool isWhole(const fs::path& path, const Tree& tree) { return treeOf(path, Ids{}) == tree; }
+  const Places& places_;
+};
+
+class ReplaceCase : public FaultCase {
+ public:
+  enum class Kind { folder, manyFiles, file, nothingThere };
+  ReplaceCase(const Places& places, Kind kind, bool across) : FaultCase(places), kind_(kind), across_(across) {}
+
+  void prepare() override {
+    source_ = (across_ ? places_.there : places_.here) / "Download/App.app";
+    destination_ = places_.here / "Applications/App.app";
+    fs::create_directories(destination_.parent_path());
+    if (kind_ != Kind::nothingThere) make(destination_, "1");
+    if (kind_ != Kind::nothingThere && places_.isRoot) giveTree(destination_, OldOwner);
+    places_.afterOld();
+    make(source_, "2");
+    old_ = treeOf(destination_);
+    sourceTree_ = treeOf(source_, Ids{});
+    new_ = treeOf(source_, kind_ != Kind::nothingThere && places_.isRoot ? std::optional(OldOwner) : std::nullopt);
+  }
+  InstructionArchive::Instructions job() const override {
+    return {{"command", "replace item"}, {"source path", source_}, {"destination path", destination_}};
+  }
+  Found look() const override {
+    const auto there = treeOf(destination_);
+    const auto rest = treeOf(source_, Ids{});
+    if (places_.isSourceSafe && !rest.empty() && withoutTop(rest) != withoutTop(sourceTree_) && there != new_)
+      return Found::bad;
+    if (there == new_) return Found::done;
+    if (there == old_) return Found::old;
+    if (there.empty()) return Found::missing;
+    return withoutTop(there) == withoutTop(new_) ? Found::retimed : Found::bad;
+  }
+  InstructionArchive::Instructions next(Found found) override {
+    // The source of a job that did not get so far is where it was, or the next job brings it back there.
+    if (found == Found::done || found == Found::retimed) {
+      fs::remove_all(source_);
+      make(source_, "3");
+      new_ = treeOf(source_, kind_ != Kind::nothingThere && places_.isRoot ? std::optional(OldOwner) : std::nullopt);
+    }
+    return job();
+  }
+  bool isSettled() const override { return treeOf(destination_) == new_; }
+
+ private:
+  void make(const fs::path& path, const std::string& version) const {
+    if (kind_ == Kind::file) return write(path, "version " + version);
+    makeRichBundle(path, version, kind_ == Kind::manyFiles ? 20 : 0);
+  }
+  static Tree withoutTop(Tree tree) {
+    tree.erase(".");
+    return tree;
+  }
+  static constexpr Ids OldOwner{.user = 54321, .group = 54322};
+  Kind kind_;
+  bool across_;
+  fs::path source_;
+  fs::path destination_;
+  Tree old_;
+  Tree new_;
+  Tree sourceTree_;
+};
+
+class CopyCase : public FaultCase {
+ public:
+  CopyCase(const Places& places, bool across) : FaultCase(places), across_(across) {}
+  void prepare() override {
+    source_ = (across_ ? places_.there : places_.here) / "From/App.app";
+    destination_ = places_.here / "To/App.app";
+    fs::create_directories(destination_.parent_path());
+    makeRichBundle(source_, "1");
+    tree_ = treeOf(source_);
+  }
+  InstructionArchive::Instructions job() const override {
+    return {{"command", "copy file"}, {"source path", source_}, {"destination path", destination_}};
+  }
+  Found look() const override {
+    if (treeOf(source_) != tree_) return Found::bad;
+    const auto copy = treeOf(destination_);
+    if (copy == tree_) return Found::done;
+    return copy.empty() ? Found::old : Found::bad;
+  }
+  InstructionArchive::Instructions next(Found found) override {
+    if (found == Found::done) destination_ += "-2";
+    return job();
+  }
+  bool isSettled() const override { return look() == Found::done; }
+
+ private:
+  bool across_;
+  fs::path source_;
+  fs::path destination_;
+  Tree tree_;
+};
+
+class MoveCase : public FaultCase {
+ public:
+  MoveCase(const Places& places, bool isFile, bool across) : FaultCase(places), isFile_(isFile), across_(across) {}
+  void prepare() override {
+    source_ = (across_ ? places_.there : places_.here) / "From/App.app";
+    destination_ = places_.here / "To/App.app";
+    fs::create_directories(destination_.parent_path());
+    make();
+  }
+  InstructionArchive::Instructions job() const override {
+    return {{"command", "move file"}, {"source path", source_}, {"destination path", destination_}};
+  }
+  Found look() const override {
+    const bool isAtSource = isWholeHere(source_);
+    const bool isAtDestination = isWholeHere(destination_);
+    if (isAtSource && isAtDestination) return Found::both;
+    if (isAtSource && !isThere(destination_)) return Found::old;
+    return isAtDestination && !isThere(source_) ? Found::done : Found::bad;
+  }
+  InstructionArchive::Instructions next(Found found) override {
+    if (found == Found::done) make();
+    if (found != Found::old) destination_ += "-2";
+    return job();
+  }
+  bool isSettled() const override { return isWholeHere(destination_) && !isThere(source_); }
+
+ private:
+  void make() {
+    if (isFile_) {
+      write(source_, "a file");
+      setTimes(source_, 1000, 123456789);
+    } else {
+      makeRichBundle(source_, "1");
+    }
+    tree_ = treeOf(source_, Ids{});
+  }
+  // Two names of the same file are one more link.
+  bool isWholeHere(const fs::path& path) const {
+    if (!isThere(path)) return false;
+    if (!isFile_) return isWhole(path, tree_);
+    return read(path) == "a file" && statusOf(path).st_mtim.tv_nsec == 123456789;
+  }
+  bool isFile_;
+  bool across_;
+  fs::path source_;
+  fs::path destination_;
+  Tree tree_;
+};
+
+class RemoveCase : public FaultCase {
+ public:
+  using FaultCase::FaultCase;
+  void prepare() override {
+    item_ = places_.here / "Applications/App.app";
+    makeRichBundle(item_, "1");
+    tree_ = treeOf(item_);
+  }
+  InstructionArchive::Instructions job() const override { return {{"command", "remove file"}, {"file path", item_}}; }
+  Found look() const override {
+    const auto left = treeOf(item_);
+    if (left == tree_) return Found::old;
+    return left.empty() ? Found::done : Found::bad;
+  }
+  InstructionArchive::Instructions next(Found found) override {
+    if (found == Found::done) makeRichBundle(item_, "2");
+    return job();
+  }
+  bool isSettled() const override { return !isThere(item_); }
+
+ private:
+  fs::path item_;
+  Tree tree_;
+};
+
+class TrashCase : public FaultCase {
+ public:
+  TrashCase(const Places& places, bool across) : FaultCase(places), across_(across) {}
+  void prepare() override {
+    item_ = (across_ ? places_.there : places_.here) / "Applications/App.app";
+    trash_ = places_.here / "home/.local/share/Trash";
+    makeRichBundle(item_, "1");
+    old_ = treeOf(item_);
+    new_ = treeOf(item_, places_.isRoot ? std::optional(places_.user) : std::nullopt);
+    content_ = treeOf(item_, Ids{});
+    fs::create_directories(trash_.parent_path());
+    giveAll(places_.here / "home");
+    // No Trash can be made on the volumes: an item from another one has to be copied to the home's.
+    for (const auto& place : {places_.here, places_.there})
+      write(place.parent_path() / (".Trash-" + std::to_string(places_.user.user)), "");
+  }
+  InstructionArchive::Instructions job() const override { return {{"command", "trash file"}, {"file path", item_}}; }
+  Found look() const override {
+    const auto left = treeOf(item_);
+    if (!left.empty() && left != old_) return Found::bad;
+    const auto names = trashed();
+    if (names.size() > 1) return Found::bad;
+    if (names.empty()) return left.empty() ? Found::bad : Found::old;
+    const auto item = trash_ / "files" / names.front();
+    const auto info = trash_ / "info" / (names.front() + ".trashinfo");
+    if (read(info).find("\nDeletionDate=") == std::string::npos || treeOf(item, Ids{}) != content_) return Found::bad;
+    const bool isHandedOver = treeOf(item) == new_;
+    if (!left.empty()) return isHandedOver ? Found::both : Found::bad;
+    return isHandedOver ? Found::done : Found::unfinished;
+  }
+  InstructionArchive::Instructions next(Found found) override {
+    inTrash_ = found == Found::old ? 0 : 1;
+    if (found == Found::done || found == Found::unfinished) makeRichBundle(item_, "2");
+    return job();
+  }
+  // Every item in the Trash has its info file and belongs to its user, and there is no info file without an item.
+  bool isSettled() const override {
+    const auto names = trashed();
+    if (isThere(item_) || names.size() != inTrash_ + 1) return false;
+    std::size_t infos = 0;
+    for ([[maybe_unused]] const auto& entry : fs::directory_iterator(trash_ / "info")) ++infos;
+    for (const auto& name : names) {
+      if (places_.isRoot && treeOf(trash_ / "files" / name) != treeOf(trash_ / "files" / name, places_.user)) return false;
+      if (!isThere(trash_ / "info" / (name + ".trashinfo"))) return false;
+    }
+    return infos == names.size();
+  }
+
+ private:
+  void giveAll(const fs::path& folder) const {
+    if (places_.isRoot) giveTree(folder, places_.user);
+  }
+  std::vector<std::string> trashed() const {
+    std::vector<std::string> names;
+    if (!isThere(trash_ / "files")) return names;
+    for (const auto& entry : fs::directory_iterator(trash_ / "files")) {
+      const auto name = entry.path().filename().string();
+      if (!name.starts_with(".kelto-staging-")) names.push_back(name);
+    }
+    return names;
+  }
+  bool across_;
+  fs::path item_;
+  fs::path trash_;
+  Tree old_;
+  Tree new_;
+  Tree content_;
+  std::size_t inTrash_ = 0;
+};
+
+// In a root folder of its own, with a service manager that knows one service and whether it runs.
+class UpgradeCase : public FaultCase {
+ public:
+  using FaultCase::FaultCase;
+  void prepare() override {
+    app_ = places_.here / "App.app";
+    offer("2");
+    install("1");
+    write(places_.root / "state", "running");
+  }
+  InstructionArchive::Instructions job() const override { return {{"command", "upgrade server"}, {"file path", app_}}; }
+  Found look() const override {
+    int old = 0;
+    int fresh = 0;
+    for (const auto& [name, path] : files()) {
+      if (treeOf(path) == olds_.at(name)) ++old;
+      if (isNew(name, path)) ++fresh;
+    }
+    if (old + fresh != 3) return Found::bad;
+    if (old == 3) return Found::old;
+    return fresh == 3 ? Found::done : Found::unfinished;
+  }
+  InstructionArchive::Instructions next(Found found) override {
+    if (found == Found::done) offer("3");
+    return job();
+  }
+  bool isSettled() const override {
+    for (const auto& [name, path] : files()) {
+      if (!isNew(name, path)) return false;
+    }
+    return isThere(places_.root / "state");
+  }
+
+ private:
+  static constexpr const char* Program = "KeltoLibraryServer";
+  std::map<std::string, fs::path> files() const {
+    const auto library = places_.here / "Library";
+    const std::string label = "com.kelto.KeltoLibraryServer";
+    return {{Program, library / "Application Support/Kelto/KeltoLibraryServer"},
+            {label + ".plist", library / "LaunchDaemons" / (label + ".plist")},
+            {label + ".service", places_.here / "units" / (label + ".service")}};
+  }
+  void offer(const std::string& version) {
+    version_ = version;
+    for (const auto& [name, path] : files()) {
+      const auto offered = app_ / "Contents/Resources/LibraryServer" / name;
+      write(offered, name + " version " + version);
+      fs::permissions(offered, fs::perms(name == Program ? 0755 : 0644));
+    }
+  }
+  void install(const std::string& version) {
+    for (const auto& [name, path] : files()) {
+      write(path, name + " version " + version);
+      fs::permissions(path, fs::perms(name == Program ? 0755 : 0644));
+      setTimes(path, 1000, 1);
+      olds_[name] = treeOf(path);
+    }
+  }
+  bool isNew(const std::string& name, const fs::path& path) const {
+    if (!isThere(path) || read(path) != name + " version " + version_) return false;
+    return (statusOf(path).st_mode & ALLPERMS) == (name == Program ? 0755U : 0644U) && statusOf(path).st_nlink == 1;
+  }
+  fs::path app_;
+  std::string version_;
+  std::map<std::string, Tree> olds_;
+};
+
+struct NamedCase {
+  std::string name;
+  std::function<std::unique_ptr<FaultCase>(const Places&)> make;
+  bool needsRoot = false;
+};
+
+inline std::vector<NamedCase> faultCases() {
+  using Kind = ReplaceCase::Kind;
+  const auto replacing = [](Kind kind, bool across) {
+    return [=](const Places& places) { return std::make_unique<ReplaceCase>(places, kind, across); };
+  };
+  const auto moving = [](bool isFile, bool across) {
+    return [=](const Places& places) { return std::make_unique<MoveCase>(places, isFile, across); };
+  };
+  const auto copying = [](bool across) {
+    return [=](const Places& places) { return std::make_unique<CopyCase>(places, across); };
+  };
+  const auto trashing = [](bool across) {
+    return [=](const Places& places) { return std::make_unique<TrashCase>(places, across); };
+  };
+  return {
+      {"replace item", replacing(Kind::folder, false)},
+      {"replace item, many files", replacing(Kind::manyFiles, false)},
+      {"replace item, a file", replacing(Kind::file, false)},
+      {"replace item, nothing there", replacing(Kind::nothingThere, false)},
+      {"replace item, across", replacing(Kind::folder, true)},
+      {"copy file", copying(false)},
+      {"copy file, across", copying(true)},
+      {"move file", moving(false, false)},
+      {"move file, a file", moving(true, false)},
+      {"move file, across", moving(false, true)},
+      {"remove file", [](const Places& places) { return std::make_unique<RemoveCase>(places); }},
+      {"trash file", trashing(false)},
+      {"trash file, across", trashing(true)},
+      {"upgrade server", [](const Places& places) { return std::make_unique<UpgradeCase>(places); }, true},
+  };
+}
+
+}  // namespace ToolTests

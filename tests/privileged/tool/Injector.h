@@ -1,0 +1,199 @@
+#pragma once
+// For tests: one run of the tool in which one system call of its job fails, or does not happen because the tool is killed
+// there. The calls are counted from the moment the instruction has been read, so that a number means the same call again.
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ptrace.h>
+#include <sys/syscall.h>
+#include <sys/user.h>
+
+#include <cstddef>
+#include <optional>
+
+#include "tests/privileged/tool/ToolRun.h"
+
+namespace ToolTests {
+
+struct Fault {
+  std::size_t at = 0;               // which of the counted calls, from 1; 0 for none
+  int error = 0;                    // what the call answers without being made; 0 when the tool is killed before it
+  bool countsLooks = false;         // the calls that only look are counted in place of those that change something
+  bool withoutRenameFlags = false;  // no file system here knows RENAME_EXCHANGE or RENAME_NOREPLACE
+  bool withoutTreeSync = false;     // the new tree is not brought to the disk although the calls say so
+};
+
+struct Traced {
+  Answer answer;
+  std::size_t calls = 0;  // how many were counted
+  long hit = -1;          // the number of the system call that the fault hit
+};
+
+inline bool isTracingPossible() {
+#if defined(__x86_64__)
+  return true;
+#else
+  return false;  // the registers of a call that is not made are set for one processor only
+#endif
+}
+
+// Calls that change something on a disk, or bring it there.
+inline bool changesDisk(const __ptrace_syscall_info& call) {
+  const auto& arguments = call.entry.args;
+  switch (call.entry.nr) {
+    case SYS_openat:
+      return (arguments[2] & (O_CREAT | O_TRUNC)) != 0;
+    case SYS_write:
+      return arguments[0] > STDERR_FILENO;
+    case SYS_ioctl:
+      return arguments[1] == FICLONE;
+    case SYS_mkdirat:
+    case SYS_unlinkat:
+    case SYS_renameat:
+    case SYS_renameat2:
+    case SYS_linkat:
+    case SYS_symlinkat:
+    case SYS_fchmod:
+    case SYS_fchmodat:
+    case SYS_fchown:
+    case SYS_fchownat:
+    case SYS_utimensat:
+    case SYS_fsetxattr:
+    case SYS_fremovexattr:
+    case SYS_pwrite64:
+    case SYS_ftruncate:
+    case SYS_fallocate:
+    case SYS_copy_file_range:
+    case SYS_fsync:
+    case SYS_fdatasync:
+    case SYS_syncfs:
+    case SYS_flock:
+      return true;
+#if defined(__x86_64__)
+    case SYS_open:
+      return (arguments[1] & (O_CREAT | O_TRUNC)) != 0;
+    case SYS_mkdir:
+    case SYS_rmdir:
+    case SYS_unlink:
+    case SYS_rename:
+    case SYS_link:
+    case SYS_symlink:
+    case SYS_chmod:
+    case SYS_chown:
+    case SYS_lchown:
+      return true;
+#endif
+    default:
+      return false;
+  }
+}
+
+inline bool looksOnly(const __ptrace_syscall_info& call) {
+  const auto& arguments = call.entry.args;
+  switch (call.entry.nr) {
+    case SYS_openat:
+      return (arguments[2] & (O_CREAT | O_TRUNC)) == 0;
+    case SYS_read:
+      return arguments[0] > STDERR_FILENO;
+    case SYS_openat2:
+    case SYS_newfstatat:
+    case SYS_fstat:
+    case SYS_getdents64:
+    case SYS_readlinkat:
+    case SYS_lseek:
+    case SYS_pread64:
+    case SYS_fgetxattr:
+    case SYS_flistxattr:
+      return true;
+    default:
+      return false;
+  }
+}
+
+class Injector {
+ public:
+  Injector(pid_t child, const Fault& fault) : child_(child), fault_(fault) {}
+
+  // Until the child has ended; its wait status.
+  int follow() {
+    int status = 0;
+    if (::waitpid(child_, &status, 0) != child_ || !WIFSTOPPED(status)) return status;
+    ::ptrace(PTRACE_SETOPTIONS, child_, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL | PTRACE_O_TRACEEXEC);
+    int signal = 0;
+    for (;;) {
+      ::ptrace(PTRACE_SYSCALL, child_, nullptr, signal);
+      if (::waitpid(child_, &status, 0) != child_ || !WIFSTOPPED(status)) return status;
+      const int stop = WSTOPSIG(status);
+      if (stop == (SIGTRAP | 0x80)) atCall();
+      signal = stop == (SIGTRAP | 0x80) || stop == SIGTRAP ? 0 : stop;
+    }
+  }
+  [[nodiscard]] std::size_t calls() const { return calls_; }
+  [[nodiscard]] long hit() const { return hit_; }
+
+ private:
+  void atCall() {
+    __ptrace_syscall_info call{};
+    ::ptrace(PTRACE_GET_SYSCALL_INFO, child_, sizeof call, &call);
+    if (call.op == PTRACE_SYSCALL_INFO_ENTRY) entry(call);
+    if (call.op == PTRACE_SYSCALL_INFO_EXIT && answer_) {
+      setRegister(offsetof(user_regs_struct, rax), *answer_);
+      answer_.reset();
+    }
+  }
+  void entry(const __ptrace_syscall_info& call) {
+    const auto number = static_cast<long>(call.entry.nr);
+    if (number == SYS_read && call.entry.args[0] == STDIN_FILENO) started_ = true;
+    if (!started_) return;
+    // Nobody waits for a time that nothing needs.
+    if (number == SYS_clock_nanosleep) return notMade(0);
+    const bool isFlagged = number == SYS_renameat2 && call.entry.args[4] != 0;
+    if (fault_.countsLooks ? looksOnly(call) : changesDisk(call)) {
+      if (++calls_ == fault_.at) return strike(number);
+    }
+    if (fault_.withoutRenameFlags && isFlagged) notMade(-EINVAL);
+    if (number == SYS_renameat2 && call.entry.args[4] == RENAME_EXCHANGE) exchanged_ = true;
+    if (fault_.withoutTreeSync && !exchanged_ && (number == SYS_fsync || number == SYS_syncfs)) notMade(0);
+  }
+  void strike(long number) {
+    hit_ = number;
+    if (fault_.error != 0) return notMade(-fault_.error);
+    ::kill(child_, SIGKILL);
+  }
+  void notMade(long answer) {
+    setRegister(offsetof(user_regs_struct, orig_rax), -1);
+    answer_ = answer;
+  }
+  void setRegister(std::size_t offset, long value) const {
+    ::ptrace(PTRACE_POKEUSER, child_, offsetof(user, regs) + offset, value);
+  }
+
+  pid_t child_;
+  Fault fault_;
+  bool started_ = false;
+  bool exchanged_ = false;
+  std::size_t calls_ = 0;
+  long hit_ = -1;
+  std::optional<long> answer_;
+};
+
+// Like runWithBytes(), for an instruction that fits into the stream's buffer.
+inline Traced runWithFault(const std::vector<std::string>& command, const std::string& bytes,
+                           std::vector<std::string> environment, const Fault& fault) {
+  int ends[2];
+  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return {};
+  environment.emplace_back("PATH=/usr/sbin:/usr/bin:/sbin:/bin");
+  if (::send(ends[0], bytes.data(), bytes.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(bytes.size())) return {};
+  const pid_t child = spawn(command, ends[1], environment, true);
+  ::close(ends[1]);
+  Injector injector(child, fault);
+  const int status = injector.follow();
+  Traced traced{.answer = {}, .calls = injector.calls(), .hit = injector.hit()};
+  char buffer[512];
+  for (ssize_t got = 0; (got = ::read(ends[0], buffer, sizeof buffer)) > 0;)
+    traced.answer.text.append(buffer, static_cast<std::size_t>(got));
+  ::close(ends[0]);
+  traced.answer.status = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+  return traced;
+}
+
+}  // namespace ToolTests

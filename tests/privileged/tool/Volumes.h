@@ -1,0 +1,70 @@
+#pragma once
+// For tests: real file systems in image files, where the machine can make and mount them.
+#include <fcntl.h>
+#include <linux/loop.h>
+#include <sys/ioctl.h>
+
+#include "tests/privileged/tool/Namespace.h"
+
+namespace ToolTests {
+
+struct FileSystemKind {
+  std::string name;
+  std::string make;  // the command; the image's path follows
+  off_t bytes;
+  std::string options;  // of the mount
+};
+inline const std::vector<FileSystemKind> FileSystemKinds{
+    {"ext4", "/sbin/mkfs.ext4 -q -F -E nodiscard", off_t{64} << 20, ""},
+    {"xfs", "/sbin/mkfs.xfs -q -f -K", off_t{320} << 20, ""},
+    {"btrfs", "/sbin/mkfs.btrfs -q -f -K", off_t{160} << 20, ""},
+};
+
+// Why there cannot be such a volume; empty when it was made in the file `image`.
+inline std::string makeImage(const FileSystemKind& kind, const fs::path& image) {
+  if (read("/proc/filesystems").find("\t" + kind.name + "\n") == std::string::npos) return "the kernel has no " + kind.name;
+  const auto program = kind.make.substr(0, kind.make.find(' '));
+  if (!isThere(program)) return program + " is not installed";
+  write(image, "");
+  fs::resize_file(image, static_cast<std::uintmax_t>(kind.bytes));
+  const auto command = kind.make + " '" + image.string() + "' >/dev/null 2>&1";
+  return std::system(command.c_str()) == 0 ? "" : program + " failed";
+}
+
+// A block device over a file, gone with its last user.
+class LoopDevice {
+ public:
+  explicit LoopDevice(const fs::path& file) {
+    const int control = ::open("/dev/loop-control", O_RDWR | O_CLOEXEC);
+    const int backing = ::open(file.c_str(), O_RDWR | O_CLOEXEC);
+    for (int tries = 0; control >= 0 && backing >= 0 && tries < 100 && device_ < 0; ++tries) {
+      const int number = ::ioctl(control, LOOP_CTL_GET_FREE);
+      path_ = "/dev/loop" + std::to_string(number);
+      const int device = ::open(path_.c_str(), O_RDWR | O_CLOEXEC);
+      loop_config config{};
+      config.fd = static_cast<__u32>(backing);
+      config.info.lo_flags = LO_FLAGS_AUTOCLEAR;
+      // Someone else may have taken it meanwhile.
+      if (device >= 0 && ::ioctl(device, LOOP_CONFIGURE, &config) == 0) {
+        device_ = device;
+      } else if (device >= 0) {
+        ::close(device);
+      }
+    }
+    if (control >= 0) ::close(control);
+    if (backing >= 0) ::close(backing);
+  }
+  ~LoopDevice() {
+    if (device_ >= 0) ::close(device_);
+  }
+  LoopDevice(const LoopDevice&) = delete;
+  LoopDevice& operator=(const LoopDevice&) = delete;
+  [[nodiscard]] bool isOpen() const { return device_ >= 0; }
+  [[nodiscard]] const std::string& path() const { return path_; }
+
+ private:
+  int device_ = -1;
+  std::string path_;
+};
+
+}  // namespace ToolTests

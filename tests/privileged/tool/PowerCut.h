@@ -1,0 +1,140 @@
+#pragma once
+// For tests: does a job on a recorded disk, then looks what the next start finds when the power goes after each write.
+#include "tests/privileged/tool/FaultCases.h"
+#include "tests/privileged/tool/Injector.h"
+#include "tests/privileged/tool/RecordedDisk.h"
+
+namespace ToolTests {
+
+class PowerCut : public NamespaceTest {
+ protected:
+  void SetUp() override {
+    NamespaceTest::SetUp();
+    if (IsSkipped()) return;
+    if (!isThere("/dev/fuse")) GTEST_SKIP() << "no /dev/fuse";
+    places = {.here = folder / "disk/h", .there = folder / "again/t", .isRoot = true, .user = {User, Group}, .root = {}};
+    setHome(places.here / "home");
+    images = volume("images", "size=1g");
+    for (const char* name : {"disk", "again", "served"}) fs::create_directory(folder / name);
+  }
+
+  struct Cuts {
+    int writes = 0;
+    int cuts = 0;
+    int old = 0;
+    int done = 0;
+    int between = 0;  // both, or later: see the fault matrix
+    int gap = 0;
+    int torn = 0;
+  };
+  // Every `every`th write of the job is the last but for what the disk had not flushed.
+  Cuts cut(const NamedCase& named, const FileSystemKind& kind, const Fault& machine, std::size_t every = 1) {
+    const bool exchange = !machine.withoutRenameFlags;
+    Cuts cuts;
+    const auto reason = makeImage(kind, images / kind.name);
+    if (!reason.empty()) return skip(kind, reason), cuts;
+    RecordedDisk disk(images / kind.name, folder / "served");
+    if (!disk.isUsable() || !mountDisk(disk, kind)) return skip(kind, "cannot be mounted over a recorded disk"), cuts;
+    const auto job = named.make(places);
+    for (const auto& place : {places.here, places.there}) fs::create_directories(place);
+    const auto startRecord = [&] {
+      const int root = ::open((folder / "disk").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+      EXPECT_EQ(::syncfs(root), 0);
+      ::close(root);
+      disk.startRecord();
+    };
+    if (isJustWritten) places.afterOld = startRecord;
+    places.isSourceSafe = !isJustWritten;
+    job->prepare();
+    places.afterOld = [] {};
+    if (!isJustWritten) startRecord();
+    fs::resize_file(result, 0);
+    const auto answer = runWithFault({Tool}, bytesOf(job->job()), environment, machine).answer;
+    const auto verdict = disk.recorded();
+    disk.stopRecord();
+    EXPECT_EQ(answer.status, 0) << answer.text;
+    EXPECT_EQ(job->look(), Found::done);
+    unmountDisk();
+    cuts.writes = static_cast<int>(verdict);
+    using Unflushed = RecordedDisk::Unflushed;
+    for (std::size_t events = 0; events <= verdict; events = next(events, every, verdict)) {
+      for (const auto unflushed : {Unflushed::none, Unflushed::some, Unflushed::all}) {
+        if (disk.cutAfter(events, unflushed)) judge(*job, disk, kind, exchange, events, verdict, cuts);
+      }
+    }
+    std::printf("%-29s %-6s %-9s %6d %5d %5d %5d %7d %5d %5d\n", named.name.c_str(), kind.name.c_str(),
+                exchange ? "yes" : "no", cuts.writes, cuts.cuts, cuts.old, cuts.done, cuts.between, cuts.gap, cuts.torn);
+    std::fflush(stdout);
+    return cuts;
+  }
+  // A star: the new item was just written, and not yet on the disk when the job began.
+  static void printHead() {
+    std::printf("%-29s %-6s %-9s %6s %5s %5s %5s %7s %5s %5s\n", "command", "fs", "exchange", "writes", "cuts", "old",
+                "new", "between", "gap", "torn");
+  }
+
+ private:
+  // The last one, after the verdict, is always looked at.
+  static std::size_t next(std::size_t events, std::size_t every, std::size_t last) {
+    return events < last ? std::min(events + every, last) : last + 1;
+  }
+  static void skip(const FileSystemKind& kind, const std::string& reason) {
+    std::printf("skipped %s: %s\n", kind.name.c_str(), reason.c_str());
+  }
+  bool mountDisk(const RecordedDisk& disk, const FileSystemKind& kind) {
+    const LoopDevice device(disk.file());
+    if (!device.isOpen()) return false;
+    if (::mount(device.path().c_str(), (folder / "disk").c_str(), kind.name.c_str(), 0, kind.options.c_str()) != 0)
+      return false;
+    // The same disk again: between two mounts nothing can be renamed, so that one power cut hits both.
+    return ::mount((folder / "disk").c_str(), (folder / "again").c_str(), nullptr, MS_BIND, nullptr) == 0;
+  }
+  void unmountDisk() const {
+    EXPECT_EQ(::umount2((folder / "again").c_str(), 0), 0) << std::strerror(errno);
+    EXPECT_EQ(::umount2((folder / "disk").c_str(), 0), 0) << std::strerror(errno);
+  }
+  std::string bytesOf(InstructionArchive::Instructions instructions) const {
+    InstructionArchive::setValueForKey(instructions, "result path", result);
+    return framed(InstructionArchive::archivedData(instructions));
+  }
+  void judge(const FaultCase& job, const RecordedDisk& disk, const FileSystemKind& kind, bool exchange, std::size_t events,
+             std::size_t verdict, Cuts& cuts) {
+    ++cuts.cuts;
+    if (!mountDisk(disk, kind)) {
+      ++cuts.torn;
+      ADD_FAILURE() << kind.name << " cannot be mounted after " << events << " of " << verdict;
+      return;
+    }
+    const auto found = job.look();
+    if (found == Found::old) ++cuts.old;
+    if (found == Found::done) ++cuts.done;
+    if (found == Found::both || found == Found::unfinished || found == Found::retimed) ++cuts.between;
+    if (found == Found::missing) ++cuts.gap;
+    bool isTorn =
+        found == Found::bad || (found == Found::missing && exchange) || (events == verdict && found != Found::done);
+    std::string text;
+    // What was there before, or is to come back, is what the next job finds.
+    if (!isJustWritten && (found == Found::old || found == Found::missing)) {
+      fs::resize_file(result, 0);
+      const auto answer = runWithBytes({Tool}, bytesOf(job.job()), environment);
+      text = answer.text;
+      if (answer.status != 0 || job.look() != Found::done) isTorn = true;
+    }
+    if (isTorn) {
+      ++cuts.torn;
+      if (reportsTorn)
+        std::printf("TORN after %zu of %zu on %s: found %d; %s\n", events, verdict, kind.name.c_str(),
+                    static_cast<int>(found), text.c_str());
+    }
+    unmountDisk();
+  }
+
+ protected:
+  Places places;
+  fs::path images;
+  bool reportsTorn = true;
+  // The new item was never synced by whoever made it: a next job may not find it any more.
+  bool isJustWritten = false;
+};
+
+}  // namespace ToolTests

@@ -1,0 +1,38 @@
+#include "tests/privileged/tool/PowerCut.h"
+
+namespace ToolTests {
+namespace {
+
+TEST_F(PowerCut, LeavesTheOldOrTheNewItemWhole) {
+  printHead();
+  Cuts all;
+  for (const auto& named : faultCases()) {
+    if (named.name != "replace item" && named.name != "move file, across" && named.name != "trash file") continue;
+    const auto cuts = cut(named, FileSystemKinds.front(), {}, 2);
+    EXPECT_EQ(cuts.torn, 0) << named.name;
+    EXPECT_EQ(cuts.gap, 0) << named.name;
+    all.old += cuts.old;
+    all.done += cuts.done;
+  }
+  if (all.old + all.done == 0) GTEST_SKIP() << "no disk can be recorded here";
+  EXPECT_GT(all.old, 0);
+  EXPECT_GT(all.done, 0);
+}
+
+TEST_F(PowerCut, LeavesTheOldOrTheNewItemWholeThatWasJustWritten) {
+  printHead();
+  isJustWritten = true;
+  EXPECT_EQ(cut(faultCases().front(), FileSystemKinds.front(), {}).torn, 0);
+}
+
+TEST_F(PowerCut, WouldBeSeenToTearATreeThatWasNotSynced) {
+  printHead();
+  reportsTorn = false;
+  isJustWritten = true;
+  const auto cuts = cut(faultCases().front(), FileSystemKinds.front(), {.withoutTreeSync = true});
+  if (cuts.cuts == 0) GTEST_SKIP() << "no disk can be recorded here";
+  EXPECT_GT(cuts.torn, 0);
+}
+
+}  // namespace
+}  // namespace ToolTests

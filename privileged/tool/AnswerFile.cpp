@@ -49,10 +49,9 @@ void AnswerFile::write(std::string_view text) const {
   }
 }
 
-bool AnswerFile::isSameFileAs(const AnswerFile& other) const {
-  const auto one = statusOf(file_.get());
-  const auto another = statusOf(other.file_.get());
-  return one.st_dev == another.st_dev && one.st_ino == another.st_ino;
+std::pair<dev_t, ino_t> AnswerFile::identity() const {
+  const auto status = statusOf(file_.get());
+  return {status.st_dev, status.st_ino};
 }
 
 }  // namespace AssistantTool

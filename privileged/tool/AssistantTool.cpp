@@ -1,6 +1,5 @@
 #include "privileged/tool/AssistantTool.h"
 
-#include <fcntl.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -8,17 +7,14 @@
 #include <charconv>
 #include <cstdlib>
 #include <exception>
-#include <optional>
+#include <memory>
 #include <string>
 #include <string_view>
 
-#include "privileged/tool/AnswerFile.h"
 #include "privileged/tool/Failure.h"
-#include "privileged/tool/FileCommands.h"
 #include "privileged/tool/Instruction.h"
+#include "privileged/tool/Operations.h"
 #include "privileged/tool/Request.h"
-#include "privileged/tool/ServerUpgrade.h"
-#include "privileged/tool/TrashCommand.h"
 
 namespace AssistantTool {
 namespace {
@@ -29,20 +25,20 @@ constexpr std::size_t ShortRead = 512;
 
 struct Command {
   std::string_view name;
-  Outcome (*perform)(const Request&);
+  Outcome (Operations::*perform)(const Request&);
 };
 constexpr std::array<Command, 6> Commands{{
-    {"trash file", trashFile},
-    {"remove file", removeFile},
-    {"copy file", copyFile},
-    {"move file", moveFile},
-    {"replace item", replaceItem},
-    {"upgrade server", upgradeServer},
+    {"trash file", &Operations::trashFile},
+    {"remove file", &Operations::removeFile},
+    {"copy file", &Operations::copyFile},
+    {"move file", &Operations::moveFile},
+    {"replace item", &Operations::replaceItem},
+    {"upgrade server", &Operations::upgradeServer},
 }};
 
-Outcome perform(const Request& request, const std::string& name) {
+Outcome perform(Operations& operations, const Request& request, const std::string& name) {
   for (const auto& command : Commands) {
-    if (command.name == name) return command.perform(request);
+    if (command.name == name) return (operations.*command.perform)(request);
   }
   throw Failure("unknown command: " + name);
 }
@@ -54,17 +50,19 @@ const std::string& required(const InstructionArchive::Instructions& instructions
 }
 
 // Does the job and writes the verdict.
-Outcome job(int input) {
+Outcome job(int input, Operations& operations) {
   const auto instructions = readInstruction(input);
   const PathWalk walk(invokingUser());
   const auto& command = required(instructions, "command");
-  const AnswerFile result(required(instructions, "result path"), walk);
-  std::optional<AnswerFile> output;
-  if (const auto* path = InstructionArchive::valueForKey(instructions, "output path")) output.emplace(*path, walk);
-  if (output && output->isSameFileAs(result)) throw Failure("result and output are the same file");
-  Outcome outcome = perform({instructions, walk}, command);
+  const auto result = operations.answerAt(required(instructions, "result path"), walk);
+  std::unique_ptr<Answer> output;
+  if (const auto* path = InstructionArchive::valueForKey(instructions, "output path")) {
+    output = operations.answerAt(*path, walk);
+  }
+  if (output && output->identity() == result->identity()) throw Failure("result and output are the same file");
+  Outcome outcome = perform(operations, {instructions, walk}, command);
   if (output) output->write(outcome.output);
-  result.write(SuccessText);
+  result->write(SuccessText);
   return outcome;
 }
 
@@ -75,10 +73,6 @@ std::string line(std::string text) {
   }
   if (text.size() > ShortRead - 2) text.resize(ShortRead - 2);
   return text + "\n";
-}
-
-void log(int level, const std::string& text) {
-  if (::geteuid() == 0) ::syslog(LOG_AUTHPRIV | level, "%s", line(text).c_str());
 }
 
 void tell(int output, const std::string& text) {
@@ -101,16 +95,17 @@ uid_t invokingUser() {
   return user;
 }
 
-int run(int input, int output) {
+int run(int input, int output, Operations& operations) {
   try {
-    const auto outcome = job(input);
+    const auto outcome = job(input, operations);
     tell(output, outcome.report);
-    log(LOG_NOTICE, outcome.report);
-    if (outcome.afterwards && !outcome.afterwards()) log(LOG_WARNING, "something replaced could not be deleted completely");
+    operations.log(LOG_NOTICE, line(outcome.report));
+    if (outcome.afterwards && !outcome.afterwards())
+      operations.log(LOG_WARNING, "something replaced could not be deleted completely");
     return EXIT_SUCCESS;
   } catch (const std::exception& failure) {
     tell(output, failure.what());
-    log(LOG_WARNING, failure.what());
+    operations.log(LOG_WARNING, line(failure.what()));
     return EXIT_FAILURE;
   }
 }

@@ -5,6 +5,8 @@
 
 namespace AssistantTool {
 
+class Operations;
+
 // The user who asked: for a tool started as root what its starter says in KELTO_INVOKING_UID, else the process's own.
 // Throws Failure when that text is no user id.
 uid_t invokingUser();
@@ -13,6 +15,6 @@ uid_t invokingUser();
 // success the result file holds exactly "tool result ok" before anything is printed; what the job replaced is deleted after
 // that, so that nobody waits for it. Returns the exit status: 0, or 1 with the reason printed and nothing in the result
 // file.
-int run(int input, int output);
+int run(int input, int output, Operations& operations);
 
 }  // namespace AssistantTool

@@ -8,6 +8,7 @@
 #include <cstdlib>
 
 #include "privileged/tool/AssistantTool.h"
+#include "privileged/tool/Operations.h"
 
 namespace {
 
@@ -30,5 +31,6 @@ int main() {
   // What root's groups may do is nothing that a job needs, and must not help when it acts as an ordinary user.
   if (::geteuid() == 0 && ::setgroups(0, nullptr) != 0) return EXIT_FAILURE;
   allowDeepTrees();
-  return AssistantTool::run(STDIN_FILENO, STDOUT_FILENO);
+  AssistantTool::JobOperations operations;
+  return AssistantTool::run(STDIN_FILENO, STDOUT_FILENO, operations);
 }

@@ -16,10 +16,6 @@ constexpr const char* Authority = "/org/freedesktop/PolicyKit1/Authority";
 constexpr const char* AuthorityInterface = "org.freedesktop.PolicyKit1.Authority";
 constexpr unsigned AllowUserInteraction = 1;
 
-// A person has to find a password; the service alone has only to start and to read its rules.
-constexpr Time WaitForPerson = std::chrono::minutes(5);
-constexpr Time WaitForService = std::chrono::seconds(30);
-
 struct Verdict {
   bool authorized = false;
   bool challenge = false;
@@ -65,13 +61,13 @@ class PolkitQuestion final : public Question {
     sd_bus_slot_unref(_slot);
   }
 
-  int send(const Caller& caller, bool interaction) {
+  int send(const Caller& caller, bool interaction, const Patience& patience) {
     sd_bus_message* call = nullptr;
     int status = sd_bus_message_new_method_call(_bus, &call, Service, Authority, AuthorityInterface, "CheckAuthorization");
     if (status < 0) return status;
     status = sd_bus_message_append(call, "(sa{sv})sa{ss}us", "system-bus-name", 1, "name", "s", caller.name.c_str(),
                                    ActionIdentifier, 0, interaction ? AllowUserInteraction : 0U, _cancellation.c_str());
-    const auto wait = static_cast<std::uint64_t>((interaction ? WaitForPerson : WaitForService).count());
+    const auto wait = static_cast<std::uint64_t>((interaction ? patience.person : patience.service).count());
     if (status >= 0) status = sd_bus_call_async(_bus, &_slot, call, answered, this, wait);
     sd_bus_message_unref(call);
     return status;
@@ -122,7 +118,7 @@ class PolkitQuestion final : public Question {
 
 std::unique_ptr<Question> PolkitPolicy::ask(const Caller& caller, bool interaction, Answer answer) {
   auto question = std::make_unique<PolkitQuestion>(_bus, "question-" + std::to_string(++_asked), answer);
-  const int status = question->send(caller, interaction);
+  const int status = question->send(caller, interaction, _patience);
   if (status >= 0) return question;
   report(std::string("the policy service cannot be asked: ") + std::strerror(-status));
   answer(errAuthorizationInternal);

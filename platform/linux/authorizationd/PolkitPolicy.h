@@ -8,16 +8,25 @@ namespace platform::Linux::authorizationd {
 
 inline constexpr const char* ActionIdentifier = "com.kelto.authorization.admin";
 
+// How long an answer of the policy service is waited for; then the question is withdrawn and the answer an error.
+struct Patience {
+  // A person has to find a password.
+  Time person = std::chrono::minutes(5);
+  // The service alone has only to start and to read its rules.
+  Time service = std::chrono::seconds(30);
+};
+
 class PolkitPolicy final : public Policy {
  public:
   // `bus` is the system bus, attached to the event loop; it outlives this object.
-  explicit PolkitPolicy(sd_bus* bus) : _bus(bus) {}
+  PolkitPolicy(sd_bus* bus, Patience patience) : _bus(bus), _patience(patience) {}
 
   [[nodiscard]] bool serves(uid_t /*uid*/) const override { return true; }
   std::unique_ptr<Question> ask(const Caller& caller, bool interaction, Answer answer) override;
 
  private:
   sd_bus* _bus;
+  Patience _patience;
   unsigned _asked = 0;
 };
 

@@ -52,6 +52,17 @@ int replyStatus(sd_bus_message* call, const Caller& caller, AuthorizationStatus 
 
 }  // namespace
 
+std::optional<Caller> callerKnownToBus(sd_bus* bus, sd_bus_message* call) {
+  const char* name = sd_bus_message_get_sender(call);
+  sd_bus_creds* credentials = nullptr;
+  uid_t uid = 0;
+  if (name == nullptr || sd_bus_get_name_creds(bus, name, SD_BUS_CREDS_EUID, &credentials) < 0) return std::nullopt;
+  const int status = sd_bus_creds_get_euid(credentials, &uid);
+  sd_bus_creds_unref(credentials);
+  if (status < 0) return std::nullopt;
+  return Caller{name, uid};
+}
+
 const sd_bus_vtable Service::Methods[] = {
     SD_BUS_VTABLE_START(0),
     SD_BUS_METHOD("Create", "", "t", dispatch<&Service::create>, SD_BUS_VTABLE_UNPRIVILEGED),
@@ -64,8 +75,10 @@ const sd_bus_vtable Service::Methods[] = {
                   SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_VTABLE_END};
 
-Service::Service(sd_bus* bus, sd_event* loop, Policy& policy, Lifetimes lifetimes)
-    : _bus(bus), _policy(policy), _sessions(lifetimes), _tools(loop, [this] { onActivity(); }) {}
+Service::Service(sd_bus* bus, sd_event* loop, Policy& policy, Lifetimes lifetimes, Identification identify)
+    : _bus(bus), _policy(policy), _identify(std::move(identify)), _sessions(lifetimes), _tools(loop, [this] {
+        onActivity();
+      }) {}
 
 Service::~Service() {
   sd_bus_slot_unref(_watch);
@@ -86,25 +99,13 @@ template <Service::Method method>
 int Service::dispatch(sd_bus_message* call, void* self, sd_bus_error* error) {
   auto* service = static_cast<Service*>(self);
   service->onActivity();
-  const auto caller = service->callerOf(call);
+  const auto caller = service->_identify(service->_bus, call);
   if (!caller)
     return sd_bus_error_set(error, errorNameForStatus(errAuthorizationInternal), "the caller is unknown to the bus");
   if (!service->_policy.serves(caller->uid)) {
     return refuse(call, *caller, errAuthorizationDenied, "this user is not served here");
   }
   return (service->*method)(call, *caller);
-}
-
-// The bus daemon is asked: it knows which user opened a connection, whatever the message says.
-std::optional<Caller> Service::callerOf(sd_bus_message* call) const {
-  const char* name = sd_bus_message_get_sender(call);
-  sd_bus_creds* credentials = nullptr;
-  uid_t uid = 0;
-  if (name == nullptr || sd_bus_get_name_creds(_bus, name, SD_BUS_CREDS_EUID, &credentials) < 0) return std::nullopt;
-  const int status = sd_bus_creds_get_euid(credentials, &uid);
-  sd_bus_creds_unref(credentials);
-  if (status < 0) return std::nullopt;
-  return Caller{name, uid};
 }
 
 int Service::create(sd_bus_message* call, const Caller& caller) {
@@ -199,12 +200,16 @@ int Service::executeWithPrivileges(sd_bus_message* call, const Caller& caller) {
   if (options != kAuthorizationFlagDefaults)
     return refuse(call, caller, errAuthorizationInternal, "there are no such options");
 
-  Descriptor stream;
-  std::string reason;
-  const AuthorizationStatus status = _tools.run(caller, tool, stream, reason);
-  if (status != errAuthorizationSuccess) return refuse(call, caller, status, reason);
-  report("runs a tool for user " + std::to_string(caller.uid));
-  return sd_bus_reply_method_return(call, "h", stream.get());
+  const std::shared_ptr<sd_bus_message> kept(sd_bus_message_ref(call), sd_bus_message_unref);
+  _tools.run(caller, tool, [kept, caller](AuthorizationStatus status, const Descriptor& stream, const std::string& reason) {
+    if (status != errAuthorizationSuccess) {
+      refuse(kept.get(), caller, status, reason);
+      return;
+    }
+    report("runs a tool for user " + std::to_string(caller.uid));
+    sd_bus_reply_method_return(kept.get(), "h", stream.get());
+  });
+  return 1;
 }
 
 int Service::ownerChanged(sd_bus_message* signal, void* self, sd_bus_error* /*error*/) {

@@ -17,13 +17,18 @@
 
 namespace platform::Linux::authorizationd {
 
+// Who sent a call, or nothing when that is not known.
+using Identification = std::function<std::optional<Caller>(sd_bus* bus, sd_bus_message* call)>;
+// The bus daemon is asked: it knows which user opened a connection, whatever the message says.
+std::optional<Caller> callerKnownToBus(sd_bus* bus, sd_bus_message* call);
+
 class Service {
  public:
   // Of one user; what is beyond is refused.
   static constexpr std::size_t MaximumQuestions = 8;
 
   // `bus` (attached to `loop`) and `policy` outlive this object.
-  Service(sd_bus* bus, sd_event* loop, Policy& policy, Lifetimes lifetimes);
+  Service(sd_bus* bus, sd_event* loop, Policy& policy, Lifetimes lifetimes, Identification identify = callerKnownToBus);
   ~Service();
   Service(const Service&) = delete;
   Service& operator=(const Service&) = delete;
@@ -56,7 +61,6 @@ class Service {
   int free(sd_bus_message* call, const Caller& caller);
   int executeWithPrivileges(sd_bus_message* call, const Caller& caller);
 
-  [[nodiscard]] std::optional<Caller> callerOf(sd_bus_message* call) const;
   int ask(sd_bus_message* call, const Caller& caller, Handle handle, bool interaction);
   void answered(unsigned question, AuthorizationStatus status);
   void dropConnection(const std::string& name);
@@ -66,6 +70,7 @@ class Service {
 
   sd_bus* _bus;
   Policy& _policy;
+  Identification _identify;
   Sessions _sessions;
   ToolRunner _tools;
   unsigned _lastQuestion = 0;

@@ -107,9 +107,13 @@ AuthorizationStatus Sessions::hold(const Caller& caller, std::shared_ptr<Session
 }
 
 bool Sessions::mayHold(const Caller& caller) const {
-  const auto held = std::count_if(_holders.begin(), _holders.end(),
-                                  [&](const auto& entry) { return entry.second.caller.uid == caller.uid; });
-  return static_cast<std::size_t>(held) < MaximumHandles;
+  std::size_t ofUser = 0;
+  std::size_t ofConnection = 0;
+  for (const auto& [handle, holder] : _holders) {
+    if (holder.caller.uid == caller.uid) ++ofUser;
+    if (holder.caller.name == caller.name) ++ofConnection;
+  }
+  return ofUser < MaximumHandles && ofConnection < MaximumHandlesOfConnection;
 }
 
 void Sessions::dropEndedForms(Time now) {

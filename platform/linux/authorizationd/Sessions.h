@@ -39,8 +39,10 @@ struct Lifetimes {
 
 class Sessions {
  public:
-  // Of one user; what is beyond fails, so that nobody can exhaust the memory that all users share.
+  // Of one user, and of one connection; what is beyond fails, so that nobody can exhaust the memory that all users share,
+  // and no program what the programs of its user share.
   static constexpr std::size_t MaximumHandles = 64;
+  static constexpr std::size_t MaximumHandlesOfConnection = 16;
   static constexpr std::size_t MaximumForms = 16;
 
   explicit Sessions(Lifetimes lifetimes);

@@ -1,7 +1,8 @@
 #include "platform/linux/authorizationd/ToolRunner.h"
 
 #include <fcntl.h>
-#include <linux/close_range.h>
+#include <sys/epoll.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -19,19 +20,24 @@ namespace platform::Linux::authorizationd {
 
 namespace {
 
-// Why the file must not be run for `caller`, or nullptr.
+// Why the file must not be run for `caller`, or nullptr. What the kernel knows of the file is enough: its file system,
+// which may be a program of the caller's, is not asked and so cannot keep the broker waiting.
 const char* objection(int tool, const Caller& caller) {
-  struct stat file {};
-  if (::fstat(tool, &file) != 0) return "the tool cannot be examined";
-  if (!S_ISREG(file.st_mode)) return "the tool is not a regular file";
-  if ((file.st_mode & (S_IXUSR | S_IXGRP | S_IXOTH)) == 0) return "the tool is not executable";
-  if ((file.st_mode & (S_ISUID | S_ISGID)) != 0) return "the tool has the set-user-id or the set-group-id bit";
-  if (file.st_uid != 0 && file.st_uid != caller.uid) return "the tool belongs to another user";
-  if ((file.st_mode & (S_IWGRP | S_IWOTH)) != 0) return "the tool is writable by others";
+  struct statx file {};
+  constexpr int Flags = AT_EMPTY_PATH | AT_STATX_DONT_SYNC;
+  constexpr unsigned Needed = STATX_TYPE | STATX_MODE | STATX_UID;
+  if (::statx(tool, "", Flags, Needed, &file) != 0 || (file.stx_mask & Needed) != Needed) {
+    return "the tool cannot be examined";
+  }
+  if (!S_ISREG(file.stx_mode)) return "the tool is not a regular file";
+  if ((file.stx_mode & (S_IXUSR | S_IXGRP | S_IXOTH)) == 0) return "the tool is not executable";
+  if ((file.stx_mode & (S_ISUID | S_ISGID)) != 0) return "the tool has the set-user-id or the set-group-id bit";
+  if (file.stx_uid != 0 && file.stx_uid != caller.uid) return "the tool belongs to another user";
+  if ((file.stx_mode & (S_IWGRP | S_IWOTH)) != 0) return "the tool is writable by others";
   return nullptr;
 }
 
-struct Start {
+struct ChildStart {
   int tool;
   int stream;
   int nothing;  // open on /dev/null
@@ -46,8 +52,22 @@ std::string dataFolderSetting(uid_t user) {
   return folder == nullptr ? "" : std::string("XDG_DATA_HOME=") + folder;
 }
 
+// Keeps `start.tool` and `start.failure` open under the numbers after the standard ones, and nothing else: a program that
+// is slow to start must not hold on to the broker's connections. Both end with the exec.
+bool keepOnly(ChildStart& start) {
+  constexpr int Tool = STDERR_FILENO + 1;
+  constexpr int Failure = Tool + 1;
+  const int tool = ::fcntl(start.tool, F_DUPFD_CLOEXEC, Failure + 1);
+  const int failure = ::fcntl(start.failure, F_DUPFD_CLOEXEC, Failure + 1);
+  if (tool < 0 || failure < 0 || ::dup3(failure, Failure, O_CLOEXEC) < 0) return false;
+  start.failure = Failure;
+  if (::dup3(tool, Tool, O_CLOEXEC) < 0) return false;
+  start.tool = Tool;
+  return ::close_range(Failure + 1, ~0U, 0) == 0;
+}
+
 // In the child, between fork and exec: only calls that are safe there. Returns when something failed.
-void becomeTool(const Start& start) {
+void becomeTool(ChildStart& start) {
   for (int number = 1; number < NSIG; ++number) ::signal(number, SIG_DFL);
   sigset_t none;
   sigemptyset(&none);
@@ -56,7 +76,7 @@ void becomeTool(const Start& start) {
   if (::setsid() < 0 || ::chdir("/") != 0) return;
   if (::dup2(start.stream, STDIN_FILENO) < 0 || ::dup2(start.stream, STDOUT_FILENO) < 0) return;
   if (::dup2(start.nothing, STDERR_FILENO) < 0) return;
-  if (::close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC) != 0) return;
+  if (!keepOnly(start) || ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) return;
   std::array<char, 16> name{"authorized-tool"};
   std::array<char, 40> path{"PATH=/usr/sbin:/usr/bin:/sbin:/bin"};
   std::array<char, 16> language{"LANG=C.UTF-8"};
@@ -67,7 +87,7 @@ void becomeTool(const Start& start) {
   ::execveat(start.tool, "", arguments.data(), environment.data(), AT_EMPTY_PATH);
 }
 
-pid_t startChild(const Start& start) {
+pid_t startChild(ChildStart start) {
   const pid_t process = ::fork();
   if (process != 0) return process;
   becomeTool(start);
@@ -77,7 +97,7 @@ pid_t startChild(const Start& start) {
 }
 
 // 0 once the child runs the tool, else the error number that kept it from doing so.
-int waitForStart(int failure) {
+int errorOfStart(int failure) {
   int error = 0;
   ssize_t got = 0;
   do {
@@ -92,14 +112,14 @@ int waitForStart(int failure) {
 ToolRunner::ToolRunner(sd_event* loop, std::function<void()> ended) : _loop(loop), _ended(std::move(ended)) {}
 
 ToolRunner::~ToolRunner() {
-  for (const auto& [process, child] : _children) sd_event_source_disable_unref(child.source);
+  for (const auto& [process, child] : _children) {
+    if (child.start) sd_event_source_disable_unref(child.start->source);
+    sd_event_source_disable_unref(child.source);
+  }
 }
 
-AuthorizationStatus ToolRunner::run(const Caller& caller, int tool, Descriptor& stream, std::string& reason) {
-  const auto fail = [&reason](std::string why) {
-    reason = std::move(why);
-    return errAuthorizationToolExecuteFailure;
-  };
+void ToolRunner::run(const Caller& caller, int tool, Started started) {
+  const auto fail = [&started](const std::string& why) { started(errAuthorizationToolExecuteFailure, Descriptor(), why); };
   const auto running =
       std::count_if(_children.begin(), _children.end(), [&](const auto& entry) { return entry.second.uid == caller.uid; });
   if (static_cast<std::size_t>(running) >= MaximumToolsOfUser) return fail("too many tools of this user are running");
@@ -110,10 +130,10 @@ AuthorizationStatus ToolRunner::run(const Caller& caller, int tool, Descriptor& 
   const Descriptor nothing(::open("/dev/null", O_RDWR | O_CLOEXEC));
   if (!nothing || ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) return fail(std::strerror(errno));
   Descriptor ours(ends[0]);
-  Descriptor theirs(ends[1]);
+  const Descriptor theirs(ends[1]);
   if (::pipe2(failure.data(), O_CLOEXEC) != 0) return fail(std::strerror(errno));
-  const Descriptor failureRead(failure[0]);
-  Descriptor failureWrite(failure[1]);
+  Descriptor failureRead(failure[0]);
+  const Descriptor failureWrite(failure[1]);
 
   const std::string user = std::to_string(caller.uid);
   std::string dataFolder = dataFolderSetting(caller.uid);
@@ -124,28 +144,52 @@ AuthorizationStatus ToolRunner::run(const Caller& caller, int tool, Descriptor& 
                                     .invokingUser = user.c_str(),
                                     .dataFolder = dataFolder.empty() ? nullptr : dataFolder.data()});
   if (process < 0) return fail(std::strerror(errno));
-  failureWrite.reset();
-  const int error = waitForStart(failureRead.get());
-  if (!watch(process, caller.uid)) {
-    ::kill(process, SIGKILL);
-    ::waitpid(process, nullptr, 0);
-    return fail("the tool cannot be watched");
-  }
-  if (error != 0) return fail(std::string("the tool cannot be run: ") + std::strerror(error));
-  stream = std::move(ours);
-  return errAuthorizationSuccess;
+  auto start = std::make_unique<Start>();
+  start->failure = std::move(failureRead);
+  start->stream = std::move(ours);
+  start->started = started;
+  if (watch(process, caller.uid, std::move(start))) return;
+  ::kill(process, SIGKILL);
+  ::waitpid(process, nullptr, 0);
+  fail("the tool cannot be watched");
 }
 
-bool ToolRunner::watch(pid_t process, uid_t uid) {
+bool ToolRunner::watch(pid_t process, uid_t uid, std::unique_ptr<Start> start) {
   sd_event_source* source = nullptr;
-  if (sd_event_add_child(_loop, &source, process, WEXITED, childEnded, this) < 0) return false;
-  _children.emplace(process, Child{uid, source});
+  if (sd_event_add_io(_loop, &start->source, start->failure.get(), EPOLLIN, startDecided, this) < 0) return false;
+  if (sd_event_add_child(_loop, &source, process, WEXITED, childEnded, this) < 0) {
+    sd_event_source_disable_unref(start->source);
+    return false;
+  }
+  _children.emplace(process, Child{uid, source, std::move(start)});
   return true;
+}
+
+int ToolRunner::startDecided(sd_event_source* source, int /*descriptor*/, std::uint32_t /*events*/, void* self) {
+  auto* runner = static_cast<ToolRunner*>(self);
+  for (auto& [process, child] : runner->_children) {
+    if (!child.start || child.start->source != source) continue;
+    runner->finishStart(child);
+    break;
+  }
+  return 0;
+}
+
+void ToolRunner::finishStart(Child& child) {
+  const auto start = std::move(child.start);
+  sd_event_source_disable_unref(start->source);
+  const int error = errorOfStart(start->failure.get());
+  if (error == 0) return start->started(errAuthorizationSuccess, start->stream, {});
+  start->started(errAuthorizationToolExecuteFailure, Descriptor(),
+                 std::string("the tool cannot be run: ") + std::strerror(error));
 }
 
 int ToolRunner::childEnded(sd_event_source* source, const siginfo_t* info, void* self) {
   auto* runner = static_cast<ToolRunner*>(self);
-  runner->_children.erase(info->si_pid);
+  const auto child = runner->_children.find(info->si_pid);
+  // A program may end before it was noticed that it started.
+  if (child->second.start) runner->finishStart(child->second);
+  runner->_children.erase(child);
   sd_event_source_disable_unref(source);
   runner->_ended();
   return 0;

@@ -4,7 +4,8 @@
 //   authorizationd --session    on the user's session bus, with the user's own rights; nobody is asked
 //
 // Options: --idle-seconds N (30), after which it leaves when unused; --form-seconds N (60) and --right-seconds N (300), the
-// life of an external form and of a granted right. Started by the bus on demand.
+// life of an external form and of a granted right; --person-seconds N (300) and --service-seconds N (30), how long the
+// policy service may take to answer when a person is asked and when nobody is. Started by the bus on demand.
 #include <fcntl.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -31,6 +32,7 @@ struct Options {
   bool session = false;
   Time idle = std::chrono::seconds(30);
   Lifetimes lifetimes;
+  Patience patience;
 };
 
 bool readSeconds(const char* text, Time& time) {
@@ -44,6 +46,15 @@ bool readSeconds(const char* text, Time& time) {
   return true;
 }
 
+// Where the value of an option belongs, or nullptr.
+Time* placeOf(std::string_view option, Options& options) {
+  if (option == "--idle-seconds") return &options.idle;
+  if (option == "--form-seconds") return &options.lifetimes.form;
+  if (option == "--right-seconds") return &options.lifetimes.right;
+  if (option == "--person-seconds") return &options.patience.person;
+  return option == "--service-seconds" ? &options.patience.service : nullptr;
+}
+
 std::optional<Options> readOptions(char** argument) {
   Options options;
   while (*++argument != nullptr) {
@@ -52,12 +63,8 @@ std::optional<Options> readOptions(char** argument) {
       options.system = true;
     } else if (name == "--session") {
       options.session = true;
-    } else if (name == "--idle-seconds") {
-      if (!readSeconds(*++argument, options.idle)) return std::nullopt;
-    } else if (name == "--form-seconds") {
-      if (!readSeconds(*++argument, options.lifetimes.form)) return std::nullopt;
-    } else if (name == "--right-seconds") {
-      if (!readSeconds(*++argument, options.lifetimes.right)) return std::nullopt;
+    } else if (Time* time = placeOf(name, options)) {
+      if (!readSeconds(*++argument, *time)) return std::nullopt;
     } else {
       return std::nullopt;
     }
@@ -83,7 +90,7 @@ int fail(const char* what, int status) {
 
 int serve(const Options& options, sd_event* loop, sd_bus* bus) {
   std::unique_ptr<Policy> policy = std::make_unique<OwnRightsPolicy>();
-  if (options.system) policy = std::make_unique<PolkitPolicy>(bus);
+  if (options.system) policy = std::make_unique<PolkitPolicy>(bus, options.patience);
   Service service(bus, loop, *policy, options.lifetimes);
   IdleExit idleExit(bus, loop, service, options.idle);
   if (const int status = service.publish(); status < 0) return fail("no object on the bus", status);
@@ -126,7 +133,9 @@ int main(int /*count*/, char** arguments) {
   blockSignals();
   const auto options = readOptions(arguments);
   if (!options) {
-    report("usage: authorizationd --system|--session [--idle-seconds N] [--form-seconds N] [--right-seconds N]");
+    report(
+        "usage: authorizationd --system|--session [--idle-seconds N] [--form-seconds N] [--right-seconds N] "
+        "[--person-seconds N] [--service-seconds N]");
     return 2;
   }
   if (options->system && ::geteuid() != 0) {

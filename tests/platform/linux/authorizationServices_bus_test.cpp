@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -340,8 +341,8 @@ TEST_F(AuthorizationBroker, UsesAtMostEightMegabytes) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   GTEST_SKIP() << "sanitizers need memory of their own";
 #endif
-  std::vector<AuthorizationRef> handles;
-  for (int i = 0; i < 64; ++i) controller.exported(handles.emplace_back(controller.create()));
+  std::array<Client, 4> clients;
+  for (int i = 0; i < 64; ++i) clients[i % 4].exported(clients[i % 4].create());
   const auto own = Linux::Bus::openUser();
   sd_bus_creds* credentials = nullptr;
   pid_t process = 0;

@@ -174,8 +174,16 @@ TEST_F(AuthorizationSessions, HandlesEndWithTheirConnection) {
   EXPECT_TRUE(sessions.empty());
 }
 
+TEST_F(AuthorizationSessions, OneConnectionCannotExhaustTheHandlesOfItsUser) {
+  for (std::size_t i = 0; i < Sessions::MaximumHandlesOfConnection; ++i) create(controller);
+  Handle handle = 7;
+  EXPECT_EQ(sessions.create(controller, handle), errAuthorizationInternal);
+  EXPECT_EQ(handle, 7U);
+  EXPECT_EQ(sessions.create(installer, handle), errAuthorizationSuccess);
+}
+
 TEST_F(AuthorizationSessions, OneUserCannotExhaustTheHandlesOfAnother) {
-  for (std::size_t i = 0; i < Sessions::MaximumHandles; ++i) create(i % 2 == 0 ? controller : installer);
+  for (std::size_t i = 0; i < Sessions::MaximumHandles; ++i) create({":2." + std::to_string(i), controller.uid});
   Handle handle = 7;
   EXPECT_EQ(sessions.create(controller, handle), errAuthorizationInternal);
   EXPECT_EQ(handle, 7U);
@@ -183,9 +191,9 @@ TEST_F(AuthorizationSessions, OneUserCannotExhaustTheHandlesOfAnother) {
 }
 
 TEST_F(AuthorizationSessions, ImportsCountAsHandles) {
-  const Handle own = create(controller);
-  const auto form = exported(controller, own);
-  for (std::size_t i = 1; i < Sessions::MaximumHandles; ++i) ASSERT_EQ(import(installer, form), errAuthorizationSuccess);
+  const auto form = exported(controller, create(controller));
+  for (std::size_t i = 0; i < Sessions::MaximumHandlesOfConnection; ++i)
+    ASSERT_EQ(import(installer, form), errAuthorizationSuccess);
   EXPECT_EQ(import(installer, form), errAuthorizationInternal);
 }
 

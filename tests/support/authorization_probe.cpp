@@ -5,6 +5,9 @@
 //   print N     prints N bytes in one go and ends
 //   two N M     prints N bytes, waits for another line, prints M bytes and ends
 //   wait        ends with its input
+//   deaf        never reads, writes or ends by itself (within a minute)
+//   flood       writes for ever (a minute)
+//   fork        leaves a child behind that holds the stream (for a minute), prints a line and ends
 #include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -53,6 +56,22 @@ void reportSignals(std::ostream& out) {
   }
 }
 
+// What no tool of a test outlives.
+constexpr unsigned LongestLife = 60;
+
+void flood() {
+  const std::string bytes(65536, 'x');
+  while (::write(STDOUT_FILENO, bytes.data(), bytes.size()) > 0) continue;
+}
+
+void leaveChild() {
+  if (::fork() == 0) {
+    ::alarm(LongestLife);
+    while (::pause() != 0) continue;
+  }
+  printBytes(1);
+}
+
 std::string report(int count) {
   std::ostringstream out;
   for (char** variable = environ; *variable != nullptr; ++variable) out << "environment " << *variable << "\n";
@@ -71,6 +90,7 @@ std::string report(int count) {
 }  // namespace
 
 int main(int count, char** /*arguments*/) {
+  ::alarm(LongestLife);
   std::string line;
   std::getline(std::cin, line);
   std::istringstream words(line);
@@ -86,6 +106,12 @@ int main(int count, char** /*arguments*/) {
     printBytes(first);
     std::getline(std::cin, line);
     printBytes(second);
+  } else if (command == "deaf") {
+    while (::pause() != 0) continue;
+  } else if (command == "flood") {
+    flood();
+  } else if (command == "fork") {
+    leaveChild();
   } else {
     while (std::getline(std::cin, line)) continue;
   }

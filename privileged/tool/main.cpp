@@ -8,7 +8,9 @@
 #include <cstdlib>
 
 #include "privileged/tool/AssistantTool.h"
+#include "privileged/tool/Failure.h"
 #include "privileged/tool/Operations.h"
+#include "privileged/tool/Rights.h"
 
 namespace {
 
@@ -31,6 +33,11 @@ int main() {
   // What root's groups may do is nothing that a job needs, and must not help when it acts as an ordinary user.
   if (::geteuid() == 0 && ::setgroups(0, nullptr) != 0) return EXIT_FAILURE;
   allowDeepTrees();
+  try {
+    AssistantTool::giveUpRights();
+  } catch (const AssistantTool::Failure&) {
+    return EXIT_FAILURE;
+  }
   AssistantTool::JobOperations operations;
   return AssistantTool::run(STDIN_FILENO, STDOUT_FILENO, operations);
 }

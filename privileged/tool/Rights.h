@@ -1,0 +1,19 @@
+#pragma once
+// What the tool gives up of the rights that it is started with, so that neither a fault of its own nor a hostile file can
+// use them. Nothing of it comes back; programs that the tool starts have given it up as well.
+#include <cstdint>
+
+namespace AssistantTool {
+
+// The capabilities that jobs need as root: to give things to their owners and to work in any folder, and to become the
+// invoking user while working in that user's home. One bit each, as in /proc/PID/status.
+std::uint64_t neededCapabilities();
+
+// At the start: every other capability, gaining rights by running programs, and the system calls that no job makes, such as
+// mounting, tracing, loading modules, setting clocks, entering namespaces and every network but the machine's own sockets.
+// Such a call fails with EPERM; one of another architecture ends the process. Throws Failure.
+void giveUpRights();
+// Before a job that runs no program: starting one. Throws Failure.
+void giveUpPrograms();
+
+}  // namespace AssistantTool

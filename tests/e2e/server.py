@@ -16,6 +16,7 @@ PROGRAM = pathlib.Path("/Library/Application Support/Kelto/KeltoLibraryServer")
 DEFINITION = pathlib.Path("/Library/LaunchDaemons/com.kelto.KeltoLibraryServer.plist")
 UNIT_FILE = pathlib.Path("/etc/systemd/system") / UNIT
 MARKER = pathlib.Path("/Users/Shared/Kelto/Shares.plist")
+BROKER_UNIT = "kelto-authorizationd.service"
 STATE = pathlib.Path("/run/com.kelto.KeltoLibraryServer.version")
 
 
@@ -37,8 +38,12 @@ def start_old_server(build):
     return main_process()
 
 
+def process_of(unit):
+    return int(systemctl("show", "--property=MainPID", "--value", unit))
+
+
 def main_process():
-    return int(systemctl("show", "--property=MainPID", "--value", UNIT))
+    return process_of(UNIT)
 
 
 def expect_server(version):
@@ -102,3 +107,43 @@ def stopped_server(world):
     equal("the program", PROGRAM.read_bytes(), (world.build / "bin/KeltoLibraryServer-1").read_bytes())
     equal("the preferences", preferences(world), {})
     check("the marker is still there", os.path.exists(MARKER))
+
+
+def start_broker_as_service(world):
+    """The broker in the unit with which it is installed; its process."""
+    shutil.copy(world.build / "share/systemd/system" / BROKER_UNIT, UNIT_FILE.parent)
+    systemctl("daemon-reload")
+    systemctl("start", BROKER_UNIT)
+    broker = process_of(BROKER_UNIT)
+    status = dict(line.split(":\t", 1) for line in pathlib.Path(f"/proc/{broker}/status").read_text().splitlines()
+                  if ":\t" in line)
+    equal("whether the broker may gain rights", status["NoNewPrivs"], "1")
+    equal("whether its system calls are filtered", status["Seccomp"], "2")
+    equal("its capabilities", int(status["CapBnd"], 16), 0b11001111)
+    check("it has no network", os.readlink(f"/proc/{broker}/ns/net") != os.readlink("/proc/self/ns/net"))
+    return broker
+
+
+@scenario("system", where="services", **SURROUNDINGS)
+def update_by_bounded_broker(world):
+    """With the broker in the bounds of its unit, and the tool in them too, bundle and Library Server are upgraded."""
+    old = start_old_server(world.build)
+    broker = start_broker_as_service(world)
+    world.expect_update_ends(world.start("update"))
+    expect_server("2")
+    check("it is another process", main_process() not in (0, old))
+    equal("the program", PROGRAM.read_bytes(), (world.build / "bin/KeltoLibraryServer-2").read_bytes())
+    equal("the broker", process_of(BROKER_UNIT), broker)
+
+
+@scenario("system", where="services", **SURROUNDINGS)
+def uninstall_by_bounded_broker(world):
+    """With the broker in the bounds of its unit, what belongs to root still comes into the user's own Trash."""
+    broker = start_broker_as_service(world)
+    installer = world.start("uninstall")
+    world.road.installer_gone(installer)
+    check("the installed bundle is gone", not os.path.lexists(world.road.installed))
+    trashed = world.desktop.home / ".local/share/Trash/files/Kelto.app"
+    equal("the version in the Trash", version_of(trashed), "1.0")
+    equal("its owners", {os.lstat(path).st_uid for path in [trashed, *trashed.rglob("*")]}, {world.desktop.account.uid})
+    equal("the broker", process_of(BROKER_UNIT), broker)

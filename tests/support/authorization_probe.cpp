@@ -9,6 +9,7 @@
 //   flood       writes for ever (a minute)
 //   fork        leaves a child behind that holds the stream (for a minute), prints a line and ends
 #include <dirent.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <csignal>
@@ -81,6 +82,7 @@ std::string report(int count) {
   char folder[4096] = {};
   out << "umask " << std::oct << mask << std::dec << "\n";
   out << "folder " << (::getcwd(folder, sizeof folder) != nullptr ? folder : "?") << "\n";
+  out << "new privileges " << (::prctl(PR_GET_NO_NEW_PRIVS, 0, 0, 0, 0) == 1 ? "none" : "possible") << "\n";
   out << "session " << (::getsid(0) == ::getpid() ? "own" : "inherited") << "\n";
   out << "user " << ::getuid() << " " << ::geteuid() << "\n";
   out << "arguments " << count - 1 << "\n";

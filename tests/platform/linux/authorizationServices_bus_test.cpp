@@ -223,7 +223,7 @@ TEST_F(AuthorizationBroker, RunsAToolWithNothingInheritedButTheUsersDataFolder) 
       readAll(*stream),
       "environment PATH=/usr/sbin:/usr/bin:/sbin:/bin\nenvironment LANG=C.UTF-8\nenvironment KELTO_INVOKING_UID=" + user +
           "\nenvironment XDG_DATA_HOME=/data of mine\ndescriptor 0 socket\ndescriptor 1 socket\ndescriptor 2 "
-          "/dev/null\numask 22\nfolder /\nsession own\nuser " +
+          "/dev/null\numask 22\nfolder /\nnew privileges none\nsession own\nuser " +
           user + " " + user + "\narguments 0\n");
   ::unsetenv("KELTO_SECRET");
 }

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds one fuzz target with clang, the address and the undefined-behaviour sanitizer, and lets it search.
 #
-#   fuzz/run.sh NAME SECONDS
+#   scripts/fuzz.sh NAME SECONDS      for instance "scripts/fuzz.sh archive 14400" over night
 #
 # It starts from fuzz/corpus/NAME and from what earlier runs found, which is kept in build/fuzz/found/NAME. An input that
 # breaks the target is left in build/fuzz/broken; one worth keeping belongs into fuzz/corpus/NAME.

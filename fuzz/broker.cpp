@@ -1,0 +1,364 @@
+// Whatever is sent to the broker, it stays, and gives nobody anything that the policy has not granted.
+//
+// The broker's own service answers over a socket pair; this side writes the messages byte by byte. An input is a row of
+// records: a kind, what the kind needs, and for a call the length and the bytes of its body.
+#include <sys/socket.h>
+#include <sys/uio.h>
+#include <syslog.h>
+#include <systemd/sd-bus.h>
+#include <systemd/sd-event.h>
+#include <systemd/sd-id128.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "fuzz/Target.h"
+#include "platform/linux/authorizationd/Interface.h"
+#include "platform/linux/authorizationd/Service.h"
+
+namespace {
+
+using namespace platform;
+using namespace platform::Linux::authorizationd;
+
+// The bytes of an input, in order; zeros after the end.
+class Input {
+ public:
+  Input(const std::uint8_t* data, std::size_t size) : rest_(fuzz::text(data, size)) {}
+  [[nodiscard]] bool empty() const { return rest_.empty(); }
+  std::uint8_t byte() {
+    const std::string one = bytes(1);
+    return one.empty() ? 0 : static_cast<std::uint8_t>(one.front());
+  }
+  std::string bytes(std::size_t length) {
+    std::string taken(rest_.substr(0, length));
+    rest_.remove_prefix(taken.size());
+    return taken;
+  }
+
+ private:
+  std::string_view rest_;
+};
+
+// The wire form of messages, little-endian.
+class Marshaller {
+ public:
+  void align(std::size_t to) { out.resize((out.size() + to - 1) / to * to); }
+  void byte(std::uint8_t value) { out.push_back(static_cast<char>(value)); }
+  void number(std::uint32_t value) {
+    align(sizeof value);
+    out.append(reinterpret_cast<const char*>(&value), sizeof value);
+  }
+  void handle(Handle value) {
+    align(sizeof value);
+    out.append(reinterpret_cast<const char*>(&value), sizeof value);
+  }
+  void text(const std::string& value) {
+    number(static_cast<std::uint32_t>(value.size()));
+    out += value;
+    byte(0);
+  }
+  void signature(const std::string& value) {
+    byte(static_cast<std::uint8_t>(value.size()));
+    out += value;
+    byte(0);
+  }
+  void field(std::uint8_t code, char type, const std::string& value) {
+    align(8);
+    byte(code);
+    signature({type});
+    type == 'g' ? signature(value) : text(value);
+  }
+  void countField(std::uint8_t code, std::uint32_t value) {
+    align(8);
+    byte(code);
+    signature("u");
+    number(value);
+  }
+  std::string out;
+};
+
+struct Message {
+  std::uint8_t type = 1;  // a call; 4 is a signal
+  std::string path = ObjectPath;
+  std::string interface = InterfaceName;
+  std::string member;
+  std::string sender;
+  std::string signature;
+  std::string body;
+  bool hasDescriptor = false;
+};
+
+std::string wireForm(const Message& message, std::uint32_t serial) {
+  Marshaller fields;
+  fields.field(1, 'o', message.path);
+  fields.field(2, 's', message.interface);
+  fields.field(3, 's', message.member);
+  fields.field(7, 's', message.sender);
+  if (!message.signature.empty()) fields.field(8, 'g', message.signature);
+  if (message.hasDescriptor) fields.countField(9, 1);
+  Marshaller whole;
+  for (const std::uint8_t byte : {std::uint8_t{'l'}, message.type, std::uint8_t{0}, std::uint8_t{1}}) whole.byte(byte);
+  whole.number(static_cast<std::uint32_t>(message.body.size()));
+  whole.number(serial);
+  whole.number(static_cast<std::uint32_t>(fields.out.size()));
+  whole.out += fields.out;  // begins at 16, so its alignment holds
+  whole.align(8);
+  return whole.out + message.body;
+}
+
+// Answers as the input says: at once, or when the input comes to it.
+class InputPolicy final : public Policy {
+ public:
+  explicit InputPolicy(Input& input) : input_(input) {}
+  [[nodiscard]] bool serves(uid_t uid) const override { return uid != 3; }
+  std::unique_ptr<Question> ask(const Caller& /*caller*/, bool /*interaction*/, Answer answer) override {
+    const auto kind = input_.byte() % 4;
+    if (kind < 2) {
+      give(answer, kind == 0 ? errAuthorizationSuccess : errAuthorizationDenied);
+      return nullptr;
+    }
+    auto question = std::make_unique<OpenQuestion>(*this, std::move(answer));
+    open_.push_back(question.get());
+    return question;
+  }
+  void answerOldest(AuthorizationStatus status) {
+    if (open_.empty()) return;
+    const Answer answer = std::move(open_.front()->answer);
+    give(answer, status);
+  }
+  bool hasGranted = false;
+
+ private:
+  struct OpenQuestion final : Question {
+    OpenQuestion(InputPolicy& itsPolicy, Answer itsAnswer) : policy(itsPolicy), answer(std::move(itsAnswer)) {}
+    ~OpenQuestion() override { std::erase(policy.open_, this); }
+    InputPolicy& policy;
+    Answer answer;
+  };
+  void give(const Answer& answer, AuthorizationStatus status) {
+    if (status == errAuthorizationSuccess) hasGranted = true;
+    answer(status);
+  }
+  Input& input_;
+  std::vector<OpenQuestion*> open_;
+};
+
+// The last part of a sender's name is its user: three of them, one of whom is not served.
+std::optional<Caller> callerInName(sd_bus* /*bus*/, sd_bus_message* call) {
+  const char* name = sd_bus_message_get_sender(call);
+  if (name == nullptr || *name != ':') return std::nullopt;
+  return Caller{name, static_cast<uid_t>(name[std::strlen(name) - 1] - '0')};
+}
+
+class Broker {
+ public:
+  explicit Broker(Input& input) : policy(input), input_(input) {
+    std::array<int, 2> ends{};
+    fuzz::require(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends.data()) == 0, "a socket");
+    far_ = ends[0];
+    sd_id128_t identity{};
+    sd_id128_randomize(&identity);
+    sd_event_new(&loop_);
+    sd_bus_new(&bus_);
+    sd_bus_set_fd(bus_, ends[1], ends[1]);
+    sd_bus_set_server(bus_, 1, identity);
+    sd_bus_set_anonymous(bus_, 1);
+    sd_bus_negotiate_fds(bus_, 1);
+    fuzz::require(sd_bus_start(bus_) >= 0 && sd_bus_attach_event(bus_, loop_, 0) >= 0, "a bus");
+    service_ = std::make_unique<Service>(bus_, loop_, policy, Lifetimes{}, callerInName);
+    fuzz::require(service_->publish() >= 0, "an object");
+    constexpr char Greeting[] = "\0AUTH ANONYMOUS\r\nNEGOTIATE_UNIX_FD\r\nBEGIN\r\n";
+    write({Greeting, sizeof Greeting - 1}, false);
+    settle();
+    fuzz::require(sd_bus_is_ready(bus_) > 0, "a bus that is ready");
+    forget();
+  }
+  ~Broker() {
+    service_.reset();
+    sd_bus_flush_close_unref(bus_);
+    sd_event_unref(loop_);
+    ::close(far_);
+  }
+  Broker(const Broker&) = delete;
+  Broker& operator=(const Broker&) = delete;
+
+  void send(const Message& message) {
+    write(wireForm(message, ++serial_), message.hasDescriptor);
+    settle();
+    readAnswers();
+  }
+  void sendRaw(const std::string& bytes) {
+    write(bytes, false);
+    settle();
+    readAnswers();
+  }
+  void answerQuestion(AuthorizationStatus status) {
+    policy.answerOldest(status);
+    settle();
+    readAnswers();
+  }
+  [[nodiscard]] bool isOpen() const { return sd_bus_is_open(bus_) > 0; }
+  Handle someHandle() {
+    const auto choice = input_.byte();
+    return handles_.empty() ? choice : handles_[choice % handles_.size()];
+  }
+  std::string someForm() { return forms_.empty() ? input_.bytes(32) : forms_[input_.byte() % forms_.size()]; }
+
+  InputPolicy policy;
+
+ private:
+  void write(const std::string& bytes, bool withDescriptor) const {
+    iovec part{.iov_base = const_cast<char*>(bytes.data()), .iov_len = bytes.size()};
+    alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(int))> control{};
+    msghdr message{};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    if (withDescriptor) {
+      message.msg_control = control.data();
+      message.msg_controllen = control.size();
+      cmsghdr* header = CMSG_FIRSTHDR(&message);
+      header->cmsg_level = SOL_SOCKET;
+      header->cmsg_type = SCM_RIGHTS;
+      header->cmsg_len = CMSG_LEN(sizeof(int));
+      std::memcpy(CMSG_DATA(header), &far_, sizeof far_);  // never a program
+    }
+    ::sendmsg(far_, &message, MSG_NOSIGNAL);
+  }
+  void settle() {
+    while (sd_event_run(loop_, 0) > 0) continue;
+  }
+  void forget() const {
+    std::array<char, 65536> buffer;
+    while (::read(far_, buffer.data(), buffer.size()) > 0) continue;
+  }
+  // Keeps what the answers give to callers: a handle, a form, a status.
+  void readAnswers() {
+    std::string text(65536, '\0');
+    const auto length = ::read(far_, text.data(), text.size());
+    text.resize(static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
+    std::string_view rest(text);
+    while (rest.size() >= 16) {
+      std::uint32_t body = 0;
+      std::uint32_t fields = 0;
+      std::memcpy(&body, rest.data() + 4, sizeof body);
+      std::memcpy(&fields, rest.data() + 12, sizeof fields);
+      const std::size_t header = (16 + std::size_t{fields} + 7) / 8 * 8;
+      if (rest.size() < header + body) return;
+      keep(rest[1], rest.substr(header, body));
+      rest.remove_prefix(header + body);
+    }
+  }
+  void keep(char type, std::string_view body) {
+    constexpr char MethodReturn = 2;
+    if (type != MethodReturn) return;
+    if (body.size() == sizeof(Handle)) std::memcpy(&handles_.emplace_back(), body.data(), sizeof(Handle));
+    if (body.size() == 36) forms_.emplace_back(body.substr(4));
+    if (body.size() != sizeof(std::uint32_t)) return;
+    std::uint32_t status = 0;
+    std::memcpy(&status, body.data(), sizeof status);
+    if (wasCopy) fuzz::require(status != 0 || policy.hasGranted, "no right without the policy");
+    fuzz::require(!wasExecute, "nothing is run that is no program");
+  }
+
+ public:
+  bool wasCopy = false;
+  bool wasExecute = false;
+
+ private:
+  Input& input_;
+  int far_ = -1;
+  sd_event* loop_ = nullptr;
+  sd_bus* bus_ = nullptr;
+  std::unique_ptr<Service> service_;
+  std::uint32_t serial_ = 0;
+  std::vector<Handle> handles_;
+  std::vector<std::string> forms_;
+};
+
+constexpr std::array<const char*, 6> Methods{"Create", "MakeExternalForm",     "CreateFromExternalForm", "CopyRights",
+                                             "Free",   "ExecuteWithPrivileges"};
+constexpr std::array<const char*, 6> Signatures{"", "t", "ay", "tsu", "tu", "thu"};
+
+// A call of the right form, with values of the input or of earlier answers.
+void fillBody(Message& call, std::size_t method, Input& input, Broker& broker) {
+  Marshaller body;
+  const std::string kinds = Signatures[method];
+  if (kinds == "ay") {
+    std::string form = broker.someForm();
+    const auto change = input.byte();
+    if (!form.empty() && change < form.size()) form[change] ^= 1;
+    body.number(static_cast<std::uint32_t>(form.size()));
+    body.out += form;
+  } else {
+    for (const char kind : kinds) {
+      if (kind == 't') body.handle(broker.someHandle());
+      if (kind == 's') body.text(input.byte() % 2 == 0 ? std::string(kAuthorizationRightExecute) : "other");
+      if (kind == 'u') body.number(input.byte());
+      if (kind == 'h') body.number(input.byte() % 2);
+    }
+  }
+  call.signature = kinds;
+  call.body = body.out;
+  call.hasDescriptor = kinds.find('h') != std::string::npos;
+}
+
+void sendRecord(Input& input, Broker& broker) {
+  enum Kind : std::uint8_t { Wrong = 6, Gone = 7, Yes = 8, No = 9, Raw = 10, Count = 11 };
+  const auto kind = input.byte() % Count;
+  Message message;
+  message.sender = ":1." + std::to_string(input.byte() % 6 + 1);
+  broker.wasCopy = kind == 3;
+  broker.wasExecute = kind == 5;
+  if (kind == Yes || kind == No) {
+    broker.wasCopy = true;
+    return broker.answerQuestion(kind == Yes ? errAuthorizationSuccess : errAuthorizationDenied);
+  }
+  if (kind == Raw) return broker.sendRaw(input.bytes(input.byte()));
+  if (kind == Gone) {
+    Marshaller names;
+    for (const std::string& name : {message.sender, message.sender, std::string()}) names.text(name);
+    message = {.type = 4,
+               .path = "/org/freedesktop/DBus",
+               .interface = "org.freedesktop.DBus",
+               .member = "NameOwnerChanged",
+               .sender = "org.freedesktop.DBus",
+               .signature = "sss",
+               .body = names.out};
+  } else if (kind == Wrong) {
+    message.member = Methods[input.byte() % Methods.size()];
+    message.signature = input.bytes(input.byte() % 8);
+    message.body = input.bytes(input.byte());
+  } else {
+    message.member = Methods[kind];
+    fillBody(message, kind, input, broker);
+  }
+  broker.send(message);
+}
+
+// The system log is no place for what a search tries, nor is the standard output.
+bool makeQuiet() {
+  ::setlogmask(LOG_MASK(LOG_EMERG));
+  sigset_t waitedFor;
+  sigemptyset(&waitedFor);
+  sigaddset(&waitedFor, SIGCHLD);
+  ::sigprocmask(SIG_BLOCK, &waitedFor, nullptr);
+  return std::freopen("/dev/null", "w", stdout) != nullptr;
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static const bool quiet = makeQuiet();
+  fuzz::require(quiet, "a quiet process");
+  Input input(data, size);
+  Broker broker(input);
+  for (int i = 0; i < 64 && !input.empty() && broker.isOpen(); ++i) sendRecord(input, broker);
+  return 0;
+}

@@ -8,12 +8,15 @@ namespace {
 const std::string Label = "com.kelto.KeltoLibraryServer";
 const std::string Running = "exec sleep 1000";
 
-// A Library Server of one version: a program that does `action`, its definition and its unit.
+// A Library Server of one version: a program that notes its version in /run/ran and does `action`, its definition and its
+// unit.
 struct Server {
   std::string version;
   std::string action = Running;
   std::string type = "simple";
-  [[nodiscard]] std::string program() const { return "#!/bin/sh\n# version " + version + "\n" + action + "\n"; }
+  [[nodiscard]] std::string program() const {
+    return "#!/bin/sh\n# version " + version + "\necho " + version + " >> /run/ran\n" + action + "\n";
+  }
   [[nodiscard]] std::string definition() const { return "definition " + version + "\n"; }
   [[nodiscard]] std::string unit() const {
     return "# version " + version + "\n[Unit]\nDefaultDependencies=no\n[Service]\nType=" + type +
@@ -45,6 +48,7 @@ class UpgradeServer : public ToolTest {
     Answer answer;
     bool isRunning = false;
     bool isSameProcess = false;  // as before the job
+    std::string ran;             // the version of each server that was started, in order
   };
   // Starts the installed server, runs the tool and looks what runs afterwards. Empty when this machine cannot.
   std::optional<Upgrade> upgrade(const std::string& afterwards = "true") {
@@ -54,7 +58,7 @@ class UpgradeServer : public ToolTest {
     const auto show = "systemctl show --property=MainPID --value " + Label + ".service";
     write(folder / "job.sh", "cd '" + folder.string() + "'\nsystemctl start " + Label + "\n" + show + " > before\n" + Tool +
                                  " < instruction > answer\necho $? > exit\n" + show + " > after\nsystemctl is-active " +
-                                 Label + " > active\n" + afterwards + "\n");
+                                 Label + " > active\ncp /run/ran ran\n" + afterwards + "\n");
     const std::string box = KELTO_SOURCE_DIR "/tests/privileged/tool/systemd-box.sh";
     std::system(("sh '" + box + "' '" + folder.string() + "'").c_str());
     if (!isThere(folder / "status")) return std::nullopt;
@@ -62,6 +66,7 @@ class UpgradeServer : public ToolTest {
     upgrade.answer = {.text = read(folder / "answer"), .status = std::stoi(read(folder / "exit"))};
     upgrade.isRunning = read(folder / "active") == "active\n" && read(folder / "after") != "0\n";
     upgrade.isSameProcess = read(folder / "after") == read(folder / "before");
+    upgrade.ran = read(folder / "ran");
     return upgrade;
   }
   void expectInstalled(const std::string& version) {
@@ -76,6 +81,7 @@ class UpgradeServer : public ToolTest {
     if (!upgrade) GTEST_SKIP() << "no service manager can be run here";
     expectRefusal(upgrade->answer, "the old one runs again");
     EXPECT_TRUE(upgrade->isRunning);
+    EXPECT_TRUE(upgrade->ran.ends_with("1\n")) << upgrade->ran;
     expectInstalled("1");
   }
   // The job is refused before anything happens to the server.
@@ -84,6 +90,7 @@ class UpgradeServer : public ToolTest {
     expectRefusal(upgrade->answer, reason);
     EXPECT_TRUE(upgrade->isRunning);
     EXPECT_TRUE(upgrade->isSameProcess);
+    EXPECT_EQ(upgrade->ran, "1\n");
     expectInstalled("1");
   }
 
@@ -100,6 +107,7 @@ TEST_F(UpgradeServer, RunsTheNewServer) {
   expectSuccess(done->answer);
   EXPECT_TRUE(done->isRunning);
   EXPECT_FALSE(done->isSameProcess);
+  EXPECT_EQ(done->ran, "1\n2\n");
   expectInstalled("2");
 }
 
@@ -131,6 +139,33 @@ TEST_F(UpgradeServer, GoesBackWhenTheNewUnitIsBroken) {
   expectOldServerBack(upgrade());
 }
 
+TEST_F(UpgradeServer, GoesBackWhenTheNewUnitIsNoText) {
+  write(offered / (Label + ".service"), std::string("\x7f\0\xff[Service\n\0", 14) + std::string(5000, '\xfe'));
+  expectOldServerBack(upgrade());
+}
+
+TEST_F(UpgradeServer, GoesBackWhenTheNewUnitStartsNothing) {
+  write(offered / (Label + ".service"), "[Unit]\nDefaultDependencies=no\n[Service]\nType=simple\n");
+  expectOldServerBack(upgrade());
+}
+
+TEST_F(UpgradeServer, GoesBackWhenTheNewUnitIsEmpty) {
+  write(offered / (Label + ".service"), "");
+  expectOldServerBack(upgrade());
+}
+
+TEST_F(UpgradeServer, GoesBackWhenTheNewProgramIsNoProgram) {
+  write(offered / "KeltoLibraryServer", std::string("\x7f"
+                                                    "ELF\0 and nothing after it",
+                                                    26));
+  expectOldServerBack(upgrade());
+}
+
+TEST_F(UpgradeServer, GoesBackWhenTheNewServerHangsAndIgnoresThatItMustEnd) {
+  offer({.version = "2", .action = "trap '' TERM INT HUP; while :; do sleep 1; done", .type = "notify"});
+  expectOldServerBack(upgrade());
+}
+
 TEST_F(UpgradeServer, RemovesADefinitionThatWasNotThereBeforeWhenItGoesBack) {
   fs::remove(definition);
   offer({.version = "2", .action = "exit 1"});
@@ -155,6 +190,28 @@ TEST_F(UpgradeServer, IsRefusedWithoutAServerInTheBundle) {
 
 TEST_F(UpgradeServer, IsRefusedWithoutAProgramInTheBundle) {
   fs::remove(offered / "KeltoLibraryServer");
+  expectUntouched(upgrade(), "cannot open");
+}
+
+TEST_F(UpgradeServer, IsRefusedWithoutADefinitionInTheBundle) {
+  fs::remove(offered / (Label + ".plist"));
+  expectUntouched(upgrade(), "cannot open");
+}
+
+TEST_F(UpgradeServer, IsRefusedWithoutAUnitInTheBundle) {
+  fs::remove(offered / (Label + ".service"));
+  expectUntouched(upgrade(), "cannot open");
+}
+
+TEST_F(UpgradeServer, IsRefusedWhenTheUnitIsAFolder) {
+  fs::remove(offered / (Label + ".service"));
+  fs::create_directory(offered / (Label + ".service"));
+  expectUntouched(upgrade(), "not a file");
+}
+
+TEST_F(UpgradeServer, IsRefusedWhenTheUnitIsALinkToAnother) {
+  fs::rename(offered / (Label + ".service"), offered / "other.service");
+  fs::create_symlink("other.service", offered / (Label + ".service"));
   expectUntouched(upgrade(), "cannot open");
 }
 

@@ -93,7 +93,14 @@ class Events:
     def __init__(self, desktop):
         self.desktop = desktop
         self.log = desktop.start("xev", ["xev", "-root", "-event", "substructure"])
-        desktop.ask("xprop", "-root", "-f", "KELTO_START", "8s", "-set", "KELTO_START", "yes")
+        wait_for("word of a window", self._hears_of_a_window)
+
+    def _hears_of_a_window(self):
+        other = self.desktop.start("other-window", ["xev", "-geometry", "1x1+0+0"])
+        wait_for("another window", lambda: self.desktop.ask("xdotool", "search", "--name", "^Event Tester$"))
+        other.process.kill()
+        other.process.wait()
+        return "Notify" in self.log.text()
 
     def of(self, window):
         found = []

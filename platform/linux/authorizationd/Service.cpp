@@ -97,15 +97,28 @@ int Service::publish() {
 
 template <Service::Method method>
 int Service::dispatch(sd_bus_message* call, void* self, sd_bus_error* error) {
+  // The bus bounds how many answers a connection may owe; calls that want none come without end, and must cost next to
+  // nothing. No method is of use without its answer.
+  if (sd_bus_message_get_expect_reply(call) == 0) return 1;
   auto* service = static_cast<Service*>(self);
   service->onActivity();
-  const auto caller = service->_identify(service->_bus, call);
+  const auto caller = service->callerOf(call);
   if (!caller)
     return sd_bus_error_set(error, errorNameForStatus(errAuthorizationInternal), "the caller is unknown to the bus");
   if (!service->_policy.serves(caller->uid)) {
     return refuse(call, *caller, errAuthorizationDenied, "this user is not served here");
   }
   return (service->*method)(call, *caller);
+}
+
+// A connection has one user as long as it lives, and its name is never given to another.
+std::optional<Caller> Service::callerOf(sd_bus_message* call) {
+  const char* name = sd_bus_message_get_sender(call);
+  const auto known = name != nullptr ? _users.find(name) : _users.end();
+  if (known != _users.end()) return Caller{known->first, known->second};
+  auto caller = _identify(_bus, call);
+  if (caller) _users.emplace(caller->name, caller->uid);
+  return caller;
 }
 
 int Service::create(sd_bus_message* call, const Caller& caller) {
@@ -222,6 +235,7 @@ int Service::ownerChanged(sd_bus_message* signal, void* self, sd_bus_error* /*er
 }
 
 void Service::dropConnection(const std::string& name) {
+  _users.erase(name);
   bool dropped = _sessions.dropConnection(name);
   for (auto entry = _questions.begin(); entry != _questions.end();) {
     const auto current = entry++;

@@ -61,6 +61,7 @@ class Service {
   int free(sd_bus_message* call, const Caller& caller);
   int executeWithPrivileges(sd_bus_message* call, const Caller& caller);
 
+  [[nodiscard]] std::optional<Caller> callerOf(sd_bus_message* call);
   int ask(sd_bus_message* call, const Caller& caller, Handle handle, bool interaction);
   void answered(unsigned question, AuthorizationStatus status);
   void dropConnection(const std::string& name);
@@ -71,6 +72,7 @@ class Service {
   sd_bus* _bus;
   Policy& _policy;
   Identification _identify;
+  std::map<std::string, uid_t> _users;  // of the connections that are there
   Sessions _sessions;
   ToolRunner _tools;
   unsigned _lastQuestion = 0;

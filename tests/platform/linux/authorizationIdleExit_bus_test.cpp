@@ -151,16 +151,16 @@ TEST_F(IdleBroker, LeavesWhenNothingIsHeld) {
 }
 
 TEST_F(IdleBroker, StaysWhileAHandleIsHeldAndLeavesAfterwards) {
-  startTimer();
   const auto handle = call("Create", "");
+  startTimer();
   expectStays();
   EXPECT_EQ(call("Free", "tu", handle, 8U), 0U);
   expectLeaves();
 }
 
 TEST_F(IdleBroker, StaysWhileAQuestionIsOpenAlthoughItsHandleIsGone) {
-  startTimer();
   const auto handle = call("Create", "");
+  startTimer();
   send("CopyRights", "tsu", handle, kAuthorizationRightExecute, 18U);
   EXPECT_TRUE(runUntil([this] { return static_cast<bool>(policy.open); }));
   EXPECT_EQ(call("Free", "tu", handle, 8U), 0U);
@@ -173,8 +173,8 @@ TEST_F(IdleBroker, StaysWhileAQuestionIsOpenAlthoughItsHandleIsGone) {
 }
 
 TEST_F(IdleBroker, StaysWhileAToolRunsAlthoughItsHandleIsGone) {
-  startTimer();
   const auto handle = call("Create", "");
+  startTimer();
   send("CopyRights", "tsu", handle, kAuthorizationRightExecute, 18U);
   EXPECT_TRUE(runUntil([this] { return static_cast<bool>(policy.open); }));
   answered = false;

@@ -1,7 +1,8 @@
 // Whatever is sent to the broker, it stays, and gives nobody anything that the policy has not granted.
 //
 // The broker's own service answers over a socket pair; this side writes the messages byte by byte. An input is a row of
-// records: a kind, what the kind needs, and for a call the length and the bytes of its body.
+// records: a kind, what the kind needs, and for a call the length and the bytes of its body. Bytes that are no message are
+// the last record: after them a reader may wait for the rest of a hundred megabytes.
 #include <sys/socket.h>
 #include <sys/uio.h>
 #include <syslog.h>
@@ -36,6 +37,7 @@ class Input {
     const std::string one = bytes(1);
     return one.empty() ? 0 : static_cast<std::uint8_t>(one.front());
   }
+  std::string rest() { return bytes(rest_.size()); }
   std::string bytes(std::size_t length) {
     std::string taken(rest_.substr(0, length));
     rest_.remove_prefix(taken.size());
@@ -320,7 +322,7 @@ void sendRecord(Input& input, Broker& broker) {
     broker.wasCopy = true;
     return broker.answerQuestion(kind == Yes ? errAuthorizationSuccess : errAuthorizationDenied);
   }
-  if (kind == Raw) return broker.sendRaw(input.bytes(input.byte()));
+  if (kind == Raw) return broker.sendRaw(input.rest());
   if (kind == Gone) {
     Marshaller names;
     for (const std::string& name : {message.sender, message.sender, std::string()}) names.text(name);

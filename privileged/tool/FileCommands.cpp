@@ -118,6 +118,8 @@ Outcome replaceItem(const Request& request) {
       stageCopy(source, *staging, owner, found.entries);
     } else {
       if (found.needsAdoption) adoption.apply(staging->folder(), Staging::NewItem);
+      // The notes with it: were the item's new place on the disk without them, nobody would know where it belongs.
+      syncFolder(staging->folder());
       syncTree(staging->folder(), Staging::NewItem, found.entries);
     }
     swap.in();

@@ -64,6 +64,8 @@ class Walker {
     struct stat status {};
     const bool exists = ::fstatat(folder_.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
     if (exists && S_ISLNK(status.st_mode)) judgeLink(name);
+    if (isLedByUser_ && statusOf(folder_.get()).st_uid != user_)
+      throw Failure("a symbolic link leads to a folder of someone else: " + path_);
     std::string path = path_ + "/" + name;
     return {.folder = std::move(folder_), .name = std::move(name), .path = std::move(path)};
   }
@@ -91,6 +93,7 @@ class Walker {
     const auto status = statusOf(item.get());
     if (S_ISLNK(status.st_mode)) {
       judgeLink(name);
+      if (::geteuid() == 0 && statusOf(folder_.get()).st_uid != 0) isLedByUser_ = true;
       return targetOf(item.get());
     }
     if (!S_ISDIR(status.st_mode)) throw Failure("not a folder: " + path_ + "/" + name);
@@ -110,6 +113,7 @@ class Walker {
   FileDescriptor folder_;
   std::string path_;  // of folder_, empty for "/"
   int links_ = 0;
+  bool isLedByUser_ = false;  // by a link in a folder of the invoking user
 };
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <sys/user.h>
 
 #include <cstddef>
+#include <functional>
 #include <optional>
 
 #include "tests/privileged/tool/ToolRun.h"
@@ -20,6 +21,13 @@ struct Fault {
   bool countsLooks = false;         // the calls that only look are counted in place of those that change something
   bool withoutRenameFlags = false;  // no file system here knows RENAME_EXCHANGE or RENAME_NOREPLACE
   bool withoutTreeSync = false;     // the new tree is not brought to the disk although the calls say so
+};
+
+// What someone else does at that moment, instead of a fault: `meddle` before the call, `undo` before the one after it. Both
+// kinds of calls are counted then.
+struct Meddler {
+  std::function<void()> meddle;
+  std::function<void()> undo = [] {};
 };
 
 struct Traced {
@@ -111,7 +119,7 @@ inline bool looksOnly(const __ptrace_syscall_info& call) {
 
 class Injector {
  public:
-  Injector(pid_t child, const Fault& fault) : child_(child), fault_(fault) {}
+  Injector(pid_t child, const Fault& fault, const Meddler* meddler) : child_(child), fault_(fault), meddler_(meddler) {}
 
   // Until the child has ended; its wait status.
   int follow() {
@@ -147,6 +155,13 @@ class Injector {
     // Nobody waits for a time that nothing needs.
     if (number == SYS_clock_nanosleep) return notMade(0);
     const bool isFlagged = number == SYS_renameat2 && call.entry.args[4] != 0;
+    if (meddler_ != nullptr) {
+      if (!looksOnly(call) && !changesDisk(call)) return;
+      ++calls_;
+      if (calls_ == fault_.at) meddler_->meddle();
+      if (calls_ == fault_.at + 1) meddler_->undo();
+      return;
+    }
     if (fault_.countsLooks ? looksOnly(call) : changesDisk(call)) {
       if (++calls_ == fault_.at) return strike(number);
     }
@@ -169,6 +184,7 @@ class Injector {
 
   pid_t child_;
   Fault fault_;
+  const Meddler* meddler_;
   bool started_ = false;
   bool exchanged_ = false;
   std::size_t calls_ = 0;
@@ -178,14 +194,14 @@ class Injector {
 
 // Like runWithBytes(), for an instruction that fits into the stream's buffer.
 inline Traced runWithFault(const std::vector<std::string>& command, const std::string& bytes,
-                           std::vector<std::string> environment, const Fault& fault) {
+                           std::vector<std::string> environment, const Fault& fault, const Meddler* meddler = nullptr) {
   int ends[2];
   if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return {};
   environment.emplace_back("PATH=/usr/sbin:/usr/bin:/sbin:/bin");
   if (::send(ends[0], bytes.data(), bytes.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(bytes.size())) return {};
   const pid_t child = spawn(command, ends[1], environment, true);
   ::close(ends[1]);
-  Injector injector(child, fault);
+  Injector injector(child, fault, meddler);
   const int status = injector.follow();
   Traced traced{.answer = {}, .calls = injector.calls(), .hit = injector.hit()};
   char buffer[512];

@@ -151,7 +151,7 @@ SwapTimes timeSwaps(const AssistantTool::Location& source, const AssistantTool::
     AssistantTool::renameWithoutReplacing(source.folder.get(), source.name, staging.folder(),
                                           AssistantTool::Staging::NewItem);
     AssistantTool::syncTree(staging.folder(), AssistantTool::Staging::NewItem, Folders * FilesPerFolder);
-    AssistantTool::Swap swap(staging, destination, true);
+    AssistantTool::Swap swap(staging, destination, destination.status());
     const auto start = Clock::now();
     swap.in();
     times.swaps.push_back(milliseconds(Clock::now() - start));

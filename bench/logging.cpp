@@ -57,6 +57,8 @@ class Peer {
  public:
   virtual ~Peer() = default;
   virtual void log(int number) = 0;
+  // Returns when every line is on file; nothing is logged after that.
+  virtual void finish() = 0;
 };
 
 // The framework on the real file system and clock.
@@ -76,7 +78,7 @@ class Ours final : public Peer {
     }
     DDLog::flushLog();
   }
-  ~Ours() override { DDLog::flushLog(); }
+  ~Ours() override = default;
   Ours(const Ours&) = delete;
   Ours& operator=(const Ours&) = delete;
 
@@ -85,6 +87,7 @@ class Ours final : public Peer {
                                                             __LINE__, "record number %d of %s, as long as most are", number,
                                                             sample);
   }
+  void finish() override { DDLog::flushLog(); }
 
  private:
   platform::Linux::LinuxLoggingHost _host;
@@ -115,15 +118,16 @@ class Spdlog final : public Peer {
     }
     _logger->set_pattern("%Y/%m/%d %H:%M:%S:%e  %v");
   }
-  ~Spdlog() override {
-    _logger->flush();
-    _logger.reset();
-    _pool.reset();
-  }
+  ~Spdlog() override = default;
   Spdlog(const Spdlog&) = delete;
   Spdlog& operator=(const Spdlog&) = delete;
 
   void log(int number) override { _logger->warn("record number {} of {}, as long as most are", number, sample); }
+  void finish() override {
+    _logger->flush();
+    _logger.reset();
+    _pool.reset();  // waits for its thread
+  }
 
  private:
   std::shared_ptr<spdlog::details::thread_pool> _pool;
@@ -142,11 +146,12 @@ class Glog final : public Peer {
     FLAGS_logbuflevel = isSynchronous ? -1 : google::ERROR;
     google::SetLogDestination(google::INFO, (path + "/glog.").c_str());
   }
-  ~Glog() override { google::FlushLogFiles(google::INFO); }
+  ~Glog() override = default;
   Glog(const Glog&) = delete;
   Glog& operator=(const Glog&) = delete;
 
   void log(int number) override { LOG(INFO) << "record number " << number << " of " << sample << ", as long as most are"; }
+  void finish() override { google::FlushLogFiles(google::INFO); }
 };
 #endif
 
@@ -164,6 +169,7 @@ class RawWrite final : public Peer {
         "2026/11/20 10:20:30:400  record number 123456 of a quarter of the world, as long as most are\n";
     bench::keep(::write(_file, line.data(), line.size()));
   }
+  void finish() override {}
 
  private:
   const int _file;
@@ -203,12 +209,13 @@ Latencies latenciesOf(Peer& peer, int calls, std::chrono::nanoseconds pace) {
     peer.log(i);
     times.push_back(static_cast<double>((Clock::now() - start).count()));
   }
+  peer.finish();
   return quantiles(times);
 }
 
 // Records a second, from the first call until all are on file.
 double throughputOf(const MakePeer& make, int producers, int records) {
-  auto peer = make();
+  const auto peer = make();
   const auto start = Clock::now();
   std::vector<std::thread> threads;
   for (int t = 0; t < producers; ++t)
@@ -216,7 +223,7 @@ double throughputOf(const MakePeer& make, int producers, int records) {
       for (int i = 0; i < records / producers; ++i) peer->log(i);
     });
   for (auto& thread : threads) thread.join();
-  peer.reset();
+  peer->finish();
   return records / std::chrono::duration<double>(Clock::now() - start).count();
 }
 

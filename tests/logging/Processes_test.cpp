@@ -137,10 +137,12 @@ TEST(Processes, ARecordThatWaitsBehindAStuckLoggerSurvivesTheProcess) {
     RealLog log(name, folder.path());
     DDLog::removeAllLoggers();
     DDLog::addLogger(std::make_shared<Stuck>());
+    // Nothing is delivered before the block ends.
     DDLog::loggingQueue().sync([] {
       for (int i = 0; i < 900; ++i) RealLog::log(true, std::to_string(i));
+      RealLog::log(true, "the end");
     });
-    RealLog::log(false, "the end");
+    DDLog::flushLog();
   });
   EXPECT_TRUE(WIFSIGNALED(statusOf(child)));
   { const RealLog next(name, folder.path()); }

@@ -5,7 +5,7 @@ namespace {
 
 TEST_F(Attackers, TouchNothingOfRootsForSomeSeconds) { attackFor(std::chrono::seconds(4)); }
 
-TEST_F(Attackers, TouchNothingOfRootsByASwapJustInTime) { swapAtEachCall(47); }
+TEST_F(Attackers, TouchNothingOfRootsByASwapJustInTime) { swapAtEachCall(149); }
 
 class LinksOfTheUser : public NamespaceTest {
  protected:

@@ -60,6 +60,9 @@ inline constexpr std::size_t MaximumValues = 1'000'000;  // counted after shared
 // given, says why; it is untouched otherwise.
 std::optional<Value> parse(std::string_view bytes, std::string* reason = nullptr);
 
+// A date as the XML form has it: "2026-11-20T10:20:30Z". A fraction of a second is dropped, the form has no place for it.
+std::string dateText(Date date);
+
 // The XML form, UTF-8, keys sorted, as the platform's own tools write it.
 std::string serializeXML(const Value& value);
 

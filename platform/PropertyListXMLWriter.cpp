@@ -36,20 +36,6 @@ std::string realText(double number) {
   return {digits, result.ptr};
 }
 
-// A fraction of a second is dropped: the form has no place for it.
-std::string dateText(Date date) {
-  const auto seconds = std::chrono::floor<std::chrono::seconds>(date);
-  const auto days = std::chrono::floor<std::chrono::days>(seconds);
-  const std::chrono::year_month_day day(days);
-  const std::chrono::hh_mm_ss time(seconds - days);
-  char text[64];
-  std::snprintf(text, sizeof text, "%04d-%02u-%02uT%02d:%02d:%02dZ", static_cast<int>(day.year()),
-                static_cast<unsigned>(day.month()), static_cast<unsigned>(day.day()),
-                static_cast<int>(time.hours().count()), static_cast<int>(time.minutes().count()),
-                static_cast<int>(time.seconds().count()));
-  return text;
-}
-
 std::string base64(const Data& data) {
   constexpr char digits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
   std::string text;
@@ -118,6 +104,19 @@ class Writer {
 };
 
 }  // namespace
+
+std::string dateText(Date date) {
+  const auto seconds = std::chrono::floor<std::chrono::seconds>(date);
+  const auto days = std::chrono::floor<std::chrono::days>(seconds);
+  const std::chrono::year_month_day day(days);
+  const std::chrono::hh_mm_ss time(seconds - days);
+  char text[64];
+  std::snprintf(text, sizeof text, "%04d-%02u-%02uT%02d:%02d:%02dZ", static_cast<int>(day.year()),
+                static_cast<unsigned>(day.month()), static_cast<unsigned>(day.day()),
+                static_cast<int>(time.hours().count()), static_cast<int>(time.minutes().count()),
+                static_cast<int>(time.seconds().count()));
+  return text;
+}
 
 std::string serializeXML(const Value& value) {
   Writer writer;

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
-#include <cstdio>
 
 namespace platform::Linux {
 namespace {
@@ -25,17 +24,9 @@ std::string quoted(std::string_view text) {
   return result + '"';
 }
 
-std::string dateText(Date date) {
-  const auto seconds = std::chrono::floor<std::chrono::seconds>(date);
-  const auto days = std::chrono::floor<std::chrono::days>(seconds);
-  const std::chrono::year_month_day day(days);
-  const std::chrono::hh_mm_ss time(seconds - days);
-  char text[64];
-  std::snprintf(text, sizeof text, "%04d-%02u-%02u %02d:%02d:%02d +0000", static_cast<int>(day.year()),
-                static_cast<unsigned>(day.month()), static_cast<unsigned>(day.day()),
-                static_cast<int>(time.hours().count()), static_cast<int>(time.minutes().count()),
-                static_cast<int>(time.seconds().count()));
-  return text;
+std::string describedDate(Date date) {
+  const std::string text = PropertyList::dateText(date);
+  return text.substr(0, 10) + " " + text.substr(11, 8) + " +0000";
 }
 
 class Describer {
@@ -52,7 +43,7 @@ class Describer {
   void add(const std::string& held, std::size_t /*depth*/) { text += quoted(held); }
   void add(bool held, std::size_t /*depth*/) { text += held ? '1' : '0'; }
   void add(std::int64_t held, std::size_t /*depth*/) { text += std::to_string(held); }
-  void add(Date held, std::size_t /*depth*/) { text += quoted(dateText(held)); }
+  void add(Date held, std::size_t /*depth*/) { text += quoted(describedDate(held)); }
 
   void add(double held, std::size_t /*depth*/) {
     char digits[32];

@@ -219,8 +219,10 @@ class Desktop:
 
     def _start_window_manager(self):
         if self.is_private:
-            self.start("openbox", ["openbox", "--sm-disable"])
-            wait_for("the window manager", lambda: "window id" in self.ask("xprop", "-root", "_NET_SUPPORTING_WM_CHECK"))
+            # It announces itself before it takes care of windows, so it says itself when it has started.
+            word = "KELTO_WINDOW_MANAGER_IS_UP"
+            self.start("openbox", ["openbox", "--sm-disable", "--startup", f"xprop -root -f {word} 8s -set {word} yes"])
+            wait_for("the window manager", lambda: "yes" in self.ask("xprop", "-root", word))
 
     def _start_bus(self):
         bus = self.runtime / "bus"

@@ -206,7 +206,9 @@ TEST_F(DistributedNotifications, AFloodLeavesTheRunLoopItsTurn) {
   installer.observe(credentials);
   installer.turn();
   for (int i = 0; i < 1000; ++i) ASSERT_TRUE(controller.center.post({credentials, {}, {}}));
-  // The bus's answer comes after them all, so that every one has been read now.
+  // The bus's answers, first to the one who sent them, then to the one who hears them, come after them all, so that every
+  // one has been read now.
+  ASSERT_FALSE(controller.center.postTo({credentials, {}, {}}, "com.kelto.Nobody"));
   ASSERT_FALSE(installer.center.postTo({credentials, {}, {}}, "com.kelto.Nobody"));
   installer.center.process();
   EXPECT_GT(installer.pendingCalls(), 100U);

@@ -356,6 +356,8 @@ struct NamedCase {
   std::string name;
   std::function<std::unique_ptr<FaultCase>(const Places&)> make;
   bool needsRoot = false;
+  // Without the home's Trash the volume's takes the item, so it is run on volumes of the test's own only.
+  bool needsVolume = false;
 };
 
 inline std::vector<NamedCase> faultCases() {
@@ -384,8 +386,8 @@ inline std::vector<NamedCase> faultCases() {
       {"move file, a file", moving(true, false)},
       {"move file, across", moving(false, true)},
       {"remove file", [](const Places& places) { return std::make_unique<RemoveCase>(places); }},
-      {"trash file", trashing(false)},
-      {"trash file, across", trashing(true)},
+      {.name = "trash file", .make = trashing(false), .needsVolume = true},
+      {.name = "trash file, across", .make = trashing(true), .needsVolume = true},
       {"upgrade server", [](const Places& places) { return std::make_unique<UpgradeCase>(places); }, true},
   };
 }

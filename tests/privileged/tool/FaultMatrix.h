@@ -114,7 +114,7 @@ class FaultMatrix : public NamespaceTest {
     if (!isRoot) places.user = {::geteuid(), ::getegid()};
     beAtHomeIn(places);
     for (const auto& named : cases) {
-      if (named.needsRoot && !isRoot) continue;
+      if ((named.needsRoot || named.needsVolume) && !isRoot) continue;
       if (named.needsRoot) places.root = rootFor(here);
       for (const auto& fault : faults) {
         auto& row = table.row(named.name, name, exchange, fault.name);

@@ -1,0 +1,202 @@
+// The small print of the core: where things run, and what takes effect when.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "logging/DDLog.h"
+#include "platform/fake/FakePlatform.h"
+#include "tests/logging/RecordingLogger.h"
+
+using platform::Dispatch::Semaphore;
+using testing::ElementsAre;
+
+namespace {
+
+void log(bool asynchronous, std::string_view text) {
+  DDLog::log_level_flag_context_file_function_line_format(asynchronous, 3, DDLogFlagWarning, 0, "f.mm", "f", 1, "%@", text);
+}
+
+std::string here() {
+  const char* label = platform::Dispatch::currentQueueLabel();
+  return label == nullptr ? "nowhere" : label;
+}
+
+// Notes on which queue each of its operations runs.
+class PlaceNoting : public DDAbstractLogger {
+ public:
+  explicit PlaceNoting(const std::string& name) : DDAbstractLogger(name) {}
+  void logMessage(const DDLogMessage&) override { note("message"); }
+  void didAddLogger() override { note("added"); }
+  void willRemoveLogger() override { note("removed"); }
+  void flush() override { note("flushed"); }
+  std::vector<std::string> notes() {
+    std::vector<std::string> taken;
+    loggerQueue()->sync([&] { taken = _notes; });
+    return taken;
+  }
+
+ private:
+  void note(const std::string& what) { _notes.push_back(what + " on " + here()); }
+  std::vector<std::string> _notes;
+};
+
+class Naming : public DDLogFormatter {
+ public:
+  explicit Naming(std::string name) : _name(std::move(name)) {}
+  std::optional<std::string_view> formatLogMessage(const DDLogMessage& message, std::string& buffer) override {
+    return buffer.assign(_name).append(" ").append(message.logMsg());
+  }
+
+ private:
+  const std::string _name;
+};
+
+// Keeps what its formatter makes.
+class Formatting : public DDAbstractLogger {
+ public:
+  Formatting() : DDAbstractLogger("formatting") {}
+  void logMessage(const DDLogMessage& message) override {
+    if (onMessage) onMessage();
+    lines.emplace_back(textOf(message).value_or("nothing"));
+  }
+  std::function<void()> onMessage;
+  std::vector<std::string> lines;
+};
+
+class CoreRules : public testing::Test {
+ protected:
+  platform::fake::FakePlatform fake;
+};
+
+class CoreRulesOnOneProcessor : public CoreRules {
+ protected:
+  CoreRulesOnOneProcessor() { fake.logging.process.processors = 1; }
+};
+
+}  // namespace
+
+TEST_F(CoreRules, EverythingThatALoggerIsAskedRunsOnItsQueue) {
+  const auto logger = std::make_shared<PlaceNoting>("own.queue");
+  DDLog::addLogger(logger);
+  log(false, "one");
+  log(true, "two");
+  DDLog::flushLog();
+  DDLog::removeLogger(logger);
+  DDLog::loggingQueue().sync([] {});
+  EXPECT_THAT(logger->notes(), ElementsAre("added on own.queue", "message on own.queue", "message on own.queue",
+                                           "flushed on own.queue", "removed on own.queue"));
+}
+
+TEST_F(CoreRules, ALoggerThatIsAddedTwiceGetsEveryRecordTwice) {
+  const auto twice = std::make_shared<RecordingLogger>();
+  DDLog::addLogger(twice);
+  DDLog::addLogger(twice);
+  log(false, "once");
+  EXPECT_THAT(twice->texts(), ElementsAre("once", "once"));
+  EXPECT_THAT(twice->notes(), ElementsAre("added", "added"));
+}
+
+TEST_F(CoreRules, InitializingAgainDoesNothing) {
+  DDLog::initialize();
+  DDLog::initialize();
+  const auto logger = std::make_shared<RecordingLogger>();
+  DDLog::addLogger(logger);
+  fake.platform.defaultNotificationCenter.post({std::string(platform::ApplicationWillTerminateNotification), {}, {}});
+  EXPECT_THAT(logger->notes(), ElementsAre("added", "flushed"));
+}
+
+TEST_F(CoreRules, AFlushWaitsForTheRecordsBeforeIt) {
+  const auto logger = std::make_shared<RecordingLogger>();
+  DDLog::addLogger(logger);
+  for (int i = 0; i < 500; ++i) log(true, std::to_string(i));
+  DDLog::flushLog();
+  EXPECT_EQ(logger->count(), 500);
+}
+
+TEST_F(CoreRules, ASettingTakesEffectBetweenTheRecordsAroundIt) {
+  const auto logger = std::make_shared<Formatting>();
+  Gate gate;
+  logger->onMessage = [&] { gate.pass(); };
+  DDLog::addLogger(logger);
+  logger->setLogFormatter(std::make_shared<Naming>("old"));
+  log(true, "before");
+  ASSERT_TRUE(gate.waitForArrival());
+  logger->setLogFormatter(std::make_shared<Naming>("new"));
+  log(true, "after");
+  gate.open();
+  DDLog::flushLog();
+  EXPECT_THAT(logger->lines, ElementsAre("old before", "new after"));
+}
+
+TEST_F(CoreRules, OnItsOwnQueueALoggerChangesAndReadsItsFormatterAtOnce) {
+  const auto logger = std::make_shared<Formatting>();
+  bool isSet = false;
+  logger->onMessage = [&] {
+    const auto formatter = std::make_shared<Naming>("own");
+    logger->setLogFormatter(formatter);
+    isSet = logger->logFormatter() == formatter;
+  };
+  DDLog::addLogger(logger);
+  log(false, "text");
+  EXPECT_TRUE(isSet);
+  EXPECT_THAT(logger->lines, ElementsAre("own text"));
+}
+
+TEST_F(CoreRulesOnOneProcessor, FlushesRunBesideEachOther) {
+  class Meeting : public DDAbstractLogger {
+   public:
+    Meeting(Semaphore& comes, Semaphore& waits) : DDAbstractLogger("meeting"), _comes(comes), _waits(waits) {}
+    void flush() override {
+      _comes.release();
+      hasMet = _waits.try_acquire_for(std::chrono::seconds(20));
+    }
+    bool hasMet = false;
+
+   private:
+    Semaphore& _comes;
+    Semaphore& _waits;
+  };
+  Semaphore one(0);
+  Semaphore other(0);
+  const auto first = std::make_shared<Meeting>(one, other);
+  const auto second = std::make_shared<Meeting>(other, one);
+  DDLog::addLogger(first);
+  DDLog::addLogger(second);
+  DDLog::flushLog();
+  EXPECT_TRUE(first->hasMet);
+  EXPECT_TRUE(second->hasMet);
+}
+
+TEST_F(CoreRules, AnUnknownNumberOfProcessorsCountsAsOne) {
+  fake.logging.process.processors = 0;
+  Gate gate;
+  const auto first = std::make_shared<RecordingLogger>("first");
+  first->onMessage = [&](const DDLogMessage&) { gate.pass(); };
+  const auto second = std::make_shared<RecordingLogger>("second");
+  DDLog::addLogger(first);
+  DDLog::addLogger(second);
+  log(true, "in turn");
+  ASSERT_TRUE(gate.waitForArrival());
+  for (int i = 0; i < 20; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    ASSERT_EQ(second->count(), 0);
+  }
+  gate.open();
+  DDLog::flushLog();
+  EXPECT_EQ(second->count(), 1);
+}
+
+TEST_F(CoreRules, RecordsOfManyThreadsReachEveryLoggerInTheSameOrder) {
+  const auto one = std::make_shared<RecordingLogger>("one");
+  const auto other = std::make_shared<RecordingLogger>("other");
+  DDLog::addLogger(one);
+  DDLog::addLogger(other);
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t)
+    threads.emplace_back([t] {
+      for (int i = 0; i < 1000; ++i) log(i % 100 != 0, std::to_string(t) + ":" + std::to_string(i));
+    });
+  for (auto& thread : threads) thread.join();
+  DDLog::flushLog();
+  EXPECT_EQ(one->count(), 4000);
+  EXPECT_EQ(one->texts(), other->texts());
+}

@@ -91,7 +91,7 @@ void LogCore::record(const DDLogMessage::Facts& facts, std::string_view text, st
   if (!_ring.hasRoom()) waitForRoom();
   const Ticket ticket = _ring.takeTicket();
   if (!_ring.isFree(ticket)) waitForSlot(ticket);
-  _ring.slotOf(ticket).fill(facts, text, label, waits);
+  _ring.slotOf(ticket).fill(facts, text, label, waits, _ring.texts());
   _ring.publish(ticket);
   rouse();
   _ring.prefetchForWriting(ticket + recordsAhead);

@@ -33,7 +33,9 @@ LogRemains remainsIn(std::span<std::byte> memory) {
   remains.path.assign(lines.path, std::find(lines.path, lines.path + LogLines::longestPath, '\0'));
   remains.fileSize = lines.fileSize;
   remains.lines.assign(lines.bytes, std::min(lines.length(), LogLines::capacity));
-  for (const LogSlot* slot : waitingSlots(memory, lines.nextTicket())) remains.records.push_back(slot->survivingRecord());
+  const LogTexts texts(memory.data() + LogRing::slotBytes);
+  for (const LogSlot* slot : waitingSlots(memory, lines.nextTicket()))
+    remains.records.push_back(slot->survivingRecord(texts));
   return remains;
 }
 
@@ -48,7 +50,7 @@ LogJournal::LogJournal(platform::LoggingHost* host)
     _bytes = _memory->bytes();
   } else {
     _plain.reset(static_cast<std::byte*>(::operator new(totalBytes, alignment)));
-    std::memset(_plain.get(), 0, LogRing::bytes);
+    std::memset(_plain.get(), 0, LogRing::slotBytes);
     _bytes = {_plain.get(), totalBytes};
   }
   _lines = new (_bytes.data() + LogRing::bytes) LogLines;

@@ -10,6 +10,30 @@
 
 #include "logging/DDLogMessage.h"
 
+// Room for the texts that are longer than a slot. They lie behind the slots, so that they outlive the process with them.
+//
+// When it is full, or a text longer than all of it, the text is somewhere else, and only its beginning outlives the
+// process.
+class LogTexts {
+ public:
+  static constexpr std::size_t blockSize = 4096;
+  static constexpr int blockCount = 64;
+  static constexpr std::size_t bytes = blockSize * blockCount;
+  static constexpr std::int32_t none = -1;
+
+  explicit LogTexts(std::byte* memory) : _memory(reinterpret_cast<char*>(memory)) {}
+
+  // The first of as many blocks in a row as `size` bytes need; `none` when there are not so many. Any thread.
+  std::int32_t take(std::size_t size);
+  void giveBack(std::int32_t first, std::size_t size);
+  void giveAllBack() { _taken.store(0); }
+  [[nodiscard]] char* at(std::int32_t first) const { return _memory + static_cast<std::size_t>(first) * blockSize; }
+
+ private:
+  char* const _memory;
+  std::atomic<std::uint64_t> _taken{0};  // a bit for every block
+};
+
 // One waiting record. `sequence` is the ticket whose turn it is to fill the slot; one more once it is filled.
 struct alignas(64) LogSlot {
   static constexpr std::size_t size = 512;
@@ -17,12 +41,13 @@ struct alignas(64) LogSlot {
   static constexpr std::int16_t noLabel = -1;
 
   void fill(const DDLogMessage::Facts& facts, std::string_view text, std::optional<std::string_view> label,
-            bool isSynchronous);
+            bool isSynchronous, LogTexts& texts);
   // Borrows from the slot.
   [[nodiscard]] DDLogMessage message() const;
-  void releaseSpilledText();
-  // What is left of the record after the process that wrote it died: of long texts only the beginning, and no places.
-  [[nodiscard]] DDLogMessage survivingRecord() const;
+  void releaseSpilledText(LogTexts& texts);
+  // What is left of the record after the process that wrote it died, with that process's `texts`: the text, or its
+  // beginning when it was on the heap, and no places.
+  [[nodiscard]] DDLogMessage survivingRecord(const LogTexts& texts) const;
 
   std::atomic<std::uint64_t> sequence;
   platform::Date timestamp;
@@ -36,11 +61,14 @@ struct alignas(64) LogSlot {
   std::uint32_t textLength;
   std::int16_t labelLength;
   bool isSynchronous;
-  bool isSpilled;  // the texts are on the heap; inline lie the pointer to them and their beginning
+  bool isSpilled;             // the texts are elsewhere; inline lie the pointer to them and their beginning
+  std::int32_t spilledBlock;  // where in LogTexts, or `none`: on the heap
   alignas(8) char inlineText[inlineCapacity];
 
  private:
   [[nodiscard]] char* spilled() const;
+  [[nodiscard]] std::size_t spilledSize() const;
+  [[nodiscard]] std::string_view survivingText(const LogTexts& texts) const;
 };
 static_assert(sizeof(LogSlot) == LogSlot::size);
 static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
@@ -48,7 +76,8 @@ static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
 class LogRing {
  public:
   static constexpr std::uint64_t capacity = 1000;
-  static constexpr std::size_t bytes = capacity * sizeof(LogSlot);
+  static constexpr std::size_t slotBytes = capacity * sizeof(LogSlot);
+  static constexpr std::size_t bytes = slotBytes + LogTexts::bytes;
 
   // `memory` holds `bytes` zero bytes aligned to a slot, and stays the caller's.
   explicit LogRing(std::span<std::byte> memory);
@@ -64,6 +93,7 @@ class LogRing {
     const std::uint64_t ticket = nextTicket();
     return slotOf(ticket).sequence.load(std::memory_order_acquire) >= ticket;
   }
+  [[nodiscard]] LogTexts& texts() { return _texts; }
   void publish(std::uint64_t ticket) { slotOf(ticket).sequence.store(ticket + 1, std::memory_order_release); }
   // Every record put in before this call has a lower ticket.
   [[nodiscard]] std::uint64_t nextTicket() const { return _tail.load(std::memory_order_acquire); }
@@ -90,6 +120,7 @@ class LogRing {
   static constexpr std::size_t prefetchedBytes = 3 * cacheLine;  // an ordinary record
 
   LogSlot* const _slots;
+  LogTexts _texts;
   alignas(64) std::atomic<std::uint64_t> _tail{0};
   alignas(64) std::atomic<std::uint64_t> _head{0};
 };

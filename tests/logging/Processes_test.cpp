@@ -11,6 +11,7 @@
 #include <random>
 #include <thread>
 
+#include "tests/logging/ForwardingStorage.h"
 #include "tests/logging/RealLog.h"
 #include "tests/support/Eventually.h"
 
@@ -46,6 +47,7 @@ class SharedProgress {
 // Runs `work` in a process of its own that dies with this one.
 template <class Work>
 pid_t inProcess(const Work& work) {
+  [[maybe_unused]] const platform::Linux::LinuxLoggingHost host;  // makes forks known
   const pid_t child = ::fork();
   if (child != 0) return child;
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -247,65 +249,36 @@ TEST(Processes, AForkedChildHasTheThreadNumberOfItsOwn) {
 namespace {
 
 // Counts how often a file that somebody had open turned out to be removed.
-class CountingStorage final : public platform::LogStorage {
+class CountingStorage final : public ForwardingStorage {
  public:
-  [[nodiscard]] bool fileExists(const std::string& path) const override { return _real.fileExists(path); }
-  bool createDirectory(const std::string& path, platform::Error& error) override {
-    return _real.createDirectory(path, error);
-  }
-  [[nodiscard]] std::vector<std::string> namesInDirectory(const std::string& path) const override {
-    return _real.namesInDirectory(path);
-  }
-  [[nodiscard]] std::optional<platform::LogFileAttributes> attributesOfFile(const std::string& path) const override {
-    return _real.attributesOfFile(path);
-  }
-  bool createFile(const std::string& path) override { return _real.createFile(path); }
   std::unique_ptr<platform::LogFile> openFile(const std::string& path) override {
-    auto file = _real.openFile(path);
+    auto file = ForwardingStorage::openFile(path);
     return file ? std::make_unique<Watched>(std::move(file), *this, path) : nullptr;
   }
   bool removeFile(const std::string& path) override {
-    const bool isRemoved = _real.removeFile(path);
+    const bool isRemoved = ForwardingStorage::removeFile(path);
     if (isRemoved) ++removals;
     return isRemoved;
-  }
-  bool moveFile(const std::string& path, const std::string& newPath, platform::Error& error) override {
-    return _real.moveFile(path, newPath, error);
-  }
-  [[nodiscard]] bool hasMark(const std::string& path, const std::string& name) const override {
-    return _real.hasMark(path, name);
-  }
-  int setMark(const std::string& path, const std::string& name) override { return _real.setMark(path, name); }
-  int removeMark(const std::string& path, const std::string& name, bool& wasMissing) override {
-    return _real.removeMark(path, name, wasMissing);
   }
 
   int lost = 0;
   int removals = 0;
 
  private:
-  class Watched final : public platform::LogFile {
+  class Watched final : public ForwardingFile {
    public:
     Watched(std::unique_ptr<platform::LogFile> file, CountingStorage& storage, std::string path)
-        : _file(std::move(file)), _storage(storage), _path(std::move(path)) {}
+        : ForwardingFile(std::move(file)), _storage(storage), _path(std::move(path)) {}
     std::size_t append(std::string_view bytes, int& error) override {
-      const std::size_t written = _file->append(bytes, error);
-      if (_file->placeOf(_path) == Place::unlinked) ++_storage.lost;
+      const std::size_t written = ForwardingFile::append(bytes, error);
+      if (placeOf(_path) == Place::unlinked) ++_storage.lost;
       return written;
     }
-    [[nodiscard]] std::uint64_t size() const override { return _file->size(); }
-    [[nodiscard]] std::string contentsFrom(std::uint64_t offset) const override { return _file->contentsFrom(offset); }
-    bool synchronize() override { return _file->synchronize(); }
-    void endUse() override { _file->endUse(); }
-    [[nodiscard]] Place placeOf(const std::string& path) const override { return _file->placeOf(path); }
 
    private:
-    const std::unique_ptr<platform::LogFile> _file;
     CountingStorage& _storage;
     const std::string _path;
   };
-
-  platform::Linux::LinuxLogStorage _real;
 };
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include "tests/logging/ForwardingStorage.h"
 #include "tests/logging/RealLog.h"
 
 using testing::Contains;
@@ -14,49 +15,26 @@ namespace fs = std::filesystem;
 namespace {
 
 // A file system on which other processes are faster: they take the first names that are tried.
-class ContestedStorage final : public platform::LogStorage {
+class ContestedStorage final : public ForwardingStorage {
  public:
-  [[nodiscard]] bool fileExists(const std::string& path) const override { return _real.fileExists(path); }
-  bool createDirectory(const std::string& path, platform::Error& error) override {
-    return _real.createDirectory(path, error);
-  }
-  [[nodiscard]] std::vector<std::string> namesInDirectory(const std::string& path) const override {
-    return _real.namesInDirectory(path);
-  }
-  [[nodiscard]] std::optional<platform::LogFileAttributes> attributesOfFile(const std::string& path) const override {
-    return _real.attributesOfFile(path);
-  }
   bool createFile(const std::string& path) override {
     tried.push_back(path);
     if (tried.size() <= 3) tests::writeFile(path, "somebody else's\n");
-    return _real.createFile(path);
+    return ForwardingStorage::createFile(path);
   }
   std::unique_ptr<platform::LogFile> openFile(const std::string& path) override {
     if (std::exchange(removesBeforeOpening, false)) fs::remove(path);
-    return _real.openFile(path);
-  }
-  bool removeFile(const std::string& path) override { return _real.removeFile(path); }
-  bool moveFile(const std::string& path, const std::string& newPath, platform::Error& error) override {
-    return _real.moveFile(path, newPath, error);
-  }
-  [[nodiscard]] bool hasMark(const std::string& path, const std::string& name) const override {
-    return _real.hasMark(path, name);
-  }
-  int setMark(const std::string& path, const std::string& name) override { return _real.setMark(path, name); }
-  int removeMark(const std::string& path, const std::string& name, bool& wasMissing) override {
-    return _real.removeMark(path, name, wasMissing);
+    return ForwardingStorage::openFile(path);
   }
 
   std::vector<std::string> tried;
   bool removesBeforeOpening = false;
-
- private:
-  platform::Linux::LinuxLogStorage _real;
 };
 
 // Runs `work` as somebody whom permissions concern, in a process of its own; `folder` belongs to him. 0 when it succeeds.
 int asOrdinaryUser(const tests::TemporaryFolder& folder, const std::string& logs, const std::function<bool()>& work) {
   ::chmod(folder.path().c_str(), 0755);
+  [[maybe_unused]] const platform::Linux::LinuxLoggingHost host;  // makes forks known
   const pid_t child = ::fork();
   if (child == 0) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);

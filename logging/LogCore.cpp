@@ -66,10 +66,12 @@ LogCore::~LogCore() {
   _journal->discard();
 }
 
-// The last flush. Whatever is logged later is written by its caller.
+// The last flush, and the last moments of loggers that were removed. Whatever is logged later is written by its caller.
 void LogCore::finish() {
   _isExiting.store(true, std::memory_order_release);
-  if (heldDrain != this) sync([this] { lt_flush(); });
+  if (heldDrain == this) return;
+  sync([this] { lt_flush(); });
+  _delivery.waitForRemoved();
 }
 
 void LogCore::finishAtExit() {

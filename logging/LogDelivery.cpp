@@ -1,6 +1,7 @@
 #include "logging/LogDelivery.h"
 
 #include <algorithm>
+#include <utility>
 
 using platform::Dispatch::SerialQueue;
 
@@ -28,13 +29,25 @@ void LogDelivery::add(std::shared_ptr<DDLogger> logger) {
 void LogDelivery::remove(const std::shared_ptr<DDLogger>& logger) {
   const auto node = std::ranges::find(_nodes, logger, &DDLoggerNode::logger);
   if (node == _nodes.end()) return;
-  node->loggerQueue->async([logger] { logger->willRemoveLogger(); });
+  DDLoggerNode removed = std::move(*node);
   _nodes.erase(node);
+  dismiss(std::move(removed));
 }
 
 void LogDelivery::removeAll() {
-  for (const auto& node : _nodes) node.loggerQueue->async([logger = node.logger] { logger->willRemoveLogger(); });
-  _nodes.clear();
+  for (auto& node : std::exchange(_nodes, {})) dismiss(std::move(node));
+}
+
+void LogDelivery::dismiss(DDLoggerNode node) {
+  {
+    const SerialQueue::Turn turn(*node.loggerQueue);
+    node.logger->writePending();
+  }
+  node.loggerQueue->async(_leaving, [logger = std::move(node.logger)]() mutable {
+    logger->willRemoveLogger();
+    // The last owner's logger ends here, as long as it is waited for.
+    logger.reset();
+  });
 }
 
 void LogDelivery::deliver(const DDLogMessage& message, bool andWrite) {
@@ -108,6 +121,7 @@ void LogDelivery::stop() {
   _calls.notify_all();
   if (_onlooker.joinable()) _onlooker.join();
   for (const auto& node : _nodes) node.loggerQueue->sync([] {});
+  waitForRemoved();
 }
 
 void LogDelivery::writePending() {
@@ -133,6 +147,7 @@ void LogDelivery::didFork() {
   // The threads are the parent's; their objects cannot be joined here.
   std::construct_at(&_onlooker);
   std::construct_at(&_group);
+  std::construct_at(&_leaving);
   _progress.store(0);
   _isOnlookerNeeded.store(false);
   for (const auto& node : _nodes) {

@@ -27,9 +27,12 @@ class LogDelivery {
 
   // Appends; tells the logger on its queue.
   void add(std::shared_ptr<DDLogger> logger);
-  // The first entry of this very logger; nothing when there is none.
+  // The first entry of this very logger; nothing when there is none. What the logger put aside is handed on at once; it is
+  // told on its queue.
   void remove(const std::shared_ptr<DDLogger>& logger);
   void removeAll();
+  // Returns when the loggers that were removed have been told, and those that nobody else had are gone.
+  void waitForRemoved() { _leaving.wait(); }
   [[nodiscard]] bool hasSeveral() const { return _nodes.size() > 1; }
 
   // Returns when every logger has had the record, and written it on when asked to.
@@ -58,6 +61,7 @@ class LogDelivery {
     return number << (2 * indexBits) | count << indexBits | begun;
   }
 
+  void dismiss(DDLoggerNode node);
   void deliverWatched(const DDLogMessage& message, bool andWrite);
   void lookOn();
   void startRestElsewhere(Progress seen);
@@ -65,6 +69,7 @@ class LogDelivery {
   const std::uint32_t _processors;
   std::vector<DDLoggerNode> _nodes;
   platform::Dispatch::Group _group;
+  platform::Dispatch::Group _leaving;  // the loggers that were removed and may not know it yet
 
   alignas(64) std::atomic<Progress> _progress{0};
   std::atomic<std::uint64_t> _startedElsewhere{0};  // the number of the record whose rest was

@@ -29,6 +29,7 @@ void dieBeforeWriting(const std::string& name, const std::string& folder, const 
     Deadly() : DDAbstractLogger("deadly") {}
     void logMessage(const DDLogMessage&) override { ::raise(SIGKILL); }
   };
+  [[maybe_unused]] const platform::Linux::LinuxLoggingHost host;  // makes forks known
   const pid_t child = ::fork();
   if (child == 0) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -82,6 +83,17 @@ TEST(LongRecords, OfEveryLengthAroundTheLimitsSurviveTheirProcessWhole) {
 TEST(LongRecords, OfTwoHundredKilobytesSurviveTheirProcessWhole) {
   const std::vector<std::string> texts = {longText(1, 200000), "and a short one"};
   EXPECT_THAT(recovered(texts), ElementsAreArray(texts));
+}
+
+TEST(LongRecords, AreBroughtToFileByOneLaterProcessOnly) {
+  const tests::TemporaryFolder folder;
+  const std::string name = uniqueName();
+  dieBeforeWriting(name, folder.path(), {longText(1, 10240), "short"});
+  { const RealLog next(name, folder.path()); }
+  { const RealLog afterNext(name, folder.path()); }
+  const auto messages = messagesIn(folder.path());
+  EXPECT_EQ(std::ranges::count(messages, longText(1, 10240)), 1);
+  EXPECT_EQ(std::ranges::count(messages, "short"), 1);
 }
 
 TEST(LongRecords, ThatFoundNoRoomSurviveWithTheirBeginning) {

@@ -1,20 +1,36 @@
-// Records at the very end of a process, and in children that end at once.
+// Records and loggers at the very end of a process, and in children that end at once.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 
 #include <algorithm>
 #include <thread>
 
+#include "tests/logging/ForwardingStorage.h"
 #include "tests/logging/RealLog.h"
+#include "tests/support/Eventually.h"
 
 using testing::SizeIs;
 
 namespace {
 
+// Made before anything that logs, and so destroyed after it.
+bool saysFarewell = false;
+struct Talkative {
+  ~Talkative() {
+    if (!saysFarewell) return;
+    for (int i = 0; i < 20; ++i) RealLog::log(true, "farewell");
+    // Nobody gets the time to write them later.
+    ::_exit(0);
+  }
+};
+const Talkative talkative;
+
 // The exit status of a process that does `work`; one that hangs is killed.
 int statusOfProcess(const std::function<void()>& work) {
+  [[maybe_unused]] const platform::Linux::LinuxLoggingHost host;  // makes forks known
   const pid_t child = ::fork();
   if (child == 0) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -30,21 +46,27 @@ int statusOfProcess(const std::function<void()>& work) {
 }  // namespace
 
 TEST(ProcessEnds, WhatAStaticObjectLogsAsynchronouslyIsOnFile) {
-  struct Talkative {
-    ~Talkative() {
-      for (int i = 0; i < 20; ++i) RealLog::log(true, "farewell");
-    }
-  };
   const tests::TemporaryFolder folder;
   const int status = statusOfProcess([&] {
-    static const Talkative talkative;
     // Never destroyed, as an object of `main` is not when somebody calls exit.
+    new RealLog(uniqueName(), folder.path());
+    RealLog::log(true, "life");
+    saysFarewell = true;
+    std::exit(0);
+  });
+  EXPECT_EQ(status, 0);
+  EXPECT_THAT(messagesIn(folder.path()), SizeIs(21));
+}
+
+TEST(ProcessEnds, AnEndByExitLeavesNothingToComplete) {
+  const tests::TemporaryFolder folder;
+  const int status = statusOfProcess([&] {
     new RealLog(uniqueName(), folder.path());
     RealLog::log(true, "life");
     std::exit(0);
   });
   EXPECT_EQ(status, 0);
-  EXPECT_THAT(messagesIn(folder.path()), SizeIs(21));
+  EXPECT_TRUE(std::filesystem::is_empty(RealLog::memoryFolder(folder.path())));
 }
 
 TEST(ProcessEnds, OtherThreadsMayLogWhileItEnds) {
@@ -77,4 +99,115 @@ TEST(ProcessEnds, AChildThatEndsAtOnceHarmsNothing) {
   }
   DDLog::flushLog();
   EXPECT_THAT(messagesIn(folder.path()), SizeIs(20));
+}
+
+TEST(ProcessEnds, ALoggerThatIsRemovedRightBeforeIsToldAndGone) {
+  class Slow : public DDAbstractLogger {
+   public:
+    explicit Slow(std::string path) : DDAbstractLogger("slow"), _path(std::move(path)) {}
+    ~Slow() override { tests::writeFile(_path, _notes + "gone"); }
+    void willRemoveLogger() override {
+      for (int i = 0; i < 1000; ++i) std::this_thread::yield();
+      _notes = "told ";
+    }
+
+   private:
+    const std::string _path;
+    std::string _notes;
+  };
+  const tests::TemporaryFolder folder;
+  const int status = statusOfProcess([&] {
+    new RealLog(uniqueName(), folder.path());
+    DDLog::addLogger(std::make_shared<Slow>(folder.path("slow")));
+    RealLog::log(true, "one");
+    DDLog::removeAllLoggers();
+    std::exit(0);
+  });
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(tests::readFile(folder.path("slow")), "told gone");
+  EXPECT_THAT(messagesIn(folder.path()), SizeIs(1));
+}
+
+TEST(ProcessEnds, WhatALoggerGotBeforeItsRemovalIsOnFileAfterAFlush) {
+  const tests::TemporaryFolder folder;
+  const RealLog log(uniqueName(), folder.path());
+  for (int i = 0; i < 50; ++i) RealLog::log(true, "one");
+  DDLog::removeLogger(log.logger);
+  DDLog::flushLog();
+  EXPECT_THAT(messagesIn(folder.path()), SizeIs(50));
+}
+
+TEST(ProcessEnds, AChildDoesNotWaitForAFileThatItsParentIsFinishing) {
+  // A medium that takes its time.
+  class SlowStorage final : public ForwardingStorage {
+   public:
+    class SlowFile final : public ForwardingFile {
+     public:
+      SlowFile(std::unique_ptr<platform::LogFile> file, SlowStorage& storage)
+          : ForwardingFile(std::move(file)), _storage(storage) {}
+      bool synchronize() override {
+        _storage.isBusy = true;
+        return tests::eventually([&] { return !_storage.isSlow; }, std::chrono::seconds(60));
+      }
+
+     private:
+      SlowStorage& _storage;
+    };
+    std::unique_ptr<platform::LogFile> openFile(const std::string& path) override {
+      return std::make_unique<SlowFile>(ForwardingStorage::openFile(path), *this);
+    }
+    std::atomic<bool> isSlow{true};
+    std::atomic<bool> isBusy{false};
+  };
+  const tests::TemporaryFolder folder;
+  SlowStorage storage;
+  RealLog log(uniqueName(), folder.path(), &storage);
+  RealLog::log(false, "parent");
+  log.logger->rollLogFile();
+  ASSERT_TRUE(tests::eventually([&] { return storage.isBusy.load(); }));
+  const int status = statusOfProcess([&] {
+    storage.isSlow = false;
+    RealLog::log(false, "child");
+    log.logger->rollLogFile();
+    DDLog::removeAllLoggers();
+    DDLog::flushLog();
+    log.logger.reset();
+  });
+  storage.isSlow = false;
+  EXPECT_EQ(status, 0);
+  EXPECT_THAT(messagesIn(folder.path()), testing::UnorderedElementsAre("parent", "child"));
+}
+
+TEST(ProcessEnds, ARecordThatTheFileLoggerDroppedOrHadWrittenIsNotBroughtBack) {
+  class Dropping : public DDLogFormatter {
+   public:
+    std::optional<std::string_view> formatLogMessage(const DDLogMessage& message, std::string&) override {
+      return message.logMsg() == "dropped" ? std::nullopt : std::optional(message.logMsg());
+    }
+  };
+  class Deadly : public DDAbstractLogger {
+   public:
+    explicit Deadly(std::string last) : DDAbstractLogger("deadly"), _last(std::move(last)) {}
+    void logMessage(const DDLogMessage& message) override {
+      if (message.logMsg() == _last) ::raise(SIGKILL);
+    }
+
+   private:
+    const std::string _last;
+  };
+  // Too long to be put aside.
+  const std::string tooLong(100000, 'x');
+  for (const std::string& last : {std::string("dropped"), tooLong}) {
+    const tests::TemporaryFolder folder;
+    const std::string name = uniqueName();
+    const int status = statusOfProcess([&] {
+      const RealLog log(name, folder.path());
+      log.logger->setLogFormatter(std::make_shared<Dropping>());
+      DDLog::addLogger(std::make_shared<Deadly>(last));
+      RealLog::log(false, last);
+    });
+    EXPECT_TRUE(WIFSIGNALED(status));
+    { const RealLog next(name, folder.path()); }
+    EXPECT_THAT(messagesIn(folder.path()), SizeIs(last == tooLong ? 1 : 0));
+  }
 }

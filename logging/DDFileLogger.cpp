@@ -163,14 +163,15 @@ void DDFileLogger::scheduleTimerToRollLogFileDueToAge() {
   if (_rollingTimer) _rollingTimer->cancel();
   _rollingTimer.reset();
   if (!_currentLogFileInfo) return;
+  // Read first: should the machine fall asleep in between, the timer is early, and set again.
+  const platform::Uptime start = platform::Clock::current().uptime();
   const platform::Seconds rest = platform::Seconds(_rollingFrequency) - _currentLogFileInfo->age();
   const platform::Seconds wait = std::clamp(rest, platform::Seconds(0), longestWait);
   _rollingTimer = platform::Dispatch::TimerSource::make(loggerQueue(), [weak = weak_from_this()] {
     const auto self = weak.lock();
     if (self) static_cast<DDFileLogger&>(*self).maybeRollLogFileDueToAge();
   });
-  _rollingTimer->set(platform::Clock::current().uptime() + std::chrono::ceil<std::chrono::nanoseconds>(wait),
-                     platform::Seconds(0));
+  _rollingTimer->set(start + std::chrono::ceil<std::chrono::nanoseconds>(wait), platform::Seconds(0));
   _rollingTimer->resume();
 }
 

@@ -74,6 +74,7 @@ class FileTimes : public testing::Test {
     log("another");
     EXPECT_THAT(files().paths(), SizeIs(2));
   }
+  std::string stamp() { return platform::DateFormatter("yyyy/MM/dd HH:mm:ss:SSS").stringFromDate(fake.clock.now()) + "  "; }
   std::vector<std::string> lines() {
     std::vector<std::string> all;
     for (const auto& path : files().paths()) {
@@ -132,6 +133,29 @@ TEST_F(FileTimes, RecordsGoOnWhenTheClockIsSetBack) {
   log("a file that is gone is noticed all the same");
   DDLog::flushLog();
   EXPECT_THAT(files().paths(), SizeIs(1));
+}
+
+TEST_F(FileTimes, ADeletedFileIsNoticedWithoutAFlushThoughTheClockWasSetBack) {
+  start();
+  log("before");
+  fake.clock.setBack(Seconds(day * 400));
+  files().unlink(files().paths().at(0));
+  log("into nowhere, or not");
+  log("after");
+  ASSERT_THAT(files().paths(), SizeIs(1));
+  EXPECT_EQ(lines().back(), stamp() + "after");
+}
+
+TEST_F(FileTimes, OnlyOneTimerIsEverSet) {
+  start();
+  log("one");
+  for (int i = 1; i < 50; ++i) logger->setRollingFrequency(day + i);
+  pass(0);
+  EXPECT_EQ(fake.clock.pendingCount(), 1);
+  logger->rollLogFile();
+  log("two");
+  pass(1);
+  EXPECT_EQ(fake.clock.pendingCount(), 1);
 }
 
 TEST_F(FileTimes, AFileFromTheFutureIsContinued) {
@@ -210,4 +234,20 @@ TEST_F(FileTimes, OnItsQueueSettingsTakeEffectAndAreReadAtOnce) {
     logger->setRollingFrequency(50);
     EXPECT_EQ(logger->rollingFrequency(), 50);
   });
+}
+
+TEST_F(FileTimes, AFileThatIsPrunedBeforeItsLastRitesIsSparedThem) {
+  start();
+  for (const bool isPruned : {true, false}) {
+    log("one");
+    const std::string path = files().paths().back();
+    logger->rollLogFile();
+    DDLog::removeAllLoggers();
+    DDLog::flushLog();
+    logger->loggerQueue()->sync([] {});
+    if (isPruned) files().unlink(path);
+    logger.reset();
+    EXPECT_EQ(files().synchronizeCount(path), isPruned ? 0 : 1);
+    start();
+  }
 }

@@ -200,3 +200,47 @@ TEST_F(CoreRules, RecordsOfManyThreadsReachEveryLoggerInTheSameOrder) {
   EXPECT_EQ(one->count(), 4000);
   EXPECT_EQ(one->texts(), other->texts());
 }
+
+TEST_F(CoreRules, WhatWasPutAsideIsWrittenSoonHoweverManyRecordsFollow) {
+  class Busy : public DDAbstractLogger {
+   public:
+    Busy() : DDAbstractLogger("busy") {}
+    void logMessage(const DDLogMessage&) override {
+      if (++_count == 1) gate.pass();
+      const auto end = std::chrono::steady_clock::now() + std::chrono::microseconds(20);
+      while (std::chrono::steady_clock::now() < end) {
+      }
+      if (_count == 900) writesBeforeTheLast = _writes;
+    }
+    void writePending() override { ++_writes; }
+    Gate gate;
+    int writesBeforeTheLast = 0;
+
+   private:
+    int _count = 0;
+    int _writes = 0;
+  };
+  const auto busy = std::make_shared<Busy>();
+  DDLog::addLogger(busy);
+  for (int i = 0; i < 900; ++i) log(true, "one of many");
+  ASSERT_TRUE(busy->gate.waitForArrival());
+  busy->gate.open();
+  DDLog::flushLog();
+  // That was 18 milliseconds of work.
+  EXPECT_GE(busy->writesBeforeTheLast, 10);
+}
+
+TEST_F(CoreRules, ACallerAlsoWaitsForLoggersThatWereStartedElsewhere) {
+  Semaphore met(0);
+  const auto stuck = std::make_shared<RecordingLogger>("stuck");
+  const auto slow = std::make_shared<RecordingLogger>("slow");
+  stuck->onMessage = [&](const DDLogMessage&) { (void)met.try_acquire_for(std::chrono::seconds(20)); };
+  slow->onMessage = [&](const DDLogMessage&) {
+    met.release();
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+  };
+  DDLog::addLogger(stuck);
+  DDLog::addLogger(slow);
+  log(false, "text");
+  EXPECT_EQ(slow->count(), 1);
+}

@@ -1,0 +1,179 @@
+// What a killed process left behind, in whichever state, and how the next one brings it to file.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "logging/DDFileLogger.h"
+#include "logging/DDLog.h"
+#include "platform/fake/FakePlatform.h"
+
+using testing::IsEmpty;
+using testing::SizeIs;
+
+namespace {
+
+const std::string folder = "/Library/Logs/Installer";
+const std::string file = folder + "/log-ABCDEF.txt";
+
+// The memory of a process that died.
+class Dead {
+ public:
+  Dead() : _ring(_bytes), _lines(new (_bytes.data() + LogRing::bytes) LogLines) {
+    _lines->setState(0, 0);
+    _lines->path[0] = '\0';
+  }
+  // Lines that it had put aside for the file at `path`, which had `size` bytes before. They need the records below `ticket`
+  // no more.
+  void addLines(const std::string& path, std::uint64_t size, std::string_view lines, std::uint64_t ticket = 0) {
+    path.copy(_lines->path, path.size());
+    _lines->path[path.size()] = '\0';
+    _lines->fileSize = size;
+    lines.copy(_lines->bytes, lines.size());
+    _lines->setState(lines.size(), ticket);
+  }
+  void addRecord(std::string_view text) {
+    const auto ticket = _ring.takeTicket();
+    _ring.slotOf(ticket).fill({.timestamp = platform::Date(), .level = 3}, text, std::nullopt, false, _ring.texts());
+    _ring.publish(ticket);
+  }
+  // As if it had come to deliver them.
+  void releaseRecords(int count) {
+    for (int i = 0; i < count; ++i) _ring.release(_ring.head());
+  }
+  [[nodiscard]] std::vector<std::byte> bytes() const { return _bytes; }
+
+ private:
+  std::vector<std::byte> _bytes = std::vector<std::byte>(LogRing::bytes + sizeof(LogLines));
+  LogRing _ring;
+  LogLines* const _lines;
+};
+
+class Remains : public testing::Test {
+ protected:
+  void startAfter(const Dead& dead) {
+    fake.logging.memories.dead.push_back(dead.bytes());
+    start();
+  }
+  void start() {
+    manager = std::make_shared<DDLogFileManagerDefault>(folder);
+    logger = std::make_shared<DDFileLogger>(manager);
+    logger->setLogFormatter(nullptr);
+    DDLog::addLogger(logger);
+    DDLog::flushLog();
+  }
+  std::string contents() { return fake.logging.storage.contents(file).value_or("there is no file"); }
+
+  platform::fake::FakePlatform fake;
+  std::shared_ptr<DDLogFileManagerDefault> manager;
+  std::shared_ptr<DDFileLogger> logger;
+};
+
+}  // namespace
+
+TEST_F(Remains, LinesThatAreMissingAreAppendedToTheirFile) {
+  fake.logging.storage.addFile(file, "one\n");
+  Dead dead;
+  dead.addLines(file, 4, "two\nthree\n");
+  startAfter(dead);
+  EXPECT_EQ(contents(), "one\ntwo\nthree\n");
+}
+
+TEST_F(Remains, LinesThatAreThereAreNotWrittenAgain) {
+  fake.logging.storage.addFile(file, "one\ntwo\nthree\n");
+  Dead dead;
+  dead.addLines(file, 4, "two\nthree\n");
+  startAfter(dead);
+  EXPECT_EQ(contents(), "one\ntwo\nthree\n");
+}
+
+TEST_F(Remains, LinesThatAreThereBetweenAnothersAreNotWrittenAgain) {
+  fake.logging.storage.addFile(file, "one\nanother's\ntwo\nthree\nanother's\n");
+  Dead dead;
+  dead.addLines(file, 4, "two\nthree\n");
+  startAfter(dead);
+  EXPECT_EQ(contents(), "one\nanother's\ntwo\nthree\nanother's\n");
+}
+
+TEST_F(Remains, LinesThatAreThereInPartAreCompleted) {
+  fake.logging.storage.addFile(file, "one\ntwo\nth");
+  Dead dead;
+  dead.addLines(file, 4, "two\nthree\n");
+  startAfter(dead);
+  EXPECT_EQ(contents(), "one\ntwo\nthree\n");
+}
+
+TEST_F(Remains, LinesBehindHalfALineOfSomebodyElseBeginOnTheirOwn) {
+  fake.logging.storage.addFile(file, "one\nhalf a li");
+  Dead dead;
+  dead.addLines(file, 4, "two\n");
+  startAfter(dead);
+  EXPECT_EQ(contents(), "one\nhalf a li\ntwo\n");
+}
+
+TEST_F(Remains, LinesWhoseFileIsGoneGoIntoTheCurrentOne) {
+  Dead dead;
+  dead.addLines(folder + "/log-000000.txt", 4, "two\n");
+  startAfter(dead);
+  const auto paths = fake.logging.storage.paths();
+  ASSERT_THAT(paths, SizeIs(1));
+  EXPECT_EQ(fake.logging.storage.contents(paths[0]), "two\n");
+}
+
+TEST_F(Remains, RecordsFollowTheLinesInOrderAndOnlyThoseThatAreNotAmongThem) {
+  fake.logging.storage.addFile(file, "zero\n");
+  Dead dead;
+  for (const char* text : {"one", "two", "three", "four"}) dead.addRecord(text);
+  dead.addLines(file, 5, "one\ntwo\n", 2);
+  startAfter(dead);
+  EXPECT_EQ(contents(), "zero\none\ntwo\nthree\nfour\n");
+}
+
+TEST_F(Remains, RecordsWithoutLinesGoIntoTheCurrentFile) {
+  fake.logging.storage.addFile(file, "zero\n");
+  Dead dead;
+  dead.addRecord("one");
+  dead.addRecord(std::string(5000, 'x'));
+  startAfter(dead);
+  EXPECT_EQ(contents(), "zero\none\n" + std::string(5000, 'x') + "\n");
+}
+
+TEST_F(Remains, RecordsFromBothEndsOfTheRingComeInOrder) {
+  fake.logging.storage.addFile(file, "");
+  Dead dead;
+  std::string expected;
+  for (int i = 0; i < 900; ++i) dead.addRecord("delivered");
+  dead.releaseRecords(900);
+  for (int i = 0; i < 300; ++i) {
+    dead.addRecord(std::to_string(i));
+    expected += std::to_string(i) + "\n";
+  }
+  startAfter(dead);
+  EXPECT_EQ(contents(), expected);
+}
+
+TEST_F(Remains, OfTwoProcessesBothAreBrought) {
+  fake.logging.storage.addFile(file, "");
+  Dead one;
+  one.addRecord("one");
+  Dead other;
+  other.addRecord("other");
+  fake.logging.memories.dead.push_back(one.bytes());
+  startAfter(other);
+  EXPECT_EQ(contents(), "one\nother\n");
+}
+
+TEST_F(Remains, OfAProcessThatHadNothingLeftMakeNoFile) {
+  startAfter(Dead());
+  EXPECT_THAT(fake.logging.storage.paths(), IsEmpty());
+}
+
+TEST_F(Remains, MemoryFullOfRubbishDoesNoHarm) {
+  std::vector<std::byte> rubbish(LogRing::bytes + sizeof(LogLines));
+  std::uint32_t seed = 1;
+  for (auto& byte : rubbish) byte = static_cast<std::byte>((seed = seed * 1664525 + 1013904223) >> 24);
+  fake.logging.memories.dead.push_back(rubbish);
+  start();
+  DDLog::log_level_flag_context_file_function_line_format(false, 3, 1, 0, "f.mm", "f", 1, "still here");
+  std::string all;
+  for (const auto& path : fake.logging.storage.paths()) all += fake.logging.storage.contents(path).value_or("");
+  EXPECT_TRUE(all.ends_with("still here\n"));
+}

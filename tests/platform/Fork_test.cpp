@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <string>
 #include <thread>
 #include <vector>
@@ -83,4 +84,26 @@ TEST_F(Forks, HandlersThatHavePreparedAreNotRemovedBeforeTheyGoOn) {
   platform::Fork::parent();
   remover.join();
   EXPECT_THAT(notes, ElementsAre("one prepares", "one goes on", "removed"));
+}
+
+TEST_F(Forks, WhoRemovesHandlersThatHavePreparedWaitsForThem) {
+  std::atomic<bool> isRemoving{false};
+  std::atomic<bool> isRemoved{false};
+  const auto handlers = platform::Fork::addHandlers({.prepare = [] {},
+                                                     .parent =
+                                                         [&] {
+                                                           // Nothing to wait for: it must not be, however long one looks.
+                                                           for (int i = 0; i < 30 && !isRemoved; ++i)
+                                                             std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                                                           EXPECT_FALSE(isRemoved);
+                                                         }});
+  platform::Fork::prepare();
+  std::thread remover([&] {
+    isRemoving = true;
+    platform::Fork::removeHandlers(handlers);
+    isRemoved = true;
+  });
+  while (!isRemoving) std::this_thread::yield();
+  platform::Fork::parent();
+  remover.join();
 }

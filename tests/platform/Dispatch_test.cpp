@@ -165,6 +165,18 @@ TEST_F(Timers, ACancelledTimerNeverFiresEvenWhenItsBlockWaits) {
   EXPECT_THAT(fired, IsEmpty());
 }
 
+TEST_F(Timers, PeriodsThatWereMissedAreNotMadeUpFor) {
+  const auto one = timer();
+  one->set(start - std::chrono::milliseconds(9500), Seconds(1));
+  one->resume();
+  pass(0);
+  EXPECT_EQ(fired.size(), 1);
+  pass(0.4);
+  EXPECT_EQ(fired.size(), 1);
+  pass(0.1);
+  EXPECT_EQ(fired.size(), 2);
+}
+
 TEST_F(Timers, ANewSettingReplacesTheOld) {
   const auto one = timer();
   one->set(start + std::chrono::seconds(1), Seconds(0));

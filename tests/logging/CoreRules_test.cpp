@@ -144,19 +144,20 @@ TEST_F(CoreRules, OnItsOwnQueueALoggerChangesAndReadsItsFormatterAtOnce) {
 TEST_F(CoreRulesOnOneProcessor, FlushesRunBesideEachOther) {
   class Meeting : public DDAbstractLogger {
    public:
-    Meeting(Semaphore& comes, Semaphore& waits) : DDAbstractLogger("meeting"), _comes(comes), _waits(waits) {}
+    using Signal = std::shared_ptr<Semaphore>;
+    Meeting(Signal comes, Signal waits) : DDAbstractLogger("meeting"), _comes(std::move(comes)), _waits(std::move(waits)) {}
     void flush() override {
-      _comes.release();
-      hasMet = _waits.try_acquire_for(std::chrono::seconds(20));
+      _comes->release();
+      hasMet = _waits->try_acquire_for(std::chrono::seconds(20));
     }
     bool hasMet = false;
 
    private:
-    Semaphore& _comes;
-    Semaphore& _waits;
+    const Signal _comes;
+    const Signal _waits;
   };
-  Semaphore one(0);
-  Semaphore other(0);
+  const auto one = std::make_shared<Semaphore>(0);
+  const auto other = std::make_shared<Semaphore>(0);
   const auto first = std::make_shared<Meeting>(one, other);
   const auto second = std::make_shared<Meeting>(other, one);
   DDLog::addLogger(first);

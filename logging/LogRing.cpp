@@ -45,9 +45,9 @@ void LogSlot::fill(const DDLogMessage::Facts& facts, std::string_view text, std:
   textLength = static_cast<std::uint32_t>(text.size());
   labelLength = label ? static_cast<std::int16_t>(labelText.size()) : noLabel;
   isSynchronous = synchronous;
-  isSpilled = text.size() + labelText.size() > inlineCapacity;
+  isSpilled = text.size() + labelText.size() > inlineCapacity ? 1 : 0;
   char* place = inlineText;
-  if (isSpilled) {
+  if (isSpilled != 0) {
     spilledBlock = texts.take(spilledSize());
     place = spilledBlock == LogTexts::none ? new char[spilledSize()] : texts.at(spilledBlock);
     std::memcpy(inlineText, &place, sizeof place);
@@ -58,7 +58,7 @@ void LogSlot::fill(const DDLogMessage::Facts& facts, std::string_view text, std:
 }
 
 DDLogMessage LogSlot::message() const {
-  const char* place = isSpilled ? spilled() : inlineText;
+  const char* place = isSpilled != 0 ? spilled() : inlineText;
   std::optional<std::string_view> label;
   if (labelLength != noLabel) label = std::string_view(place + textLength, static_cast<std::size_t>(labelLength));
   return DDLogMessage({.timestamp = timestamp,
@@ -83,7 +83,7 @@ std::size_t LogSlot::spilledSize() const {
 }
 
 void LogSlot::releaseSpilledText(LogTexts& texts) {
-  if (!isSpilled) return;
+  if (isSpilled == 0) return;
   if (spilledBlock == LogTexts::none)
     delete[] spilled();
   else
@@ -91,7 +91,7 @@ void LogSlot::releaseSpilledText(LogTexts& texts) {
 }
 
 std::string_view LogSlot::survivingText(const LogTexts& texts) const {
-  if (!isSpilled) return {inlineText, std::min<std::size_t>(textLength, inlineCapacity)};
+  if (isSpilled == 0) return {inlineText, std::min<std::size_t>(textLength, inlineCapacity)};
   const bool isInBlocks = spilledBlock >= 0 && spilledBlock < LogTexts::blockCount &&
                           textLength <= LogTexts::bytes - static_cast<std::size_t>(spilledBlock) * LogTexts::blockSize;
   if (isInBlocks) return {texts.at(spilledBlock), textLength};

@@ -61,7 +61,9 @@ struct alignas(64) LogSlot {
   std::uint32_t textLength;
   std::int16_t labelLength;
   bool isSynchronous;
-  bool isSpilled;             // the texts are elsewhere; inline lie the pointer to them and their beginning
+  // The texts are elsewhere; inline lie the pointer to them and their beginning. Not a bool, for what survives may be
+  // anything.
+  std::uint8_t isSpilled;
   std::int32_t spilledBlock;  // where in LogTexts, or `none`: on the heap
   alignas(8) char inlineText[inlineCapacity];
 

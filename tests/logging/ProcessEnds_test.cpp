@@ -171,6 +171,8 @@ TEST(ProcessEnds, AChildDoesNotWaitForAFileThatItsParentIsFinishing) {
     log.logger->rollLogFile();
     DDLog::removeAllLoggers();
     DDLog::flushLog();
+    // The core has let go of it then, and it ends here.
+    log.logger->loggerQueue()->sync([] {});
     log.logger.reset();
   });
   storage.isSlow = false;

@@ -5,33 +5,13 @@
 
 #include "logging/DDLog.h"
 #include "platform/fake/FakePlatform.h"
+#include "tests/logging/NotingDatabase.h"
 
 using platform::Seconds;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
 namespace {
-
-// Notes its hooks. Records whose text is "no" are rejected.
-class NotingDatabase : public DDAbstractDatabaseLogger {
- public:
-  NotingDatabase() : DDAbstractDatabaseLogger("database") {}
-
-  std::vector<std::string> takeNotes() {
-    std::vector<std::string> taken;
-    loggerQueue()->sync([&] { taken.swap(_notes); });
-    return taken;
-  }
-
- protected:
-  bool db_log(const DDLogMessage& message) override { return message.logMsg() != "no"; }
-  void db_save() override { _notes.emplace_back("save"); }
-  void db_delete() override { _notes.emplace_back("delete"); }
-  void db_saveAndDelete() override { _notes.emplace_back("save and delete"); }
-
- private:
-  std::vector<std::string> _notes;
-};
 
 class Database : public testing::Test {
  protected:

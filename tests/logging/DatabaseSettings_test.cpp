@@ -5,38 +5,13 @@
 #include "logging/DDAbstractDatabaseLogger.h"
 #include "logging/DDLog.h"
 #include "platform/fake/FakePlatform.h"
+#include "tests/logging/NotingDatabase.h"
 
 using platform::Seconds;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
 namespace {
-
-class NotingDatabase : public DDAbstractDatabaseLogger {
- public:
-  NotingDatabase() : DDAbstractDatabaseLogger("database") {}
-  std::vector<std::string> takeNotes() {
-    std::vector<std::string> taken;
-    loggerQueue()->sync([&] { taken.swap(_notes); });
-    return taken;
-  }
-
- protected:
-  bool db_log(const DDLogMessage& message) override {
-    if (message.logMsg() == "note") note("log");
-    return true;
-  }
-  void db_save() override { note("save"); }
-  void db_delete() override { note("delete"); }
-  void db_saveAndDelete() override { note("save and delete"); }
-
- private:
-  void note(const std::string& what) {
-    const char* label = platform::Dispatch::currentQueueLabel();
-    _notes.push_back(label != nullptr && std::string_view(label) == "database" ? what : what + " elsewhere");
-  }
-  std::vector<std::string> _notes;
-};
 
 class DatabaseSettings : public testing::Test {
  protected:

@@ -19,10 +19,12 @@ echo "Building"
 [ -f build/dev/build.ninja ] || cmake --preset dev
 cmake --build build/dev
 
+# Much of the work is waiting, so one test more than there are processors.
+jobs=$(($(nproc) + 1))
 log=build/dev/test.log
 rm -f build/dev/test.xml
 status=0
-ctest --test-dir build/dev --no-tests=error -j "$(nproc)" --output-on-failure --output-junit "$top/build/dev/test.xml" \
+ctest --test-dir build/dev --no-tests=error -j "$jobs" --output-on-failure --output-junit "$top/build/dev/test.xml" \
   "${labels[@]}" "$@" 2>&1 | tee "$log" | scripts/test-progress.awk || status=$?
 [ ! -f build/dev/test.xml ] || python3 scripts/skipped-tests.py build/dev/test.xml
 grep -E 'tests passed|No tests were found' "$log" | tail -n 1

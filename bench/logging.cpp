@@ -268,16 +268,21 @@ void benchLatency(Report& report, const std::string& work, const std::vector<Con
   }
 }
 
+std::vector<Contender> asynchronousContenders() {
+  std::vector<Contender> contenders{{"ours", [] { return std::make_unique<Ours>(freshFolder("ours")); }}};
+#ifdef KELTO_HAS_SPDLOG
+  contenders.push_back({"spdlog async", [] { return std::make_unique<Spdlog>(freshFolder("spdlog")); }});
+#endif
+#ifdef KELTO_HAS_GLOG
+  contenders.push_back({"glog", [] { return std::make_unique<Glog>(freshFolder("glog")); }});
+#endif
+  return contenders;
+}
+
 void benchThroughput(Report& report, int rounds) {
   for (const int producers : {1, 4}) {
     const int records = producers == 1 ? 2'000'000 : 1'000'000;
-    std::vector<Contender> contenders{{"ours", [] { return std::make_unique<Ours>(freshFolder("ours")); }}};
-#ifdef KELTO_HAS_SPDLOG
-    contenders.push_back({"spdlog async", [] { return std::make_unique<Spdlog>(freshFolder("spdlog")); }});
-#endif
-#ifdef KELTO_HAS_GLOG
-    contenders.push_back({"glog", [] { return std::make_unique<Glog>(freshFolder("glog")); }});
-#endif
+    const auto contenders = asynchronousContenders();
     const auto rates = inTurn(contenders, rounds, [&](const Contender& one) {
       // glog needs not do all of it to show its rate.
       const int scale = one.name == "glog" ? 4 : 1;
@@ -323,13 +328,7 @@ void benchSynchronous(Report& report, int rounds) {
 }
 
 void benchPaced(Report& report, int rounds) {
-  std::vector<Contender> contenders{{"ours", [] { return std::make_unique<Ours>(freshFolder("ours")); }}};
-#ifdef KELTO_HAS_SPDLOG
-  contenders.push_back({"spdlog async", [] { return std::make_unique<Spdlog>(freshFolder("spdlog")); }});
-#endif
-#ifdef KELTO_HAS_GLOG
-  contenders.push_back({"glog", [] { return std::make_unique<Glog>(freshFolder("glog")); }});
-#endif
+  const auto contenders = asynchronousContenders();
   benchLatency(report, "asynchronous call every 10 us", contenders, 50'000, std::chrono::microseconds(10), rounds);
 }
 

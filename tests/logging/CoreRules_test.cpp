@@ -169,21 +169,7 @@ TEST_F(CoreRulesOnOneProcessor, FlushesRunBesideEachOther) {
 
 TEST_F(CoreRules, AnUnknownNumberOfProcessorsCountsAsOne) {
   fake.logging.process.processors = 0;
-  Gate gate;
-  const auto first = std::make_shared<RecordingLogger>("first");
-  first->onMessage = [&](const DDLogMessage&) { gate.pass(); };
-  const auto second = std::make_shared<RecordingLogger>("second");
-  DDLog::addLogger(first);
-  DDLog::addLogger(second);
-  log(true, "in turn");
-  ASSERT_TRUE(gate.waitForArrival());
-  for (int i = 0; i < 20; ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    ASSERT_EQ(second->count(), 0);
-  }
-  gate.open();
-  DDLog::flushLog();
-  EXPECT_EQ(second->count(), 1);
+  expectOneAfterTheOther([] { log(true, "in turn"); });
 }
 
 TEST_F(CoreRules, RecordsOfManyThreadsReachEveryLoggerInTheSameOrder) {

@@ -13,36 +13,13 @@ using testing::IsEmpty;
 
 namespace {
 
-class Database : public testing::Test {
+class Database : public DatabaseTest {
  protected:
-  // Added, and its first deletion, due at once, is over.
-  Database() {
-    DDLog::addLogger(logger);
-    pass(0);
-    logger->takeNotes();
-  }
-
-  void log(int count = 1, std::string_view text = "yes") {
-    for (int i = 0; i < count; ++i)
-      DDLog::log_level_flag_context_file_function_line_format(true, 3, 1, 0, "f.mm", "f", 1, "%@", text);
-    DDLog::loggingQueue().sync([] {});
-  }
-
-  void pass(double seconds) {
-    DDLog::loggingQueue().sync([] {});
-    logger->loggerQueue()->sync([] {});
-    fake.clock.advance(Seconds(seconds));
-    logger->loggerQueue()->sync([] {});
-  }
-
   // Without the deletion every five minutes.
   void withoutDeleting() {
     logger->setMaxAge(0);
     logger->takeNotes();
   }
-
-  platform::fake::FakePlatform fake;
-  std::shared_ptr<NotingDatabase> logger = std::make_shared<NotingDatabase>();
 };
 
 }  // namespace

@@ -255,20 +255,7 @@ TEST_F(Core, LoggersThatWaitForEachOtherFinish) {
 }
 
 TEST_F(CoreOnOneProcessor, LoggersRunStrictlyOneAfterTheOther) {
-  Gate gate;
-  auto first = std::make_shared<RecordingLogger>("first");
-  first->onMessage = [&](const DDLogMessage&) { gate.pass(); };
-  DDLog::addLogger(first);
-  const auto second = added("second");
-  log(true, "in turn");
-  ASSERT_TRUE(gate.waitForArrival());
-  for (int i = 0; i < 20; ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    ASSERT_EQ(second->count(), 0);
-  }
-  gate.open();
-  DDLog::flushLog();
-  EXPECT_EQ(second->count(), 1);
+  expectOneAfterTheOther([] { log(true, "in turn"); });
 }
 
 TEST_F(Core, TheQueueHasItsNameAndIsCurrentForWhatRunsOnIt) {

@@ -13,34 +13,12 @@ using testing::IsEmpty;
 
 namespace {
 
-class DatabaseSettings : public testing::Test {
+class DatabaseSettings : public DatabaseTest {
  protected:
-  DatabaseSettings() { add(); }
-
-  // Added, and its first deletion, due at once, is over.
-  void add() {
-    DDLog::addLogger(logger);
-    pass(0);
-    logger->takeNotes();
-  }
-  void log(int count = 1, std::string_view text = "yes") {
-    for (int i = 0; i < count; ++i)
-      DDLog::log_level_flag_context_file_function_line_format(true, 3, 1, 0, "f.mm", "f", 1, "%@", text);
-    DDLog::loggingQueue().sync([] {});
-  }
-  void pass(double seconds) {
-    DDLog::loggingQueue().sync([] {});
-    logger->loggerQueue()->sync([] {});
-    fake.clock.advance(Seconds(seconds));
-    logger->loggerQueue()->sync([] {});
-  }
   std::optional<Seconds> nextCall() {
     logger->loggerQueue()->sync([] {});
     return fake.clock.nextCall();
   }
-
-  platform::fake::FakePlatform fake;
-  std::shared_ptr<NotingDatabase> logger = std::make_shared<NotingDatabase>();
 };
 
 }  // namespace

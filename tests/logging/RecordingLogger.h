@@ -1,12 +1,17 @@
 #pragma once
 // A logger that keeps what it is given, and can be held up.
+#include <gtest/gtest.h>
+
 #include <condition_variable>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "logging/DDAbstractLogger.h"
+#include "logging/DDLog.h"
 
 class RecordingLogger : public DDAbstractLogger {
  public:
@@ -84,3 +89,23 @@ class Gate {
   bool _isOpen = false;
   int _arrivals = 0;
 };
+
+// Gives a record to two loggers, which are added here, and sees to it that the second gets it only when the first, held up
+// meanwhile, is through. `log` logs one record, asynchronously.
+inline void expectOneAfterTheOther(const std::function<void()>& log) {
+  Gate gate;
+  const auto first = std::make_shared<RecordingLogger>("first");
+  first->onMessage = [&](const DDLogMessage&) { gate.pass(); };
+  const auto second = std::make_shared<RecordingLogger>("second");
+  DDLog::addLogger(first);
+  DDLog::addLogger(second);
+  log();
+  ASSERT_TRUE(gate.waitForArrival());
+  for (int i = 0; i < 20; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    ASSERT_EQ(second->count(), 0);
+  }
+  gate.open();
+  DDLog::flushLog();
+  EXPECT_EQ(second->count(), 1);
+}

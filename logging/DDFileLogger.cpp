@@ -6,6 +6,7 @@
 #include "logging/DDLog.h"
 #include "logging/LogCore.h"
 #include "platform/Clock.h"
+#include "platform/Fork.h"
 
 namespace {
 
@@ -91,8 +92,11 @@ void DDFileLogger::rollLogFile() {
 // Writing.
 
 void DDFileLogger::logMessage(const DDLogMessage& message) {
+  const platform::Fork::Witness witness;
   _writer.beginRecord();
   if (const auto text = textOf(message)) {
+    // The formatter forked, and the record is the parent's.
+    if (witness.isInChild()) return;
     const auto sinceLook = message.timestamp() - _lastVerified;
     if (sinceLook >= verifyingInterval || sinceLook < std::chrono::nanoseconds(0)) {
       verifyPlace();

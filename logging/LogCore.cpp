@@ -89,10 +89,12 @@ void LogCore::record(const DDLogMessage::Facts& facts, std::string_view text, st
                      bool asynchronous) {
   // A logger that logs while the process ends cannot wait for itself.
   const bool waits = !asynchronous || (_isExiting.load(std::memory_order_relaxed) && heldDrain != this);
-  // Without a ticket nobody else has to wait for this thread to wake up again.
-  if (!_ring.hasRoom()) waitForRoom();
-  const Ticket ticket = _ring.takeTicket();
-  if (!_ring.isFree(ticket)) waitForSlot(ticket);
+  Ticket ticket = 0;
+  do {
+    // Without a ticket nobody else has to wait for this thread to wake up again.
+    if (!_ring.hasRoom()) waitForRoom();
+    ticket = _ring.takeTicket();
+  } while (!_ring.isFree(ticket) && !waitForSlot(ticket));
   _ring.slotOf(ticket).fill(facts, text, label, waits, _ring.texts());
   _ring.publish(ticket);
   rouse();
@@ -105,17 +107,17 @@ void LogCore::waitForRoom() {
   waitUntil([&] { return _ring.hasRoom(); }, _ring.nextTicket());
 }
 
-void LogCore::waitForSlot(Ticket ticket) {
+bool LogCore::waitForSlot(Ticket ticket) {
   rouse();
-  waitUntil([&] { return _ring.isFree(ticket); }, ticket);
+  return waitUntil([&] { return _ring.isFree(ticket); }, ticket);
 }
 
 void LogCore::async(Block block) { place(std::move(block), nullptr); }
 
 void LogCore::sync(const Block& block) {
   std::atomic<bool> isDone{false};
-  place(block, &isDone);
-  waitUntil([&] { return isDone.load(std::memory_order_acquire); }, _ring.nextTicket());
+  do place(block, &isDone);
+  while (!waitUntil([&] { return isDone.load(std::memory_order_acquire); }, _ring.nextTicket()));
 }
 
 void LogCore::place(Block block, std::atomic<bool>* isDone) {
@@ -128,17 +130,19 @@ void LogCore::place(Block block, std::atomic<bool>* isDone) {
   rouse();
 }
 
-// Waits by doing the work, as long as nobody else does it.
+// Waits by doing the work, as long as nobody else does it. Returns false in a child that was forked by this work: tickets
+// and blocks of the parent mean nothing there.
 template <class IsDone>
-void LogCore::waitUntil(const IsDone& isDone, Ticket limit) {
+bool LogCore::waitUntil(const IsDone& isDone, Ticket limit) {
   for (Nap nap(Nap::patient); !isDone();) {
     bool hasAdvanced = false;
     if (tryHoldDrain()) {
       hasAdvanced = drain(limit);
-      dropDrain();
+      if (!dropDrain()) return false;
     }
     if (!hasAdvanced) nap.take();
   }
+  return true;
 }
 
 bool LogCore::tryHoldDrain() {
@@ -147,9 +151,12 @@ bool LogCore::tryHoldDrain() {
   return true;
 }
 
-void LogCore::dropDrain() {
+// Returns false in a child that was forked while this thread held the drain, where it holds nothing.
+bool LogCore::dropDrain() {
+  if (heldDrain != this) return false;
   heldDrain = nullptr;
   _isDraining.store(false, std::memory_order_release);
+  return true;
 }
 
 // Runs blocks and delivers records until it comes to `limit` or to a record that is not there yet. Whether anything was.
@@ -167,6 +174,7 @@ bool LogCore::drain(Ticket limit) {
     } else {
       return hasAdvanced;
     }
+    if (heldDrain != this) return true;
     hasAdvanced = true;
   }
 }
@@ -180,6 +188,7 @@ void LogCore::runBlocks(Ticket head) {
     lock.unlock();
     next.block();
     next.block = nullptr;
+    if (heldDrain != this) return;
     if (next.isDone != nullptr) next.isDone->store(true, std::memory_order_release);
     lock.lock();
   }
@@ -189,7 +198,10 @@ void LogCore::deliver(Ticket ticket) {
   const LogSlot& slot = _ring.slotOf(ticket);
   const bool isSynchronous = slot.isSynchronous;
   _journal->setTicket(ticket);
+  _isDelivering = true;
   _delivery.deliver(slot.message(), isSynchronous);
+  if (heldDrain != this) return;
+  _isDelivering = false;
   _ring.release(ticket);
   if (isSynchronous) {
     _hasUnwritten = false;
@@ -251,7 +263,7 @@ void LogCore::keepWatch() {
       hasAdvanced = drain(none);
       if (!hasAdvanced) settle();
       isBusy = _hasUnwritten;
-      dropDrain();
+      if (!dropDrain()) return;
     }
     // Others may have drained meanwhile.
     const Ticket head = _ring.head();
@@ -304,16 +316,19 @@ void LogCore::stopWatch() {
   if (watch.joinable()) watch.join();
 }
 
-// Forks. Nobody delivers anything and nobody starts a thread while the process forks.
+// Forks. Nobody delivers anything and nobody starts a thread while the process forks, unless it is a logger that forks:
+// then whoever drains is inside that logger's part, or waits for it.
 
 void LogCore::prepareFork() {
-  _forkedInside = heldDrain == this;
+  _forkedInside = heldDrain == this || _delivery.isPartHere();
   for (Nap nap(Nap::patient); !_forkedInside && !tryHoldDrain();) nap.take();
+  if (_forkedInside && _isDelivering) _headAtFork = _ring.copyOfHead();
   _blocksMutex.lock();
   _watchMutex.lock();
 }
 
 void LogCore::endFork() {
+  _headAtFork.reset();
   _watchMutex.unlock();
   _blocksMutex.unlock();
   if (!_forkedInside) dropDrain();
@@ -322,7 +337,14 @@ void LogCore::endFork() {
 void LogCore::beginChild() {
   // What waits is the parent's, and so are the threads, which cannot be joined here.
   std::construct_at(&_watch);
-  _ring.reset();
+  if (_headAtFork) {
+    // Which is still being read where it is; the child's own records go elsewhere.
+    _ring.putBack(*_headAtFork);
+    std::construct_at(&_ring, _journal->anotherRingMemory());
+  } else {
+    _ring.reset();
+  }
+  _isDelivering = false;
   _blocks.clear();
   _nextBlock.store(none);
   _written.store(0);
@@ -331,4 +353,7 @@ void LogCore::beginChild() {
   _isAsleep.store(true);
   _delivery.didFork();
   endFork();
+  // A logger that forked is not inside anything here.
+  heldDrain = nullptr;
+  _isDraining.store(false, std::memory_order_release);
 }

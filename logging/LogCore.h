@@ -50,13 +50,13 @@ class LogCore final : public platform::Dispatch::Queue {
 
   void place(platform::Dispatch::Block block, std::atomic<bool>* isDone);
   void waitForRoom();
-  void waitForSlot(Ticket ticket);
+  bool waitForSlot(Ticket ticket);
   template <class IsDone>
-  void waitUntil(const IsDone& isDone, Ticket limit);
+  bool waitUntil(const IsDone& isDone, Ticket limit);
 
   // Whoever holds the drain.
   bool tryHoldDrain();
-  void dropDrain();
+  bool dropDrain();
   bool drain(Ticket limit);
   void runBlocks(Ticket head);
   void deliver(Ticket ticket);
@@ -99,7 +99,11 @@ class LogCore final : public platform::Dispatch::Queue {
   std::thread _watch;
   Ticket _lastSeen = 0;   // the watch's own: the head at its last look,
   Ticket _settledAt = 0;  // and when the loggers were last told that nothing more comes
+  bool _isDelivering = false;
+  // While the process forks: whether that happens inside a logger's part or a block, and the record that is being
+  // delivered.
   bool _forkedInside = false;
+  std::optional<LogRing::HeadCopy> _headAtFork;
   // The watch fences for everybody before it sleeps; otherwise everybody fences for himself.
   const bool _fencesForOthers;
   platform::Fork::HandlersID _forkHandlers = 0;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "platform/Fork.h"
+
 using platform::Dispatch::SerialQueue;
 
 namespace {
@@ -10,6 +12,9 @@ namespace {
 constexpr std::chrono::microseconds look{500};
 // As many looks at the same place mean that a logger is stuck there.
 constexpr int looksUntilStuck = 3;
+
+// The delivery whose part the calling thread is doing on a logger's queue.
+thread_local const LogDelivery* partHere = nullptr;
 
 void perform(const DDLoggerNode& node, const DDLogMessage& message, bool andWrite) {
   node.logger->logMessage(message);
@@ -55,13 +60,16 @@ void LogDelivery::deliver(const DDLogMessage& message, bool andWrite) {
     deliverWatched(message, andWrite);
     return;
   }
+  const platform::Fork::Witness witness;
   for (const auto& node : _nodes) {
     const SerialQueue::Turn turn(*node.loggerQueue);
     perform(node, message, andWrite);
+    if (witness.isInChild()) return;
   }
 }
 
 void LogDelivery::deliverWatched(const DDLogMessage& message, bool andWrite) {
+  const platform::Fork::Witness witness;
   const std::uint64_t number = ++_number;
   const std::size_t count = _nodes.size();
   _message = &message;
@@ -72,6 +80,7 @@ void LogDelivery::deliverWatched(const DDLogMessage& message, bool andWrite) {
     if (!_progress.compare_exchange_strong(expected, progress(number, count, i + 1), std::memory_order_acq_rel)) break;
     const SerialQueue::Turn turn(*_nodes[i].loggerQueue);
     perform(_nodes[i], message, andWrite);
+    if (witness.isInChild()) return;
   }
   Progress own = progress(number, count, count);
   if (_progress.compare_exchange_strong(own, 0, std::memory_order_acq_rel)) return;
@@ -84,10 +93,20 @@ void LogDelivery::startRestElsewhere(Progress seen) {
   const std::uint64_t number = seen >> (2 * indexBits);
   if (!_progress.compare_exchange_strong(seen, 0, std::memory_order_acq_rel)) return;
   for (std::size_t i = seen & indexMask; i < _nodes.size(); ++i)
-    _nodes[i].loggerQueue->async(
-        _group, [&node = _nodes[i], message = _message, andWrite = _andWrite] { perform(node, *message, andWrite); });
+    startPart(*_nodes[i].loggerQueue,
+              [&node = _nodes[i], message = _message, andWrite = _andWrite] { perform(node, *message, andWrite); });
   _startedElsewhere.store(number, std::memory_order_release);
 }
+
+void LogDelivery::startPart(SerialQueue& queue, platform::Dispatch::Block part) {
+  queue.async(_group, [this, part = std::move(part)] {
+    partHere = this;
+    part();
+    partHere = nullptr;
+  });
+}
+
+bool LogDelivery::isPartHere() const { return partHere == this; }
 
 void LogDelivery::lookOn() {
   Progress last = 0;
@@ -139,11 +158,12 @@ void LogDelivery::didBecomeIdle() {
 }
 
 void LogDelivery::flush() {
-  for (const auto& node : _nodes) node.loggerQueue->async(_group, [&node] { node.logger->flush(); });
+  for (const auto& node : _nodes) startPart(*node.loggerQueue, [&node] { node.logger->flush(); });
   _group.wait();
 }
 
 void LogDelivery::didFork() {
+  partHere = nullptr;
   // The threads are the parent's; their objects cannot be joined here.
   std::construct_at(&_onlooker);
   std::construct_at(&_group);
@@ -154,5 +174,4 @@ void LogDelivery::didFork() {
     node.loggerQueue->resetAfterFork();
     node.logger->didFork();
   }
-  wakeOnlooker();
 }

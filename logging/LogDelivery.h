@@ -48,7 +48,9 @@ class LogDelivery {
   // No more onlooker; what is on its way to the loggers' queues has been done.
   void stop();
 
-  // In a forked child.
+  // Whether the calling thread is doing a logger's part on the logger's own queue, for which somebody waits who drains.
+  [[nodiscard]] bool isPartHere() const;
+  // In a forked child. A logger's part that forked goes on there as well, but the loggers after it are left out.
   void didFork();
 
  private:
@@ -61,6 +63,7 @@ class LogDelivery {
     return number << (2 * indexBits) | count << indexBits | begun;
   }
 
+  void startPart(platform::Dispatch::SerialQueue& queue, platform::Dispatch::Block part);
   void dismiss(DDLoggerNode node);
   void deliverWatched(const DDLogMessage& message, bool andWrite);
   void lookOn();

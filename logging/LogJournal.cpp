@@ -49,13 +49,22 @@ LogJournal::LogJournal(platform::LoggingHost* host)
   if (_memory) {
     _bytes = _memory->bytes();
   } else {
-    _plain.reset(static_cast<std::byte*>(::operator new(totalBytes, alignment)));
-    std::memset(_plain.get(), 0, LogRing::slotBytes);
+    _plain = makeBytes(totalBytes);
     _bytes = {_plain.get(), totalBytes};
   }
   _lines = new (_bytes.data() + LogRing::bytes) LogLines;
   _lines->setState(0, 0);
   _lines->path[0] = '\0';
+}
+
+LogJournal::Bytes LogJournal::makeBytes(std::size_t size) {
+  Bytes bytes(static_cast<std::byte*>(::operator new(size, alignment)));
+  std::memset(bytes.get(), 0, LogRing::slotBytes);
+  return bytes;
+}
+
+std::span<std::byte> LogJournal::anotherRingMemory() {
+  return {_others.emplace_back(makeBytes(LogRing::bytes)).get(), LogRing::bytes};
 }
 
 LogLines* LogJournal::claimLines() { return _areLinesClaimed.exchange(true) ? nullptr : _lines; }

@@ -49,6 +49,8 @@ class LogJournal {
   LogJournal& operator=(const LogJournal&) = delete;
 
   [[nodiscard]] std::span<std::byte> ringMemory() { return _bytes.subspan(0, LogRing::bytes); }
+  // More memory for a ring, which dies with the process. It stays the journal's.
+  std::span<std::byte> anotherRingMemory();
 
   // The record that is being delivered.
   void setTicket(std::uint64_t ticket) { _ticket.store(ticket, std::memory_order_relaxed); }
@@ -74,7 +76,10 @@ class LogJournal {
   const std::string _name;
   platform::LoggingHost* const _host;
   std::unique_ptr<platform::SurvivingMemory> _memory;
-  std::unique_ptr<std::byte, FreeBytes> _plain;
+  using Bytes = std::unique_ptr<std::byte, FreeBytes>;
+  static Bytes makeBytes(std::size_t size);
+  Bytes _plain;
+  std::vector<Bytes> _others;
   std::span<std::byte> _bytes;
   LogLines* _lines = nullptr;
   std::atomic<bool> _areLinesClaimed{false};

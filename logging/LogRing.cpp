@@ -104,6 +104,11 @@ DDLogMessage LogSlot::survivingRecord(const LogTexts& texts) const {
   return DDLogMessage(DDLogMessage(facts, survivingText(texts), std::nullopt));
 }
 
+std::span<char> LogSlot::textInBlocks() const {
+  if (isSpilled == 0 || spilledBlock == LogTexts::none) return {};
+  return {spilled(), spilledSize()};
+}
+
 LogRing::LogRing(std::span<std::byte> memory)
     : _slots(reinterpret_cast<LogSlot*>(memory.data())), _texts(memory.data() + slotBytes) {
   for (std::uint64_t i = 0; i < capacity; ++i) std::construct_at(&_slots[i].sequence, i);
@@ -114,6 +119,20 @@ void LogRing::release(std::uint64_t ticket) {
   slot.releaseSpilledText(_texts);
   slot.sequence.store(ticket + capacity, std::memory_order_release);
   _head.store(ticket + 1, std::memory_order_release);
+}
+
+LogRing::HeadCopy LogRing::copyOfHead() {
+  const LogSlot& slot = slotOf(head());
+  const auto text = slot.textInBlocks();
+  HeadCopy copy{.slot = {}, .text = {text.data(), text.size()}};
+  std::memcpy(copy.slot.data(), &slot, copy.slot.size());
+  return copy;
+}
+
+void LogRing::putBack(const HeadCopy& head) {
+  LogSlot& slot = slotOf(_head.load(std::memory_order_relaxed));
+  std::memcpy(static_cast<void*>(&slot), head.slot.data(), head.slot.size());
+  head.text.copy(slot.textInBlocks().data(), head.text.size());
 }
 
 void LogRing::reset() {

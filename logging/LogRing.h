@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstddef>
 #include <span>
+#include <string>
 
 #include "logging/DDLogMessage.h"
 
@@ -48,6 +49,8 @@ struct alignas(64) LogSlot {
   // What is left of the record after the process that wrote it died, with that process's `texts`: the text, or its
   // beginning when it was on the heap, and no places.
   [[nodiscard]] DDLogMessage survivingRecord(const LogTexts& texts) const;
+  // The texts that are in LogTexts; empty when they are not there.
+  [[nodiscard]] std::span<char> textInBlocks() const;
 
   std::atomic<std::uint64_t> sequence;
   platform::Date timestamp;
@@ -114,8 +117,19 @@ class LogRing {
     for (std::size_t offset = 0; offset < prefetchedBytes; offset += cacheLine) __builtin_prefetch(slot + offset, 1);
   }
 
-  // Empty again; in the one thread of a forked child.
+  // The record at the head, byte for byte. The consumer's, while it has one.
+  struct HeadCopy {
+    std::array<std::byte, LogSlot::size> slot;
+    std::string text;  // of those that are longer than a slot
+  };
+  [[nodiscard]] HeadCopy copyOfHead();
+
+  // In the one thread of a forked child.
+
+  // Empty again.
   void reset();
+  // The record back in its place; where it has been read from it can still be read then.
+  void putBack(const HeadCopy& head);
 
  private:
   static constexpr std::size_t cacheLine = 64;

@@ -55,8 +55,9 @@ void SerialQueue::async(Block block) { append({.block = std::move(block)}); }
 void SerialQueue::async(Group& group, Block block) {
   group.enter();
   async([&group, block = std::move(block)] {
+    const Fork::Witness witness;
     block();
-    group.leave();
+    if (!witness.isInChild()) group.leave();
   });
 }
 
@@ -67,7 +68,9 @@ void SerialQueue::sync(const Block& block) {
 
 SerialQueue::Turn::Turn(SerialQueue& queue) : _queue(queue.take()), _current(&queue) {}
 
-SerialQueue::Turn::~Turn() { _queue.leave(); }
+SerialQueue::Turn::~Turn() {
+  if (!_witness.isInChild()) _queue.leave();
+}
 
 SerialQueue& SerialQueue::take() {
   std::uint32_t idle = 0;
@@ -102,6 +105,7 @@ void SerialQueue::schedule() {
 void SerialQueue::drain() {
   _state.fetch_add(busy, std::memory_order_acq_rel);
   const Current current(this);
+  const Fork::Witness witness;
   for (;;) {
     Entry entry = next();
     if (entry.waiter != nullptr) {
@@ -110,6 +114,7 @@ void SerialQueue::drain() {
     }
     entry.block();
     entry.block = nullptr;
+    if (witness.isInChild()) return;
     std::uint32_t alone = busy;
     if (_state.compare_exchange_strong(alone, 0, std::memory_order_acq_rel)) return;
   }

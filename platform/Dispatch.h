@@ -14,6 +14,7 @@
 #include <string>
 
 #include "platform/Clock.h"
+#include "platform/Fork.h"
 
 namespace platform::Dispatch {
 
@@ -94,11 +95,13 @@ class SerialQueue final : public Queue, public std::enable_shared_from_this<Seri
     Turn& operator=(const Turn&) = delete;
 
    private:
+    const Fork::Witness _witness;
     SerialQueue& _queue;
     Current _current;
   };
 
-  // In a forked child: forgets what other threads of the parent were doing or going to do here.
+  // In a forked child: forgets what threads of the parent were doing or going to do here. A block that forked goes on in
+  // the child as well, but it no longer has the turn there.
   void resetAfterFork();
 
  private:

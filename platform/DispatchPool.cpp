@@ -64,8 +64,10 @@ void Pool::work() {
     _jobs.pop_front();
     ++_running;
     lock.unlock();
+    const Fork::Witness witness;
     job();
     job = nullptr;
+    if (witness.isInChild()) return;
     lock.lock();
     if (--_running == 0) _hasFinished.notify_all();
   }

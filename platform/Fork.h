@@ -35,6 +35,15 @@ void removeHandlers(HandlersID handlers);
 // as this number stays.
 std::uint32_t generation();
 
+// Tells whether the process forked during this object's life and the child is asking.
+class Witness {
+ public:
+  [[nodiscard]] bool isInChild() const { return generation() != _before; }
+
+ private:
+  const std::uint32_t _before = generation();
+};
+
 void prepare();
 void parent();
 void child();

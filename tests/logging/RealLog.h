@@ -18,22 +18,28 @@ class RealLog {
   // This process under another name.
   class Process final : public platform::ProcessInfo {
    public:
-    Process(platform::ProcessInfo& real, std::string name) : _real(real), _name(std::move(name)) {}
+    Process(platform::ProcessInfo& real, std::string name, std::uint32_t processors)
+        : _real(real), _name(std::move(name)), _processors(processors) {}
     [[nodiscard]] std::string processName() const override { return _name; }
     [[nodiscard]] std::int32_t processIdentifier() const override { return _real.processIdentifier(); }
     [[nodiscard]] std::uint32_t currentThreadIdentifier() const override { return _real.currentThreadIdentifier(); }
-    [[nodiscard]] std::uint32_t processorCount() const override { return _real.processorCount(); }
+    [[nodiscard]] std::uint32_t processorCount() const override {
+      return _processors == 0 ? _real.processorCount() : _processors;
+    }
     bool fenceOtherThreads() override { return _real.fenceOtherThreads(); }
 
    private:
     platform::ProcessInfo& _real;
     const std::string _name;
+    const std::uint32_t _processors;
   };
 
  public:
-  // `name` is the process's; `directory` is where the log files go.
-  RealLog(const std::string& name, const std::string& directory, platform::LogStorage* storage = nullptr)
-      : _process(_linux.process, name),
+  // `name` is the process's; `directory` is where the log files go. With 0 `processors` there are as many as the machine
+  // has.
+  RealLog(const std::string& name, const std::string& directory, platform::LogStorage* storage = nullptr,
+          std::uint32_t processors = 0)
+      : _process(_linux.process, name, processors),
         _host{storage == nullptr ? _linux.storage : *storage, _process, _linux.standardError, _linux.leveledSystemLog,
               _memories},
         _memories(memoryFolder(directory)) {

@@ -1,6 +1,5 @@
 // Queues when the process forks.
 #include <gtest/gtest.h>
-#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -10,6 +9,7 @@
 
 #include "platform/Dispatch.h"
 #include "platform/Fork.h"
+#include "tests/support/SharedCount.h"
 
 using platform::Dispatch::Semaphore;
 using platform::Dispatch::SerialQueue;
@@ -32,21 +32,6 @@ int statusOfChild(const std::function<int()>& work) {
   return status;
 }
 
-// A number that a process shares with its children.
-class SharedCount {
- public:
-  SharedCount() : _count(new (::mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)) Count(0)) {}
-  ~SharedCount() { ::munmap(_count, 4096); }
-  SharedCount(const SharedCount&) = delete;
-  SharedCount& operator=(const SharedCount&) = delete;
-  void increment() { ++*_count; }
-  [[nodiscard]] int value() const { return *_count; }
-
- private:
-  using Count = std::atomic<int>;
-  Count* const _count;
-};
-
 // The pool has threads that wait when this is over.
 void runSomething() {
   Semaphore done(0);
@@ -66,7 +51,7 @@ TEST(DispatchFork, AChildRunsItsOwnBlocks) {
 }
 
 TEST(DispatchFork, WhatWasSubmittedInTheParentRunsThereAndOnce) {
-  SharedCount count;
+  tests::SharedCount count;
   for (int i = 0; i < 50; ++i) {
     const auto queue = SerialQueue::make("parent");
     queue->async([&] { count.increment(); });
@@ -110,4 +95,31 @@ TEST(DispatchFork, ABlockThatIsStuckHoldsNoForkUp) {
             0);
   mayEnd.release();
   queue->sync([] {});
+}
+
+TEST(DispatchFork, ABlockThatForkedHasNoTurnInTheChild) {
+  // In a process of its own, since the forking thread goes on in both.
+  EXPECT_EQ(statusOfChild([] {
+              const auto queue = SerialQueue::make("forking");
+              pid_t child = 0;
+              queue->sync([&] {
+                platform::Fork::prepare();
+                child = ::fork();
+                if (child != 0) {
+                  platform::Fork::parent();
+                  return;
+                }
+                platform::Fork::child();
+                ::alarm(30);
+                queue->resetAfterFork();
+                queue->sync([] {});
+              });
+              // The turn that ended was the parent's; in the child the queue is as free as before.
+              queue->sync([] {});
+              if (child == 0) ::_exit(0);
+              int status = -1;
+              ::waitpid(child, &status, 0);
+              return status;
+            }),
+            0);
 }

@@ -9,10 +9,10 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
-#include <thread>
 
 #include "platform/fake/FakePlatform.h"
 #include "platform/linux/LinuxAuthorizationServices.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/PrivateBus.h"
 
 namespace {
@@ -63,15 +63,6 @@ struct Client {
     return services.executeWithPrivileges(authorization, path, kAuthorizationFlagDefaults, stream);
   }
 };
-
-bool becomesTrue(const std::function<bool()>& condition) {
-  const auto deadline = std::chrono::steady_clock::now() + 10s;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(5ms);
-  }
-  return true;
-}
 
 bool isOwned(const std::string& name) {
   const auto bus = Linux::Bus::openUser();
@@ -182,8 +173,8 @@ TEST_F(AuthorizationBroker, AHandleDiesWithItsConnection) {
   const auto form = gone->exported(authorized(*gone));
   gone.reset();
   AuthorizationRef adopted = 0;
-  EXPECT_TRUE(
-      becomesTrue([&] { return installer.services.createFromExternalForm(form, adopted) == errAuthorizationDenied; }));
+  EXPECT_TRUE(tests::eventually(
+      [&] { return installer.services.createFromExternalForm(form, adopted) == errAuthorizationDenied; }));
 }
 
 TEST_F(AuthorizationBroker, FreeThatDestroysEndsTheRightForTheOtherHolder) {
@@ -334,7 +325,8 @@ TEST_F(AuthorizationBroker, RunsABoundedNumberOfToolsAtOnceAndReapsThem) {
   for (int i = 0; i < 8; ++i) ASSERT_EQ(controller.execute(authorization, path, streams[i]), errAuthorizationSuccess);
   EXPECT_EQ(controller.execute(authorization, path, streams[8]), errAuthorizationToolExecuteFailure);
   streams[0].reset();
-  EXPECT_TRUE(becomesTrue([&] { return controller.execute(authorization, path, streams[8]) == errAuthorizationSuccess; }));
+  EXPECT_TRUE(
+      tests::eventually([&] { return controller.execute(authorization, path, streams[8]) == errAuthorizationSuccess; }));
 }
 
 TEST_F(AuthorizationBroker, UsesAtMostEightMegabytes) {
@@ -396,7 +388,7 @@ TEST(AuthorizationLifetimes, AFormIsRefusedAfterItsTime) {
   const auto form = controller.exported(controller.create());
   AuthorizationRef adopted = 0;
   EXPECT_EQ(installer.services.createFromExternalForm(form, adopted), errAuthorizationSuccess);
-  EXPECT_TRUE(becomesTrue([&] {
+  EXPECT_TRUE(tests::eventually([&] {
     installer.services.free(adopted, kAuthorizationFlagDefaults);
     return installer.services.createFromExternalForm(form, adopted) == errAuthorizationDenied;
   }));
@@ -407,7 +399,7 @@ TEST(AuthorizationLifetimes, TheRightEndsAfterItsTimeAndIsAskedForAgain) {
   Client controller;
   const AuthorizationRef authorization = controller.create();
   EXPECT_EQ(controller.copyRight(authorization, 18), errAuthorizationSuccess);
-  EXPECT_TRUE(becomesTrue([&] { return controller.copyRight(authorization, 0) == errAuthorizationDenied; }));
+  EXPECT_TRUE(tests::eventually([&] { return controller.copyRight(authorization, 0) == errAuthorizationDenied; }));
   EXPECT_EQ(controller.copyRight(authorization, 18), errAuthorizationSuccess);
 }
 
@@ -416,10 +408,10 @@ TEST(AuthorizationLifetimes, TheBrokerLeavesWhenIdleAndStaysWhileAHandleIsHeld) 
   auto held = std::make_unique<Client>();
   held->create();
   const auto start = std::chrono::steady_clock::now();
-  ASSERT_TRUE(becomesTrue([&] { return !isOwned(BrokerName) || std::chrono::steady_clock::now() - start > 1500ms; }));
+  ASSERT_TRUE(tests::eventually([&] { return !isOwned(BrokerName) || std::chrono::steady_clock::now() - start > 1500ms; }));
   EXPECT_TRUE(isOwned(BrokerName));
   held.reset();
-  EXPECT_TRUE(becomesTrue([] { return !isOwned(BrokerName); }));
+  EXPECT_TRUE(tests::eventually([] { return !isOwned(BrokerName); }));
   Client next;
   EXPECT_NE(next.create(), 0U);
 }

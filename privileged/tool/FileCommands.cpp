@@ -27,7 +27,7 @@ SourceAndDestination bothItems(const Request& request) {
 }
 
 // Renames the new item into the staging folder. False when it has to be copied: it is on another file system, cannot be
-// taken from where it is, or has files with several names, whose owner and mode are not ours to change.
+// taken from where it is, or its owners and modes could not be given back (see TreeSurvey).
 bool takeIntoStaging(const Location& source, const TreeSurvey& found, Staging& staging) {
   if (found.mustBeCopied) return false;
   staging.noteSource(source, *source.status());

@@ -1,5 +1,6 @@
 #include "privileged/tool/TrashCommand.h"
 
+#include <fcntl.h>
 #include <pwd.h>
 #include <unistd.h>
 
@@ -66,22 +67,50 @@ class Trasher {
     if (error != 0) trash.releaseName(name, staging);
     if (error == EXDEV) return false;
     if (error != 0) failWithSystemError("cannot move to the Trash", error);
-    Adoption adoption(user_.owner);
     try {
-      adoption.apply(place.folder.get(), place.name);
       trash.sync();
       syncFolder(item_.openFolder().get());
     } catch (const Failure&) {
-      adoption.undo(place.folder.get(), place.name);
-      if (renameWithoutReplacing(place.folder.get(), place.name, item_.folder.get(), item_.name) == 0) {
-        trash.releaseName(name, staging);
-      } else {
-        staging.keep();
-      }
+      if (takeBack(place, staging)) trash.releaseName(name, staging);
       throw;
     }
+    handOver(trash, place, staging);
     tell(place);
     return true;
+  }
+
+  // Nothing was given to the user yet. The item goes back by way of the staging folder, because in the Trash the user can
+  // lay another one in its place. False when it stays in the Trash.
+  bool takeBack(const Location& place, Staging& staging) const {
+    try {
+      staging.noteSource(item_, status_);
+    } catch (const Failure&) {
+      staging.keep();
+      return false;
+    }
+    const auto renamed = [&](int from, const std::string& name, int to, const std::string& newName) {
+      return renameWithoutReplacing(from, name, to, newName) == 0;
+    };
+    struct stat taken {};
+    if (renamed(place.folder.get(), place.name, staging.folder(), Staging::NewItem)) {
+      const bool isItem = ::fstatat(staging.folder(), Staging::NewItem, &taken, AT_SYMLINK_NOFOLLOW) == 0 &&
+                          taken.st_dev == status_.st_dev && taken.st_ino == status_.st_ino;
+      if (isItem && renamed(staging.folder(), Staging::NewItem, item_.folder.get(), item_.name)) return true;
+      renamed(staging.folder(), Staging::NewItem, place.folder.get(), place.name);
+    }
+    staging.keep();
+    return false;
+  }
+
+  // From here on there is no way back: what the user once owned may hold anything, and belongs to nobody else any more.
+  void handOver(const TrashFolder& trash, const Location& place, Staging& staging) const {
+    try {
+      Adoption(user_.owner).apply(place.folder.get(), place.name);
+      trash.sync();
+    } catch (const Failure& failure) {
+      staging.keep();  // for the next job, which goes on with it
+      throw Failure(std::string("moved to the Trash, but not all of it was given to the user: ") + failure.what());
+    }
   }
 
   Outcome copyTo(const TrashFolder& trash) {

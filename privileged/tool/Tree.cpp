@@ -28,6 +28,11 @@ bool isToBeAdopted(const struct stat& status, std::optional<Owner> owner) {
   return !S_ISLNK(status.st_mode) && (status.st_mode & SetIDBits) != 0;
 }
 
+// It would be given to an ordinary user who cannot do with it as they like already. Only root can give.
+bool isGainedByAUser(const struct stat& status, std::optional<Owner> owner) {
+  return owner && owner->user != 0 && owner->user != status.st_uid && ::geteuid() == 0;
+}
+
 FileDescriptor folderToRead(int parent, const std::string& name) {
   auto folder = openFolderIn(parent, name);
   if (!folder) failWithSystemError("cannot open the folder " + name);
@@ -77,7 +82,8 @@ class Surveyor {
     links_.add(status);
     if (isToBeAdopted(status, owner_)) {
       found_.needsAdoption = true;
-      if (hasSeveralNames(status)) found_.mustBeCopied = true;
+      const bool losesBits = S_ISREG(status.st_mode) && (status.st_mode & SetIDBits) != 0;
+      if (hasSeveralNames(status) || losesBits || isGainedByAUser(status, owner_)) found_.mustBeCopied = true;
     }
     if (!S_ISDIR(status.st_mode)) {
       if (!S_ISREG(status.st_mode) && !S_ISLNK(status.st_mode)) found_.hasSpecialFiles = true;
@@ -135,7 +141,8 @@ void Adoption::applyToEntry(int parent, const std::string& name) {
   if (!item || ::fstat(item.get(), &status) != 0) failWithSystemError("cannot open " + name);
   if (hasSeveralNames(status)) return;
   const Owner before{status.st_uid, status.st_gid};
-  changed_.push_back({status.st_ino, before, status.st_mode & ALLPERMS});
+  const mode_t bitsToGiveBack = S_ISDIR(status.st_mode) ? ALLPERMS : ALLPERMS & ~SetIDBits;
+  if (!isGainedByAUser(status, owner_)) changed_.push_back({status.st_ino, before, status.st_mode & bitsToGiveBack});
   if (owner_ && before != *owner_) give(item.get(), name);
   if (S_ISLNK(status.st_mode) || (status.st_mode & SetIDBits) == 0) return;
   // Giving it away may have taken bits of its mode already.

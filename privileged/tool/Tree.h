@@ -20,7 +20,8 @@ struct TreeSurvey {
   std::size_t entries = 0;
   // An entry belongs to someone other than the wanted owner, or carries a set-id bit.
   bool needsAdoption = false;
-  // A file here has a name outside the tree too, or has several names and would have to be adopted.
+  // Adopting this tree could not be undone. A file has a name outside it too, or several names and would have to be
+  // adopted; or it would lose set-id bits; or an ordinary user would gain an entry, and could change it at once.
   bool mustBeCopied = false;
   bool hasSpecialFiles = false;  // a device, socket or pipe
 };
@@ -37,7 +38,8 @@ class Adoption {
 
   // Throws Failure; only root can fail for not being allowed to, others keep what they may not give away.
   void apply(int parent, const std::string& name);
-  // Gives back what apply() gave, as far as that goes; also after it has thrown.
+  // Gives back what apply() gave, also after it has thrown; but never what an ordinary user could have changed meanwhile,
+  // nor set-id bits to a file, which somebody may hold open.
   void undo(int parent, const std::string& name) const;
 
  private:

@@ -51,7 +51,8 @@ class FaultCase {
 
 class ReplaceCase : public FaultCase {
  public:
-  enum class Kind { folder, manyFiles, file, nothingThere };
+  // What belonged to root, or to nobody yet, replaced by what someone downloaded; or what belonged to an ordinary user.
+  enum class Kind { folder, manyFiles, file, nothingThere, ofAUser };
   ReplaceCase(const Places& places, Kind kind, bool across) : FaultCase(places), kind_(kind), across_(across) {}
 
   void prepare() override {
@@ -59,12 +60,11 @@ class ReplaceCase : public FaultCase {
     destination_ = places_.here / "Applications/App.app";
     fs::create_directories(destination_.parent_path());
     if (kind_ != Kind::nothingThere) make(destination_, "1");
-    if (kind_ != Kind::nothingThere && places_.isRoot) giveTree(destination_, OldOwner);
+    if (kind_ == Kind::ofAUser && places_.isRoot) giveTree(destination_, SomeUser);
     places_.afterOld();
-    make(source_, "2");
+    makeSource("2");
     old_ = treeOf(destination_);
     sourceTree_ = treeOf(source_, Ids{});
-    new_ = treeOf(source_, kind_ != Kind::nothingThere && places_.isRoot ? std::optional(OldOwner) : std::nullopt);
   }
   InstructionArchive::Instructions job() const override {
     return {{"command", "replace item"}, {"source path", source_}, {"destination path", destination_}};
@@ -83,8 +83,7 @@ class ReplaceCase : public FaultCase {
     // The source of a job that did not get so far is where it was, or the next job brings it back there.
     if (found == Found::done || found == Found::retimed) {
       fs::remove_all(source_);
-      make(source_, "3");
-      new_ = treeOf(source_, kind_ != Kind::nothingThere && places_.isRoot ? std::optional(OldOwner) : std::nullopt);
+      makeSource("3");
     }
     return job();
   }
@@ -95,11 +94,18 @@ class ReplaceCase : public FaultCase {
     if (kind_ == Kind::file) return write(path, "version " + version);
     makeRichBundle(path, version, kind_ == Kind::manyFiles ? 20 : 0);
   }
+  void makeSource(const std::string& version) {
+    make(source_, version);
+    if (places_.isRoot) giveTree(source_, Downloader);
+    const bool hasOwner = kind_ != Kind::nothingThere && places_.isRoot;
+    new_ = treeOf(source_, hasOwner ? std::optional(kind_ == Kind::ofAUser ? SomeUser : Ids{}) : std::nullopt);
+  }
   static Tree withoutTop(Tree tree) {
     tree.erase(".");
     return tree;
   }
-  static constexpr Ids OldOwner{.user = 54321, .group = 54322};
+  static constexpr Ids SomeUser{.user = 54321, .group = 54322};
+  static constexpr Ids Downloader{.user = 54323, .group = 54324};
   Kind kind_;
   bool across_;
   fs::path source_;
@@ -379,6 +385,7 @@ inline std::vector<NamedCase> faultCases() {
       {"replace item, many files", replacing(Kind::manyFiles, false)},
       {"replace item, a file", replacing(Kind::file, false)},
       {"replace item, nothing there", replacing(Kind::nothingThere, false)},
+      {"replace item, of a user", replacing(Kind::ofAUser, false)},
       {"replace item, across", replacing(Kind::folder, true)},
       {"copy file", copying(false)},
       {"copy file, across", copying(true)},

@@ -24,10 +24,11 @@ struct Fault {
 };
 
 // What someone else does at that moment, instead of a fault: `meddle` before the call, `undo` before the one after it. Both
-// kinds of calls are counted then.
+// kinds of calls are counted then. From that call on the disk may fail: nothing can be brought to it any more.
 struct Meddler {
   std::function<void()> meddle;
   std::function<void()> undo = [] {};
+  bool thenDiskFails = false;
 };
 
 struct Traced {
@@ -117,6 +118,8 @@ inline bool looksOnly(const __ptrace_syscall_info& call) {
   }
 }
 
+inline bool bringsToDisk(long call) { return call == SYS_fsync || call == SYS_syncfs; }
+
 class Injector {
  public:
   Injector(pid_t child, const Fault& fault, const Meddler* meddler) : child_(child), fault_(fault), meddler_(meddler) {}
@@ -160,6 +163,7 @@ class Injector {
       ++calls_;
       if (calls_ == fault_.at) meddler_->meddle();
       if (calls_ == fault_.at + 1) meddler_->undo();
+      if (meddler_->thenDiskFails && calls_ >= fault_.at && bringsToDisk(number)) notMade(-EIO);
       return;
     }
     if (fault_.countsLooks ? looksOnly(call) : changesDisk(call)) {
@@ -167,7 +171,7 @@ class Injector {
     }
     if (fault_.withoutRenameFlags && isFlagged) notMade(-EINVAL);
     if (number == SYS_renameat2 && call.entry.args[4] == RENAME_EXCHANGE) exchanged_ = true;
-    if (fault_.withoutTreeSync && !exchanged_ && (number == SYS_fsync || number == SYS_syncfs)) notMade(0);
+    if (fault_.withoutTreeSync && !exchanged_ && bringsToDisk(number)) notMade(0);
   }
   void strike(long number) {
     hit_ = number;

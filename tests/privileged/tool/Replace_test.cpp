@@ -182,6 +182,16 @@ TEST_F(ReplaceItem, PutsEverythingBackWhenTheSwapCannotBeSynced) {
   EXPECT_EQ(snapshot(newApp), wantedNew);
 }
 
+TEST_F(ReplaceItem, LeavesTheSourceItsSetIDBitsWhenTheSwapCannotBeSynced) {
+  for (int i = 0; i < 20; ++i) write(newApp / "Contents" / std::to_string(i), "file");
+  ASSERT_EQ(::chmod((newApp / "Contents/Linux/Controller").c_str(), 06755), 0);
+  ASSERT_EQ(::chmod((newApp / "Contents/Resources").c_str(), 02755), 0);
+  if (!injectFaults({"fsync:error=EIO"})) GTEST_SKIP() << "strace cannot trace here";
+  const auto wanted = snapshot(newApp);
+  expectRefusal(replace(oldApp, newApp), "cannot sync");
+  EXPECT_EQ(snapshot(newApp), wanted);
+}
+
 TEST_F(ReplaceItem, CopiesWhenTheSourceCannotBeRenamed) {
   if (!injectFaults({"renameat2:error=EXDEV:when=1"})) GTEST_SKIP() << "strace cannot trace here";
   const auto wanted = snapshot(newApp);

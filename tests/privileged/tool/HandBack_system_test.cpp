@@ -1,0 +1,234 @@
+#include <fcntl.h>
+
+#include <memory>
+
+#include "privileged/tool/Tree.h"
+#include "tests/privileged/tool/Injector.h"
+#include "tests/privileged/tool/Namespace.h"
+#include "tests/privileged/tool/TreeState.h"
+
+namespace ToolTests {
+namespace {
+
+// While it lives, this process has the rights of that user and group only.
+class As {
+ public:
+  As(uid_t user, gid_t group) { EXPECT_TRUE(::setegid(group) == 0 && ::seteuid(user) == 0); }
+  ~As() { EXPECT_TRUE(::seteuid(0) == 0 && ::setegid(0) == 0); }
+  As(const As&) = delete;
+  As& operator=(const As&) = delete;
+};
+
+class Opened {
+ public:
+  Opened(const fs::path& path, int flags) : number_(::open(path.c_str(), flags | O_CLOEXEC)) {}
+  ~Opened() {
+    if (number_ >= 0) ::close(number_);
+  }
+  Opened(const Opened&) = delete;
+  Opened& operator=(const Opened&) = delete;
+  [[nodiscard]] int get() const { return number_; }
+  [[nodiscard]] fs::path path() const { return "/proc/self/fd/" + std::to_string(number_); }
+
+ private:
+  int number_;
+};
+
+struct Attack {
+  std::string name;
+  std::string command;
+  // What makes the job fail: the user takes an item off its path for the time of one call, or the disk fails.
+  bool failsByUser = false;
+  // The new item belongs to the user, the old one to root.
+  bool isUsersOwn = false;
+  bool hasSetIDBits = true;
+  // In the Trash the user lays an item of their own in the place of the one that has come.
+  bool laysOwnItem = false;
+};
+
+// A job that gives root's item to a user, who meanwhile opens what they can and writes to it; then the job fails. At each
+// system call of the job in turn.
+class HandBack : public NamespaceTest, public ::testing::WithParamInterface<Attack> {
+ protected:
+  static constexpr const char* Payload = "written by the user";
+
+  void SetUp() override {
+    NamespaceTest::SetUp();
+    if (IsSkipped()) return;
+    if (!isTracingPossible()) GTEST_SKIP() << "faults are injected on x86-64 only";
+    becomeAnotherUsersTool();
+  }
+
+  // False when the job makes fewer calls than that.
+  bool attackAt(std::size_t at) {
+    prepare();
+    const auto item = statusOf(item_).st_ino;
+    std::vector<std::unique_ptr<Opened>> looked;  // opened while anybody may, for no more than that the files are there
+    for (const auto& name : Programs) looked.push_back(std::make_unique<Opened>(item_ / name, O_PATH));
+    Held held;
+    const auto asUser = [&](const std::function<void()>& act) {
+      const As self(User, Group);
+      hold(looked, held);
+      act();
+    };
+    asUser([] {});
+    const auto own = held.size();
+    const Meddler user{.meddle =
+                           [&] {
+                             asUser([&] {
+                               for (const auto& [name, file] : held) writePayload(*file);
+                               if (GetParam().failsByUser) ::rename(taken().c_str(), away().c_str());
+                               if (GetParam().laysOwnItem) layOwnItem();
+                             });
+                           },
+                       .undo =
+                           [&] {
+                             asUser([&] {
+                               if (GetParam().failsByUser) ::rename(away().c_str(), taken().c_str());
+                             });
+                           },
+                       .thenDiskFails = !GetParam().failsByUser};
+    const auto traced = runWithFault({Tool}, bytes(), environment, {.at = at}, &user);
+    if (traced.calls < at) return false;
+    if (held.size() > own) ++gained_;
+    if (traced.answer.status != 0) ++failed_;
+    if (traced.answer.status != 0 && GetParam().command == "replace item" && own == 1) expectUntouched();
+    expectNothingOfRootsWritten(at, looked);
+    EXPECT_TRUE(!isThere(item_) || statusOf(item_).st_ino == item) << "another item came to the old place, call " << at;
+    asUser([&] {
+      for (const auto& [name, file] : held) writePayload(*file);
+    });
+    expectNothingOfRootsWritten(at, looked);
+    return !HasFailure();
+  }
+
+  using Held = std::map<const Opened*, std::unique_ptr<Opened>>;
+  int gained_ = 0;  // runs in which the user could write to more than what was theirs before
+  int failed_ = 0;
+
+ private:
+  inline static const std::vector<std::string> Programs{"Contents/Linux/helper", "Contents/Linux/of-a-group",
+                                                        "Contents/file"};
+
+  void prepare() {
+    for (const char* name : {"home", "Applications"}) fs::remove_all(folder / name);
+    fs::create_directory(home());
+    giveToUser(home());
+    for (const auto& name : Programs) write(item_ / name, "root's own program");
+    ASSERT_EQ(::chown((item_ / Programs[1]).c_str(), User, OtherGroup), 0);
+    if (GetParam().isUsersOwn) giveTree(item_, {.user = User, .group = OtherGroup});
+    if (GetParam().hasSetIDBits) {
+      ASSERT_EQ(::chmod((item_ / Programs[0]).c_str(), 04755), 0);
+      ASSERT_EQ(::chmod((item_ / Programs[1]).c_str(), 02755), 0);
+    }
+    if (GetParam().command == "replace item") {
+      write(destination() / "file", "old");
+      if (!GetParam().isUsersOwn) giveTree(home(), {.user = User, .group = Group});
+    }
+    fs::resize_file(result, 0);
+  }
+  std::string bytes() const {
+    InstructionArchive::Instructions job{{"command", GetParam().command}, {"result path", result}};
+    if (GetParam().command == "trash file") {
+      InstructionArchive::setValueForKey(job, "file path", item_);
+    } else {
+      InstructionArchive::setValueForKey(job, "source path", item_);
+      InstructionArchive::setValueForKey(job, "destination path", destination());
+    }
+    return framed(InstructionArchive::archivedData(job));
+  }
+  fs::path destination() const { return home() / "Old.app"; }
+  // In a folder of the user's.
+  fs::path taken() const {
+    return GetParam().command == "trash file" ? home() / ".local/share/Trash/files/App.app" : destination();
+  }
+  fs::path away() const { return taken().string() + "~"; }
+  void layOwnItem() const {
+    if (::rename(taken().c_str(), away().c_str()) == 0) write(taken() / "Contents/file", Payload);
+  }
+  void expectUntouched() const {
+    EXPECT_EQ(statusOf(item_ / Programs[0]).st_uid, 0U);
+    EXPECT_EQ(statusOf(item_ / Programs[0]).st_mode & ALLPERMS, GetParam().hasSetIDBits ? 04755U : 0644U);
+  }
+  // As the user.
+  static void hold(const std::vector<std::unique_ptr<Opened>>& looked, Held& held) {
+    for (const auto& file : looked) {
+      auto opened = std::make_unique<Opened>(file->path(), O_RDWR);
+      if (opened->get() >= 0) held.try_emplace(file.get(), std::move(opened));
+    }
+  }
+  static void writePayload(const Opened& file) {
+    EXPECT_GT(::pwrite(file.get(), Payload, std::strlen(Payload), 0), 0) << std::strerror(errno);
+  }
+  static void expectNothingOfRootsWritten(std::size_t at, const std::vector<std::unique_ptr<Opened>>& looked) {
+    for (std::size_t i = 0; i < looked.size(); ++i) {
+      struct stat status {};
+      ASSERT_EQ(::fstat(looked[i]->get(), &status), 0);
+      if (!read(looked[i]->path()).starts_with(Payload)) continue;
+      EXPECT_EQ(status.st_uid, User) << Programs[i] << " was given back, call " << at;
+      EXPECT_EQ(status.st_mode & (S_ISUID | S_ISGID), 0U) << Programs[i] << " has its bits again, call " << at;
+    }
+  }
+
+  static constexpr gid_t OtherGroup = 777;
+  fs::path item_ = folder / "Applications/App.app";
+};
+
+TEST_P(HandBack, PutsNothingBackAsRootsThatTheUserCouldWrite) {
+  std::size_t at = 1;
+  while (attackAt(at)) ++at;
+  std::printf("%zu runs, %d failed, in %d the user could write to what had been root's\n", at - 1, failed_, gained_);
+  EXPECT_GT(failed_, 0);
+  // What comes into the Trash becomes the user's; what replaces the user's item is a copy.
+  EXPECT_EQ(gained_ > 0, GetParam().command == "trash file");
+}
+
+const std::vector<Attack> Attacks{
+    {.name = "TrashWhoseUserTakesTheItemAway", .command = "trash file", .failsByUser = true},
+    {.name = "TrashOnAFailingDisk", .command = "trash file"},
+    {.name = "TrashWhoseUserLaysAnotherItem", .command = "trash file", .laysOwnItem = true},
+    {.name = "ReplaceWhoseUserTakesTheOldItemAway", .command = "replace item", .failsByUser = true},
+    {.name = "ReplaceOnAFailingDisk", .command = "replace item"},
+    {.name = "ReplaceWithoutSetIDBits", .command = "replace item", .hasSetIDBits = false},
+    {.name = "ReplaceOfRootsItem", .command = "replace item", .isUsersOwn = true}};
+std::string nameOf(const ::testing::TestParamInfo<Attack>& info) { return info.param.name; }
+INSTANTIATE_TEST_SUITE_P(Of, HandBack, ::testing::ValuesIn(Attacks), nameOf);
+
+class AdoptedTree : public NamespaceTest {
+ protected:
+  void SetUp() override {
+    NamespaceTest::SetUp();
+    if (IsSkipped()) return;
+    write(file, "program");
+    parent = std::make_unique<Opened>(folder, O_RDONLY | O_DIRECTORY);
+  }
+  void adoptAndUndo(AssistantTool::Owner owner) {
+    AssistantTool::Adoption adoption(owner);
+    adoption.apply(parent->get(), "tree");
+    EXPECT_EQ(statusOf(file).st_uid, owner.user);
+    adoption.undo(parent->get(), "tree");
+  }
+  fs::path file = folder / "tree/file";
+  std::unique_ptr<Opened> parent;
+};
+
+TEST_F(AdoptedTree, IsNotGivenBackByAUser) {
+  ASSERT_EQ(::chmod(file.c_str(), 04755), 0);
+  adoptAndUndo({.user = User, .group = Group});
+  EXPECT_EQ(statusOf(file).st_uid, User);
+  EXPECT_EQ(statusOf(file).st_mode & ALLPERMS, 0755U);
+}
+
+TEST_F(AdoptedTree, IsGivenBackByRootWithoutSetIDBits) {
+  giveTree(folder / "tree", {.user = User, .group = Group});
+  ASSERT_EQ(::chmod(file.c_str(), 06755), 0);
+  ASSERT_EQ(::chmod(file.parent_path().c_str(), 02755), 0);
+  adoptAndUndo({.user = 0, .group = 0});
+  EXPECT_EQ(statusOf(file).st_uid, User);
+  EXPECT_EQ(statusOf(file).st_gid, Group);
+  EXPECT_EQ(statusOf(file).st_mode & ALLPERMS, 0755U);
+  EXPECT_EQ(statusOf(file.parent_path()).st_mode & ALLPERMS, 02755U);
+}
+
+}  // namespace
+}  // namespace ToolTests

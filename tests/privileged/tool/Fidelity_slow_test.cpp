@@ -1,4 +1,5 @@
 #include "tests/privileged/tool/Fidelity.h"
+#include "tests/privileged/tool/Volumes.h"
 
 namespace ToolTests {
 namespace {
@@ -6,6 +7,7 @@ namespace {
 class ManyFiles : public Fidelity, public ::testing::WithParamInterface<Way> {};
 
 TEST_P(ManyFiles, AreAllThere) {
+  if (const auto missing = missingFor(GetParam()); !missing.empty()) GTEST_SKIP() << missing;
   const auto app = source(GetParam());
   for (int i = 0; i < 100; ++i) {
     const auto folder = app / std::to_string(i);
@@ -20,10 +22,34 @@ TEST_P(ManyFiles, AreAllThere) {
   }
   EXPECT_EQ(right, 100000);
 }
-std::string wayOf(const ::testing::TestParamInfo<Way>& info) {
-  return info.param.command + (info.param.across ? "Across" : "");
-}
 INSTANTIATE_TEST_SUITE_P(Fidelity, ManyFiles, ::testing::ValuesIn(Ways), wayOf);
+
+// The trash program fills the holes, so this one goes back to a file system that packs them again.
+TEST_F(Fidelity, ASparseFileOfFourGigabytesIsRestoredFilledByTheTrashProgram) {
+  const Way way{"trash", true, "trash-restore"};
+  if (const auto missing = missingFor(way); !missing.empty()) GTEST_SKIP() << missing;
+  const auto place = source(way).parent_path();
+  fs::create_directory(place);
+  const FileSystemKind packing{"btrfs", "/sbin/mkfs.btrfs -q -f -K", off_t{1} << 30, "compress-force=zstd:1"};
+  if (const auto reason = makeImage(packing, other / "image"); !reason.empty()) GTEST_SKIP() << reason;
+  {
+    const LoopDevice device(other / "image");
+    if (!device.isOpen()) GTEST_SKIP() << "no loop device";
+    ASSERT_EQ(::mount(device.path().c_str(), place.c_str(), "btrfs", 0, packing.options.c_str()), 0);
+  }
+  write(place / (".Trash-" + std::to_string(User)), "");
+  constexpr off_t Size = off_t{4} << 30;
+  write(source(way) / "large", "begin");
+  fs::resize_file(source(way) / "large", Size);
+  const auto large = take(way) / "large";
+  EXPECT_EQ(statusOf(large).st_size, Size);
+  EXPECT_GE(statusOf(large).st_blocks, Size / 512) << "the holes were kept";
+  EXPECT_EQ(statusOf(large).st_uid, User);
+  std::string begin(5, '\0');
+  std::ifstream(large).read(begin.data(), 5);
+  EXPECT_EQ(begin, "begin");
+  ::umount2(place.c_str(), MNT_DETACH);
+}
 
 }  // namespace
 }  // namespace ToolTests

@@ -27,6 +27,10 @@ struct Places {
   std::function<void()> afterOld = [] {};
   bool isSourceSafe = true;  // on the disk before the job begins, so that no power cut tears it
   fs::path root;             // where the server is installed below; empty without one
+
+  [[nodiscard]] std::vector<std::string> tool() const {
+    return root.empty() ? std::vector<std::string>{Tool} : std::vector<std::string>{"/usr/sbin/chroot", root, Tool};
+  }
 };
 
 class FaultCase {
@@ -42,6 +46,13 @@ class FaultCase {
   // The next job in this place, after `found`; it has to succeed, and isSettled() to be true after it.
   [[nodiscard]] virtual InstructionArchive::Instructions next(Found found) = 0;
   [[nodiscard]] virtual bool isSettled() const = 0;
+
+  // What the job ends in when nothing interrupts it; with anything but `done` it fails.
+  [[nodiscard]] virtual Found end() const { return Found::done; }
+  // Whether the same job can be asked for again after `found`, and then ends as it should have.
+  [[nodiscard]] virtual bool canBeAskedAgain(Found found) const { return found == Found::old || found == Found::missing; }
+  // A job in the same place that is refused when it has settled what another one left; empty where there is none.
+  [[nodiscard]] virtual InstructionArchive::Instructions refused() const { return {}; }
 
  protected:
   // The whole tree that was prepared, at `path` now? Who owns it is not asked: a source may have been given away already.
@@ -291,15 +302,19 @@ class TrashCase : public FaultCase {
   std::size_t inTrash_ = 0;
 };
 
-// In a root folder of its own, with a service manager that knows one service and whether it runs.
+// In a root of its own: see ServerRoot. The server's three files are never torn, empty or missing (bad), but can be of both
+// versions (unfinished) until the next upgrade. That begins by making them one version again, also when it is refused then:
+// the old one while nothing was decided, and never the old one after the verdict.
 class UpgradeCase : public FaultCase {
  public:
-  using FaultCase::FaultCase;
+  enum class Kind { runs, runsWithNewDefinition, doesNotRun };
+  UpgradeCase(const Places& places, Kind kind) : FaultCase(places), kind_(kind) {}
   void prepare() override {
     app_ = places_.here / "App.app";
-    offer("2");
     install("1");
     write(places_.root / "state", "running");
+    places_.afterOld();
+    offer(kind_ == Kind::doesNotRun ? "2 does not run" : "2");
   }
   InstructionArchive::Instructions job() const override { return {{"command", "upgrade server"}, {"file path", app_}}; }
   Found look() const override {
@@ -314,7 +329,7 @@ class UpgradeCase : public FaultCase {
     return fresh == 3 ? Found::done : Found::unfinished;
   }
   InstructionArchive::Instructions next(Found found) override {
-    if (found == Found::done) offer("3");
+    if (found == Found::done || kind_ == Kind::doesNotRun) offer("3");
     return job();
   }
   bool isSettled() const override {
@@ -322,6 +337,12 @@ class UpgradeCase : public FaultCase {
       if (!isNew(name, path)) return false;
     }
     return isThere(places_.root / "state");
+  }
+  Found end() const override { return kind_ == Kind::doesNotRun ? Found::old : Found::done; }
+  bool canBeAskedAgain(Found) const override { return true; }
+  // No application is there.
+  InstructionArchive::Instructions refused() const override {
+    return {{"command", "upgrade server"}, {"file path", places_.here / "Library"}};
   }
 
  private:
@@ -337,22 +358,31 @@ class UpgradeCase : public FaultCase {
     version_ = version;
     for (const auto& [name, path] : files()) {
       const auto offered = app_ / "Contents/Resources/LibraryServer" / name;
-      write(offered, name + " version " + version);
+      write(offered, textOf(name, version));
       fs::permissions(offered, fs::perms(name == Program ? 0755 : 0644));
     }
   }
   void install(const std::string& version) {
     for (const auto& [name, path] : files()) {
-      write(path, name + " version " + version);
-      fs::permissions(path, fs::perms(name == Program ? 0755 : 0644));
-      setTimes(path, 1000, 1);
+      fs::create_directories(path.parent_path());
+      const bool isMissing = kind_ == Kind::runsWithNewDefinition && name.ends_with(".plist");
+      if (!isMissing) {
+        write(path, textOf(name, version));
+        fs::permissions(path, fs::perms(name == Program ? 0755 : 0644));
+        setTimes(path, 1000, 1);
+      }
       olds_[name] = treeOf(path);
     }
   }
+  // The program is long enough to be torn.
+  static std::string textOf(const std::string& name, const std::string& version) {
+    return name + " version " + version + "\n" + std::string(name == Program ? 100'000 : 100, version.front());
+  }
   bool isNew(const std::string& name, const fs::path& path) const {
-    if (!isThere(path) || read(path) != name + " version " + version_) return false;
+    if (!isThere(path) || read(path) != textOf(name, version_)) return false;
     return (statusOf(path).st_mode & ALLPERMS) == (name == Program ? 0755U : 0644U) && statusOf(path).st_nlink == 1;
   }
+  Kind kind_;
   fs::path app_;
   std::string version_;
   std::map<std::string, Tree> olds_;
@@ -366,7 +396,20 @@ struct NamedCase {
   bool needsVolume = false;
 };
 
-inline std::vector<NamedCase> faultCases() {
+inline std::vector<NamedCase> upgradeCases() {
+  const auto upgrading = [](UpgradeCase::Kind kind) {
+    return [=](const Places& places) { return std::make_unique<UpgradeCase>(places, kind); };
+  };
+  return {
+      {.name = "upgrade server", .make = upgrading(UpgradeCase::Kind::runs), .needsRoot = true},
+      {.name = "upgrade server, a new file",
+       .make = upgrading(UpgradeCase::Kind::runsWithNewDefinition),
+       .needsRoot = true},
+      {.name = "upgrade server, and back", .make = upgrading(UpgradeCase::Kind::doesNotRun), .needsRoot = true},
+  };
+}
+
+inline std::vector<NamedCase> itemCases() {
   using Kind = ReplaceCase::Kind;
   const auto replacing = [](Kind kind, bool across) {
     return [=](const Places& places) { return std::make_unique<ReplaceCase>(places, kind, across); };
@@ -395,8 +438,13 @@ inline std::vector<NamedCase> faultCases() {
       {"remove file", [](const Places& places) { return std::make_unique<RemoveCase>(places); }},
       {.name = "trash file", .make = trashing(false), .needsVolume = true},
       {.name = "trash file, across", .make = trashing(true), .needsVolume = true},
-      {"upgrade server", [](const Places& places) { return std::make_unique<UpgradeCase>(places); }, true},
   };
+}
+
+inline std::vector<NamedCase> faultCases() {
+  auto cases = itemCases();
+  for (auto& upgrade : upgradeCases()) cases.push_back(std::move(upgrade));
+  return cases;
 }
 
 }  // namespace ToolTests

@@ -4,10 +4,11 @@
 #include <cerrno>
 #include <cstdio>
 #include <iostream>
+#include <optional>
 
 #include "tests/privileged/tool/FaultCases.h"
 #include "tests/privileged/tool/Injector.h"
-#include "tests/privileged/tool/Namespace.h"
+#include "tests/privileged/tool/ServerRoot.h"
 
 namespace ToolTests {
 
@@ -115,7 +116,9 @@ class FaultMatrix : public NamespaceTest {
     beAtHomeIn(places);
     for (const auto& named : cases) {
       if ((named.needsRoot || named.needsVolume) && !isRoot) continue;
-      if (named.needsRoot) places.root = rootFor(here);
+      std::optional<ServerRoot> root;
+      places.root = named.needsRoot ? folder / ("root-" + name) : fs::path();
+      if (named.needsRoot) root.emplace(places.root, places.here, std::vector<fs::path>{folder, here, KELTO_BIN_DIR});
       for (const auto& fault : faults) {
         auto& row = table.row(named.name, name, exchange, fault.name);
         run(named, places, {.error = fault.error, .withoutRenameFlags = !exchange}, row, every);
@@ -140,30 +143,6 @@ class FaultMatrix : public NamespaceTest {
     }
     setHome(home);
   }
-  // A root folder with the machine's programs, `here`'s Library and units, and a service manager of three commands.
-  fs::path rootFor(const fs::path& here) {
-    const auto root = folder / ("root-" + here.filename().string());
-    if (isThere(root)) return root;
-    for (const char* name : {"usr", "proc", "dev", "Library", "etc/systemd/system"}) fs::create_directories(root / name);
-    for (const char* name : {"bin", "sbin", "lib", "lib64"}) fs::create_symlink(std::string("usr/") + name, root / name);
-    write(root / "systemctl",
-          "#!/bin/sh\ncase \"$*\" in\n"
-          "*' show '*) [ -e /state ] && echo ActiveState=active && echo MainPID=77 || echo ActiveState=inactive ;;\n"
-          "*' start '*) read -r line <'/Library/Application Support/Kelto/KeltoLibraryServer'; : >/state ;;\n"
-          "*' stop '* | *' kill '*) rm -f /state ;;\nesac\n");
-    fs::permissions(root / "systemctl", fs::perms(0755));
-    for (const char* name : {"usr", "proc", "dev"}) bind(fs::path("/") / name, root / name);
-    bind(root / "systemctl", root / "usr/bin/systemctl");
-    fs::create_directories(here / "h/Library");
-    fs::create_directories(here / "h/units");
-    bind(here / "h/Library", root / "Library");
-    bind(here / "h/units", root / "etc/systemd/system");
-    for (const auto& seen : {folder, fs::path(KELTO_BIN_DIR)}) {
-      fs::create_directories(root / seen.relative_path());
-      EXPECT_EQ(::mount(seen.c_str(), (root / seen.relative_path()).c_str(), nullptr, MS_BIND | MS_REC, nullptr), 0);
-    }
-    return root;
-  }
   static void clean(const Places& places) {
     for (const auto& folder : {places.here, places.there}) {
       fs::create_directories(folder);
@@ -184,14 +163,6 @@ class FaultMatrix : public NamespaceTest {
     }
     return false;
   }
-  std::string bytesOf(InstructionArchive::Instructions instructions) const {
-    InstructionArchive::setValueForKey(instructions, "result path", result);
-    return framed(InstructionArchive::archivedData(instructions));
-  }
-  std::vector<std::string> commandIn(const Places& places) const {
-    if (places.root.empty()) return {Tool};
-    return {"/usr/sbin/chroot", places.root, Tool};
-  }
   void run(const NamedCase& named, const Places& places, Fault fault, Results& row, int every) {
     for (std::size_t at = 1;; at += static_cast<std::size_t>(every)) {
       fault.at = at;
@@ -199,7 +170,7 @@ class FaultMatrix : public NamespaceTest {
       const auto job = named.make(places);
       job->prepare();
       fs::resize_file(result, 0);
-      const auto traced = runWithFault(commandIn(places), bytesOf(job->job()), environment, fault);
+      const auto traced = runWithFault(places.tool(), bytesOf(job->job()), environment, fault);
       if (traced.calls < at) {
         if (at == 1) ADD_FAILURE() << named.name << ": no call was counted: " << traced.answer.text;
         return;
@@ -232,7 +203,7 @@ class FaultMatrix : public NamespaceTest {
       return "nothing at the destination although there is an exchange";
     const auto next = job.next(found);
     fs::resize_file(result, 0);
-    const auto answer = runWithBytes(commandIn(places), bytesOf(next), environment);
+    const auto answer = runWithFault(places.tool(), bytesOf(next), environment, {}).answer;
     if (answer.status != 0 || read(result) != "tool result ok") return "the next job failed: " + answer.text;
     if (!job.isSettled()) return "the next job did not do it all";
     return isStagingLeft(places) ? "staging is left after the next job" : "";

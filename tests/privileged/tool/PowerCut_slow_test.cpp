@@ -3,26 +3,36 @@
 namespace ToolTests {
 namespace {
 
-class EveryPowerCut : public PowerCut, public ::testing::WithParamInterface<bool> {};
-
-TEST_P(EveryPowerCut, LeavesTheOldOrTheNewItemWhole) {
-  printHead();
-  int all = 0;
-  for (const auto& kind : FileSystemKinds) {
-    for (const auto& named : faultCases()) {
-      if (named.needsRoot) continue;  // the upgrade's three files lie on the machine's own disk
-      const auto cuts = cut(named, kind, {.withoutRenameFlags = !GetParam()});
-      all += cuts.cuts;
-      EXPECT_EQ(cuts.torn, 0) << named.name << " on " << kind.name;
-      if (!named.name.starts_with("replace item")) continue;
-      isJustWritten = true;
-      const auto fresh = cut(named, kind, {.withoutRenameFlags = !GetParam()});
-      EXPECT_EQ(fresh.torn, 0) << named.name << ", just written, on " << kind.name;
-      isJustWritten = false;
+class EveryPowerCut : public PowerCut, public ::testing::WithParamInterface<bool> {
+ protected:
+  void runAll(const std::vector<NamedCase>& cases) {
+    printHead();
+    int all = 0;
+    for (const auto& kind : FileSystemKinds) {
+      for (const auto& named : cases) {
+        all += run(named, kind);
+        const bool bringsSomethingNew = named.name.starts_with("replace") || named.name.starts_with("upgrade");
+        if (!bringsSomethingNew) continue;
+        isJustWritten = true;
+        all += run(named, kind);
+        isJustWritten = false;
+      }
     }
+    if (all == 0) GTEST_SKIP() << "no disk can be recorded here";
   }
-  if (all == 0) GTEST_SKIP() << "no disk can be recorded here";
-}
+
+ private:
+  int run(const NamedCase& named, const FileSystemKind& kind) {
+    const auto cuts = cut(named, kind, {.withoutRenameFlags = !GetParam()});
+    EXPECT_EQ(cuts.torn, 0) << named.name << (isJustWritten ? ", just written, on " : " on ") << kind.name;
+    return cuts.cuts;
+  }
+};
+
+TEST_P(EveryPowerCut, LeavesTheOldOrTheNewItemWhole) { runAll(itemCases()); }
+
+TEST_P(EveryPowerCut, LeavesEachServerFileWholeAndTheNextUpgradeOneVersion) { runAll(upgradeCases()); }
+
 INSTANTIATE_TEST_SUITE_P(WithExchange, EveryPowerCut, ::testing::Values(true));
 INSTANTIATE_TEST_SUITE_P(WithoutExchange, EveryPowerCut, ::testing::Values(false));
 

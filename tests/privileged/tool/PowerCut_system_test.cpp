@@ -6,7 +6,7 @@ namespace {
 TEST_F(PowerCut, LeavesTheOldOrTheNewItemWhole) {
   printHead();
   Cuts all;
-  for (const auto& named : faultCases()) {
+  for (const auto& named : itemCases()) {
     if (named.name != "replace item" && named.name != "move file, across" && named.name != "trash file") continue;
     const auto cuts = cut(named, FileSystemKinds.front(), {}, 2);
     EXPECT_EQ(cuts.torn, 0) << named.name;
@@ -22,14 +22,32 @@ TEST_F(PowerCut, LeavesTheOldOrTheNewItemWhole) {
 TEST_F(PowerCut, LeavesTheOldOrTheNewItemWholeThatWasJustWritten) {
   printHead();
   isJustWritten = true;
-  EXPECT_EQ(cut(faultCases().front(), FileSystemKinds.front(), {}).torn, 0);
+  EXPECT_EQ(cut(itemCases().front(), FileSystemKinds.front(), {}).torn, 0);
+}
+
+TEST_F(PowerCut, LeavesEachServerFileWholeAndTheNextUpgradeOneVersion) {
+  printHead();
+  const auto cuts = cut(upgradeCases().front(), FileSystemKinds.front(), {}, 2);
+  if (cuts.cuts == 0) GTEST_SKIP() << "no disk can be recorded here";
+  EXPECT_EQ(cuts.torn, 0);
+  EXPECT_GT(cuts.old, 0);
+  EXPECT_GT(cuts.between, 0);
+  EXPECT_GT(cuts.done, 0);
+}
+
+TEST_F(PowerCut, WouldBeSeenToTearAServerThatWasNotSynced) {
+  printHead();
+  reportsTorn = false;
+  const auto cuts = cut(upgradeCases().front(), FileSystemKinds.front(), {.withoutTreeSync = true});
+  if (cuts.cuts == 0) GTEST_SKIP() << "no disk can be recorded here";
+  EXPECT_GT(cuts.torn, 0);
 }
 
 TEST_F(PowerCut, WouldBeSeenToTearATreeThatWasNotSynced) {
   printHead();
   reportsTorn = false;
   isJustWritten = true;
-  const auto cuts = cut(faultCases().front(), FileSystemKinds.front(), {.withoutTreeSync = true});
+  const auto cuts = cut(itemCases().front(), FileSystemKinds.front(), {.withoutTreeSync = true});
   if (cuts.cuts == 0) GTEST_SKIP() << "no disk can be recorded here";
   EXPECT_GT(cuts.torn, 0);
 }

@@ -150,9 +150,12 @@ class ToolTest : public ::testing::Test {
   ~ToolTest() override { ::system(("chmod -R u+rwX '" + folder.string() + "'; rm -rf '" + folder.string() + "'").c_str()); }
 
   // Runs one job; the instruction gets the test's result file.
-  Answer run(InstructionArchive::Instructions instructions) {
+  Answer run(const InstructionArchive::Instructions& instructions) {
+    return runWithBytes(command, bytesOf(instructions), environment);
+  }
+  [[nodiscard]] std::string bytesOf(InstructionArchive::Instructions instructions) const {
     InstructionArchive::setValueForKey(instructions, "result path", result);
-    return runWithBytes(command, framed(InstructionArchive::archivedData(instructions)), environment);
+    return framed(InstructionArchive::archivedData(instructions));
   }
   Answer replace(const fs::path& destination, const fs::path& source) {
     return run({{"command", "replace item"}, {"source path", source}, {"destination path", destination}});

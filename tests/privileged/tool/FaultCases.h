@@ -27,6 +27,7 @@ struct Places {
   std::function<void()> afterOld = [] {};
   bool isSourceSafe = true;  // on the disk before the job begins, so that no power cut tears it
   fs::path root;             // where the server is installed below; empty without one
+  fs::path units;            // the folder of the server's unit, there
 
   [[nodiscard]] std::vector<std::string> tool() const {
     return root.empty() ? std::vector<std::string>{Tool} : std::vector<std::string>{"/usr/sbin/chroot", root, Tool};
@@ -352,7 +353,7 @@ class UpgradeCase : public FaultCase {
     const std::string label = "com.kelto.KeltoLibraryServer";
     return {{Program, library / "Application Support/Kelto/KeltoLibraryServer"},
             {label + ".plist", library / "LaunchDaemons" / (label + ".plist")},
-            {label + ".service", places_.here / "units" / (label + ".service")}};
+            {label + ".service", places_.units / (label + ".service")}};
   }
   void offer(const std::string& version) {
     version_ = version;
@@ -402,7 +403,7 @@ inline std::vector<NamedCase> upgradeCases() {
   };
   return {
       {.name = "upgrade server", .make = upgrading(UpgradeCase::Kind::runs), .needsRoot = true},
-      {.name = "upgrade server, a new file",
+      {.name = "upgrade server, a file more",
        .make = upgrading(UpgradeCase::Kind::runsWithNewDefinition),
        .needsRoot = true},
       {.name = "upgrade server, and back", .make = upgrading(UpgradeCase::Kind::doesNotRun), .needsRoot = true},

@@ -111,14 +111,21 @@ class FaultMatrix : public NamespaceTest {
   // Every fault of `faults` at every `every`th call of every case, `here` being on the file system called `name`.
   void runAll(const std::string& name, const fs::path& here, const fs::path& there, const std::vector<FaultKind>& faults,
               bool exchange, bool alsoLooks, int every = 1, const std::vector<NamedCase>& cases = faultCases()) {
-    Places places{.here = here / "h", .there = there / "t", .isRoot = isRoot, .user = {User, Group}, .root = {}};
+    Places places{.here = here / "h",
+                  .there = there / "t",
+                  .isRoot = isRoot,
+                  .user = {User, Group},
+                  .root = {},
+                  .units = here / "h/units"};
     if (!isRoot) places.user = {::geteuid(), ::getegid()};
     beAtHomeIn(places);
     for (const auto& named : cases) {
       if ((named.needsRoot || named.needsVolume) && !isRoot) continue;
       std::optional<ServerRoot> root;
       places.root = named.needsRoot ? folder / ("root-" + name) : fs::path();
-      if (named.needsRoot) root.emplace(places.root, places.here, std::vector<fs::path>{folder, here, KELTO_BIN_DIR});
+      if (named.needsRoot)
+        root.emplace(places.root, places.here / "Library", places.units,
+                     std::vector<fs::path>{folder, here, KELTO_BIN_DIR});
       for (const auto& fault : faults) {
         auto& row = table.row(named.name, name, exchange, fault.name);
         run(named, places, {.error = fault.error, .withoutRenameFlags = !exchange}, row, every);

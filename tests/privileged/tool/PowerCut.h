@@ -13,10 +13,15 @@ class PowerCut : public NamespaceTest {
     NamespaceTest::SetUp();
     if (IsSkipped()) return;
     if (!isThere("/dev/fuse")) GTEST_SKIP() << "no /dev/fuse";
-    places = {.here = folder / "disk/h", .there = folder / "again/t", .isRoot = true, .user = {User, Group}, .root = {}};
+    places = {.here = folder / "disk/h",
+              .there = folder / "again/t",
+              .isRoot = true,
+              .user = {User, Group},
+              .root = {},
+              .units = {}};
     setHome(places.here / "home");
     images = volume("images", "size=1g");
-    for (const char* name : {"disk", "again", "served"}) fs::create_directory(folder / name);
+    for (const char* name : {"disk", "again", "etc", "served"}) fs::create_directory(folder / name);
   }
 
   struct Cuts {
@@ -32,17 +37,20 @@ class PowerCut : public NamespaceTest {
   Cuts cut(const NamedCase& named, const FileSystemKind& kind, const Fault& machine, std::size_t every = 1) {
     const bool exchange = !machine.withoutRenameFlags;
     Cuts cuts;
-    const auto reason = makeImage(kind, images / kind.name);
+    const auto reason = makeDisk(kind);
     if (!reason.empty()) return skip(kind, reason), cuts;
     places.root = named.needsRoot ? folder / "root" : fs::path();
-    RecordedDisk disk(images / kind.name, folder / "served");
+    places.units = isSplit ? folder / "etc/units" : places.here / "units";
+    RecordedDisk disk(images / "disk", folder / "served");
     if (!disk.isUsable() || !mountDisk(disk, kind)) return skip(kind, "cannot be mounted over a recorded disk"), cuts;
     const auto job = named.make(places);
     for (const auto& place : {places.here, places.there}) fs::create_directories(place);
     const auto startRecord = [&] {
-      const int root = ::open((folder / "disk").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-      EXPECT_EQ(::syncfs(root), 0);
-      ::close(root);
+      for (const char* name : {"disk", "etc"}) {
+        const int mounted = ::open((folder / name).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        EXPECT_EQ(::syncfs(mounted), 0);
+        ::close(mounted);
+      }
       disk.startRecord();
     };
     if (isJustWritten) places.afterOld = startRecord;
@@ -64,13 +72,13 @@ class PowerCut : public NamespaceTest {
         if (disk.cutAfter(events, unflushed)) judge(*job, disk, kind, exchange, events, verdict, cuts);
       }
     }
-    const auto name = named.name + (isJustWritten ? " *" : "");
+    const auto name = named.name + (isJustWritten ? " *" : "") + (isSplit ? ", /etc" : "");
     std::printf("%-29s %-6s %-9s %6d %5d %5d %5d %7d %5d %5d\n", name.c_str(), kind.name.c_str(), exchange ? "yes" : "no",
                 cuts.writes, cuts.cuts, cuts.old, cuts.done, cuts.between, cuts.gap, cuts.torn);
     std::fflush(stdout);
     return cuts;
   }
-  // A star: the new item was just written, and not yet on the disk when the job began.
+  // A star: the new item was just written, and not yet on the disk when the job began. /etc: see isSplit.
   static void printHead() {
     std::printf("%-29s %-6s %-9s %6s %5s %5s %5s %7s %5s %5s\n", "command", "fs", "exchange", "writes", "cuts", "old",
                 "new", "between", "gap", "torn");
@@ -84,19 +92,36 @@ class PowerCut : public NamespaceTest {
   static void skip(const FileSystemKind& kind, const std::string& reason) {
     std::printf("skipped %s: %s\n", kind.name.c_str(), reason.c_str());
   }
+  // Why there cannot be such a disk; empty when there is. The file system of /etc follows that of the given kind.
+  [[nodiscard]] std::string makeDisk(const FileSystemKind& kind) const {
+    const auto reason = makeImage(kind, images / "disk");
+    if (!reason.empty() || !isSplit) return reason;
+    const auto copy = "dd if='" + (images / "etc").string() + "' of='" + (images / "disk").string() +
+                      "' bs=1M conv=sparse,notrunc status=none seek=" + std::to_string(kind.bytes >> 20);
+    const auto reasonOfEtc = makeImage(kindOfEtc(), images / "etc");
+    fs::resize_file(images / "disk", static_cast<std::uintmax_t>(kind.bytes + kindOfEtc().bytes));
+    return reasonOfEtc.empty() && std::system(copy.c_str()) != 0 ? "no two file systems in one file" : reasonOfEtc;
+  }
+  static const FileSystemKind& kindOfEtc() { return FileSystemKinds.front(); }
+  bool mountPart(const RecordedDisk& disk, off_t offset, const FileSystemKind& kind, const char* name) const {
+    const LoopDevice device(disk.file(), offset, kind.bytes);
+    const auto* options = kind.options.c_str();
+    return device.isOpen() && ::mount(device.path().c_str(), (folder / name).c_str(), kind.name.c_str(), 0, options) == 0;
+  }
   bool mountDisk(const RecordedDisk& disk, const FileSystemKind& kind) {
-    const LoopDevice device(disk.file());
-    if (!device.isOpen()) return false;
-    if (::mount(device.path().c_str(), (folder / "disk").c_str(), kind.name.c_str(), 0, kind.options.c_str()) != 0)
-      return false;
+    if (!mountPart(disk, 0, kind, "disk")) return false;
     // The same disk again: between two mounts nothing can be renamed, so that one power cut hits both.
-    if (::mount((folder / "disk").c_str(), (folder / "again").c_str(), nullptr, MS_BIND, nullptr) != 0) return false;
-    if (!places.root.empty())
-      root_.emplace(places.root, places.here, std::vector<fs::path>{folder, folder / "disk", KELTO_BIN_DIR});
+    EXPECT_EQ(::mount((folder / "disk").c_str(), (folder / "again").c_str(), nullptr, MS_BIND, nullptr), 0);
+    if (isSplit && !mountPart(disk, kind.bytes, kindOfEtc(), "etc")) return unmountDisk(), false;
+    if (!places.root.empty()) {
+      const std::vector<fs::path> seen{folder, folder / "disk", KELTO_BIN_DIR};
+      root_.emplace(places.root, places.here / "Library", places.units, seen);
+    }
     return true;
   }
   void unmountDisk() {
     root_.reset();
+    if (isSplit) ::umount2((folder / "etc").c_str(), 0);
     EXPECT_EQ(::umount2((folder / "again").c_str(), 0), 0) << std::strerror(errno);
     EXPECT_EQ(::umount2((folder / "disk").c_str(), 0), 0) << std::strerror(errno);
   }
@@ -149,6 +174,8 @@ class PowerCut : public NamespaceTest {
   bool reportsTorn = true;
   // The new item was never synced by whoever made it: a next job may not find it any more.
   bool isJustWritten = false;
+  // The server's unit lies on a file system of its own: what brings one of the two to the disk does nothing for the other.
+  bool isSplit = false;
 };
 
 }  // namespace ToolTests

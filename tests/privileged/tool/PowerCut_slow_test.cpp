@@ -33,6 +33,11 @@ TEST_P(EveryPowerCut, LeavesTheOldOrTheNewItemWhole) { runAll(itemCases()); }
 
 TEST_P(EveryPowerCut, LeavesEachServerFileWholeAndTheNextUpgradeOneVersion) { runAll(upgradeCases()); }
 
+TEST_P(EveryPowerCut, LeavesTheServerWholeThatLiesOnTwoFileSystems) {
+  isSplit = true;
+  runAll(upgradeCases());
+}
+
 INSTANTIATE_TEST_SUITE_P(WithExchange, EveryPowerCut, ::testing::Values(true));
 INSTANTIATE_TEST_SUITE_P(WithoutExchange, EveryPowerCut, ::testing::Values(false));
 

@@ -27,7 +27,8 @@ TEST_F(PowerCut, LeavesTheOldOrTheNewItemWholeThatWasJustWritten) {
 
 TEST_F(PowerCut, LeavesEachServerFileWholeAndTheNextUpgradeOneVersion) {
   printHead();
-  const auto cuts = cut(upgradeCases().front(), FileSystemKinds.front(), {}, 2);
+  isSplit = true;
+  const auto cuts = cut(upgradeCases().front(), FileSystemKinds.front(), {}, 3);
   if (cuts.cuts == 0) GTEST_SKIP() << "no disk can be recorded here";
   EXPECT_EQ(cuts.torn, 0);
   EXPECT_GT(cuts.old, 0);

@@ -8,15 +8,17 @@ namespace ToolTests {
 
 class ServerRoot {
  public:
-  // `here` gets the two folders; what is in a folder of `seen`, but in no mount below it, has its own path inside as well.
-  ServerRoot(const fs::path& root, const fs::path& here, const std::vector<fs::path>& seen) : root_(root) {
+  // `library` and `units` are made where they are missing; what is in a folder of `seen`, but in no mount below it, has its
+  // own path inside as well.
+  ServerRoot(const fs::path& root, const fs::path& library, const fs::path& units, const std::vector<fs::path>& seen)
+      : root_(root) {
     if (!isThere(root)) makeSystem();
     for (const char* name : {"usr", "proc", "dev"}) bind(fs::path("/") / name, root / name);
     bind(root / "systemctl", root / "usr/bin/systemctl");
-    fs::create_directories(here / "Library");
-    fs::create_directories(here / "units");
-    bind(here / "Library", root / "Library");
-    bind(here / "units", root / "etc/systemd/system");
+    fs::create_directories(library);
+    fs::create_directories(units);
+    bind(library, root / "Library");
+    bind(units, root / "etc/systemd/system");
     for (const auto& folder : seen) {
       fs::create_directories(root / folder.relative_path());
       bind(folder, root / folder.relative_path());

@@ -31,10 +31,10 @@ inline std::string makeImage(const FileSystemKind& kind, const fs::path& image) 
   return std::system(command.c_str()) == 0 ? "" : program + " failed";
 }
 
-// A block device over a file, gone with its last user.
+// A block device over a file, or over `bytes` of it from `offset` on; gone with its last user.
 class LoopDevice {
  public:
-  explicit LoopDevice(const fs::path& file) {
+  explicit LoopDevice(const fs::path& file, off_t offset = 0, off_t bytes = 0) {
     const int control = ::open("/dev/loop-control", O_RDWR | O_CLOEXEC);
     const int backing = ::open(file.c_str(), O_RDWR | O_CLOEXEC);
     for (int tries = 0; control >= 0 && backing >= 0 && tries < 100 && device_ < 0; ++tries) {
@@ -44,6 +44,8 @@ class LoopDevice {
       loop_config config{};
       config.fd = static_cast<__u32>(backing);
       config.info.lo_flags = LO_FLAGS_AUTOCLEAR;
+      config.info.lo_offset = static_cast<__u64>(offset);
+      config.info.lo_sizelimit = static_cast<__u64>(bytes);
       // Someone else may have taken it meanwhile.
       if (device >= 0 && ::ioctl(device, LOOP_CONFIGURE, &config) == 0) {
         device_ = device;

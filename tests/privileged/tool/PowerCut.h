@@ -57,6 +57,7 @@ class PowerCut : public NamespaceTest {
     places.isSourceSafe = !isJustWritten;
     job->prepare();
     places.afterOld = [] {};
+    if (isHalfDone) doHalf(*job);
     if (!isJustWritten) startRecord();
     fs::resize_file(result, 0);
     const auto answer = runWithFault(places.tool(), bytesOf(job->job()), environment, machine).answer;
@@ -72,15 +73,15 @@ class PowerCut : public NamespaceTest {
         if (disk.cutAfter(events, unflushed)) judge(*job, disk, kind, exchange, events, verdict, cuts);
       }
     }
-    const auto name = named.name + (isJustWritten ? " *" : "") + (isSplit ? ", /etc" : "");
-    std::printf("%-29s %-6s %-9s %6d %5d %5d %5d %7d %5d %5d\n", name.c_str(), kind.name.c_str(), exchange ? "yes" : "no",
+    const auto name = named.name + (isJustWritten ? " *" : "") + (isHalfDone ? " half" : isSplit ? " /etc" : "");
+    std::printf("%-35s %-6s %-9s %6d %5d %5d %5d %7d %5d %5d\n", name.c_str(), kind.name.c_str(), exchange ? "yes" : "no",
                 cuts.writes, cuts.cuts, cuts.old, cuts.done, cuts.between, cuts.gap, cuts.torn);
     std::fflush(stdout);
     return cuts;
   }
-  // A star: the new item was just written, and not yet on the disk when the job began. /etc: see isSplit.
+  // A star: the new item was just written, and not yet on the disk when the job began. /etc and half: see below.
   static void printHead() {
-    std::printf("%-29s %-6s %-9s %6s %5s %5s %5s %7s %5s %5s\n", "command", "fs", "exchange", "writes", "cuts", "old",
+    std::printf("%-35s %-6s %-9s %6s %5s %5s %5s %7s %5s %5s\n", "command", "fs", "exchange", "writes", "cuts", "old",
                 "new", "between", "gap", "torn");
   }
 
@@ -124,6 +125,15 @@ class PowerCut : public NamespaceTest {
     if (isSplit) ::umount2((folder / "etc").c_str(), 0);
     EXPECT_EQ(::umount2((folder / "again").c_str(), 0), 0) << std::strerror(errno);
     EXPECT_EQ(::umount2((folder / "disk").c_str(), 0), 0) << std::strerror(errno);
+  }
+  // Kills the job a call later each time, until one of them leaves a mixture.
+  void doHalf(const FaultCase& job) {
+    fs::resize_file(result, 0);
+    for (std::size_t at = 1; job.look() == Found::old; ++at) {
+      const auto bytes = bytesOf(job.job());
+      if (runWithFault(places.tool(), bytes, environment, {.at = at}).answer.status != -SIGKILL) break;
+    }
+    EXPECT_EQ(job.look(), Found::unfinished);
   }
   void judge(const FaultCase& job, const RecordedDisk& disk, const FileSystemKind& kind, bool exchange, std::size_t events,
              std::size_t verdict, Cuts& cuts) {
@@ -176,6 +186,8 @@ class PowerCut : public NamespaceTest {
   bool isJustWritten = false;
   // The server's unit lies on a file system of its own: what brings one of the two to the disk does nothing for the other.
   bool isSplit = false;
+  // The same job was killed before, in the middle of its last steps.
+  bool isHalfDone = false;
 };
 
 }  // namespace ToolTests

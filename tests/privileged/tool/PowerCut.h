@@ -45,26 +45,7 @@ class PowerCut : public NamespaceTest {
     if (!disk.isUsable() || !mountDisk(disk, kind)) return skip(kind, "cannot be mounted over a recorded disk"), cuts;
     const auto job = named.make(places);
     for (const auto& place : {places.here, places.there}) fs::create_directories(place);
-    const auto startRecord = [&] {
-      for (const char* name : {"disk", "etc"}) {
-        const int mounted = ::open((folder / name).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        EXPECT_EQ(::syncfs(mounted), 0);
-        ::close(mounted);
-      }
-      disk.startRecord();
-    };
-    if (isJustWritten) places.afterOld = startRecord;
-    places.isSourceSafe = !isJustWritten;
-    job->prepare();
-    places.afterOld = [] {};
-    if (isHalfDone) doHalf(*job);
-    if (!isJustWritten) startRecord();
-    fs::resize_file(result, 0);
-    const auto answer = runWithFault(places.tool(), bytesOf(job->job()), environment, machine).answer;
-    const auto verdict = disk.recorded();
-    disk.stopRecord();
-    EXPECT_EQ(answer.status == 0, job->end() == Found::done) << answer.text;
-    EXPECT_EQ(job->look(), job->end());
+    const auto verdict = record(*job, disk, machine);
     unmountDisk();
     cuts.writes = static_cast<int>(verdict);
     using Unflushed = RecordedDisk::Unflushed;
@@ -73,13 +54,13 @@ class PowerCut : public NamespaceTest {
         if (disk.cutAfter(events, unflushed)) judge(*job, disk, kind, exchange, events, verdict, cuts);
       }
     }
-    const auto name = named.name + (isJustWritten ? " *" : "") + (isHalfDone ? " half" : isSplit ? " /etc" : "");
+    const auto name = named.name + (isJustWritten ? " *" : "") + (wasKilled ? " killed" : isSplit ? " /etc" : "");
     std::printf("%-35s %-6s %-9s %6d %5d %5d %5d %7d %5d %5d\n", name.c_str(), kind.name.c_str(), exchange ? "yes" : "no",
                 cuts.writes, cuts.cuts, cuts.old, cuts.done, cuts.between, cuts.gap, cuts.torn);
     std::fflush(stdout);
     return cuts;
   }
-  // A star: the new item was just written, and not yet on the disk when the job began. /etc and half: see below.
+  // A star: the new item was just written, and not yet on the disk when the job began. /etc and killed: see below.
   static void printHead() {
     std::printf("%-35s %-6s %-9s %6s %5s %5s %5s %7s %5s %5s\n", "command", "fs", "exchange", "writes", "cuts", "old",
                 "new", "between", "gap", "torn");
@@ -126,14 +107,41 @@ class PowerCut : public NamespaceTest {
     EXPECT_EQ(::umount2((folder / "again").c_str(), 0), 0) << std::strerror(errno);
     EXPECT_EQ(::umount2((folder / "disk").c_str(), 0), 0) << std::strerror(errno);
   }
-  // Kills the job a call later each time, until one of them leaves a mixture.
-  void doHalf(const FaultCase& job) {
+  // Does the job while the disk records. How many writes and flushes there were until it had ended.
+  std::size_t record(FaultCase& job, RecordedDisk& disk, const Fault& machine) {
+    const auto startRecord = [&] {
+      for (const char* name : {"disk", "etc"}) {
+        const int mounted = ::open((folder / name).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        EXPECT_EQ(::syncfs(mounted), 0);
+        ::close(mounted);
+      }
+      disk.startRecord();
+    };
+    if (isJustWritten) places.afterOld = startRecord;
+    places.isSourceSafe = !isJustWritten;
+    job.prepare();
+    places.afterOld = [] {};
+    if (wasKilled) killLate(job);
+    if (!isJustWritten) startRecord();
     fs::resize_file(result, 0);
-    for (std::size_t at = 1; job.look() == Found::old; ++at) {
-      const auto bytes = bytesOf(job.job());
+    const auto answer = runWithFault(places.tool(), bytesOf(job.job()), environment, machine).answer;
+    const auto verdict = disk.recorded();
+    disk.stopRecord();
+    EXPECT_EQ(answer.status == 0, job.end() == Found::done) << answer.text;
+    EXPECT_EQ(job.look(), job.end());
+    return verdict;
+  }
+  // Kills the job a call later each time, until everything is new for the first time: that was not decided on yet. What
+  // the others leave is settled, so that each begins in the same way.
+  void killLate(const FaultCase& job) {
+    fs::resize_file(result, 0);
+    std::string text;
+    const auto bytes = bytesOf(job.job());
+    for (std::size_t at = 1; job.look() != Found::done; ++at) {
+      doesNext(job.refused(), text);
       if (runWithFault(places.tool(), bytes, environment, {.at = at}).answer.status != -SIGKILL) break;
     }
-    EXPECT_EQ(job.look(), Found::unfinished);
+    EXPECT_EQ(job.look(), Found::done);
   }
   void judge(const FaultCase& job, const RecordedDisk& disk, const FileSystemKind& kind, bool exchange, std::size_t events,
              std::size_t verdict, Cuts& cuts) {
@@ -186,8 +194,8 @@ class PowerCut : public NamespaceTest {
   bool isJustWritten = false;
   // The server's unit lies on a file system of its own: what brings one of the two to the disk does nothing for the other.
   bool isSplit = false;
-  // The same job was killed before, in the middle of its last steps.
-  bool isHalfDone = false;
+  // The same job was killed before, in its last steps: the first thing to do is to undo all of it.
+  bool wasKilled = false;
 };
 
 }  // namespace ToolTests

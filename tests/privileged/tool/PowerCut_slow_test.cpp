@@ -38,8 +38,8 @@ TEST_P(EveryPowerCut, LeavesTheServerWholeThatLiesOnTwoFileSystems) {
   runAll(upgradeCases());
 }
 
-TEST_P(EveryPowerCut, LeavesTheServerWholeThatWasHalfUpgradedBefore) {
-  isSplit = isHalfDone = true;
+TEST_P(EveryPowerCut, LeavesTheServerWholeWhoseUpgradeWasKilledBefore) {
+  isSplit = wasKilled = true;
   runAll(upgradeCases());
 }
 

@@ -74,7 +74,7 @@ class Trasher {
       if (takeBack(place, staging)) trash.releaseName(name, staging);
       throw;
     }
-    handOver(trash, place, staging);
+    handOver(trash, name, staging);
     tell(place);
     return true;
   }
@@ -103,10 +103,9 @@ class Trasher {
   }
 
   // From here on there is no way back: what the user once owned may hold anything, and belongs to nobody else any more.
-  void handOver(const TrashFolder& trash, const Location& place, Staging& staging) const {
+  static void handOver(const TrashFolder& trash, const std::string& name, Staging& staging) {
     try {
-      Adoption(user_.owner).apply(place.folder.get(), place.name);
-      trash.sync();
+      trash.handOver(name);
     } catch (const Failure& failure) {
       staging.keep();  // for the next job, which goes on with it
       throw Failure(std::string("moved to the Trash, but not all of it was given to the user: ") + failure.what());

@@ -173,7 +173,7 @@ void TrashFolder::finishKilledJobs(const PathWalk& walk) const {
     if (!status) return removeInfo(trashed.name);
     if (std::to_string(status->st_ino) != trashed.inode) return true;
     try {
-      Adoption(user_).apply(files_.get(), trashed.name);
+      handOver(trashed.name);
       return true;
     } catch (const Failure&) {
       return false;
@@ -184,6 +184,13 @@ void TrashFolder::finishKilledJobs(const PathWalk& walk) const {
 void TrashFolder::sync() const {
   syncFolder(info_.get());
   syncFolder(files_.get());
+}
+
+void TrashFolder::handOver(const std::string& name) const {
+  if (!survey(files_.get(), name, user_).needsAdoption) return;
+  Adoption(user_).apply(files_.get(), name);
+  // Entry by entry would not do: a symbolic link, whose owner is new too, cannot be synced by itself.
+  syncFileSystem(files_.get());
 }
 
 std::string trashName(const std::string& name, unsigned number) {

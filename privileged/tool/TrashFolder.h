@@ -42,6 +42,8 @@ class TrashFolder {
   void finishKilledJobs(const PathWalk& walk) const;
   // Brings the two folders' entries to the disk. Throws Failure.
   void sync() const;
+  // Gives the item of that name to the user, and brings this to the disk. Throws Failure.
+  void handOver(const std::string& name) const;
 
  private:
   TrashFolder() = default;

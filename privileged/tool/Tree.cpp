@@ -175,8 +175,14 @@ void Adoption::undo(int parent, const std::string& name) const {
 }
 
 void syncTree(int parent, const std::string& name, std::size_t entries) {
-  if (entries <= FewEntries) return syncEntries(parent, name);
-  if (::syncfs(parent) != 0) failWithSystemError("cannot sync the file system");
+  if (entries <= FewEntries)
+    syncEntries(parent, name);
+  else
+    syncFileSystem(parent);
+}
+
+void syncFileSystem(int folder) {
+  if (::syncfs(folder) != 0) failWithSystemError("cannot sync the file system");
 }
 
 }  // namespace AssistantTool

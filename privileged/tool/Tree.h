@@ -57,5 +57,7 @@ class Adoption {
 
 // Brings the tree to the disk, its contents included. `entries` is the survey's count. Throws Failure.
 void syncTree(int parent, const std::string& name, std::size_t entries);
+// Brings everything on the folder's file system to the disk. Throws Failure.
+void syncFileSystem(int folder);
 
 }  // namespace AssistantTool

@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "tests/privileged/tool/PowerCut.h"
 
 namespace ToolTests {
@@ -23,6 +25,18 @@ TEST_F(PowerCut, LeavesTheOldOrTheNewItemWholeThatWasJustWritten) {
   printHead();
   isJustWritten = true;
   EXPECT_EQ(cut(itemCases().front(), FileSystemKinds.front(), {}).torn, 0);
+}
+
+// Here the disk has an owner only once something was synced after it was changed.
+TEST_F(PowerCut, LeavesATrashedItemToItsUserAfterTheVerdict) {
+  printHead();
+  const auto cases = itemCases();
+  const auto named = std::ranges::find(cases, "trash file", &NamedCase::name);
+  const auto kind = std::ranges::find(FileSystemKinds, "xfs", &FileSystemKind::name);
+  const auto cuts = cut(*named, *kind, {});
+  if (cuts.cuts == 0) GTEST_SKIP() << "no disk can be recorded here";
+  EXPECT_EQ(cuts.torn, 0);
+  EXPECT_GT(cuts.done, 0);
 }
 
 TEST_F(PowerCut, LeavesEachServerFileWholeAndTheNextUpgradeOneVersion) {

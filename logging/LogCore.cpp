@@ -352,8 +352,8 @@ void LogCore::beginChild() {
   _lastSeen = _settledAt = 0;
   _isAsleep.store(true);
   _delivery.didFork();
+  // Whoever held the drain, only this thread is left to drop it; a logger that forked is not inside anything here.
+  heldDrain = this;
+  _forkedInside = false;
   endFork();
-  // A logger that forked is not inside anything here.
-  heldDrain = nullptr;
-  _isDraining.store(false, std::memory_order_release);
 }

@@ -1,8 +1,10 @@
 #include "platform/Format.h"
 
+#include <bit>
 #include <charconv>
+#include <cstddef>
 #include <cstdio>
-#include <cstdlib>
+#include <cstring>
 
 namespace platform {
 namespace {
@@ -135,43 +137,87 @@ struct Shown {
   }
 };
 
-template <class Integer>
-void appendInteger(std::string& text, Integer number, int base) {
-  char digits[24];
-  const auto result = std::to_chars(std::begin(digits), std::end(digits), number, base);
-  text.append(digits, result.ptr);
+using Word = std::uint64_t;
+
+// How many bytes of the word, as it lies in memory, are before the first percent sign.
+std::size_t plainBytes(Word word) {
+  constexpr Word ones = 0x0101010101010101;
+  if constexpr (std::endian::native == std::endian::big) word = __builtin_bswap64(word);
+  // The top bit of a byte is set where the sign is, and perhaps above that.
+  const Word other = word ^ ones * '%';
+  return static_cast<std::size_t>(std::countr_zero((other - ones) & ~other & ones * 0x80)) / 8;
 }
 
-// The conversions that nearly all formats consist of, without flags, width or precision. False for any other.
-bool appendBare(std::string& text, char letter, const FormatArgument::Value& value) {
-  if (!isIn(letter, "@sdiux")) return false;
-  if (const auto* string = std::get_if<std::string_view>(&value)) {
-    text += *string;
-    return true;
+// Copies from `from` to `place` up to a percent sign or to `end`, word by word: `place` has room for a word more. Leaves
+// `from` where it stopped; returns the end of the copy.
+char* copyPlain(char* place, const char*& from, const char* end) {
+  while (end - from >= static_cast<std::ptrdiff_t>(sizeof(Word))) {
+    Word word = 0;
+    std::memcpy(&word, from, sizeof word);
+    std::memcpy(place, &word, sizeof word);
+    const std::size_t plain = plainBytes(word);
+    from += plain;
+    place += plain;
+    if (plain < sizeof word) return place;
   }
+  while (from != end && *from != '%') *place++ = *from++;
+  return place;
+}
+
+constexpr std::size_t longestInteger = 20;
+
+// The conversions that nearly all formats consist of, without flags, width or precision. nullptr for any other.
+char* putBare(char* place, char letter, const FormatArgument::Value& value) {
+  const bool isUnsigned = letter == 'x' || letter == 'u';
+  if (!isUnsigned && letter != 'd' && letter != '@' && letter != 's' && letter != 'i') return nullptr;
+  if (const auto* string = std::get_if<std::string_view>(&value)) return place + string->copy(place, string->size());
   const int base = letter == 'x' ? 16 : 10;
-  if (const auto* number = std::get_if<std::int64_t>(&value)) {
-    if (letter == 'x' || letter == 'u')
-      appendInteger(text, static_cast<std::uint64_t>(*number), base);
-    else
-      appendInteger(text, *number, base);
-    return true;
+  const auto* number = std::get_if<std::int64_t>(&value);
+  if (number != nullptr && !isUnsigned) return std::to_chars(place, place + longestInteger, *number).ptr;
+  if (number != nullptr) return std::to_chars(place, place + longestInteger, static_cast<std::uint64_t>(*number), base).ptr;
+  const auto* natural = std::get_if<std::uint64_t>(&value);
+  return natural == nullptr ? nullptr : std::to_chars(place, place + longestInteger, *natural, base).ptr;
+}
+
+// Puts the text together in place when all conversions are bare. Returns where it ends; nullptr when they are not.
+char* putBareFormat(char* place, std::string_view format, std::span<const FormatArgument> arguments) {
+  const char* from = format.data();
+  const char* const end = from + format.size();
+  for (auto argument = arguments.begin();;) {
+    place = copyPlain(place, from, end);
+    if (from == end) return place;
+    if (end - from < 2) return nullptr;
+    const char letter = from[1];
+    from += 2;
+    if (letter == '%') {
+      *place++ = '%';
+    } else {
+      place = argument == arguments.end() ? nullptr : putBare(place, letter, argument->value());
+      if (place == nullptr) return nullptr;
+      ++argument;
+    }
   }
-  const auto* number = std::get_if<std::uint64_t>(&value);
-  if (number != nullptr) appendInteger(text, *number, base);
-  return number != nullptr;
 }
 
-}  // namespace
-
-std::string format(std::string_view format, std::span<const FormatArgument> arguments) {
-  std::string text;
-  text.reserve(format.size() + 32);
-  appendFormat(text, format, arguments);
-  return text;
+// As long as any text that putBareFormat makes, and what copyPlain needs beyond it.
+std::size_t roomFor(std::string_view format, std::span<const FormatArgument> arguments) {
+  std::size_t room = format.size() + sizeof(Word);
+  for (const auto& argument : arguments) {
+    const auto* string = std::get_if<std::string_view>(&argument.value());
+    room += string == nullptr ? longestInteger : string->size();
+  }
+  return room;
 }
 
-void appendFormat(std::string& text, std::string_view format, std::span<const FormatArgument> arguments) {
+bool appendBareFormat(std::string& text, std::string_view format, std::span<const FormatArgument> arguments) {
+  const std::size_t size = text.size();
+  text.resize(size + roomFor(format, arguments));
+  const char* end = putBareFormat(text.data() + size, format, arguments);
+  text.resize(end == nullptr ? size : static_cast<std::size_t>(end - text.data()));
+  return end != nullptr;
+}
+
+void appendAnyFormat(std::string& text, std::string_view format, std::span<const FormatArgument> arguments) {
   std::size_t next = 0;
   while (!format.empty()) {
     const auto percent = std::min(format.find('%'), format.size());
@@ -182,11 +228,6 @@ void appendFormat(std::string& text, std::string_view format, std::span<const Fo
     if (!format.empty() && format.front() == '%') {
       text += '%';
       format.remove_prefix(1);
-      continue;
-    }
-    if (!format.empty() && next < arguments.size() && appendBare(text, format.front(), arguments[next].value())) {
-      format.remove_prefix(1);
-      ++next;
       continue;
     }
     Scanner scanner(format);
@@ -200,6 +241,18 @@ void appendFormat(std::string& text, std::string_view format, std::span<const Fo
     text += index < arguments.size() ? std::visit(Shown{conversion}, arguments[index].value())
                                      : padded(std::string(nothing), conversion);
   }
+}
+
+}  // namespace
+
+std::string format(std::string_view format, std::span<const FormatArgument> arguments) {
+  std::string text;
+  appendFormat(text, format, arguments);
+  return text;
+}
+
+void appendFormat(std::string& text, std::string_view format, std::span<const FormatArgument> arguments) {
+  if (!appendBareFormat(text, format, arguments)) appendAnyFormat(text, format, arguments);
 }
 
 }  // namespace platform

@@ -70,7 +70,6 @@ void DDLog::log(const Statement& statement, std::string_view format, std::span<c
   std::string& text = isTextBufferGone ? ownText : textBuffer.text;
   text.clear();
   platform::appendFormat(text, format, arguments);
-  const char* label = platform::Dispatch::currentQueueLabel();
   core->record({.timestamp = timestamp,
                 .file = statement.file,
                 .function = statement.function,
@@ -79,7 +78,7 @@ void DDLog::log(const Statement& statement, std::string_view format, std::span<c
                 .context = statement.context,
                 .line = statement.line,
                 .thread = CallingThread::identifier()},
-               text, label == nullptr ? std::nullopt : std::optional<std::string_view>(label), statement.asynchronous);
+               text, platform::Dispatch::currentQueueLabel(), statement.asynchronous);
   if (text.capacity() > keptCapacity) text = std::string();
 }
 

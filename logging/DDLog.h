@@ -43,10 +43,9 @@ class DDLog {
       bool asynchronous, std::int32_t level, std::int32_t flag, std::int32_t context, const char* file,
       const char* function, std::int32_t line, std::type_identity_t<logging::FormatString<Arguments...>> format,
       const Arguments&... arguments) {
-    const auto text = format.text();
-    if (!text) return;
+    if (format.isAbsent()) return;
     const Statement statement{asynchronous, level, flag, context, file, function, line};
-    logging::withArguments([&](auto list) { log(statement, *text, list); }, arguments...);
+    logging::withArguments([&](auto list) { log(statement, format.text(), list); }, arguments...);
   }
   // Returns when every logger has flushed.
   static void flushLog();

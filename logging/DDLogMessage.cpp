@@ -5,15 +5,6 @@
 #include "platform/Dispatch.h"
 #include "platform/Format.h"
 
-namespace {
-
-std::optional<std::string_view> currentLabel() {
-  const char* label = platform::Dispatch::currentQueueLabel();
-  return label == nullptr ? std::nullopt : std::optional<std::string_view>(label);
-}
-
-}  // namespace
-
 DDLogMessage::DDLogMessage(std::string_view logMsg, std::int32_t level, std::int32_t flag, std::int32_t context,
                            const char* file, const char* function, std::int32_t line)
     : _facts{.timestamp = platform::Clock::current().now(),
@@ -24,16 +15,16 @@ DDLogMessage::DDLogMessage(std::string_view logMsg, std::int32_t level, std::int
              .context = context,
              .line = line,
              .thread = CallingThread::identifier()} {
-  own(logMsg, currentLabel());
+  own(logMsg, platform::Dispatch::currentQueueLabel());
 }
 
 DDLogMessage::DDLogMessage(const DDLogMessage& other) : _facts(other._facts) { own(other._text, other._label); }
 
-void DDLogMessage::own(std::string_view text, std::optional<std::string_view> label) {
-  _storage.reserve(text.size() + label.value_or("").size());
-  _storage.append(text).append(label.value_or(""));
+void DDLogMessage::own(std::string_view text, std::string_view label) {
+  _storage.reserve(text.size() + label.size());
+  _storage.append(text).append(label);
   _text = std::string_view(_storage).substr(0, text.size());
-  if (label) _label = std::string_view(_storage).substr(text.size());
+  if (label.data() != nullptr) _label = std::string_view(_storage).substr(text.size());
 }
 
 std::string DDLogMessage::threadID() const { return platform::formatted("%x", machThreadID()); }

@@ -36,7 +36,9 @@ class DDLogMessage {
   // The kernel's number of the creating thread.
   [[nodiscard]] std::uint32_t machThreadID() const { return _facts.thread; }
   // The label of the queue that was current at creation, when it had one.
-  [[nodiscard]] std::optional<std::string_view> queueLabel() const { return _label; }
+  [[nodiscard]] std::optional<std::string_view> queueLabel() const {
+    return _label.data() == nullptr ? std::nullopt : std::optional(_label);
+  }
 
   // `machThreadID` as lower-case hexadecimal.
   [[nodiscard]] std::string threadID() const;
@@ -61,13 +63,13 @@ class DDLogMessage {
     std::uint32_t thread = 0;
   };
 
-  // Borrows the texts.
-  DDLogMessage(const Facts& facts, std::string_view text, std::optional<std::string_view> label)
+  // Borrows the texts. A label at nullptr is none.
+  DDLogMessage(const Facts& facts, std::string_view text, std::string_view label)
       : _facts(facts), _text(text), _label(label) {}
-  void own(std::string_view text, std::optional<std::string_view> label);
+  void own(std::string_view text, std::string_view label);
 
   Facts _facts;
   std::string_view _text;
-  std::optional<std::string_view> _label;
+  std::string_view _label;
   std::string _storage;  // of a record that owns its texts
 };

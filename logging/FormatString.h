@@ -132,9 +132,9 @@ class FormatString {
   // A format of nothing: the statement does nothing at all.
   FormatString(std::nullptr_t, Place place = Place::current()) : _isAbsent(true), _place(place) {}
 
-  [[nodiscard]] std::optional<std::string_view> text() const {
-    return _isAbsent ? std::nullopt : std::optional<std::string_view>(_format);
-  }
+  // Empty when it is a format of nothing.
+  [[nodiscard]] std::string_view text() const { return _format; }
+  [[nodiscard]] bool isAbsent() const { return _isAbsent; }
   [[nodiscard]] const Place& place() const { return _place; }
 
  private:

@@ -53,7 +53,7 @@ class KTLogger {
   void log_level_message(std::string_view selector, std::int32_t level,
                          std::type_identity_t<logging::FormatString<Arguments...>> format, const Arguments&... arguments) {
     if (isSilenced(level)) return;
-    logging::withArguments([&](auto list) { log(selector, level, format.text().value_or(""), list); }, arguments...);
+    logging::withArguments([&](auto list) { log(selector, level, format.text(), list); }, arguments...);
   }
 
   // The paths of the log files, newest first, with everything in them that was logged before. Waits for that: not from the
@@ -120,7 +120,7 @@ void log(const Location& location, std::int32_t level, std::string_view format,
 template <class... Arguments>
 void log(const Location& location, std::int32_t level, std::type_identity_t<logging::FormatString<Arguments...>> format,
          const Arguments&... arguments) {
-  logging::withArguments([&](auto list) { log(location, level, format.text().value_or(""), list); }, arguments...);
+  logging::withArguments([&](auto list) { log(location, level, format.text(), list); }, arguments...);
 }
 
 }  // namespace KTDiagnostics

@@ -85,8 +85,7 @@ void LogCore::record(const DDLogMessage& message, bool asynchronous) {
   record(message._facts, message._text, message._label, asynchronous);
 }
 
-void LogCore::record(const DDLogMessage::Facts& facts, std::string_view text, std::optional<std::string_view> label,
-                     bool asynchronous) {
+void LogCore::record(const DDLogMessage::Facts& facts, std::string_view text, std::string_view label, bool asynchronous) {
   // A logger that logs while the process ends cannot wait for itself.
   const bool waits = !asynchronous || (_isExiting.load(std::memory_order_relaxed) && heldDrain != this);
   Ticket ticket = 0;
@@ -95,10 +94,12 @@ void LogCore::record(const DDLogMessage::Facts& facts, std::string_view text, st
     if (!_ring.hasRoom()) waitForRoom();
     ticket = _ring.takeTicket();
   } while (!_ring.isFree(ticket) && !waitForSlot(ticket));
-  _ring.slotOf(ticket).fill(facts, text, label, waits, _ring.texts());
+  LogSlot& slot = _ring.slotOf(ticket);
+  slot.fill(facts, text, label, waits, _ring.texts());
+  const std::size_t bytes = slot.filledBytes();
   _ring.publish(ticket);
   rouse();
-  _ring.prefetchForWriting(ticket + recordsAhead);
+  _ring.prefetchForWriting(ticket + recordsAhead, bytes);
   if (waits) waitUntil([&] { return _written.load(std::memory_order_acquire) > ticket; }, ticket + 1);
 }
 
@@ -137,7 +138,7 @@ bool LogCore::waitUntil(const IsDone& isDone, Ticket limit) {
   for (Nap nap(Nap::patient); !isDone();) {
     bool hasAdvanced = false;
     if (tryHoldDrain()) {
-      hasAdvanced = drain(limit);
+      hasAdvanced = drain(limit, limit);
       if (!dropDrain()) return false;
     }
     if (!hasAdvanced) nap.take();
@@ -160,17 +161,20 @@ bool LogCore::dropDrain() {
 }
 
 // Runs blocks and delivers records until it comes to `limit` or to a record that is not there yet. Whether anything was.
-bool LogCore::drain(Ticket limit) {
+// The tickets below `taken` have been taken: a slot that waits for the next one is not fetched from those who will fill it.
+bool LogCore::drain(Ticket limit, Ticket taken) {
   const Current queue(this);
+  LogDelivery::Round round(_delivery);
   bool hasAdvanced = false;
   _delivery.wakeOnlooker();
   for (;;) {
     const Ticket head = _ring.head();
     if (_nextBlock.load(std::memory_order_acquire) <= head) {
+      round.pause();
       runBlocks(head);
     } else if (head < limit && _ring.hasRecord()) {
-      _ring.prefetchForReading(head + recordsAhead);
-      deliver(head);
+      if (head + recordsAhead < taken) _ring.prefetchForReading(head + recordsAhead, _ring.slotOf(head).filledBytes());
+      deliver(round, head);
     } else {
       return hasAdvanced;
     }
@@ -194,12 +198,12 @@ void LogCore::runBlocks(Ticket head) {
   }
 }
 
-void LogCore::deliver(Ticket ticket) {
+void LogCore::deliver(LogDelivery::Round& round, Ticket ticket) {
   const LogSlot& slot = _ring.slotOf(ticket);
   const bool isSynchronous = slot.isSynchronous;
   _journal->setTicket(ticket);
   _isDelivering = true;
-  _delivery.deliver(slot.message(), isSynchronous);
+  round.deliver(slot.message(), isSynchronous);
   if (heldDrain != this) return;
   _isDelivering = false;
   _ring.release(ticket);
@@ -211,15 +215,15 @@ void LogCore::deliver(Ticket ticket) {
   if (!std::exchange(_hasUnwritten, true))
     _unwrittenSince = SteadyClock::now();
   else if (_delivery.hasSeveral() || ticket % recordsBetweenLooks == 0)
-    writeWhatIsOld();
+    writeWhatIsOld(round);
 }
 
-void LogCore::writeWhatIsOld() {
-  if (SteadyClock::now() - _unwrittenSince >= writeAge) writePending();
+void LogCore::writeWhatIsOld(LogDelivery::Round& round) {
+  if (SteadyClock::now() - _unwrittenSince >= writeAge) writePending(round);
 }
 
-void LogCore::writePending() {
-  _delivery.writePending();
+void LogCore::writePending(LogDelivery::Round& round) {
+  round.writePending();
   _hasUnwritten = false;
 }
 
@@ -260,7 +264,9 @@ void LogCore::keepWatch() {
     bool hasAdvanced = false;
     bool isBusy = true;
     if (tryHoldDrain()) {
-      hasAdvanced = drain(none);
+      // Outside a rush the tail is left with those who take tickets.
+      const Ticket taken = breaths > 0 ? _ring.nextTicket() : 0;
+      hasAdvanced = drain(breaths > 0 ? taken : _ring.head() + recordsOfARush, taken);
       if (!hasAdvanced) settle();
       isBusy = _hasUnwritten;
       if (!dropDrain()) return;
@@ -269,8 +275,9 @@ void LogCore::keepWatch() {
     const Ticket head = _ring.head();
     const Ticket count = head - std::exchange(seen, head);
     if (hasAdvanced || count > 0) nap.startOver();
-    if (count >= recordsOfARush) breaths = breathsInARush;
-    if (breaths > 0) {
+    if (count >= recordsOfARush) {
+      breaths = breathsInARush;
+    } else if (breaths > 0) {
       --breaths;
       Nap::breathe();
     } else if (nap.take() == Nap::enough && !isBusy && _ring.head() == _settledAt) {
@@ -282,7 +289,9 @@ void LogCore::keepWatch() {
 
 // Nothing has come since the last look.
 void LogCore::settle() {
-  if (_hasUnwritten) writePending();
+  LogDelivery::Round round(_delivery);
+  if (_hasUnwritten) writePending(round);
+  round.pause();
   const Ticket head = _ring.head();
   if (head == _settledAt) return;
   // Callers who wait for their records deliver them without the watch seeing them come.

@@ -26,8 +26,8 @@ class LogCore final : public platform::Dispatch::Queue {
   void async(platform::Dispatch::Block block) override;
   void sync(const platform::Dispatch::Block& block) override;
 
-  void record(const DDLogMessage::Facts& facts, std::string_view text, std::optional<std::string_view> label,
-              bool asynchronous);
+  // A label at nullptr is none.
+  void record(const DDLogMessage::Facts& facts, std::string_view text, std::string_view label, bool asynchronous);
   void record(const DDLogMessage& message, bool asynchronous);
 
   // On the logging queue.
@@ -57,11 +57,11 @@ class LogCore final : public platform::Dispatch::Queue {
   // Whoever holds the drain.
   bool tryHoldDrain();
   bool dropDrain();
-  bool drain(Ticket limit);
+  bool drain(Ticket limit, Ticket taken);
   void runBlocks(Ticket head);
-  void deliver(Ticket ticket);
-  void writePending();
-  void writeWhatIsOld();
+  void deliver(LogDelivery::Round& round, Ticket ticket);
+  void writePending(LogDelivery::Round& round);
+  void writeWhatIsOld(LogDelivery::Round& round);
 
   // The watch.
   void rouse();
@@ -81,30 +81,32 @@ class LogCore final : public platform::Dispatch::Queue {
   const std::shared_ptr<LogJournal> _journal;
   LogRing _ring;
   LogDelivery _delivery;
-  // Every record below this ticket has been handed on by every logger, not only received.
-  std::atomic<Ticket> _written{0};
 
-  alignas(64) std::atomic<bool> _isDraining{false};
-  std::atomic<Ticket> _nextBlock{none};  // the place of the first waiting block
-  std::mutex _blocksMutex;
-  std::deque<PlacedBlock> _blocks;
-  bool _hasUnwritten = false;
-  std::chrono::steady_clock::time_point _unwrittenSince;
-
-  alignas(64) std::atomic<bool> _isAsleep{true};
+  // What every caller reads, and what is written seldom.
+  // The watch fences for everybody before it sleeps; otherwise everybody fences for himself.
+  alignas(64) const bool _fencesForOthers;
+  std::atomic<bool> _isAsleep{true};
   std::atomic<bool> _isExiting{false};
   std::atomic<bool> _isStopping{false};
   std::atomic<std::uint32_t> _calls{0};
+  std::atomic<Ticket> _nextBlock{none};  // the place of the first waiting block
   std::mutex _watchMutex;
   std::thread _watch;
-  Ticket _lastSeen = 0;   // the watch's own: the head at its last look,
-  Ticket _settledAt = 0;  // and when the loggers were last told that nothing more comes
-  bool _isDelivering = false;
+  std::mutex _blocksMutex;
+  std::deque<PlacedBlock> _blocks;
   // While the process forks: whether that happens inside a logger's part or a block, and the record that is being
   // delivered.
   bool _forkedInside = false;
   std::optional<LogRing::HeadCopy> _headAtFork;
-  // The watch fences for everybody before it sleeps; otherwise everybody fences for himself.
-  const bool _fencesForOthers;
   platform::Fork::HandlersID _forkHandlers = 0;
+
+  // What whoever holds the drain writes, mostly with every record.
+  alignas(64) std::atomic<bool> _isDraining{false};
+  bool _isDelivering = false;
+  bool _hasUnwritten = false;
+  std::chrono::steady_clock::time_point _unwrittenSince;
+  // Every record below this ticket has been handed on by every logger, not only received.
+  std::atomic<Ticket> _written{0};
+  Ticket _lastSeen = 0;   // the watch's own: the head at its last look,
+  Ticket _settledAt = 0;  // and when the loggers were last told that nothing more comes
 };

@@ -16,9 +16,9 @@ constexpr int looksUntilStuck = 3;
 // The delivery whose part the calling thread is doing on a logger's queue.
 thread_local const LogDelivery* partHere = nullptr;
 
-void perform(const DDLoggerNode& node, const DDLogMessage& message, bool andWrite) {
-  node.logger->logMessage(message);
-  if (andWrite) node.logger->writePending();
+void perform(DDLogger& logger, const DDLogMessage& message, bool andWrite) {
+  logger.logMessage(message);
+  if (andWrite) logger.writePending();
 }
 
 }  // namespace
@@ -55,15 +55,40 @@ void LogDelivery::dismiss(DDLoggerNode node) {
   });
 }
 
-void LogDelivery::deliver(const DDLogMessage& message, bool andWrite) {
-  if (hasSeveral() && _processors > 1 && _nodes.size() <= indexMask) {
-    deliverWatched(message, andWrite);
+void LogDelivery::Round::deliver(const DDLogMessage& message, bool andWrite) {
+  const std::size_t count = _delivery._nodes.size();
+  if (count == 1)
+    perform(only(), message, andWrite);
+  else if (count > indexMask || _delivery._processors < 2)
+    _delivery.deliverInTurn(message, andWrite);
+  else if (count > 1)
+    _delivery.deliverWatched(message, andWrite);
+}
+
+void LogDelivery::Round::writePending() {
+  if (_delivery._nodes.size() == 1) {
+    only().writePending();
     return;
   }
+  for (const auto& node : _delivery._nodes) {
+    const SerialQueue::Turn turn(*node.loggerQueue);
+    node.logger->writePending();
+  }
+}
+
+// The only logger, on its queue.
+DDLogger& LogDelivery::Round::only() {
+  const DDLoggerNode& node = _delivery._nodes.front();
+  if (_turn && _turn->isAwaited()) _turn.reset();
+  if (!_turn) _turn.emplace(*node.loggerQueue);
+  return *node.logger;
+}
+
+void LogDelivery::deliverInTurn(const DDLogMessage& message, bool andWrite) {
   const platform::Fork::Witness witness;
   for (const auto& node : _nodes) {
     const SerialQueue::Turn turn(*node.loggerQueue);
-    perform(node, message, andWrite);
+    perform(*node.logger, message, andWrite);
     if (witness.isInChild()) return;
   }
 }
@@ -79,7 +104,7 @@ void LogDelivery::deliverWatched(const DDLogMessage& message, bool andWrite) {
     Progress expected = progress(number, count, i);
     if (!_progress.compare_exchange_strong(expected, progress(number, count, i + 1), std::memory_order_acq_rel)) break;
     const SerialQueue::Turn turn(*_nodes[i].loggerQueue);
-    perform(_nodes[i], message, andWrite);
+    perform(*_nodes[i].logger, message, andWrite);
     if (witness.isInChild()) return;
   }
   Progress own = progress(number, count, count);
@@ -93,8 +118,9 @@ void LogDelivery::startRestElsewhere(Progress seen) {
   const std::uint64_t number = seen >> (2 * indexBits);
   if (!_progress.compare_exchange_strong(seen, 0, std::memory_order_acq_rel)) return;
   for (std::size_t i = seen & indexMask; i < _nodes.size(); ++i)
-    startPart(*_nodes[i].loggerQueue,
-              [&node = _nodes[i], message = _message, andWrite = _andWrite] { perform(node, *message, andWrite); });
+    startPart(*_nodes[i].loggerQueue, [&node = _nodes[i], message = _message, andWrite = _andWrite] {
+      perform(*node.logger, *message, andWrite);
+    });
   _startedElsewhere.store(number, std::memory_order_release);
 }
 
@@ -141,13 +167,6 @@ void LogDelivery::stop() {
   if (_onlooker.joinable()) _onlooker.join();
   for (const auto& node : _nodes) node.loggerQueue->sync([] {});
   waitForRemoved();
-}
-
-void LogDelivery::writePending() {
-  for (const auto& node : _nodes) {
-    const SerialQueue::Turn turn(*node.loggerQueue);
-    node.logger->writePending();
-  }
 }
 
 void LogDelivery::didBecomeIdle() {

@@ -35,9 +35,25 @@ class LogDelivery {
   void waitForRemoved() { _leaving.wait(); }
   [[nodiscard]] bool hasSeveral() const { return _nodes.size() > 1; }
 
-  // Returns when every logger has had the record, and written it on when asked to.
-  void deliver(const DDLogMessage& message, bool andWrite);
-  void writePending();
+  // Some records in a row. An only logger keeps its queue's turn from one to the next, as long as nothing else waits for
+  // it there.
+  class Round {
+   public:
+    explicit Round(LogDelivery& delivery) : _delivery(delivery) {}
+
+    // Returns when every logger has had the record, and written it on when asked to.
+    void deliver(const DDLogMessage& message, bool andWrite);
+    void writePending();
+    // Before anything else happens to the loggers or on their queues.
+    void pause() { _turn.reset(); }
+
+   private:
+    DDLogger& only();
+
+    LogDelivery& _delivery;
+    std::optional<platform::Dispatch::SerialQueue::Turn> _turn;
+  };
+
   void didBecomeIdle();
   // Every logger on its own queue and all at once; returns when all have flushed.
   void flush();
@@ -65,6 +81,7 @@ class LogDelivery {
 
   void startPart(platform::Dispatch::SerialQueue& queue, platform::Dispatch::Block part);
   void dismiss(DDLoggerNode node);
+  void deliverInTurn(const DDLogMessage& message, bool andWrite);
   void deliverWatched(const DDLogMessage& message, bool andWrite);
   void lookOn();
   void startRestElsewhere(Progress seen);

@@ -1,84 +1,79 @@
 #include "logging/LogJournal.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <new>
 
 namespace {
 
-constexpr std::size_t totalBytes = LogRing::bytes + sizeof(LogLines);
-constexpr std::align_val_t alignment{alignof(LogSlot)};
-
-// A slot that was filled and not yet free again shows the sequence after its ticket; the place in the ring gives it away.
+// A slot that was filled shows the sequence after its ticket; the place in the ring tells it from rubbish.
 bool isFilled(std::uint64_t index, std::uint64_t sequence) {
   return sequence > 0 && (sequence - 1) % LogRing::capacity == index;
 }
 
 bool isSane(const LogSlot& slot) { return slot.textLength > 0 || slot.labelLength >= LogSlot::noLabel; }
 
-std::vector<const LogSlot*> waitingSlots(std::span<std::byte> memory, std::uint64_t firstTicket) {
-  const auto* slots = reinterpret_cast<const LogSlot*>(memory.data());
+std::vector<const LogSlot*> waitingSlots(const LogRingMemory& ring, std::uint64_t firstTicket) {
   std::vector<const LogSlot*> waiting;
   for (std::uint64_t i = 0; i < LogRing::capacity; ++i) {
-    const std::uint64_t sequence = slots[i].sequence.load(std::memory_order_acquire);
-    if (isFilled(i, sequence) && sequence - 1 >= firstTicket && isSane(slots[i])) waiting.push_back(&slots[i]);
+    const LogSlot& slot = ring.slots[i];
+    const std::uint64_t sequence = slot.sequence.load(std::memory_order_acquire);
+    if (isFilled(i, sequence) && sequence - 1 >= firstTicket && isSane(slot)) waiting.push_back(&slot);
   }
   std::ranges::sort(waiting, {}, [](const LogSlot* slot) { return slot->sequence.load(std::memory_order_relaxed); });
   return waiting;
 }
 
-LogRemains remainsIn(std::span<std::byte> memory) {
-  const auto& lines = *reinterpret_cast<const LogLines*>(memory.data() + LogRing::bytes);
+LogRemains remainsIn(LogMemory& memory) {
+  const LogLines& lines = memory.lines;
   LogRemains remains;
   remains.path.assign(lines.path, std::find(lines.path, lines.path + LogLines::longestPath, '\0'));
   remains.fileSize = lines.fileSize;
   remains.lines.assign(lines.bytes, std::min(lines.length(), LogLines::capacity));
-  const LogTexts texts(memory.data() + LogRing::slotBytes);
-  for (const LogSlot* slot : waitingSlots(memory, lines.nextTicket()))
+  const LogTexts texts(memory.ring.texts);
+  for (const LogSlot* slot :
+       waitingSlots(memory.ring, std::max(lines.nextTicket(), memory.ring.head.load(std::memory_order_acquire))))
     remains.records.push_back(slot->survivingRecord(texts));
   return remains;
 }
 
+LogMemory* memoryIn(platform::SurvivingMemory& surviving) { return reinterpret_cast<LogMemory*>(surviving.bytes().data()); }
+
 }  // namespace
 
-void LogJournal::FreeBytes::operator()(std::byte* bytes) const { ::operator delete(bytes, alignment); }
+void LogJournal::Free::operator()(LogMemory* memory) const {
+  ::operator delete (memory, std::align_val_t{alignof(LogMemory)});
+}
 
 LogJournal::LogJournal(platform::LoggingHost* host)
     : _name(host == nullptr ? std::string() : host->process.processName()), _host(host) {
-  if (host != nullptr) _memory = host->memories.make(_name, totalBytes);
-  if (_memory) {
-    _bytes = _memory->bytes();
-  } else {
-    _plain = makeBytes(totalBytes);
-    _bytes = {_plain.get(), totalBytes};
-  }
-  _lines = new (_bytes.data() + LogRing::bytes) LogLines;
-  _lines->setState(0, 0);
-  _lines->path[0] = '\0';
+  if (host != nullptr) _surviving = host->memories.make(_name, sizeof(LogMemory));
+  _memory = _surviving ? memoryIn(*_surviving) : _plain.emplace_back(makePlain()).get();
 }
 
-LogJournal::Bytes LogJournal::makeBytes(std::size_t size) {
-  Bytes bytes(static_cast<std::byte*>(::operator new(size, alignment)));
-  std::memset(bytes.get(), 0, LogRing::slotBytes);
-  return bytes;
+// Texts are not touched before they are written: most processes never need the memory.
+LogJournal::Plain LogJournal::makePlain() {
+  Plain memory(static_cast<LogMemory*>(::operator new (sizeof(LogMemory), std::align_val_t{alignof(LogMemory)})));
+  std::memset(static_cast<void*>(memory.get()), 0, offsetof(LogRingMemory, texts));
+  std::memset(static_cast<void*>(&memory->lines), 0, offsetof(LogLines, bytes));
+  return memory;
 }
 
-std::span<std::byte> LogJournal::anotherRingMemory() {
-  return {_others.emplace_back(makeBytes(LogRing::bytes)).get(), LogRing::bytes};
-}
+LogRingMemory& LogJournal::anotherRingMemory() { return _plain.emplace_back(makePlain())->ring; }
 
-LogLines* LogJournal::claimLines() { return _areLinesClaimed.exchange(true) ? nullptr : _lines; }
+LogLines* LogJournal::claimLines() { return _areLinesClaimed.exchange(true) ? nullptr : &_memory->lines; }
 
 std::vector<LogRemains> LogJournal::takeRemains() {
   std::vector<LogRemains> all;
   if (_host == nullptr) return all;
-  for (const auto& memory : _host->memories.orphans(_name, totalBytes)) {
-    all.push_back(remainsIn(memory->bytes()));
+  for (const auto& memory : _host->memories.orphans(_name, sizeof(LogMemory))) {
+    all.push_back(remainsIn(*memoryIn(*memory)));
     memory->discard();
   }
   return all;
 }
 
 void LogJournal::discard() {
-  if (_memory) _memory->discard();
+  if (_surviving) _surviving->discard();
 }

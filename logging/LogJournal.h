@@ -32,6 +32,12 @@ struct LogLines {
   char bytes[capacity];
 };
 
+// All that outlives the process. New memory is all zero.
+struct LogMemory {
+  LogRingMemory ring;
+  LogLines lines;
+};
+
 // What a process left behind.
 struct LogRemains {
   std::string path;  // of the file that `lines` were for
@@ -48,9 +54,9 @@ class LogJournal {
   LogJournal(const LogJournal&) = delete;
   LogJournal& operator=(const LogJournal&) = delete;
 
-  [[nodiscard]] std::span<std::byte> ringMemory() { return _bytes.subspan(0, LogRing::bytes); }
+  [[nodiscard]] LogRingMemory& ringMemory() { return _memory->ring; }
   // More memory for a ring, which dies with the process. It stays the journal's.
-  std::span<std::byte> anotherRingMemory();
+  LogRingMemory& anotherRingMemory();
 
   // The record that is being delivered.
   void setTicket(std::uint64_t ticket) { _ticket.store(ticket, std::memory_order_relaxed); }
@@ -69,19 +75,17 @@ class LogJournal {
   void discard();
 
  private:
-  struct FreeBytes {
-    void operator()(std::byte* bytes) const;
+  struct Free {
+    void operator()(LogMemory* memory) const;
   };
+  using Plain = std::unique_ptr<LogMemory, Free>;
+  static Plain makePlain();
 
   const std::string _name;
   platform::LoggingHost* const _host;
-  std::unique_ptr<platform::SurvivingMemory> _memory;
-  using Bytes = std::unique_ptr<std::byte, FreeBytes>;
-  static Bytes makeBytes(std::size_t size);
-  Bytes _plain;
-  std::vector<Bytes> _others;
-  std::span<std::byte> _bytes;
-  LogLines* _lines = nullptr;
+  std::unique_ptr<platform::SurvivingMemory> _surviving;
+  std::vector<Plain> _plain;
+  LogMemory* _memory = nullptr;
   std::atomic<bool> _areLinesClaimed{false};
   std::atomic<std::uint64_t> _ticket{0};
 };

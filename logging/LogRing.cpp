@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
-#include <memory>
 
 namespace {
 
@@ -11,6 +10,8 @@ std::uint64_t blocksInARow(std::size_t size) {
   const std::size_t count = (size + LogTexts::blockSize - 1) / LogTexts::blockSize;
   return ~std::uint64_t{0} >> (LogTexts::blockCount - count);
 }
+
+constexpr std::size_t cacheLine = 64;
 
 }  // namespace
 
@@ -31,9 +32,9 @@ void LogTexts::giveBack(std::int32_t first, std::size_t size) {
   _taken.fetch_and(~(blocksInARow(size) << first), std::memory_order_release);
 }
 
-void LogSlot::fill(const DDLogMessage::Facts& facts, std::string_view text, std::optional<std::string_view> label,
-                   bool synchronous, LogTexts& texts) {
-  const std::string_view labelText = label.value_or(std::string_view()).substr(0, INT16_MAX);
+void LogSlot::fill(const DDLogMessage::Facts& facts, std::string_view text, std::string_view label, bool synchronous,
+                   LogTexts& texts) {
+  label = label.substr(0, INT16_MAX);
   timestamp = facts.timestamp;
   file = facts.file;
   function = facts.function;
@@ -43,24 +44,25 @@ void LogSlot::fill(const DDLogMessage::Facts& facts, std::string_view text, std:
   line = facts.line;
   thread = facts.thread;
   textLength = static_cast<std::uint32_t>(text.size());
-  labelLength = label ? static_cast<std::int16_t>(labelText.size()) : noLabel;
+  labelLength = label.data() == nullptr ? noLabel : static_cast<std::int16_t>(label.size());
   isSynchronous = synchronous;
-  isSpilled = text.size() + labelText.size() > inlineCapacity ? 1 : 0;
+  isSpilled = text.size() + label.size() > inlineCapacity ? 1 : 0;
   char* place = inlineText;
   if (isSpilled != 0) {
-    spilledBlock = texts.take(spilledSize());
-    place = spilledBlock == LogTexts::none ? new char[spilledSize()] : texts.at(spilledBlock);
+    spilledBlock = texts.take(textSize());
+    place = spilledBlock == LogTexts::none ? new char[textSize()] : texts.at(spilledBlock);
     std::memcpy(inlineText, &place, sizeof place);
     text.copy(inlineText + sizeof place, inlineCapacity - sizeof place);
   }
   text.copy(place, text.size());
-  labelText.copy(place + text.size(), labelText.size());
+  label.copy(place + text.size(), label.size());
 }
 
 DDLogMessage LogSlot::message() const {
   const char* place = isSpilled != 0 ? spilled() : inlineText;
-  std::optional<std::string_view> label;
-  if (labelLength != noLabel) label = std::string_view(place + textLength, static_cast<std::size_t>(labelLength));
+  const std::string_view label = labelLength == noLabel
+                                     ? std::string_view()
+                                     : std::string_view(place + textLength, static_cast<std::size_t>(labelLength));
   return DDLogMessage({.timestamp = timestamp,
                        .file = file,
                        .function = function,
@@ -78,16 +80,18 @@ char* LogSlot::spilled() const {
   return place;
 }
 
-std::size_t LogSlot::spilledSize() const {
+std::size_t LogSlot::textSize() const {
   return textLength + static_cast<std::size_t>(std::max<std::int16_t>(labelLength, 0));
 }
+
+std::size_t LogSlot::filledBytes() const { return isSpilled != 0 ? size : size - inlineCapacity + textSize(); }
 
 void LogSlot::releaseSpilledText(LogTexts& texts) {
   if (isSpilled == 0) return;
   if (spilledBlock == LogTexts::none)
     delete[] spilled();
   else
-    texts.giveBack(spilledBlock, spilledSize());
+    texts.giveBack(spilledBlock, textSize());
 }
 
 std::string_view LogSlot::survivingText(const LogTexts& texts) const {
@@ -101,43 +105,52 @@ std::string_view LogSlot::survivingText(const LogTexts& texts) const {
 DDLogMessage LogSlot::survivingRecord(const LogTexts& texts) const {
   const DDLogMessage::Facts facts{
       .timestamp = timestamp, .level = level, .flag = flag, .context = context, .line = line, .thread = thread};
-  return DDLogMessage(DDLogMessage(facts, survivingText(texts), std::nullopt));
+  return DDLogMessage(DDLogMessage(facts, survivingText(texts), std::string_view()));
 }
 
 std::span<char> LogSlot::textInBlocks() const {
   if (isSpilled == 0 || spilledBlock == LogTexts::none) return {};
-  return {spilled(), spilledSize()};
+  return {spilled(), textSize()};
 }
 
-LogRing::LogRing(std::span<std::byte> memory)
-    : _slots(reinterpret_cast<LogSlot*>(memory.data())), _texts(memory.data() + slotBytes) {
-  for (std::uint64_t i = 0; i < capacity; ++i) std::construct_at(&_slots[i].sequence, i);
+void LogRing::prefetchForReading(std::uint64_t ticket, std::size_t bytes) {
+  const char* slot = reinterpret_cast<const char*>(&slotOf(ticket));
+  for (std::size_t offset = 0; offset < bytes; offset += cacheLine) __builtin_prefetch(slot + offset, 0);
+}
+
+// The plain x86-64 has only a prefetch for reading, after which a write waits for the other processor all the same. The
+// one for writing does nothing on the processors that lack it.
+#ifdef __x86_64__
+[[gnu::target("prfchw")]]
+#endif
+void LogRing::prefetchForWriting(std::uint64_t ticket, std::size_t bytes) {
+  const char* slot = reinterpret_cast<const char*>(&_memory.slots[ticket % capacity]);
+  for (std::size_t offset = 0; offset < bytes; offset += cacheLine) __builtin_prefetch(slot + offset, 1);
 }
 
 void LogRing::release(std::uint64_t ticket) {
-  LogSlot& slot = slotOf(ticket);
-  slot.releaseSpilledText(_texts);
-  slot.sequence.store(ticket + capacity, std::memory_order_release);
-  _head.store(ticket + 1, std::memory_order_release);
+  slotOf(ticket).releaseSpilledText(_texts);
+  _memory.head.store(ticket + 1, std::memory_order_release);
 }
 
 LogRing::HeadCopy LogRing::copyOfHead() {
   const LogSlot& slot = slotOf(head());
   const auto text = slot.textInBlocks();
-  HeadCopy copy{.slot = {}, .text = {text.data(), text.size()}};
+  HeadCopy copy{.ticket = head(), .slot = {}, .text = {text.data(), text.size()}};
   std::memcpy(copy.slot.data(), &slot, copy.slot.size());
   return copy;
 }
 
 void LogRing::putBack(const HeadCopy& head) {
-  LogSlot& slot = slotOf(_head.load(std::memory_order_relaxed));
+  LogSlot& slot = slotOf(head.ticket);
   std::memcpy(static_cast<void*>(&slot), head.slot.data(), head.slot.size());
   head.text.copy(slot.textInBlocks().data(), head.text.size());
 }
 
 void LogRing::reset() {
-  for (std::uint64_t i = 0; i < capacity; ++i) _slots[i].sequence.store(i, std::memory_order_relaxed);
+  for (auto& slot : _memory.slots) slot.sequence.store(0, std::memory_order_relaxed);
+  _memory.head.store(0);
   _texts.giveAllBack();
   _tail.store(0);
-  _head.store(0);
+  _end.store(capacity);
 }

@@ -35,20 +35,23 @@ class LogTexts {
   std::atomic<std::uint64_t> _taken{0};  // a bit for every block
 };
 
-// One waiting record. `sequence` is the ticket whose turn it is to fill the slot; one more once it is filled.
+// One record. `sequence` is one more than the ticket of the record that the slot was last filled with.
 struct alignas(64) LogSlot {
   static constexpr std::size_t size = 512;
   static constexpr std::size_t inlineCapacity = size - 64;
   static constexpr std::int16_t noLabel = -1;
 
-  void fill(const DDLogMessage::Facts& facts, std::string_view text, std::optional<std::string_view> label,
-            bool isSynchronous, LogTexts& texts);
+  // A label at nullptr is none.
+  void fill(const DDLogMessage::Facts& facts, std::string_view text, std::string_view label, bool isSynchronous,
+            LogTexts& texts);
   // Borrows from the slot.
   [[nodiscard]] DDLogMessage message() const;
   void releaseSpilledText(LogTexts& texts);
   // What is left of the record after the process that wrote it died, with that process's `texts`: the text, or its
   // beginning when it was on the heap, and no places.
   [[nodiscard]] DDLogMessage survivingRecord(const LogTexts& texts) const;
+  // So many bytes of the slot are in use.
+  [[nodiscard]] std::size_t filledBytes() const;
   // The texts that are in LogTexts; empty when they are not there.
   [[nodiscard]] std::span<char> textInBlocks() const;
 
@@ -72,53 +75,63 @@ struct alignas(64) LogSlot {
 
  private:
   [[nodiscard]] char* spilled() const;
-  [[nodiscard]] std::size_t spilledSize() const;
+  [[nodiscard]] std::size_t textSize() const;
   [[nodiscard]] std::string_view survivingText(const LogTexts& texts) const;
 };
 static_assert(sizeof(LogSlot) == LogSlot::size);
 static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
 
+// What of a ring outlives the process. Memory that is all zero is an empty one.
+struct LogRingMemory {
+  static constexpr std::uint64_t capacity = 1000;
+
+  LogSlot slots[capacity];
+  // The records below this ticket have been delivered.
+  alignas(64) std::atomic<std::uint64_t> head;
+  alignas(64) std::byte texts[LogTexts::bytes];
+};
+
+// The records that wait, in the order of their tickets.
+//
+// To fetch what another processor has written can cost as much as to make a whole record. So nobody writes into a slot to
+// say that it is free: producers know it from the head, and look at the head only when they have used up what was free at
+// their last look.
 class LogRing {
  public:
-  static constexpr std::uint64_t capacity = 1000;
-  static constexpr std::size_t slotBytes = capacity * sizeof(LogSlot);
-  static constexpr std::size_t bytes = slotBytes + LogTexts::bytes;
+  static constexpr std::uint64_t capacity = LogRingMemory::capacity;
 
-  // `memory` holds `bytes` zero bytes aligned to a slot, and stays the caller's.
-  explicit LogRing(std::span<std::byte> memory);
+  // `memory` is empty, and stays the caller's.
+  explicit LogRing(LogRingMemory& memory) : _memory(memory), _texts(memory.texts) {}
 
   // Producers. A ticket must be filled and published, and as soon as its slot is free.
   std::uint64_t takeTicket() { return _tail.fetch_add(1, std::memory_order_acq_rel); }
-  [[nodiscard]] LogSlot& slotOf(std::uint64_t ticket) { return _slots[ticket % capacity]; }
+  [[nodiscard]] LogSlot& slotOf(std::uint64_t ticket) { return _memory.slots[ticket % capacity]; }
   [[nodiscard]] bool isFree(std::uint64_t ticket) {
-    return slotOf(ticket).sequence.load(std::memory_order_acquire) == ticket;
+    if (ticket < _end.load(std::memory_order_acquire)) return true;
+    const std::uint64_t end = head() + capacity;
+    // Of two producers the one with the older look may come last. The next one looks again, then.
+    _end.store(end, std::memory_order_release);
+    return ticket < end;
   }
   // Whether the next ticket's slot is free, as far as can be told without taking the ticket.
-  [[nodiscard]] bool hasRoom() {
-    const std::uint64_t ticket = nextTicket();
-    return slotOf(ticket).sequence.load(std::memory_order_acquire) >= ticket;
-  }
+  [[nodiscard]] bool hasRoom() { return isFree(nextTicket()); }
   [[nodiscard]] LogTexts& texts() { return _texts; }
   void publish(std::uint64_t ticket) { slotOf(ticket).sequence.store(ticket + 1, std::memory_order_release); }
   // Every record put in before this call has a lower ticket.
   [[nodiscard]] std::uint64_t nextTicket() const { return _tail.load(std::memory_order_acquire); }
 
   // The consumer.
-  [[nodiscard]] std::uint64_t head() const { return _head.load(std::memory_order_acquire); }
+  [[nodiscard]] std::uint64_t head() const { return _memory.head.load(std::memory_order_acquire); }
   [[nodiscard]] bool hasRecord() { return slotOf(head()).sequence.load(std::memory_order_seq_cst) == head() + 1; }
   void release(std::uint64_t ticket);
-  // Both sides find a slot in the other processor's cache unless it is asked for some records ahead.
-  void prefetchForReading(std::uint64_t ticket) {
-    const char* slot = reinterpret_cast<const char*>(&slotOf(ticket));
-    for (std::size_t offset = 0; offset < prefetchedBytes; offset += cacheLine) __builtin_prefetch(slot + offset, 0);
-  }
-  void prefetchForWriting(std::uint64_t ticket) {
-    const char* slot = reinterpret_cast<const char*>(&slotOf(ticket));
-    for (std::size_t offset = 0; offset < prefetchedBytes; offset += cacheLine) __builtin_prefetch(slot + offset, 1);
-  }
+  // Both sides find a slot in the other processor's cache unless it is asked for some records ahead. They ask for as
+  // many bytes as the record at hand fills: every line more is fetched to and fro in vain.
+  void prefetchForReading(std::uint64_t ticket, std::size_t bytes);
+  void prefetchForWriting(std::uint64_t ticket, std::size_t bytes);
 
   // The record at the head, byte for byte. The consumer's, while it has one.
   struct HeadCopy {
+    std::uint64_t ticket;
     std::array<std::byte, LogSlot::size> slot;
     std::string text;  // of those that are longer than a slot
   };
@@ -132,11 +145,8 @@ class LogRing {
   void putBack(const HeadCopy& head);
 
  private:
-  static constexpr std::size_t cacheLine = 64;
-  static constexpr std::size_t prefetchedBytes = 3 * cacheLine;  // an ordinary record
-
-  LogSlot* const _slots;
+  LogRingMemory& _memory;
   LogTexts _texts;
   alignas(64) std::atomic<std::uint64_t> _tail{0};
-  alignas(64) std::atomic<std::uint64_t> _head{0};
+  std::atomic<std::uint64_t> _end{capacity};  // the slots below this ticket were free at the producers' last look
 };

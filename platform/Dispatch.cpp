@@ -1,5 +1,6 @@
 #include "platform/Dispatch.h"
 
+#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -36,9 +37,9 @@ Queue::Current::Current(const Queue* queue) : _outer(std::exchange(currentQueue,
 
 Queue::Current::~Current() { currentQueue = _outer; }
 
-const char* currentQueueLabel() {
-  if (currentQueue != nullptr) return currentQueue->label() ? currentQueue->label()->c_str() : nullptr;
-  return std::this_thread::get_id() == mainThread ? mainThreadLabel : nullptr;
+std::string_view currentQueueLabel() {
+  if (currentQueue != nullptr) return currentQueue->label() ? std::string_view(*currentQueue->label()) : std::string_view();
+  return std::this_thread::get_id() == mainThread ? mainThreadLabel : std::string_view();
 }
 
 // A thread that waits for its turn. The queue hands the turn over as it is, still busy.

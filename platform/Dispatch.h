@@ -71,10 +71,10 @@ class Queue {
 };
 
 // The main thread's label when it runs no queue's block.
-inline constexpr const char* mainThreadLabel = "com.apple.main-thread";
+inline constexpr std::string_view mainThreadLabel = "com.apple.main-thread";
 
-// The label of the current queue, nullptr when it has none or there is no queue. Valid while the current block runs.
-const char* currentQueueLabel();
+// The label of the current queue; at nullptr when it has none or there is no queue. Valid while the current block runs.
+std::string_view currentQueueLabel();
 
 class SerialQueue final : public Queue, public std::enable_shared_from_this<SerialQueue> {
  public:
@@ -93,6 +93,9 @@ class SerialQueue final : public Queue, public std::enable_shared_from_this<Seri
     ~Turn();
     Turn(const Turn&) = delete;
     Turn& operator=(const Turn&) = delete;
+
+    // Whether anything waits on the queue: all that was submitted before something that the calling thread has seen.
+    [[nodiscard]] bool isAwaited() const { return _queue._state.load(std::memory_order_acquire) != busy; }
 
    private:
     const Fork::Witness _witness;

@@ -16,8 +16,8 @@ void log(bool asynchronous, std::string_view text) {
 }
 
 std::string here() {
-  const char* label = platform::Dispatch::currentQueueLabel();
-  return label == nullptr ? "nowhere" : label;
+  const auto label = platform::Dispatch::currentQueueLabel();
+  return label.data() == nullptr ? "nowhere" : std::string(label);
 }
 
 // Notes on which queue each of its operations runs.
@@ -125,6 +125,38 @@ TEST_F(CoreRules, ASettingTakesEffectBetweenTheRecordsAroundIt) {
   gate.open();
   DDLog::flushLog();
   EXPECT_THAT(logger->lines, ElementsAre("old before", "new after"));
+}
+
+TEST_F(CoreRules, WhatIsSubmittedToAnOnlyLoggersQueueKeepsItsPlaceAmongTheRecords) {
+  const auto logger = std::make_shared<RecordingLogger>();
+  std::vector<std::string> happened;
+  const auto submit = [&](const std::string& what) {
+    logger->loggerQueue()->async([&, what] { happened.push_back(what); });
+  };
+  Gate gate;
+  logger->onMessage = [&](const DDLogMessage& message) {
+    gate.pass();
+    happened.emplace_back(message.logMsg());
+    if (message.logMsg() == "two") submit("from inside");
+  };
+  DDLog::addLogger(logger);
+  log(true, "one");
+  ASSERT_TRUE(gate.waitForArrival());
+  submit("from outside");
+  for (const auto* text : {"two", "three", "four"}) log(true, text);
+  gate.open();
+  DDLog::flushLog();
+  EXPECT_THAT(happened, ElementsAre("one", "from outside", "two", "from inside", "three", "four"));
+}
+
+TEST_F(CoreRules, AnOnlyLoggersQueueIsFreeWhenNothingIsLogged) {
+  const auto logger = std::make_shared<RecordingLogger>();
+  DDLog::addLogger(logger);
+  for (int i = 0; i < 10; ++i) log(true, "text");
+  ASSERT_TRUE(logger->waitForCount(10));
+  bool hasRun = false;
+  logger->loggerQueue()->sync([&] { hasRun = true; });
+  EXPECT_TRUE(hasRun);
 }
 
 TEST_F(CoreRules, OnItsOwnQueueALoggerChangesAndReadsItsFormatterAtOnce) {

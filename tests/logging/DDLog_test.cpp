@@ -202,8 +202,8 @@ TEST_F(Core, ALoggerWithoutAQueueGetsOneWithItsName) {
    public:
     explicit Bare(std::optional<std::string> name) : _name(std::move(name)) {}
     void logMessage(const DDLogMessage&) override {
-      const char* current = platform::Dispatch::currentQueueLabel();
-      label = current == nullptr ? "none" : current;
+      const auto current = platform::Dispatch::currentQueueLabel();
+      label = current.data() == nullptr ? "none" : std::string(current);
     }
     std::shared_ptr<DDLogFormatter> logFormatter() override { return nullptr; }
     void setLogFormatter(std::shared_ptr<DDLogFormatter>) override {}

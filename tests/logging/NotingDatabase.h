@@ -34,8 +34,7 @@ class NotingDatabase : public DDAbstractDatabaseLogger {
 
  private:
   void note(const std::string& what) {
-    const char* label = platform::Dispatch::currentQueueLabel();
-    _notes.push_back(label != nullptr && std::string_view(label) == "database" ? what : what + " elsewhere");
+    _notes.push_back(platform::Dispatch::currentQueueLabel() == "database" ? what : what + " elsewhere");
   }
 
   std::vector<std::string> _notes;

@@ -162,7 +162,7 @@ TEST(Processes, AnOrderlyEndLeavesNothingToComplete) {
     RealLog::log(true, "one");
   }
   platform::Linux::LinuxSurvivingMemories memories(RealLog::memoryFolder(folder.path()));
-  EXPECT_THAT(memories.orphans(name, LogRing::bytes + sizeof(LogLines)), IsEmpty());
+  EXPECT_THAT(memories.orphans(name, sizeof(LogMemory)), IsEmpty());
 }
 
 TEST(Processes, AThousandRecordsRightBeforeTheEndAreOnFile) {

@@ -17,34 +17,31 @@ const std::string file = folder + "/log-ABCDEF.txt";
 // The memory of a process that died.
 class Dead {
  public:
-  Dead() : _ring(_bytes), _lines(new (_bytes.data() + LogRing::bytes) LogLines) {
-    _lines->setState(0, 0);
-    _lines->path[0] = '\0';
-  }
   // Lines that it had put aside for the file at `path`, which had `size` bytes before. They need the records below `ticket`
   // no more.
   void addLines(const std::string& path, std::uint64_t size, std::string_view lines, std::uint64_t ticket = 0) {
-    path.copy(_lines->path, path.size());
-    _lines->path[path.size()] = '\0';
-    _lines->fileSize = size;
-    lines.copy(_lines->bytes, lines.size());
-    _lines->setState(lines.size(), ticket);
+    path.copy(_memory->lines.path, path.size());
+    _memory->lines.fileSize = size;
+    lines.copy(_memory->lines.bytes, lines.size());
+    _memory->lines.setState(lines.size(), ticket);
   }
   void addRecord(std::string_view text) {
     const auto ticket = _ring.takeTicket();
-    _ring.slotOf(ticket).fill({.timestamp = platform::Date(), .level = 3}, text, std::nullopt, false, _ring.texts());
+    _ring.slotOf(ticket).fill({.timestamp = platform::Date(), .level = 3}, text, std::string_view(), false, _ring.texts());
     _ring.publish(ticket);
   }
   // As if it had come to deliver them.
   void releaseRecords(int count) {
     for (int i = 0; i < count; ++i) _ring.release(_ring.head());
   }
-  [[nodiscard]] std::vector<std::byte> bytes() const { return _bytes; }
+  [[nodiscard]] std::vector<std::byte> bytes() const {
+    const auto* first = reinterpret_cast<const std::byte*>(_memory.get());
+    return {first, first + sizeof(LogMemory)};
+  }
 
  private:
-  std::vector<std::byte> _bytes = std::vector<std::byte>(LogRing::bytes + sizeof(LogLines));
-  LogRing _ring;
-  LogLines* const _lines;
+  const std::unique_ptr<LogMemory> _memory = std::make_unique<LogMemory>();
+  LogRing _ring{_memory->ring};
 };
 
 class Remains : public testing::Test {
@@ -167,7 +164,7 @@ TEST_F(Remains, OfAProcessThatHadNothingLeftMakeNoFile) {
 }
 
 TEST_F(Remains, MemoryFullOfRubbishDoesNoHarm) {
-  std::vector<std::byte> rubbish(LogRing::bytes + sizeof(LogLines));
+  std::vector<std::byte> rubbish(sizeof(LogMemory));
   std::uint32_t seed = 1;
   for (auto& byte : rubbish) byte = static_cast<std::byte>((seed = seed * 1664525 + 1013904223) >> 24);
   fake.logging.memories.dead.push_back(rubbish);

@@ -50,22 +50,22 @@ TEST(SerialQueue, SynchronousBlocksOfManyThreadsNeverOverlap) {
 TEST(SerialQueue, IsCurrentWhileItsBlockRunsAndItsLabelIsTheCurrentOne) {
   const auto outer = SerialQueue::make("outer");
   const auto inner = SerialQueue::make("inner");
-  EXPECT_STREQ(currentQueueLabel(), mainThreadLabel);
+  EXPECT_EQ(currentQueueLabel(), mainThreadLabel);
   outer->sync([&] {
     EXPECT_TRUE(outer->isCurrent());
-    EXPECT_STREQ(currentQueueLabel(), "outer");
+    EXPECT_EQ(currentQueueLabel(), "outer");
     inner->sync([&] {
       EXPECT_FALSE(outer->isCurrent());
-      EXPECT_STREQ(currentQueueLabel(), "inner");
+      EXPECT_EQ(currentQueueLabel(), "inner");
     });
-    EXPECT_STREQ(currentQueueLabel(), "outer");
+    EXPECT_EQ(currentQueueLabel(), "outer");
   });
   EXPECT_FALSE(outer->isCurrent());
 }
 
 TEST(SerialQueue, WithoutALabelThereIsNone) {
-  SerialQueue::make(std::nullopt)->sync([] { EXPECT_EQ(currentQueueLabel(), nullptr); });
-  std::thread([] { EXPECT_EQ(currentQueueLabel(), nullptr); }).join();
+  SerialQueue::make(std::nullopt)->sync([] { EXPECT_EQ(currentQueueLabel().data(), nullptr); });
+  std::thread([] { EXPECT_EQ(currentQueueLabel().data(), nullptr); }).join();
 }
 
 TEST(SerialQueue, BlocksOfDifferentQueuesMayWaitForEachOther) {

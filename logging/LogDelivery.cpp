@@ -117,10 +117,11 @@ void LogDelivery::deliverWatched(const DDLogMessage& message, bool andWrite) {
 void LogDelivery::startRestElsewhere(Progress seen) {
   const std::uint64_t number = seen >> (2 * indexBits);
   if (!_progress.compare_exchange_strong(seen, 0, std::memory_order_acq_rel)) return;
+  // Should one of them fork, then the child has neither the draining thread nor what lies on its stack.
+  const auto message = std::make_shared<const DDLogMessage>(*_message);
   for (std::size_t i = seen & indexMask; i < _nodes.size(); ++i)
-    startPart(*_nodes[i].loggerQueue, [&node = _nodes[i], message = _message, andWrite = _andWrite] {
-      perform(*node.logger, *message, andWrite);
-    });
+    startPart(*_nodes[i].loggerQueue,
+              [logger = _nodes[i].logger, message, andWrite = _andWrite] { perform(*logger, *message, andWrite); });
   _startedElsewhere.store(number, std::memory_order_release);
 }
 

@@ -124,6 +124,8 @@ void LogRing::prefetchForReading(std::uint64_t ticket, std::size_t bytes) {
 [[gnu::target("prfchw")]]
 #endif
 void LogRing::prefetchForWriting(std::uint64_t ticket, std::size_t bytes) {
+  // Otherwise the consumer has yet to read it.
+  if (ticket >= _end.load(std::memory_order_relaxed)) return;
   const char* slot = reinterpret_cast<const char*>(&_memory.slots[ticket % capacity]);
   for (std::size_t offset = 0; offset < bytes; offset += cacheLine) __builtin_prefetch(slot + offset, 1);
 }

@@ -289,9 +289,10 @@ void LogCore::keepWatch() {
 
 // Nothing has come since the last look.
 void LogCore::settle() {
-  LogDelivery::Round round(_delivery);
-  if (_hasUnwritten) writePending(round);
-  round.pause();
+  if (_hasUnwritten) {
+    LogDelivery::Round round(_delivery);
+    writePending(round);
+  }
   const Ticket head = _ring.head();
   if (head == _settledAt) return;
   // Callers who wait for their records deliver them without the watch seeing them come.

@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 
 #include <algorithm>
+#include <fstream>
 #include <map>
 #include <random>
 #include <thread>
@@ -230,6 +231,55 @@ TEST(Processes, AForkedChildWritesItsOwnRecordsOnceAndNoneOfItsParents) {
   for (const auto& [message, count] : seen) ASSERT_EQ(count, 1) << message;
   EXPECT_EQ(seen.size(), static_cast<std::size_t>(parents.load()) + 15000);
 }
+
+namespace {
+
+// What the parent had logged before, and whether its memory could outlive it.
+struct Before {
+  int records;
+  bool survives;
+};
+
+class AForkedChild : public testing::TestWithParam<Before> {};
+
+}  // namespace
+
+TEST_P(AForkedChild, WaitsForRoomAndGetsEachOfItsRecordsOnce) {
+  const tests::TemporaryFolder folder;
+  // A file in the place of its folder.
+  if (!GetParam().survives) std::ofstream(folder.path() + "/.memory").put('\n');
+  const RealLog log(uniqueName(), folder.path());
+  for (int i = 0; i < GetParam().records; ++i) RealLog::log(true, "parent " + std::to_string(i));
+  DDLog::flushLog();
+  constexpr int records = 5000;
+  const pid_t child = inProcess([&] {
+    ::alarm(60);
+    // Much slower than the caller, who finds the ring full nearly all of the time.
+    class Slow final : public DDAbstractLogger {
+     public:
+      Slow() : DDAbstractLogger("slow") {}
+      void logMessage(const DDLogMessage&) override {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::microseconds(10);
+        while (std::chrono::steady_clock::now() < end) {
+        }
+      }
+    };
+    DDLog::addLogger(std::make_shared<Slow>());
+    for (int i = 0; i < records; ++i) RealLog::log(true, "child " + std::to_string(i));
+    DDLog::flushLog();
+  });
+  ASSERT_EQ(statusOf(child), 0);
+  std::map<std::string, int> seen;
+  for (const auto& message : messagesIn(folder.path())) ++seen[message];
+  for (const auto& [message, count] : seen) EXPECT_EQ(count, 1) << message;
+  EXPECT_EQ(std::ssize(seen), GetParam().records + records);
+}
+
+INSTANTIATE_TEST_SUITE_P(Memories, AForkedChild,
+                         testing::Values(Before{500, true}, Before{3000, true}, Before{500, false}, Before{3000, false}),
+                         [](const auto& each) {
+                           return std::to_string(each.param.records) + (each.param.survives ? "Surviving" : "Plain");
+                         });
 
 TEST(Processes, AForkedChildHasTheThreadNumberOfItsOwn) {
   const tests::TemporaryFolder folder;

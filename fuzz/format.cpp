@@ -1,4 +1,5 @@
 // Any format may be filled with any arguments. The first byte says how many there are and of which kinds.
+#include <string>
 #include <vector>
 
 #include "fuzz/Target.h"
@@ -17,5 +18,12 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const auto format = fuzz::text(data + 1, size - 1);
   const std::string filled = platform::format(format, arguments);
   if (format.find('%') == std::string_view::npos) fuzz::require(filled == format, "a text without a percent sign stays");
+
+  // A conversion that shows nothing is none of the simple ones, so that all of them are done the long way.
+  arguments.emplace_back("text");
+  std::string longWay = "%" + std::to_string(arguments.size()) + "$.0s";
+  longWay += format;
+  fuzz::require(platform::format(longWay, arguments) == platform::format(format, arguments),
+                "simple conversions show the same as among others");
   return 0;
 }

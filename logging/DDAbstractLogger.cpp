@@ -35,5 +35,6 @@ void DDAbstractLogger::submitSetting(std::function<void()> setting) {
 
 std::optional<std::string_view> DDAbstractLogger::textOf(const DDLogMessage& message) {
   if (!formatter) return message.logMsg();
+  if (_buffer.capacity() > keptTextCapacity) std::string().swap(_buffer);
   return formatter->formatLogMessage(message, _buffer);
 }

@@ -9,9 +9,6 @@ namespace {
 using LevelGetter = std::int32_t();
 using LevelSetter = void(std::int32_t);
 
-// A text that was longer than this gives its memory back.
-constexpr std::size_t keptCapacity = 65536;
-
 // Static objects may log after the main thread's buffer is destroyed; the mark has no destructor.
 thread_local bool isTextBufferGone = false;
 
@@ -79,7 +76,7 @@ void DDLog::log(const Statement& statement, std::string_view format, std::span<c
                 .line = statement.line,
                 .thread = CallingThread::identifier()},
                text, platform::Dispatch::currentQueueLabel(), statement.asynchronous);
-  if (text.capacity() > keptCapacity) text = std::string();
+  if (text.capacity() > keptTextCapacity) std::string().swap(text);
 }
 
 void DDLog::flushLog() {

@@ -1,5 +1,6 @@
 #pragma once
 // What the core asks of a logger and a logger of its formatter.
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
@@ -7,6 +8,9 @@
 
 #include "logging/DDLogMessage.h"
 #include "platform/Dispatch.h"
+
+// A buffer that a long text has made larger than this gives its memory back.
+inline constexpr std::size_t keptTextCapacity = 65536;
 
 // Turns a record into the text to write. Called on the queue of the logger that has it.
 class DDLogFormatter {

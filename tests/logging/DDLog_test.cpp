@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <thread>
 
@@ -319,6 +320,30 @@ TEST_F(Core, LongTextsWithZerosArriveWhole) {
   log(true, text);
   log(false, "end");
   EXPECT_THAT(logger->texts(), ElementsAre(text, "end"));
+}
+
+TEST_F(Core, TheMemoryOfALongTextIsGivenBackByTheNextRecord) {
+  class Framing : public DDLogFormatter {
+    std::optional<std::string_view> formatLogMessage(const DDLogMessage& message, std::string& buffer) override {
+      return buffer.assign("<").append(message.logMsg()).append(">");
+    }
+  };
+  class Formatting : public DDAbstractLogger {
+   public:
+    Formatting() : DDAbstractLogger("formatting") { formatter = std::make_shared<Framing>(); }
+    void logMessage(const DDLogMessage& message) override { size = textOf(message)->size(); }
+    std::size_t size = 0;
+  };
+  const auto logger = std::make_shared<Formatting>();
+  DDLog::addLogger(logger);
+  const auto allocated = [] { return ::mallinfo2().uordblks + ::mallinfo2().hblkhd; };
+  constexpr std::size_t length = 8 << 20;
+  log(false, "before");
+  const std::size_t before = allocated();
+  log(false, std::string(length, 'x'));
+  EXPECT_EQ(logger->size, length + 2);
+  log(false, "after");
+  EXPECT_LT(allocated(), before + length / 8);
 }
 
 TEST_F(Core, AReadyRecordIsQueuedAsItIs) {

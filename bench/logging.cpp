@@ -1,6 +1,5 @@
 // The logging framework against spdlog, glog and bare system calls: the same lines (a local-time stamp with milliseconds
 // and a message with a formatted integer and string), all on file at the end, in turn and as medians.
-#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -11,170 +10,15 @@
 #include <filesystem>
 #include <thread>
 
-#ifdef KELTO_HAS_SPDLOG
-#include <spdlog/async.h>
-#include <spdlog/sinks/basic_file_sink.h>
-#include <spdlog/sinks/rotating_file_sink.h>
-#include <spdlog/spdlog.h>
-#endif
-#ifdef KELTO_HAS_GLOG
-#include <glog/logging.h>
-#endif
-
+#include "bench/LoggingPeers.h"
 #include "bench/Report.h"
-#include "logging/DDFileLogger.h"
-#include "logging/DDLog.h"
 #include "logging/KTLogger.h"
-#include "platform/fake/FakePlatform.h"
-#include "platform/linux/LinuxLoggingHost.h"
 #include "platform/linux/LinuxUserDefaults.h"
 
 namespace {
 
-using bench::Report;
+using namespace bench;
 using Clock = std::chrono::steady_clock;
-namespace fs = std::filesystem;
-
-constexpr const char* sample = "a quarter of the world";
-
-// Where all files of the run are.
-const std::string& folder() {
-  static const std::string path = [] {
-    std::string pattern = (fs::temp_directory_path() / "kelto-bench-XXXXXX").string();
-    return std::string(::mkdtemp(pattern.data()));
-  }();
-  return path;
-}
-
-std::string freshFolder(const std::string& name) {
-  const std::string path = folder() + "/" + name;
-  fs::remove_all(path);
-  fs::create_directories(path);
-  return path;
-}
-
-// One logger under test: made, given lines by one or more threads, and gone with everything on file.
-class Peer {
- public:
-  virtual ~Peer() = default;
-  virtual void log(int number) = 0;
-  // Returns when every line is on file; nothing is logged after that.
-  virtual void finish() = 0;
-};
-
-// The framework on the real file system and clock.
-class Ours final : public Peer {
- public:
-  explicit Ours(const std::string& path, bool isSynchronous = false, int loggers = 1, std::size_t size = SIZE_MAX,
-                std::size_t kept = 7)
-      : _isSynchronous(isSynchronous) {
-    _fake.clock.stepAside();
-    _fake.platform.loggingHost = &_host.host;
-    for (int i = 0; i < loggers; ++i) {
-      auto logger =
-          std::make_shared<DDFileLogger>(std::make_shared<DDLogFileManagerDefault>(path + "/" + std::to_string(i)));
-      logger->setMaximumFileSize(size);
-      logger->logFileManager()->setMaximumNumberOfLogFiles(kept);
-      DDLog::addLogger(logger);
-    }
-    DDLog::flushLog();
-  }
-  ~Ours() override = default;
-  Ours(const Ours&) = delete;
-  Ours& operator=(const Ours&) = delete;
-
-  void log(int number) override {
-    DDLog::log_level_flag_context_file_function_line_format(!_isSynchronous, 3, DDLogFlagWarning, 0, __FILE__, __func__,
-                                                            __LINE__, "record number %d of %s, as long as most are", number,
-                                                            sample);
-  }
-  void finish() override { DDLog::flushLog(); }
-
- private:
-  platform::Linux::LinuxLoggingHost _host;
-  platform::fake::FakePlatform _fake;
-  const bool _isSynchronous;
-};
-
-#ifdef KELTO_HAS_SPDLOG
-class Spdlog final : public Peer {
- public:
-  explicit Spdlog(const std::string& path, bool isSynchronous = false, int sinks = 1, std::size_t size = 0,
-                  std::size_t kept = 7) {
-    std::vector<spdlog::sink_ptr> list;
-    for (int i = 0; i < sinks; ++i) {
-      const std::string file = path + "/" + std::to_string(i) + ".txt";
-      if (size > 0)
-        list.push_back(std::make_shared<spdlog::sinks::rotating_file_sink_mt>(file, size, kept));
-      else
-        list.push_back(std::make_shared<spdlog::sinks::basic_file_sink_mt>(file));
-    }
-    if (isSynchronous) {
-      _logger = std::make_shared<spdlog::logger>("bench", list.begin(), list.end());
-      _logger->flush_on(spdlog::level::trace);
-    } else {
-      _pool = std::make_shared<spdlog::details::thread_pool>(1000, 1);
-      _logger = std::make_shared<spdlog::async_logger>("bench", list.begin(), list.end(), _pool,
-                                                       spdlog::async_overflow_policy::block);
-    }
-    _logger->set_pattern("%Y/%m/%d %H:%M:%S:%e  %v");
-  }
-  ~Spdlog() override = default;
-  Spdlog(const Spdlog&) = delete;
-  Spdlog& operator=(const Spdlog&) = delete;
-
-  void log(int number) override { _logger->warn("record number {} of {}, as long as most are", number, sample); }
-  void finish() override {
-    _logger->flush();
-    _logger.reset();
-    _pool.reset();  // waits for its thread
-  }
-
- private:
-  std::shared_ptr<spdlog::details::thread_pool> _pool;
-  std::shared_ptr<spdlog::logger> _logger;
-};
-#endif
-
-#ifdef KELTO_HAS_GLOG
-class Glog final : public Peer {
- public:
-  explicit Glog(const std::string& path, bool isSynchronous = false) {
-    FLAGS_log_dir = path;
-    FLAGS_logtostderr = false;
-    FLAGS_stderrthreshold = google::NUM_SEVERITIES;
-    FLAGS_logbufsecs = isSynchronous ? 0 : 30;
-    FLAGS_logbuflevel = isSynchronous ? -1 : google::ERROR;
-    google::SetLogDestination(google::INFO, (path + "/glog.").c_str());
-  }
-  ~Glog() override = default;
-  Glog(const Glog&) = delete;
-  Glog& operator=(const Glog&) = delete;
-
-  void log(int number) override { LOG(INFO) << "record number " << number << " of " << sample << ", as long as most are"; }
-  void finish() override { google::FlushLogFiles(google::INFO); }
-};
-#endif
-
-// A line made and written with one system call.
-class RawWrite final : public Peer {
- public:
-  explicit RawWrite(const std::string& path)
-      : _file(::open((path + "/raw.txt").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644)) {}
-  ~RawWrite() override { ::close(_file); }
-  RawWrite(const RawWrite&) = delete;
-  RawWrite& operator=(const RawWrite&) = delete;
-
-  void log(int /*number*/) override {
-    static const std::string line =
-        "2026/11/20 10:20:30:400  record number 123456 of a quarter of the world, as long as most are\n";
-    bench::keep(::write(_file, line.data(), line.size()));
-  }
-  void finish() override {}
-
- private:
-  const int _file;
-};
 
 using MakePeer = std::function<std::unique_ptr<Peer>()>;
 struct Contender {
@@ -242,7 +86,7 @@ std::vector<Rate> inTurn(const std::vector<Contender>& contenders, int rounds,
   for (int round = 0; round < rounds; ++round)
     for (std::size_t i = 0; i < contenders.size(); ++i) values[i].push_back(measure(contenders[i]));
   std::vector<Rate> rates;
-  for (const auto& list : values) rates.push_back({bench::median(list), std::ranges::min(list), std::ranges::max(list)});
+  for (const auto& list : values) rates.push_back({median(list), std::ranges::min(list), std::ranges::max(list)});
   return rates;
 }
 
@@ -272,10 +116,10 @@ void benchLatency(Report& report, const std::string& work, const std::vector<Con
     }
   const char* names[] = {"p50", "p99", "p99.9"};
   for (std::size_t q = 0; q < 3; ++q) {
-    const double own = bench::median(values[0][q]);
+    const double own = median(values[0][q]);
     report.add(work + " " + names[q] + ": " + contenders[0].name, own, "ns");
     for (std::size_t i = 1; i < contenders.size(); ++i) {
-      const double theirs = bench::median(values[i][q]);
+      const double theirs = median(values[i][q]);
       report.add(work + " " + names[q] + ": " + contenders[i].name, theirs, "ns", "(ours is this much faster)",
                  theirs / own);
     }
@@ -306,7 +150,7 @@ double distanceOfProcessors() {
       ball.store(2 * i + 2, std::memory_order_release);
     }
   });
-  const double seconds = bench::secondsOf([&] {
+  const double seconds = secondsOf([&] {
     for (int i = 0; i < rounds; ++i) {
       ball.store(2 * i + 1, std::memory_order_release);
       while (ball.load(std::memory_order_acquire) != 2 * i + 2) {
@@ -340,7 +184,7 @@ void benchThroughput(Report& report, int rounds) {
       return throughputOf(one.make, work.producers, one.name == "glog" ? std::min(records, 250'000) : records);
     });
     addRates(report, work.name, contenders, rates);
-    report.add("    from one processor to the other and back", bench::median(distances), "ns");
+    report.add("    from one processor to the other and back", median(distances), "ns");
     report.add("    at most", std::ranges::max(distances), "ns");
   }
 }
@@ -350,7 +194,7 @@ void benchGrowth(Report& report, int rounds) {
     std::vector<double> rates;
     for (int round = 0; round < rounds; ++round)
       rates.push_back(throughputOf([] { return std::make_unique<Ours>(freshFolder("ours")); }, producers, 800'000));
-    const double rate = bench::median(rates);
+    const double rate = median(rates);
     report.add("growth, " + std::to_string(producers) + " producers: ours", rate / 1e6, "M/s");
   }
 }
@@ -393,11 +237,11 @@ double inChild(const Work& work) {
   const pid_t child = ::fork();
   if (child == 0) {
     const double value = work();
-    bench::keep(::write(pipe[1], &value, sizeof value));
+    keep(::write(pipe[1], &value, sizeof value));
     ::_exit(0);
   }
   double value = -1;
-  bench::keep(::read(pipe[0], &value, sizeof value));
+  keep(::read(pipe[0], &value, sizeof value));
   ::waitpid(child, nullptr, 0);
   ::close(pipe[0]);
   ::close(pipe[1]);
@@ -424,7 +268,7 @@ int showResident(bool logs) {
           if (ours)
             ours->log(i);
           else
-            bench::keep(platform::formatted("record number %d of %s", i, sample).size());
+            keep(platform::formatted("record number %d of %s", i, sample).size());
         }
       });
     for (auto& thread : threads) thread.join();
@@ -493,10 +337,10 @@ void benchFacade(Report& report) {
   constexpr int calls = 20'000'000;
   std::vector<double> times;
   for (int round = 0; round < 7; ++round)
-    times.push_back(bench::secondsOf([] {
+    times.push_back(secondsOf([] {
       for (int i = 0; i < calls; ++i) KTLogger::sharedLogger()->log_level_message("bench", 7, "number %d of %@", i, sample);
     }));
-  const double nanoseconds = bench::median(times) / calls * 1e9;
+  const double nanoseconds = median(times) / calls * 1e9;
   report.add("facade call below the threshold", nanoseconds, "ns", "10 ns", 10 / nanoseconds);
 }
 

@@ -63,8 +63,8 @@ void DDLog::log(const Statement& statement, std::string_view format, std::span<c
   LogCore* core = LogCore::current();
   if (core == nullptr) return;
   const auto timestamp = platform::Clock::current().now();
-  std::string ownText;
-  std::string& text = isTextBufferGone ? ownText : textBuffer.text;
+  // Taken out: whoever waits for room delivers meanwhile, and loggers may log.
+  std::string text = isTextBufferGone ? std::string() : std::move(textBuffer.text);
   text.clear();
   platform::appendFormat(text, format, arguments);
   core->record({.timestamp = timestamp,
@@ -76,7 +76,7 @@ void DDLog::log(const Statement& statement, std::string_view format, std::span<c
                 .line = statement.line,
                 .thread = CallingThread::identifier()},
                text, platform::Dispatch::currentQueueLabel(), statement.asynchronous);
-  if (text.capacity() > keptTextCapacity) std::string().swap(text);
+  if (!isTextBufferGone && text.capacity() <= keptTextCapacity) textBuffer.text = std::move(text);
 }
 
 void DDLog::flushLog() {

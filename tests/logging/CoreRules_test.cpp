@@ -5,6 +5,7 @@
 #include "logging/DDLog.h"
 #include "platform/fake/FakePlatform.h"
 #include "tests/logging/RecordingLogger.h"
+#include "tests/support/Eventually.h"
 
 using platform::Dispatch::Semaphore;
 using testing::ElementsAre;
@@ -147,6 +148,34 @@ TEST_F(CoreRules, WhatIsSubmittedToAnOnlyLoggersQueueKeepsItsPlaceAmongTheRecord
   gate.open();
   DDLog::flushLog();
   EXPECT_THAT(happened, ElementsAre("one", "from outside", "two", "from inside", "three", "four"));
+}
+
+// A caller who finds the ring full delivers records himself, with his own not yet in it.
+TEST_F(CoreRules, ALoggerThatLogsLeavesTheTextOfAWaitingCallerAlone) {
+  const auto logger = std::make_shared<RecordingLogger>();
+  const auto caller = std::this_thread::get_id();
+  std::vector<std::string> expected;
+  std::size_t waiting = 0;  // the caller's record that was being waited with, and how many were delivered meanwhile
+  int delivered = 0;
+  int nested = 0;
+  logger->onMessage = [&](const DDLogMessage&) {
+    if (std::this_thread::get_id() != caller) return;
+    if (std::exchange(waiting, expected.size()) != waiting) delivered = 0;
+    // With the first one delivered there is room for another.
+    if (++delivered != 2) return;
+    ++nested;
+    log(true, "nested, and of another length");
+  };
+  DDLog::addLogger(logger);
+  // Mostly it is the watch that delivers.
+  ASSERT_TRUE(tests::eventually([&] {
+    for (int i = 0; i < 2000; ++i) log(true, expected.emplace_back("record " + std::to_string(expected.size())));
+    return nested >= 10;
+  }));
+  DDLog::flushLog();
+  auto texts = logger->texts();
+  std::erase_if(texts, [](const auto& text) { return text.starts_with("nested"); });
+  EXPECT_EQ(texts, expected);
 }
 
 TEST_F(CoreRules, AnOnlyLoggersQueueIsFreeWhenNothingIsLogged) {

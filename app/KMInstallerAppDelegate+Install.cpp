@@ -1,7 +1,7 @@
 // The delegate once the controller has quit: install or update, relaunch, uninstall.
 #include "app/InstallerTexts.h"
 #include "app/KMInstallerAppDelegate.h"
-#include "platform/Path.h"
+#include "foundation/text/Path.h"
 #include "privileged/KMAuthorization.h"
 
 using platform::Path::appending;

@@ -3,8 +3,8 @@
 #include "app/KMInstallerAppDelegate.h"
 
 #include "app/InstallerTexts.h"
+#include "foundation/text/Path.h"
 #include "kit/KTLocalizer.h"
-#include "platform/Path.h"
 #include "privileged/KMAuthorization.h"
 
 using platform::Seconds;

@@ -15,10 +15,10 @@
 #endif
 
 #include "bench/Report.h"
+#include "foundation/plist/PropertyList.h"
 #include "kit/KTLocalizer.h"
 #include "kit/NSString+Kelto.h"
 #include "kit/NSURL+Kelto.h"
-#include "platform/PropertyList.h"
 #include "platform/fake/FakePlatform.h"
 #include "platform/linux/LinuxBundle.h"
 

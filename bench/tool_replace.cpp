@@ -18,11 +18,11 @@
 #include <string>
 #include <vector>
 
-#include "privileged/InstructionArchive.h"
 #include "privileged/tool/Folder.h"
 #include "privileged/tool/Staging.h"
 #include "privileged/tool/Swap.h"
 #include "privileged/tool/Tree.h"
+#include "protocol/InstructionArchive.h"
 
 namespace {
 

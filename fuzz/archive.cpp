@@ -1,9 +1,9 @@
 // Whatever is taken for an archive is a dictionary within its limits, which reads the same when it is written again.
 #include <set>
 
+#include "foundation/text/UTF8.h"
 #include "fuzz/Target.h"
-#include "platform/UTF8.h"
-#include "privileged/InstructionArchive.h"
+#include "protocol/InstructionArchive.h"
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace InstructionArchive;

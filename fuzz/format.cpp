@@ -2,8 +2,8 @@
 #include <string>
 #include <vector>
 
+#include "foundation/text/Format.h"
 #include "fuzz/Target.h"
-#include "platform/Format.h"
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) return 0;

@@ -1,8 +1,8 @@
 // Any bytes are a property list or are refused with a reason; what is read is written in a form that reads the same.
 #include <string>
 
+#include "foundation/plist/PropertyList.h"
 #include "fuzz/Target.h"
-#include "platform/PropertyList.h"
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   std::string reason;

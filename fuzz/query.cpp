@@ -1,9 +1,9 @@
 // Any URL has items that are well-formed and different; what is built of them has the same items.
 #include <set>
 
+#include "foundation/text/UTF8.h"
 #include "fuzz/Target.h"
 #include "kit/NSURL+Kelto.h"
-#include "platform/UTF8.h"
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace NSURL::Kelto;

@@ -1,9 +1,9 @@
 // Any bytes are a string table or are refused with a reason.
 #include <string>
 
+#include "foundation/plist/StringsFile.h"
+#include "foundation/text/UTF8.h"
 #include "fuzz/Target.h"
-#include "platform/StringsFile.h"
-#include "platform/UTF8.h"
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   std::string reason;

@@ -7,7 +7,7 @@
 #include <memory>
 #include <string_view>
 
-#include "platform/KeyValueObserving.h"
+#include "foundation/runtime/KeyValueObserving.h"
 
 class KTKeyValueObserving final : public platform::KeyValueObserver,
                                   public std::enable_shared_from_this<KTKeyValueObserving> {

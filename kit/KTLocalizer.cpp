@@ -3,8 +3,8 @@
 #include <iterator>
 #include <memory>
 
+#include "foundation/text/Locale.h"
 #include "logging/KTLogger.h"
-#include "platform/Locale.h"
 #include "platform/Platform.h"
 
 namespace {

@@ -7,8 +7,8 @@
 #include <string>
 #include <string_view>
 
-#include "platform/Format.h"
-#include "platform/PropertyList.h"
+#include "foundation/plist/PropertyList.h"
+#include "foundation/text/Format.h"
 
 class KTLocalizer {
   struct SingletonKey {

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "platform/Path.h"
+#include "foundation/text/Path.h"
 #include "platform/Platform.h"
 
 namespace NSBundle::Kelto {

@@ -5,8 +5,8 @@
 #include <string_view>
 #include <vector>
 
+#include "foundation/text/Scanner.h"
 #include "logging/KTLogger.h"
-#include "platform/Scanner.h"
 #include "platform/Unicode.h"
 
 namespace NSBundle::Kelto {

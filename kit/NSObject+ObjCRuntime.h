@@ -1,11 +1,11 @@
 #pragma once
 // Exchange of method implementations, and finding the one that is running by its place in the code, on the registered
-// classes of platform/ClassRegistry.h.
+// classes of foundation/runtime/ClassRegistry.h.
 //
 // The look-ups may be called on any thread. An exchange changes the class for all threads: do it once, early.
 #include <string_view>
 
-#include "platform/ClassRegistry.h"
+#include "foundation/runtime/ClassRegistry.h"
 
 namespace NSObject::ObjCRuntime {
 

@@ -5,8 +5,8 @@
 #include <optional>
 #include <unordered_map>
 
+#include "foundation/text/UTF8.h"
 #include "kit/NSString+Kelto.h"
-#include "platform/UTF8.h"
 
 namespace NSURL::Kelto {
 namespace {

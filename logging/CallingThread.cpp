@@ -3,7 +3,7 @@
 #include <functional>
 #include <thread>
 
-#include "platform/Fork.h"
+#include "foundation/dispatch/Fork.h"
 #include "platform/Platform.h"
 
 namespace CallingThread {

@@ -7,8 +7,8 @@
 #include <memory>
 #include <optional>
 
+#include "foundation/dispatch/Clock.h"
 #include "logging/DDAbstractLogger.h"
-#include "platform/Clock.h"
 
 class DDAbstractDatabaseLogger : public DDAbstractLogger {
  public:

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <utility>
 
+#include "foundation/dispatch/Clock.h"
+#include "foundation/dispatch/Fork.h"
 #include "logging/DDLog.h"
 #include "logging/LogCore.h"
-#include "platform/Clock.h"
-#include "platform/Fork.h"
 
 namespace {
 

@@ -7,11 +7,11 @@
 #include <memory>
 #include <optional>
 
+#include "foundation/text/DateFormatter.h"
 #include "logging/DDAbstractLogger.h"
 #include "logging/DDLogFileManager.h"
 #include "logging/LogFileFinisher.h"
 #include "logging/LogFileWriter.h"
-#include "platform/DateFormatter.h"
 
 // "yyyy/MM/dd HH:mm:ss:SSS", two blanks, and the message.
 class DDLogFileFormatterDefault : public DDLogFormatter {

@@ -1,8 +1,8 @@
 #include "logging/DDLog.h"
 
+#include "foundation/dispatch/Clock.h"
 #include "logging/CallingThread.h"
 #include "logging/LogCore.h"
-#include "platform/Clock.h"
 
 namespace {
 

@@ -15,10 +15,10 @@
 #include <string_view>
 #include <vector>
 
+#include "foundation/dispatch/Dispatch.h"
+#include "foundation/runtime/ClassRegistry.h"
 #include "logging/DDLogger.h"
 #include "logging/FormatString.h"
-#include "platform/ClassRegistry.h"
-#include "platform/Dispatch.h"
 
 class DDLog {
  public:

@@ -1,9 +1,9 @@
 #include "logging/DDLogFileInfo.h"
 
-#include "platform/Clock.h"
-#include "platform/DateFormatter.h"
-#include "platform/Format.h"
-#include "platform/Path.h"
+#include "foundation/dispatch/Clock.h"
+#include "foundation/text/DateFormatter.h"
+#include "foundation/text/Format.h"
+#include "foundation/text/Path.h"
 
 namespace {
 

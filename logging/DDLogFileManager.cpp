@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <random>
 
+#include "foundation/text/Path.h"
 #include "logging/DDLog.h"
-#include "platform/Path.h"
 
 using platform::Path::appending;
 using platform::Path::lastComponent;

@@ -1,9 +1,9 @@
 #include "logging/DDLogMessage.h"
 
+#include "foundation/dispatch/Clock.h"
+#include "foundation/dispatch/Dispatch.h"
+#include "foundation/text/Format.h"
 #include "logging/CallingThread.h"
-#include "platform/Clock.h"
-#include "platform/Dispatch.h"
-#include "platform/Format.h"
 
 DDLogMessage::DDLogMessage(std::string_view logMsg, std::int32_t level, std::int32_t flag, std::int32_t context,
                            const char* file, const char* function, std::int32_t line)

@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/Time.h"
+#include "foundation/runtime/Time.h"
 
 // The one kind of a statement. A level is the sum of the kinds that a calling site lets through.
 inline constexpr std::int32_t DDLogFlagError = 1;

@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "foundation/dispatch/Dispatch.h"
 #include "logging/DDLogMessage.h"
-#include "platform/Dispatch.h"
 
 // A buffer that a long text has made larger than this gives its memory back.
 inline constexpr std::size_t keptTextCapacity = 65536;

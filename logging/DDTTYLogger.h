@@ -3,8 +3,8 @@
 #include <array>
 #include <memory>
 
+#include "foundation/text/DateFormatter.h"
 #include "logging/DDAbstractLogger.h"
-#include "platform/DateFormatter.h"
 #include "platform/LoggingHost.h"
 
 class DDTTYLogger : public DDAbstractLogger {

@@ -5,9 +5,9 @@
 #include <string>
 #include <string_view>
 
+#include "foundation/text/DateFormatter.h"
 #include "logging/DDLogger.h"
 #include "logging/SpinLock.h"
-#include "platform/DateFormatter.h"
 
 class DispatchQueueLogFormatter : public DDLogFormatter {
  public:

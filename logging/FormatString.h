@@ -1,6 +1,6 @@
 #pragma once
 // A format and the place it was written at. A literal is checked against its arguments while compiling; a format made at
-// run time is taken as it is, and platform/Format.h shows what does not fit instead of failing. Any thread.
+// run time is taken as it is, and foundation/text/Format.h shows what does not fit instead of failing. Any thread.
 #include <concepts>
 #include <cstddef>
 #include <optional>
@@ -9,7 +9,7 @@
 #include <string_view>
 #include <type_traits>
 
-#include "platform/Format.h"
+#include "foundation/text/Format.h"
 
 namespace logging {
 

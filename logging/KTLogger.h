@@ -1,7 +1,7 @@
 #pragma once
 // The one door through which the application logs.
 //
-// Any thread. A format uses %@ and its kin (platform/Format.h); a literal one is checked against its arguments while
+// Any thread. A format uses %@ and its kin (foundation/text/Format.h); a literal one is checked against its arguments while
 // compiling, and none is applied when the level is silenced. What is logged goes to the system log; always, alerts, errors
 // and warnings also go to the log files in the user's Library/Logs/<process>, seven files besides the one in use, a new one
 // every day or every 1,048,576 bytes. Errors and what is graver are on file when the call returns.

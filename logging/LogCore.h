@@ -8,11 +8,11 @@
 #include <deque>
 #include <thread>
 
+#include "foundation/dispatch/Fork.h"
 #include "logging/DDLogger.h"
 #include "logging/LogDelivery.h"
 #include "logging/LogJournal.h"
 #include "logging/LogRing.h"
-#include "platform/Fork.h"
 #include "platform/Platform.h"
 
 class LogCore final : public platform::Dispatch::Queue {

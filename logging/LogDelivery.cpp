@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "platform/Fork.h"
+#include "foundation/dispatch/Fork.h"
 
 using platform::Dispatch::SerialQueue;
 

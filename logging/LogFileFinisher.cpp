@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "platform/Clock.h"
+#include "foundation/dispatch/Clock.h"
 
 using platform::LogFile;
 using platform::Dispatch::SerialQueue;

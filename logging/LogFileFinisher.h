@@ -6,7 +6,7 @@
 #include <memory>
 #include <vector>
 
-#include "platform/Dispatch.h"
+#include "foundation/dispatch/Dispatch.h"
 #include "platform/LoggingHost.h"
 
 class LogFileFinisher {

@@ -4,7 +4,7 @@
 #include <system_error>
 #include <utility>
 
-#include "platform/Format.h"
+#include "foundation/text/Format.h"
 
 LogFileWriter::LogFileWriter(std::shared_ptr<LogJournal> journal, platform::SystemLog& systemLog)
     : _journal(std::move(journal)), _systemLog(systemLog), _lines(_journal ? _journal->claimLines() : nullptr) {

@@ -12,8 +12,8 @@
 #include <string_view>
 #include <vector>
 
+#include "foundation/runtime/Time.h"
 #include "platform/FileManager.h"
-#include "platform/Time.h"
 
 namespace platform {
 

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/PropertyList.h"
+#include "foundation/plist/PropertyList.h"
 
 namespace platform {
 

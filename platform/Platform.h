@@ -3,12 +3,12 @@
 //
 // One Platform lives in a process. The framework's main function makes it and installs it before anything else runs; tests
 // install one of fakes each. References stay valid for the life of the Platform.
+#include "foundation/runtime/ProcessScope.h"
 #include "platform/Authorization.h"
 #include "platform/Bundle.h"
 #include "platform/FileManager.h"
 #include "platform/LoggingHost.h"
 #include "platform/NotificationCenter.h"
-#include "platform/ProcessScope.h"
 #include "platform/RunLoop.h"
 #include "platform/UserDefaults.h"
 #include "platform/UserInterface.h"

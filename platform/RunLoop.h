@@ -7,7 +7,7 @@
 #include <functional>
 #include <memory>
 
-#include "platform/Time.h"
+#include "foundation/runtime/Time.h"
 
 namespace platform {
 

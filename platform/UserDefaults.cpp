@@ -3,8 +3,8 @@
 #include <cmath>
 #include <limits>
 
-#include "platform/Format.h"
-#include "platform/Scanner.h"
+#include "foundation/text/Format.h"
+#include "foundation/text/Scanner.h"
 
 namespace platform {
 namespace {

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/PropertyList.h"
+#include "foundation/plist/PropertyList.h"
 
 namespace platform {
 

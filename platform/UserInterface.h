@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/Geometry.h"
+#include "foundation/graphics/Geometry.h"
 #include "platform/NotificationCenter.h"
 
 namespace platform {

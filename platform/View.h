@@ -15,8 +15,8 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/Geometry.h"
-#include "platform/Graphics.h"
+#include "foundation/graphics/Geometry.h"
+#include "foundation/graphics/Graphics.h"
 #include "platform/Responder.h"
 
 namespace platform {

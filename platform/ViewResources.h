@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/Graphics.h"
+#include "foundation/graphics/Graphics.h"
 
 namespace platform {
 

@@ -3,9 +3,9 @@
 #include <bit>
 #include <cstdint>
 
+#include "foundation/text/UTF8.h"
 #include "logging/KTLogger.h"
 #include "platform/Platform.h"
-#include "platform/UTF8.h"
 #include "privileged/KMAuthorization.h"
 #include "privileged/NSString+KAPathExtensions.h"
 

@@ -12,7 +12,7 @@
 
 #include "platform/Authorization.h"
 #include "platform/NotificationCenter.h"
-#include "privileged/InstructionArchive.h"
+#include "protocol/InstructionArchive.h"
 
 class KMAuthorization {
  public:

@@ -1,7 +1,7 @@
 #include "privileged/NSFileManager+Kelto.h"
 
-#include "platform/FileURL.h"
-#include "platform/Path.h"
+#include "foundation/text/FileURL.h"
+#include "foundation/text/Path.h"
 #include "platform/Platform.h"
 
 namespace NSFileManager::Kelto {

@@ -1,6 +1,6 @@
 #include "privileged/NSString+KAPathExtensions.h"
 
-#include "platform/Path.h"
+#include "foundation/text/Path.h"
 #include "platform/Platform.h"
 
 namespace NSString::KAPathExtensions {

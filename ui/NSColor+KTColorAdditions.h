@@ -1,6 +1,6 @@
 #pragma once
 // Making colours. Pure; any thread.
-#include "platform/Color.h"
+#include "foundation/graphics/Color.h"
 
 namespace NSColor {
 inline namespace KTColorAdditions {

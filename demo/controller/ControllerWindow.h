@@ -7,7 +7,7 @@
 #include <QWidget>
 #include <functional>
 
-#include "platform/Geometry.h"
+#include "foundation/graphics/Geometry.h"
 
 class ControllerWindow final : public QWidget {
  public:

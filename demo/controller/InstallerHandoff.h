@@ -21,9 +21,9 @@
 #include <optional>
 #include <string>
 
+#include "foundation/graphics/Geometry.h"
 #include "platform/Authorization.h"
 #include "platform/Bundle.h"
-#include "platform/Geometry.h"
 #include "platform/linux/LinuxDistributedNotificationCenter.h"
 
 // What the installer shall do. Paths are absolute.

@@ -1,6 +1,6 @@
 #include "examples/sqlite_logger/SQLiteLogger.h"
 
-#include "platform/Clock.h"
+#include "foundation/dispatch/Clock.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <utility>
 
-#include "platform/Path.h"
+#include "foundation/text/Path.h"
 
 namespace platform::fake {
 

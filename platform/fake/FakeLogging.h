@@ -4,7 +4,7 @@
 #include <map>
 #include <mutex>
 
-#include "platform/Clock.h"
+#include "foundation/dispatch/Clock.h"
 #include "platform/LoggingHost.h"
 
 namespace platform::fake {

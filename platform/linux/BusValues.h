@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <optional>
 
-#include "platform/PropertyList.h"
+#include "foundation/plist/PropertyList.h"
 
 namespace platform::Linux {
 

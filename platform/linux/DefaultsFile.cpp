@@ -10,7 +10,7 @@
 #include <cstring>
 #include <thread>
 
-#include "platform/Path.h"
+#include "foundation/text/Path.h"
 #include "platform/linux/Accounts.h"
 
 namespace platform::Linux {

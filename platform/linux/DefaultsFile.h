@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/PropertyList.h"
+#include "foundation/plist/PropertyList.h"
 #include "platform/linux/ReadDocument.h"
 
 namespace platform::Linux {

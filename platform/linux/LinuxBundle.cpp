@@ -5,8 +5,8 @@
 #include <map>
 #include <mutex>
 
-#include "platform/Path.h"
-#include "platform/StringsFile.h"
+#include "foundation/plist/StringsFile.h"
+#include "foundation/text/Path.h"
 #include "platform/linux/ReadDocument.h"
 
 namespace platform::Linux {

@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <system_error>
 
-#include "platform/Path.h"
+#include "foundation/text/Path.h"
 #include "platform/linux/Accounts.h"
 #include "platform/linux/Descriptor.h"
 #include "platform/linux/RemoveTree.h"

@@ -12,7 +12,7 @@
 #include <filesystem>
 #include <system_error>
 
-#include "platform/Path.h"
+#include "foundation/text/Path.h"
 #include "platform/linux/Descriptor.h"
 
 namespace platform::Linux {

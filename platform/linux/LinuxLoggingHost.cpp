@@ -11,7 +11,7 @@
 #include <algorithm>
 #include <array>
 
-#include "platform/Fork.h"
+#include "foundation/dispatch/Fork.h"
 
 namespace platform::Linux {
 

@@ -35,7 +35,7 @@ class LinuxLeveledSystemLog final : public LeveledSystemLog {
 
 class LinuxLoggingHost final {
  public:
-  // Makes forks known to the platform (platform/Fork.h).
+  // Makes forks known to the platform (foundation/dispatch/Fork.h).
   LinuxLoggingHost();
 
   LinuxLogStorage storage;

@@ -12,8 +12,8 @@
 #include <filesystem>
 #include <system_error>
 
-#include "platform/Fork.h"
-#include "platform/Path.h"
+#include "foundation/dispatch/Fork.h"
+#include "foundation/text/Path.h"
 #include "platform/linux/Descriptor.h"
 
 namespace platform::Linux {

@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <ctime>
 
-#include "platform/UTF8.h"
+#include "foundation/text/UTF8.h"
 
 namespace platform::Linux {
 

@@ -3,7 +3,7 @@
 #include <system_error>
 #include <utility>
 
-#include "platform/Path.h"
+#include "foundation/text/Path.h"
 #include "platform/linux/Launch.h"
 #include "platform/linux/LinuxFileManager.h"
 #include "platform/linux/PoliteQuit.h"

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/Path.h"
+#include "foundation/text/Path.h"
 #include "platform/linux/Descriptor.h"
 
 namespace platform::Linux {

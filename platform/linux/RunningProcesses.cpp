@@ -9,7 +9,7 @@
 #include <climits>
 #include <memory>
 
-#include "platform/Path.h"
+#include "foundation/text/Path.h"
 
 namespace platform::Linux {
 

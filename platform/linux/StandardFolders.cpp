@@ -4,7 +4,7 @@
 #include <fstream>
 #include <optional>
 
-#include "platform/Path.h"
+#include "foundation/text/Path.h"
 #include "platform/linux/Accounts.h"
 
 namespace platform::Linux {

@@ -1,6 +1,6 @@
 #pragma once
 // The instruction as it comes over standard input.
-#include "privileged/InstructionArchive.h"
+#include "protocol/InstructionArchive.h"
 
 namespace AssistantTool {
 

@@ -3,8 +3,8 @@
 #include <functional>
 #include <string>
 
-#include "privileged/InstructionArchive.h"
 #include "privileged/tool/PathWalk.h"
+#include "protocol/InstructionArchive.h"
 
 namespace AssistantTool {
 

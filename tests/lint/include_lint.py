@@ -13,7 +13,7 @@ from pathlib import Path
 ARROWS = {
     "app": ["privileged", "logging", "kit", "ui", "platform"],
     "privileged": ["logging", "kit", "platform"],
-    "privileged/tool": ["privileged/InstructionArchive.h", "platform/UTF8.h"],
+    "privileged/tool": ["protocol/InstructionArchive.h", "foundation/text/UTF8.h"],
     "logging": ["platform", "kit/NSBundle+Kelto.h", "kit/NSUserDefaults+Debug.h"],
     "kit": ["platform"],
     "ui": ["kit", "platform"],

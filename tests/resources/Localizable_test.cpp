@@ -7,8 +7,8 @@
 #include <set>
 
 #include "app/InstallerTexts.h"
-#include "platform/PropertyList.h"
-#include "platform/StringsFile.h"
+#include "foundation/plist/PropertyList.h"
+#include "foundation/plist/StringsFile.h"
 #include "platform/fake/FakePlatform.h"
 #include "platform/linux/LinuxBundle.h"
 #include "tests/support/TemporaryFolder.h"

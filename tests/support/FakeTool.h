@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "platform/fake/FakePlatform.h"
-#include "privileged/InstructionArchive.h"
+#include "protocol/InstructionArchive.h"
 
 namespace support {
 

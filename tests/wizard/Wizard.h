@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "app/InstallerTexts.h"
-#include "platform/StringsFile.h"
+#include "foundation/plist/StringsFile.h"
 #include "platform/fake/FakePlatform.h"
 #include "platform/linux/qt/InterfaceDescription.h"
 #include "platform/linux/qt/QtProgressBar.h"

@@ -2,7 +2,7 @@
 // Property-list values as text for people: { key = value; }, (a, b), <data>. Pure; any thread.
 #include <string>
 
-#include "platform/PropertyList.h"
+#include "foundation/plist/PropertyList.h"
 
 namespace platform::Linux {
 

@@ -4,7 +4,7 @@
 #include <QPainterPath>
 #include <vector>
 
-#include "platform/Graphics.h"
+#include "foundation/graphics/Graphics.h"
 
 namespace platform::Linux {
 

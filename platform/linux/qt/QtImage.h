@@ -3,7 +3,7 @@
 #include <QImage>
 #include <vector>
 
-#include "platform/Graphics.h"
+#include "foundation/graphics/Graphics.h"
 
 namespace platform::Linux {
 

@@ -20,7 +20,7 @@
 #include <string>
 #include <vector>
 
-#include "privileged/InstructionArchive.h"
+#include "protocol/InstructionArchive.h"
 
 namespace ToolTests {
 

@@ -8,7 +8,7 @@
 #include <map>
 #include <memory>
 
-#include "platform/StringsFile.h"
+#include "foundation/plist/StringsFile.h"
 #include "tests/platform/linux/qt/QtTest.h"
 
 using namespace platform;

@@ -1,0 +1,86 @@
+#include "foundation/dispatch/Clock.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <utility>
+
+#include "foundation/dispatch/Fork.h"
+
+namespace platform {
+namespace {
+
+// Calls wait in the order of their time; one thread, made for the first of them, sleeps until the next is due.
+class SystemClock final : public Clock {
+ public:
+  SystemClock() {
+    Fork::addHandlers({.prepare = [this] { _mutex.lock(); },
+                       .parent = [this] { _mutex.unlock(); },
+                       .child =
+                           [this] {
+                             _hasThread = false;
+                             _calls.clear();
+                             std::construct_at(&_changed);  // the thread that is gone was waiting on it
+                             _mutex.unlock();
+                           }});
+  }
+
+  [[nodiscard]] Date now() const override { return std::chrono::system_clock::now(); }
+  [[nodiscard]] Uptime uptime() const override { return std::chrono::steady_clock::now(); }
+
+  CallID callAt(Uptime when, std::function<void()> action) override {
+    const std::lock_guard lock(_mutex);
+    const CallID call = ++_lastCall;
+    const auto place = _calls.emplace(std::pair(when, call), std::move(action)).first;
+    if (!std::exchange(_hasThread, true)) std::thread([this] { run(); }).detach();
+    if (place == _calls.begin()) _changed.notify_one();
+    return call;
+  }
+
+  void cancel(CallID call) override {
+    const std::lock_guard lock(_mutex);
+    std::erase_if(_calls, [&](const auto& entry) { return entry.first.second == call; });
+  }
+
+ private:
+  [[noreturn]] void run() {
+    std::unique_lock lock(_mutex);
+    for (;;) {
+      if (_calls.empty()) {
+        _changed.wait(lock);
+      } else if (const Uptime due = _calls.begin()->first.first; due > uptime()) {
+        _changed.wait_until(lock, due);
+      } else {
+        const auto action = std::move(_calls.begin()->second);
+        _calls.erase(_calls.begin());
+        lock.unlock();
+        action();
+        lock.lock();
+      }
+    }
+  }
+
+  std::mutex _mutex;
+  std::condition_variable _changed;
+  std::map<std::pair<Uptime, CallID>, std::function<void()>> _calls;
+  CallID _lastCall = 0;
+  bool _hasThread = false;
+};
+
+std::atomic<Clock*> replacement{nullptr};
+
+}  // namespace
+
+Clock& Clock::current() {
+  if (Clock* clock = replacement.load(std::memory_order_acquire)) return *clock;
+  // Never destroyed: objects of static storage may still ask for the time while the process ends.
+  static auto* system = new SystemClock;
+  return *system;
+}
+
+void Clock::replaceCurrent(Clock* clock) { replacement.store(clock, std::memory_order_release); }
+
+}  // namespace platform

@@ -1,0 +1,138 @@
+#include "foundation/dispatch/Dispatch.h"
+
+#include <string_view>
+#include <thread>
+#include <utility>
+
+#include "foundation/dispatch/DispatchPool.h"
+
+namespace platform::Dispatch {
+namespace {
+
+// Static objects are made on the main thread.
+const std::thread::id mainThread = std::this_thread::get_id();
+
+thread_local const Queue* currentQueue = nullptr;
+
+}  // namespace
+
+void Group::enter() {
+  const std::lock_guard lock(_mutex);
+  ++_count;
+}
+
+void Group::leave() {
+  const std::lock_guard lock(_mutex);
+  if (--_count == 0) _empty.notify_all();
+}
+
+void Group::wait() {
+  std::unique_lock lock(_mutex);
+  _empty.wait(lock, [this] { return _count == 0; });
+}
+
+const Queue* Queue::current() { return currentQueue; }
+
+Queue::Current::Current(const Queue* queue) : _outer(std::exchange(currentQueue, queue)) {}
+
+Queue::Current::~Current() { currentQueue = _outer; }
+
+std::string_view currentQueueLabel() {
+  if (currentQueue != nullptr) return currentQueue->label() ? std::string_view(*currentQueue->label()) : std::string_view();
+  return std::this_thread::get_id() == mainThread ? mainThreadLabel : std::string_view();
+}
+
+// A thread that waits for its turn. The queue hands the turn over as it is, still busy.
+struct SerialQueue::Waiter {
+  std::binary_semaphore turn{0};
+};
+
+std::shared_ptr<SerialQueue> SerialQueue::make(std::optional<std::string> label) {
+  return std::shared_ptr<SerialQueue>(new SerialQueue(std::move(label)));
+}
+
+void SerialQueue::async(Block block) { append({.block = std::move(block)}); }
+
+void SerialQueue::async(Group& group, Block block) {
+  group.enter();
+  async([&group, block = std::move(block)] {
+    const Fork::Witness witness;
+    block();
+    if (!witness.isInChild()) group.leave();
+  });
+}
+
+void SerialQueue::sync(const Block& block) {
+  const Turn turn(*this);
+  block();
+}
+
+SerialQueue::Turn::Turn(SerialQueue& queue) : _queue(queue.take()), _current(&queue) {}
+
+SerialQueue::Turn::~Turn() {
+  if (!_witness.isInChild()) _queue.leave();
+}
+
+SerialQueue& SerialQueue::take() {
+  std::uint32_t idle = 0;
+  if (_state.compare_exchange_strong(idle, busy, std::memory_order_acquire)) return *this;
+  Waiter waiter;
+  append({.block = nullptr, .waiter = &waiter});
+  waiter.turn.acquire();
+  return *this;
+}
+
+void SerialQueue::leave() {
+  if (_state.fetch_sub(busy, std::memory_order_acq_rel) != busy) schedule();
+}
+
+void SerialQueue::append(Entry entry) {
+  std::uint32_t before = 0;
+  {
+    const std::lock_guard lock(_mutex);
+    _entries.push_back(std::move(entry));
+    before = _state.fetch_add(waiting, std::memory_order_acq_rel);
+  }
+  // Otherwise whoever has the turn, or is about to take it, finds the entry.
+  if (before == 0) schedule();
+}
+
+void SerialQueue::schedule() {
+  Pool::shared().submit([queue = shared_from_this()] { queue->drain(); });
+}
+
+// Only one drain is ever on its way: it is scheduled by the first entry of an idle queue, or by the turn that ends before
+// waiting entries.
+void SerialQueue::drain() {
+  _state.fetch_add(busy, std::memory_order_acq_rel);
+  const Current current(this);
+  const Fork::Witness witness;
+  for (;;) {
+    Entry entry = next();
+    if (entry.waiter != nullptr) {
+      entry.waiter->turn.release();
+      return;
+    }
+    entry.block();
+    entry.block = nullptr;
+    if (witness.isInChild()) return;
+    std::uint32_t alone = busy;
+    if (_state.compare_exchange_strong(alone, 0, std::memory_order_acq_rel)) return;
+  }
+}
+
+SerialQueue::Entry SerialQueue::next() {
+  const std::lock_guard lock(_mutex);
+  Entry entry = std::move(_entries.front());
+  _entries.pop_front();
+  _state.fetch_sub(waiting, std::memory_order_acq_rel);
+  return entry;
+}
+
+void SerialQueue::resetAfterFork() {
+  std::construct_at(&_mutex);
+  _entries.clear();
+  _state.store(0, std::memory_order_relaxed);
+}
+
+}  // namespace platform::Dispatch

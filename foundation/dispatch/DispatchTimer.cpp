@@ -1,0 +1,79 @@
+#include <utility>
+
+#include "foundation/dispatch/Dispatch.h"
+
+namespace platform::Dispatch {
+
+std::shared_ptr<TimerSource> TimerSource::make(std::weak_ptr<Queue> queue, Block handler) {
+  return std::shared_ptr<TimerSource>(new TimerSource(std::move(queue), std::move(handler)));
+}
+
+TimerSource::~TimerSource() { cancel(); }
+
+void TimerSource::set(Uptime start, Seconds interval) {
+  const std::lock_guard lock(_mutex);
+  disarm();
+  _due = start;
+  _interval = std::chrono::duration_cast<std::chrono::nanoseconds>(interval);
+  arm();
+}
+
+void TimerSource::resume() {
+  const std::lock_guard lock(_mutex);
+  if (!std::exchange(_isSuspended, false)) return;
+  arm();
+}
+
+void TimerSource::suspend() {
+  const std::lock_guard lock(_mutex);
+  _isSuspended = true;
+  disarm();
+}
+
+void TimerSource::cancel() {
+  const std::lock_guard lock(_mutex);
+  _isCancelled = true;
+  disarm();
+}
+
+void TimerSource::arm() {
+  if (_isSuspended || _isCancelled || !_due) return;
+  _call = Clock::current().callAt(*_due, [weak = weak_from_this(), setting = _setting] {
+    if (const auto self = weak.lock()) self->fire(setting);
+  });
+}
+
+// From here on, what is already under way belongs to an older setting and does nothing.
+void TimerSource::disarm() {
+  ++_setting;
+  if (_call) Clock::current().cancel(*_call);
+  _call.reset();
+}
+
+void TimerSource::fire(std::uint64_t setting) {
+  {
+    const std::lock_guard lock(_mutex);
+    if (setting != _setting) return;
+    _call.reset();
+    if (_interval.count() > 0) {
+      const auto late = Clock::current().uptime() - *_due;
+      *_due += (late / _interval + 1) * _interval;
+    } else {
+      _due.reset();
+    }
+    arm();
+  }
+  const auto queue = _queue.lock();
+  if (!queue) return;
+  queue->async([weak = weak_from_this(), setting] {
+    const auto self = weak.lock();
+    if (self && self->isCurrentSetting(setting)) self->_handler();
+  });
+}
+
+bool TimerSource::isCurrentSetting(std::uint64_t setting) {
+  const std::lock_guard lock(_mutex);
+  return setting == _setting;
+}
+
+}  // namespace platform::Dispatch

@@ -1,0 +1,69 @@
+#pragma once
+// Property lists: the value type, and readers and writers of the XML and binary forms.
+//
+// Pure functions on values; any thread. The readers take bytes from anyone: they are total, and refuse with a reason what
+// is larger, deeper or more expansive than the limits below.
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "foundation/runtime/Time.h"
+
+namespace platform::PropertyList {
+
+class Value;
+using Array = std::vector<Value>;
+using Dictionary = std::map<std::string, Value, std::less<>>;
+using Data = std::vector<std::byte>;
+
+// One property-list value. Strings are UTF-8.
+class Value {
+ public:
+  using Storage = std::variant<std::string, bool, std::int64_t, double, Date, Data, Array, Dictionary>;
+
+  Value(std::string value) : _storage(std::move(value)) {}
+  Value(std::string_view value) : _storage(std::string(value)) {}
+  Value(const char* value) : _storage(std::string(value)) {}
+  Value(bool value) : _storage(value) {}
+  Value(std::int64_t value) : _storage(value) {}
+  Value(int value) : _storage(std::int64_t{value}) {}
+  Value(double value) : _storage(value) {}
+  Value(Date value) : _storage(value) {}
+  Value(Data value) : _storage(std::move(value)) {}
+  Value(Array value) : _storage(std::move(value)) {}
+  Value(Dictionary value) : _storage(std::move(value)) {}
+
+  // The value as T (one of the alternatives of Storage), or nullptr when it is of another type. Owned by this value.
+  template <class T>
+  [[nodiscard]] const T* as() const {
+    return std::get_if<T>(&_storage);
+  }
+
+  [[nodiscard]] const Storage& storage() const { return _storage; }
+  bool operator==(const Value& other) const;
+
+ private:
+  Storage _storage;
+};
+
+// Beyond these a document is refused. An information list of a real application has a few kilobytes and five levels.
+inline constexpr std::size_t MaximumBytes = std::size_t{16} << 20;  // and of text and data together, once expanded
+inline constexpr std::size_t MaximumDepth = 64;
+inline constexpr std::size_t MaximumValues = 1'000'000;  // counted after shared references of the binary form are expanded
+
+// Reads an XML or binary property list, told apart by the first bytes. On refusal nothing is returned and `reason`, when
+// given, says why; it is untouched otherwise.
+std::optional<Value> parse(std::string_view bytes, std::string* reason = nullptr);
+
+// A date as the XML form has it: "2026-11-20T10:20:30Z". A fraction of a second is dropped, the form has no place for it.
+std::string dateText(Date date);
+
+// The XML form, UTF-8, keys sorted, as the platform's own tools write it.
+std::string serializeXML(const Value& value);
+
+}  // namespace platform::PropertyList

@@ -1,0 +1,63 @@
+#include "foundation/text/UTF16.h"
+
+#include "foundation/text/UTF8.h"
+
+namespace platform {
+namespace {
+
+constexpr bool isLeading(char32_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
+constexpr bool isTrailing(char32_t unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
+
+}  // namespace
+
+std::optional<std::string> utf8FromUTF16(std::string_view bytes, ByteOrder order) {
+  if (bytes.size() % 2 != 0) return std::nullopt;
+  const auto unitAt = [&](std::size_t place) {
+    const char32_t first = static_cast<unsigned char>(bytes[place]);
+    const char32_t second = static_cast<unsigned char>(bytes[place + 1]);
+    return order == ByteOrder::big ? first << 8 | second : second << 8 | first;
+  };
+  std::string text;
+  text.reserve(bytes.size());
+  for (std::size_t place = 0; place < bytes.size(); place += 2) {
+    char32_t character = unitAt(place);
+    if (isTrailing(character)) return std::nullopt;
+    if (isLeading(character)) {
+      place += 2;
+      if (place >= bytes.size() || !isTrailing(unitAt(place))) return std::nullopt;
+      character = 0x10000 + ((character - 0xD800) << 10) + (unitAt(place) - 0xDC00);
+    }
+    appendUTF8(text, character);
+  }
+  return text;
+}
+
+void appendUTF8(std::string& text, char32_t character) {
+  const auto append = [&](char32_t byte) { text += static_cast<char>(byte); };
+  const auto appendRest = [&](int shift) { append(0x80 | (character >> shift & 0x3F)); };
+  if (character < 0x80) {
+    append(character);
+  } else if (character < 0x800) {
+    append(0xC0 | character >> 6);
+    appendRest(0);
+  } else if (character < 0x10000) {
+    append(0xE0 | character >> 12);
+    appendRest(6);
+    appendRest(0);
+  } else {
+    append(0xF0 | character >> 18);
+    appendRest(12);
+    appendRest(6);
+    appendRest(0);
+  }
+}
+
+std::optional<std::string> decodedText(std::string_view bytes) {
+  if (bytes.starts_with("\xFF\xFE")) return utf8FromUTF16(bytes.substr(2), ByteOrder::little);
+  if (bytes.starts_with("\xFE\xFF")) return utf8FromUTF16(bytes.substr(2), ByteOrder::big);
+  if (bytes.starts_with("\xEF\xBB\xBF")) bytes.remove_prefix(3);
+  if (!isValidUTF8(bytes)) return std::nullopt;
+  return std::string(bytes);
+}
+
+}  // namespace platform

@@ -1,0 +1,46 @@
+#include "foundation/text/UTF8.h"
+
+namespace platform {
+namespace {
+
+// The length of the well-formed sequence at the start of `bytes`, 0 when there is none.
+std::size_t sequenceLength(std::string_view bytes) {
+  const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(bytes[i]); };
+  const unsigned char lead = byte(0);
+  if (lead < 0x80) return 1;
+  if (lead < 0xC2 || lead > 0xF4) return 0;
+  const std::size_t length = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+  if (bytes.size() < length) return 0;
+  // The second byte's range depends on the first, so that overlong forms, surrogates and what is above U+10FFFF have none.
+  const unsigned char low = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
+  const unsigned char high = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
+  if (byte(1) < low || byte(1) > high) return 0;
+  for (std::size_t i = 2; i < length; ++i)
+    if (byte(i) < 0x80 || byte(i) > 0xBF) return 0;
+  return length;
+}
+
+}  // namespace
+
+bool isValidUTF8(std::string_view bytes) {
+  while (!bytes.empty()) {
+    const std::size_t length = sequenceLength(bytes);
+    if (length == 0) return false;
+    bytes.remove_prefix(length);
+  }
+  return true;
+}
+
+std::string textFromASCII(std::string_view bytes) {
+  std::string text;
+  text.reserve(bytes.size());
+  for (const char c : bytes) {
+    if (static_cast<unsigned char>(c) < 0x80)
+      text += c;
+    else
+      text += "\xEF\xBF\xBD";
+  }
+  return text;
+}
+
+}  // namespace platform

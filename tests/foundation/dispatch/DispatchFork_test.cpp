@@ -1,0 +1,125 @@
+// Queues when the process forks.
+#include <gtest/gtest.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <thread>
+
+#include "foundation/dispatch/Dispatch.h"
+#include "foundation/dispatch/Fork.h"
+#include "tests/support/SharedCount.h"
+
+using platform::Dispatch::Semaphore;
+using platform::Dispatch::SerialQueue;
+
+namespace {
+
+// The status of a child that does `work`, forked as the platform's own layer would.
+int statusOfChild(const std::function<int()>& work) {
+  platform::Fork::prepare();
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    ::alarm(30);
+    platform::Fork::child();
+    ::_exit(work());
+  }
+  platform::Fork::parent();
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  return status;
+}
+
+// The pool has threads that wait when this is over.
+void runSomething() {
+  Semaphore done(0);
+  SerialQueue::make("some")->async([&] { done.release(); });
+  done.acquire();
+}
+
+}  // namespace
+
+TEST(DispatchFork, AChildRunsItsOwnBlocks) {
+  runSomething();
+  EXPECT_EQ(statusOfChild([] {
+              for (int i = 0; i < 3; ++i) runSomething();
+              return 0;
+            }),
+            0);
+}
+
+TEST(DispatchFork, WhatWasSubmittedInTheParentRunsThereAndOnce) {
+  tests::SharedCount count;
+  for (int i = 0; i < 50; ++i) {
+    const auto queue = SerialQueue::make("parent");
+    queue->async([&] { count.increment(); });
+    EXPECT_EQ(statusOfChild([] {
+                for (int n = 0; n < 3; ++n) runSomething();
+                return 0;
+              }),
+              0);
+    queue->sync([] {});
+    ASSERT_EQ(count.value(), i + 1);
+  }
+}
+
+TEST(DispatchFork, ABlockThatRunsIsFinishedFirst) {
+  Semaphore hasBegun(0);
+  std::atomic<bool> isFinished{false};
+  const auto queue = SerialQueue::make("running");
+  queue->async([&] {
+    hasBegun.release();
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    isFinished = true;
+  });
+  hasBegun.acquire();
+  EXPECT_EQ(statusOfChild([&] { return isFinished ? 0 : 1; }), 0);
+  queue->sync([] {});
+}
+
+TEST(DispatchFork, ABlockThatIsStuckHoldsNoForkUp) {
+  Semaphore hasBegun(0);
+  Semaphore mayEnd(0);
+  const auto queue = SerialQueue::make("stuck");
+  queue->async([&] {
+    hasBegun.release();
+    mayEnd.acquire();
+  });
+  hasBegun.acquire();
+  EXPECT_EQ(statusOfChild([] {
+              runSomething();
+              return 0;
+            }),
+            0);
+  mayEnd.release();
+  queue->sync([] {});
+}
+
+TEST(DispatchFork, ABlockThatForkedHasNoTurnInTheChild) {
+  // In a process of its own, since the forking thread goes on in both.
+  EXPECT_EQ(statusOfChild([] {
+              const auto queue = SerialQueue::make("forking");
+              pid_t child = 0;
+              queue->sync([&] {
+                platform::Fork::prepare();
+                child = ::fork();
+                if (child != 0) {
+                  platform::Fork::parent();
+                  return;
+                }
+                platform::Fork::child();
+                ::alarm(30);
+                queue->resetAfterFork();
+                queue->sync([] {});
+              });
+              // The turn that ended was the parent's; in the child the queue is as free as before.
+              queue->sync([] {});
+              if (child == 0) ::_exit(0);
+              int status = -1;
+              ::waitpid(child, &status, 0);
+              return status;
+            }),
+            0);
+}

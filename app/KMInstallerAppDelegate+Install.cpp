@@ -4,10 +4,10 @@
 #include "foundation/text/Path.h"
 #include "privileged/KMAuthorization.h"
 
-using platform::Path::appending;
-using platform::Path::deletingExtension;
-using platform::Path::deletingLastComponent;
-using platform::Path::lastComponent;
+using foundation::Path::appending;
+using foundation::Path::deletingExtension;
+using foundation::Path::deletingLastComponent;
+using foundation::Path::lastComponent;
 
 namespace {
 
@@ -22,7 +22,7 @@ constexpr std::string_view serverVersionKey = "LibraryServerVersion";
 constexpr int serverVersion = 2;
 
 // 0.2 in single precision: 0.20000000298023224 s.
-constexpr platform::Seconds terminateDelay{static_cast<double>(0.2F)};
+constexpr foundation::Seconds terminateDelay{static_cast<double>(0.2F)};
 
 }  // namespace
 
@@ -51,7 +51,7 @@ void KMInstallerAppDelegate::upgradeLibraryServer() {
   const KMAuthorization::Instructions instructions{{"command", "upgrade server"}, {"file path", *_dstPath}};
   if (session != nullptr && session->resultFromToolWithPrompt_instructions_output("", instructions, nullptr)) {
     _platform.shell.system(
-        platform::formatted("defaults write com.kelto.macController %@ %d", serverVersionKey, serverVersion));
+        foundation::formatted("defaults write com.kelto.macController %@ %d", serverVersionKey, serverVersion));
     return;
   }
   // Headline and text stand the other way round than in every other alert, and the run goes on.

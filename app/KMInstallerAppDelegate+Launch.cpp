@@ -68,16 +68,16 @@ void KMInstallerAppDelegate::placeWindow() {
   const auto window = _window.lock();
   if (window == nullptr) return;
   if (!_isUpdate) {
-    platform::Rect frame = window->frame();
+    foundation::Rect frame = window->frame();
     frame.size.height = installHeight;
     window->setFrame(frame, false);
   }
   const auto text = _platform.standardUserDefaults.stringForKey(mainFrameKey).value_or("");
-  const platform::Rect main = platform::rectFromString(withoutEvery(text, "r: "));
+  const foundation::Rect main = foundation::rectFromString(withoutEvery(text, "r: "));
   if (main.isEmpty()) {
     window->center();
   } else {
-    const platform::Size own = window->frame().size;
+    const foundation::Size own = window->frame().size;
     window->setFrameOrigin({main.origin.x + flooredHalf(main.size.width - own.width),
                             flooredHalf(main.size.height - own.height) + main.origin.y + raisedBy});
   }

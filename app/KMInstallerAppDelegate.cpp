@@ -7,7 +7,7 @@
 #include "kit/KTLocalizer.h"
 #include "privileged/KMAuthorization.h"
 
-using platform::Seconds;
+using foundation::Seconds;
 
 namespace {
 
@@ -52,15 +52,15 @@ void KMInstallerAppDelegate::didReceiveCredentials(const platform::Notification&
   const auto credentials = notification.userInfo.find(credentialsKey);
   if (credentials == notification.userInfo.end()) return presentGeneralFailure();
   // Something else than data is no external form; the session refuses it as it does one that is too short.
-  const auto* data = credentials->second.as<platform::PropertyList::Data>();
+  const auto* data = credentials->second.as<foundation::PropertyList::Data>();
   KMAuthorization* session = KMAuthorization::sharedInstance();
-  if (session != nullptr) session->setExternalRights(data != nullptr ? *data : platform::PropertyList::Data{});
+  if (session != nullptr) session->setExternalRights(data != nullptr ? *data : foundation::PropertyList::Data{});
   _authorized = session != nullptr && session->authorizeForRootWithPrompt_preauthorize_allowInteraction("", true, false);
   if (_authorized) {
     _platform.runLoop.performAfterDelay(quitDelay, this, [this] { quitApplications(this); });
     return;
   }
-  const auto folder = platform::Path::lastComponent(platform::Path::deletingLastComponent(_trashPath.value_or("")));
+  const auto folder = foundation::Path::lastComponent(foundation::Path::deletingLastComponent(_trashPath.value_or("")));
   presentErrorMessage_title(localized(InstallerTexts::badPermissionMessage, folder),
                             localized(InstallerTexts::badPermissionSubtitle));
 }
@@ -69,7 +69,7 @@ void KMInstallerAppDelegate::quitApplications(const void* /*sender*/) {
   const auto copies = _platform.workspace.runningApplications(_bundleId.value_or(""));
   if (copies.empty()) return quitFinished();
   for (const auto& copy : copies) copy->terminate();
-  _errorAt = platform::dateByAdding(_platform.runLoop.currentDate(), quitTimeout);
+  _errorAt = foundation::dateByAdding(_platform.runLoop.currentDate(), quitTimeout);
   _platform.runLoop.scheduledTimer(pollInterval, true, [this](platform::Timer& timer) { pingQuittingApplications(timer); });
 }
 
@@ -103,7 +103,7 @@ void KMInstallerAppDelegate::presentGeneralFailure() {
 
 void KMInstallerAppDelegate::runAlert(std::string_view headline, std::string_view informativeText) {
   _platform.application.runModal({.messageText = std::string(headline),
-                                  .informativeText = platform::formatted("%@", informativeText),
+                                  .informativeText = foundation::formatted("%@", informativeText),
                                   .defaultButton = localized(InstallerTexts::ok)});
 }
 

@@ -61,8 +61,8 @@ class KMInstallerAppDelegate final : public platform::ApplicationDelegate {
   [[nodiscard]] const std::optional<std::string>& bundleName() const { return _bundleName; }
   void setBundleName(std::optional<std::string> bundleName) { _bundleName = std::move(bundleName); }
   // The moment after which a copy of the controller that still runs is a failure.
-  [[nodiscard]] const std::optional<platform::Date>& errorAt() const { return _errorAt; }
-  void setErrorAt(std::optional<platform::Date> errorAt) { _errorAt = errorAt; }
+  [[nodiscard]] const std::optional<foundation::Date>& errorAt() const { return _errorAt; }
+  void setErrorAt(std::optional<foundation::Date> errorAt) { _errorAt = errorAt; }
   [[nodiscard]] bool isUpdate() const { return _isUpdate; }
   void setIsUpdate(bool isUpdate) { _isUpdate = isUpdate; }
   [[nodiscard]] bool isUninstall() const { return _isUninstall; }
@@ -90,7 +90,7 @@ class KMInstallerAppDelegate final : public platform::ApplicationDelegate {
   std::optional<std::string> _trashPath;
   std::optional<std::string> _bundleId;
   std::optional<std::string> _bundleName;
-  std::optional<platform::Date> _errorAt;
+  std::optional<foundation::Date> _errorAt;
   bool _isUpdate = false;
   bool _isUninstall = false;
   bool _authorized = false;

@@ -170,13 +170,13 @@ void measureLocalizedText(Report& report) {
   std::filesystem::remove_all(folder);
 }
 
-platform::PropertyList::Value tenThousandKeys() {
-  platform::PropertyList::Dictionary dictionary;
+foundation::PropertyList::Value tenThousandKeys() {
+  foundation::PropertyList::Dictionary dictionary;
   for (int i = 0; i < 10'000; ++i) {
-    platform::PropertyList::Value value = "Some text for the key, with an & in it";
+    foundation::PropertyList::Value value = "Some text for the key, with an & in it";
     if (i % 4 == 1) value = i;
     if (i % 4 == 2) value = i % 8 == 2;
-    if (i % 4 == 3) value = platform::PropertyList::Array{"one", i, 1.5};
+    if (i % 4 == 3) value = foundation::PropertyList::Array{"one", i, 1.5};
     dictionary.emplace("Key " + std::to_string(i), value);
   }
   return dictionary;
@@ -208,21 +208,21 @@ std::string binaryByLibplist(const std::string& xml) {
 
 void measureForm(Report& report, const std::string& form, const std::string& bytes) {
   const auto parse = [&] {
-    if (!platform::PropertyList::parse(bytes)) std::abort();
+    if (!foundation::PropertyList::parse(bytes)) std::abort();
   };
   const auto medians = bench::inTurn({parse, [&] { parseByLibplist(bytes, form == "binary"); }}, 15);
   report.add("reading " + form + ", 10,000 keys", medians[0] * 1e3, "ms", "libplist", medians[1] / medians[0]);
 }
 
 void measurePropertyLists(Report& report) {
-  const std::string xml = platform::PropertyList::serializeXML(tenThousandKeys());
+  const std::string xml = foundation::PropertyList::serializeXML(tenThousandKeys());
   measureForm(report, "XML", xml);
   measureForm(report, "binary", binaryByLibplist(xml));
 }
 #else
 void measurePropertyLists(Report& report) {
-  const std::string xml = platform::PropertyList::serializeXML(tenThousandKeys());
-  const auto medians = bench::inTurn({[&] { bench::keep(platform::PropertyList::parse(xml).has_value()); }}, 15);
+  const std::string xml = foundation::PropertyList::serializeXML(tenThousandKeys());
+  const auto medians = bench::inTurn({[&] { bench::keep(foundation::PropertyList::parse(xml).has_value()); }}, 15);
   report.add("reading XML, 10,000 keys", medians[0] * 1e3, "ms");
   std::printf("note: libplist was not there when this was built; property lists have no peer here\n");
 }

@@ -268,7 +268,7 @@ int showResident(bool logs) {
           if (ours)
             ours->log(i);
           else
-            keep(platform::formatted("record number %d of %s", i, sample).size());
+            keep(foundation::formatted("record number %d of %s", i, sample).size());
         }
       });
     for (auto& thread : threads) thread.join();

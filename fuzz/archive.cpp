@@ -18,7 +18,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::require(keys.insert(key).second, "a key comes once");
     for (const std::string_view text : {std::string_view(key), std::string_view(value)}) {
       fuzz::require(text.find('\0') == std::string_view::npos, "no text holds a NUL character");
-      fuzz::require(platform::isValidUTF8(text), "texts are well-formed");
+      fuzz::require(foundation::isValidUTF8(text), "texts are well-formed");
       length += text.size();
     }
   }

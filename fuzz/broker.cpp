@@ -25,6 +25,7 @@
 
 namespace {
 
+using namespace foundation;
 using namespace platform;
 using namespace platform::Linux::authorizationd;
 

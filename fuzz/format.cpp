@@ -7,23 +7,23 @@
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) return 0;
-  const platform::FormatArgument kinds[] = {"text",
-                                            -7,
-                                            std::uint64_t{18446744073709551615U},
-                                            -1.5e300,
-                                            static_cast<const void*>(nullptr),
-                                            static_cast<const char*>(nullptr)};
-  std::vector<platform::FormatArgument> arguments;
+  const foundation::FormatArgument kinds[] = {"text",
+                                              -7,
+                                              std::uint64_t{18446744073709551615U},
+                                              -1.5e300,
+                                              static_cast<const void*>(nullptr),
+                                              static_cast<const char*>(nullptr)};
+  std::vector<foundation::FormatArgument> arguments;
   for (unsigned i = 0; i < data[0] % 8U; ++i) arguments.push_back(kinds[(data[0] / 8U + i) % std::size(kinds)]);
   const auto format = fuzz::text(data + 1, size - 1);
-  const std::string filled = platform::format(format, arguments);
+  const std::string filled = foundation::format(format, arguments);
   if (format.find('%') == std::string_view::npos) fuzz::require(filled == format, "a text without a percent sign stays");
 
   // A conversion that shows nothing is none of the simple ones, so that all of them are done the long way.
   arguments.emplace_back("text");
   std::string longWay = "%" + std::to_string(arguments.size()) + "$.0s";
   longWay += format;
-  fuzz::require(platform::format(longWay, arguments) == platform::format(format, arguments),
+  fuzz::require(foundation::format(longWay, arguments) == foundation::format(format, arguments),
                 "simple conversions show the same as among others");
   return 0;
 }

@@ -10,7 +10,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const QueryItems items = queryItems(fuzz::text(data, size));
   std::set<std::string> keys;
   for (const auto& [key, value] : items) {
-    fuzz::require(platform::isValidUTF8(key) && platform::isValidUTF8(value), "texts are well-formed");
+    fuzz::require(foundation::isValidUTF8(key) && foundation::isValidUTF8(value), "texts are well-formed");
     fuzz::require(keys.insert(key).second, "a key comes once");
   }
   const QueryItems again = queryItems("kelto://?" + queryStringWithDictionary(items));

@@ -7,10 +7,10 @@
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   std::string reason;
-  const auto table = platform::parseStrings(fuzz::text(data, size), &reason);
+  const auto table = foundation::parseStrings(fuzz::text(data, size), &reason);
   fuzz::require(table.has_value() == reason.empty(), "a refusal has a reason, and nothing else has");
   if (!table) return 0;
   for (const auto& [key, value] : *table)
-    fuzz::require(platform::isValidUTF8(key) && platform::isValidUTF8(value), "texts are well-formed");
+    fuzz::require(foundation::isValidUTF8(key) && foundation::isValidUTF8(value), "texts are well-formed");
   return 0;
 }

@@ -3,14 +3,14 @@
 #include <utility>
 
 void KTKeyValueObserving::waitForKeyPath_object_completion(std::string_view keyPath,
-                                                           std::shared_ptr<platform::KeyValueObservable> object,
+                                                           std::shared_ptr<foundation::KeyValueObservable> object,
                                                            std::function<void()> completion) {
   std::make_shared<KTKeyValueObserving>()->beginWaitingForKeyPath_object_completion(keyPath, std::move(object),
                                                                                     std::move(completion));
 }
 
 void KTKeyValueObserving::beginWaitingForKeyPath_object_completion(std::string_view keyPath,
-                                                                   std::shared_ptr<platform::KeyValueObservable> object,
+                                                                   std::shared_ptr<foundation::KeyValueObservable> object,
                                                                    std::function<void()> completion) {
   _retainLock = shared_from_this();
   _observedObject = std::move(object);
@@ -19,8 +19,8 @@ void KTKeyValueObserving::beginWaitingForKeyPath_object_completion(std::string_v
 }
 
 void KTKeyValueObserving::observeValueForKeyPath_ofObject_change_context(std::string_view keyPath,
-                                                                         platform::KeyValueObservable& object,
-                                                                         const platform::KeyValueChange& /*change*/,
+                                                                         foundation::KeyValueObservable& object,
+                                                                         const foundation::KeyValueChange& /*change*/,
                                                                          void* /*context*/) {
   const auto self = shared_from_this();
   // Taken out first: a completion that changes the value again is not run again.

@@ -30,7 +30,7 @@ constexpr Language languages[] = {
 std::int64_t rowForLocalizations(const std::vector<std::string>& localizations) {
   std::int64_t fallback = -1;
   for (const auto& localization : localizations) {
-    const auto locale = platform::Locale::fromIdentifier(localization);
+    const auto locale = foundation::Locale::fromIdentifier(localization);
     for (std::int64_t row = 0; row < std::ssize(languages); ++row) {
       if (languages[row].code != locale.languageCode) continue;
       if (!locale.countryCode || languages[row].country == *locale.countryCode) return row;
@@ -46,12 +46,12 @@ struct ChosenRow {
 
 const Language& chosenLanguage() { return languages[KTLocalizer::languageCodes()]; }
 
-std::optional<platform::PropertyList::Array> unlocalizedStringsOfMainBundle() {
+std::optional<foundation::PropertyList::Array> unlocalizedStringsOfMainBundle() {
   const auto& platform = platform::current();
   const auto path = platform.bundles.mainBundle().pathForResource("UnlocalizedStrings", "plist");
   const auto bytes = path ? platform.fileManager.contentsAtPath(*path) : std::nullopt;
-  const auto value = bytes ? platform::PropertyList::parse(*bytes) : std::nullopt;
-  const auto* array = value ? value->as<platform::PropertyList::Array>() : nullptr;
+  const auto value = bytes ? foundation::PropertyList::parse(*bytes) : std::nullopt;
+  const auto* array = value ? value->as<foundation::PropertyList::Array>() : nullptr;
   return array ? std::optional(*array) : std::nullopt;
 }
 
@@ -80,7 +80,9 @@ std::int64_t KTLocalizer::languageCodes() {
       ->row;
 }
 
-std::string KTLocalizer::locale() { return platform::formatted("%@-%@", chosenLanguage().code, chosenLanguage().country); }
+std::string KTLocalizer::locale() {
+  return foundation::formatted("%@-%@", chosenLanguage().code, chosenLanguage().country);
+}
 
 std::string KTLocalizer::keltoSubdomain() { return std::string(chosenLanguage().webSubdomain); }
 

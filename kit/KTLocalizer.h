@@ -24,7 +24,7 @@ class KTLocalizer {
 
   // The list in the main bundle's resource "UnlocalizedStrings.plist", as it was when the localizer was made; nothing when
   // there is none.
-  [[nodiscard]] const std::optional<platform::PropertyList::Array>& unlocalizedStrings() const {
+  [[nodiscard]] const std::optional<foundation::PropertyList::Array>& unlocalizedStrings() const {
     return _unlocalizedStrings;
   }
 
@@ -32,7 +32,7 @@ class KTLocalizer {
   // text is reported to the debug log, and comes back with "ZXZ" behind it, so that it is noticed.
   template <class... Arguments>
   [[nodiscard]] std::string localizedStringForKey(std::string_view key, const Arguments&... arguments) const {
-    return platform::formatted(textForKey(key), arguments...);
+    return foundation::formatted(textForKey(key), arguments...);
   }
 
   // The row of the language table, 0 to 13, that suits the main bundle's preferred localizations. Chosen at the first call
@@ -50,5 +50,5 @@ class KTLocalizer {
  private:
   [[nodiscard]] std::string textForKey(std::string_view key) const;
 
-  std::optional<platform::PropertyList::Array> _unlocalizedStrings;
+  std::optional<foundation::PropertyList::Array> _unlocalizedStrings;
 };

@@ -8,9 +8,9 @@
 namespace NSBundle::Kelto {
 namespace {
 
-using platform::PropertyList::Array;
-using platform::PropertyList::Dictionary;
-using platform::PropertyList::Value;
+using foundation::PropertyList::Array;
+using foundation::PropertyList::Dictionary;
+using foundation::PropertyList::Value;
 
 constexpr std::string_view fallbackScheme = "kelto";
 constexpr std::string_view preReleasePrefix = "kelto-";
@@ -60,7 +60,7 @@ std::string chosenScheme(const platform::Bundle& bundle) {
 std::string nameOf(const platform::Bundle& bundle) {
   for (const auto* key : {"CFBundleDisplayName", "CFBundleName"})
     if (auto name = bundle.infoString(key).value_or(""); !name.empty()) return name;
-  return platform::Path::deletingExtension(platform::Path::lastComponent(bundle.bundlePath()));
+  return foundation::Path::deletingExtension(foundation::Path::lastComponent(bundle.bundlePath()));
 }
 
 }  // namespace

@@ -27,6 +27,6 @@ std::string interopURLScheme(const platform::Bundle& bundle);
 bool canQueryForScheme(const platform::Bundle& bundle, std::string_view scheme);
 
 // What stands under "KTAppStoreID", of whatever type; nullptr when nothing does. Owned by the bundle.
-const platform::PropertyList::Value* appStoreID(const platform::Bundle& bundle);
+const foundation::PropertyList::Value* appStoreID(const platform::Bundle& bundle);
 
 }  // namespace NSBundle::Kelto

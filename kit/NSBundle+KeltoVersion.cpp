@@ -35,7 +35,7 @@ std::string withoutLeadingBlanks(std::string_view text) {
 std::uint64_t integerValue(std::string_view component) {
   const std::string text = withoutLeadingBlanks(component);
   std::string_view rest = text;
-  return static_cast<std::uint64_t>(platform::scanInteger(rest).value_or(0));
+  return static_cast<std::uint64_t>(foundation::scanInteger(rest).value_or(0));
 }
 
 // The run of letters and digits at the start, after blanks.
@@ -61,7 +61,7 @@ KTAppVersion appVersion(const platform::Bundle& bundle) {
 
   const std::string third = withoutLeadingBlanks(parts[2]);
   std::string_view rest = third;
-  const auto build = platform::scanInteger(rest);
+  const auto build = foundation::scanInteger(rest);
   if (!build) {
     logProblem(bundle, 132, "Unable to parse build number of version %@", *version);
     return result;

@@ -5,8 +5,8 @@
 namespace NSObject::ObjCRuntime {
 namespace {
 
-using platform::Class;
-using platform::Implementation;
+using foundation::Class;
+using foundation::Implementation;
 
 // The implementations of a selector in the order of the method lists: the class's own list, then each superclass's.
 std::vector<Implementation> implementationsOf(const Class* one, std::string_view selector) {
@@ -29,7 +29,7 @@ bool swizzleSelector_toSelector(Class& receiver, std::string_view selector, std:
 }
 
 // Never part of its caller's code, or the place it returns to would be another.
-[[gnu::noinline]] Implementation impOfCallingMethod(const platform::Object& object, std::string_view selector) {
+[[gnu::noinline]] Implementation impOfCallingMethod(const foundation::Object& object, std::string_view selector) {
   const auto position = reinterpret_cast<std::uintptr_t>(__builtin_return_address(0));
   Implementation closest;
   for (const auto& implementation : implementationsOf(object.registeredClass(), selector))
@@ -37,7 +37,7 @@ bool swizzleSelector_toSelector(Class& receiver, std::string_view selector, std:
   return closest;
 }
 
-[[gnu::noinline]] Implementation getOriginalImplementationOfMethod(const platform::Object& object,
+[[gnu::noinline]] Implementation getOriginalImplementationOfMethod(const foundation::Object& object,
                                                                    std::string_view selector) {
   const Implementation current = impOfCallingMethod(object, selector);
   if (!current) return {};

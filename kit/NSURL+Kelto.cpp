@@ -55,7 +55,7 @@ std::optional<std::string> decoded(std::string_view text) {
   }
   result.resize(written);
   const bool isASCII = static_cast<unsigned char>(all) < 0x80;
-  if (!isASCII && !platform::isValidUTF8(result)) return std::nullopt;
+  if (!isASCII && !foundation::isValidUTF8(result)) return std::nullopt;
   return result;
 }
 

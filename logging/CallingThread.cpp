@@ -27,8 +27,8 @@ std::uint32_t ask() {
 std::uint32_t identifier() {
   thread_local Known known;
   // The one thread of a forked child has another number than the thread it was.
-  if (!known.isKnown || known.generation != platform::Fork::generation())
-    known = {.identifier = ask(), .generation = platform::Fork::generation(), .isKnown = true};
+  if (!known.isKnown || known.generation != foundation::Fork::generation())
+    known = {.identifier = ask(), .generation = foundation::Fork::generation(), .isKnown = true};
   return known.identifier;
 }
 

@@ -2,12 +2,12 @@
 
 #include <utility>
 
-using platform::Seconds;
-using platform::Dispatch::TimerSource;
+using foundation::Seconds;
+using foundation::Dispatch::TimerSource;
 
 namespace {
 
-platform::Uptime after(platform::Uptime start, double seconds) {
+foundation::Uptime after(foundation::Uptime start, double seconds) {
   return start + std::chrono::duration_cast<std::chrono::nanoseconds>(Seconds(seconds));
 }
 
@@ -124,7 +124,7 @@ void DDAbstractDatabaseLogger::logMessage(const DDLogMessage& message) {
   if (_saveThreshold > 0 && unsavedCount >= _saveThreshold) {
     performSaveAndSuspendSaveTimer();
   } else if (unsavedCount == 1) {
-    unsavedTime = platform::Clock::current().uptime();
+    unsavedTime = foundation::Clock::current().uptime();
     updateAndResumeSaveTimer();
   }
 }
@@ -180,7 +180,7 @@ void DDAbstractDatabaseLogger::destroySaveTimer() {
 void DDAbstractDatabaseLogger::performDelete() {
   if (_maxAge <= 0) return;
   db_delete();
-  lastDeleteTime = platform::Clock::current().uptime();
+  lastDeleteTime = foundation::Clock::current().uptime();
 }
 
 void DDAbstractDatabaseLogger::createAndStartDeleteTimer() {
@@ -192,7 +192,7 @@ void DDAbstractDatabaseLogger::createAndStartDeleteTimer() {
 
 void DDAbstractDatabaseLogger::updateDeleteTimer() {
   if (!deleteTimer || _deleteInterval <= 0 || _maxAge <= 0) return;
-  const auto start = lastDeleteTime ? after(*lastDeleteTime, _deleteInterval) : platform::Clock::current().uptime();
+  const auto start = lastDeleteTime ? after(*lastDeleteTime, _deleteInterval) : foundation::Clock::current().uptime();
   deleteTimer->set(start, Seconds(_deleteInterval));
 }
 

@@ -53,7 +53,7 @@ class DDAbstractDatabaseLogger : public DDAbstractLogger {
   virtual void db_saveAndDelete() {}
 
  private:
-  using Timer = std::shared_ptr<platform::Dispatch::TimerSource>;
+  using Timer = std::shared_ptr<foundation::Dispatch::TimerSource>;
 
   template <class T>
   T onLoggerQueue(const T& field);
@@ -82,8 +82,8 @@ class DDAbstractDatabaseLogger : public DDAbstractLogger {
   double _deleteInterval = 300.0;
   bool _deleteOnEverySave = false;
   std::size_t unsavedCount = 0;
-  std::optional<platform::Uptime> unsavedTime;  // when the first unsaved record was accepted
+  std::optional<foundation::Uptime> unsavedTime;  // when the first unsaved record was accepted
   Timer saveTimer;
-  std::optional<platform::Uptime> lastDeleteTime;  // nothing: a deletion is due at once
+  std::optional<foundation::Uptime> lastDeleteTime;  // nothing: a deletion is due at once
   Timer deleteTimer;
 };

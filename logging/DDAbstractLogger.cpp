@@ -5,7 +5,7 @@
 #include "logging/DDLog.h"
 
 DDAbstractLogger::DDAbstractLogger(std::string name)
-    : _name(std::move(name)), _loggerQueue(platform::Dispatch::SerialQueue::make(_name)) {}
+    : _name(std::move(name)), _loggerQueue(foundation::Dispatch::SerialQueue::make(_name)) {}
 
 void DDAbstractLogger::logMessage(const DDLogMessage& /*message*/) {}
 

@@ -18,7 +18,7 @@ class DDAbstractLogger : public DDLogger, public std::enable_shared_from_this<DD
   std::shared_ptr<DDLogFormatter> logFormatter() override;
   // Any thread. Takes effect in order with the records: those submitted before still have the old formatter.
   void setLogFormatter(std::shared_ptr<DDLogFormatter> formatter) override;
-  std::shared_ptr<platform::Dispatch::SerialQueue> loggerQueue() override { return _loggerQueue; }
+  std::shared_ptr<foundation::Dispatch::SerialQueue> loggerQueue() override { return _loggerQueue; }
   [[nodiscard]] std::optional<std::string> loggerName() const override { return _name; }
 
  protected:
@@ -33,6 +33,6 @@ class DDAbstractLogger : public DDLogger, public std::enable_shared_from_this<DD
 
  private:
   const std::string _name;
-  const std::shared_ptr<platform::Dispatch::SerialQueue> _loggerQueue;
+  const std::shared_ptr<foundation::Dispatch::SerialQueue> _loggerQueue;
   std::string _buffer;
 };

@@ -15,7 +15,7 @@ namespace {
 constexpr std::chrono::milliseconds verifyingInterval{1};
 // The clock may be set, and it goes on while the machine sleeps; timers do not notice. So the age is looked at again after
 // this long.
-constexpr platform::Seconds longestWait{3600.0};
+constexpr foundation::Seconds longestWait{3600.0};
 
 std::shared_ptr<LogJournal> journalOfCore() {
   LogCore* core = LogCore::current();
@@ -92,7 +92,7 @@ void DDFileLogger::rollLogFile() {
 // Writing.
 
 void DDFileLogger::logMessage(const DDLogMessage& message) {
-  const platform::Fork::Witness witness;
+  const foundation::Fork::Witness witness;
   _writer.beginRecord();
   if (const auto text = textOf(message)) {
     // The formatter forked, and the record is the parent's.
@@ -168,14 +168,14 @@ void DDFileLogger::scheduleTimerToRollLogFileDueToAge() {
   _rollingTimer.reset();
   if (!_currentLogFileInfo) return;
   // Read first: should the machine fall asleep in between, the timer is early, and set again.
-  const platform::Uptime start = platform::Clock::current().uptime();
-  const platform::Seconds rest = platform::Seconds(_rollingFrequency) - _currentLogFileInfo->age();
-  const platform::Seconds wait = std::clamp(rest, platform::Seconds(0), longestWait);
-  _rollingTimer = platform::Dispatch::TimerSource::make(loggerQueue(), [weak = weak_from_this()] {
+  const foundation::Uptime start = foundation::Clock::current().uptime();
+  const foundation::Seconds rest = foundation::Seconds(_rollingFrequency) - _currentLogFileInfo->age();
+  const foundation::Seconds wait = std::clamp(rest, foundation::Seconds(0), longestWait);
+  _rollingTimer = foundation::Dispatch::TimerSource::make(loggerQueue(), [weak = weak_from_this()] {
     const auto self = weak.lock();
     if (self) static_cast<DDFileLogger&>(*self).maybeRollLogFileDueToAge();
   });
-  _rollingTimer->set(start + std::chrono::ceil<std::chrono::nanoseconds>(wait), platform::Seconds(0));
+  _rollingTimer->set(start + std::chrono::ceil<std::chrono::nanoseconds>(wait), foundation::Seconds(0));
   _rollingTimer->resume();
 }
 

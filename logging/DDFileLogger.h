@@ -19,7 +19,7 @@ class DDLogFileFormatterDefault : public DDLogFormatter {
   std::optional<std::string_view> formatLogMessage(const DDLogMessage& message, std::string& buffer) override;
 
  private:
-  const platform::DateFormatter _dateFormatter{"yyyy/MM/dd HH:mm:ss:SSS"};
+  const foundation::DateFormatter _dateFormatter{"yyyy/MM/dd HH:mm:ss:SSS"};
 };
 
 class DDFileLogger : public DDAbstractLogger {
@@ -70,9 +70,9 @@ class DDFileLogger : public DDAbstractLogger {
   const std::shared_ptr<DDLogFileManager> _logFileManager;
   std::shared_ptr<DDLogFileInfo> _currentLogFileInfo;
   LogFileWriter _writer;
-  std::shared_ptr<platform::Dispatch::TimerSource> _rollingTimer;
+  std::shared_ptr<foundation::Dispatch::TimerSource> _rollingTimer;
   std::uint64_t _maximumFileSize = 1048576;
   double _rollingFrequency = 86400.0;
-  platform::Date _lastVerified;
+  foundation::Date _lastVerified;
   LogFileFinisher _finisher;
 };

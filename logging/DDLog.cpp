@@ -22,11 +22,11 @@ struct TextBuffer {
 };
 thread_local TextBuffer textBuffer;
 
-LevelGetter* levelGetter(const platform::Class* aClass) {
+LevelGetter* levelGetter(const foundation::Class* aClass) {
   return aClass == nullptr ? nullptr : aClass->classOperation("ddLogLevel").as<LevelGetter>();
 }
 
-LevelSetter* levelSetter(const platform::Class* aClass) {
+LevelSetter* levelSetter(const foundation::Class* aClass) {
   return aClass == nullptr ? nullptr : aClass->classOperation("ddSetLogLevel:").as<LevelSetter>();
 }
 
@@ -34,10 +34,10 @@ LevelSetter* levelSetter(const platform::Class* aClass) {
 
 void DDLog::initialize() { LogCore::current(); }
 
-platform::Dispatch::Queue& DDLog::loggingQueue() {
+foundation::Dispatch::Queue& DDLog::loggingQueue() {
   if (LogCore* core = LogCore::current()) return *core;
   // Without a platform there is nothing to be in order with.
-  static auto* queue = new std::shared_ptr(platform::Dispatch::SerialQueue::make("cocoa.plamaiskre"));
+  static auto* queue = new std::shared_ptr(foundation::Dispatch::SerialQueue::make("cocoa.plamaiskre"));
   return **queue;
 }
 
@@ -59,14 +59,15 @@ void DDLog::queueLogMessage_asynchronously(const DDLogMessage& message, bool asy
   if (LogCore* core = LogCore::current()) core->record(message, asynchronously);
 }
 
-void DDLog::log(const Statement& statement, std::string_view format, std::span<const platform::FormatArgument> arguments) {
+void DDLog::log(const Statement& statement, std::string_view format,
+                std::span<const foundation::FormatArgument> arguments) {
   LogCore* core = LogCore::current();
   if (core == nullptr) return;
-  const auto timestamp = platform::Clock::current().now();
+  const auto timestamp = foundation::Clock::current().now();
   // Taken out: whoever waits for room delivers meanwhile, and loggers may log.
   std::string text = isTextBufferGone ? std::string() : std::move(textBuffer.text);
   text.clear();
-  platform::appendFormat(text, format, arguments);
+  foundation::appendFormat(text, format, arguments);
   core->record({.timestamp = timestamp,
                 .file = statement.file,
                 .function = statement.function,
@@ -75,7 +76,7 @@ void DDLog::log(const Statement& statement, std::string_view format, std::span<c
                 .context = statement.context,
                 .line = statement.line,
                 .thread = CallingThread::identifier()},
-               text, platform::Dispatch::currentQueueLabel(), statement.asynchronous);
+               text, foundation::Dispatch::currentQueueLabel(), statement.asynchronous);
   if (!isTextBufferGone && text.capacity() <= keptTextCapacity) textBuffer.text = std::move(text);
 }
 
@@ -83,13 +84,13 @@ void DDLog::flushLog() {
   if (LogCore* core = LogCore::current()) core->sync([core] { core->lt_flush(); });
 }
 
-bool DDLog::isRegisteredClass(const platform::Class* aClass) {
+bool DDLog::isRegisteredClass(const foundation::Class* aClass) {
   return levelGetter(aClass) != nullptr && levelSetter(aClass) != nullptr;
 }
 
-std::vector<platform::Class*> DDLog::registeredClasses() {
-  auto classes = platform::ClassRegistry::shared().classes();
-  std::erase_if(classes, [](const platform::Class* one) { return !isRegisteredClass(one); });
+std::vector<foundation::Class*> DDLog::registeredClasses() {
+  auto classes = foundation::ClassRegistry::shared().classes();
+  std::erase_if(classes, [](const foundation::Class* one) { return !isRegisteredClass(one); });
   return classes;
 }
 
@@ -99,18 +100,18 @@ std::vector<std::string> DDLog::registeredClassNames() {
   return names;
 }
 
-std::int32_t DDLog::logLevelForClass(const platform::Class* aClass) {
+std::int32_t DDLog::logLevelForClass(const foundation::Class* aClass) {
   return isRegisteredClass(aClass) ? levelGetter(aClass)() : -1;
 }
 
 std::int32_t DDLog::logLevelForClassWithName(std::string_view name) {
-  return logLevelForClass(platform::ClassRegistry::shared().classNamed(name));
+  return logLevelForClass(foundation::ClassRegistry::shared().classNamed(name));
 }
 
-void DDLog::setLogLevel_forClass(std::int32_t level, const platform::Class* aClass) {
+void DDLog::setLogLevel_forClass(std::int32_t level, const foundation::Class* aClass) {
   if (isRegisteredClass(aClass)) levelSetter(aClass)(level);
 }
 
 void DDLog::setLogLevel_forClassWithName(std::int32_t level, std::string_view name) {
-  setLogLevel_forClass(level, platform::ClassRegistry::shared().classNamed(name));
+  setLogLevel_forClass(level, foundation::ClassRegistry::shared().classNamed(name));
 }

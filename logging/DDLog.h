@@ -27,7 +27,7 @@ class DDLog {
   // Made by the first use of anything here: also the flush at the application's end is arranged for. Again: nothing.
   static void initialize();
   // The serial queue "cocoa.plamaiskre" on which the loggers are managed.
-  static platform::Dispatch::Queue& loggingQueue();
+  static foundation::Dispatch::Queue& loggingQueue();
 
   // The core shares the logger. A logger that is added twice is there twice; nullptr does nothing.
   static void addLogger(std::shared_ptr<DDLogger> logger);
@@ -52,13 +52,13 @@ class DDLog {
 
   // Class levels: of classes that have both class operations `ddLogLevel` (std::int32_t()) and `ddSetLogLevel:`
   // (void(std::int32_t)). nullptr stands for no class.
-  static bool isRegisteredClass(const platform::Class* aClass);
-  static std::vector<platform::Class*> registeredClasses();
+  static bool isRegisteredClass(const foundation::Class* aClass);
+  static std::vector<foundation::Class*> registeredClasses();
   static std::vector<std::string> registeredClassNames();
   // -1 when the class is not registered.
-  static std::int32_t logLevelForClass(const platform::Class* aClass);
+  static std::int32_t logLevelForClass(const foundation::Class* aClass);
   static std::int32_t logLevelForClassWithName(std::string_view name);
-  static void setLogLevel_forClass(std::int32_t level, const platform::Class* aClass);
+  static void setLogLevel_forClass(std::int32_t level, const foundation::Class* aClass);
   static void setLogLevel_forClassWithName(std::int32_t level, std::string_view name);
 
   // The fields of one statement, in the order of the operation above.
@@ -71,5 +71,6 @@ class DDLog {
     const char* function;
     std::int32_t line;
   };
-  static void log(const Statement& statement, std::string_view format, std::span<const platform::FormatArgument> arguments);
+  static void log(const Statement& statement, std::string_view format,
+                  std::span<const foundation::FormatArgument> arguments);
 };

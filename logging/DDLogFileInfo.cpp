@@ -12,13 +12,13 @@ const std::string archivedAttribute = "plamaiskre.log.archived";
 // What the attribute calls of the operating system answer when they fail.
 constexpr int failed = -1;
 
-int reverseCompare(std::optional<platform::Date> one, std::optional<platform::Date> other) {
+int reverseCompare(std::optional<foundation::Date> one, std::optional<foundation::Date> other) {
   if (one == other) return 0;
   return one > other ? -1 : 1;
 }
 
-std::string text(std::optional<platform::Date> date) {
-  static const platform::DateFormatter formatter("yyyy-MM-dd HH:mm:ss");
+std::string text(std::optional<foundation::Date> date) {
+  static const foundation::DateFormatter formatter("yyyy-MM-dd HH:mm:ss");
   return date ? formatter.stringFromDate(*date) : "(null)";
 }
 
@@ -35,7 +35,7 @@ DDLogFileInfo::DDLogFileInfo(std::string filePath, platform::LoggingHost* host, 
     : _filePath(std::move(filePath)), _host(host), _systemLog(systemLog) {}
 
 const std::string& DDLogFileInfo::fileName() {
-  if (!_fileName) _fileName = platform::Path::lastComponent(_filePath);
+  if (!_fileName) _fileName = foundation::Path::lastComponent(_filePath);
   return *_fileName;
 }
 
@@ -44,12 +44,12 @@ const std::optional<platform::LogFileAttributes>& DDLogFileInfo::fileAttributes(
   return _attributes;
 }
 
-std::optional<platform::Date> DDLogFileInfo::creationDate() {
+std::optional<foundation::Date> DDLogFileInfo::creationDate() {
   const auto& attributes = fileAttributes();
   return attributes ? std::optional(attributes->creationDate) : std::nullopt;
 }
 
-std::optional<platform::Date> DDLogFileInfo::modificationDate() {
+std::optional<foundation::Date> DDLogFileInfo::modificationDate() {
   const auto& attributes = fileAttributes();
   return attributes ? std::optional(attributes->modificationDate) : std::nullopt;
 }
@@ -62,18 +62,18 @@ std::uint64_t DDLogFileInfo::fileSize() {
   return _fileSize;
 }
 
-platform::Seconds DDLogFileInfo::age() {
+foundation::Seconds DDLogFileInfo::age() {
   const auto born = creationDate();
-  return born ? platform::Clock::current().now() - *born : platform::Seconds(0);
+  return born ? foundation::Clock::current().now() - *born : foundation::Seconds(0);
 }
 
 std::string DDLogFileInfo::description() {
   const auto& attributes = fileAttributes();
   const std::string facts =
-      attributes ? platform::formatted("{size = %@; creationDate = %@; modificationDate = %@}", attributes->size,
-                                       text(attributes->creationDate), text(attributes->modificationDate))
+      attributes ? foundation::formatted("{size = %@; creationDate = %@; modificationDate = %@}", attributes->size,
+                                         text(attributes->creationDate), text(attributes->modificationDate))
                  : "(null)";
-  return platform::formatted(
+  return foundation::formatted(
       "{filePath = %@; fileName = %@; fileAttributes = %@; creationDate = %@; modificationDate = %@; fileSize = %@; age = "
       "%.3f; isArchived = %@}",
       _filePath, fileName(), facts, text(creationDate()), text(modificationDate()), fileSize(), age().count(),
@@ -95,21 +95,21 @@ bool DDLogFileInfo::hasExtendedAttributeWithName(const std::string& name) const 
 
 void DDLogFileInfo::addExtendedAttributeWithName(const std::string& name) {
   if (_host == nullptr || _host->storage.setMark(_filePath, name) == 0) return;
-  _systemLog.log(platform::formatted("DDLogFileInfo: setxattr(%@, %@): error = %i", name, fileName(), failed));
+  _systemLog.log(foundation::formatted("DDLogFileInfo: setxattr(%@, %@): error = %i", name, fileName(), failed));
 }
 
 void DDLogFileInfo::removeExtendedAttributeWithName(const std::string& name) {
   bool wasMissing = false;
   if (_host == nullptr || _host->storage.removeMark(_filePath, name, wasMissing) == 0 || wasMissing) return;
-  _systemLog.log(platform::formatted("DDLogFileInfo: removexattr(%@, %@): error = %i", name, fileName(), failed));
+  _systemLog.log(foundation::formatted("DDLogFileInfo: removexattr(%@, %@): error = %i", name, fileName(), failed));
 }
 
 void DDLogFileInfo::renameFile(const std::string& newFileName) {
   if (newFileName == fileName()) return;
-  const std::string newPath = platform::Path::appending(platform::Path::deletingLastComponent(_filePath), newFileName);
+  const std::string newPath = foundation::Path::appending(foundation::Path::deletingLastComponent(_filePath), newFileName);
   platform::Error error;
   if (_host != nullptr && !_host->storage.moveFile(_filePath, newPath, error))
-    _systemLog.log(platform::formatted("DDLogFileInfo: Error renaming file (%@): %@", fileName(), error.description));
+    _systemLog.log(foundation::formatted("DDLogFileInfo: Error renaming file (%@): %@", fileName(), error.description));
   _filePath = newPath;
   reset();
 }

@@ -18,12 +18,12 @@ class DDLogFileInfo {
   const std::string& fileName();
   // Nothing when they cannot be read; the next question tries again.
   const std::optional<platform::LogFileAttributes>& fileAttributes();
-  std::optional<platform::Date> creationDate();
-  std::optional<platform::Date> modificationDate();
+  std::optional<foundation::Date> creationDate();
+  std::optional<foundation::Date> modificationDate();
   // Bytes. 0 means not known yet, so a file without content is asked every time.
   std::uint64_t fileSize();
   // Since its creation; 0 when that is not known.
-  platform::Seconds age();
+  foundation::Seconds age();
   // A dictionary of all the above as text.
   std::string description();
 

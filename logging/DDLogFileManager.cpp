@@ -6,8 +6,8 @@
 #include "foundation/text/Path.h"
 #include "logging/DDLog.h"
 
-using platform::Path::appending;
-using platform::Path::lastComponent;
+using foundation::Path::appending;
+using foundation::Path::lastComponent;
 
 namespace {
 

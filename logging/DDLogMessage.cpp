@@ -7,7 +7,7 @@
 
 DDLogMessage::DDLogMessage(std::string_view logMsg, std::int32_t level, std::int32_t flag, std::int32_t context,
                            const char* file, const char* function, std::int32_t line)
-    : _facts{.timestamp = platform::Clock::current().now(),
+    : _facts{.timestamp = foundation::Clock::current().now(),
              .file = file,
              .function = function,
              .level = level,
@@ -15,7 +15,7 @@ DDLogMessage::DDLogMessage(std::string_view logMsg, std::int32_t level, std::int
              .context = context,
              .line = line,
              .thread = CallingThread::identifier()} {
-  own(logMsg, platform::Dispatch::currentQueueLabel());
+  own(logMsg, foundation::Dispatch::currentQueueLabel());
 }
 
 DDLogMessage::DDLogMessage(const DDLogMessage& other) : _facts(other._facts) { own(other._text, other._label); }
@@ -27,7 +27,7 @@ void DDLogMessage::own(std::string_view text, std::string_view label) {
   if (label.data() != nullptr) _label = std::string_view(_storage).substr(text.size());
 }
 
-std::string DDLogMessage::threadID() const { return platform::formatted("%x", machThreadID()); }
+std::string DDLogMessage::threadID() const { return foundation::formatted("%x", machThreadID()); }
 
 // A "." before the last "/" belongs to a folder.
 std::string_view DDLogMessage::fileName() const {

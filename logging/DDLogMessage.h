@@ -29,7 +29,7 @@ class DDLogMessage {
   [[nodiscard]] std::int32_t logFlag() const { return _facts.flag; }
   [[nodiscard]] std::int32_t logContext() const { return _facts.context; }
   [[nodiscard]] std::string_view logMsg() const { return _text; }
-  [[nodiscard]] platform::Date timestamp() const { return _facts.timestamp; }
+  [[nodiscard]] foundation::Date timestamp() const { return _facts.timestamp; }
   [[nodiscard]] const char* file() const { return _facts.file; }
   [[nodiscard]] const char* function() const { return _facts.function; }
   [[nodiscard]] std::int32_t lineNumber() const { return _facts.line; }
@@ -53,7 +53,7 @@ class DDLogMessage {
 
   // All but the texts, as it lies in the ring.
   struct Facts {
-    platform::Date timestamp;
+    foundation::Date timestamp;
     const char* file = nullptr;
     const char* function = nullptr;
     std::int32_t level = 0;

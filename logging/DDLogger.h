@@ -34,7 +34,7 @@ class DDLogger {
   // The rest is optional.
 
   // The logger's own queue. With nullptr the core makes one and labels it with the name. Both are asked when it is added.
-  virtual std::shared_ptr<platform::Dispatch::SerialQueue> loggerQueue() { return nullptr; }
+  virtual std::shared_ptr<foundation::Dispatch::SerialQueue> loggerQueue() { return nullptr; }
   virtual std::optional<std::string> loggerName() const { return std::nullopt; }
   virtual void didAddLogger() {}
   virtual void willRemoveLogger() {}

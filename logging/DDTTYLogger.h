@@ -22,7 +22,7 @@ class DDTTYLogger : public DDAbstractLogger {
   void writeStandardLine(const DDLogMessage& message, std::string_view text);
 
   platform::Terminal* _terminal = nullptr;  // nullptr when there is none
-  const platform::DateFormatter dateFormatter{"yyyy-MM-dd HH:mm:ss:SSS"};
+  const foundation::DateFormatter dateFormatter{"yyyy-MM-dd HH:mm:ss:SSS"};
   std::string app;
   std::string pid;
   std::string _timestamp;

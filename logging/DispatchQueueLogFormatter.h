@@ -31,7 +31,7 @@ class DispatchQueueLogFormatter : public DDLogFormatter {
   };
   Column columnOf(const DDLogMessage& message);
 
-  const platform::DateFormatter dateFormatter{"yyyy-MM-dd HH:mm:ss:SSS"};
+  const foundation::DateFormatter dateFormatter{"yyyy-MM-dd HH:mm:ss:SSS"};
   SpinLock lock;
   std::int32_t _queueLength = 6;
   bool _rightAlign = false;

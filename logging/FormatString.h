@@ -17,7 +17,7 @@ namespace logging {
 enum class ArgumentKind { text, integer, real, pointer, printable };
 
 template <class T>
-concept Formattable = std::constructible_from<platform::FormatArgument, const T&>;
+concept Formattable = std::constructible_from<foundation::FormatArgument, const T&>;
 
 // Anything that a stream accepts.
 template <class T>
@@ -155,11 +155,11 @@ class ReadyArgument {
       _text = stream.str();
     }
   }
-  [[nodiscard]] platform::FormatArgument argument(const T& value) const {
+  [[nodiscard]] foundation::FormatArgument argument(const T& value) const {
     if constexpr (Formattable<T>)
-      return platform::FormatArgument(value);
+      return foundation::FormatArgument(value);
     else
-      return platform::FormatArgument(_text);
+      return foundation::FormatArgument(_text);
   }
 
  private:
@@ -171,11 +171,11 @@ class ReadyArgument {
 template <class Receive, class... Arguments>
 void withArguments(const Receive& receive, const Arguments&... arguments) {
   if constexpr (sizeof...(Arguments) == 0) {
-    receive(std::span<const platform::FormatArgument>{});
+    receive(std::span<const foundation::FormatArgument>{});
   } else {
     [&](const ReadyArgument<Arguments>&... ready) {
-      const platform::FormatArgument list[] = {ready.argument(arguments)...};
-      receive(std::span<const platform::FormatArgument>(list));
+      const foundation::FormatArgument list[] = {ready.argument(arguments)...};
+      receive(std::span<const foundation::FormatArgument>(list));
     }(ReadyArgument<Arguments>(arguments)...);
   }
 }

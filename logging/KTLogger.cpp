@@ -80,15 +80,15 @@ std::int64_t KTLogger::readThreshold() {
 }
 
 void KTLogger::log(std::string_view /*selector*/, std::int32_t level, std::string_view format,
-                   std::span<const platform::FormatArgument> arguments) {
+                   std::span<const foundation::FormatArgument> arguments) {
   const auto index = static_cast<std::uint32_t>(level);
   if (index >= std::size(treatments) || treatments[index].name.empty()) return;
   const Treatment& treatment = treatments[index];
-  const std::string message = platform::format(format, arguments);
+  const std::string message = foundation::format(format, arguments);
   if (treatment.isRecorded && fileLogger)
     DDLog::log_level_flag_context_file_function_line_format(treatment.isAsynchronous, treatment.level, treatment.flag, 0,
                                                             sourceFile, operation, sourceLine, "%@", message);
-  _systemLog->log(platform::formatted("<%@> %@", treatment.name, message));
+  _systemLog->log(foundation::formatted("<%@> %@", treatment.name, message));
 }
 
 std::vector<std::string> KTLogger::logFileList() {
@@ -102,17 +102,17 @@ std::vector<std::string> KTLogger::logFileList() {
 namespace KTDiagnostics {
 
 std::string locationTag(const Location& location) {
-  return platform::formatted("[%@(%p) %@]:%d", location.className, location.object, location.selector, location.line);
+  return foundation::formatted("[%@(%p) %@]:%d", location.className, location.object, location.selector, location.line);
 }
 
 void log(const Location& location, std::int32_t level, std::string_view format,
-         std::span<const platform::FormatArgument> arguments) {
+         std::span<const foundation::FormatArgument> arguments) {
   const std::string tag = locationTag(location);
-  std::vector<platform::FormatArgument> all{platform::FormatArgument(tag)};
+  std::vector<foundation::FormatArgument> all{foundation::FormatArgument(tag)};
   all.insert(all.end(), arguments.begin(), arguments.end());
   const std::string tagged = "%@ " + std::string(format);
   KTLogger* shared = KTLogger::sharedLogger();
-  shared->log_level_message(location.selector, level, tagged, std::span<const platform::FormatArgument>(all));
+  shared->log_level_message(location.selector, level, tagged, std::span<const foundation::FormatArgument>(all));
   if (auto* additional = shared->additionalLogger()) additional->log_level_message(location.selector, level, tagged, all);
 }
 

@@ -23,7 +23,7 @@ class KTAdditionalLoggerProtocol {
  public:
   virtual ~KTAdditionalLoggerProtocol() = default;
   virtual void log_level_message(std::string_view selector, std::int32_t level, std::string_view format,
-                                 std::span<const platform::FormatArgument> arguments) = 0;
+                                 std::span<const foundation::FormatArgument> arguments) = 0;
 };
 
 class KTLogger {
@@ -45,7 +45,7 @@ class KTLogger {
   // Silenced when the logging level of the user defaults is below `level` (read as unsigned). `selector` is the caller's
   // own operation; it is accepted and not recorded.
   void log_level_message(std::string_view selector, std::int32_t level, std::string_view format,
-                         std::span<const platform::FormatArgument> arguments) {
+                         std::span<const foundation::FormatArgument> arguments) {
     if (isSilenced(level)) return;
     log(selector, level, format, arguments);
   }
@@ -87,7 +87,7 @@ class KTLogger {
   }
   std::int64_t readThreshold();
   void log(std::string_view selector, std::int32_t level, std::string_view format,
-           std::span<const platform::FormatArgument> arguments);
+           std::span<const foundation::FormatArgument> arguments);
 
   static std::atomic<KTLogger*> _shared;
   platform::UserDefaults* const _defaults;
@@ -115,7 +115,7 @@ struct Location {
 std::string locationTag(const Location& location);
 
 void log(const Location& location, std::int32_t level, std::string_view format,
-         std::span<const platform::FormatArgument> arguments);
+         std::span<const foundation::FormatArgument> arguments);
 
 template <class... Arguments>
 void log(const Location& location, std::int32_t level, std::type_identity_t<logging::FormatString<Arguments...>> format,

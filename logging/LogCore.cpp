@@ -5,7 +5,7 @@
 
 #include "logging/Nap.h"
 
-using platform::Dispatch::Block;
+using foundation::Dispatch::Block;
 using SteadyClock = std::chrono::steady_clock;
 
 namespace {
@@ -43,10 +43,10 @@ LogCore::LogCore(platform::Platform& platform)
       _delivery(platform.loggingHost != nullptr ? platform.loggingHost->process.processorCount()
                                                 : std::thread::hardware_concurrency()),
       _fencesForOthers(platform.loggingHost != nullptr && platform.loggingHost->process.fenceOtherThreads()) {
-  _forkHandlers = platform::Fork::addHandlers({.stage = platform::Fork::Stage::work,
-                                               .prepare = [this] { prepareFork(); },
-                                               .parent = [this] { endFork(); },
-                                               .child = [this] { beginChild(); }});
+  _forkHandlers = foundation::Fork::addHandlers({.stage = foundation::Fork::Stage::work,
+                                                 .prepare = [this] { prepareFork(); },
+                                                 .parent = [this] { endFork(); },
+                                                 .child = [this] { beginChild(); }});
   platform.defaultNotificationCenter.addObserver(platform::ApplicationWillTerminateNotification,
                                                  [](const platform::Notification&) {
                                                    LogCore* core = theCore.load(std::memory_order_acquire);
@@ -60,7 +60,7 @@ LogCore::~LogCore() {
   finish();
   LogCore* self = this;
   theCore.compare_exchange_strong(self, nullptr);
-  platform::Fork::removeHandlers(_forkHandlers);
+  foundation::Fork::removeHandlers(_forkHandlers);
   stopWatch();
   _delivery.stop();
   _journal->discard();

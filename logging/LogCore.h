@@ -15,7 +15,7 @@
 #include "logging/LogRing.h"
 #include "platform/Platform.h"
 
-class LogCore final : public platform::Dispatch::Queue {
+class LogCore final : public foundation::Dispatch::Queue {
  public:
   // The core of the installed platform, made at the first call; nullptr without a platform, or when its core is gone.
   static LogCore* current();
@@ -23,8 +23,8 @@ class LogCore final : public platform::Dispatch::Queue {
   ~LogCore() override;
 
   // As a queue: blocks keep their place among the records.
-  void async(platform::Dispatch::Block block) override;
-  void sync(const platform::Dispatch::Block& block) override;
+  void async(foundation::Dispatch::Block block) override;
+  void sync(const foundation::Dispatch::Block& block) override;
 
   // A label at nullptr is none.
   void record(const DDLogMessage::Facts& facts, std::string_view text, std::string_view label, bool asynchronous);
@@ -43,12 +43,12 @@ class LogCore final : public platform::Dispatch::Queue {
   using Ticket = std::uint64_t;
   struct PlacedBlock {
     Ticket before;  // runs before the record with this ticket
-    platform::Dispatch::Block block;
+    foundation::Dispatch::Block block;
     std::atomic<bool>* isDone;
   };
   static constexpr Ticket none = ~Ticket{0};
 
-  void place(platform::Dispatch::Block block, std::atomic<bool>* isDone);
+  void place(foundation::Dispatch::Block block, std::atomic<bool>* isDone);
   void waitForRoom();
   bool waitForSlot(Ticket ticket);
   template <class IsDone>
@@ -98,7 +98,7 @@ class LogCore final : public platform::Dispatch::Queue {
   // delivered.
   bool _forkedInside = false;
   std::optional<LogRing::HeadCopy> _headAtFork;
-  platform::Fork::HandlersID _forkHandlers = 0;
+  foundation::Fork::HandlersID _forkHandlers = 0;
 
   // What whoever holds the drain writes, mostly with every record.
   alignas(64) std::atomic<bool> _isDraining{false};

@@ -5,7 +5,7 @@
 
 #include "foundation/dispatch/Fork.h"
 
-using platform::Dispatch::SerialQueue;
+using foundation::Dispatch::SerialQueue;
 
 namespace {
 
@@ -85,7 +85,7 @@ DDLogger& LogDelivery::Round::only() {
 }
 
 void LogDelivery::deliverInTurn(const DDLogMessage& message, bool andWrite) {
-  const platform::Fork::Witness witness;
+  const foundation::Fork::Witness witness;
   for (const auto& node : _nodes) {
     const SerialQueue::Turn turn(*node.loggerQueue);
     perform(*node.logger, message, andWrite);
@@ -94,7 +94,7 @@ void LogDelivery::deliverInTurn(const DDLogMessage& message, bool andWrite) {
 }
 
 void LogDelivery::deliverWatched(const DDLogMessage& message, bool andWrite) {
-  const platform::Fork::Witness witness;
+  const foundation::Fork::Witness witness;
   const std::uint64_t number = ++_number;
   const std::size_t count = _nodes.size();
   _message = &message;
@@ -125,7 +125,7 @@ void LogDelivery::startRestElsewhere(Progress seen) {
   _startedElsewhere.store(number, std::memory_order_release);
 }
 
-void LogDelivery::startPart(SerialQueue& queue, platform::Dispatch::Block part) {
+void LogDelivery::startPart(SerialQueue& queue, foundation::Dispatch::Block part) {
   queue.async(_group, [this, part = std::move(part)] {
     partHere = this;
     part();

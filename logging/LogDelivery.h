@@ -15,7 +15,7 @@
 // The core's entry for one logger.
 struct DDLoggerNode {
   std::shared_ptr<DDLogger> logger;
-  std::shared_ptr<platform::Dispatch::SerialQueue> loggerQueue;
+  std::shared_ptr<foundation::Dispatch::SerialQueue> loggerQueue;
 };
 
 class LogDelivery {
@@ -51,7 +51,7 @@ class LogDelivery {
     DDLogger& only();
 
     LogDelivery& _delivery;
-    std::optional<platform::Dispatch::SerialQueue::Turn> _turn;
+    std::optional<foundation::Dispatch::SerialQueue::Turn> _turn;
   };
 
   void didBecomeIdle();
@@ -79,7 +79,7 @@ class LogDelivery {
     return number << (2 * indexBits) | count << indexBits | begun;
   }
 
-  void startPart(platform::Dispatch::SerialQueue& queue, platform::Dispatch::Block part);
+  void startPart(foundation::Dispatch::SerialQueue& queue, foundation::Dispatch::Block part);
   void dismiss(DDLoggerNode node);
   void deliverInTurn(const DDLogMessage& message, bool andWrite);
   void deliverWatched(const DDLogMessage& message, bool andWrite);
@@ -88,8 +88,8 @@ class LogDelivery {
 
   const std::uint32_t _processors;
   std::vector<DDLoggerNode> _nodes;
-  platform::Dispatch::Group _group;
-  platform::Dispatch::Group _leaving;  // the loggers that were removed and may not know it yet
+  foundation::Dispatch::Group _group;
+  foundation::Dispatch::Group _leaving;  // the loggers that were removed and may not know it yet
 
   alignas(64) std::atomic<Progress> _progress{0};
   std::atomic<std::uint64_t> _startedElsewhere{0};  // the number of the record whose rest was

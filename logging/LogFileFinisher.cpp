@@ -4,9 +4,9 @@
 
 #include "foundation/dispatch/Clock.h"
 
+using foundation::Dispatch::SerialQueue;
+using foundation::Dispatch::TimerSource;
 using platform::LogFile;
-using platform::Dispatch::SerialQueue;
-using platform::Dispatch::TimerSource;
 
 namespace {
 
@@ -33,7 +33,7 @@ void LogFileFinisher::add(std::shared_ptr<LogFile> file) {
   _files.push_back(std::move(file));
   if (_timer) return;
   _timer = TimerSource::make(_queue, [this] { synchronizeAll(); });
-  _timer->set(platform::Clock::current().uptime() + delay, platform::Seconds(0));
+  _timer->set(foundation::Clock::current().uptime() + delay, foundation::Seconds(0));
   _timer->resume();
 }
 

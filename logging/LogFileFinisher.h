@@ -27,7 +27,7 @@ class LogFileFinisher {
   void synchronizeAll();
 
   // The rest is touched on the queue only.
-  const std::shared_ptr<platform::Dispatch::SerialQueue> _queue;
+  const std::shared_ptr<foundation::Dispatch::SerialQueue> _queue;
   std::vector<std::shared_ptr<platform::LogFile>> _files;
-  std::shared_ptr<platform::Dispatch::TimerSource> _timer;
+  std::shared_ptr<foundation::Dispatch::TimerSource> _timer;
 };

@@ -88,7 +88,7 @@ void LogFileWriter::writeThrough(std::string_view text) {
 
 void LogFileWriter::report(int error) {
   if (error == 0) {
-    if (_dropped > 0) _systemLog.log(platform::formatted("DDFileLogger: %@ records could not be written", _dropped));
+    if (_dropped > 0) _systemLog.log(foundation::formatted("DDFileLogger: %@ records could not be written", _dropped));
     _dropped = 0;
   } else if (!_isInTrouble) {
     _systemLog.log("DDFileLogger: Error writing log file: " + std::generic_category().message(error));

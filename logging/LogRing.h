@@ -56,7 +56,7 @@ struct alignas(64) LogSlot {
   [[nodiscard]] std::span<char> textInBlocks() const;
 
   std::atomic<std::uint64_t> sequence;
-  platform::Date timestamp;
+  foundation::Date timestamp;
   const char* file;
   const char* function;
   std::int32_t level;

@@ -18,7 +18,7 @@ class Bundle {
 
   [[nodiscard]] virtual std::string bundlePath() const = 0;
   // The information dictionary; empty when the bundle has none that can be read.
-  [[nodiscard]] virtual const PropertyList::Dictionary& infoDictionary() const = 0;
+  [[nodiscard]] virtual const foundation::PropertyList::Dictionary& infoDictionary() const = 0;
   // The full path of the resource `name` (with ".type" appended when `type` is not empty), localised folders of the
   // preferred localizations included; nothing when there is none.
   [[nodiscard]] virtual std::optional<std::string> pathForResource(std::string_view name, std::string_view type) const = 0;

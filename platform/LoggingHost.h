@@ -43,8 +43,8 @@ class LogFile {
 
 struct LogFileAttributes {
   std::uint64_t size = 0;
-  Date creationDate;
-  Date modificationDate;
+  foundation::Date creationDate;
+  foundation::Date modificationDate;
 };
 
 class LogStorage {

@@ -16,7 +16,7 @@ namespace platform {
 struct Notification {
   std::string name;
   std::string object;
-  PropertyList::Dictionary userInfo;
+  foundation::PropertyList::Dictionary userInfo;
 };
 
 using NotificationHandler = std::function<void(const Notification&)>;

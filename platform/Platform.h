@@ -35,7 +35,7 @@ struct Platform {
   // nullptr where no views are shown: images are then missing and nothing is loaded.
   ViewResources* viewResources = nullptr;
   // The once-made objects of the process; last, so that they go before what they use.
-  ProcessScope process{};
+  foundation::ProcessScope process{};
 };
 
 // The installed platform. Terminates the process with a message when none is installed.

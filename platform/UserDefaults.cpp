@@ -23,7 +23,7 @@ bool boolFromText(std::string_view text) {
 
 std::int64_t integerFromText(std::string_view text) {
   text = withoutLeading(text, " \t\n\r\v\f");
-  return scanInteger(text).value_or(0);
+  return foundation::scanInteger(text).value_or(0);
 }
 
 std::int64_t integerFromDouble(double number) {
@@ -42,7 +42,7 @@ std::optional<std::string> UserDefaults::stringForKey(std::string_view key) cons
   if (const auto* text = value->as<std::string>()) return *text;
   if (const auto* flag = value->as<bool>()) return *flag ? "1" : "0";
   if (const auto* number = value->as<std::int64_t>()) return std::to_string(*number);
-  if (const auto* number = value->as<double>()) return formatted("%g", *number);
+  if (const auto* number = value->as<double>()) return foundation::formatted("%g", *number);
   return std::nullopt;
 }
 

@@ -16,14 +16,14 @@ class UserDefaults {
   virtual ~UserDefaults() = default;
 
   // The value under `key` from the first domain that has it, or nothing.
-  [[nodiscard]] virtual std::optional<PropertyList::Value> objectForKey(std::string_view key) const = 0;
+  [[nodiscard]] virtual std::optional<foundation::PropertyList::Value> objectForKey(std::string_view key) const = 0;
 
   // Changes whenever this process changes a value, so that what was made of values can be kept until then; 0 when that
   // cannot be told, and then every answer holds for now only. Other programs' changes do not count. Cheap.
   [[nodiscard]] virtual std::uint64_t generation() const { return 0; }
 
   // Stores in the application's own domain, on disk when this returns; false when it could not be stored.
-  virtual bool setObject(std::string_view key, const PropertyList::Value& value) = 0;
+  virtual bool setObject(std::string_view key, const foundation::PropertyList::Value& value) = 0;
   virtual bool removeObject(std::string_view key) = 0;
 
   // Typed reads with the platform's usual conversions: a number or boolean reads as its text, nothing otherwise.

@@ -24,9 +24,9 @@ class InterfaceElement {
 class Window : public InterfaceElement {
  public:
   // In screen coordinates, origin at the bottom-left corner of the main screen, borders included.
-  [[nodiscard]] virtual Rect frame() const = 0;
-  virtual void setFrame(const Rect& frame, bool display) = 0;
-  virtual void setFrameOrigin(Point origin) = 0;
+  [[nodiscard]] virtual foundation::Rect frame() const = 0;
+  virtual void setFrame(const foundation::Rect& frame, bool display) = 0;
+  virtual void setFrameOrigin(foundation::Point origin) = 0;
   virtual void center() = 0;
   virtual void setTitle(std::string_view title) = 0;
   virtual void makeKeyAndOrderFront() = 0;

@@ -103,38 +103,38 @@ void View::tellHidden(bool hidden) {
     if (!view->_isHidden) view->tellHidden(hidden);
 }
 
-void View::setFrame(const Rect& frame) {
+void View::setFrame(const foundation::Rect& frame) {
   setFrameOrigin(frame.origin);
   setFrameSize(frame.size);
 }
 
-void View::setFrameOrigin(Point origin) {
+void View::setFrameOrigin(foundation::Point origin) {
   _frame.origin = origin;
   if (_superview != nullptr) _superview->setNeedsDisplay(true);
 }
 
-void View::setFrameSize(Size size) {
-  const Size before = _frame.size;
-  const Size boundsBefore = _bounds.size;
+void View::setFrameSize(foundation::Size size) {
+  const foundation::Size before = _frame.size;
+  const foundation::Size boundsBefore = _bounds.size;
   _frame.size = size;
   if (!_hasOwnBoundsSize)
     _bounds.size = size;
   else if (before.width != 0 && before.height != 0)
     _bounds.size = {_bounds.size.width * size.width / before.width, _bounds.size.height * size.height / before.height};
-  const Size growth{_bounds.size.width - boundsBefore.width, _bounds.size.height - boundsBefore.height};
-  if (growth != Size{})
+  const foundation::Size growth{_bounds.size.width - boundsBefore.width, _bounds.size.height - boundsBefore.height};
+  if (growth != foundation::Size{})
     for (const auto& view : std::vector(_subviews)) view->superviewGrew(growth);
   setNeedsDisplay(true);
 }
 
-void View::superviewGrew(Size growth) {
-  Rect frame = _frame;
+void View::superviewGrew(foundation::Size growth) {
+  foundation::Rect frame = _frame;
   resize(frame.origin.x, frame.size.width, growth.width, _autoresizingMask / ViewMinXMargin);
   resize(frame.origin.y, frame.size.height, growth.height, _autoresizingMask / ViewMinYMargin);
   if (frame != _frame) setFrame(frame);
 }
 
-void View::setBounds(const Rect& bounds) {
+void View::setBounds(const foundation::Rect& bounds) {
   _bounds = bounds;
   _hasOwnBoundsSize = bounds.size != _frame.size;
   setNeedsDisplay(true);
@@ -159,9 +159,9 @@ void View::viewWillDraw() {
     if (!view->_isHidden) view->viewWillDraw();
 }
 
-void View::drawRect(const Rect& /*dirtyRect*/) {}
+void View::drawRect(const foundation::Rect& /*dirtyRect*/) {}
 
-void View::drawTree(GraphicsContext& context) {
+void View::drawTree(foundation::GraphicsContext& context) {
   if (_isHidden) return;
   context.saveGraphicsState();
   context.translateBy(_frame.origin);

@@ -42,13 +42,13 @@ class ViewAnimator {
  public:
   explicit ViewAnimator(View& view) : _view(view) {}
 
-  void setFrame(const Rect& frame);
-  void setFrameOrigin(Point origin);
-  void setFrameSize(Size size);
+  void setFrame(const foundation::Rect& frame);
+  void setFrameOrigin(foundation::Point origin);
+  void setFrameSize(foundation::Size size);
 
  private:
-  [[nodiscard]] Rect target() const;
-  void animate(const Rect& target, std::function<void(View&, const Rect&)> apply);
+  [[nodiscard]] foundation::Rect target() const;
+  void animate(const foundation::Rect& target, std::function<void(View&, const foundation::Rect&)> apply);
 
   View& _view;
 };
@@ -56,7 +56,7 @@ class ViewAnimator {
 class View : public Responder, public std::enable_shared_from_this<View> {
  public:
   View() = default;
-  explicit View(const Rect& frame) : _frame(frame), _bounds{{}, frame.size} {}
+  explicit View(const foundation::Rect& frame) : _frame(frame), _bounds{{}, frame.size} {}
   ~View() override;
 
   [[nodiscard]] View* superview() const { return _superview; }
@@ -74,12 +74,12 @@ class View : public Responder, public std::enable_shared_from_this<View> {
 
   // The frame is in the superview's coordinates, the bounds in the view's own: of the frame's size and at the origin until
   // they are set.
-  [[nodiscard]] Rect frame() const { return _frame; }
-  [[nodiscard]] Rect bounds() const { return _bounds; }
-  virtual void setFrame(const Rect& frame);
-  virtual void setBounds(const Rect& bounds);
-  void setFrameOrigin(Point origin);
-  void setFrameSize(Size size);  // bounds of a size of their own keep their proportion to the frame
+  [[nodiscard]] foundation::Rect frame() const { return _frame; }
+  [[nodiscard]] foundation::Rect bounds() const { return _bounds; }
+  virtual void setFrame(const foundation::Rect& frame);
+  virtual void setBounds(const foundation::Rect& bounds);
+  void setFrameOrigin(foundation::Point origin);
+  void setFrameSize(foundation::Size size);  // bounds of a size of their own keep their proportion to the frame
   [[nodiscard]] ViewAnimator animator() { return ViewAnimator(*this); }
 
   // What becomes wider or narrower with the bounds of the superview, by AutoresizingMask. What is flexible along an axis
@@ -106,7 +106,7 @@ class View : public Responder, public std::enable_shared_from_this<View> {
   virtual void viewWillDraw();
 
   // Draws the view, without its subviews, into the current graphics context, in its own coordinates.
-  virtual void drawRect(const Rect& dirtyRect);
+  virtual void drawRect(const foundation::Rect& dirtyRect);
 
  private:
   friend class ViewAnimator;
@@ -116,14 +116,14 @@ class View : public Responder, public std::enable_shared_from_this<View> {
   void tellDidMoveToWindow();
   void setWindow(ViewWindow* window);
   void tellHidden(bool hidden);
-  void drawTree(GraphicsContext& context);
-  void superviewGrew(Size growth);
+  void drawTree(foundation::GraphicsContext& context);
+  void superviewGrew(foundation::Size growth);
 
   View* _superview = nullptr;
   ViewWindow* _window = nullptr;
   std::vector<std::shared_ptr<View>> _subviews;
-  Rect _frame;
-  Rect _bounds;
+  foundation::Rect _frame;
+  foundation::Rect _bounds;
   bool _hasOwnBoundsSize = false;
   bool _isHidden = false;
   bool _needsDisplay = true;
@@ -141,13 +141,13 @@ class ViewWindow final : public Responder {
   // away.
   [[nodiscard]] View* contentView() const;
   void setContentView(const std::shared_ptr<View>& view);
-  void setSize(Size size);
+  void setSize(foundation::Size size);
 
   // Makes the order in which the keyboard reaches the views anew.
   void recalculateKeyViewLoop();
 
   // Tells the visible views that they will draw and draws them.
-  void display(GraphicsContext& context);
+  void display(foundation::GraphicsContext& context);
 
   std::function<void()> onNeedsDisplay;
   std::function<void()> onRecalculateKeyViewLoop;

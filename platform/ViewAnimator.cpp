@@ -6,8 +6,8 @@
 namespace platform {
 namespace {
 
-constexpr Seconds duration(0.25);
-constexpr Seconds step(1.0 / 60);
+constexpr foundation::Seconds duration(0.25);
+constexpr foundation::Seconds step(1.0 / 60);
 
 double between(double from, double to, double progress) { return from + (to - from) * progress; }
 
@@ -16,9 +16,9 @@ double between(double from, double to, double progress) { return from + (to - fr
 // One change of a frame under way. Its timer goes on while the view lives and nobody else moves it.
 class FrameAnimation {
  public:
-  using Apply = std::function<void(View&, const Rect&)>;
+  using Apply = std::function<void(View&, const foundation::Rect&)>;
 
-  FrameAnimation(View& view, const Rect& target, Apply apply)
+  FrameAnimation(View& view, const foundation::Rect& target, Apply apply)
       : target(target),
         _view(&view),
         _from(view.frame()),
@@ -26,13 +26,13 @@ class FrameAnimation {
         _start(current().runLoop.currentDate()),
         _apply(std::move(apply)) {}
 
-  const Rect target;
+  const foundation::Rect target;
 
   // False when it has ended.
   bool advance() {
     View* view = _view.get();
     if (view == nullptr || view->frame() != _last) return false;
-    const Seconds elapsed = current().runLoop.currentDate() - _start;
+    const foundation::Seconds elapsed = current().runLoop.currentDate() - _start;
     if (elapsed >= duration) {
       _apply(*view, target);
       return false;
@@ -44,20 +44,20 @@ class FrameAnimation {
   }
 
  private:
-  [[nodiscard]] Rect at(double progress) const {
+  [[nodiscard]] foundation::Rect at(double progress) const {
     return {
         {between(_from.origin.x, target.origin.x, progress), between(_from.origin.y, target.origin.y, progress)},
         {between(_from.size.width, target.size.width, progress), between(_from.size.height, target.size.height, progress)}};
   }
 
   WeakReference<View> _view;
-  Rect _from;
-  Rect _last;
-  Date _start;
+  foundation::Rect _from;
+  foundation::Rect _last;
+  foundation::Date _start;
   Apply _apply;
 };
 
-void ViewAnimator::animate(const Rect& target, FrameAnimation::Apply apply) {
+void ViewAnimator::animate(const foundation::Rect& target, FrameAnimation::Apply apply) {
   _view._animation = std::make_shared<FrameAnimation>(_view, target, std::move(apply));
   current().runLoop.scheduledTimer(
       step, true, [animated = WeakReference(&_view), animation = std::weak_ptr(_view._animation)](Timer& timer) {
@@ -69,20 +69,21 @@ void ViewAnimator::animate(const Rect& target, FrameAnimation::Apply apply) {
       });
 }
 
-Rect ViewAnimator::target() const { return _view._animation ? _view._animation->target : _view.frame(); }
+foundation::Rect ViewAnimator::target() const { return _view._animation ? _view._animation->target : _view.frame(); }
 
-void ViewAnimator::setFrame(const Rect& frame) {
-  animate(frame, [](View& view, const Rect& place) { view.setFrame(place); });
+void ViewAnimator::setFrame(const foundation::Rect& frame) {
+  animate(frame, [](View& view, const foundation::Rect& place) { view.setFrame(place); });
 }
 
-void ViewAnimator::setFrameOrigin(Point origin) {
+void ViewAnimator::setFrameOrigin(foundation::Point origin) {
   if (_view._animation) return setFrame({origin, target().size});
-  animate({origin, _view.frame().size}, [](View& view, const Rect& place) { view.setFrameOrigin(place.origin); });
+  animate({origin, _view.frame().size},
+          [](View& view, const foundation::Rect& place) { view.setFrameOrigin(place.origin); });
 }
 
-void ViewAnimator::setFrameSize(Size size) {
+void ViewAnimator::setFrameSize(foundation::Size size) {
   if (_view._animation) return setFrame({target().origin, size});
-  animate({_view.frame().origin, size}, [](View& view, const Rect& place) { view.setFrameSize(place.size); });
+  animate({_view.frame().origin, size}, [](View& view, const foundation::Rect& place) { view.setFrameSize(place.size); });
 }
 
 }  // namespace platform

@@ -16,7 +16,7 @@ class ViewResources {
   virtual ~ViewResources() = default;
 
   // The image resource of that name, from a cache; nullptr when there is none.
-  virtual std::shared_ptr<const Image> imageNamed(std::string_view name) = 0;
+  virtual std::shared_ptr<const foundation::Image> imageNamed(std::string_view name) = 0;
 
   // The view that the interface description `name` holds, made anew for `owner`. Nothing when there is none or it cannot be
   // read; `cause` then says why.
@@ -24,6 +24,6 @@ class ViewResources {
 };
 
 // imageNamed of the installed platform; nullptr also where the platform shows no views.
-std::shared_ptr<const Image> imageNamed(std::string_view name);
+std::shared_ptr<const foundation::Image> imageNamed(std::string_view name);
 
 }  // namespace platform

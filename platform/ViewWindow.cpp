@@ -23,7 +23,7 @@ void ViewWindow::setContentView(const std::shared_ptr<View>& view) {
   _root->addSubview(view);
 }
 
-void ViewWindow::setSize(Size size) {
+void ViewWindow::setSize(foundation::Size size) {
   _root->setFrameSize(size);
   if (View* content = contentView()) content->setFrame({{}, size});
 }
@@ -32,13 +32,13 @@ void ViewWindow::recalculateKeyViewLoop() {
   if (onRecalculateKeyViewLoop) onRecalculateKeyViewLoop();
 }
 
-void ViewWindow::display(GraphicsContext& context) {
+void ViewWindow::display(foundation::GraphicsContext& context) {
   _root->viewWillDraw();
-  const GraphicsContext::Focus focus(context);
+  const foundation::GraphicsContext::Focus focus(context);
   _root->drawTree(context);
 }
 
-std::shared_ptr<const Image> imageNamed(std::string_view name) {
+std::shared_ptr<const foundation::Image> imageNamed(std::string_view name) {
   ViewResources* resources = current().viewResources;
   return resources == nullptr ? nullptr : resources->imageNamed(name);
 }

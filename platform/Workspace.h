@@ -46,7 +46,8 @@ class ServiceManagement {
   virtual ~ServiceManagement() = default;
   // The description of a job in the system domain, with "PID" when it runs now; nothing when the service manager does not
   // know the job or cannot be asked.
-  [[nodiscard]] virtual std::optional<PropertyList::Dictionary> copyJobDictionary(const std::string& label) const = 0;
+  [[nodiscard]] virtual std::optional<foundation::PropertyList::Dictionary> copyJobDictionary(
+      const std::string& label) const = 0;
 };
 
 class Shell {

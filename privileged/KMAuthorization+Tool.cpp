@@ -28,7 +28,7 @@ std::optional<std::string> takeText(const std::string& path) {
   auto& files = platform::current().fileManager;
   auto text = files.contentsAtPath(path);
   files.removeItemAtPath(path);
-  if (text && !platform::isValidUTF8(*text)) return std::nullopt;
+  if (text && !foundation::isValidUTF8(*text)) return std::nullopt;
   return text;
 }
 
@@ -95,7 +95,7 @@ std::optional<std::string> KMAuthorization::_outputFromToolWithInstructions(cons
       _authorization, *path, platform::kAuthorizationFlagDefaults, tool);
   if (status != platform::errAuthorizationSuccess) return std::nullopt;
   if (!sendInstructions(*tool, instructions)) return std::nullopt;
-  std::string answer = platform::textFromASCII(readAnswer(*tool));
+  std::string answer = foundation::textFromASCII(readAnswer(*tool));
   tool.reset();
   KTDiagnostics::log({"KMAuthorization", this, "_outputFromToolWithInstructions:", 102}, 7, "output is '%@'", answer);
   return answer;

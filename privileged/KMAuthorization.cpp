@@ -45,13 +45,13 @@ void KMAuthorization::setToolName(const std::optional<std::string>& toolName) {
   _item.value = buffer.get();
 }
 
-std::optional<platform::PropertyList::Data> KMAuthorization::externalRights() const {
+std::optional<foundation::PropertyList::Data> KMAuthorization::externalRights() const {
   AuthorizationExternalForm form;
   if (services().makeExternalForm(_authorization, form) != platform::errAuthorizationSuccess) return std::nullopt;
-  return platform::PropertyList::Data(form.bytes.begin(), form.bytes.end());
+  return foundation::PropertyList::Data(form.bytes.begin(), form.bytes.end());
 }
 
-void KMAuthorization::setExternalRights(const platform::PropertyList::Data& data) {
+void KMAuthorization::setExternalRights(const foundation::PropertyList::Data& data) {
   AuthorizationExternalForm form;
   const bool isWhole = data.size() >= form.bytes.size();
   if (isWhole) std::memcpy(form.bytes.data(), data.data(), form.bytes.size());

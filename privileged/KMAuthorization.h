@@ -36,10 +36,10 @@ class KMAuthorization {
   void setToolName(const std::optional<std::string>& toolName);
 
   // The session in external form, exactly 32 bytes, or nothing when there is no session to export.
-  [[nodiscard]] std::optional<platform::PropertyList::Data> externalRights() const;
+  [[nodiscard]] std::optional<foundation::PropertyList::Data> externalRights() const;
   // Gives up the session held, then adopts the one whose external form is in the first 32 bytes. Shorter data is refused:
   // it adopts nothing, so that authorizing fails as it does with a form that is not good.
-  void setExternalRights(const platform::PropertyList::Data& data);
+  void setExternalRights(const foundation::PropertyList::Data& data);
 
   // Asks for the right; true when it is held. The prompt never reaches the system's dialog.
   bool authorizeForRootWithPrompt_preauthorize_allowInteraction(std::string_view prompt, bool preauthorize,

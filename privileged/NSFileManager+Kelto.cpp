@@ -12,7 +12,7 @@ std::optional<std::string> findOrCreateDirectory_inDomain_appendPathComponent_er
   auto& files = platform::current().fileManager;
   const auto folders = files.searchPathForDirectories(kind, domain, true);
   if (folders.empty()) return std::nullopt;
-  const std::string path = component ? platform::Path::appending(folders.front(), *component) : folders.front();
+  const std::string path = component ? foundation::Path::appending(folders.front(), *component) : folders.front();
   bool isDirectory = false;
   const bool exists = files.fileExistsAtPath(path, &isDirectory);
   if (exists && !isDirectory) return std::nullopt;
@@ -32,10 +32,10 @@ std::optional<std::string> findOrCreateDirectory_appendPathComponent_error(platf
 }
 
 bool isItemAtURLOnLocalFilesystem(std::string_view url) {
-  const auto path = platform::FileURL::path(url);
+  const auto path = foundation::FileURL::path(url);
   if (!path) return false;
   const auto volume = platform::current().fileManager.volumeURLForPath(*path);
-  return volume && platform::FileURL::path(*volume);
+  return volume && foundation::FileURL::path(*volume);
 }
 
 }  // namespace NSFileManager::Kelto

@@ -7,7 +7,7 @@ namespace NSString::KAPathExtensions {
 
 std::string temporaryPath() {
   const auto& files = platform::current().fileManager;
-  return files.unusedName(platform::Path::appending(files.temporaryDirectory(), "/KeltoXXXXXXXXXX"));
+  return files.unusedName(foundation::Path::appending(files.temporaryDirectory(), "/KeltoXXXXXXXXXX"));
 }
 
 }  // namespace NSString::KAPathExtensions

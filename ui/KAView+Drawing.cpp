@@ -3,17 +3,17 @@
 #include "platform/ViewResources.h"
 #include "ui/KAView.h"
 
-using platform::CompositingOperation;
-using platform::Image;
-using platform::Rect;
-using platform::Size;
+using foundation::CompositingOperation;
+using foundation::Image;
+using foundation::Rect;
+using foundation::Size;
 
 namespace {
 
 Size sizeOf(const Image* image) { return image == nullptr ? Size{} : image->size(); }
 
 void drawWhole(const Image* image, const Rect& rect, CompositingOperation operation) {
-  auto* context = platform::GraphicsContext::current();
+  auto* context = foundation::GraphicsContext::current();
   if (image != nullptr && context != nullptr) context->drawImage(*image, rect, operation, 1);
 }
 

@@ -4,9 +4,9 @@
 
 #include "ui/KAViewController.h"
 
-using platform::Point;
-using platform::Rect;
-using platform::Size;
+using foundation::Point;
+using foundation::Rect;
+using foundation::Size;
 
 namespace {
 

@@ -26,9 +26,9 @@ class KAView : public platform::View {
   void calcSizeIfNeeded();
   void setNeedsCalcSize() { _sizeCalculated = false; }
   // Stores the size; the next calcSizeIfNeeded may still replace it.
-  void setCalculatedSize(platform::Size size) { _minRequiredSize = size; }
+  void setCalculatedSize(foundation::Size size) { _minRequiredSize = size; }
   // As last calculated; calculates nothing.
-  [[nodiscard]] platform::Size minRequiredSize() const { return _minRequiredSize; }
+  [[nodiscard]] foundation::Size minRequiredSize() const { return _minRequiredSize; }
 
   // Take the required size; animated only while visible. The first two keep the origin, the others move it by the flexible
   // margins of the autoresizing mask.
@@ -37,8 +37,8 @@ class KAView : public platform::View {
   void sizeAndMoveToFit() { sizeAndMoveToFitAnimated(false); }
   void sizeAndMoveToFitAnimated(bool animated);
 
-  void setBounds(const platform::Rect& bounds) override;
-  void setFrame(const platform::Rect& frame) override;
+  void setBounds(const foundation::Rect& bounds) override;
+  void setFrame(const foundation::Rect& frame) override;
 
   // Layout happens just before drawing. A subclass lays out its subviews and calls the base version.
   void setNeedsLayout();
@@ -55,8 +55,8 @@ class KAView : public platform::View {
   //
   // The caps at their own size, the fill stretched between them, all from y = 0: of `bounds` only the width counts. The
   // left cap lies over what is there; the right cap and the fill replace it.
-  void drawThreePartImageInBounds_left_fill_right(const platform::Rect& bounds, const platform::Image* left,
-                                                  const platform::Image* fill, const platform::Image* right);
+  void drawThreePartImageInBounds_left_fill_right(const foundation::Rect& bounds, const foundation::Image* left,
+                                                  const foundation::Image* fill, const foundation::Image* right);
   // Highlighted is the light set of images, otherwise the dark one; rounded draws with its caps.
   void drawHeaderBackgroundHighlighted_rounded(bool highlighted, bool rounded);
 
@@ -79,5 +79,5 @@ class KAView : public platform::View {
   Appearance _viewAppearance = Appearance::Disappeared;
   bool _needsLayout = false;
   bool _sizeCalculated = false;
-  platform::Size _minRequiredSize;
+  foundation::Size _minRequiredSize;
 };

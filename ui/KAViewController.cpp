@@ -21,8 +21,8 @@ void KAViewController::setView(const std::shared_ptr<View>& view) {
   if (view == nullptr && wasLoaded) ktViewDidUnload();
 }
 
-platform::Size KAViewController::recommendedViewSize() const {
-  return viewIfLoaded() == nullptr ? platform::Size{} : viewIfLoaded()->frame().size;
+foundation::Size KAViewController::recommendedViewSize() const {
+  return viewIfLoaded() == nullptr ? foundation::Size{} : viewIfLoaded()->frame().size;
 }
 
 void KAViewController::setNeedsRecalculateKeyViewLoop() {
@@ -30,7 +30,7 @@ void KAViewController::setNeedsRecalculateKeyViewLoop() {
   if (window == nullptr) return;
   platform::RunLoop& runLoop = platform::current().runLoop;
   runLoop.cancelPreviousPerformRequests(window);
-  runLoop.performAfterDelay(platform::Seconds(0), window, [weak = platform::WeakReference(window)] {
+  runLoop.performAfterDelay(foundation::Seconds(0), window, [weak = platform::WeakReference(window)] {
     if (ViewWindow* living = weak.get()) living->recalculateKeyViewLoop();
   });
 }

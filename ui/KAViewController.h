@@ -42,7 +42,7 @@ class KAViewController : public platform::ViewController {
   void setView(const std::shared_ptr<platform::View>& view) override;
   [[nodiscard]] bool isViewLoaded() const { return _viewLoaded; }
   // The frame's size, or (0, 0) without a view.
-  [[nodiscard]] platform::Size recommendedViewSize() const;
+  [[nodiscard]] foundation::Size recommendedViewSize() const;
   virtual void sizeViewToFit() {}
 
   // The view that should take the keyboard's focus: only kept here, and not owned.

@@ -3,8 +3,8 @@
 #include "platform/ViewResources.h"
 #include "ui/NSColor+KMColor.h"
 
-using platform::GraphicsContext;
-using platform::Rect;
+using foundation::GraphicsContext;
+using foundation::Rect;
 
 namespace {
 
@@ -14,12 +14,12 @@ constexpr double contentStart = 60;  // above the footer and two hairlines
 constexpr double bloomStart = 61;
 constexpr double lowestBloomingView = 300;
 
-void fill(GraphicsContext& context, const platform::Color& color, const Rect& rect) {
+void fill(GraphicsContext& context, const foundation::Color& color, const Rect& rect) {
   context.setFillColor(color);
   context.fillRect(rect);
 }
 
-platform::Color grey(int of255) { return NSColor::colorWithStandardWhite_alpha(static_cast<float>(of255) / 255.0F, 1); }
+foundation::Color grey(int of255) { return NSColor::colorWithStandardWhite_alpha(static_cast<float>(of255) / 255.0F, 1); }
 
 }  // namespace
 
@@ -44,7 +44,7 @@ void KMEmbeddedWindowBackgroundView::drawRect(const Rect& /*dirtyRect*/) {
   if (_hasBloom)
     drawBloomContent(*context, content);
   else
-    fill(*context, platform::Color::whiteColor(), content);
+    fill(*context, foundation::Color::whiteColor(), content);
   context->restoreGraphicsState();
 }
 
@@ -54,9 +54,9 @@ void KMEmbeddedWindowBackgroundView::drawBloomContent(GraphicsContext& context, 
                              content, downwards);
   if (bounds().size.height >= lowestBloomingView) {
     if (const auto bloom = platform::imageNamed("s_bloom")) {
-      const platform::Size size = bloom->size();
+      const foundation::Size size = bloom->size();
       context.drawImage(*bloom, {{bounds().size.width - size.width, bloomStart}, size},
-                        platform::CompositingOperation::SourceOver, 1);
+                        foundation::CompositingOperation::SourceOver, 1);
     }
   }
   if (const auto dots = platform::imageNamed("s_dot_pattern")) {

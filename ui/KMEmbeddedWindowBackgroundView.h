@@ -14,10 +14,10 @@ class KMEmbeddedWindowBackgroundView : public KAView {
   bool setFlagForKey(bool value, std::string_view key) override;
 
   // Always the whole face.
-  void drawRect(const platform::Rect& dirtyRect) override;
+  void drawRect(const foundation::Rect& dirtyRect) override;
 
  private:
-  void drawBloomContent(platform::GraphicsContext& context, const platform::Rect& content) const;
+  void drawBloomContent(foundation::GraphicsContext& context, const foundation::Rect& content) const;
 
   bool _hasBloom = false;
 };

@@ -8,7 +8,7 @@ constexpr double fraction(int of255) { return static_cast<float>(of255) / 255.0F
 }  // namespace
 
 #define KELTO_DEFINE_COLOR(category, name, value) \
-  platform::Color NSColor::category::name() { return value; }
+  foundation::Color NSColor::category::name() { return value; }
 #define GREY(category, name, white, alpha) \
   KELTO_DEFINE_COLOR(category, name, colorWithStandardWhite_alpha(fraction(white), alpha))
 #define RGB(category, name, red, green, blue, alpha) \

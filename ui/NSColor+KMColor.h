@@ -6,7 +6,7 @@
 #define KELTO_DECLARE_COLOR(category, name, ...) \
   namespace NSColor {                            \
   inline namespace category {                    \
-  platform::Color name();                        \
+  foundation::Color name();                      \
   }                                              \
   }
 #define GREY KELTO_DECLARE_COLOR

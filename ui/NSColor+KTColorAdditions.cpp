@@ -2,15 +2,15 @@
 
 namespace NSColor::KTColorAdditions {
 
-platform::Color colorWithStandardRed_green_blue(double red, double green, double blue) {
+foundation::Color colorWithStandardRed_green_blue(double red, double green, double blue) {
   return colorWithStandardRed_green_blue_alpha(red, green, blue, 1);
 }
 
-platform::Color colorWithStandardRed_green_blue_alpha(double red, double green, double blue, double alpha) {
+foundation::Color colorWithStandardRed_green_blue_alpha(double red, double green, double blue, double alpha) {
   return {red, green, blue, alpha};
 }
 
-platform::Color colorWithStandardWhite_alpha(double white, double alpha) {
+foundation::Color colorWithStandardWhite_alpha(double white, double alpha) {
   return colorWithStandardRed_green_blue_alpha(white, white, white, alpha);
 }
 

@@ -39,7 +39,7 @@ void Controller::start() {
 
 // Only now is it known what the window manager puts around the window.
 void Controller::windowShown() {
-  const auto frame = platform::rectFromString(setting("KDFrame"));
+  const auto frame = foundation::rectFromString(setting("KDFrame"));
   if (!frame.isEmpty()) _window.placeOnScreen(frame);
   const auto mode = setting("KDStart");
   if (!mode.empty()) runInstaller(mode);

@@ -57,7 +57,7 @@ QColor ControllerWindow::accent() const {
   return QColor::fromHsv((140 + 70 * major) % 360, 110, 185);
 }
 
-platform::Rect ControllerWindow::frameOnScreen() const {
+foundation::Rect ControllerWindow::frameOnScreen() const {
   const QRect frame = frameGeometry();
   const QRect screen = QGuiApplication::primaryScreen()->geometry();
   const int above = frame.y() - screen.y();
@@ -65,7 +65,7 @@ platform::Rect ControllerWindow::frameOnScreen() const {
           {static_cast<double>(frame.width()), static_cast<double>(frame.height())}};
 }
 
-void ControllerWindow::placeOnScreen(const platform::Rect& frame) {
+void ControllerWindow::placeOnScreen(const foundation::Rect& frame) {
   const QRect screen = QGuiApplication::primaryScreen()->geometry();
   const QSize decoration = frameGeometry().size() - geometry().size();
   resize(QSize(static_cast<int>(frame.size.width), static_cast<int>(frame.size.height)) - decoration);

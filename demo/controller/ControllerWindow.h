@@ -16,9 +16,9 @@ class ControllerWindow final : public QWidget {
   void showState(const QString& state) { _state->setText(state); }
 
   // With the window's own frame, in points with the origin at the bottom-left of the primary screen.
-  [[nodiscard]] platform::Rect frameOnScreen() const;
+  [[nodiscard]] foundation::Rect frameOnScreen() const;
   // Whole points; what is inside the frame gets the size that is left.
-  void placeOnScreen(const platform::Rect& frame);
+  void placeOnScreen(const foundation::Rect& frame);
 
   // Called instead of closing the window.
   std::function<void()> onClose;

@@ -13,7 +13,7 @@ namespace {
 constexpr std::chrono::seconds patience{10};
 
 // "r: {{x, y}, {w, h}}"
-QString frameArgument(const platform::Rect& frame) {
+QString frameArgument(const foundation::Rect& frame) {
   return QString("r: {{%1, %2}, {%3, %4}}")
       .arg(frame.origin.x)
       .arg(frame.origin.y)
@@ -115,7 +115,7 @@ std::optional<AuthorizationExternalForm> InstallerHandoff::externalForm() {
 bool InstallerHandoff::send(const AuthorizationExternalForm& form, const QString& connection) {
   platform::Notification notification{.name = "KMInstallToolCredentialsNotification", .object = {}, .userInfo = {}};
   notification.userInfo.emplace("KMInstallToolCredentials",
-                                platform::PropertyList::Data(form.bytes.begin(), form.bytes.end()));
+                                foundation::PropertyList::Data(form.bytes.begin(), form.bytes.end()));
   return _center.postTo(notification, connection.toStdString());
 }
 

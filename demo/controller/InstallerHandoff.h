@@ -31,7 +31,7 @@ struct InstallerTask {
   std::optional<std::string> newBundle;  // nothing: the installed bundle is moved to the Trash
   std::string installedBundle;
   bool isUpdate = false;
-  platform::Rect mainFrame;  // the controller's window, origin bottom-left; the installer places itself over it
+  foundation::Rect mainFrame;  // the controller's window, origin bottom-left; the installer places itself over it
 };
 
 class InstallerHandoff final {

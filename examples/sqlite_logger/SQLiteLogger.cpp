@@ -19,7 +19,7 @@ constexpr int lockPatience = 2000;  // milliseconds
 // A batch that cannot be committed is kept for the next save, up to this many records.
 constexpr std::size_t longestBatch = 20000;
 
-double secondsOf(platform::Date date) { return platform::Seconds(date.time_since_epoch()).count(); }
+double secondsOf(foundation::Date date) { return foundation::Seconds(date.time_since_epoch()).count(); }
 
 void bindText(sqlite3_stmt* statement, int place, std::optional<std::string_view> text) {
   if (text)
@@ -110,7 +110,7 @@ bool SQLiteLogger::insertOne(const DDLogMessage& message) {
 
 bool SQLiteLogger::removeOld() {
   if (maxAge() <= 0) return true;
-  sqlite3_bind_double(_remove.get(), 1, secondsOf(platform::Clock::current().now()) - maxAge());
+  sqlite3_bind_double(_remove.get(), 1, secondsOf(foundation::Clock::current().now()) - maxAge());
   const bool isDone = sqlite3_step(_remove.get()) == SQLITE_DONE;
   sqlite3_reset(_remove.get());
   return isDone;

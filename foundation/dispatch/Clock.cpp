@@ -10,7 +10,7 @@
 
 #include "foundation/dispatch/Fork.h"
 
-namespace platform {
+namespace foundation {
 namespace {
 
 // Calls wait in the order of their time; one thread, made for the first of them, sleeps until the next is due.
@@ -83,4 +83,4 @@ Clock& Clock::current() {
 
 void Clock::replaceCurrent(Clock* clock) { replacement.store(clock, std::memory_order_release); }
 
-}  // namespace platform
+}  // namespace foundation

@@ -5,7 +5,7 @@
 
 #include "foundation/runtime/Time.h"
 
-namespace platform {
+namespace foundation {
 
 // Time since some fixed moment; never set back, and standing still while the machine sleeps.
 using Uptime = std::chrono::time_point<std::chrono::steady_clock, std::chrono::nanoseconds>;
@@ -31,4 +31,4 @@ class Clock {
   static void replaceCurrent(Clock* clock);
 };
 
-}  // namespace platform
+}  // namespace foundation

@@ -6,7 +6,7 @@
 
 #include "foundation/dispatch/DispatchPool.h"
 
-namespace platform::Dispatch {
+namespace foundation::Dispatch {
 namespace {
 
 // Static objects are made on the main thread.
@@ -135,4 +135,4 @@ void SerialQueue::resetAfterFork() {
   _state.store(0, std::memory_order_relaxed);
 }
 
-}  // namespace platform::Dispatch
+}  // namespace foundation::Dispatch

@@ -16,7 +16,7 @@
 #include "foundation/dispatch/Clock.h"
 #include "foundation/dispatch/Fork.h"
 
-namespace platform::Dispatch {
+namespace foundation::Dispatch {
 
 using Block = std::function<void()>;
 using Semaphore = std::counting_semaphore<>;
@@ -166,4 +166,4 @@ class TimerSource : public std::enable_shared_from_this<TimerSource> {
   std::optional<Clock::CallID> _call;
 };
 
-}  // namespace platform::Dispatch
+}  // namespace foundation::Dispatch

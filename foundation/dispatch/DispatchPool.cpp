@@ -5,7 +5,7 @@
 
 #include "foundation/dispatch/Fork.h"
 
-namespace platform::Dispatch {
+namespace foundation::Dispatch {
 namespace {
 
 // A thread without a job for this long ends.
@@ -73,4 +73,4 @@ void Pool::work() {
   }
 }
 
-}  // namespace platform::Dispatch
+}  // namespace foundation::Dispatch

@@ -5,7 +5,7 @@
 #include <functional>
 #include <mutex>
 
-namespace platform::Dispatch {
+namespace foundation::Dispatch {
 
 class Pool {
  public:
@@ -28,4 +28,4 @@ class Pool {
   std::size_t _running = 0;
 };
 
-}  // namespace platform::Dispatch
+}  // namespace foundation::Dispatch

@@ -2,7 +2,7 @@
 
 #include "foundation/dispatch/Dispatch.h"
 
-namespace platform::Dispatch {
+namespace foundation::Dispatch {
 
 std::shared_ptr<TimerSource> TimerSource::make(std::weak_ptr<Queue> queue, Block handler) {
   return std::shared_ptr<TimerSource>(new TimerSource(std::move(queue), std::move(handler)));
@@ -76,4 +76,4 @@ bool TimerSource::isCurrentSetting(std::uint64_t setting) {
   return setting == _setting;
 }
 
-}  // namespace platform::Dispatch
+}  // namespace foundation::Dispatch

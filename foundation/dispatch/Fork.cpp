@@ -8,7 +8,7 @@
 #include <mutex>
 #include <vector>
 
-namespace platform::Fork {
+namespace foundation::Fork {
 namespace {
 
 struct Registry {
@@ -113,4 +113,4 @@ void child() {
   end(all);
 }
 
-}  // namespace platform::Fork
+}  // namespace foundation::Fork

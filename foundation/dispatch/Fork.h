@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <functional>
 
-namespace platform::Fork {
+namespace foundation::Fork {
 
 // What a handler holds while the process forks. They prepare in this order, and go on in the opposite one: whoever waits
 // for other threads does so while these can still get whatever they need.
@@ -48,4 +48,4 @@ void prepare();
 void parent();
 void child();
 
-}  // namespace platform::Fork
+}  // namespace foundation::Fork

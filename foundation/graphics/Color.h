@@ -1,7 +1,7 @@
 #pragma once
 // A colour in the sRGB colour space. Plain value; any thread.
 
-namespace platform {
+namespace foundation {
 
 // Fractions from 0 to 1; alpha 1 is opaque. Neither scaled nor clamped nor rounded: equal colours are equal bit for bit.
 struct Color {
@@ -16,4 +16,4 @@ struct Color {
   static constexpr Color whiteColor() { return {1, 1, 1, 1}; }
 };
 
-}  // namespace platform
+}  // namespace foundation

@@ -3,7 +3,7 @@
 #include <charconv>
 #include <cmath>
 
-namespace platform {
+namespace foundation {
 namespace {
 
 class RectScanner {
@@ -49,4 +49,4 @@ Rect rectFromString(std::string_view text) {
   return complete ? rect : Rect{};
 }
 
-}  // namespace platform
+}  // namespace foundation

@@ -2,7 +2,7 @@
 // Points, sizes and rectangles in points, origin bottom-left. Plain values; any thread.
 #include <string_view>
 
-namespace platform {
+namespace foundation {
 
 struct Point {
   double x = 0;
@@ -30,4 +30,4 @@ struct Rect {
 // the locale.
 Rect rectFromString(std::string_view text);
 
-}  // namespace platform
+}  // namespace foundation

@@ -3,7 +3,7 @@
 #include <cmath>
 #include <numbers>
 
-namespace platform {
+namespace foundation {
 namespace {
 
 GraphicsContext* currentContext = nullptr;
@@ -25,4 +25,4 @@ std::pair<Point, Point> gradientAxis(const Rect& rect, double degrees) {
   return {{middle.x - across * half, middle.y - up * half}, {middle.x + across * half, middle.y + up * half}};
 }
 
-}  // namespace platform
+}  // namespace foundation

@@ -10,7 +10,7 @@
 #include "foundation/graphics/Color.h"
 #include "foundation/graphics/Geometry.h"
 
-namespace platform {
+namespace foundation {
 
 // A picture, with versions for several scales where the artwork has them.
 class Image {
@@ -72,4 +72,4 @@ class GraphicsContext {
 // Where a gradient at an angle begins and ends, as drawLinearGradient says.
 std::pair<Point, Point> gradientAxis(const Rect& rect, double degrees);
 
-}  // namespace platform
+}  // namespace foundation

@@ -5,7 +5,7 @@
 #include "foundation/plist/PropertyListForms.h"
 #include "foundation/text/UTF16.h"
 
-namespace platform::PropertyList {
+namespace foundation::PropertyList {
 namespace {
 
 std::optional<Value> parseAny(std::string_view bytes, std::string& reason) {
@@ -38,4 +38,4 @@ Date dateFromSeconds(std::int64_t seconds, std::chrono::nanoseconds fraction) {
   return Date(std::chrono::seconds(seconds)) + fraction;
 }
 
-}  // namespace platform::PropertyList
+}  // namespace foundation::PropertyList

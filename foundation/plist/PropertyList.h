@@ -14,7 +14,7 @@
 
 #include "foundation/runtime/Time.h"
 
-namespace platform::PropertyList {
+namespace foundation::PropertyList {
 
 class Value;
 using Array = std::vector<Value>;
@@ -66,4 +66,4 @@ std::string dateText(Date date);
 // The XML form, UTF-8, keys sorted, as the platform's own tools write it.
 std::string serializeXML(const Value& value);
 
-}  // namespace platform::PropertyList
+}  // namespace foundation::PropertyList

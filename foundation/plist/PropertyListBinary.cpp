@@ -8,7 +8,7 @@
 #include "foundation/plist/PropertyListForms.h"
 #include "foundation/text/UTF16.h"
 
-namespace platform::PropertyList {
+namespace foundation::PropertyList {
 namespace {
 
 constexpr std::size_t headerSize = 8;
@@ -266,4 +266,4 @@ class Reader {
 
 std::optional<Value> parseBinary(std::string_view bytes, std::string& reason) { return Reader(bytes, reason).document(); }
 
-}  // namespace platform::PropertyList
+}  // namespace foundation::PropertyList

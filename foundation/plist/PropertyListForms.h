@@ -6,7 +6,7 @@
 
 #include "foundation/plist/PropertyList.h"
 
-namespace platform::PropertyList {
+namespace foundation::PropertyList {
 
 // Reads the XML form from UTF-8 text. On refusal `reason` says why and in which line.
 std::optional<Value> parseXML(std::string_view text, std::string& reason);
@@ -17,4 +17,4 @@ std::optional<Value> parseBinary(std::string_view bytes, std::string& reason);
 // The date so far after the start of 1970. Dates reach from 1677 to 2262; what lies beyond becomes the nearest end.
 Date dateFromSeconds(std::int64_t seconds, std::chrono::nanoseconds fraction = {});
 
-}  // namespace platform::PropertyList
+}  // namespace foundation::PropertyList

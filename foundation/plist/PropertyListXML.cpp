@@ -6,7 +6,7 @@
 #include "foundation/plist/PropertyListForms.h"
 #include "foundation/text/UTF16.h"
 
-namespace platform::PropertyList {
+namespace foundation::PropertyList {
 namespace {
 
 constexpr std::string_view blanks = " \t\n\r";
@@ -352,4 +352,4 @@ std::optional<Value> parseXML(std::string_view text, std::string& reason) {
   return Reader(normalized, reason).document();
 }
 
-}  // namespace platform::PropertyList
+}  // namespace foundation::PropertyList

@@ -4,7 +4,7 @@
 
 #include "foundation/plist/PropertyList.h"
 
-namespace platform::PropertyList {
+namespace foundation::PropertyList {
 namespace {
 
 void appendEscaped(std::string& out, std::string_view text) {
@@ -129,4 +129,4 @@ std::string serializeXML(const Value& value) {
   return writer.text;
 }
 
-}  // namespace platform::PropertyList
+}  // namespace foundation::PropertyList

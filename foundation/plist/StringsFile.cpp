@@ -5,7 +5,7 @@
 #include "foundation/plist/PropertyList.h"
 #include "foundation/text/UTF16.h"
 
-namespace platform {
+namespace foundation {
 namespace {
 
 bool isWordCharacter(char c) {
@@ -195,4 +195,4 @@ std::optional<StringTable> parseStrings(std::string_view bytes, std::string* rea
   return table;
 }
 
-}  // namespace platform
+}  // namespace foundation

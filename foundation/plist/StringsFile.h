@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-namespace platform {
+namespace foundation {
 
 using StringTable = std::map<std::string, std::string, std::less<>>;
 
@@ -16,4 +16,4 @@ using StringTable = std::map<std::string, std::string, std::less<>>;
 // understood. A table with an error is refused as a whole, with `reason` saying the line; later definitions of a key win.
 std::optional<StringTable> parseStrings(std::string_view bytes, std::string* reason = nullptr);
 
-}  // namespace platform
+}  // namespace foundation

@@ -4,7 +4,7 @@
 #include <mutex>
 #include <utility>
 
-namespace platform {
+namespace foundation {
 namespace {
 
 std::map<std::string, Implementation, std::less<>> bySelector(const std::vector<Method>& methods) {
@@ -95,4 +95,4 @@ Class* ClassRegistry::classNamed(std::string_view name) const {
   return place == _byName.end() ? nullptr : place->second;
 }
 
-}  // namespace platform
+}  // namespace foundation

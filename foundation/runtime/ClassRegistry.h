@@ -14,7 +14,7 @@
 #include <typeindex>
 #include <vector>
 
-namespace platform {
+namespace foundation {
 
 // The code of one method: the address of a function, and its signature as type encoding. Two are equal when their addresses
 // are. A pointer to a named function, not a lambda: a position in the code is compared with the address.
@@ -118,4 +118,4 @@ class ClassRegistry {
   std::map<std::string_view, Class*> _byName;  // the names are those of _classes
 };
 
-}  // namespace platform
+}  // namespace foundation

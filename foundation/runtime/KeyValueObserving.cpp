@@ -4,7 +4,7 @@
 #include <atomic>
 #include <utility>
 
-namespace platform {
+namespace foundation {
 
 // One observer of one key path of one object. The first key is watched here; the rest of the path by a link, which
 // registers with the object that the first key leads to.
@@ -96,4 +96,4 @@ void KeyValueObservable::didChangeValueForKey(std::string_view key) {
   }
 }
 
-}  // namespace platform
+}  // namespace foundation

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-namespace platform {
+namespace foundation {
 
 class KeyValueObservable;
 
@@ -59,4 +59,4 @@ class KeyValueObservable : public std::enable_shared_from_this<KeyValueObservabl
   std::vector<std::shared_ptr<Registration>> _registrations;
 };
 
-}  // namespace platform
+}  // namespace foundation

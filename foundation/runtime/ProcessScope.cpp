@@ -1,6 +1,6 @@
 #include "foundation/runtime/ProcessScope.h"
 
-namespace platform {
+namespace foundation {
 
 ProcessScope::~ProcessScope() {
   for (auto slot = _order.rbegin(); slot != _order.rend(); ++slot) (*slot)->object.reset();
@@ -22,4 +22,4 @@ void* ProcessScope::object(std::type_index type, const std::function<std::shared
   return slot->object.get();
 }
 
-}  // namespace platform
+}  // namespace foundation

@@ -9,7 +9,7 @@
 #include <typeindex>
 #include <vector>
 
-namespace platform {
+namespace foundation {
 
 class ProcessScope {
  public:
@@ -39,4 +39,4 @@ class ProcessScope {
   std::vector<Slot*> _order;
 };
 
-}  // namespace platform
+}  // namespace foundation

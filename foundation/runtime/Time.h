@@ -5,7 +5,7 @@
 // than that moment by five seconds and by nothing else. Any thread.
 #include <chrono>
 
-namespace platform {
+namespace foundation {
 
 using Seconds = std::chrono::duration<double>;
 using Date = std::chrono::sys_time<std::chrono::nanoseconds>;
@@ -15,4 +15,4 @@ constexpr Date dateByAdding(Date date, Seconds delay) {
   return date + std::chrono::duration_cast<std::chrono::nanoseconds>(delay);
 }
 
-}  // namespace platform
+}  // namespace foundation

@@ -5,7 +5,7 @@
 #include <ctime>
 #include <limits>
 
-namespace platform {
+namespace foundation {
 namespace {
 
 std::atomic<std::uint64_t> formatters{0};
@@ -72,4 +72,4 @@ std::string DateFormatter::stringFromDate(Date date) const {
   return text;
 }
 
-}  // namespace platform
+}  // namespace foundation

@@ -6,7 +6,7 @@
 
 #include "foundation/runtime/Time.h"
 
-namespace platform {
+namespace foundation {
 
 class DateFormatter {
  public:
@@ -26,4 +26,4 @@ class DateFormatter {
   const std::string _pattern;
 };
 
-}  // namespace platform
+}  // namespace foundation

@@ -1,6 +1,6 @@
 #include "foundation/text/FileURL.h"
 
-namespace platform::FileURL {
+namespace foundation::FileURL {
 namespace {
 
 int hexValue(char c) {
@@ -66,4 +66,4 @@ std::string fromPath(std::string_view path) {
   return url;
 }
 
-}  // namespace platform::FileURL
+}  // namespace foundation::FileURL

@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <cstring>
 
-namespace platform {
+namespace foundation {
 namespace {
 
 constexpr std::string_view nothing = "(null)";
@@ -255,4 +255,4 @@ void appendFormat(std::string& text, std::string_view format, std::span<const Fo
   if (!appendBareFormat(text, format, arguments)) appendAnyFormat(text, format, arguments);
 }
 
-}  // namespace platform
+}  // namespace foundation

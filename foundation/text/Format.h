@@ -11,7 +11,7 @@
 #include <string_view>
 #include <variant>
 
-namespace platform {
+namespace foundation {
 
 // One argument. Strings are borrowed for the duration of the call.
 class FormatArgument {
@@ -56,4 +56,4 @@ std::string formatted(std::string_view text, const Arguments&... arguments) {
   }
 }
 
-}  // namespace platform
+}  // namespace foundation

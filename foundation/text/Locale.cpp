@@ -2,7 +2,7 @@
 
 #include <cctype>
 
-namespace platform {
+namespace foundation {
 namespace {
 
 // A region is two letters or three digits; four letters are a script and anything else a variant.
@@ -31,4 +31,4 @@ Locale Locale::fromIdentifier(std::string_view identifier) {
   return locale;
 }
 
-}  // namespace platform
+}  // namespace foundation

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-namespace platform {
+namespace foundation {
 
 // "zh-Hans-CN" has the language "zh" and the country "CN"; the script is not part of either.
 struct Locale {
@@ -16,4 +16,4 @@ struct Locale {
   static Locale fromIdentifier(std::string_view identifier);
 };
 
-}  // namespace platform
+}  // namespace foundation

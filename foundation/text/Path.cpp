@@ -1,6 +1,6 @@
 #include "foundation/text/Path.h"
 
-namespace platform::Path {
+namespace foundation::Path {
 namespace {
 
 std::string_view withoutTrailingSlashes(std::string_view path) {
@@ -40,4 +40,4 @@ std::string appending(std::string_view path, std::string_view component) {
   return joined.append(component);
 }
 
-}  // namespace platform::Path
+}  // namespace foundation::Path

@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-namespace platform::Path {
+namespace foundation::Path {
 
 // "/Applications/App.app" and "/Applications/App.app/" give "App.app"; "/" gives "/"; "" gives "".
 std::string lastComponent(std::string_view path);
@@ -14,4 +14,4 @@ std::string deletingExtension(std::string_view path);
 // Joined with exactly one slash between them.
 std::string appending(std::string_view path, std::string_view component);
 
-}  // namespace platform::Path
+}  // namespace foundation::Path

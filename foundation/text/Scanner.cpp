@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <limits>
 
-namespace platform {
+namespace foundation {
 
 std::optional<std::int64_t> scanInteger(std::string_view& text) {
   using Limits = std::numeric_limits<std::int64_t>;
@@ -23,4 +23,4 @@ std::optional<std::int64_t> scanInteger(std::string_view& text) {
   return value;
 }
 
-}  // namespace platform
+}  // namespace foundation

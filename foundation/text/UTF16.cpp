@@ -2,7 +2,7 @@
 
 #include "foundation/text/UTF8.h"
 
-namespace platform {
+namespace foundation {
 namespace {
 
 constexpr bool isLeading(char32_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
@@ -60,4 +60,4 @@ std::optional<std::string> decodedText(std::string_view bytes) {
   return std::string(bytes);
 }
 
-}  // namespace platform
+}  // namespace foundation

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-namespace platform {
+namespace foundation {
 
 enum class ByteOrder { little, big };
 
@@ -18,4 +18,4 @@ void appendUTF8(std::string& text, char32_t character);
 // when it is not well formed.
 std::optional<std::string> decodedText(std::string_view bytes);
 
-}  // namespace platform
+}  // namespace foundation

@@ -1,6 +1,6 @@
 #include "foundation/text/UTF8.h"
 
-namespace platform {
+namespace foundation {
 namespace {
 
 // The length of the well-formed sequence at the start of `bytes`, 0 when there is none.
@@ -43,4 +43,4 @@ std::string textFromASCII(std::string_view bytes) {
   return text;
 }
 
-}  // namespace platform
+}  // namespace foundation

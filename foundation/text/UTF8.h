@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-namespace platform {
+namespace foundation {
 
 // True when `bytes` is well-formed UTF-8: no overlong forms, no surrogates, nothing above U+10FFFF.
 bool isValidUTF8(std::string_view bytes);
@@ -11,4 +11,4 @@ bool isValidUTF8(std::string_view bytes);
 // `bytes` read as ASCII: every byte above 127 becomes U+FFFD.
 std::string textFromASCII(std::string_view bytes);
 
-}  // namespace platform
+}  // namespace foundation

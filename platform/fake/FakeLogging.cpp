@@ -8,17 +8,17 @@
 
 namespace platform::fake {
 
-Date FakeClock::now() const {
+foundation::Date FakeClock::now() const {
   const std::lock_guard lock(_mutex);
   return _now;
 }
 
-Uptime FakeClock::uptime() const {
+foundation::Uptime FakeClock::uptime() const {
   const std::lock_guard lock(_mutex);
   return _uptime;
 }
 
-Clock::CallID FakeClock::callAt(Uptime when, std::function<void()> action) {
+foundation::Clock::CallID FakeClock::callAt(foundation::Uptime when, std::function<void()> action) {
   const std::lock_guard lock(_mutex);
   _calls.emplace(std::pair(when, ++_last), std::move(action));
   return _last;
@@ -29,9 +29,9 @@ void FakeClock::cancel(CallID call) {
   std::erase_if(_calls, [&](const auto& entry) { return entry.first.second == call; });
 }
 
-void FakeClock::advance(Seconds duration) {
+void FakeClock::advance(foundation::Seconds duration) {
   std::unique_lock lock(_mutex);
-  const Uptime end = _uptime + std::chrono::duration_cast<std::chrono::nanoseconds>(duration);
+  const foundation::Uptime end = _uptime + std::chrono::duration_cast<std::chrono::nanoseconds>(duration);
   while (!_calls.empty() && _calls.begin()->first.first <= end) {
     const auto node = _calls.extract(_calls.begin());
     const auto step = std::max(node.key().first, _uptime) - _uptime;
@@ -45,9 +45,9 @@ void FakeClock::advance(Seconds duration) {
   _uptime = end;
 }
 
-void FakeClock::advanceWallClock(Seconds duration) {
+void FakeClock::advanceWallClock(foundation::Seconds duration) {
   const std::lock_guard lock(_mutex);
-  _now = dateByAdding(_now, duration);
+  _now = foundation::dateByAdding(_now, duration);
 }
 
 std::size_t FakeClock::pendingCount() const {
@@ -55,7 +55,7 @@ std::size_t FakeClock::pendingCount() const {
   return _calls.size();
 }
 
-std::optional<Seconds> FakeClock::nextCall() const {
+std::optional<foundation::Seconds> FakeClock::nextCall() const {
   const std::lock_guard lock(_mutex);
   if (_calls.empty()) return std::nullopt;
   return _calls.begin()->first.first - _uptime;
@@ -82,7 +82,7 @@ class FakeLogFile final : public LogFile {
     if (fitting < bytes.size()) error = ENOSPC;
     if (_storage.room != SIZE_MAX) _storage.room -= fitting;
     _item->contents += bytes.substr(0, fitting);
-    _item->modificationDate = Clock::current().now();
+    _item->modificationDate = foundation::Clock::current().now();
     return fitting;
   }
   [[nodiscard]] std::uint64_t size() const override {
@@ -135,7 +135,7 @@ std::vector<std::string> FakeLogStorage::namesInDirectory(const std::string& pat
   const std::lock_guard lock(_mutex);
   std::vector<std::string> names;
   for (const auto& [file, item] : _files)
-    if (Path::deletingLastComponent(file) == path) names.push_back(Path::lastComponent(file));
+    if (foundation::Path::deletingLastComponent(file) == path) names.push_back(foundation::Path::lastComponent(file));
   return names;
 }
 
@@ -148,9 +148,9 @@ std::optional<LogFileAttributes> FakeLogStorage::attributesOfFile(const std::str
 }
 
 bool FakeLogStorage::createFile(const std::string& path) {
-  const Date now = Clock::current().now();
+  const foundation::Date now = foundation::Clock::current().now();
   const std::lock_guard lock(_mutex);
-  if (!_folders.contains(Path::deletingLastComponent(path)) || refusesToOpen) return false;
+  if (!_folders.contains(foundation::Path::deletingLastComponent(path)) || refusesToOpen) return false;
   return _files
       .emplace(path,
                std::make_shared<Item>(Item{.contents = {}, .creationDate = now, .modificationDate = now, .marks = {}}))
@@ -211,10 +211,10 @@ int FakeLogStorage::removeMark(const std::string& path, const std::string& name,
   return wasMissing ? ENODATA : 0;
 }
 
-void FakeLogStorage::addFile(const std::string& path, std::string contents, std::optional<Date> creationDate) {
-  const Date born = creationDate.value_or(Clock::current().now());
+void FakeLogStorage::addFile(const std::string& path, std::string contents, std::optional<foundation::Date> creationDate) {
+  const foundation::Date born = creationDate.value_or(foundation::Clock::current().now());
   const std::lock_guard lock(_mutex);
-  _folders[Path::deletingLastComponent(path)] = true;
+  _folders[foundation::Path::deletingLastComponent(path)] = true;
   _files[path] = std::make_shared<Item>(
       Item{.contents = std::move(contents), .creationDate = born, .modificationDate = born, .marks = {}});
 }

@@ -10,35 +10,35 @@
 namespace platform::fake {
 
 // Stands still until it is told to go on. The clock of the process for as long as it lives.
-class FakeClock final : public Clock {
+class FakeClock final : public foundation::Clock {
  public:
   FakeClock() { replaceCurrent(this); }
   ~FakeClock() override { replaceCurrent(nullptr); }
   FakeClock(const FakeClock&) = delete;
   FakeClock& operator=(const FakeClock&) = delete;
 
-  [[nodiscard]] Date now() const override;
-  [[nodiscard]] Uptime uptime() const override;
-  CallID callAt(Uptime when, std::function<void()> action) override;
+  [[nodiscard]] foundation::Date now() const override;
+  [[nodiscard]] foundation::Uptime uptime() const override;
+  CallID callAt(foundation::Uptime when, std::function<void()> action) override;
   void cancel(CallID call) override;
 
   // From now on the process has the operating system's clock.
   void stepAside() { replaceCurrent(nullptr); }
   // Lets time pass, making the calls that fall due on this thread, each at its own time.
-  void advance(Seconds duration);
+  void advance(foundation::Seconds duration);
   // As if the user set the clock; nothing falls due by it.
-  void setBack(Seconds duration) { advanceWallClock(-duration); }
-  void advanceWallClock(Seconds duration);
+  void setBack(foundation::Seconds duration) { advanceWallClock(-duration); }
+  void advanceWallClock(foundation::Seconds duration);
   [[nodiscard]] std::size_t pendingCount() const;
   // How long until the next call; nothing when there is none.
-  [[nodiscard]] std::optional<Seconds> nextCall() const;
+  [[nodiscard]] std::optional<foundation::Seconds> nextCall() const;
 
  private:
   mutable std::mutex _mutex;
-  Date _now{std::chrono::seconds(1'700'000'000)};
-  Uptime _uptime{std::chrono::hours(1)};
+  foundation::Date _now{std::chrono::seconds(1'700'000'000)};
+  foundation::Uptime _uptime{std::chrono::hours(1)};
   CallID _last = 0;
-  std::map<std::pair<Uptime, CallID>, std::function<void()>> _calls;
+  std::map<std::pair<foundation::Uptime, CallID>, std::function<void()>> _calls;
 };
 
 // Files in memory, born at the time of the clock. A folder is there once it was made.
@@ -46,8 +46,8 @@ class FakeLogStorage final : public LogStorage {
  public:
   struct Item {
     std::string contents;
-    Date creationDate;
-    Date modificationDate;
+    foundation::Date creationDate;
+    foundation::Date modificationDate;
     std::vector<std::string> marks;
     int openCount = 0;
     int useCount = 0;
@@ -67,7 +67,8 @@ class FakeLogStorage final : public LogStorage {
   int setMark(const std::string& path, const std::string& name) override;
   int removeMark(const std::string& path, const std::string& name, bool& wasMissing) override;
 
-  void addFile(const std::string& path, std::string contents = {}, std::optional<Date> creationDate = std::nullopt);
+  void addFile(const std::string& path, std::string contents = {},
+               std::optional<foundation::Date> creationDate = std::nullopt);
   [[nodiscard]] std::optional<std::string> contents(const std::string& path) const;
   [[nodiscard]] std::vector<std::string> paths() const;
   // How often the file, be it unlinked by now, was brought to the medium.

@@ -6,12 +6,12 @@
 
 namespace platform::fake {
 
-std::optional<PropertyList::Value> FakeUserDefaults::objectForKey(std::string_view key) const {
+std::optional<foundation::PropertyList::Value> FakeUserDefaults::objectForKey(std::string_view key) const {
   const auto place = values.find(key);
   return place == values.end() ? std::nullopt : std::optional(place->second);
 }
 
-bool FakeUserDefaults::setObject(std::string_view key, const PropertyList::Value& value) {
+bool FakeUserDefaults::setObject(std::string_view key, const foundation::PropertyList::Value& value) {
   values.insert_or_assign(std::string(key), value);
   return true;
 }
@@ -50,12 +50,12 @@ std::shared_ptr<const Bundle> FakeBundles::bundleWithPath(std::string_view path)
   return place == others.end() ? nullptr : place->second;
 }
 
-void FakeWindow::setFrame(const Rect& frame, bool display) {
+void FakeWindow::setFrame(const foundation::Rect& frame, bool display) {
   currentFrame = frame;
   displays.push_back(display);
 }
 
-void FakeWindow::setFrameOrigin(Point origin) { currentFrame.origin = origin; }
+void FakeWindow::setFrameOrigin(foundation::Point origin) { currentFrame.origin = origin; }
 
 void FakeWindow::center() { isCentered = true; }
 
@@ -152,7 +152,8 @@ bool FakeWorkspace::launchApplication(const std::string& path, std::uint32_t opt
   return true;
 }
 
-std::optional<PropertyList::Dictionary> FakeServiceManagement::copyJobDictionary(const std::string& label) const {
+std::optional<foundation::PropertyList::Dictionary> FakeServiceManagement::copyJobDictionary(
+    const std::string& label) const {
   asked.push_back(label);
   const auto place = jobs.find(label);
   return place == jobs.end() ? std::nullopt : std::optional(place->second);

@@ -13,35 +13,36 @@ namespace platform::fake {
 
 class FakeRunLoop final : public RunLoop {
  public:
-  [[nodiscard]] Date currentDate() const override { return _now; }
-  void performAfterDelay(Seconds delay, const void* target, std::function<void()> action) override;
+  [[nodiscard]] foundation::Date currentDate() const override { return _now; }
+  void performAfterDelay(foundation::Seconds delay, const void* target, std::function<void()> action) override;
   void cancelPreviousPerformRequests(const void* target) override;
-  std::shared_ptr<Timer> scheduledTimer(Seconds interval, bool repeats, std::function<void(Timer&)> action) override;
+  std::shared_ptr<Timer> scheduledTimer(foundation::Seconds interval, bool repeats,
+                                        std::function<void(Timer&)> action) override;
 
   // Moves the clock forward, running what falls due in order, each at its own time.
-  void advance(Seconds duration);
+  void advance(foundation::Seconds duration);
   // Runs what is due now (delays of zero).
-  void runPending() { advance(Seconds(0)); }
+  void runPending() { advance(foundation::Seconds(0)); }
 
   // What is scheduled: the delays of the delayed calls for `target`, measured from now, soonest first.
-  [[nodiscard]] std::vector<Seconds> pendingDelays(const void* target) const;
+  [[nodiscard]] std::vector<foundation::Seconds> pendingDelays(const void* target) const;
   [[nodiscard]] std::size_t pendingCount() const { return _events.size(); }
   // The interval of every timer that is scheduled and valid.
-  [[nodiscard]] std::vector<Seconds> timerIntervals() const;
+  [[nodiscard]] std::vector<foundation::Seconds> timerIntervals() const;
 
  private:
   struct Event {
-    Date due;
+    foundation::Date due;
     std::uint64_t order;
     const void* target;
     std::function<void()> action;
   };
   class FakeTimer;
 
-  void schedule(Date due, const void* target, std::function<void()> action);
-  void scheduleTick(const std::shared_ptr<FakeTimer>& timer, Date due);
+  void schedule(foundation::Date due, const void* target, std::function<void()> action);
+  void scheduleTick(const std::shared_ptr<FakeTimer>& timer, foundation::Date due);
 
-  Date _now{std::chrono::seconds(1'700'000'000)};
+  foundation::Date _now{std::chrono::seconds(1'700'000'000)};
   std::uint64_t _order = 0;
   std::vector<Event> _events;
   std::vector<std::weak_ptr<FakeTimer>> _timers;
@@ -49,11 +50,11 @@ class FakeRunLoop final : public RunLoop {
 
 class FakeUserDefaults final : public UserDefaults {
  public:
-  [[nodiscard]] std::optional<PropertyList::Value> objectForKey(std::string_view key) const override;
-  bool setObject(std::string_view key, const PropertyList::Value& value) override;
+  [[nodiscard]] std::optional<foundation::PropertyList::Value> objectForKey(std::string_view key) const override;
+  bool setObject(std::string_view key, const foundation::PropertyList::Value& value) override;
   bool removeObject(std::string_view key) override;
 
-  PropertyList::Dictionary values;
+  foundation::PropertyList::Dictionary values;
 };
 
 class FakeDistributedNotificationCenter final : public DistributedNotificationCenter {
@@ -71,14 +72,14 @@ class FakeDistributedNotificationCenter final : public DistributedNotificationCe
 class FakeBundle final : public Bundle {
  public:
   [[nodiscard]] std::string bundlePath() const override { return path; }
-  [[nodiscard]] const PropertyList::Dictionary& infoDictionary() const override { return info; }
+  [[nodiscard]] const foundation::PropertyList::Dictionary& infoDictionary() const override { return info; }
   [[nodiscard]] std::optional<std::string> pathForResource(std::string_view name, std::string_view type) const override;
   [[nodiscard]] std::string localizedStringForKey(std::string_view key, std::string_view value,
                                                   std::string_view table) const override;
   [[nodiscard]] std::vector<std::string> preferredLocalizations() const override { return localizations; }
 
   std::string path = "/Apps/Installer.app";
-  PropertyList::Dictionary info;
+  foundation::PropertyList::Dictionary info;
   std::map<std::string, std::string, std::less<>> resources;  // "name" or "name.type" to full path
   std::map<std::string, std::string, std::less<>> strings;    // the default table
   std::vector<std::string> localizations{"en"};
@@ -134,14 +135,14 @@ class FakeFileManager final : public FileManager {
 
 class FakeWindow final : public Window {
  public:
-  [[nodiscard]] Rect frame() const override { return currentFrame; }
-  void setFrame(const Rect& frame, bool display) override;
-  void setFrameOrigin(Point origin) override;
+  [[nodiscard]] foundation::Rect frame() const override { return currentFrame; }
+  void setFrame(const foundation::Rect& frame, bool display) override;
+  void setFrameOrigin(foundation::Point origin) override;
   void center() override;
   void setTitle(std::string_view text) override { title = text; }
   void makeKeyAndOrderFront() override { isKey = true; }
 
-  Rect currentFrame{{10, 20}, {400, 250}};
+  foundation::Rect currentFrame{{10, 20}, {400, 250}};
   bool isCentered = false;
   bool isKey = false;
   std::string title;
@@ -258,9 +259,10 @@ class FakeWorkspace final : public Workspace {
 
 class FakeServiceManagement final : public ServiceManagement {
  public:
-  [[nodiscard]] std::optional<PropertyList::Dictionary> copyJobDictionary(const std::string& label) const override;
+  [[nodiscard]] std::optional<foundation::PropertyList::Dictionary> copyJobDictionary(
+      const std::string& label) const override;
 
-  std::map<std::string, PropertyList::Dictionary> jobs;
+  std::map<std::string, foundation::PropertyList::Dictionary> jobs;
   mutable std::vector<std::string> asked;
 };
 

@@ -6,7 +6,7 @@ namespace platform::fake {
 
 class FakeRunLoop::FakeTimer final : public Timer, public std::enable_shared_from_this<FakeTimer> {
  public:
-  FakeTimer(Seconds interval, bool repeats, std::function<void(Timer&)> action)
+  FakeTimer(foundation::Seconds interval, bool repeats, std::function<void(Timer&)> action)
       : interval(interval), repeats(repeats), _action(std::move(action)) {}
 
   void invalidate() override { _isValid = false; }
@@ -17,7 +17,7 @@ class FakeRunLoop::FakeTimer final : public Timer, public std::enable_shared_fro
     _action(*this);
   }
 
-  const Seconds interval;
+  const foundation::Seconds interval;
   const bool repeats;
 
  private:
@@ -25,35 +25,36 @@ class FakeRunLoop::FakeTimer final : public Timer, public std::enable_shared_fro
   bool _isValid = true;
 };
 
-void FakeRunLoop::schedule(Date due, const void* target, std::function<void()> action) {
+void FakeRunLoop::schedule(foundation::Date due, const void* target, std::function<void()> action) {
   _events.push_back({due, _order++, target, std::move(action)});
 }
 
-void FakeRunLoop::performAfterDelay(Seconds delay, const void* target, std::function<void()> action) {
-  schedule(dateByAdding(_now, delay), target, std::move(action));
+void FakeRunLoop::performAfterDelay(foundation::Seconds delay, const void* target, std::function<void()> action) {
+  schedule(foundation::dateByAdding(_now, delay), target, std::move(action));
 }
 
 void FakeRunLoop::cancelPreviousPerformRequests(const void* target) {
   std::erase_if(_events, [target](const Event& event) { return event.target == target; });
 }
 
-void FakeRunLoop::scheduleTick(const std::shared_ptr<FakeTimer>& timer, Date due) {
+void FakeRunLoop::scheduleTick(const std::shared_ptr<FakeTimer>& timer, foundation::Date due) {
   schedule(due, nullptr, [this, timer, due] {
     if (!timer->isValid()) return;
     timer->fire();
-    if (timer->isValid()) scheduleTick(timer, dateByAdding(due, timer->interval));
+    if (timer->isValid()) scheduleTick(timer, foundation::dateByAdding(due, timer->interval));
   });
 }
 
-std::shared_ptr<Timer> FakeRunLoop::scheduledTimer(Seconds interval, bool repeats, std::function<void(Timer&)> action) {
+std::shared_ptr<Timer> FakeRunLoop::scheduledTimer(foundation::Seconds interval, bool repeats,
+                                                   std::function<void(Timer&)> action) {
   auto timer = std::make_shared<FakeTimer>(interval, repeats, std::move(action));
   _timers.push_back(timer);
-  scheduleTick(timer, dateByAdding(_now, interval));
+  scheduleTick(timer, foundation::dateByAdding(_now, interval));
   return timer;
 }
 
-void FakeRunLoop::advance(Seconds duration) {
-  const Date end = dateByAdding(_now, duration);
+void FakeRunLoop::advance(foundation::Seconds duration) {
+  const foundation::Date end = foundation::dateByAdding(_now, duration);
   for (;;) {
     const auto next = std::ranges::min_element(
         _events, [](const Event& a, const Event& b) { return std::pair(a.due, a.order) < std::pair(b.due, b.order); });
@@ -66,16 +67,16 @@ void FakeRunLoop::advance(Seconds duration) {
   _now = std::max(_now, end);
 }
 
-std::vector<Seconds> FakeRunLoop::pendingDelays(const void* target) const {
-  std::vector<Seconds> delays;
+std::vector<foundation::Seconds> FakeRunLoop::pendingDelays(const void* target) const {
+  std::vector<foundation::Seconds> delays;
   for (const auto& event : _events)
     if (event.target == target) delays.emplace_back(event.due - _now);
   std::ranges::sort(delays);
   return delays;
 }
 
-std::vector<Seconds> FakeRunLoop::timerIntervals() const {
-  std::vector<Seconds> intervals;
+std::vector<foundation::Seconds> FakeRunLoop::timerIntervals() const {
+  std::vector<foundation::Seconds> intervals;
   for (const auto& weak : _timers)
     if (const auto timer = weak.lock(); timer && timer->isValid()) intervals.push_back(timer->interval);
   return intervals;

@@ -11,10 +11,10 @@ namespace platform::Linux {
 
 namespace {
 
-using PropertyList::Array;
-using PropertyList::Data;
-using PropertyList::Dictionary;
-using PropertyList::Value;
+using foundation::PropertyList::Array;
+using foundation::PropertyList::Data;
+using foundation::PropertyList::Dictionary;
+using foundation::PropertyList::Value;
 
 int appendValue(sd_bus_message* message, const Value& value);
 
@@ -65,7 +65,7 @@ struct VariantAppender {
   int operator()(const Dictionary& dictionary) const {
     return appendVariant(message, "a{sv}", [&] { return appendDictionary(message, dictionary); });
   }
-  int operator()(const Date& /*date*/) const { return 0; }
+  int operator()(const foundation::Date& /*date*/) const { return 0; }
 };
 
 int appendValue(sd_bus_message* message, const Value& value) {
@@ -196,7 +196,7 @@ class Reader {
 int appendDictionary(sd_bus_message* message, const Dictionary& dictionary) {
   int status = sd_bus_message_open_container(message, 'a', "{sv}");
   for (const auto& [key, value] : dictionary) {
-    if (value.as<Date>() != nullptr) continue;
+    if (value.as<foundation::Date>() != nullptr) continue;
     if (status >= 0) status = sd_bus_message_open_container(message, 'e', "sv");
     if (status >= 0) status = appendString(message, key);
     if (status >= 0) status = appendValue(message, value);

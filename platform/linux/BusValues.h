@@ -17,10 +17,10 @@ inline constexpr int MaximumBusDepth = 16;
 
 // Appends `dictionary` to `message`; a negative error number on failure. Strings become s, booleans b, integers x, reals d,
 // data ay, arrays av, dictionaries a{sv}; dates are left out.
-int appendDictionary(sd_bus_message* message, const PropertyList::Dictionary& dictionary);
+int appendDictionary(sd_bus_message* message, const foundation::PropertyList::Dictionary& dictionary);
 
 // Reads the a{sv} that comes next in `message`; nothing when there is none or it is too large. Reads the types above and
 // also i, u, t (up to the largest x) and as; values of any other type are left out.
-std::optional<PropertyList::Dictionary> readDictionary(sd_bus_message* message);
+std::optional<foundation::PropertyList::Dictionary> readDictionary(sd_bus_message* message);
 
 }  // namespace platform::Linux

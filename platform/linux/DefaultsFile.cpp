@@ -26,7 +26,7 @@ bool failed(std::string& reason, std::string_view what, const std::string& path)
 
 bool makeFolder(const std::string& path) {
   if (path.empty() || ::mkdir(path.c_str(), 0700) == 0 || errno == EEXIST) return true;
-  return errno == ENOENT && makeFolder(Path::deletingLastComponent(path)) && ::mkdir(path.c_str(), 0700) == 0;
+  return errno == ENOENT && makeFolder(foundation::Path::deletingLastComponent(path)) && ::mkdir(path.c_str(), 0700) == 0;
 }
 
 // The lock, held for as long as the descriptor is open. Nothing when another program holds it for too long.
@@ -77,7 +77,8 @@ bool replaceFile(const std::string& path, std::string_view bytes, std::string& r
     ::unlink(fresh.c_str());
     return false;
   }
-  const Descriptor folder(::open(Path::deletingLastComponent(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const Descriptor folder(
+      ::open(foundation::Path::deletingLastComponent(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (folder) ::fsync(folder.get());
   return true;
 }
@@ -88,7 +89,7 @@ std::string configurationFolder() {
   const char* folder = std::getenv("XDG_CONFIG_HOME");
   if (folder != nullptr && *folder == '/') return folder;
   const std::string home = homeFolder();
-  return home.empty() ? "" : Path::appending(home, ".config");
+  return home.empty() ? "" : foundation::Path::appending(home, ".config");
 }
 
 std::optional<DefaultsFile> DefaultsFile::forDomain(std::string_view domain) {
@@ -97,36 +98,38 @@ std::optional<DefaultsFile> DefaultsFile::forDomain(std::string_view domain) {
   const bool isName = !domain.empty() && domain.front() != '.' && domain.size() <= longestName &&
                       domain.find('/') == std::string_view::npos && domain.find('\0') == std::string_view::npos;
   if (folder.empty() || !isName) return std::nullopt;
-  return DefaultsFile(Path::appending(folder, std::string(domain) + ".plist"));
+  return DefaultsFile(foundation::Path::appending(folder, std::string(domain) + ".plist"));
 }
 
-std::optional<PropertyList::Dictionary> DefaultsFile::read(std::string& reason, std::optional<ReadDocument>* source) const {
+std::optional<foundation::PropertyList::Dictionary> DefaultsFile::read(std::string& reason,
+                                                                       std::optional<ReadDocument>* source) const {
   if (source != nullptr) source->reset();
   ReadFailure failure;
-  auto document = readDocument(_path, PropertyList::MaximumBytes, failure);
-  if (!document && failure.isMissing) return PropertyList::Dictionary();
-  auto value = document ? PropertyList::parse(document->bytes, &failure.reason) : std::nullopt;
+  auto document = readDocument(_path, foundation::PropertyList::MaximumBytes, failure);
+  if (!document && failure.isMissing) return foundation::PropertyList::Dictionary();
+  auto value = document ? foundation::PropertyList::parse(document->bytes, &failure.reason) : std::nullopt;
   if (document && source != nullptr) {
     document->bytes.clear();
     *source = std::move(document);
   }
-  const auto* dictionary = value ? value->as<PropertyList::Dictionary>() : nullptr;
+  const auto* dictionary = value ? value->as<foundation::PropertyList::Dictionary>() : nullptr;
   if (dictionary != nullptr) return *dictionary;
   reason = "cannot read '" + _path + "': " + (value ? "it is no dictionary" : failure.reason);
   return std::nullopt;
 }
 
-bool DefaultsFile::update(const std::function<bool(PropertyList::Dictionary&)>& change, std::string& reason) const {
-  const std::string folder = Path::deletingLastComponent(_path);
+bool DefaultsFile::update(const std::function<bool(foundation::PropertyList::Dictionary&)>& change,
+                          std::string& reason) const {
+  const std::string folder = foundation::Path::deletingLastComponent(_path);
   if (!makeFolder(folder)) return failed(reason, "cannot create", folder);
   const auto lock = locked(_path + ".lock", reason);
   auto values = lock ? read(reason) : std::nullopt;
   if (!values) return false;
   if (!change(*values)) return true;
-  const std::string bytes = PropertyList::serializeXML(std::move(*values));
+  const std::string bytes = foundation::PropertyList::serializeXML(std::move(*values));
   // What could not be read back would lock the user out of all that is stored.
   std::string refusal;
-  if (PropertyList::parse(bytes, &refusal)) return replaceFile(resolved(_path), bytes, reason);
+  if (foundation::PropertyList::parse(bytes, &refusal)) return replaceFile(resolved(_path), bytes, reason);
   reason = "the value cannot be stored: " + refusal;
   return false;
 }

@@ -26,11 +26,12 @@ class DefaultsFile {
 
   // The stored values; empty when nothing is stored yet. Nothing when the file cannot be read, and `reason` says why. When
   // a file is there it is kept open in `source`, if given, without its bytes.
-  std::optional<PropertyList::Dictionary> read(std::string& reason, std::optional<ReadDocument>* source = nullptr) const;
+  std::optional<foundation::PropertyList::Dictionary> read(std::string& reason,
+                                                           std::optional<ReadDocument>* source = nullptr) const;
 
   // Alters the stored values with `change`, under the lock. When it returns false nothing is stored. False when something
   // failed: then `reason` says what, and the file is as it was. A file that cannot be read is never replaced.
-  bool update(const std::function<bool(PropertyList::Dictionary&)>& change, std::string& reason) const;
+  bool update(const std::function<bool(foundation::PropertyList::Dictionary&)>& change, std::string& reason) const;
 
   // Removes the file, and with it all that is stored. As `update`.
   bool remove(std::string& reason) const;

@@ -23,7 +23,7 @@ bool exists(const std::string& path) {
 }
 
 std::string joined(const std::string& folder, std::string_view name, std::string_view type) {
-  std::string path = Path::appending(folder, name);
+  std::string path = foundation::Path::appending(folder, name);
   if (!type.empty()) path.append(".").append(type);
   return path;
 }
@@ -32,14 +32,14 @@ class LinuxBundle final : public Bundle {
  public:
   LinuxBundle(std::string path, SystemLog& log, const LinuxBundles::Languages& languages)
       : _path(std::move(path)), _log(log), _languages(languages) {
-    const std::string contents = Path::appending(_path, "Contents");
+    const std::string contents = foundation::Path::appending(_path, "Contents");
     const bool isApplication = isFolder(contents);
-    _resources = isApplication ? Path::appending(contents, "Resources") : _path;
-    if (isApplication) readInformation(Path::appending(contents, "Info.plist"));
+    _resources = isApplication ? foundation::Path::appending(contents, "Resources") : _path;
+    if (isApplication) readInformation(foundation::Path::appending(contents, "Info.plist"));
   }
 
   [[nodiscard]] std::string bundlePath() const override { return _path; }
-  [[nodiscard]] const PropertyList::Dictionary& infoDictionary() const override { return _information; }
+  [[nodiscard]] const foundation::PropertyList::Dictionary& infoDictionary() const override { return _information; }
 
   [[nodiscard]] std::optional<std::string> pathForResource(std::string_view name, std::string_view type) const override {
     if (name.empty()) return std::nullopt;
@@ -68,10 +68,10 @@ class LinuxBundle final : public Bundle {
  private:
   void readInformation(const std::string& path) {
     ReadFailure failure;
-    const auto document = readDocument(path, PropertyList::MaximumBytes, failure);
-    auto value = document ? PropertyList::parse(document->bytes, &failure.reason) : std::nullopt;
+    const auto document = readDocument(path, foundation::PropertyList::MaximumBytes, failure);
+    auto value = document ? foundation::PropertyList::parse(document->bytes, &failure.reason) : std::nullopt;
     if (!value) return report(path, failure.reason);
-    const auto* dictionary = value->as<PropertyList::Dictionary>();
+    const auto* dictionary = value->as<foundation::PropertyList::Dictionary>();
     if (dictionary == nullptr) return report(path, "it is no dictionary");
     _information = *dictionary;
   }
@@ -95,27 +95,27 @@ class LinuxBundle final : public Bundle {
   [[nodiscard]] std::vector<std::string> resourceFolders() const {
     std::vector<std::string> folders;
     for (const auto& localization : preferredLocalizations()) folders.push_back(joined(_resources, localization, "lproj"));
-    folders.push_back(Path::appending(_resources, "Base.lproj"));
+    folders.push_back(foundation::Path::appending(_resources, "Base.lproj"));
     folders.push_back(_resources);
     return folders;
   }
 
   // The tables of that name, best first. They stay as they were first read, though the bundle may move or be replaced.
-  [[nodiscard]] const std::vector<StringTable>& tables(std::string_view name) const {
+  [[nodiscard]] const std::vector<foundation::StringTable>& tables(std::string_view name) const {
     const std::lock_guard lock(_tablesMutex);
     const auto place = _tables.find(name);
     if (place != _tables.end()) return place->second;
-    std::vector<StringTable> tables;
+    std::vector<foundation::StringTable> tables;
     for (const auto& folder : resourceFolders())
       if (auto table = readTable(joined(folder, name, "strings"))) tables.push_back(std::move(*table));
     return _tables.emplace(name, std::move(tables)).first->second;
   }
 
-  [[nodiscard]] std::optional<StringTable> readTable(const std::string& path) const {
+  [[nodiscard]] std::optional<foundation::StringTable> readTable(const std::string& path) const {
     ReadFailure failure;
-    const auto document = readDocument(path, PropertyList::MaximumBytes, failure);
+    const auto document = readDocument(path, foundation::PropertyList::MaximumBytes, failure);
     if (!document && failure.isMissing) return std::nullopt;
-    auto table = document ? parseStrings(document->bytes, &failure.reason) : std::nullopt;
+    auto table = document ? foundation::parseStrings(document->bytes, &failure.reason) : std::nullopt;
     if (!table) report(path, failure.reason);
     return table;
   }
@@ -124,11 +124,11 @@ class LinuxBundle final : public Bundle {
   SystemLog& _log;
   LinuxBundles::Languages _languages;
   std::string _resources;
-  PropertyList::Dictionary _information;
+  foundation::PropertyList::Dictionary _information;
   mutable std::once_flag _localizationsChosen;
   mutable std::vector<std::string> _localizations;
   mutable std::mutex _tablesMutex;
-  mutable std::map<std::string, std::vector<StringTable>, std::less<>> _tables;
+  mutable std::map<std::string, std::vector<foundation::StringTable>, std::less<>> _tables;
 };
 
 std::string ownExecutable() {
@@ -139,9 +139,9 @@ std::string ownExecutable() {
 }  // namespace
 
 std::string bundlePathForExecutable(const std::string& executable) {
-  std::string own = Path::deletingLastComponent(executable);
-  for (std::string folder = own; folder.size() > 1; folder = Path::deletingLastComponent(folder))
-    if (exists(Path::appending(folder, "Contents/Info.plist"))) return folder;
+  std::string own = foundation::Path::deletingLastComponent(executable);
+  for (std::string folder = own; folder.size() > 1; folder = foundation::Path::deletingLastComponent(folder))
+    if (exists(foundation::Path::appending(folder, "Contents/Info.plist"))) return folder;
   return own;
 }
 

@@ -91,7 +91,7 @@ int makeFolder(const std::string& path, mode_t mode, std::vector<std::string>& m
 // Makes the folder and those missing above it, outermost first. An existing folder is success.
 int makeFolders(const std::string& path, mode_t mode, std::vector<std::string>& made) {
   int status = makeFolder(path, mode, made);
-  const std::string parent = Path::deletingLastComponent(path);
+  const std::string parent = foundation::Path::deletingLastComponent(path);
   if (status == ENOENT && !parent.empty() && parent != path) {
     status = makeFolders(parent, mode, made);
     if (status == 0) status = makeFolder(path, mode, made);

@@ -20,8 +20,8 @@ namespace {
 
 std::string attributeName(const std::string& name) { return "user." + name; }
 
-Date dateOf(const struct statx_timestamp& time) {
-  return Date(std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec));
+foundation::Date dateOf(const struct statx_timestamp& time) {
+  return foundation::Date(std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec));
 }
 
 std::optional<struct statx> factsOf(const std::string& path) {
@@ -35,14 +35,15 @@ std::optional<struct statx> factsOf(const std::string& path) {
 std::string markSuffix(const std::string& path) {
   const auto facts = factsOf(path);
   if (!facts) return {};
-  const auto birth = (facts->stx_mask & STATX_BTIME) != 0 ? dateOf(facts->stx_btime) : Date();
+  const auto birth = (facts->stx_mask & STATX_BTIME) != 0 ? dateOf(facts->stx_btime) : foundation::Date();
   return "-" + std::to_string(facts->stx_ino) + "-" + std::to_string(birth.time_since_epoch().count());
 }
 
 // The hidden neighbour that stands for one mark; empty when there is no such file.
 std::string markFile(const std::string& path, const std::string& name) {
   const std::string suffix = markSuffix(path);
-  return suffix.empty() ? std::string() : Path::appending(Path::deletingLastComponent(path), "." + name + suffix);
+  return suffix.empty() ? std::string()
+                        : foundation::Path::appending(foundation::Path::deletingLastComponent(path), "." + name + suffix);
 }
 
 void removeMarkFiles(const std::string& folder, const std::string& suffix) {
@@ -178,7 +179,7 @@ bool LinuxLogStorage::removeFile(const std::string& path) {
   const bool hasMarkFiles = ::fgetxattr(file.get(), "user.any", nullptr, 0) < 0 && hasNoAttributes(errno);
   const std::string suffix = hasMarkFiles ? markSuffix(path) : std::string();
   if (::unlink(path.c_str()) != 0) return false;
-  if (!suffix.empty()) removeMarkFiles(Path::deletingLastComponent(path), suffix);
+  if (!suffix.empty()) removeMarkFiles(foundation::Path::deletingLastComponent(path), suffix);
   return true;
 }
 

@@ -52,7 +52,8 @@ void LinuxLeveledSystemLog::log(int level, std::string_view text) {
 }
 
 LinuxLoggingHost::LinuxLoggingHost() : standardError(STDERR_FILENO) {
-  [[maybe_unused]] static const int once = ::pthread_atfork(Fork::prepare, Fork::parent, Fork::child);
+  [[maybe_unused]] static const int once =
+      ::pthread_atfork(foundation::Fork::prepare, foundation::Fork::parent, foundation::Fork::child);
 }
 
 }  // namespace platform::Linux

@@ -43,7 +43,8 @@ int readUnit(sd_bus* bus, const std::string& object, Unit& unit, BusError& error
 
 }  // namespace
 
-std::optional<PropertyList::Dictionary> LinuxServiceManagement::copyJobDictionary(const std::string& label) const {
+std::optional<foundation::PropertyList::Dictionary> LinuxServiceManagement::copyJobDictionary(
+    const std::string& label) const {
   const std::string name = label + ".service";
   const auto fail = [&](const std::string& cause) {
     _log.log("The service manager could not be asked about " + name + ": " + cause);
@@ -62,7 +63,7 @@ std::optional<PropertyList::Dictionary> LinuxServiceManagement::copyJobDictionar
   if (status < 0) return fail(error.cause(status));
   if (!unit.isLoaded) return std::nullopt;
 
-  PropertyList::Dictionary job{{"Label", label}};
+  foundation::PropertyList::Dictionary job{{"Label", label}};
   if (unit.mainProcess != 0) job.insert_or_assign("PID", std::int64_t{unit.mainProcess});
   return job;
 }

@@ -11,7 +11,8 @@ class LinuxServiceManagement final : public ServiceManagement {
 
   // "Label", and "PID" when the service has a main process. Nothing when the unit is not loaded; why a manager could not
   // be asked goes to the log.
-  [[nodiscard]] std::optional<PropertyList::Dictionary> copyJobDictionary(const std::string& label) const override;
+  [[nodiscard]] std::optional<foundation::PropertyList::Dictionary> copyJobDictionary(
+      const std::string& label) const override;
 
  private:
   SystemLog& _log;

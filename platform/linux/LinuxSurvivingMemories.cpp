@@ -23,10 +23,10 @@ class MappedFile final : public SurvivingMemory {
  public:
   MappedFile(std::string path, Descriptor file, void* address, std::size_t size)
       : _path(std::move(path)), _file(std::move(file)), _address(address), _size(size) {
-    _handlers = Fork::addHandlers({.child = [this] { becomePrivate(); }});
+    _handlers = foundation::Fork::addHandlers({.child = [this] { becomePrivate(); }});
   }
   ~MappedFile() override {
-    Fork::removeHandlers(_handlers);
+    foundation::Fork::removeHandlers(_handlers);
     ::munmap(_address, _size);
   }
   MappedFile(const MappedFile&) = delete;
@@ -50,7 +50,7 @@ class MappedFile final : public SurvivingMemory {
   Descriptor _file;
   void* const _address;
   const std::size_t _size;
-  Fork::HandlersID _handlers = 0;
+  foundation::Fork::HandlersID _handlers = 0;
 };
 
 std::unique_ptr<SurvivingMemory> mapped(std::string path, Descriptor file, std::size_t size) {
@@ -92,8 +92,8 @@ std::string LinuxSurvivingMemories::prefix(const std::string& name) const {
 
 std::unique_ptr<SurvivingMemory> LinuxSurvivingMemories::make(const std::string& name, std::size_t size) {
   static std::atomic<unsigned> made{0};
-  const std::string path =
-      Path::appending(_folder, prefix(name) + std::to_string(::getpid()) + "." + std::to_string(made.fetch_add(1)));
+  const std::string path = foundation::Path::appending(
+      _folder, prefix(name) + std::to_string(::getpid()) + "." + std::to_string(made.fetch_add(1)));
   Descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
   // Space is taken now: a full file system would otherwise show itself as a fatal signal at the first touch.
   if (!file || ::flock(file.get(), LOCK_EX | LOCK_NB) != 0) return nullptr;

@@ -27,7 +27,7 @@ void appendEscaped(std::string& line, std::string_view bytes) {
 }
 
 std::string harmless(std::string_view text) {
-  const bool isText = isValidUTF8(text);
+  const bool isText = foundation::isValidUTF8(text);
   std::string line;
   while (!text.empty()) {
     const bool isForeign = !isText && static_cast<unsigned char>(text[0]) >= 0x80;

@@ -11,19 +11,19 @@ bool looksLikeKey(std::string_view argument) {
 // A length of time, in nanoseconds.
 constexpr std::int64_t nanoseconds(const timespec& time) { return time.tv_sec * 1'000'000'000LL + time.tv_nsec; }
 
-const PropertyList::Value* find(const PropertyList::Dictionary& values, std::string_view key) {
+const foundation::PropertyList::Value* find(const foundation::PropertyList::Dictionary& values, std::string_view key) {
   const auto place = values.find(key);
   return place == values.end() ? nullptr : &place->second;
 }
 
 }  // namespace
 
-PropertyList::Dictionary argumentDomain(int argc, const char* const* argv) {
-  PropertyList::Dictionary values;
+foundation::PropertyList::Dictionary argumentDomain(int argc, const char* const* argv) {
+  foundation::PropertyList::Dictionary values;
   for (int i = 1; i + 1 < argc; ++i) {
     const std::string_view key(argv[i]);
     if (!looksLikeKey(key) || looksLikeKey(argv[i + 1])) continue;
-    values.insert_or_assign(std::string(key.substr(1)), PropertyList::Value(argv[i + 1]));
+    values.insert_or_assign(std::string(key.substr(1)), foundation::PropertyList::Value(argv[i + 1]));
     ++i;
   }
   return values;
@@ -32,7 +32,7 @@ PropertyList::Dictionary argumentDomain(int argc, const char* const* argv) {
 LinuxUserDefaults::LinuxUserDefaults(int argc, const char* const* argv, std::string_view domain, SystemLog& log)
     : _log(log), _arguments(argumentDomain(argc, argv)), _file(DefaultsFile::forDomain(domain)) {}
 
-std::optional<PropertyList::Value> LinuxUserDefaults::objectForKey(std::string_view key) const {
+std::optional<foundation::PropertyList::Value> LinuxUserDefaults::objectForKey(std::string_view key) const {
   if (const auto* value = find(_arguments, key)) return *value;
   const std::lock_guard lock(_mutex);
   refresh();
@@ -41,15 +41,15 @@ std::optional<PropertyList::Value> LinuxUserDefaults::objectForKey(std::string_v
   return std::nullopt;
 }
 
-bool LinuxUserDefaults::setObject(std::string_view key, const PropertyList::Value& value) {
-  return update([&](PropertyList::Dictionary& values) {
+bool LinuxUserDefaults::setObject(std::string_view key, const foundation::PropertyList::Value& value) {
+  return update([&](foundation::PropertyList::Dictionary& values) {
     values.insert_or_assign(std::string(key), value);
     return true;
   });
 }
 
 bool LinuxUserDefaults::removeObject(std::string_view key) {
-  return update([&](PropertyList::Dictionary& values) {
+  return update([&](foundation::PropertyList::Dictionary& values) {
     const auto place = values.find(key);
     if (place == values.end()) return false;
     values.erase(place);
@@ -57,13 +57,13 @@ bool LinuxUserDefaults::removeObject(std::string_view key) {
   });
 }
 
-void LinuxUserDefaults::registerDefaults(const PropertyList::Dictionary& values) {
+void LinuxUserDefaults::registerDefaults(const foundation::PropertyList::Dictionary& values) {
   const std::lock_guard lock(_mutex);
   for (const auto& [key, value] : values) _registered.insert_or_assign(key, value);
   _generation.fetch_add(1, std::memory_order_release);
 }
 
-bool LinuxUserDefaults::update(const std::function<bool(PropertyList::Dictionary&)>& change) {
+bool LinuxUserDefaults::update(const std::function<bool(foundation::PropertyList::Dictionary&)>& change) {
   std::string reason = "the application has no domain of its own";
   const bool isStored = _file && _file->update(change, reason);
   _generation.fetch_add(1, std::memory_order_release);
@@ -76,7 +76,7 @@ void LinuxUserDefaults::refresh() const {
   std::string reason;
   auto values = _file->read(reason, &_source);
   if (!values) _log.log("NSUserDefaults: " + reason);
-  _stored = values ? std::move(*values) : PropertyList::Dictionary();
+  _stored = values ? std::move(*values) : foundation::PropertyList::Dictionary();
   _hasRead = true;
 }
 

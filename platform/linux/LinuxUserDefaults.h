@@ -16,7 +16,7 @@ namespace platform::Linux {
 // The argument domain: "-Key" followed by its value, always kept as text. An argument that itself looks like a key (a dash
 // and then no number) is no value, so a key before it, or at the end, has none and is left out; the last of two equal keys
 // counts. The first argument is the program.
-PropertyList::Dictionary argumentDomain(int argc, const char* const* argv);
+foundation::PropertyList::Dictionary argumentDomain(int argc, const char* const* argv);
 
 class LinuxUserDefaults final : public UserDefaults {
  public:
@@ -24,28 +24,28 @@ class LinuxUserDefaults final : public UserDefaults {
   // as empty, and is never written to. Without a usable domain nothing can be stored.
   LinuxUserDefaults(int argc, const char* const* argv, std::string_view domain, SystemLog& log);
 
-  [[nodiscard]] std::optional<PropertyList::Value> objectForKey(std::string_view key) const override;
+  [[nodiscard]] std::optional<foundation::PropertyList::Value> objectForKey(std::string_view key) const override;
   [[nodiscard]] std::uint64_t generation() const override { return _generation.load(std::memory_order_acquire); }
-  bool setObject(std::string_view key, const PropertyList::Value& value) override;
+  bool setObject(std::string_view key, const foundation::PropertyList::Value& value) override;
   bool removeObject(std::string_view key) override;
 
   // Adds to what is answered when neither an argument nor the stored domain has a key; later values win.
-  void registerDefaults(const PropertyList::Dictionary& values);
+  void registerDefaults(const foundation::PropertyList::Dictionary& values);
 
  private:
-  bool update(const std::function<bool(PropertyList::Dictionary&)>& change);
+  bool update(const std::function<bool(foundation::PropertyList::Dictionary&)>& change);
   void refresh() const;
   [[nodiscard]] bool isUpToDate() const;
 
   SystemLog& _log;
-  const PropertyList::Dictionary _arguments;
+  const foundation::PropertyList::Dictionary _arguments;
   const std::optional<DefaultsFile> _file;
   std::atomic<std::uint64_t> _generation{1};
   mutable std::mutex _mutex;
-  PropertyList::Dictionary _registered;
+  foundation::PropertyList::Dictionary _registered;
   mutable bool _hasRead = false;
   mutable std::optional<ReadDocument> _source;  // what _stored was read from
-  mutable PropertyList::Dictionary _stored;
+  mutable foundation::PropertyList::Dictionary _stored;
 };
 
 }  // namespace platform::Linux

@@ -56,7 +56,7 @@ std::optional<std::string> LinuxWorkspace::executableOfBundle(const std::string&
   const auto name = bundle ? bundle->infoString("CFBundleExecutable") : std::nullopt;
   if (!name || !isOneComponent(*name)) return std::nullopt;
   for (const auto* folder : {"Contents/Linux", "Contents/MacOS"}) {
-    auto executable = Path::appending(Path::appending(path, folder), *name);
+    auto executable = foundation::Path::appending(foundation::Path::appending(path, folder), *name);
     if (LinuxFileManager().isExecutableFileAtPath(executable)) return executable;
   }
   return std::nullopt;

@@ -119,7 +119,7 @@ std::vector<std::string> preferredLanguages(const UserDefaults& defaults) {
   const auto value = defaults.objectForKey("AppleLanguages");
   if (value) {
     if (const auto* text = value->as<std::string>()) names = split(*text, "(), \t\n\"");
-    if (const auto* array = value->as<PropertyList::Array>())
+    if (const auto* array = value->as<foundation::PropertyList::Array>())
       for (const auto& element : *array)
         if (const auto* name = element.as<std::string>()) names.push_back(*name);
   }

@@ -105,9 +105,9 @@ class Removal {
 }  // namespace
 
 bool removeTree(const std::string& path) {
-  const std::string name = Path::lastComponent(path);
+  const std::string name = foundation::Path::lastComponent(path);
   if (name.empty() || name == "/" || name == "." || name == "..") return false;
-  const std::string parent = Path::deletingLastComponent(path);
+  const std::string parent = foundation::Path::deletingLastComponent(path);
   Descriptor folder(::open(parent.empty() ? "." : parent.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   if (!folder) return false;
   if (::unlinkat(folder.get(), name.c_str(), 0) == 0) return true;

@@ -55,8 +55,8 @@ bool isRunning(const RunningProcess& process) {
 }
 
 std::optional<std::string> bundleOfProgram(std::string_view path) {
-  for (std::string folder = Path::deletingLastComponent(path); folder.size() > 1;
-       folder = Path::deletingLastComponent(folder)) {
+  for (std::string folder = foundation::Path::deletingLastComponent(path); folder.size() > 1;
+       folder = foundation::Path::deletingLastComponent(folder)) {
     if (!folder.ends_with(".app") || ::access((folder + "/Contents/Info.plist").c_str(), F_OK) != 0) continue;
     if (!isProgramFolder(path.substr(folder.size()))) return std::nullopt;
     return folder;

@@ -14,7 +14,7 @@ namespace {
 // The folder that the variable names; a relative one counts as not set.
 std::string baseFolder(const char* variable, const std::string& home, const std::string& fallback) {
   const char* value = std::getenv(variable);
-  return value != nullptr && *value == '/' ? value : Path::appending(home, fallback);
+  return value != nullptr && *value == '/' ? value : foundation::Path::appending(home, fallback);
 }
 
 // The value of a line XDG_DESKTOP_DIR="$HOME/Desktop" or ="/absolute", with its backslash escapes; nothing otherwise.
@@ -36,8 +36,8 @@ std::optional<std::string> desktopOfLine(std::string_view line, const std::strin
 }
 
 std::string desktopFolder(const std::string& home) {
-  std::string folder = Path::appending(home, "Desktop");
-  std::ifstream file(Path::appending(baseFolder("XDG_CONFIG_HOME", home, ".config"), "user-dirs.dirs"));
+  std::string folder = foundation::Path::appending(home, "Desktop");
+  std::ifstream file(foundation::Path::appending(baseFolder("XDG_CONFIG_HOME", home, ".config"), "user-dirs.dirs"));
   for (std::string line; std::getline(file, line);) folder = desktopOfLine(line, home).value_or(folder);
   return folder;
 }
@@ -45,9 +45,9 @@ std::string desktopFolder(const std::string& home) {
 std::string userFolder(SearchPathDirectory kind, const std::string& home) {
   switch (kind) {
     case SearchPathDirectory::application:
-      return Path::appending(home, "Applications");
+      return foundation::Path::appending(home, "Applications");
     case SearchPathDirectory::library:
-      return Path::appending(baseFolder("XDG_STATE_HOME", home, ".local/state"), "Library");
+      return foundation::Path::appending(baseFolder("XDG_STATE_HOME", home, ".local/state"), "Library");
     case SearchPathDirectory::desktop:
       return desktopFolder(home);
     case SearchPathDirectory::caches:

@@ -7,8 +7,8 @@
 #include "tests/support/FakeTool.h"
 
 using namespace std::chrono_literals;
+using foundation::Seconds;
 using platform::Alert;
-using platform::Seconds;
 
 class Installer : public testing::Test {
  protected:
@@ -50,7 +50,7 @@ class Installer : public testing::Test {
     delegate.connectOutlet("progressBar", progressBar);
   }
 
-  void argument(const char* key, platform::PropertyList::Value value) {
+  void argument(const char* key, foundation::PropertyList::Value value) {
     fake.defaults.values.insert_or_assign(key, std::move(value));
   }
 
@@ -76,7 +76,7 @@ class Installer : public testing::Test {
     fake.distributedNotificationCenter.post(
         {"KMInstallToolCredentialsNotification",
          "any sender",
-         {{"KMInstallToolCredentials", platform::PropertyList::Data(length, std::byte{7})}}});
+         {{"KMInstallToolCredentials", foundation::PropertyList::Data(length, std::byte{7})}}});
   }
 
   // Hands over credentials and lets the second before the quitting pass.

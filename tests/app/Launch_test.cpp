@@ -40,12 +40,12 @@ TEST_F(Installer, BothPathsWithoutTheUpdateFlagMeanInstall) {
 }
 
 TEST_F(Installer, InstallAndUninstallSetTheHeightTo206WithoutRedisplay) {
-  const platform::Point origin = window->currentFrame.origin;
+  const foundation::Point origin = window->currentFrame.origin;
   argument("KMInstallToolMainFrame", "{{10, 20}, {400, 206}}");
   launchInstall();
   EXPECT_THAT(window->displays, ElementsAre(false));
-  EXPECT_EQ(window->currentFrame.size, (platform::Size{400, 206}));
-  EXPECT_EQ(window->currentFrame.origin, (platform::Point{origin.x, origin.y + 6}));
+  EXPECT_EQ(window->currentFrame.size, (foundation::Size{400, 206}));
+  EXPECT_EQ(window->currentFrame.origin, (foundation::Point{origin.x, origin.y + 6}));
 }
 
 TEST_F(Installer, TheUpdateFlagWithOnlyATrashPathShowsTheUpdateTextsAndUninstalls) {
@@ -68,7 +68,7 @@ TEST_F(Installer, OnlyASourcePathIsAnInstall) {
 }
 
 TEST_F(Installer, AValueOfAnotherKindStillCountsAsGiven) {
-  argument("KMInstallToolSrcPath", platform::PropertyList::Array{"a"});
+  argument("KMInstallToolSrcPath", foundation::PropertyList::Array{"a"});
   launchUninstall();
   EXPECT_FALSE(delegate.isUninstall());
   EXPECT_THAT(fake.application.alerts, ElementsAre(generalFailure()));
@@ -83,21 +83,21 @@ TEST_F(Installer, TheNewBundleDescribesTheControllerInInstallAndUpdateMode) {
 TEST_F(Installer, TheWizardIsPlacedOverTheControllersWindow) {
   argument("KMInstallToolMainFrame", "r: {{100, 100}, {800, 600}}");
   launchInstall();
-  EXPECT_EQ(window->currentFrame, (platform::Rect{{300, 303}, {400, 206}}));
+  EXPECT_EQ(window->currentFrame, (foundation::Rect{{300, 303}, {400, 206}}));
   EXPECT_FALSE(window->isCentered);
 }
 
 TEST_F(Installer, EveryOccurrenceOfThePrefixIsDeletedFromTheFrame) {
   argument("KMInstallToolMainFrame", "r: {r: {100, r: 100}, {800, 600}}");
   launchInstall();
-  EXPECT_EQ(window->currentFrame.origin, (platform::Point{300, 303}));
+  EXPECT_EQ(window->currentFrame.origin, (foundation::Point{300, 303}));
 }
 
 TEST_F(Installer, AnEmptyFrameCentresTheWindow) {
   argument("KMInstallToolMainFrame", "{{0, 0}, {0, 0}}");
   launchInstall();
   EXPECT_TRUE(window->isCentered);
-  EXPECT_EQ(window->currentFrame.origin, (platform::Point{10, 20}));
+  EXPECT_EQ(window->currentFrame.origin, (foundation::Point{10, 20}));
 }
 
 TEST_F(Installer, AMissingOrUnreadableFrameCentresTheWindow) {
@@ -114,13 +114,13 @@ TEST_F(Installer, AFrameWithoutAreaCentresTheWindow) {
 TEST_F(Installer, AnOddHalvedDifferenceIsRoundedDown) {
   argument("KMInstallToolMainFrame", "{{0, 0}, {801, 207}}");
   launchInstall();
-  EXPECT_EQ(window->currentFrame.origin, (platform::Point{200, 0 + 0 + 6}));
+  EXPECT_EQ(window->currentFrame.origin, (foundation::Point{200, 0 + 0 + 6}));
 }
 
 TEST_F(Installer, ANegativeHalvedDifferenceIsRoundedDownToo) {
   argument("KMInstallToolMainFrame", "{{50, 50}, {399, 205}}");
   launchInstall();
-  EXPECT_EQ(window->currentFrame.origin, (platform::Point{49, 55}));
+  EXPECT_EQ(window->currentFrame.origin, (foundation::Point{49, 55}));
 }
 
 TEST_F(Installer, TheHalvedDifferenceIsFlooredInSinglePrecision) {

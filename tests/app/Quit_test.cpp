@@ -74,7 +74,7 @@ TEST_F(Installer, TheComparisonWithTheDeadlineIsStrict) {
   startController();
   authorize();
   fake.runLoop.advance(pollInterval);
-  delegate.setErrorAt(platform::dateByAdding(fake.runLoop.currentDate(), pollInterval));
+  delegate.setErrorAt(foundation::dateByAdding(fake.runLoop.currentDate(), pollInterval));
   fake.runLoop.advance(pollInterval);
   EXPECT_THAT(fake.application.alerts, IsEmpty());
   fake.runLoop.advance(pollInterval);

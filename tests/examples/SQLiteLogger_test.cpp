@@ -7,7 +7,7 @@
 #include "platform/fake/FakePlatform.h"
 #include "tests/support/TemporaryFolder.h"
 
-using platform::Seconds;
+using foundation::Seconds;
 using testing::ElementsAre;
 using testing::IsEmpty;
 

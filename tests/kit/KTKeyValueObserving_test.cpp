@@ -7,7 +7,7 @@
 
 namespace {
 
-class Player : public platform::KeyValueObservable {
+class Player : public foundation::KeyValueObservable {
  public:
   ~Player() override {
     if (_onDestruction) _onDestruction();
@@ -23,7 +23,7 @@ class Player : public platform::KeyValueObservable {
   void whenDestroyed(std::function<void()> action) { _onDestruction = std::move(action); }
 
  protected:
-  [[nodiscard]] std::shared_ptr<platform::KeyValueObservable> objectForKey(std::string_view key) const override {
+  [[nodiscard]] std::shared_ptr<foundation::KeyValueObservable> objectForKey(std::string_view key) const override {
     return key == "output" ? _output : nullptr;
   }
 

@@ -51,8 +51,8 @@ std::string textFor(const std::string& translation, auto... arguments) {
 // Remembers what it is told; stands for a client's own log.
 struct RecordingLogger final : KTAdditionalLoggerProtocol {
   void log_level_message(std::string_view selector, std::int32_t level, std::string_view format,
-                         std::span<const platform::FormatArgument> arguments) override {
-    lines.push_back(platform::formatted("%@ %d %@", selector, level, platform::format(format, arguments)));
+                         std::span<const foundation::FormatArgument> arguments) override {
+    lines.push_back(foundation::formatted("%@ %d %@", selector, level, foundation::format(format, arguments)));
   }
   std::vector<std::string> lines;
 };
@@ -148,7 +148,7 @@ TEST(KTLocalizer, UnlocalizedStringsAreLoadedFromTheMainBundle) {
   FakePlatform fake;
   fake.bundles.main.resources["UnlocalizedStrings.plist"] = tablePath;
   fake.files.addFile(tablePath, "<plist><array><string>Kelto</string></array></plist>");
-  EXPECT_EQ(KTLocalizer::sharedLocalizer()->unlocalizedStrings(), (platform::PropertyList::Array{"Kelto"}));
+  EXPECT_EQ(KTLocalizer::sharedLocalizer()->unlocalizedStrings(), (foundation::PropertyList::Array{"Kelto"}));
 }
 
 TEST(KTLocalizer, UnlocalizedStringsStayAsTheyWereAtCreation) {
@@ -188,7 +188,8 @@ TEST(KTLocalizer, AMissingKeyIsLoggedWithItsPlaceAndTheKey) {
   fake.enableDebugLogging();
   const auto* localizer = KTLocalizer::sharedLocalizer();
   std::ignore = localizer->localizedStringForKey("<NoSuchKey>");
-  const auto tag = platform::formatted("[KTLocalizer(%p) localizedStringForKey:]:149", static_cast<const void*>(localizer));
+  const auto tag =
+      foundation::formatted("[KTLocalizer(%p) localizedStringForKey:]:149", static_cast<const void*>(localizer));
   EXPECT_THAT(fake.systemLog.lines, ElementsAre("<Debug> " + tag + " key not found: <NoSuchKey>"));
 }
 

@@ -11,8 +11,8 @@ namespace {
 
 struct AdditionalLogger : KTAdditionalLoggerProtocol {
   void log_level_message(std::string_view selector, std::int32_t level, std::string_view format,
-                         std::span<const platform::FormatArgument> arguments) override {
-    messages.push_back(platform::format(format, arguments));
+                         std::span<const foundation::FormatArgument> arguments) override {
+    messages.push_back(foundation::format(format, arguments));
     selectors.emplace_back(selector);
     levels.push_back(level);
   }
@@ -32,8 +32,8 @@ class Version : public testing::Test {
   }
   // The message with its location, as both loggers get it.
   std::string message(int line, const std::string& text) {
-    return platform::formatted("[NSBundle(%p) appVersion]:%d %@",
-                               static_cast<const void*>(static_cast<platform::Bundle*>(&fake.bundles.main)), line, text);
+    return foundation::formatted("[NSBundle(%p) appVersion]:%d %@",
+                                 static_cast<const void*>(static_cast<platform::Bundle*>(&fake.bundles.main)), line, text);
   }
   void expectLogged(int line, const std::string& text) {
     const std::string expected = message(line, text);

@@ -5,9 +5,9 @@
 #include "platform/fake/FakePlatform.h"
 
 using namespace NSBundle::Kelto;
-using platform::PropertyList::Array;
-using platform::PropertyList::Dictionary;
-using platform::PropertyList::Value;
+using foundation::PropertyList::Array;
+using foundation::PropertyList::Dictionary;
+using foundation::PropertyList::Value;
 
 namespace {
 

@@ -6,9 +6,9 @@
 #include <random>
 
 using namespace NSObject::ObjCRuntime;
-using platform::Class;
-using platform::ClassRegistry;
-using platform::Implementation;
+using foundation::Class;
+using foundation::ClassRegistry;
+using foundation::Implementation;
 
 namespace {
 
@@ -19,27 +19,27 @@ double four(double value) { return value * 4; }
 
 int call(Implementation implementation) { return implementation.as<int()>()(); }
 
-struct Thing : platform::Object {
+struct Thing : foundation::Object {
   explicit Thing(Class* of) : _class(of) {}
   [[nodiscard]] Class* registeredClass() const override { return _class; }
   Class* _class;
 };
 
 // Methods that ask for themselves, each with code of its own.
-using SelfAsking = Implementation(const platform::Object&, int&);
-Implementation asksInBase(const platform::Object& self, int& mark) {
+using SelfAsking = Implementation(const foundation::Object&, int&);
+Implementation asksInBase(const foundation::Object& self, int& mark) {
   mark += 1;
   auto found = impOfCallingMethod(self, "ask");
   mark += 10;
   return found;
 }
-Implementation asksInLeaf(const platform::Object& self, int& mark) {
+Implementation asksInLeaf(const foundation::Object& self, int& mark) {
   mark += 100;
   auto found = impOfCallingMethod(self, "ask");
   mark += 2000;
   return found;
 }
-Implementation asksFromElsewhere(const platform::Object& self, int& mark) {
+Implementation asksFromElsewhere(const foundation::Object& self, int& mark) {
   mark += 30000;
   auto found = impOfCallingMethod(self, "missing");
   mark += 5;
@@ -184,7 +184,7 @@ TEST(OriginalImplementation, AgreesWithTheSlowWriting) {
     std::vector<std::vector<std::uintptr_t>> lists;
     Class* last = nullptr;
     for (int depth = 0; depth < 3; ++depth) {
-      std::vector<platform::Method> methods;
+      std::vector<foundation::Method> methods;
       std::vector<std::uintptr_t> list;
       for (auto n = random() % 3; n > 0; --n) {
         const auto away = static_cast<std::intptr_t>(random() % 6) - 3;

@@ -11,7 +11,7 @@ namespace {
 class DebugDefaults : public testing::Test {
  protected:
   void build(const char* type) { fake.bundles.main.info.insert_or_assign("KTBuildType", type); }
-  void store(const char* key, platform::PropertyList::Value value) {
+  void store(const char* key, foundation::PropertyList::Value value) {
     fake.defaults.values.insert_or_assign(key, std::move(value));
   }
 

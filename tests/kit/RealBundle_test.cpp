@@ -12,7 +12,7 @@
 #include "tests/support/TemporaryFolder.h"
 
 using namespace NSBundle::Kelto;
-using platform::PropertyList::Value;
+using foundation::PropertyList::Value;
 using testing::HasSubstr;
 using tests::Outcome;
 

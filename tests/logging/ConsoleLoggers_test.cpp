@@ -47,8 +47,8 @@ class Terminal : public testing::Test {
     DDTTYLogger::sharedInstance()->setLogFormatter(std::move(formatter));
   }
   std::string prefix() {
-    const std::string time = platform::DateFormatter("yyyy-MM-dd HH:mm:ss:SSS").stringFromDate(fake.clock.now());
-    return time + " Installer[4711:" + platform::formatted("%x", fake.logging.process.currentThreadIdentifier()) + "] ";
+    const std::string time = foundation::DateFormatter("yyyy-MM-dd HH:mm:ss:SSS").stringFromDate(fake.clock.now());
+    return time + " Installer[4711:" + foundation::formatted("%x", fake.logging.process.currentThreadIdentifier()) + "] ";
   }
 
   platform::fake::FakePlatform fake;

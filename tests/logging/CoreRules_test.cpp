@@ -7,7 +7,7 @@
 #include "tests/logging/RecordingLogger.h"
 #include "tests/support/Eventually.h"
 
-using platform::Dispatch::Semaphore;
+using foundation::Dispatch::Semaphore;
 using testing::ElementsAre;
 
 namespace {
@@ -17,7 +17,7 @@ void log(bool asynchronous, std::string_view text) {
 }
 
 std::string here() {
-  const auto label = platform::Dispatch::currentQueueLabel();
+  const auto label = foundation::Dispatch::currentQueueLabel();
   return label.data() == nullptr ? "nowhere" : std::string(label);
 }
 

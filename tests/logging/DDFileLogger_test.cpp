@@ -7,7 +7,7 @@
 #include "platform/fake/FakePlatform.h"
 #include "tests/support/Eventually.h"
 
-using platform::Seconds;
+using foundation::Seconds;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::MatchesRegex;
@@ -51,7 +51,9 @@ class Files : public testing::Test {
     fake.clock.advance(Seconds(seconds));
     logger->loggerQueue()->sync([] {});
   }
-  std::string stamp() { return platform::DateFormatter("yyyy/MM/dd HH:mm:ss:SSS").stringFromDate(fake.clock.now()) + "  "; }
+  std::string stamp() {
+    return foundation::DateFormatter("yyyy/MM/dd HH:mm:ss:SSS").stringFromDate(fake.clock.now()) + "  ";
+  }
   std::string onlyContents() {
     const auto paths = files().paths();
     return paths.size() == 1 ? files().contents(paths[0]).value_or("") : "there are " + std::to_string(paths.size());

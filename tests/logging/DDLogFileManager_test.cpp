@@ -8,7 +8,7 @@
 #include "logging/DDLog.h"
 #include "platform/fake/FakePlatform.h"
 
-using platform::Seconds;
+using foundation::Seconds;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::MatchesRegex;
@@ -23,7 +23,7 @@ class Manager : public testing::Test {
  protected:
   // Ages in seconds; the oldest files have the highest.
   void addFile(const std::string& name, double age, bool isArchived = true) {
-    files().addFile(folder + "/" + name, "x", platform::dateByAdding(fake.clock.now(), Seconds(-age)));
+    files().addFile(folder + "/" + name, "x", foundation::dateByAdding(fake.clock.now(), Seconds(-age)));
     if (isArchived) files().setMark(folder + "/" + name, archived);
   }
   platform::fake::FakeLogStorage& files() { return fake.logging.storage; }

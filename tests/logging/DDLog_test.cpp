@@ -10,8 +10,8 @@
 #include "platform/fake/FakePlatform.h"
 #include "tests/logging/RecordingLogger.h"
 
-using platform::Dispatch::Semaphore;
-using platform::Dispatch::SerialQueue;
+using foundation::Dispatch::Semaphore;
+using foundation::Dispatch::SerialQueue;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -190,7 +190,7 @@ TEST_F(Core, LoggersRunOnTheirOwnQueuesUnderTheirOwnNames) {
   auto one = std::make_shared<RecordingLogger>("queue.one");
   auto other = std::make_shared<RecordingLogger>("queue.two");
   std::vector<std::string> labels;
-  const auto note = [&](const DDLogMessage&) { labels.emplace_back(platform::Dispatch::currentQueueLabel()); };
+  const auto note = [&](const DDLogMessage&) { labels.emplace_back(foundation::Dispatch::currentQueueLabel()); };
   one->onMessage = other->onMessage = note;
   DDLog::addLogger(one);
   DDLog::addLogger(other);
@@ -203,7 +203,7 @@ TEST_F(Core, ALoggerWithoutAQueueGetsOneWithItsName) {
    public:
     explicit Bare(std::optional<std::string> name) : _name(std::move(name)) {}
     void logMessage(const DDLogMessage&) override {
-      const auto current = platform::Dispatch::currentQueueLabel();
+      const auto current = foundation::Dispatch::currentQueueLabel();
       label = current.data() == nullptr ? "none" : std::string(current);
     }
     std::shared_ptr<DDLogFormatter> logFormatter() override { return nullptr; }
@@ -298,7 +298,7 @@ TEST_F(Core, ARecordHasAllThatTheStatementSaid) {
   EXPECT_EQ(record.queueLabel(), "some.queue");
   EXPECT_EQ(record.fileName(), "Thing");
   EXPECT_EQ(record.methodName(), "do:it:");
-  EXPECT_EQ(record.threadID(), platform::formatted("%x", record.machThreadID()));
+  EXPECT_EQ(record.threadID(), foundation::formatted("%x", record.machThreadID()));
 }
 
 TEST_F(Core, ARecordFromTheMainThreadHasTheMainThreadsLabel) {
@@ -401,12 +401,12 @@ std::int32_t levelOfVerbose = 3;
 std::int32_t verboseLevel() { return levelOfVerbose; }
 void setVerboseLevel(std::int32_t level) { levelOfVerbose = level; }
 
-platform::Class* classWith(const std::string& name, const std::vector<platform::Method>& operations) {
-  auto* known = platform::ClassRegistry::shared().classNamed(name);
-  return known != nullptr ? known : platform::ClassRegistry::shared().add(name, nullptr, {}, operations);
+foundation::Class* classWith(const std::string& name, const std::vector<foundation::Method>& operations) {
+  auto* known = foundation::ClassRegistry::shared().classNamed(name);
+  return known != nullptr ? known : foundation::ClassRegistry::shared().add(name, nullptr, {}, operations);
 }
 
-platform::Class* verbose() {
+foundation::Class* verbose() {
   return classWith("TestVerbose", {{"ddLogLevel", &verboseLevel}, {"ddSetLogLevel:", &setVerboseLevel}});
 }
 

@@ -28,8 +28,8 @@ std::ostream& operator<<(std::ostream& stream, const Shown& shown) {
 class Additional : public KTAdditionalLoggerProtocol {
  public:
   void log_level_message(std::string_view selector, std::int32_t level, std::string_view format,
-                         std::span<const platform::FormatArgument> arguments) override {
-    lines.push_back(std::string(selector) + " " + std::to_string(level) + " " + platform::format(format, arguments));
+                         std::span<const foundation::FormatArgument> arguments) override {
+    lines.push_back(std::string(selector) + " " + std::to_string(level) + " " + foundation::format(format, arguments));
   }
   std::vector<std::string> lines;
 };

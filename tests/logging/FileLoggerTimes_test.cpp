@@ -9,7 +9,7 @@
 #include "platform/fake/FakePlatform.h"
 #include "tests/support/Environment.h"
 
-using platform::Seconds;
+using foundation::Seconds;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -54,7 +54,7 @@ class FileTimes : public testing::Test {
     DDLog::log_level_flag_context_file_function_line_format(false, 3, 1, 0, "f.mm", "f", 1, "%@", text);
   }
   void setClock(std::int64_t seconds) {
-    fake.clock.advanceWallClock(platform::Date(std::chrono::seconds(seconds)) - fake.clock.now());
+    fake.clock.advanceWallClock(foundation::Date(std::chrono::seconds(seconds)) - fake.clock.now());
   }
   void pass(double seconds) {
     DDLog::loggingQueue().sync([] {});
@@ -74,7 +74,9 @@ class FileTimes : public testing::Test {
     log("another");
     EXPECT_THAT(files().paths(), SizeIs(2));
   }
-  std::string stamp() { return platform::DateFormatter("yyyy/MM/dd HH:mm:ss:SSS").stringFromDate(fake.clock.now()) + "  "; }
+  std::string stamp() {
+    return foundation::DateFormatter("yyyy/MM/dd HH:mm:ss:SSS").stringFromDate(fake.clock.now()) + "  ";
+  }
   std::vector<std::string> lines() {
     std::vector<std::string> all;
     for (const auto& path : files().paths()) {

@@ -7,7 +7,7 @@
 #include "logging/DispatchQueueLogFormatter.h"
 #include "platform/fake/FakePlatform.h"
 
-using platform::Dispatch::SerialQueue;
+using foundation::Dispatch::SerialQueue;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 

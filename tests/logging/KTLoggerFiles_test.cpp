@@ -115,7 +115,7 @@ TEST_F(FacadeFiles, ThePercentSignsOfAFinishedMessageStayInTheFile) {
 
 TEST_F(FacadeFiles, TheListHasTheNewestFileFirstAndEverythingInIt) {
   log(3, "yesterday");
-  fake.clock.advance(platform::Seconds(86400.0));
+  fake.clock.advance(foundation::Seconds(86400.0));
   log(4, "today");
   const auto list = KTLogger::sharedLogger()->logFileList();
   ASSERT_THAT(list, SizeIs(2));
@@ -125,10 +125,10 @@ TEST_F(FacadeFiles, TheListHasTheNewestFileFirstAndEverythingInIt) {
 
 TEST_F(FacadeFiles, AFileIsRolledAfterADayAndNotBefore) {
   log(3, "one");
-  fake.clock.advance(platform::Seconds(86399.0));
+  fake.clock.advance(foundation::Seconds(86399.0));
   log(3, "two");
   EXPECT_THAT(files().paths(), SizeIs(1));
-  fake.clock.advance(platform::Seconds(1.0));
+  fake.clock.advance(foundation::Seconds(1.0));
   log(3, "three");
   EXPECT_THAT(files().paths(), SizeIs(2));
 }
@@ -136,7 +136,7 @@ TEST_F(FacadeFiles, AFileIsRolledAfterADayAndNotBefore) {
 TEST_F(FacadeFiles, SevenFilesAreKeptBesidesTheOneInUse) {
   for (int day = 0; day < 10; ++day) {
     log(3, "day " + std::to_string(day));
-    fake.clock.advance(platform::Seconds(86400.0));
+    fake.clock.advance(foundation::Seconds(86400.0));
   }
   log(3, "the last day");
   const auto list = KTLogger::sharedLogger()->logFileList();

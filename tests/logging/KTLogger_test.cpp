@@ -72,7 +72,7 @@ TEST_F(Facade, PercentSignsInArgumentsAreShownLiterally) {
 
 TEST_F(Facade, DiagnosticsBeginWithTheirPlace) {
   const int object = 0;
-  const std::string address = platform::formatted("%p", static_cast<const void*>(&object));
+  const std::string address = foundation::formatted("%p", static_cast<const void*>(&object));
   KTDiagnostics::log({"KTThing", &object, "do:with:", 12}, 3, "%@ failed", "it");
   EXPECT_THAT(fake.systemLog.lines, ElementsAre("<Error> [KTThing(" + address + ") do:with:]:12 it failed"));
 }

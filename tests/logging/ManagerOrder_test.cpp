@@ -5,14 +5,14 @@
 #include "logging/DDLogFileManager.h"
 #include "platform/fake/FakePlatform.h"
 
-using platform::Seconds;
+using foundation::Seconds;
 
 namespace {
 
 class ManagerOrder : public testing::Test {
  protected:
   platform::fake::FakeLogStorage& files() { return fake.logging.storage; }
-  platform::Date dateIn(double seconds) { return platform::dateByAdding(fake.clock.now(), Seconds(seconds)); }
+  foundation::Date dateIn(double seconds) { return foundation::dateByAdding(fake.clock.now(), Seconds(seconds)); }
 
   platform::fake::FakePlatform fake;
   std::shared_ptr<DDLogFileManagerDefault> manager = std::make_shared<DDLogFileManagerDefault>("/logs");

@@ -34,7 +34,7 @@ class NotingDatabase : public DDAbstractDatabaseLogger {
 
  private:
   void note(const std::string& what) {
-    _notes.push_back(platform::Dispatch::currentQueueLabel() == "database" ? what : what + " elsewhere");
+    _notes.push_back(foundation::Dispatch::currentQueueLabel() == "database" ? what : what + " elsewhere");
   }
 
   std::vector<std::string> _notes;
@@ -60,7 +60,7 @@ class DatabaseTest : public testing::Test {
   void pass(double seconds) {
     DDLog::loggingQueue().sync([] {});
     logger->loggerQueue()->sync([] {});
-    fake.clock.advance(platform::Seconds(seconds));
+    fake.clock.advance(foundation::Seconds(seconds));
     logger->loggerQueue()->sync([] {});
   }
 

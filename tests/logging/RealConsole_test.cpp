@@ -75,9 +75,9 @@ TEST_F(RealConsole, ALineIsShownWithTimeNameNumbersAndText) {
   // A thread of its own, whose number nobody has asked for before.
   std::thread([&] {
     logTo(terminal.line.get(), "100%d\n");
-    const std::string time = platform::DateFormatter("yyyy-MM-dd HH:mm:ss:SSS").stringFromDate(fake.clock.now());
+    const std::string time = foundation::DateFormatter("yyyy-MM-dd HH:mm:ss:SSS").stringFromDate(fake.clock.now());
     const std::string numbers =
-        platform::formatted("[%d:%x] ", static_cast<int>(::getpid()), linux.process.currentThreadIdentifier());
+        foundation::formatted("[%d:%x] ", static_cast<int>(::getpid()), linux.process.currentThreadIdentifier());
     EXPECT_EQ(terminal.shown(), time + " " + linux.process.processName() + numbers + "100%d\n\n");
   }).join();
 }

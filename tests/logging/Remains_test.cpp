@@ -27,7 +27,8 @@ class Dead {
   }
   void addRecord(std::string_view text) {
     const auto ticket = _ring.takeTicket();
-    _ring.slotOf(ticket).fill({.timestamp = platform::Date(), .level = 3}, text, std::string_view(), false, _ring.texts());
+    _ring.slotOf(ticket).fill({.timestamp = foundation::Date(), .level = 3}, text, std::string_view(), false,
+                              _ring.texts());
     _ring.publish(ticket);
   }
   // As if it had come to deliver them.

@@ -4,6 +4,7 @@
 #include "platform/View.h"
 #include "platform/fake/FakePlatform.h"
 
+using namespace foundation;
 using namespace platform;
 
 namespace {

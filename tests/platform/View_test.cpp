@@ -9,11 +9,11 @@
 #include "platform/fake/FakeGraphics.h"
 #include "platform/fake/FakePlatform.h"
 
-using platform::Point;
-using platform::Rect;
+using foundation::Point;
+using foundation::Rect;
+using foundation::Seconds;
+using foundation::Size;
 using platform::Responder;
-using platform::Seconds;
-using platform::Size;
 using platform::View;
 using platform::ViewWindow;
 using testing::ElementsAre;
@@ -211,12 +211,12 @@ TEST_F(ViewTree, AViewDrawsInItsOwnCoordinatesAndWithinItsBounds) {
 
 TEST_F(ViewTree, ThereIsACurrentContextOnlyWhileDrawing) {
   platform::fake::RecordingContext context;
-  EXPECT_EQ(platform::GraphicsContext::current(), nullptr);
+  EXPECT_EQ(foundation::GraphicsContext::current(), nullptr);
   {
-    const platform::GraphicsContext::Focus focus(context);
-    EXPECT_EQ(platform::GraphicsContext::current(), &context);
+    const foundation::GraphicsContext::Focus focus(context);
+    EXPECT_EQ(foundation::GraphicsContext::current(), &context);
   }
-  EXPECT_EQ(platform::GraphicsContext::current(), nullptr);
+  EXPECT_EQ(foundation::GraphicsContext::current(), nullptr);
 }
 
 TEST_F(ViewTree, NeedingDisplayAsksTheWindowAndEndsWithDrawing) {
@@ -271,14 +271,14 @@ TEST_F(ViewTree, AViewMayGoDuringItsAnimation) {
 TEST_F(ViewTree, AnImageIsMissingWhereNoViewsAreShown) { EXPECT_EQ(platform::imageNamed("s_bloom"), nullptr); }
 
 TEST(GradientAxis, RunsFromTheTopAtMinusNinetyDegrees) {
-  const auto [start, end] = platform::gradientAxis({{0, 60}, {460, 260}}, -90);
+  const auto [start, end] = foundation::gradientAxis({{0, 60}, {460, 260}}, -90);
   EXPECT_NEAR(start.x, 230, 1e-9);
   EXPECT_NEAR(start.y, 320, 1e-9);
   EXPECT_NEAR(end.y, 60, 1e-9);
 }
 
 TEST(GradientAxis, RunsFromTheLeftAtZeroDegrees) {
-  const auto [start, end] = platform::gradientAxis({{10, 0}, {100, 50}}, 0);
+  const auto [start, end] = foundation::gradientAxis({{10, 0}, {100, 50}}, 0);
   EXPECT_NEAR(start.x, 10, 1e-9);
   EXPECT_NEAR(end.x, 110, 1e-9);
   EXPECT_NEAR(end.y, 25, 1e-9);

@@ -36,10 +36,10 @@ class AssistantToolExchange : public testing::Test {
 class RecordingLogger final : public KTAdditionalLoggerProtocol {
  public:
   void log_level_message(std::string_view selector, std::int32_t level, std::string_view format,
-                         std::span<const platform::FormatArgument> arguments) override {
+                         std::span<const foundation::FormatArgument> arguments) override {
     selectors.emplace_back(selector);
     levels.push_back(level);
-    messages.push_back(platform::format(format, arguments));
+    messages.push_back(foundation::format(format, arguments));
   }
   std::vector<std::string> selectors;
   std::vector<std::int32_t> levels;

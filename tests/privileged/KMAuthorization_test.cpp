@@ -7,7 +7,7 @@
 
 #include "platform/fake/FakePlatform.h"
 
-using platform::PropertyList::Data;
+using foundation::PropertyList::Data;
 using testing::ElementsAre;
 using testing::IsEmpty;
 

@@ -13,7 +13,7 @@
 #include "platform/linux/LinuxBundle.h"
 #include "tests/support/TemporaryFolder.h"
 
-using platform::StringTable;
+using foundation::StringTable;
 
 namespace {
 
@@ -52,7 +52,7 @@ class Texts : public testing::TestWithParam<std::string> {
   static StringTable tableOf(const std::string& language) {
     std::string reason;
     const auto table =
-        platform::parseStrings(tests::readFile(resources + "/" + language + ".lproj/Localizable.strings"), &reason);
+        foundation::parseStrings(tests::readFile(resources + "/" + language + ".lproj/Localizable.strings"), &reason);
     EXPECT_TRUE(table) << language << ": " << reason;
     return table.value_or(StringTable());
   }
@@ -146,9 +146,9 @@ TEST(Resources, HaveEveryLanguageAndNoOther) {
 
 TEST(Resources, UnlocalizedStringsAreAListOfTexts) {
   std::string reason;
-  const auto value = platform::PropertyList::parse(tests::readFile(resources + "/UnlocalizedStrings.plist"), &reason);
+  const auto value = foundation::PropertyList::parse(tests::readFile(resources + "/UnlocalizedStrings.plist"), &reason);
   ASSERT_TRUE(value) << reason;
-  const auto* list = value->as<platform::PropertyList::Array>();
+  const auto* list = value->as<foundation::PropertyList::Array>();
   ASSERT_NE(list, nullptr);
   for (const auto& element : *list) EXPECT_NE(element.as<std::string>(), nullptr);
 }

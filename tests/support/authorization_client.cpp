@@ -21,6 +21,7 @@
 
 namespace {
 
+using namespace foundation;
 using namespace platform;
 
 class ErrorLog final : public SystemLog {

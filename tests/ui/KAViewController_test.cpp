@@ -7,8 +7,8 @@
 #include "platform/fake/FakePlatform.h"
 #include "tests/ui/ToldController.h"
 
+using foundation::Size;
 using platform::Responder;
-using platform::Size;
 using testing::ElementsAre;
 
 namespace {
@@ -73,7 +73,7 @@ TEST_F(Controllers, NoViewInPlaceOfNoViewIsNotTold) {
 
 TEST_F(Controllers, AViewThatIsNoKAViewIsJustHeld) {
   ToldController controller(calls);
-  controller.setView(std::make_shared<platform::View>(platform::Rect{{0, 0}, {3, 4}}));
+  controller.setView(std::make_shared<platform::View>(foundation::Rect{{0, 0}, {3, 4}}));
   EXPECT_TRUE(controller.isViewLoaded());
   EXPECT_EQ(controller.recommendedViewSize(), (Size{3, 4}));
   controller.setView(nullptr);
@@ -189,7 +189,7 @@ struct KeyViewLoop : Controllers {
 TEST_F(KeyViewLoop, ManyRequestsAreOneRecalculationOnTheNextTurn) {
   for (int i = 0; i < 10; ++i) controller.setNeedsRecalculateKeyViewLoop();
   EXPECT_EQ(recalculations, 0);
-  EXPECT_EQ(fakes.runLoop.pendingDelays(&window), std::vector{platform::Seconds(0)});
+  EXPECT_EQ(fakes.runLoop.pendingDelays(&window), std::vector{foundation::Seconds(0)});
   fakes.runLoop.runPending();
   EXPECT_EQ(recalculations, 1);
 }

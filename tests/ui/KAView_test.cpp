@@ -5,10 +5,10 @@
 #include "platform/fake/FakeGraphics.h"
 #include "platform/fake/FakePlatform.h"
 
-using platform::Point;
-using platform::Rect;
-using platform::Seconds;
-using platform::Size;
+using foundation::Point;
+using foundation::Rect;
+using foundation::Seconds;
+using foundation::Size;
 
 namespace {
 

@@ -214,7 +214,7 @@ class PartPixels : public FacePixels {
     KAView view;
     QPainter painter(&image);
     QtGraphicsContext context(painter, {40, 30}, Corners::Round);
-    const platform::GraphicsContext::Focus focus(context);
+    const foundation::GraphicsContext::Focus focus(context);
     view.drawThreePartImageInBounds_left_fill_right({{9, 9}, {double(boundsWidth), 1}}, left.get(), fill.get(),
                                                     right.get());
   }
@@ -247,7 +247,7 @@ TEST(FaceAtOneAndAHalf, HasNoGapBetweenItsBands) {
   {
     QPainter painter(&image);
     QtGraphicsContext context(painter, {40, 100}, Corners::Square);
-    const platform::GraphicsContext::Focus focus(context);
+    const foundation::GraphicsContext::Focus focus(context);
     view.drawRect({});
   }
   for (int y = 0; y < image.height(); ++y) EXPECT_EQ(image.pixelColor(20, y).alpha(), 255) << y;

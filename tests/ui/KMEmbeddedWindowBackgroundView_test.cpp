@@ -6,8 +6,8 @@
 #include "platform/fake/FakeGraphics.h"
 #include "platform/fake/FakePlatform.h"
 
-using platform::Color;
-using platform::Rect;
+using foundation::Color;
+using foundation::Rect;
 using platform::fake::DrawingStep;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -35,7 +35,7 @@ struct Drawing : testing::Test {
   template <class Draw>
   std::vector<DrawingStep> stepsOf(Draw draw) {
     platform::fake::RecordingContext context;
-    const platform::GraphicsContext::Focus focus(context);
+    const foundation::GraphicsContext::Focus focus(context);
     draw();
     return context.steps;
   }

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-using platform::Color;
+using foundation::Color;
 
 namespace {
 

@@ -34,11 +34,11 @@ struct Mode {
 inline const std::array modes{Mode{"update", InstallerTexts::update, 0}, Mode{"install", InstallerTexts::install, 206},
                               Mode{"uninstall", InstallerTexts::uninstall, 206}};
 
-inline platform::StringTable textsIn(const std::string& language) {
+inline foundation::StringTable textsIn(const std::string& language) {
   std::ifstream file(KELTO_SOURCE_DIR "/resources/" + language + ".lproj/Localizable.strings");
   std::ostringstream bytes;
   bytes << file.rdbuf();
-  auto table = platform::parseStrings(bytes.str());
+  auto table = foundation::parseStrings(bytes.str());
   if (!table) throw std::runtime_error("the texts in " + language + " cannot be read");
   return *table;
 }
@@ -96,10 +96,10 @@ class Wizard : private platform::ApplicationDelegate {
     return std::dynamic_pointer_cast<Element>(_outlets.at(name));
   }
 
-  void fill(const platform::StringTable& texts, const Mode& mode) {
+  void fill(const foundation::StringTable& texts, const Mode& mode) {
     const auto text = [&](std::string_view key) { return texts.find(key)->second; };
     const auto frame = outlet<platform::Window>("window");
-    platform::Rect rect = frame->frame();
+    foundation::Rect rect = frame->frame();
     if (mode.height > 0) rect.size.height = mode.height;
     frame->setFrame(rect, false);
     outlet<platform::TextField>("titleText")->setStringValue(text(mode.texts.title));

@@ -24,8 +24,8 @@ std::string quoted(std::string_view text) {
   return result + '"';
 }
 
-std::string describedDate(Date date) {
-  const std::string text = PropertyList::dateText(date);
+std::string describedDate(foundation::Date date) {
+  const std::string text = foundation::PropertyList::dateText(date);
   return text.substr(0, 10) + " " + text.substr(11, 8) + " +0000";
 }
 
@@ -33,7 +33,7 @@ class Describer {
  public:
   std::string text;
 
-  void describe(const PropertyList::Value& value, std::size_t depth) {
+  void describe(const foundation::PropertyList::Value& value, std::size_t depth) {
     std::visit([&](const auto& held) { add(held, depth); }, value.storage());
   }
 
@@ -43,14 +43,14 @@ class Describer {
   void add(const std::string& held, std::size_t /*depth*/) { text += quoted(held); }
   void add(bool held, std::size_t /*depth*/) { text += held ? '1' : '0'; }
   void add(std::int64_t held, std::size_t /*depth*/) { text += std::to_string(held); }
-  void add(Date held, std::size_t /*depth*/) { text += quoted(describedDate(held)); }
+  void add(foundation::Date held, std::size_t /*depth*/) { text += quoted(describedDate(held)); }
 
   void add(double held, std::size_t /*depth*/) {
     char digits[32];
     text.append(digits, std::to_chars(std::begin(digits), std::end(digits), held).ptr);
   }
 
-  void add(const PropertyList::Data& held, std::size_t /*depth*/) {
+  void add(const foundation::PropertyList::Data& held, std::size_t /*depth*/) {
     constexpr char digits[] = "0123456789abcdef";
     text += '<';
     for (const auto byte : held) {
@@ -60,7 +60,7 @@ class Describer {
     text += '>';
   }
 
-  void add(const PropertyList::Array& held, std::size_t depth) {
+  void add(const foundation::PropertyList::Array& held, std::size_t depth) {
     text += '(';
     for (std::size_t i = 0; i < held.size(); ++i) {
       if (i > 0) text += ',';
@@ -71,7 +71,7 @@ class Describer {
     text += ')';
   }
 
-  void add(const PropertyList::Dictionary& held, std::size_t depth) {
+  void add(const foundation::PropertyList::Dictionary& held, std::size_t depth) {
     text += '{';
     for (const auto& [key, value] : held) {
       line(depth + 1);
@@ -86,7 +86,7 @@ class Describer {
 
 }  // namespace
 
-std::string description(const PropertyList::Value& value) {
+std::string description(const foundation::PropertyList::Value& value) {
   if (const auto* plain = value.as<std::string>()) return *plain;
   Describer describer;
   describer.describe(value, 0);

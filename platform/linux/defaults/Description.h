@@ -7,6 +7,6 @@
 namespace platform::Linux {
 
 // Without line feed at the end. A string on its own stands as it is; inside of a container it is quoted where it must be.
-std::string description(const PropertyList::Value& value);
+std::string description(const foundation::PropertyList::Value& value);
 
 }  // namespace platform::Linux

@@ -16,10 +16,10 @@
 
 namespace {
 
+using foundation::PropertyList::Array;
+using foundation::PropertyList::Dictionary;
+using foundation::PropertyList::Value;
 using platform::Linux::DefaultsFile;
-using platform::PropertyList::Array;
-using platform::PropertyList::Dictionary;
-using platform::PropertyList::Value;
 using Arguments = std::span<const std::string>;
 
 constexpr const char* usage =

@@ -8,11 +8,11 @@
 namespace platform::Linux {
 namespace {
 
-QRectF qtRect(const Rect& rect) { return {rect.origin.x, rect.origin.y, rect.size.width, rect.size.height}; }
+QRectF qtRect(const foundation::Rect& rect) { return {rect.origin.x, rect.origin.y, rect.size.width, rect.size.height}; }
 
-QPointF qtPoint(Point point) { return {point.x, point.y}; }
+QPointF qtPoint(foundation::Point point) { return {point.x, point.y}; }
 
-QColor qtColor(const Color& color) {
+QColor qtColor(const foundation::Color& color) {
   return QColor::fromRgbF(static_cast<float>(color.red), static_cast<float>(color.green), static_cast<float>(color.blue),
                           static_cast<float>(color.alpha));
 }
@@ -30,7 +30,7 @@ QImage inPixels(const QtImage& image, double scale) {
 
 }  // namespace
 
-QtGraphicsContext::QtGraphicsContext(QPainter& painter, Size area, Corners corners)
+QtGraphicsContext::QtGraphicsContext(QPainter& painter, foundation::Size area, Corners corners)
     : _painter(painter), _area(0, 0, area.width, area.height), _corners(corners) {
   _painter.save();
   _painter.translate(0, area.height);
@@ -68,9 +68,9 @@ void QtGraphicsContext::cutOutside(const QPainterPath& shape) {
 
 double QtGraphicsContext::scale() const { return _painter.device()->devicePixelRatioF(); }
 
-void QtGraphicsContext::clipToRect(const Rect& rect) { _painter.setClipRect(qtRect(rect), Qt::IntersectClip); }
+void QtGraphicsContext::clipToRect(const foundation::Rect& rect) { _painter.setClipRect(qtRect(rect), Qt::IntersectClip); }
 
-void QtGraphicsContext::clipToRoundedRect(const Rect& rect, double horizontalRadius, double verticalRadius) {
+void QtGraphicsContext::clipToRoundedRect(const foundation::Rect& rect, double horizontalRadius, double verticalRadius) {
   if (_corners == Corners::Square) return clipToRect(rect);
   QPainterPath path;
   path.addRoundedRect(qtRect(rect), horizontalRadius, verticalRadius);
@@ -80,15 +80,15 @@ void QtGraphicsContext::clipToRoundedRect(const Rect& rect, double horizontalRad
   _shapes.back() = shape;
 }
 
-void QtGraphicsContext::setFillColor(const Color& color) { _painter.setBrush(qtColor(color)); }
+void QtGraphicsContext::setFillColor(const foundation::Color& color) { _painter.setBrush(qtColor(color)); }
 
-void QtGraphicsContext::setFillPattern(const std::shared_ptr<const Image>& image) {
+void QtGraphicsContext::setFillPattern(const std::shared_ptr<const foundation::Image>& image) {
   if (const auto picture = std::dynamic_pointer_cast<const QtImage>(image))
     _painter.setBrush(QBrush(inPixels(*picture, scale())));
 }
 
 // A pattern is laid in the device's pixels, from the bottom-left corner of the painter's area.
-void QtGraphicsContext::fill(const Rect& rect, QPainter::CompositionMode mode) {
+void QtGraphicsContext::fill(const foundation::Rect& rect, QPainter::CompositionMode mode) {
   if (rect.isEmpty()) return;
   _painter.save();
   _painter.setCompositionMode(mode);
@@ -105,24 +105,26 @@ void QtGraphicsContext::fill(const Rect& rect, QPainter::CompositionMode mode) {
   _painter.restore();
 }
 
-void QtGraphicsContext::fillRect(const Rect& rect) { fill(rect, QPainter::CompositionMode_Source); }
+void QtGraphicsContext::fillRect(const foundation::Rect& rect) { fill(rect, QPainter::CompositionMode_Source); }
 
-void QtGraphicsContext::fillPathOfRect(const Rect& rect) { fill(rect, QPainter::CompositionMode_SourceOver); }
+void QtGraphicsContext::fillPathOfRect(const foundation::Rect& rect) { fill(rect, QPainter::CompositionMode_SourceOver); }
 
-void QtGraphicsContext::drawLinearGradient(const Color& start, const Color& end, const Rect& rect, double degrees) {
+void QtGraphicsContext::drawLinearGradient(const foundation::Color& start, const foundation::Color& end,
+                                           const foundation::Rect& rect, double degrees) {
   if (rect.isEmpty()) return;
-  const auto [from, to] = gradientAxis(rect, degrees);
+  const auto [from, to] = foundation::gradientAxis(rect, degrees);
   QLinearGradient gradient(qtPoint(from), qtPoint(to));
   gradient.setColorAt(0, qtColor(start));
   gradient.setColorAt(1, qtColor(end));
   _painter.fillRect(qtRect(rect), gradient);
 }
 
-void QtGraphicsContext::drawImage(const Image& image, const Rect& rect, CompositingOperation operation, double fraction) {
+void QtGraphicsContext::drawImage(const foundation::Image& image, const foundation::Rect& rect,
+                                  foundation::CompositingOperation operation, double fraction) {
   const auto* picture = dynamic_cast<const QtImage*>(&image);
   if (picture == nullptr || rect.isEmpty()) return;
   _painter.save();
-  const bool copies = operation == CompositingOperation::Copy;
+  const bool copies = operation == foundation::CompositingOperation::Copy;
   _painter.setCompositionMode(copies ? QPainter::CompositionMode_Source : QPainter::CompositionMode_SourceOver);
   _painter.setOpacity(fraction);
   _painter.translate(rect.origin.x, rect.origin.y + rect.size.height);

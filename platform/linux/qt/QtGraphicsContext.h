@@ -8,7 +8,7 @@
 
 namespace platform::Linux {
 
-class QtGraphicsContext final : public GraphicsContext {
+class QtGraphicsContext final : public foundation::GraphicsContext {
  public:
   enum class Corners { Round, Square };
 
@@ -17,26 +17,28 @@ class QtGraphicsContext final : public GraphicsContext {
   //
   // Qt's clips have no smooth edge. A rounded clip of the whole area gets one all the same: its corners are cut out when
   // the graphics state is restored, for there is nothing behind the area.
-  QtGraphicsContext(QPainter& painter, Size area, Corners corners);
+  QtGraphicsContext(QPainter& painter, foundation::Size area, Corners corners);
   ~QtGraphicsContext() override;
   QtGraphicsContext(const QtGraphicsContext&) = delete;
   QtGraphicsContext& operator=(const QtGraphicsContext&) = delete;
 
   void saveGraphicsState() override;
   void restoreGraphicsState() override;
-  void translateBy(Point offset) override { _painter.translate(offset.x, offset.y); }
+  void translateBy(foundation::Point offset) override { _painter.translate(offset.x, offset.y); }
   void scaleBy(double horizontal, double vertical) override { _painter.scale(horizontal, vertical); }
-  void clipToRect(const Rect& rect) override;
-  void clipToRoundedRect(const Rect& rect, double horizontalRadius, double verticalRadius) override;
-  void setFillColor(const Color& color) override;
-  void setFillPattern(const std::shared_ptr<const Image>& image) override;
-  void fillRect(const Rect& rect) override;
-  void fillPathOfRect(const Rect& rect) override;
-  void drawLinearGradient(const Color& start, const Color& end, const Rect& rect, double degrees) override;
-  void drawImage(const Image& image, const Rect& rect, CompositingOperation operation, double fraction) override;
+  void clipToRect(const foundation::Rect& rect) override;
+  void clipToRoundedRect(const foundation::Rect& rect, double horizontalRadius, double verticalRadius) override;
+  void setFillColor(const foundation::Color& color) override;
+  void setFillPattern(const std::shared_ptr<const foundation::Image>& image) override;
+  void fillRect(const foundation::Rect& rect) override;
+  void fillPathOfRect(const foundation::Rect& rect) override;
+  void drawLinearGradient(const foundation::Color& start, const foundation::Color& end, const foundation::Rect& rect,
+                          double degrees) override;
+  void drawImage(const foundation::Image& image, const foundation::Rect& rect, foundation::CompositingOperation operation,
+                 double fraction) override;
 
  private:
-  void fill(const Rect& rect, QPainter::CompositionMode mode);
+  void fill(const foundation::Rect& rect, QPainter::CompositionMode mode);
   void cutOutside(const QPainterPath& shape);
   [[nodiscard]] double scale() const;
 

@@ -4,7 +4,7 @@
 
 namespace platform::Linux {
 
-Size QtImage::size() const {
+foundation::Size QtImage::size() const {
   const QSizeF size = _versions.front().deviceIndependentSize();
   return {size.width(), size.height()};
 }

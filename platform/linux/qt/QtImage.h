@@ -7,13 +7,13 @@
 
 namespace platform::Linux {
 
-class QtImage final : public Image {
+class QtImage final : public foundation::Image {
  public:
   // One version of the picture for each scale, smallest scale first; at least one. A version's device pixel ratio is its
   // scale.
   explicit QtImage(std::vector<QImage> versions) : _versions(std::move(versions)) {}
 
-  [[nodiscard]] Size size() const override;
+  [[nodiscard]] foundation::Size size() const override;
   // The smallest version that has enough pixels for the scale, or the largest there is.
   [[nodiscard]] const QImage& versionForScale(double scale) const;
 

@@ -15,9 +15,9 @@ constexpr std::chrono::milliseconds longestSleep = std::chrono::hours(24);
 // A repeating timer cannot fire more often than this.
 constexpr double shortestInterval = 0.0001;
 
-nanoseconds bounded(Seconds delay, double shortest) {
+nanoseconds bounded(foundation::Seconds delay, double shortest) {
   const double seconds = delay.count() > shortest ? std::min(delay.count(), longestDelay) : shortest;
-  return std::chrono::duration_cast<nanoseconds>(Seconds(seconds));
+  return std::chrono::duration_cast<nanoseconds>(foundation::Seconds(seconds));
 }
 
 }  // namespace
@@ -55,11 +55,11 @@ QtRunLoop::QtRunLoop() {
   QObject::connect(&_wakeUp, &QTimer::timeout, &_wakeUp, [this] { fireWhatIsDue(); });
 }
 
-Date QtRunLoop::currentDate() const {
-  return std::chrono::time_point_cast<Date::duration>(std::chrono::system_clock::now());
+foundation::Date QtRunLoop::currentDate() const {
+  return std::chrono::time_point_cast<foundation::Date::duration>(std::chrono::system_clock::now());
 }
 
-void QtRunLoop::performAfterDelay(Seconds delay, const void* target, std::function<void()> action) {
+void QtRunLoop::performAfterDelay(foundation::Seconds delay, const void* target, std::function<void()> action) {
   schedule(Clock::now() + bounded(delay, 0), target, std::move(action));
 }
 
@@ -68,7 +68,8 @@ void QtRunLoop::cancelPreviousPerformRequests(const void* target) {
   arm();
 }
 
-std::shared_ptr<Timer> QtRunLoop::scheduledTimer(Seconds interval, bool repeats, std::function<void(Timer&)> action) {
+std::shared_ptr<Timer> QtRunLoop::scheduledTimer(foundation::Seconds interval, bool repeats,
+                                                 std::function<void(Timer&)> action) {
   auto timer = std::make_shared<ScheduledTimer>(bounded(interval, shortestInterval), repeats, std::move(action));
   scheduleTick(timer, Clock::now() + timer->interval);
   return timer;

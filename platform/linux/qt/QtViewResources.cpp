@@ -59,7 +59,7 @@ class ViewReader {
   }
 
   // The document counts from the top.
-  Rect rect(const View* superview) {
+  foundation::Rect rect(const View* superview) {
     std::map<std::string, double> numbers;
     while (_xml.readNextStartElement()) {
       const auto name = _xml.name().toString().toStdString();
@@ -82,13 +82,13 @@ std::shared_ptr<View> makeView(const std::vector<ViewClass>& classes, std::strin
   return found == classes.end() ? nullptr : found->make();
 }
 
-std::shared_ptr<const Image> QtViewResources::imageNamed(std::string_view name) {
+std::shared_ptr<const foundation::Image> QtViewResources::imageNamed(std::string_view name) {
   const auto known = _images.find(name);
   if (known != _images.end()) return known->second;
   return _images.emplace(name, load(std::string(name))).first->second;
 }
 
-std::shared_ptr<const Image> QtViewResources::load(const std::string& name) const {
+std::shared_ptr<const foundation::Image> QtViewResources::load(const std::string& name) const {
   std::vector<QImage> versions;
   for (const int scale : {1, 2, 3}) {
     const auto file = "artwork/" + name + (scale == 1 ? "" : "@" + std::to_string(scale) + "x");

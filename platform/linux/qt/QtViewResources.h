@@ -16,18 +16,18 @@ class QtViewResources final : public ViewResources {
   QtViewResources(const Bundle& bundle, const std::vector<ViewClass>& classes) : _bundle(bundle), _classes(classes) {}
 
   // Also remembers what is missing.
-  std::shared_ptr<const Image> imageNamed(std::string_view name) override;
+  std::shared_ptr<const foundation::Image> imageNamed(std::string_view name) override;
 
   // The document's top-level widget and those in it whose class is a view's become views, with their geometry, their
   // boolean properties and the number "autoresizingMask".
   std::shared_ptr<View> loadNib(std::string_view name, ViewController& owner, std::string& cause) override;
 
  private:
-  [[nodiscard]] std::shared_ptr<const Image> load(const std::string& name) const;
+  [[nodiscard]] std::shared_ptr<const foundation::Image> load(const std::string& name) const;
 
   const Bundle& _bundle;
   const std::vector<ViewClass>& _classes;
-  std::map<std::string, std::shared_ptr<const Image>, std::less<>> _images;
+  std::map<std::string, std::shared_ptr<const foundation::Image>, std::less<>> _images;
 };
 
 // The view class of that name; nullptr when it is none of `classes`.

@@ -43,7 +43,7 @@ void WindowWidget::mousePressEvent(QMouseEvent* event) {
   if (event->button() == Qt::LeftButton && windowHandle() != nullptr) windowHandle()->startSystemMove();
 }
 
-Rect QtWindow::frame() const {
+foundation::Rect QtWindow::frame() const {
   if (_widget == nullptr) return {};
   const QRect screen = primaryScreen();
   const QRect place = _widget->geometry();
@@ -52,14 +52,14 @@ Rect QtWindow::frame() const {
           {static_cast<double>(place.width()), static_cast<double>(place.height())}};
 }
 
-void QtWindow::setFrame(const Rect& frame, bool display) {
+void QtWindow::setFrame(const foundation::Rect& frame, bool display) {
   if (_widget == nullptr) return;
   _widget->setFixedSize(std::max(whole(frame.size.width), 1), std::max(whole(frame.size.height), 1));
   setFrameOrigin(frame.origin);
   if (display) _widget->repaint();
 }
 
-void QtWindow::setFrameOrigin(Point origin) {
+void QtWindow::setFrameOrigin(foundation::Point origin) {
   if (_widget == nullptr) return;
   const QRect screen = primaryScreen();
   const int above = whole(screen.height() - origin.y - _widget->height());

@@ -27,10 +27,10 @@ class QtWindow final : public Window {
   explicit QtWindow(QWidget& widget) : _widget(&widget) {}
 
   // The zero rectangle when the widget has gone.
-  [[nodiscard]] Rect frame() const override;
+  [[nodiscard]] foundation::Rect frame() const override;
   // The window cannot be resized by hand, so this is its only size, whatever the layout would like.
-  void setFrame(const Rect& frame, bool display) override;
-  void setFrameOrigin(Point origin) override;
+  void setFrame(const foundation::Rect& frame, bool display) override;
+  void setFrameOrigin(foundation::Point origin) override;
   void center() override;
   void setTitle(std::string_view title) override;
   void makeKeyAndOrderFront() override;

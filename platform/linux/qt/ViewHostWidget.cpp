@@ -42,7 +42,7 @@ bool ViewHostWidget::event(QEvent* event) {
 void ViewHostWidget::paintEvent(QPaintEvent* /*event*/) {
   using Corners = QtGraphicsContext::Corners;
   QPainter painter(this);
-  const Size area{static_cast<double>(width()), static_cast<double>(height())};
+  const foundation::Size area{static_cast<double>(width()), static_cast<double>(height())};
   QtGraphicsContext context(painter, area, _isComposed ? Corners::Round : Corners::Square);
   _window.display(context);
 }

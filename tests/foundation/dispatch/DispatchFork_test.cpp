@@ -11,22 +11,22 @@
 #include "foundation/dispatch/Fork.h"
 #include "tests/support/SharedCount.h"
 
-using platform::Dispatch::Semaphore;
-using platform::Dispatch::SerialQueue;
+using foundation::Dispatch::Semaphore;
+using foundation::Dispatch::SerialQueue;
 
 namespace {
 
 // The status of a child that does `work`, forked as the platform's own layer would.
 int statusOfChild(const std::function<int()>& work) {
-  platform::Fork::prepare();
+  foundation::Fork::prepare();
   const pid_t child = ::fork();
   if (child == 0) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     ::alarm(30);
-    platform::Fork::child();
+    foundation::Fork::child();
     ::_exit(work());
   }
-  platform::Fork::parent();
+  foundation::Fork::parent();
   int status = 0;
   ::waitpid(child, &status, 0);
   return status;
@@ -103,13 +103,13 @@ TEST(DispatchFork, ABlockThatForkedHasNoTurnInTheChild) {
               const auto queue = SerialQueue::make("forking");
               pid_t child = 0;
               queue->sync([&] {
-                platform::Fork::prepare();
+                foundation::Fork::prepare();
                 child = ::fork();
                 if (child != 0) {
-                  platform::Fork::parent();
+                  foundation::Fork::parent();
                   return;
                 }
-                platform::Fork::child();
+                foundation::Fork::child();
                 ::alarm(30);
                 queue->resetAfterFork();
                 queue->sync([] {});

@@ -7,8 +7,8 @@
 
 #include "platform/fake/FakeLogging.h"
 
-using namespace platform::Dispatch;
-using platform::Seconds;
+using namespace foundation::Dispatch;
+using foundation::Seconds;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -110,7 +110,7 @@ class Timers : public testing::Test {
   }
 
   platform::fake::FakeClock clock;
-  const platform::Uptime start = clock.uptime();
+  const foundation::Uptime start = clock.uptime();
   std::shared_ptr<SerialQueue> queue = SerialQueue::make("timers");
   std::vector<std::chrono::nanoseconds> fired;
 };
@@ -194,7 +194,7 @@ TEST(RealTimers, FireOnTheirQueue) {
   const auto timer = TimerSource::make(queue, [&] {
     if (queue->isCurrent()) fired.release();
   });
-  timer->set(platform::Clock::current().uptime() + std::chrono::milliseconds(5), Seconds(0.005));
+  timer->set(foundation::Clock::current().uptime() + std::chrono::milliseconds(5), Seconds(0.005));
   timer->resume();
   for (int i = 0; i < 3; ++i) EXPECT_TRUE(fired.try_acquire_for(std::chrono::seconds(20)));
   queue->sync([&] { timer->cancel(); });

@@ -8,7 +8,7 @@
 #include <thread>
 #include <vector>
 
-using platform::Fork::Stage;
+using foundation::Fork::Stage;
 using testing::ElementsAre;
 
 namespace {
@@ -17,16 +17,16 @@ namespace {
 class Forks : public testing::Test {
  protected:
   void add(const std::string& name, Stage stage) {
-    added.push_back(platform::Fork::addHandlers({.stage = stage,
-                                                 .prepare = [this, name] { notes.push_back(name + " prepares"); },
-                                                 .parent = [this, name] { notes.push_back(name + " goes on"); },
-                                                 .child = [this, name] { notes.push_back(name + " begins"); }}));
+    added.push_back(foundation::Fork::addHandlers({.stage = stage,
+                                                   .prepare = [this, name] { notes.push_back(name + " prepares"); },
+                                                   .parent = [this, name] { notes.push_back(name + " goes on"); },
+                                                   .child = [this, name] { notes.push_back(name + " begins"); }}));
   }
   ~Forks() override {
-    for (const auto one : added) platform::Fork::removeHandlers(one);
+    for (const auto one : added) foundation::Fork::removeHandlers(one);
   }
 
-  std::vector<platform::Fork::HandlersID> added;
+  std::vector<foundation::Fork::HandlersID> added;
   std::vector<std::string> notes;
 };
 
@@ -36,8 +36,8 @@ TEST_F(Forks, WhoWaitsForOthersPreparesBeforeWhoHoldsThemUp) {
   add("work", Stage::work);
   add("locks", Stage::locks);
   add("threads", Stage::threads);
-  platform::Fork::prepare();
-  platform::Fork::parent();
+  foundation::Fork::prepare();
+  foundation::Fork::parent();
   EXPECT_THAT(notes, ElementsAre("work prepares", "threads prepares", "locks prepares", "locks goes on", "threads goes on",
                                  "work goes on"));
 }
@@ -45,43 +45,43 @@ TEST_F(Forks, WhoWaitsForOthersPreparesBeforeWhoHoldsThemUp) {
 TEST_F(Forks, WithinAStageTheLastPreparesFirst) {
   add("one", Stage::locks);
   add("two", Stage::locks);
-  platform::Fork::prepare();
-  platform::Fork::parent();
+  foundation::Fork::prepare();
+  foundation::Fork::parent();
   EXPECT_THAT(notes, ElementsAre("two prepares", "one prepares", "one goes on", "two goes on"));
 }
 
 TEST_F(Forks, WhatIsAddedWhileOthersPreparePreparesToo) {
-  added.push_back(platform::Fork::addHandlers({.stage = Stage::work,
-                                               .prepare =
-                                                   [this] {
-                                                     std::thread([this] { add("late", Stage::threads); }).join();
-                                                     notes.push_back("early prepares");
-                                                   },
-                                               .parent = [this] { notes.push_back("early goes on"); }}));
-  platform::Fork::prepare();
-  platform::Fork::parent();
+  added.push_back(foundation::Fork::addHandlers({.stage = Stage::work,
+                                                 .prepare =
+                                                     [this] {
+                                                       std::thread([this] { add("late", Stage::threads); }).join();
+                                                       notes.push_back("early prepares");
+                                                     },
+                                                 .parent = [this] { notes.push_back("early goes on"); }}));
+  foundation::Fork::prepare();
+  foundation::Fork::parent();
   EXPECT_THAT(notes, ElementsAre("early prepares", "late prepares", "late goes on", "early goes on"));
 }
 
 TEST_F(Forks, HandlersThatOnlyConcernAChildAreRemovedWhileOthersPrepare) {
-  const auto childOnly = platform::Fork::addHandlers({.child = [this] { notes.push_back("never"); }});
-  added.push_back(platform::Fork::addHandlers(
+  const auto childOnly = foundation::Fork::addHandlers({.child = [this] { notes.push_back("never"); }});
+  added.push_back(foundation::Fork::addHandlers(
       {.stage = Stage::work,
-       .prepare = [&] { std::thread([&] { platform::Fork::removeHandlers(childOnly); }).join(); },
+       .prepare = [&] { std::thread([&] { foundation::Fork::removeHandlers(childOnly); }).join(); },
        .parent = [this] { notes.push_back("goes on"); }}));
-  platform::Fork::prepare();
-  platform::Fork::parent();
+  foundation::Fork::prepare();
+  foundation::Fork::parent();
   EXPECT_THAT(notes, ElementsAre("goes on"));
 }
 
 TEST_F(Forks, HandlersThatHavePreparedAreNotRemovedBeforeTheyGoOn) {
   add("one", Stage::locks);
-  platform::Fork::prepare();
+  foundation::Fork::prepare();
   std::thread remover([this] {
-    platform::Fork::removeHandlers(added.front());
+    foundation::Fork::removeHandlers(added.front());
     notes.push_back("removed");
   });
-  platform::Fork::parent();
+  foundation::Fork::parent();
   remover.join();
   EXPECT_THAT(notes, ElementsAre("one prepares", "one goes on", "removed"));
 }
@@ -89,21 +89,21 @@ TEST_F(Forks, HandlersThatHavePreparedAreNotRemovedBeforeTheyGoOn) {
 TEST_F(Forks, WhoRemovesHandlersThatHavePreparedWaitsForThem) {
   std::atomic<bool> isRemoving{false};
   std::atomic<bool> isRemoved{false};
-  const auto handlers = platform::Fork::addHandlers({.prepare = [] {},
-                                                     .parent =
-                                                         [&] {
-                                                           // Nothing to wait for: it must not be, however long one looks.
-                                                           for (int i = 0; i < 30 && !isRemoved; ++i)
-                                                             std::this_thread::sleep_for(std::chrono::milliseconds(1));
-                                                           EXPECT_FALSE(isRemoved);
-                                                         }});
-  platform::Fork::prepare();
+  const auto handlers = foundation::Fork::addHandlers({.prepare = [] {},
+                                                       .parent =
+                                                           [&] {
+                                                             // Nothing to wait for: it must not be, however long one looks.
+                                                             for (int i = 0; i < 30 && !isRemoved; ++i)
+                                                               std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                                                             EXPECT_FALSE(isRemoved);
+                                                           }});
+  foundation::Fork::prepare();
   std::thread remover([&] {
     isRemoving = true;
-    platform::Fork::removeHandlers(handlers);
+    foundation::Fork::removeHandlers(handlers);
     isRemoved = true;
   });
   while (!isRemoving) std::this_thread::yield();
-  platform::Fork::parent();
+  foundation::Fork::parent();
   remover.join();
 }

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-using platform::Rect;
-using platform::rectFromString;
+using foundation::Rect;
+using foundation::rectFromString;
 
 TEST(RectFromString, ReadsTheStandardNotation) {
   EXPECT_EQ(rectFromString("{{100, 100}, {800, 600}}"), (Rect{{100, 100}, {800, 600}}));

@@ -9,12 +9,12 @@
 
 using namespace std::chrono_literals;
 using namespace std::string_literals;
-using platform::Date;
-using platform::PropertyList::Array;
-using platform::PropertyList::Data;
-using platform::PropertyList::Dictionary;
-using platform::PropertyList::parse;
-using platform::PropertyList::Value;
+using foundation::Date;
+using foundation::PropertyList::Array;
+using foundation::PropertyList::Data;
+using foundation::PropertyList::Dictionary;
+using foundation::PropertyList::parse;
+using foundation::PropertyList::Value;
 
 namespace {
 

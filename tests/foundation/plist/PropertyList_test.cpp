@@ -13,13 +13,13 @@
 #include "tests/support/TemporaryFolder.h"
 
 using namespace std::chrono_literals;
-using platform::Date;
-using platform::PropertyList::Array;
-using platform::PropertyList::Data;
-using platform::PropertyList::Dictionary;
-using platform::PropertyList::parse;
-using platform::PropertyList::serializeXML;
-using platform::PropertyList::Value;
+using foundation::Date;
+using foundation::PropertyList::Array;
+using foundation::PropertyList::Data;
+using foundation::PropertyList::Dictionary;
+using foundation::PropertyList::parse;
+using foundation::PropertyList::serializeXML;
+using foundation::PropertyList::Value;
 
 namespace {
 
@@ -322,7 +322,7 @@ rc::Gen<std::string> anyText() {
       rc::gen::oneOf(rc::gen::inRange<char32_t>(0x20, 0x7F), rc::gen::elementOf(std::u32string(U"\t\n\r<>&\"' é€😀")));
   return rc::gen::map(rc::gen::container<std::u32string>(character), [](const std::u32string& characters) {
     std::string text;
-    for (const char32_t each : characters) platform::appendUTF8(text, each);
+    for (const char32_t each : characters) foundation::appendUTF8(text, each);
     return text;
   });
 }

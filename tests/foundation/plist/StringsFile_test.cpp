@@ -6,8 +6,8 @@
 
 #include "foundation/plist/PropertyList.h"
 
-using platform::parseStrings;
-using platform::StringTable;
+using foundation::parseStrings;
+using foundation::StringTable;
 
 namespace {
 
@@ -107,7 +107,7 @@ TEST(StringsFile, TheReasonIsUntouchedOnSuccess) {
 }
 
 TEST(StringsFile, ReadsATableThatIsAPropertyList) {
-  const auto text = platform::PropertyList::serializeXML(platform::PropertyList::Dictionary{{"<OK>", "D’accord"}});
+  const auto text = foundation::PropertyList::serializeXML(foundation::PropertyList::Dictionary{{"<OK>", "D’accord"}});
   EXPECT_EQ(parseStrings(text), (StringTable{{"<OK>", "D’accord"}}));
 }
 
@@ -118,7 +118,7 @@ TEST(StringsFile, RefusesAPropertyListOfAnotherShape) {
 }
 
 TEST(StringsFile, RefusesATableThatIsTooLarge) {
-  EXPECT_EQ(reasonFor(std::string(platform::PropertyList::MaximumBytes + 1, ' ')),
+  EXPECT_EQ(reasonFor(std::string(foundation::PropertyList::MaximumBytes + 1, ' ')),
             "the table is larger than 16777216 bytes");
 }
 

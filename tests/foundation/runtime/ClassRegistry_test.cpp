@@ -4,7 +4,7 @@
 
 #include <thread>
 
-using namespace platform;
+using namespace foundation;
 
 namespace {
 

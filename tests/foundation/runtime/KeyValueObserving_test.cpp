@@ -6,7 +6,7 @@
 #include <functional>
 #include <thread>
 
-using namespace platform;
+using namespace foundation;
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include <string>
 
-using platform::ProcessScope;
+using foundation::ProcessScope;
 
 namespace {
 

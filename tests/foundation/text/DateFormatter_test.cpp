@@ -6,8 +6,8 @@
 
 #include "tests/support/Environment.h"
 
-using platform::Date;
-using platform::DateFormatter;
+using foundation::Date;
+using foundation::DateFormatter;
 
 namespace {
 

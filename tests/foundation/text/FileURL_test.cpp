@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-using namespace platform;
+using namespace foundation;
 
 TEST(FileURL, NamesAPathWithItsEscapesRemoved) {
   EXPECT_EQ(FileURL::path("file:///a%20b/%C3%A9"), "/a b/\xC3\xA9");

@@ -4,8 +4,8 @@
 
 #include <limits>
 
-using platform::FormatArgument;
-using platform::formatted;
+using foundation::FormatArgument;
+using foundation::formatted;
 
 namespace {
 
@@ -69,8 +69,8 @@ TEST(Format, ArgumentsWithoutAConversionAreLeftOut) { EXPECT_EQ(formatted("%d", 
 TEST(Format, IsAppendedToWhatIsThere) {
   const FormatArgument arguments[] = {FormatArgument(7)};
   std::string text = "there: ";
-  platform::appendFormat(text, "%d", arguments);
-  platform::appendFormat(text, ", %3d", arguments);
-  platform::appendFormat(text, "", {});
+  foundation::appendFormat(text, "%d", arguments);
+  foundation::appendFormat(text, ", %3d", arguments);
+  foundation::appendFormat(text, "", {});
   EXPECT_EQ(text, "there: 7,   7");
 }

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-using namespace platform;
+using namespace foundation;
 
 TEST(Path, LastComponentIgnoresTrailingSlashes) {
   EXPECT_EQ(Path::lastComponent("/Applications/App.app"), "App.app");

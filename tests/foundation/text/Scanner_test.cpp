@@ -4,7 +4,7 @@
 
 #include <limits>
 
-using platform::scanInteger;
+using foundation::scanInteger;
 
 namespace {
 

@@ -4,14 +4,14 @@
 
 #include "foundation/text/UTF8.h"
 
-using platform::ByteOrder;
-using platform::utf8FromUTF16;
+using foundation::ByteOrder;
+using foundation::utf8FromUTF16;
 
 namespace {
 
 std::string encoded(char32_t character) {
   std::string text;
-  platform::appendUTF8(text, character);
+  foundation::appendUTF8(text, character);
   return text;
 }
 
@@ -30,7 +30,7 @@ TEST(UTF16, CharactersOfEveryLengthAreWrittenAsUTF8) {
 TEST(UTF16, EveryCharacterIsWellFormedUTF8) {
   for (char32_t character = 0; character <= 0x10FFFF; ++character) {
     if (character == 0xD800) character = 0xE000;
-    ASSERT_TRUE(platform::isValidUTF8(encoded(character))) << static_cast<std::uint32_t>(character);
+    ASSERT_TRUE(foundation::isValidUTF8(encoded(character))) << static_cast<std::uint32_t>(character);
   }
 }
 
@@ -48,9 +48,9 @@ TEST(UTF16, BrokenPairsAndCutUnitsAreRefused) {
 }
 
 TEST(UTF16, ATextFileTellsItsEncodingByItsMark) {
-  EXPECT_EQ(platform::decodedText("\xFF\xFE\xAC\x20"), "€");
-  EXPECT_EQ(platform::decodedText("\xFE\xFF\x20\xAC"), "€");
-  EXPECT_EQ(platform::decodedText("\xEF\xBB\xBF€"), "€");
-  EXPECT_EQ(platform::decodedText("€"), "€");
-  EXPECT_EQ(platform::decodedText("\xE9"), std::nullopt);
+  EXPECT_EQ(foundation::decodedText("\xFF\xFE\xAC\x20"), "€");
+  EXPECT_EQ(foundation::decodedText("\xFE\xFF\x20\xAC"), "€");
+  EXPECT_EQ(foundation::decodedText("\xEF\xBB\xBF€"), "€");
+  EXPECT_EQ(foundation::decodedText("€"), "€");
+  EXPECT_EQ(foundation::decodedText("\xE9"), std::nullopt);
 }

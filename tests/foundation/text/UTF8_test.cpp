@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-using platform::isValidUTF8;
+using foundation::isValidUTF8;
 
 TEST(UTF8, WellFormedTextOfAllLengthsIsValid) {
   EXPECT_TRUE(isValidUTF8(""));
@@ -16,4 +16,4 @@ TEST(UTF8, OverlongFormsSurrogatesAndTruncationsAreNotValid) {
     EXPECT_FALSE(isValidUTF8(text)) << text;
 }
 
-TEST(UTF8, BytesAboveAsciiAreReplaced) { EXPECT_EQ(platform::textFromASCII("a\xFFz"), "a\xEF\xBF\xBDz"); }
+TEST(UTF8, BytesAboveAsciiAreReplaced) { EXPECT_EQ(foundation::textFromASCII("a\xFFz"), "a\xEF\xBF\xBDz"); }

@@ -17,9 +17,9 @@
 #include "tests/support/Eventually.h"
 #include "tests/support/TemporaryFolder.h"
 
+using foundation::PropertyList::Array;
+using foundation::PropertyList::Value;
 using platform::Linux::LinuxUserDefaults;
-using platform::PropertyList::Array;
-using platform::PropertyList::Value;
 using testing::IsEmpty;
 using tests::Outcome;
 
@@ -145,7 +145,8 @@ TEST_F(DefaultsCommand, AFileThatCannotBeReadIsNotTouched) {
 
 TEST_F(DefaultsCommand, ContainersAndDataArePrintedForPeople) {
   auto defaults = open();
-  ASSERT_TRUE(defaults.setObject("list", Array{1, "a b", "\"\\", Array{}, platform::PropertyList::Data{std::byte{0xAB}}}));
+  ASSERT_TRUE(
+      defaults.setObject("list", Array{1, "a b", "\"\\", Array{}, foundation::PropertyList::Data{std::byte{0xAB}}}));
   EXPECT_EQ(run("read com.kelto.macController list").output,
             "(\n    1,\n    \"a b\",\n    \"\\\"\\\\\",\n    (\n    ),\n    <ab>\n)\n");
 }

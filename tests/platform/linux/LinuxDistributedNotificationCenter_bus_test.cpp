@@ -23,10 +23,10 @@
 namespace platform::Linux {
 namespace {
 
-using PropertyList::Array;
-using PropertyList::Data;
-using PropertyList::Dictionary;
-using PropertyList::Value;
+using foundation::PropertyList::Array;
+using foundation::PropertyList::Data;
+using foundation::PropertyList::Dictionary;
+using foundation::PropertyList::Value;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
@@ -239,8 +239,8 @@ TEST_F(DistributedNotifications, EveryKindOfValueArrivesButDates) {
   Dictionary userInfo{{"text", "hello"}, {"yes", true},      {"no", false},    {"number", std::int64_t{-1} << 62},
                       {"real", 0.1},     {"data", bytes(3)}, {"inner", inner}, {"list", Array{"a", 1, Array{true}, inner}}};
   Dictionary posted = userInfo;
-  posted.insert_or_assign("date", Date{});
-  posted.insert_or_assign("dates", Array{Date{}, "b"});
+  posted.insert_or_assign("date", foundation::Date{});
+  posted.insert_or_assign("dates", Array{foundation::Date{}, "b"});
   userInfo.insert_or_assign("dates", Array{"b"});
   ASSERT_TRUE(controller.center.post({credentials, {}, posted}));
   ASSERT_TRUE(installer.receives(1));

@@ -14,7 +14,7 @@ using testing::HasSubstr;
 
 class ServiceManagementOverTheBus : public testing::Test {
  protected:
-  std::optional<PropertyList::Dictionary> ask(const std::string& label) {
+  std::optional<foundation::PropertyList::Dictionary> ask(const std::string& label) {
     return LinuxServiceManagement(log).copyJobDictionary(label);
   }
 
@@ -31,14 +31,14 @@ class ServiceManagementOverTheBus : public testing::Test {
 TEST_F(ServiceManagementOverTheBus, ARunningServiceHasItsProcess) {
   auto systemd = manager("loaded", "4711");
   ASSERT_TRUE(systemd.isReady());
-  EXPECT_EQ(ask("known"), (PropertyList::Dictionary{{"Label", "known"}, {"PID", 4711}}));
+  EXPECT_EQ(ask("known"), (foundation::PropertyList::Dictionary{{"Label", "known"}, {"PID", 4711}}));
   EXPECT_TRUE(log.lines.empty());
 }
 
 TEST_F(ServiceManagementOverTheBus, AStoppedServiceHasNone) {
   auto systemd = manager("loaded", "0");
   ASSERT_TRUE(systemd.isReady());
-  EXPECT_EQ(ask("known"), (PropertyList::Dictionary{{"Label", "known"}}));
+  EXPECT_EQ(ask("known"), (foundation::PropertyList::Dictionary{{"Label", "known"}}));
 }
 
 TEST_F(ServiceManagementOverTheBus, AUnitThatCouldNotBeLoadedIsNoJob) {

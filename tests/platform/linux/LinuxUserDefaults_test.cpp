@@ -12,12 +12,12 @@
 #include "tests/support/Environment.h"
 #include "tests/support/TemporaryFolder.h"
 
+using foundation::PropertyList::Array;
+using foundation::PropertyList::Dictionary;
+using foundation::PropertyList::Value;
 using platform::Linux::argumentDomain;
 using platform::Linux::DefaultsFile;
 using platform::Linux::LinuxUserDefaults;
-using platform::PropertyList::Array;
-using platform::PropertyList::Dictionary;
-using platform::PropertyList::Value;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;

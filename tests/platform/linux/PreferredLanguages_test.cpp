@@ -8,10 +8,10 @@
 #include "platform/fake/FakePlatform.h"
 #include "tests/support/Environment.h"
 
+using foundation::PropertyList::Array;
 using platform::Linux::languagesOfTheEnvironment;
 using platform::Linux::matchingLocalizations;
 using platform::Linux::preferredLanguages;
-using platform::PropertyList::Array;
 using testing::ElementsAre;
 using testing::IsEmpty;
 

@@ -23,6 +23,7 @@
 
 namespace {
 
+using namespace foundation;
 using namespace platform;
 using testing::Contains;
 using testing::HasSubstr;

@@ -15,6 +15,7 @@
 
 namespace {
 
+using namespace foundation;
 using namespace platform;
 using namespace platform::Linux::authorizationd;
 using namespace std::chrono_literals;

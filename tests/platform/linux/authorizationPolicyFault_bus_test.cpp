@@ -19,6 +19,7 @@
 
 namespace {
 
+using namespace foundation;
 using namespace platform;
 using namespace std::chrono_literals;
 using tests::BrokerClient;

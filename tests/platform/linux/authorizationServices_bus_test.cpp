@@ -17,6 +17,7 @@
 
 namespace {
 
+using namespace foundation;
 using namespace platform;
 using namespace std::chrono_literals;
 using testing::Contains;

@@ -8,6 +8,7 @@
 
 namespace {
 
+using namespace foundation;
 using namespace platform;
 using namespace platform::Linux::authorizationd;
 using namespace std::chrono_literals;

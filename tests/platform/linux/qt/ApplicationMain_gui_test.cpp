@@ -12,6 +12,7 @@
 #include "tests/support/PrivateBus.h"
 #include "tests/support/TemporaryFolder.h"
 
+using namespace foundation;
 using namespace platform;
 using tests::ChildProcess;
 using tests::eventually;

@@ -11,6 +11,7 @@
 #include "foundation/plist/StringsFile.h"
 #include "tests/platform/linux/qt/QtTest.h"
 
+using namespace foundation;
 using namespace platform;
 using namespace platform::Linux;
 using namespace qt_test;

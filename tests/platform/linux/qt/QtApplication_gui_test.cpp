@@ -9,6 +9,7 @@
 #include "platform/linux/qt/QtBlockingCall.h"
 #include "tests/platform/linux/qt/QtTest.h"
 
+using namespace foundation;
 using namespace platform;
 using namespace platform::Linux;
 using namespace qt_test;

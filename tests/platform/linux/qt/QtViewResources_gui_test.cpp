@@ -10,6 +10,7 @@
 #include "platform/fake/FakePlatform.h"
 #include "platform/linux/qt/QtImage.h"
 
+using namespace foundation;
 using namespace platform;
 using platform::Linux::QtImage;
 using platform::Linux::QtViewResources;

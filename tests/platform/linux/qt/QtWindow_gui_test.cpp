@@ -4,6 +4,7 @@
 
 #include "tests/platform/linux/qt/QtTest.h"
 
+using namespace foundation;
 using namespace platform;
 using namespace platform::Linux;
 using namespace qt_test;

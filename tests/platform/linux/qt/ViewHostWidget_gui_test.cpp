@@ -11,6 +11,7 @@
 #include "platform/linux/qt/Display.h"
 #include "tests/platform/linux/qt/QtTest.h"
 
+using namespace foundation;
 using namespace platform;
 using namespace platform::Linux;
 

@@ -23,10 +23,11 @@ constexpr Seconds pollInterval{static_cast<double>(0.2F)};
 
 }  // namespace
 
-void KMInstallerAppDelegate::applicationDidFinishLaunching(const platform::Notification& /*notification*/) {
+void KMInstallerAppDelegate::applicationDidFinishLaunching(const foundation::Notification& /*notification*/) {
   readLaunchParameters();
   _platform.distributedNotificationCenter.addObserver(
-      credentialsNotification, [this](const platform::Notification& notification) { didReceiveCredentials(notification); });
+      credentialsNotification,
+      [this](const foundation::Notification& notification) { didReceiveCredentials(notification); });
   readControllerBundle();
   placeWindow();
   fillTexts();
@@ -38,7 +39,7 @@ void KMInstallerAppDelegate::applicationDidFinishLaunching(const platform::Notif
   startWaitingForCredentials();
 }
 
-void KMInstallerAppDelegate::applicationWillTerminate(const platform::Notification& /*notification*/) { releaseRights(); }
+void KMInstallerAppDelegate::applicationWillTerminate(const foundation::Notification& /*notification*/) { releaseRights(); }
 
 void KMInstallerAppDelegate::startWaitingForCredentials() {
   if (!_bundleId) return presentGeneralFailure();
@@ -47,7 +48,7 @@ void KMInstallerAppDelegate::startWaitingForCredentials() {
 
 void KMInstallerAppDelegate::didNotReceiveCredentials() { presentGeneralFailure(); }
 
-void KMInstallerAppDelegate::didReceiveCredentials(const platform::Notification& notification) {
+void KMInstallerAppDelegate::didReceiveCredentials(const foundation::Notification& notification) {
   _platform.runLoop.cancelPreviousPerformRequests(this);
   const auto credentials = notification.userInfo.find(credentialsKey);
   if (credentials == notification.userInfo.end()) return presentGeneralFailure();

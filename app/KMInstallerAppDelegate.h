@@ -22,12 +22,12 @@ class KMInstallerAppDelegate final : public platform::ApplicationDelegate {
 
   // Called by the framework.
   void connectOutlet(std::string_view name, const std::shared_ptr<platform::InterfaceElement>& element) override;
-  void applicationDidFinishLaunching(const platform::Notification& notification) override;
-  void applicationWillTerminate(const platform::Notification& notification) override;
+  void applicationDidFinishLaunching(const foundation::Notification& notification) override;
+  void applicationWillTerminate(const foundation::Notification& notification) override;
 
   // The credentials notification: "KMInstallToolCredentials" in its user information holds the controller's rights in
   // external form. Nothing guards against a second one; it is handled from the start again.
-  void didReceiveCredentials(const platform::Notification& notification);
+  void didReceiveCredentials(const foundation::Notification& notification);
   // The time-out for that notification.
   void didNotReceiveCredentials();
 

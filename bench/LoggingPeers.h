@@ -24,7 +24,7 @@
 #include "logging/DDFileLogger.h"
 #include "logging/DDLog.h"
 #include "platform/fake/FakePlatform.h"
-#include "platform/linux/LinuxLoggingHost.h"
+#include "platform/linux/LoggingHost.h"
 
 namespace bench {
 
@@ -86,7 +86,7 @@ class Ours final : public Peer {
   void finish() override { DDLog::flushLog(); }
 
  private:
-  platform::Linux::LinuxLoggingHost _host;
+  platform::Linux::LoggingHost _host;
   platform::fake::FakePlatform _fake;
   const bool _isSynchronous;
 };

@@ -20,7 +20,7 @@
 #include "kit/NSString+Kelto.h"
 #include "kit/NSURL+Kelto.h"
 #include "platform/fake/FakePlatform.h"
-#include "platform/linux/LinuxBundle.h"
+#include "platform/linux/Bundle.h"
 
 namespace {
 
@@ -141,7 +141,7 @@ void measureLocalizedText(Report& report) {
   table.close();
 
   platform::fake::FakePlatform fake;
-  const platform::Linux::LinuxBundles bundles(fake.systemLog, [] { return std::vector<std::string>{"en"}; });
+  const platform::Linux::Bundles bundles(fake.systemLog, [] { return std::vector<std::string>{"en"}; });
   OneBundle one(bundles.bundleWithPath(folder + "/Bench.app"));
   platform::Platform real{fake.application,
                           fake.runLoop,

@@ -13,7 +13,7 @@
 #include "bench/LoggingPeers.h"
 #include "bench/Report.h"
 #include "logging/KTLogger.h"
-#include "platform/linux/LinuxUserDefaults.h"
+#include "platform/linux/UserDefaults.h"
 
 namespace {
 
@@ -328,7 +328,7 @@ void benchFacade(Report& report) {
   ::setenv("XDG_CONFIG_HOME", folder().c_str(), 1);
   platform::fake::FakePlatform fake;
   const char* arguments[] = {"bench"};
-  platform::Linux::LinuxUserDefaults defaults(1, arguments, domain, fake.systemLog);
+  platform::Linux::UserDefaults defaults(1, arguments, domain, fake.systemLog);
   platform::Platform real{
       fake.application, fake.runLoop,   defaults,           fake.notificationCenter, fake.distributedNotificationCenter,
       fake.bundles,     fake.files,     fake.authorization, fake.workspace,          fake.services,

@@ -164,21 +164,21 @@ SwapTimes timeSwaps(const AssistantTool::Location& source, const AssistantTool::
 
 class Report {
  public:
-  explicit Report(const char* path) : json_(path) { json_ << "["; }
-  ~Report() { json_ << "\n]\n"; }
+  explicit Report(const char* path) : _json(path) { _json << "["; }
+  ~Report() { _json << "\n]\n"; }
   Report(const Report&) = delete;
   Report& operator=(const Report&) = delete;
   // `ratio` is the value by what it is held against.
   void add(const char* figure, double value, const char* unit, const char* against, double other) {
     std::printf("%-52s %9.2f %-3s  against %-28s %9.2f  ratio %.2f\n", figure, value, unit, against, other, value / other);
-    json_ << (first_ ? "\n" : ",\n") << R"(  {"figure": ")" << figure << R"(", "value": )" << value << R"(, "unit": ")"
+    _json << (_first ? "\n" : ",\n") << R"(  {"figure": ")" << figure << R"(", "value": )" << value << R"(, "unit": ")"
           << unit << R"(", "against": ")" << against << R"(", "ratio": )" << value / other << "}";
-    first_ = false;
+    _first = false;
   }
 
  private:
-  std::ofstream json_;
-  bool first_ = true;
+  std::ofstream _json;
+  bool _first = true;
 };
 
 void onOneFileSystem(const fs::path& folder, Report& report) {

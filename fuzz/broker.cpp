@@ -32,21 +32,21 @@ using namespace platform::Linux::authorizationd;
 // The bytes of an input, in order; zeros after the end.
 class Input {
  public:
-  Input(const std::uint8_t* data, std::size_t size) : rest_(fuzz::text(data, size)) {}
-  [[nodiscard]] bool empty() const { return rest_.empty(); }
+  Input(const std::uint8_t* data, std::size_t size) : _rest(fuzz::text(data, size)) {}
+  [[nodiscard]] bool empty() const { return _rest.empty(); }
   std::uint8_t byte() {
     const std::string one = bytes(1);
     return one.empty() ? 0 : static_cast<std::uint8_t>(one.front());
   }
-  std::string rest() { return bytes(rest_.size()); }
+  std::string rest() { return bytes(_rest.size()); }
   std::string bytes(std::size_t length) {
-    std::string taken(rest_.substr(0, length));
-    rest_.remove_prefix(taken.size());
+    std::string taken(_rest.substr(0, length));
+    _rest.remove_prefix(taken.size());
     return taken;
   }
 
  private:
-  std::string_view rest_;
+  std::string_view _rest;
 };
 
 // The wire form of messages, little-endian.
@@ -119,21 +119,21 @@ std::string wireForm(const Message& message, std::uint32_t serial) {
 // Answers as the input says: at once, or when the input comes to it.
 class InputPolicy final : public Policy {
  public:
-  explicit InputPolicy(Input& input) : input_(input) {}
+  explicit InputPolicy(Input& input) : _input(input) {}
   [[nodiscard]] bool serves(uid_t uid) const override { return uid != 3; }
   std::unique_ptr<Question> ask(const Caller& /*caller*/, bool /*interaction*/, Answer answer) override {
-    const auto kind = input_.byte() % 4;
+    const auto kind = _input.byte() % 4;
     if (kind < 2) {
       give(answer, kind == 0 ? errAuthorizationSuccess : errAuthorizationDenied);
       return nullptr;
     }
     auto question = std::make_unique<OpenQuestion>(*this, std::move(answer));
-    open_.push_back(question.get());
+    _open.push_back(question.get());
     return question;
   }
   void answerOldest(AuthorizationStatus status) {
-    if (open_.empty()) return;
-    const Answer answer = std::move(open_.front()->answer);
+    if (_open.empty()) return;
+    const Answer answer = std::move(_open.front()->answer);
     give(answer, status);
   }
   bool hasGranted = false;
@@ -141,7 +141,7 @@ class InputPolicy final : public Policy {
  private:
   struct OpenQuestion final : Question {
     OpenQuestion(InputPolicy& itsPolicy, Answer itsAnswer) : policy(itsPolicy), answer(std::move(itsAnswer)) {}
-    ~OpenQuestion() override { std::erase(policy.open_, this); }
+    ~OpenQuestion() override { std::erase(policy._open, this); }
     InputPolicy& policy;
     Answer answer;
   };
@@ -149,8 +149,8 @@ class InputPolicy final : public Policy {
     if (status == errAuthorizationSuccess) hasGranted = true;
     answer(status);
   }
-  Input& input_;
-  std::vector<OpenQuestion*> open_;
+  Input& _input;
+  std::vector<OpenQuestion*> _open;
 };
 
 // The last part of a sender's name is its user: three of them, one of whom is not served.
@@ -162,38 +162,38 @@ std::optional<Caller> callerInName(sd_bus* /*bus*/, sd_bus_message* call) {
 
 class Broker {
  public:
-  explicit Broker(Input& input) : policy(input), input_(input) {
+  explicit Broker(Input& input) : policy(input), _input(input) {
     std::array<int, 2> ends{};
     fuzz::require(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends.data()) == 0, "a socket");
-    far_ = ends[0];
+    _far = ends[0];
     sd_id128_t identity{};
     sd_id128_randomize(&identity);
-    sd_event_new(&loop_);
-    sd_bus_new(&bus_);
-    sd_bus_set_fd(bus_, ends[1], ends[1]);
-    sd_bus_set_server(bus_, 1, identity);
-    sd_bus_set_anonymous(bus_, 1);
-    sd_bus_negotiate_fds(bus_, 1);
-    fuzz::require(sd_bus_start(bus_) >= 0 && sd_bus_attach_event(bus_, loop_, 0) >= 0, "a bus");
-    service_ = std::make_unique<Service>(bus_, loop_, policy, Lifetimes{}, callerInName);
-    fuzz::require(service_->publish() >= 0, "an object");
+    sd_event_new(&_loop);
+    sd_bus_new(&_bus);
+    sd_bus_set_fd(_bus, ends[1], ends[1]);
+    sd_bus_set_server(_bus, 1, identity);
+    sd_bus_set_anonymous(_bus, 1);
+    sd_bus_negotiate_fds(_bus, 1);
+    fuzz::require(sd_bus_start(_bus) >= 0 && sd_bus_attach_event(_bus, _loop, 0) >= 0, "a bus");
+    _service = std::make_unique<Service>(_bus, _loop, policy, Lifetimes{}, callerInName);
+    fuzz::require(_service->publish() >= 0, "an object");
     constexpr char Greeting[] = "\0AUTH ANONYMOUS\r\nNEGOTIATE_UNIX_FD\r\nBEGIN\r\n";
     write({Greeting, sizeof Greeting - 1}, false);
     settle();
-    fuzz::require(sd_bus_is_ready(bus_) > 0, "a bus that is ready");
+    fuzz::require(sd_bus_is_ready(_bus) > 0, "a bus that is ready");
     forget();
   }
   ~Broker() {
-    service_.reset();
-    sd_bus_flush_close_unref(bus_);
-    sd_event_unref(loop_);
-    ::close(far_);
+    _service.reset();
+    sd_bus_flush_close_unref(_bus);
+    sd_event_unref(_loop);
+    ::close(_far);
   }
   Broker(const Broker&) = delete;
   Broker& operator=(const Broker&) = delete;
 
   void send(const Message& message) {
-    write(wireForm(message, ++serial_), message.hasDescriptor);
+    write(wireForm(message, ++_serial), message.hasDescriptor);
     settle();
     readAnswers();
   }
@@ -207,12 +207,12 @@ class Broker {
     settle();
     readAnswers();
   }
-  [[nodiscard]] bool isOpen() const { return sd_bus_is_open(bus_) > 0; }
+  [[nodiscard]] bool isOpen() const { return sd_bus_is_open(_bus) > 0; }
   Handle someHandle() {
-    const auto choice = input_.byte();
-    return handles_.empty() ? choice : handles_[choice % handles_.size()];
+    const auto choice = _input.byte();
+    return _handles.empty() ? choice : _handles[choice % _handles.size()];
   }
-  std::string someForm() { return forms_.empty() ? input_.bytes(32) : forms_[input_.byte() % forms_.size()]; }
+  std::string someForm() { return _forms.empty() ? _input.bytes(32) : _forms[_input.byte() % _forms.size()]; }
 
   InputPolicy policy;
 
@@ -230,21 +230,21 @@ class Broker {
       header->cmsg_level = SOL_SOCKET;
       header->cmsg_type = SCM_RIGHTS;
       header->cmsg_len = CMSG_LEN(sizeof(int));
-      std::memcpy(CMSG_DATA(header), &far_, sizeof far_);  // never a program
+      std::memcpy(CMSG_DATA(header), &_far, sizeof _far);  // never a program
     }
-    ::sendmsg(far_, &message, MSG_NOSIGNAL);
+    ::sendmsg(_far, &message, MSG_NOSIGNAL);
   }
   void settle() {
-    while (sd_event_run(loop_, 0) > 0) continue;
+    while (sd_event_run(_loop, 0) > 0) continue;
   }
   void forget() const {
     std::array<char, 65536> buffer;
-    while (::read(far_, buffer.data(), buffer.size()) > 0) continue;
+    while (::read(_far, buffer.data(), buffer.size()) > 0) continue;
   }
   // Keeps what the answers give to callers: a handle, a form, a status.
   void readAnswers() {
     std::string text(65536, '\0');
-    const auto length = ::read(far_, text.data(), text.size());
+    const auto length = ::read(_far, text.data(), text.size());
     text.resize(static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
     std::string_view rest(text);
     while (rest.size() >= 16) {
@@ -261,8 +261,8 @@ class Broker {
   void keep(char type, std::string_view body) {
     constexpr char MethodReturn = 2;
     if (type != MethodReturn) return;
-    if (body.size() == sizeof(Handle)) std::memcpy(&handles_.emplace_back(), body.data(), sizeof(Handle));
-    if (body.size() == 36) forms_.emplace_back(body.substr(4));
+    if (body.size() == sizeof(Handle)) std::memcpy(&_handles.emplace_back(), body.data(), sizeof(Handle));
+    if (body.size() == 36) _forms.emplace_back(body.substr(4));
     if (body.size() != sizeof(std::uint32_t)) return;
     std::uint32_t status = 0;
     std::memcpy(&status, body.data(), sizeof status);
@@ -275,14 +275,14 @@ class Broker {
   bool wasExecute = false;
 
  private:
-  Input& input_;
-  int far_ = -1;
-  sd_event* loop_ = nullptr;
-  sd_bus* bus_ = nullptr;
-  std::unique_ptr<Service> service_;
-  std::uint32_t serial_ = 0;
-  std::vector<Handle> handles_;
-  std::vector<std::string> forms_;
+  Input& _input;
+  int _far = -1;
+  sd_event* _loop = nullptr;
+  sd_bus* _bus = nullptr;
+  std::unique_ptr<Service> _service;
+  std::uint32_t _serial = 0;
+  std::vector<Handle> _handles;
+  std::vector<std::string> _forms;
 };
 
 constexpr std::array<const char*, 6> Methods{"Create", "MakeExternalForm",     "CreateFromExternalForm", "CopyRights",

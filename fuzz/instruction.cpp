@@ -29,13 +29,13 @@ struct Notes {
 
 class NotedAnswer final : public Answer {
  public:
-  NotedAnswer(const std::string& path, Notes& notes) : path_(std::hash<std::string>()(path)), notes_(notes) {}
-  void write(std::string_view text) const override { notes_.verdicts.emplace_back(text); }
-  [[nodiscard]] std::pair<dev_t, ino_t> identity() const override { return {0, path_}; }
+  NotedAnswer(const std::string& path, Notes& notes) : _path(std::hash<std::string>()(path)), _notes(notes) {}
+  void write(std::string_view text) const override { _notes.verdicts.emplace_back(text); }
+  [[nodiscard]] std::pair<dev_t, ino_t> identity() const override { return {0, _path}; }
 
  private:
-  std::size_t path_;
-  Notes& notes_;
+  std::size_t _path;
+  Notes& _notes;
 };
 
 class NotedOperations final : public Operations {

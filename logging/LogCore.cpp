@@ -47,8 +47,8 @@ LogCore::LogCore(platform::Platform& platform)
                                                  .prepare = [this] { prepareFork(); },
                                                  .parent = [this] { endFork(); },
                                                  .child = [this] { beginChild(); }});
-  platform.defaultNotificationCenter.addObserver(platform::ApplicationWillTerminateNotification,
-                                                 [](const platform::Notification&) {
+  platform.defaultNotificationCenter.addObserver(foundation::ApplicationWillTerminateNotification,
+                                                 [](const foundation::Notification&) {
                                                    LogCore* core = theCore.load(std::memory_order_acquire);
                                                    if (core != nullptr) core->sync([core] { core->lt_flush(); });
                                                  });

@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/Error.h"
+
 namespace platform {
 
 struct FileAttributes {
@@ -15,13 +17,6 @@ struct FileAttributes {
   std::optional<std::string> ownerAccountName{};
   std::optional<std::string> groupOwnerAccountName{};
   bool operator==(const FileAttributes&) const = default;
-};
-
-// What the operating system answered: its number and its words.
-struct Error {
-  int code = 0;
-  std::string description;
-  bool operator==(const Error&) const = default;
 };
 
 // The kinds of standard folder, with the platform's own numbers.

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "foundation/runtime/Time.h"
-#include "platform/FileManager.h"
+#include "platform/Error.h"
 
 namespace platform {
 

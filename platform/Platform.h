@@ -3,13 +3,17 @@
 //
 // One Platform lives in a process. The framework's main function makes it and installs it before anything else runs; tests
 // install one of fakes each. References stay valid for the life of the Platform.
+#include "foundation/runtime/NotificationCenter.h"
 #include "foundation/runtime/ProcessScope.h"
 #include "platform/Authorization.h"
 #include "platform/Bundle.h"
+#include "platform/DistributedNotificationCenter.h"
 #include "platform/FileManager.h"
 #include "platform/LoggingHost.h"
-#include "platform/NotificationCenter.h"
 #include "platform/RunLoop.h"
+#include "platform/ServiceManagement.h"
+#include "platform/Shell.h"
+#include "platform/SystemLog.h"
 #include "platform/UserDefaults.h"
 #include "platform/UserInterface.h"
 #include "platform/ViewResources.h"
@@ -21,7 +25,7 @@ struct Platform {
   Application& application;
   RunLoop& runLoop;
   UserDefaults& standardUserDefaults;
-  NotificationCenter& defaultNotificationCenter;
+  foundation::NotificationCenter& defaultNotificationCenter;
   DistributedNotificationCenter& distributedNotificationCenter;
   Bundles& bundles;
   FileManager& fileManager;

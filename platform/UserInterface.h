@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "foundation/graphics/Geometry.h"
-#include "platform/NotificationCenter.h"
+#include "foundation/runtime/NotificationCenter.h"
 
 namespace platform {
 
@@ -73,8 +73,8 @@ class ApplicationDelegate {
   virtual ~ApplicationDelegate() = default;
   // Connects the outlet `name`; a name that the delegate does not have is ignored.
   virtual void connectOutlet(std::string_view name, const std::shared_ptr<InterfaceElement>& element) = 0;
-  virtual void applicationDidFinishLaunching(const Notification& notification) = 0;
-  virtual void applicationWillTerminate(const Notification& notification) = 0;
+  virtual void applicationDidFinishLaunching(const foundation::Notification& notification) = 0;
+  virtual void applicationWillTerminate(const foundation::Notification& notification) = 0;
 };
 
 // A class that an interface description may name, and how to make one.

@@ -1,15 +1,10 @@
 #pragma once
-// Other applications of the user's session, background services, the shell and the system log.
-//
-// Main thread, unless an interface says otherwise.
+// Other applications of the user's session: which run, asking them to quit, starting them. Main thread.
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "foundation/plist/PropertyList.h"
 
 namespace platform {
 
@@ -39,30 +34,6 @@ class Workspace {
   // started.
   virtual bool launchApplication(const std::string& path, std::uint32_t options,
                                  const LaunchConfiguration* configuration) = 0;
-};
-
-class ServiceManagement {
- public:
-  virtual ~ServiceManagement() = default;
-  // The description of a job in the system domain, with "PID" when it runs now; nothing when the service manager does not
-  // know the job or cannot be asked.
-  [[nodiscard]] virtual std::optional<foundation::PropertyList::Dictionary> copyJobDictionary(
-      const std::string& label) const = 0;
-};
-
-class Shell {
- public:
-  virtual ~Shell() = default;
-  // Runs the line through the C library's `system` as this user and waits for it; returns its status. The bundle's
-  // resources are searched first for commands.
-  virtual int system(const std::string& commandLine) = 0;
-};
-
-// Any thread.
-class SystemLog {
- public:
-  virtual ~SystemLog() = default;
-  virtual void log(std::string_view line) = 0;
 };
 
 }  // namespace platform

@@ -24,8 +24,8 @@ std::shared_ptr<KMAuthorization> KMAuthorization::init() {
     return nullptr;
   std::shared_ptr<KMAuthorization> made(new KMAuthorization(authorization));
   platform::current().defaultNotificationCenter.addObserver(
-      platform::ApplicationWillTerminateNotification,
-      [made](const platform::Notification& notification) { made->releaseRights(notification); });
+      foundation::ApplicationWillTerminateNotification,
+      [made](const foundation::Notification& notification) { made->releaseRights(notification); });
   return made;
 }
 
@@ -76,4 +76,4 @@ bool KMAuthorization::releaseRights() {
   return status == platform::errAuthorizationSuccess;
 }
 
-void KMAuthorization::releaseRights(const platform::Notification& /*notification*/) { releaseRights(); }
+void KMAuthorization::releaseRights(const foundation::Notification& /*notification*/) { releaseRights(); }

@@ -10,8 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "foundation/runtime/NotificationCenter.h"
 #include "platform/Authorization.h"
-#include "platform/NotificationCenter.h"
 #include "protocol/InstructionArchive.h"
 
 class KMAuthorization {
@@ -49,7 +49,7 @@ class KMAuthorization {
   // freed or there was none; the session is gone in every case.
   bool releaseRights();
   // The observer of the application's termination.
-  void releaseRights(const platform::Notification& notification);
+  void releaseRights(const foundation::Notification& notification);
 
   [[nodiscard]] bool useDefaultFlags() const { return _useDefaultFlags; }
   void setUseDefaultFlags(bool useDefaultFlags) { _useDefaultFlags = useDefaultFlags; }

@@ -19,7 +19,7 @@ class Controller final : public QObject {
     const platform::Bundles& bundles;
     const platform::UserDefaults& defaults;
     platform::AuthorizationServices& authorizationServices;
-    platform::Linux::LinuxDistributedNotificationCenter& notificationCenter;
+    platform::Linux::DistributedNotificationCenter& notificationCenter;
   };
 
   // The parts outlive this object.

@@ -44,7 +44,7 @@ QString connectionOf(const QString& name, qint64 process) {
 }  // namespace
 
 InstallerHandoff::InstallerHandoff(platform::AuthorizationServices& authorizationServices,
-                                   platform::Linux::LinuxDistributedNotificationCenter& center)
+                                   platform::Linux::DistributedNotificationCenter& center)
     : _authorizationServices(authorizationServices), _center(center) {
   _watcher.setConnection(QDBusConnection::sessionBus());
   _watcher.setWatchMode(QDBusServiceWatcher::WatchForRegistration);
@@ -113,7 +113,7 @@ std::optional<AuthorizationExternalForm> InstallerHandoff::externalForm() {
 }
 
 bool InstallerHandoff::send(const AuthorizationExternalForm& form, const QString& connection) {
-  platform::Notification notification{.name = "KMInstallToolCredentialsNotification", .object = {}, .userInfo = {}};
+  foundation::Notification notification{.name = "KMInstallToolCredentialsNotification", .object = {}, .userInfo = {}};
   notification.userInfo.emplace("KMInstallToolCredentials",
                                 foundation::PropertyList::Data(form.bytes.begin(), form.bytes.end()));
   return _center.postTo(notification, connection.toStdString());

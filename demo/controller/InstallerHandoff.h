@@ -24,7 +24,7 @@
 #include "foundation/graphics/Geometry.h"
 #include "platform/Authorization.h"
 #include "platform/Bundle.h"
-#include "platform/linux/LinuxDistributedNotificationCenter.h"
+#include "platform/linux/DistributedNotificationCenter.h"
 
 // What the installer shall do. Paths are absolute.
 struct InstallerTask {
@@ -38,7 +38,7 @@ class InstallerHandoff final {
  public:
   // Both outlive this object.
   InstallerHandoff(platform::AuthorizationServices& authorizationServices,
-                   platform::Linux::LinuxDistributedNotificationCenter& center);
+                   platform::Linux::DistributedNotificationCenter& center);
   // Drops the handle and leaves the rights alone: by now they are the installer's too.
   ~InstallerHandoff();
   InstallerHandoff(const InstallerHandoff&) = delete;
@@ -69,7 +69,7 @@ class InstallerHandoff final {
   void finishWaiting(const QString& connection);
 
   platform::AuthorizationServices& _authorizationServices;
-  platform::Linux::LinuxDistributedNotificationCenter& _center;
+  platform::Linux::DistributedNotificationCenter& _center;
   platform::AuthorizationRef _authorization = 0;
   // The wait for the installer.
   QDBusServiceWatcher _watcher;

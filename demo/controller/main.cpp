@@ -18,19 +18,19 @@
 #include <QStyleFactory>
 
 #include "demo/controller/Controller.h"
+#include "platform/linux/AuthorizationServices.h"
 #include "platform/linux/BlockingCall.h"
-#include "platform/linux/LinuxAuthorizationServices.h"
-#include "platform/linux/LinuxBundle.h"
-#include "platform/linux/LinuxSystemLog.h"
-#include "platform/linux/LinuxUserDefaults.h"
+#include "platform/linux/Bundle.h"
+#include "platform/linux/SystemLog.h"
+#include "platform/linux/UserDefaults.h"
 
 using namespace platform::Linux;
 
 int main(int argumentCount, char** arguments) {
-  LinuxSystemLog log("KeltoController");
-  const LinuxBundles bundles(log);
+  platform::Linux::SystemLog log("KeltoController");
+  const platform::Linux::Bundles bundles(log);
   const auto identifier = bundles.mainBundle().bundleIdentifier().value_or("");
-  const LinuxUserDefaults defaults(argumentCount, arguments, identifier, log);
+  const platform::Linux::UserDefaults defaults(argumentCount, arguments, identifier, log);
 
   // The arguments are the user defaults' and none of Qt's.
   int onlyName = 1;
@@ -39,9 +39,9 @@ int main(int argumentCount, char** arguments) {
   QApplication::setQuitOnLastWindowClosed(false);
 
   DirectCall direct;
-  LinuxAuthorizationServices authorizationServices(direct, log);
+  platform::Linux::AuthorizationServices authorizationServices(direct, log);
   // Nothing is observed here, so nothing is ever delivered.
-  LinuxDistributedNotificationCenter notificationCenter(identifier, log, [](const std::function<void()>&) {});
+  platform::Linux::DistributedNotificationCenter notificationCenter(identifier, log, [](const std::function<void()>&) {});
   Controller controller({bundles, defaults, authorizationServices, notificationCenter});
   controller.start();
   return QApplication::exec();

@@ -5,6 +5,7 @@
 
 #include "foundation/plist/PropertyListForms.h"
 #include "foundation/text/UTF16.h"
+#include "foundation/text/UTF8.h"
 
 namespace foundation::PropertyList {
 namespace {

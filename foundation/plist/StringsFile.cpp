@@ -4,6 +4,7 @@
 
 #include "foundation/plist/PropertyList.h"
 #include "foundation/text/UTF16.h"
+#include "foundation/text/UTF8.h"
 
 namespace foundation {
 namespace {

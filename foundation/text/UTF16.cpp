@@ -32,26 +32,6 @@ std::optional<std::string> utf8FromUTF16(std::string_view bytes, ByteOrder order
   return text;
 }
 
-void appendUTF8(std::string& text, char32_t character) {
-  const auto append = [&](char32_t byte) { text += static_cast<char>(byte); };
-  const auto appendRest = [&](int shift) { append(0x80 | (character >> shift & 0x3F)); };
-  if (character < 0x80) {
-    append(character);
-  } else if (character < 0x800) {
-    append(0xC0 | character >> 6);
-    appendRest(0);
-  } else if (character < 0x10000) {
-    append(0xE0 | character >> 12);
-    appendRest(6);
-    appendRest(0);
-  } else {
-    append(0xF0 | character >> 18);
-    appendRest(12);
-    appendRest(6);
-    appendRest(0);
-  }
-}
-
 std::optional<std::string> decodedText(std::string_view bytes) {
   if (bytes.starts_with("\xFF\xFE")) return utf8FromUTF16(bytes.substr(2), ByteOrder::little);
   if (bytes.starts_with("\xFE\xFF")) return utf8FromUTF16(bytes.substr(2), ByteOrder::big);

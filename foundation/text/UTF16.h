@@ -11,9 +11,6 @@ enum class ByteOrder { little, big };
 // `bytes` as UTF-8. Nothing when a unit is cut off or a surrogate has no partner.
 std::optional<std::string> utf8FromUTF16(std::string_view bytes, ByteOrder order);
 
-// Appends one character; it must be a Unicode scalar value.
-void appendUTF8(std::string& text, char32_t character);
-
 // What a text file holds, as UTF-8 without byte-order mark: UTF-16 when it begins with that mark, UTF-8 otherwise. Nothing
 // when it is not well formed.
 std::optional<std::string> decodedText(std::string_view bytes);

@@ -43,4 +43,24 @@ std::string textFromASCII(std::string_view bytes) {
   return text;
 }
 
+void appendUTF8(std::string& text, char32_t character) {
+  const auto append = [&](char32_t byte) { text += static_cast<char>(byte); };
+  const auto appendRest = [&](int shift) { append(0x80 | (character >> shift & 0x3F)); };
+  if (character < 0x80) {
+    append(character);
+  } else if (character < 0x800) {
+    append(0xC0 | character >> 6);
+    appendRest(0);
+  } else if (character < 0x10000) {
+    append(0xE0 | character >> 12);
+    appendRest(6);
+    appendRest(0);
+  } else {
+    append(0xF0 | character >> 18);
+    appendRest(12);
+    appendRest(6);
+    appendRest(0);
+  }
+}
+
 }  // namespace foundation

@@ -11,4 +11,7 @@ bool isValidUTF8(std::string_view bytes);
 // `bytes` read as ASCII: every byte above 127 becomes U+FFFD.
 std::string textFromASCII(std::string_view bytes);
 
+// Appends one character; it must be a Unicode scalar value.
+void appendUTF8(std::string& text, char32_t character);
+
 }  // namespace foundation

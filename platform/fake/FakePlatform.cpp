@@ -22,12 +22,12 @@ bool FakeUserDefaults::removeObject(std::string_view key) {
   return true;
 }
 
-void FakeDistributedNotificationCenter::addObserver(std::string_view name, NotificationHandler handler) {
+void FakeDistributedNotificationCenter::addObserver(std::string_view name, foundation::NotificationHandler handler) {
   observed.emplace_back(name);
   _center.addObserver(name, std::move(handler));
 }
 
-bool FakeDistributedNotificationCenter::post(const Notification& notification) {
+bool FakeDistributedNotificationCenter::post(const foundation::Notification& notification) {
   posted.push_back(notification);
   _center.post(notification);
   return true;
@@ -68,7 +68,7 @@ void FakeApplication::terminate(const void* sender) {
   terminateSenders.push_back(sender);
   if (isTerminated) return;
   isTerminated = true;
-  const Notification notification{std::string(ApplicationWillTerminateNotification), {}, {}};
+  const foundation::Notification notification{std::string(foundation::ApplicationWillTerminateNotification), {}, {}};
   if (delegate != nullptr) delegate->applicationWillTerminate(notification);
   _center.post(notification);
 }

@@ -59,14 +59,14 @@ class FakeUserDefaults final : public UserDefaults {
 
 class FakeDistributedNotificationCenter final : public DistributedNotificationCenter {
  public:
-  void addObserver(std::string_view name, NotificationHandler handler) override;
-  bool post(const Notification& notification) override;  // delivers at once, and is recorded
+  void addObserver(std::string_view name, foundation::NotificationHandler handler) override;
+  bool post(const foundation::Notification& notification) override;  // delivers at once, and is recorded
 
   std::vector<std::string> observed;
-  std::vector<Notification> posted;
+  std::vector<foundation::Notification> posted;
 
  private:
-  NotificationCenter _center;
+  foundation::NotificationCenter _center;
 };
 
 class FakeBundle final : public Bundle {
@@ -172,7 +172,7 @@ class FakeProgressIndicator final : public ProgressIndicator {
 // Alerts are dismissed at once and recorded. Termination runs the will-terminate steps and is counted.
 class FakeApplication final : public Application {
  public:
-  explicit FakeApplication(NotificationCenter& center) : _center(center) {}
+  explicit FakeApplication(foundation::NotificationCenter& center) : _center(center) {}
   void runModal(const Alert& alert) override;
   void terminate(const void* sender) override;
 
@@ -183,7 +183,7 @@ class FakeApplication final : public Application {
   std::vector<const void*> terminateSenders;
 
  private:
-  NotificationCenter& _center;
+  foundation::NotificationCenter& _center;
 };
 
 // A tool process: takes what is written, answers in the given chunks, each handed out by one or more reads.
@@ -284,7 +284,7 @@ class FakeSystemLog final : public SystemLog {
 struct FakeParts {
   FakeRunLoop runLoop;
   FakeUserDefaults defaults;
-  NotificationCenter notificationCenter;
+  foundation::NotificationCenter notificationCenter;
   FakeDistributedNotificationCenter distributedNotificationCenter;
   FakeApplication application{notificationCenter};
   FakeBundles bundles;

@@ -114,7 +114,7 @@ std::vector<std::string> languagesOfTheEnvironment() {
   return names;
 }
 
-std::vector<std::string> preferredLanguages(const UserDefaults& defaults) {
+std::vector<std::string> preferredLanguages(const platform::UserDefaults& defaults) {
   std::vector<std::string> names;
   const auto value = defaults.objectForKey("AppleLanguages");
   if (value) {

@@ -13,7 +13,7 @@ std::vector<std::string> languagesOfTheEnvironment();
 
 // "AppleLanguages" of the defaults when it names any language, else those of the environment. A list given as text
 // ("(de, en)", as an argument of the command line is) is read like one.
-std::vector<std::string> preferredLanguages(const UserDefaults& defaults);
+std::vector<std::string> preferredLanguages(const platform::UserDefaults& defaults);
 
 // The localizations among `available` (names of .lproj folders) that suit the wanted languages, best first, each once, in
 // the spelling of `available`; the development region comes last, and alone when nothing suits. A regional language falls

@@ -26,22 +26,22 @@ void judge(const struct stat& status, uid_t user) {
 
 }  // namespace
 
-AnswerFile::AnswerFile(const std::string& path, const PathWalk& walk) : user_(walk.user()) {
+AnswerFile::AnswerFile(const std::string& path, const PathWalk& walk) : _user(walk.user()) {
   const auto location = walk.locate(path);
   // Looked at before it is opened: opening a device or a pipe may already do something.
   const FileDescriptor found(::openat(location.folder.get(), location.name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
   if (!found) failWithSystemError("cannot open the result file");
-  judge(statusOf(found.get()), user_);
-  file_ = FileDescriptor(::open(pathOfDescriptor(found.get()).c_str(), O_WRONLY | O_CLOEXEC));
-  if (!file_) failWithSystemError("cannot write the result file");
-  if (statusOf(file_.get()).st_size != 0) throw Failure("the result file is not empty");
+  judge(statusOf(found.get()), _user);
+  _file = FileDescriptor(::open(pathOfDescriptor(found.get()).c_str(), O_WRONLY | O_CLOEXEC));
+  if (!_file) failWithSystemError("cannot write the result file");
+  if (statusOf(_file.get()).st_size != 0) throw Failure("the result file is not empty");
 }
 
 void AnswerFile::write(std::string_view text) const {
-  judge(statusOf(file_.get()), user_);
+  judge(statusOf(_file.get()), _user);
   off_t at = 0;
   while (!text.empty()) {
-    const auto written = ::pwrite(file_.get(), text.data(), text.size(), at);
+    const auto written = ::pwrite(_file.get(), text.data(), text.size(), at);
     if (written < 0 && errno == EINTR) continue;
     if (written <= 0) failWithSystemError("cannot write the result file");
     at += written;
@@ -50,7 +50,7 @@ void AnswerFile::write(std::string_view text) const {
 }
 
 std::pair<dev_t, ino_t> AnswerFile::identity() const {
-  const auto status = statusOf(file_.get());
+  const auto status = statusOf(_file.get());
   return {status.st_dev, status.st_ino};
 }
 

@@ -19,8 +19,8 @@ class AnswerFile final : public Answer {
   [[nodiscard]] std::pair<dev_t, ino_t> identity() const override;
 
  private:
-  FileDescriptor file_;
-  uid_t user_;
+  FileDescriptor _file;
+  uid_t _user;
 };
 
 }  // namespace AssistantTool

@@ -54,9 +54,9 @@ void FileContents::copy(int source, int target, const struct stat& status, const
 }
 
 bool FileContents::shareBlocks(int source, int target) {
-  if (!canShareBlocks_) return false;
+  if (!_canShareBlocks) return false;
   if (::ioctl(target, FICLONE, source) == 0) return true;
-  canShareBlocks_ = false;
+  _canShareBlocks = false;
   return false;
 }
 
@@ -70,26 +70,26 @@ void FileContents::copyData(int source, int target, off_t begin, off_t end, cons
 }
 
 ssize_t FileContents::copySome(int source, int target, off_t at, std::size_t length) {
-  while (canCopyRanges_) {
+  while (_canCopyRanges) {
     off_t from = at;
     off_t to = at;
     const auto copied = ::copy_file_range(source, &from, target, &to, length, 0);
     if (copied > 0) return copied;
     if (copied < 0 && errno == EINTR) continue;
     if (copied < 0 && (errno == ENOSPC || errno == EIO || errno == EDQUOT)) return copied;
-    canCopyRanges_ = false;
+    _canCopyRanges = false;
   }
   return readAndWrite(source, target, at, length);
 }
 
 ssize_t FileContents::readAndWrite(int source, int target, off_t at, std::size_t length) {
-  buffer_.resize(BufferBytes);
+  _buffer.resize(BufferBytes);
   ssize_t got = 0;
   do {
-    got = ::pread(source, buffer_.data(), std::min(length, buffer_.size()), at);
+    got = ::pread(source, _buffer.data(), std::min(length, _buffer.size()), at);
   } while (got < 0 && errno == EINTR);
   for (ssize_t done = 0; done < got;) {
-    const auto put = ::pwrite(target, buffer_.data() + done, static_cast<std::size_t>(got - done), at + done);
+    const auto put = ::pwrite(target, _buffer.data() + done, static_cast<std::size_t>(got - done), at + done);
     if (put < 0 && errno != EINTR) return -1;
     if (put > 0) done += put;
   }

@@ -21,9 +21,9 @@ class FileContents {
   ssize_t copySome(int source, int target, off_t at, std::size_t length);
   ssize_t readAndWrite(int source, int target, off_t at, std::size_t length);
 
-  bool canShareBlocks_ = true;
-  bool canCopyRanges_ = true;
-  std::vector<char> buffer_;
+  bool _canShareBlocks = true;
+  bool _canCopyRanges = true;
+  std::vector<char> _buffer;
 };
 
 // User extended attributes and access lists. Throws Failure; a target that knows no attributes goes without.

@@ -9,23 +9,23 @@ namespace AssistantTool {
 class FileDescriptor {
  public:
   FileDescriptor() = default;
-  explicit FileDescriptor(int number) : number_(number) {}
-  FileDescriptor(FileDescriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
+  explicit FileDescriptor(int number) : _number(number) {}
+  FileDescriptor(FileDescriptor&& other) noexcept : _number(std::exchange(other._number, -1)) {}
   FileDescriptor& operator=(FileDescriptor&& other) noexcept {
-    std::swap(number_, other.number_);
+    std::swap(_number, other._number);
     return *this;
   }
   FileDescriptor(const FileDescriptor&) = delete;
   FileDescriptor& operator=(const FileDescriptor&) = delete;
   ~FileDescriptor() {
-    if (number_ >= 0) ::close(number_);
+    if (_number >= 0) ::close(_number);
   }
 
-  explicit operator bool() const { return number_ >= 0; }
-  [[nodiscard]] int get() const { return number_; }
+  explicit operator bool() const { return _number >= 0; }
+  [[nodiscard]] int get() const { return _number; }
 
  private:
-  int number_ = -1;
+  int _number = -1;
 };
 
 }  // namespace AssistantTool

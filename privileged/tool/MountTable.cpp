@@ -38,18 +38,18 @@ MountTable::MountTable() {
     std::istringstream fields(line);
     std::string field;
     for (int i = 0; i < 5; ++i) fields >> field;  // id, parent, device, root, mount point
-    if (fields) points_.push_back(unescaped(field));
+    if (fields) _points.push_back(unescaped(field));
   }
-  if (points_.empty()) throw Failure("the table of mounts cannot be read");
+  if (_points.empty()) throw Failure("the table of mounts cannot be read");
 }
 
 bool MountTable::isOrHoldsMount(std::string_view path) const {
-  return std::ranges::any_of(points_, [&](const auto& point) { return liesAtOrBelow(point, path); });
+  return std::ranges::any_of(_points, [&](const auto& point) { return liesAtOrBelow(point, path); });
 }
 
 std::string MountTable::topFolderOf(std::string_view path) const {
   std::string top = "/";
-  for (const auto& point : points_) {
+  for (const auto& point : _points) {
     if (point.size() > top.size() && liesAtOrBelow(path, point)) top = point;
   }
   return top;

@@ -17,7 +17,7 @@ class MountTable {
   [[nodiscard]] std::string topFolderOf(std::string_view path) const;
 
  private:
-  std::vector<std::string> points_;
+  std::vector<std::string> _points;
 };
 
 }  // namespace AssistantTool

@@ -44,7 +44,7 @@ struct stat statusOf(int descriptor) {
 
 class Walker {
  public:
-  explicit Walker(uid_t user) : user_(user) { toRoot(); }
+  explicit Walker(uid_t user) : _user(user) { toRoot(); }
 
   void follow(std::deque<std::string> components) {
     while (!components.empty()) {
@@ -62,43 +62,43 @@ class Walker {
   // The last component stays what it is, but a link that someone else could have laid there is refused as well.
   Location finish(std::string name) {
     struct stat status {};
-    const bool exists = ::fstatat(folder_.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+    const bool exists = ::fstatat(_folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
     if (exists && S_ISLNK(status.st_mode)) judgeLink(name);
-    if (isLedByUser_ && statusOf(folder_.get()).st_uid != user_)
-      throw Failure("a symbolic link leads to a folder of someone else: " + path_);
-    std::string path = path_ + "/" + name;
-    return {.folder = std::move(folder_), .name = std::move(name), .path = std::move(path)};
+    if (_isLedByUser && statusOf(_folder.get()).st_uid != _user)
+      throw Failure("a symbolic link leads to a folder of someone else: " + _path);
+    std::string path = _path + "/" + name;
+    return {.folder = std::move(_folder), .name = std::move(name), .path = std::move(path)};
   }
 
  private:
   void toRoot() {
-    folder_ = FileDescriptor(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
-    if (!folder_) failWithSystemError("cannot open /");
-    path_.clear();
+    _folder = FileDescriptor(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!_folder) failWithSystemError("cannot open /");
+    _path.clear();
   }
   void up() {
-    folder_ = FileDescriptor(::openat(folder_.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
-    if (!folder_) failWithSystemError("cannot open the folder above " + path_);
-    path_.erase(path_.empty() ? 0 : path_.rfind('/'));
+    _folder = FileDescriptor(::openat(_folder.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!_folder) failWithSystemError("cannot open the folder above " + _path);
+    _path.erase(_path.empty() ? 0 : _path.rfind('/'));
   }
   void judgeLink(const std::string& name) {
-    if (++links_ > MaximumLinks) throw Failure("too many symbolic links in a path");
-    if (!canBeWrittenByOthers(statusOf(folder_.get()), user_)) return;
-    throw Failure("a symbolic link in a folder that others can write: " + path_ + "/" + name);
+    if (++_links > MaximumLinks) throw Failure("too many symbolic links in a path");
+    if (!canBeWrittenByOthers(statusOf(_folder.get()), _user)) return;
+    throw Failure("a symbolic link in a folder that others can write: " + _path + "/" + name);
   }
   // Goes into the folder `name`, or returns the target when it is a link.
   std::optional<std::string> enter(const std::string& name) {
-    FileDescriptor item(::openat(folder_.get(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
-    if (!item) failWithSystemError("cannot open " + path_ + "/" + name);
+    FileDescriptor item(::openat(_folder.get(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    if (!item) failWithSystemError("cannot open " + _path + "/" + name);
     const auto status = statusOf(item.get());
     if (S_ISLNK(status.st_mode)) {
       judgeLink(name);
-      if (::geteuid() == 0 && statusOf(folder_.get()).st_uid != 0) isLedByUser_ = true;
+      if (::geteuid() == 0 && statusOf(_folder.get()).st_uid != 0) _isLedByUser = true;
       return targetOf(item.get());
     }
-    if (!S_ISDIR(status.st_mode)) throw Failure("not a folder: " + path_ + "/" + name);
-    folder_ = std::move(item);
-    path_ += "/" + name;
+    if (!S_ISDIR(status.st_mode)) throw Failure("not a folder: " + _path + "/" + name);
+    _folder = std::move(item);
+    _path += "/" + name;
     return std::nullopt;
   }
   std::string targetOf(int link) {
@@ -109,11 +109,11 @@ class Walker {
     return {target.data(), static_cast<std::size_t>(length)};
   }
 
-  uid_t user_;
-  FileDescriptor folder_;
-  std::string path_;  // of folder_, empty for "/"
-  int links_ = 0;
-  bool isLedByUser_ = false;  // by a link in a folder of the invoking user
+  uid_t _user;
+  FileDescriptor _folder;
+  std::string _path;  // of folder_, empty for "/"
+  int _links = 0;
+  bool _isLedByUser = false;  // by a link in a folder of the invoking user
 };
 
 }  // namespace
@@ -146,13 +146,13 @@ Location PathWalk::locate(std::string_view path) const {
   if (components.empty()) throw Failure("the path is /");
   std::string name = std::move(components.back());
   components.pop_back();
-  Walker walker(user_);
+  Walker walker(_user);
   walker.follow(std::move(components));
   return walker.finish(std::move(name));
 }
 
 Location PathWalk::locateInside(std::string_view folderPath, std::string_view name) const {
-  Walker walker(user_);
+  Walker walker(_user);
   walker.follow(checkedComponentsOf(folderPath));
   return walker.finish(std::string(name));
 }

@@ -36,16 +36,16 @@ bool canBeWrittenByOthers(const struct stat& status, uid_t user);
 
 class PathWalk {
  public:
-  explicit PathWalk(uid_t invokingUser) : user_(invokingUser) {}
+  explicit PathWalk(uid_t invokingUser) : _user(invokingUser) {}
 
-  [[nodiscard]] uid_t user() const { return user_; }
+  [[nodiscard]] uid_t user() const { return _user; }
   // Throws Failure when the path is refused or a folder on the way is missing.
   [[nodiscard]] Location locate(std::string_view path) const;
   // The item `name` in the folder at `folderPath`, whose last component is followed by the same rule.
   [[nodiscard]] Location locateInside(std::string_view folderPath, std::string_view name) const;
 
  private:
-  uid_t user_;
+  uid_t _user;
 };
 
 }  // namespace AssistantTool

@@ -103,7 +103,7 @@ class Filter {
 
   void install() {
     verdict(SECCOMP_RET_ALLOW);
-    const sock_fprog program{.len = static_cast<unsigned short>(lines_.size()), .filter = lines_.data()};
+    const sock_fprog program{.len = static_cast<unsigned short>(_lines.size()), .filter = _lines.data()};
     if (::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program, 0, 0) != 0) failWithSystemError("cannot give up rights");
   }
 
@@ -111,12 +111,12 @@ class Filter {
   // Both processors are little-endian, and the arguments looked at are of 32 bits.
   static constexpr std::uint32_t FirstArgument = offsetof(seccomp_data, args);
 
-  void add(sock_filter line) { lines_.push_back(line); }
+  void add(sock_filter line) { _lines.push_back(line); }
   void load(std::uint32_t offset) { add({BPF_LD | BPF_W | BPF_ABS, 0, 0, offset}); }
   void verdict(std::uint32_t what) { add({BPF_RET | BPF_K, 0, 0, what}); }
   void refusal(int error) { verdict(SECCOMP_RET_ERRNO | static_cast<std::uint32_t>(error)); }
 
-  std::vector<sock_filter> lines_;
+  std::vector<sock_filter> _lines;
 };
 
 void giveUpCapabilities() {

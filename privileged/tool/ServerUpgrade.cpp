@@ -49,39 +49,39 @@ FileDescriptor openServerFile(const std::string& folder, const ServerFile& file,
 class FileUpgrade {
  public:
   FileUpgrade(const std::string& bundleFolder, const ServerFile& file, const PathWalk& walk)
-      : destination_(cleared(walk.locate(file.destination), walk)),
-        staging_(destination_),
-        folder_(destination_.openFolder()) {
+      : _destination(cleared(walk.locate(file.destination), walk)),
+        _staging(_destination),
+        _folder(_destination.openFolder()) {
     const auto source = openServerFile(bundleFolder, file, walk);
-    const auto old = destination_.status();
-    if (old && !S_ISREG(old->st_mode)) throw Failure("not a file: " + destination_.path);
-    hadOld_ = old.has_value();
-    if (hadOld_ && ::linkat(folder_.get(), destination_.name.c_str(), staging_.folder(), Staging::OldItem, 0) != 0) {
-      failWithSystemError("cannot keep " + destination_.path);
+    const auto old = _destination.status();
+    if (old && !S_ISREG(old->st_mode)) throw Failure("not a file: " + _destination.path);
+    _hadOld = old.has_value();
+    if (_hadOld && ::linkat(_folder.get(), _destination.name.c_str(), _staging.folder(), Staging::OldItem, 0) != 0) {
+      failWithSystemError("cannot keep " + _destination.path);
     }
     write(source.get(), file.mode);
-    staging_.noteUndo(destination_.name);
+    _staging.noteUndo(_destination.name);
   }
 
   void install() {
-    if (::renameat(staging_.folder(), Staging::NewItem, folder_.get(), destination_.name.c_str()) != 0) {
-      failWithSystemError("cannot replace " + destination_.path);
+    if (::renameat(_staging.folder(), Staging::NewItem, _folder.get(), _destination.name.c_str()) != 0) {
+      failWithSystemError("cannot replace " + _destination.path);
     }
-    installed_ = true;
-    syncFolder(folder_.get());
+    _installed = true;
+    syncFolder(_folder.get());
   }
 
   // The new file stays, also for whoever finds the staging folder.
-  void decide() { staging_.forgetUndo(); }
+  void decide() { _staging.forgetUndo(); }
 
   // False when the old file could not be put back; it stays in the staging folder then.
   bool restore() {
-    if (!installed_) return true;
-    const char* name = destination_.name.c_str();
-    const bool done = hadOld_ ? ::renameat(staging_.folder(), Staging::OldItem, folder_.get(), name) == 0
-                              : ::unlinkat(folder_.get(), name, 0) == 0;
-    if (!done) staging_.keep();
-    ::fsync(folder_.get());
+    if (!_installed) return true;
+    const char* name = _destination.name.c_str();
+    const bool done = _hadOld ? ::renameat(_staging.folder(), Staging::OldItem, _folder.get(), name) == 0
+                              : ::unlinkat(_folder.get(), name, 0) == 0;
+    if (!done) _staging.keep();
+    ::fsync(_folder.get());
     return done;
   }
 
@@ -91,20 +91,20 @@ class FileUpgrade {
     return destination;
   }
   void write(int source, mode_t mode) const {
-    const FileDescriptor made(::openat(staging_.folder(), Staging::NewItem,
+    const FileDescriptor made(::openat(_staging.folder(), Staging::NewItem,
                                        O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
     struct stat status {};
-    if (!made || ::fstat(source, &status) != 0) failWithSystemError("cannot write beside " + destination_.path);
-    FileContents().copy(source, made.get(), status, destination_.path);
+    if (!made || ::fstat(source, &status) != 0) failWithSystemError("cannot write beside " + _destination.path);
+    FileContents().copy(source, made.get(), status, _destination.path);
     if (::fchmod(made.get(), mode) != 0 || ::fsync(made.get()) != 0)
-      failWithSystemError("cannot write beside " + destination_.path);
+      failWithSystemError("cannot write beside " + _destination.path);
   }
 
-  Location destination_;
-  Staging staging_;
-  FileDescriptor folder_;
-  bool hadOld_ = false;
-  bool installed_ = false;
+  Location _destination;
+  Staging _staging;
+  FileDescriptor _folder;
+  bool _hadOld = false;
+  bool _installed = false;
 };
 
 using FileUpgrades = std::vector<std::unique_ptr<FileUpgrade>>;

@@ -110,18 +110,18 @@ Answer systemctl(std::vector<std::string> words) {
 }  // namespace
 
 bool Service::stop() const {
-  systemctl({"stop", unit_});
+  systemctl({"stop", _unit});
   if (state().mainProcess == 0) return true;
-  systemctl({"kill", "--signal=SIGKILL", unit_});
-  systemctl({"stop", unit_});
+  systemctl({"kill", "--signal=SIGKILL", _unit});
+  systemctl({"stop", _unit});
   return state().mainProcess == 0;
 }
 
 bool Service::startAnew() const {
   const auto deadline = steady_clock::now() + TimeToRun;
   if (systemctl({"daemon-reload"}).status != 0) return false;
-  systemctl({"reset-failed", unit_});  // an old failure must neither be taken for a new one nor forbid the start
-  if (systemctl({"start", "--no-block", unit_}).status != 0) return false;
+  systemctl({"reset-failed", _unit});  // an old failure must neither be taken for a new one nor forbid the start
+  if (systemctl({"start", "--no-block", _unit}).status != 0) return false;
   while (steady_clock::now() < deadline) {
     const auto now = state();
     if (now.active == "failed") return false;
@@ -139,7 +139,7 @@ bool Service::staysRunning(pid_t process) const {
 
 Service::State Service::state() const {
   State state;
-  std::istringstream lines(systemctl({"show", "--property=ActiveState", "--property=MainPID", unit_}).text);
+  std::istringstream lines(systemctl({"show", "--property=ActiveState", "--property=MainPID", _unit}).text);
   for (std::string line; std::getline(lines, line);) {
     const auto equals = line.find('=');
     if (equals == std::string::npos) continue;

@@ -11,7 +11,7 @@ namespace AssistantTool {
 
 class Service {
  public:
-  explicit Service(std::string unit) : unit_(std::move(unit)) {}
+  explicit Service(std::string unit) : _unit(std::move(unit)) {}
 
   // True when the service is not running any more. One that does not end by itself is killed.
   [[nodiscard]] bool stop() const;
@@ -28,7 +28,7 @@ class Service {
   [[nodiscard]] State state() const;
   [[nodiscard]] bool staysRunning(pid_t process) const;
 
-  std::string unit_;
+  std::string _unit;
 };
 
 }  // namespace AssistantTool

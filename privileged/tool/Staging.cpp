@@ -133,55 +133,55 @@ void visitLeftovers(const Location& destination, const std::function<void(int, c
 
 }  // namespace
 
-Staging::Staging(const Location& destination) : parent_(destination.openFolder()), name_(newName()) {
-  if (::mkdirat(parent_.get(), name_.c_str(), S_IRWXU) != 0)
+Staging::Staging(const Location& destination) : _parent(destination.openFolder()), _name(newName()) {
+  if (::mkdirat(_parent.get(), _name.c_str(), S_IRWXU) != 0)
     failWithSystemError("cannot write in " + destination.folderPath());
-  folder_ = openFolderIn(parent_.get(), name_);
-  const bool locked = folder_ && isOurs(folder_.get()) && ::flock(folder_.get(), LOCK_EX | LOCK_NB) == 0;
+  _folder = openFolderIn(_parent.get(), _name);
+  const bool locked = _folder && isOurs(_folder.get()) && ::flock(_folder.get(), LOCK_EX | LOCK_NB) == 0;
   if (!locked) {
-    ::unlinkat(parent_.get(), name_.c_str(), AT_REMOVEDIR);
+    ::unlinkat(_parent.get(), _name.c_str(), AT_REMOVEDIR);
     throw Failure("cannot use a staging folder in " + destination.folderPath());
   }
   // Access lists that the folder hands down are not the new item's.
-  ::fremovexattr(folder_.get(), "system.posix_acl_default");
+  ::fremovexattr(_folder.get(), "system.posix_acl_default");
 }
 
 Staging::~Staging() {
-  if (!kept_) discard();
+  if (!_kept) discard();
 }
 
 void Staging::noteSource(const Location& source, const struct stat& status) {
-  note(folder_.get(), SourceNote, source.path);
-  note(folder_.get(), SourceInodeNote, std::to_string(status.st_ino));
+  note(_folder.get(), SourceNote, source.path);
+  note(_folder.get(), SourceInodeNote, std::to_string(status.st_ino));
 }
 
-void Staging::noteDestination(const std::string& name) { note(folder_.get(), DestinationNote, name); }
+void Staging::noteDestination(const std::string& name) { note(_folder.get(), DestinationNote, name); }
 
-void Staging::forgetSource() { forgetNotes(folder_.get()); }
+void Staging::forgetSource() { forgetNotes(_folder.get()); }
 
 bool Staging::discard() {
-  kept_ = true;
-  return clear(parent_.get(), name_, folder_.get());
+  _kept = true;
+  return clear(_parent.get(), _name, _folder.get());
 }
 
 void Staging::noteTrashName(const std::string& name, const struct stat& status) {
-  note(folder_.get(), TrashNote, std::to_string(status.st_ino) + "/" + name);
+  note(_folder.get(), TrashNote, std::to_string(status.st_ino) + "/" + name);
 }
 
 void Staging::forgetTrashName() {
-  if (!forget(folder_.get(), TrashNote)) failWithSystemError("cannot write in the staging folder");
+  if (!forget(_folder.get(), TrashNote)) failWithSystemError("cannot write in the staging folder");
 }
 
 void Staging::noteUndo(const std::string& name) {
-  const auto to = isThere(folder_.get(), OldItem) ? UndoToOld : UndoToNothing;
-  note(folder_.get(), UndoNote, std::string(to) + "/" + name);
-  syncFolder(folder_.get());
-  syncFolder(parent_.get());
+  const auto to = isThere(_folder.get(), OldItem) ? UndoToOld : UndoToNothing;
+  note(_folder.get(), UndoNote, std::string(to) + "/" + name);
+  syncFolder(_folder.get());
+  syncFolder(_parent.get());
 }
 
 void Staging::forgetUndo() {
-  if (!forget(folder_.get(), UndoNote)) failWithSystemError("cannot write in the staging folder");
-  syncFolder(folder_.get());
+  if (!forget(_folder.get(), UndoNote)) failWithSystemError("cannot write in the staging folder");
+  syncFolder(_folder.get());
 }
 
 void Staging::clearLeftovers(const Location& destination, const PathWalk& walk, const Finish& finish) {

@@ -29,7 +29,7 @@ class Staging {
   Staging(const Staging&) = delete;
   Staging& operator=(const Staging&) = delete;
 
-  [[nodiscard]] int folder() const { return folder_.get(); }
+  [[nodiscard]] int folder() const { return _folder.get(); }
 
   // Notes where the item comes from that is about to be renamed to NewItem, so that it can go back.
   void noteSource(const Location& source, const struct stat& status);
@@ -46,8 +46,8 @@ class Staging {
   // Nothing inside is needed any more: deletes the folder. True when nothing is left. Once only.
   bool discard();
   // Leaves the folder as it is, because it holds the only copy of something.
-  void keep() { kept_ = true; }
-  [[nodiscard]] bool isKept() const { return kept_; }
+  void keep() { _kept = true; }
+  [[nodiscard]] bool isKept() const { return _kept; }
 
   // A name in the Trash that a killed job had noted, and the item that was to get it.
   struct TrashName {
@@ -66,10 +66,10 @@ class Staging {
   static void settleUndo(const Location& destination, bool undoes);
 
  private:
-  FileDescriptor parent_;
-  std::string name_;
-  FileDescriptor folder_;
-  bool kept_ = false;
+  FileDescriptor _parent;
+  std::string _name;
+  FileDescriptor _folder;
+  bool _kept = false;
 };
 
 }  // namespace AssistantTool

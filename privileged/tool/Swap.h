@@ -33,10 +33,10 @@ class Swap {
   bool exchange();
   bool renameTo(const char* staged, bool intoStaging);
 
-  Staging& staging_;
-  const Location& destination_;
-  FileDescriptor folder_;
-  std::optional<struct stat> old_;
+  Staging& _staging;
+  const Location& _destination;
+  FileDescriptor _folder;
+  std::optional<struct stat> _old;
 };
 
 }  // namespace AssistantTool

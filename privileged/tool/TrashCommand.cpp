@@ -40,36 +40,36 @@ User userOf(uid_t number) {
 class Trasher {
  public:
   Trasher(const Location& item, const struct stat& status, const PathWalk& walk)
-      : item_(item), status_(status), walk_(walk), user_(userOf(walk.user())) {}
+      : _item(item), _status(status), _walk(walk), _user(userOf(walk.user())) {}
 
   // The home Trash when it is on the same file system, else the volume's. File managers do not look for a Trash on the root
   // file system, so from there an item is copied to the home Trash first.
   Outcome perform() {
     const auto home =
-        user_.dataFolder.empty() ? std::nullopt : TrashFolder::inDataFolder(user_.dataFolder, user_.owner, walk_);
-    if (home && moveTo(*home)) return outcome_;
-    const auto top = MountTable().topFolderOf(item_.path);
+        _user.dataFolder.empty() ? std::nullopt : TrashFolder::inDataFolder(_user.dataFolder, _user.owner, _walk);
+    if (home && moveTo(*home)) return _outcome;
+    const auto top = MountTable().topFolderOf(_item.path);
     if (top == "/" && home) return copyTo(*home);
-    const auto volume = TrashFolder::onVolume(top, user_.owner, walk_);
-    if (volume && moveTo(*volume)) return outcome_;
+    const auto volume = TrashFolder::onVolume(top, _user.owner, _walk);
+    if (volume && moveTo(*volume)) return _outcome;
     if (home) return copyTo(*home);
-    throw Failure("no Trash can be used for " + item_.path);
+    throw Failure("no Trash can be used for " + _item.path);
   }
 
  private:
   // False when the item is on another file system than the Trash.
   bool moveTo(const TrashFolder& trash) {
-    trash.finishKilledJobs(walk_);
+    trash.finishKilledJobs(_walk);
     Staging staging(trash.itemLocation("."));
-    const auto name = trash.reserveName(item_.path, status_, staging);
+    const auto name = trash.reserveName(_item.path, _status, staging);
     const auto place = trash.itemLocation(name);
-    const int error = renameWithoutReplacing(item_.folder.get(), item_.name, place.folder.get(), place.name);
+    const int error = renameWithoutReplacing(_item.folder.get(), _item.name, place.folder.get(), place.name);
     if (error != 0) trash.releaseName(name, staging);
     if (error == EXDEV) return false;
     if (error != 0) failWithSystemError("cannot move to the Trash", error);
     try {
       trash.sync();
-      syncFolder(item_.openFolder().get());
+      syncFolder(_item.openFolder().get());
     } catch (const Failure&) {
       if (takeBack(place, staging)) trash.releaseName(name, staging);
       throw;
@@ -83,7 +83,7 @@ class Trasher {
   // lay another one in its place. False when it stays in the Trash.
   bool takeBack(const Location& place, Staging& staging) const {
     try {
-      staging.noteSource(item_, status_);
+      staging.noteSource(_item, _status);
     } catch (const Failure&) {
       staging.keep();
       return false;
@@ -94,8 +94,8 @@ class Trasher {
     struct stat taken {};
     if (renamed(place.folder.get(), place.name, staging.folder(), Staging::NewItem)) {
       const bool isItem = ::fstatat(staging.folder(), Staging::NewItem, &taken, AT_SYMLINK_NOFOLLOW) == 0 &&
-                          taken.st_dev == status_.st_dev && taken.st_ino == status_.st_ino;
-      if (isItem && renamed(staging.folder(), Staging::NewItem, item_.folder.get(), item_.name)) return true;
+                          taken.st_dev == _status.st_dev && taken.st_ino == _status.st_ino;
+      if (isItem && renamed(staging.folder(), Staging::NewItem, _item.folder.get(), _item.name)) return true;
       renamed(staging.folder(), Staging::NewItem, place.folder.get(), place.name);
     }
     staging.keep();
@@ -113,37 +113,37 @@ class Trasher {
   }
 
   Outcome copyTo(const TrashFolder& trash) {
-    const auto found = surveyWithoutSpecialFiles(item_, user_.owner);
-    trash.finishKilledJobs(walk_);
+    const auto found = surveyWithoutSpecialFiles(_item, _user.owner);
+    trash.finishKilledJobs(_walk);
     Staging staging(trash.itemLocation("."));
-    const auto name = trash.reserveName(item_.path, status_, staging);
+    const auto name = trash.reserveName(_item.path, _status, staging);
     const auto place = trash.itemLocation(name);
     bool placed = false;
     try {
-      stageCopy(item_, staging, user_.owner, found.entries);
+      stageCopy(_item, staging, _user.owner, found.entries);
       placeNewItem(staging, place);
       placed = true;
       trash.sync();
-      outcome_.afterwards = takeAway(item_);
+      _outcome.afterwards = takeAway(_item);
     } catch (const Failure&) {
       if (placed) removeTree(place.folder.get(), place.name);
       trash.releaseName(name, staging);
       throw;
     }
     tell(place);
-    return outcome_;
+    return _outcome;
   }
 
   void tell(const Location& place) {
-    outcome_.report = "moved to the Trash as " + place.path;
-    outcome_.output = place.path;
+    _outcome.report = "moved to the Trash as " + place.path;
+    _outcome.output = place.path;
   }
 
-  const Location& item_;
-  struct stat status_;
-  const PathWalk& walk_;
-  User user_;
-  Outcome outcome_;
+  const Location& _item;
+  struct stat _status;
+  const PathWalk& _walk;
+  User _user;
+  Outcome _outcome;
 };
 
 }  // namespace

@@ -104,7 +104,7 @@ std::optional<TrashFolder> TrashFolder::onVolume(const std::string& top, Owner u
   } catch (const Failure&) {
     return std::nullopt;
   }
-  if (trash) trash->top_ = top;
+  if (trash) trash->_top = top;
   return trash;
 }
 
@@ -112,17 +112,17 @@ std::optional<TrashFolder> TrashFolder::open(const Location& trash, Owner user) 
   const auto folder = ownFolder(trash.folder.get(), trash.name, user);
   if (!folder) return std::nullopt;
   TrashFolder opened;
-  opened.user_ = user;
-  opened.files_ = ownFolder(folder.get(), "files", user);
-  opened.info_ = ownFolder(folder.get(), "info", user);
-  opened.path_ = trash.path;
-  if (!opened.files_ || !opened.info_) return std::nullopt;
+  opened._user = user;
+  opened._files = ownFolder(folder.get(), "files", user);
+  opened._info = ownFolder(folder.get(), "info", user);
+  opened._path = trash.path;
+  if (!opened._files || !opened._info) return std::nullopt;
   return opened;
 }
 
 std::string TrashFolder::reserveName(const std::string& path, const struct stat& status, Staging& staging) const {
   const auto name = path.substr(path.rfind('/') + 1);
-  const auto written = top_.empty() ? path : path.substr(top_ == "/" ? 1 : top_.size() + 1);
+  const auto written = _top.empty() ? path : path.substr(_top == "/" ? 1 : _top.size() + 1);
   const auto text = "[Trash Info]\nPath=" + percentEncoded(written) + "\nDeletionDate=" + localTimeNow() + "\n";
   for (unsigned number = 1; number < MaximumNumber; ++number) {
     auto candidate = trashName(name, number);
@@ -143,10 +143,10 @@ std::string TrashFolder::reserveName(const std::string& path, const struct stat&
 
 // False when the name is taken. After a Failure there may be half an info file.
 bool TrashFolder::writeInfo(const std::string& name, const std::string& text) const {
-  const ActingAs acting(user_);
+  const ActingAs acting(_user);
   const auto fileName = name + std::string(InfoSuffix);
   const FileDescriptor file(
-      ::openat(info_.get(), fileName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
+      ::openat(_info.get(), fileName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
   if (!file && errno == EEXIST) return false;
   if (!file) failWithSystemError("cannot write in the Trash");
   if (::write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size()) && ::fsync(file.get()) == 0)
@@ -155,7 +155,7 @@ bool TrashFolder::writeInfo(const std::string& name, const std::string& text) co
 }
 
 bool TrashFolder::removeInfo(const std::string& name) const {
-  return ::unlinkat(info_.get(), (name + std::string(InfoSuffix)).c_str(), 0) == 0 || errno == ENOENT;
+  return ::unlinkat(_info.get(), (name + std::string(InfoSuffix)).c_str(), 0) == 0 || errno == ENOENT;
 }
 
 void TrashFolder::releaseName(const std::string& name, Staging& staging) const {
@@ -164,7 +164,7 @@ void TrashFolder::releaseName(const std::string& name, Staging& staging) const {
 
 Location TrashFolder::itemLocation(const std::string& name) const {
   return {
-      .folder = FileDescriptor(::fcntl(files_.get(), F_DUPFD_CLOEXEC, 0)), .name = name, .path = path_ + "/files/" + name};
+      .folder = FileDescriptor(::fcntl(_files.get(), F_DUPFD_CLOEXEC, 0)), .name = name, .path = _path + "/files/" + name};
 }
 
 void TrashFolder::finishKilledJobs(const PathWalk& walk) const {
@@ -182,15 +182,15 @@ void TrashFolder::finishKilledJobs(const PathWalk& walk) const {
 }
 
 void TrashFolder::sync() const {
-  syncFolder(info_.get());
-  syncFolder(files_.get());
+  syncFolder(_info.get());
+  syncFolder(_files.get());
 }
 
 void TrashFolder::handOver(const std::string& name) const {
-  if (!survey(files_.get(), name, user_).needsAdoption) return;
-  Adoption(user_).apply(files_.get(), name);
+  if (!survey(_files.get(), name, _user).needsAdoption) return;
+  Adoption(_user).apply(_files.get(), name);
   // Entry by entry would not do: a symbolic link, whose owner is new too, cannot be synced by itself.
-  syncFileSystem(files_.get());
+  syncFileSystem(_files.get());
 }
 
 std::string trashName(const std::string& name, unsigned number) {

@@ -51,11 +51,11 @@ class TrashFolder {
   [[nodiscard]] bool removeInfo(const std::string& name) const;
   [[nodiscard]] bool writeInfo(const std::string& name, const std::string& text) const;
 
-  Owner user_;
-  FileDescriptor files_;
-  FileDescriptor info_;
-  std::string path_;
-  std::string top_;  // empty for the one in the data folder, whose paths are absolute
+  Owner _user;
+  FileDescriptor _files;
+  FileDescriptor _info;
+  std::string _path;
+  std::string _top;  // empty for the one in the data folder, whose paths are absolute
 };
 
 // The `number`th name for an item called `name`: "App.app", "App 2.app"; short enough to carry ".trashinfo".

@@ -56,12 +56,12 @@ class LinkCounts {
  public:
   void add(const struct stat& status) {
     if (!S_ISREG(status.st_mode) || status.st_nlink <= 1) return;
-    auto& names = names_[status.st_ino];
+    auto& names = _names[status.st_ino];
     names.all = status.st_nlink;
     ++names.here;
   }
   [[nodiscard]] bool hasOutsideLinks() const {
-    return std::ranges::any_of(names_, [](const auto& file) { return file.second.here < file.second.all; });
+    return std::ranges::any_of(_names, [](const auto& file) { return file.second.here < file.second.all; });
   }
 
  private:
@@ -69,38 +69,38 @@ class LinkCounts {
     nlink_t here = 0;
     nlink_t all = 0;
   };
-  std::map<ino_t, Names> names_;
+  std::map<ino_t, Names> _names;
 };
 
 class Surveyor {
  public:
-  explicit Surveyor(std::optional<Owner> owner) : owner_(owner) {}
+  explicit Surveyor(std::optional<Owner> owner) : _owner(owner) {}
 
   void look(int parent, const std::string& name) {
     const auto status = statusIn(parent, name);
-    ++found_.entries;
-    links_.add(status);
-    if (isToBeAdopted(status, owner_)) {
-      found_.needsAdoption = true;
+    ++_found.entries;
+    _links.add(status);
+    if (isToBeAdopted(status, _owner)) {
+      _found.needsAdoption = true;
       const bool losesBits = S_ISREG(status.st_mode) && (status.st_mode & SetIDBits) != 0;
-      if (hasSeveralNames(status) || losesBits || isGainedByAUser(status, owner_)) found_.mustBeCopied = true;
+      if (hasSeveralNames(status) || losesBits || isGainedByAUser(status, _owner)) _found.mustBeCopied = true;
     }
     if (!S_ISDIR(status.st_mode)) {
-      if (!S_ISREG(status.st_mode) && !S_ISLNK(status.st_mode)) found_.hasSpecialFiles = true;
+      if (!S_ISREG(status.st_mode) && !S_ISLNK(status.st_mode)) _found.hasSpecialFiles = true;
       return;
     }
     const auto folder = folderToRead(parent, name);
     for (const auto& entry : entriesOf(folder.get())) look(folder.get(), entry.name);
   }
   TreeSurvey finish() {
-    if (links_.hasOutsideLinks()) found_.mustBeCopied = true;
-    return found_;
+    if (_links.hasOutsideLinks()) _found.mustBeCopied = true;
+    return _found;
   }
 
  private:
-  std::optional<Owner> owner_;
-  TreeSurvey found_;
-  LinkCounts links_;
+  std::optional<Owner> _owner;
+  TreeSurvey _found;
+  LinkCounts _links;
 };
 
 void changeMode(int item, mode_t mode, const std::string& name) {
@@ -135,28 +135,28 @@ void Adoption::apply(int parent, const std::string& name) {
 
 // Judged and changed through one descriptor, so that the file changed is the file judged.
 void Adoption::applyToEntry(int parent, const std::string& name) {
-  if (!isToBeAdopted(statusIn(parent, name), owner_)) return;
+  if (!isToBeAdopted(statusIn(parent, name), _owner)) return;
   const FileDescriptor item(::openat(parent, name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
   struct stat status {};
   if (!item || ::fstat(item.get(), &status) != 0) failWithSystemError("cannot open " + name);
   if (hasSeveralNames(status)) return;
   const Owner before{status.st_uid, status.st_gid};
   const mode_t bitsToGiveBack = S_ISDIR(status.st_mode) ? ALLPERMS : ALLPERMS & ~SetIDBits;
-  if (!isGainedByAUser(status, owner_)) changed_.push_back({status.st_ino, before, status.st_mode & bitsToGiveBack});
-  if (owner_ && before != *owner_) give(item.get(), name);
+  if (!isGainedByAUser(status, _owner)) _changed.push_back({status.st_ino, before, status.st_mode & bitsToGiveBack});
+  if (_owner && before != *_owner) give(item.get(), name);
   if (S_ISLNK(status.st_mode) || (status.st_mode & SetIDBits) == 0) return;
   // Giving it away may have taken bits of its mode already.
   changeMode(item.get(), status.st_mode & ALLPERMS & ~SetIDBits, name);
 }
 
 void Adoption::give(int item, const std::string& name) const {
-  if (::fchownat(item, "", owner_->user, owner_->group, AT_EMPTY_PATH) == 0) return;
+  if (::fchownat(item, "", _owner->user, _owner->group, AT_EMPTY_PATH) == 0) return;
   if (errno != EPERM || ::geteuid() == 0) failWithSystemError("cannot change the owner of " + name);
 }
 
 void Adoption::undo(int parent, const std::string& name) const {
   std::map<ino_t, Was> were;
-  for (const auto& was : changed_) were.insert({was.inode, was});
+  for (const auto& was : _changed) were.insert({was.inode, was});
   if (were.empty()) return;
   try {
     visitTree(parent, name, [&were](int folder, const std::string& entry) {

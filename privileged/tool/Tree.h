@@ -34,7 +34,7 @@ TreeSurvey survey(int parent, const std::string& name, std::optional<Owner> owne
 // one of them may be outside the tree, and counting those inside is no proof against someone who moves them about.
 class Adoption {
  public:
-  explicit Adoption(std::optional<Owner> owner) : owner_(owner) {}
+  explicit Adoption(std::optional<Owner> owner) : _owner(owner) {}
 
   // Throws Failure; only root can fail for not being allowed to, others keep what they may not give away.
   void apply(int parent, const std::string& name);
@@ -51,8 +51,8 @@ class Adoption {
   void applyToEntry(int parent, const std::string& name);
   void give(int item, const std::string& name) const;
 
-  std::optional<Owner> owner_;
-  std::vector<Was> changed_;
+  std::optional<Owner> _owner;
+  std::vector<Was> _changed;
 };
 
 // Brings the tree to the disk, its contents included. `entries` is the survey's count. Throws Failure.

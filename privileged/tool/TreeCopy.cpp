@@ -23,8 +23,8 @@ struct stat statusOf(int item, const std::string& name) {
 
 class TreeCopier {
  public:
-  TreeCopier(int links, std::optional<Owner> owner) : links_(links), owner_(owner) {
-    if (::fstatat(links, "..", &staging_, AT_SYMLINK_NOFOLLOW) != 0)
+  TreeCopier(int links, std::optional<Owner> owner) : _links(links), _owner(owner) {
+    if (::fstatat(links, "..", &_staging, AT_SYMLINK_NOFOLLOW) != 0)
       failWithSystemError("cannot look at the staging folder");
   }
 
@@ -42,7 +42,7 @@ class TreeCopier {
     const auto source = openFolderIn(from, name);
     if (!source) failWithSystemError("cannot open the folder " + name);
     const auto status = statusOf(source.get(), name);
-    if (status.st_dev == staging_.st_dev && status.st_ino == staging_.st_ino) {
+    if (status.st_dev == _staging.st_dev && status.st_ino == _staging.st_ino) {
       throw Failure("the destination is inside the source");
     }
     if (::mkdirat(to, newName.c_str(), S_IRWXU) != 0) failWithSystemError("cannot make the folder " + name);
@@ -69,13 +69,13 @@ class TreeCopier {
     const auto status = statusOf(source.get(), name);
     if (!S_ISREG(status.st_mode)) throw Failure("not a file: " + name);
     const auto number = std::to_string(status.st_ino);
-    if (status.st_nlink > 1 && ::linkat(links_, number.c_str(), to, newName.c_str(), 0) == 0) return;
+    if (status.st_nlink > 1 && ::linkat(_links, number.c_str(), to, newName.c_str(), 0) == 0) return;
     const FileDescriptor target(
         ::openat(to, newName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
     if (!target) failWithSystemError("cannot make the copy of " + name);
-    contents_.copy(source.get(), target.get(), status, name);
+    _contents.copy(source.get(), target.get(), status, name);
     finish(source.get(), target.get(), status, name);
-    if (status.st_nlink > 1) ::linkat(to, newName.c_str(), links_, number.c_str(), 0);
+    if (status.st_nlink > 1) ::linkat(to, newName.c_str(), _links, number.c_str(), 0);
   }
 
   // Owner first, because giving a file away takes bits of its mode; times last, because everything else changes them.
@@ -90,17 +90,17 @@ class TreeCopier {
   }
 
   [[nodiscard]] Owner ownerFor(const struct stat& status) const {
-    return owner_.value_or(Owner{status.st_uid, status.st_gid});
+    return _owner.value_or(Owner{status.st_uid, status.st_gid});
   }
   // An ordinary user keeps what it may not give away.
   static void checkGiven(int result, const std::string& name) {
     if (result != 0 && (errno != EPERM || ::geteuid() == 0)) failWithSystemError("cannot set the owner of " + name);
   }
 
-  int links_;
-  std::optional<Owner> owner_;
-  struct stat staging_ {};  // the folder that holds copy and links: met inside the source it would be copied into itself
-  FileContents contents_;
+  int _links;
+  std::optional<Owner> _owner;
+  struct stat _staging {};  // the folder that holds copy and links: met inside the source it would be copied into itself
+  FileContents _contents;
 };
 
 }  // namespace

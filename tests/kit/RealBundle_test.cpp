@@ -7,7 +7,7 @@
 #include "kit/NSBundle+Kelto.h"
 #include "kit/NSBundle+KeltoVersion.h"
 #include "platform/fake/FakePlatform.h"
-#include "platform/linux/LinuxBundle.h"
+#include "platform/linux/Bundle.h"
 #include "tests/support/CommandLine.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -55,7 +55,7 @@ plistlib.dump(info, open(sys.argv[1], "wb"), fmt=getattr(plistlib, sys.argv[2]))
   tests::TemporaryFolder folder;
   std::string contents = folder.path("Kelto Controller.app/Contents");
   std::string list = contents + "/Info.plist";
-  platform::Linux::LinuxBundles bundles{fake.systemLog};
+  platform::Linux::Bundles bundles{fake.systemLog};
 };
 
 }  // namespace

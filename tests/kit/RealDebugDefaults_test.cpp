@@ -3,7 +3,7 @@
 
 #include "kit/NSUserDefaults+Debug.h"
 #include "platform/fake/FakePlatform.h"
-#include "platform/linux/LinuxUserDefaults.h"
+#include "platform/linux/UserDefaults.h"
 #include "tests/support/CommandLine.h"
 #include "tests/support/Environment.h"
 #include "tests/support/TemporaryFolder.h"
@@ -28,7 +28,7 @@ class RealDebugDefaults : public testing::Test {
   tests::TemporaryFolder folder;
   tests::EnvironmentVariable configHome{"XDG_CONFIG_HOME", folder.path()};
   const char* arguments[1] = {"program"};
-  platform::Linux::LinuxUserDefaults defaults{1, arguments, "com.kelto.test", fake.systemLog};
+  platform::Linux::UserDefaults defaults{1, arguments, "com.kelto.test", fake.systemLog};
 };
 
 }  // namespace

@@ -101,7 +101,7 @@ TEST_F(CoreRules, InitializingAgainDoesNothing) {
   DDLog::initialize();
   const auto logger = std::make_shared<RecordingLogger>();
   DDLog::addLogger(logger);
-  fake.platform.defaultNotificationCenter.post({std::string(platform::ApplicationWillTerminateNotification), {}, {}});
+  fake.platform.defaultNotificationCenter.post({std::string(foundation::ApplicationWillTerminateNotification), {}, {}});
   EXPECT_THAT(logger->notes(), ElementsAre("added", "flushed"));
 }
 

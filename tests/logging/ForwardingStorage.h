@@ -1,6 +1,6 @@
 #pragma once
 // Real files, for tests that interfere with some of what is done to them.
-#include "platform/linux/LinuxLogStorage.h"
+#include "platform/linux/LogStorage.h"
 
 class ForwardingFile : public platform::LogFile {
  public:
@@ -43,5 +43,5 @@ class ForwardingStorage : public platform::LogStorage {
   }
 
  private:
-  platform::Linux::LinuxLogStorage _real;
+  platform::Linux::LogStorage _real;
 };

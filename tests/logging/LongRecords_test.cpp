@@ -29,7 +29,7 @@ void dieBeforeWriting(const std::string& name, const std::string& folder, const 
     Deadly() : DDAbstractLogger("deadly") {}
     void logMessage(const DDLogMessage&) override { ::raise(SIGKILL); }
   };
-  [[maybe_unused]] const platform::Linux::LinuxLoggingHost host;  // makes forks known
+  [[maybe_unused]] const platform::Linux::LoggingHost host;  // makes forks known
   const pid_t child = ::fork();
   if (child == 0) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);

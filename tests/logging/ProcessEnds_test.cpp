@@ -30,7 +30,7 @@ const Talkative talkative;
 
 // The exit status of a process that does `work`; one that hangs is killed.
 int statusOfProcess(const std::function<void()>& work) {
-  [[maybe_unused]] const platform::Linux::LinuxLoggingHost host;  // makes forks known
+  [[maybe_unused]] const platform::Linux::LoggingHost host;  // makes forks known
   const pid_t child = ::fork();
   if (child == 0) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);

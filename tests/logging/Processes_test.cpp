@@ -48,7 +48,7 @@ class SharedProgress {
 // Runs `work` in a process of its own that dies with this one.
 template <class Work>
 pid_t inProcess(const Work& work) {
-  [[maybe_unused]] const platform::Linux::LinuxLoggingHost host;  // makes forks known
+  [[maybe_unused]] const platform::Linux::LoggingHost host;  // makes forks known
   const pid_t child = ::fork();
   if (child != 0) return child;
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -162,7 +162,7 @@ TEST(Processes, AnOrderlyEndLeavesNothingToComplete) {
     const RealLog log(name, folder.path());
     RealLog::log(true, "one");
   }
-  platform::Linux::LinuxSurvivingMemories memories(RealLog::memoryFolder(folder.path()));
+  platform::Linux::SurvivingMemories memories(RealLog::memoryFolder(folder.path()));
   EXPECT_THAT(memories.orphans(name, sizeof(LogMemory)), IsEmpty());
 }
 
@@ -283,7 +283,7 @@ INSTANTIATE_TEST_SUITE_P(Memories, AForkedChild,
 
 TEST(Processes, AForkedChildHasTheThreadNumberOfItsOwn) {
   const tests::TemporaryFolder folder;
-  platform::Linux::LinuxLoggingHost host;
+  platform::Linux::LoggingHost host;
   platform::fake::FakePlatform fake;
   fake.platform.loggingHost = &host.host;
   const auto isOwn = [&] {

@@ -15,7 +15,7 @@
 #include "logging/DDASLLogger.h"
 #include "logging/DDLog.h"
 #include "platform/fake/FakePlatform.h"
-#include "platform/linux/LinuxLoggingHost.h"
+#include "platform/linux/LoggingHost.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace {
@@ -53,7 +53,7 @@ TEST(RealSystemLog, GetsEveryRecordAtItsLevelAndLiterally) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     const int receiver = ownSystemLog();
     if (receiver < 0) ::_exit(noRights);
-    platform::Linux::LinuxLoggingHost host;
+    platform::Linux::LoggingHost host;
     platform::fake::FakePlatform fake;
     fake.platform.loggingHost = &host.host;
     DDLog::addLogger(DDASLLogger::sharedInstance());

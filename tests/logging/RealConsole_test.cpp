@@ -13,7 +13,7 @@
 #include "logging/DDTTYLogger.h"
 #include "platform/fake/FakePlatform.h"
 #include "platform/linux/Descriptor.h"
-#include "platform/linux/LinuxLoggingHost.h"
+#include "platform/linux/LoggingHost.h"
 #include "tests/support/TemporaryFolder.h"
 
 using platform::Linux::Descriptor;
@@ -53,7 +53,7 @@ class RealConsole : public testing::Test {
  protected:
   // What standard error at `descriptor` receives.
   void logTo(int descriptor, std::string_view text) {
-    platform::Linux::LinuxTerminal terminal(descriptor);
+    platform::Linux::Terminal terminal(descriptor);
     platform::LoggingHost host{fake.logging.storage, linux.process, terminal, fake.logging.leveledSystemLog,
                                fake.logging.memories};
     fake.platform.loggingHost = &host;
@@ -63,7 +63,7 @@ class RealConsole : public testing::Test {
     DDLog::flushLog();
   }
 
-  platform::Linux::LinuxLoggingHost linux;
+  platform::Linux::LoggingHost linux;
   platform::fake::FakePlatform fake;
 };
 

@@ -11,7 +11,7 @@
 #include "logging/DDFileLogger.h"
 #include "logging/DDLog.h"
 #include "platform/fake/FakePlatform.h"
-#include "platform/linux/LinuxLoggingHost.h"
+#include "platform/linux/LoggingHost.h"
 #include "tests/support/TemporaryFolder.h"
 
 class RealLog {
@@ -69,10 +69,10 @@ class RealLog {
   }
 
  private:
-  platform::Linux::LinuxLoggingHost _linux;
+  platform::Linux::LoggingHost _linux;
   Process _process;
   platform::LoggingHost _host;
-  platform::Linux::LinuxSurvivingMemories _memories;
+  platform::Linux::SurvivingMemories _memories;
 
  public:
   platform::fake::FakePlatform fake;

@@ -34,7 +34,7 @@ class ContestedStorage final : public ForwardingStorage {
 // Runs `work` as somebody whom permissions concern, in a process of its own; `folder` belongs to him. 0 when it succeeds.
 int asOrdinaryUser(const tests::TemporaryFolder& folder, const std::string& logs, const std::function<bool()>& work) {
   ::chmod(folder.path().c_str(), 0755);
-  [[maybe_unused]] const platform::Linux::LinuxLoggingHost host;  // makes forks known
+  [[maybe_unused]] const platform::Linux::LoggingHost host;  // makes forks known
   const pid_t child = ::fork();
   if (child == 0) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);

@@ -10,7 +10,7 @@
 #include "foundation/plist/PropertyList.h"
 #include "foundation/plist/StringsFile.h"
 #include "platform/fake/FakePlatform.h"
-#include "platform/linux/LinuxBundle.h"
+#include "platform/linux/Bundle.h"
 #include "tests/support/TemporaryFolder.h"
 
 using foundation::StringTable;
@@ -170,7 +170,7 @@ TEST(Resources, EveryUsersLanguageSelectsItsTextsAndItsRow) {
                           {"ja_JP", "キャンセル", 13}, {"ko_KR", "Cancel", 0}};
   for (const auto& expected : all) {
     platform::fake::FakePlatform fake;
-    const platform::Linux::LinuxBundles bundles(fake.systemLog, [&] { return std::vector<std::string>{expected.locale}; });
+    const platform::Linux::Bundles bundles(fake.systemLog, [&] { return std::vector<std::string>{expected.locale}; });
     const auto bundle = bundles.bundleWithPath(folder.path("App.app"));
     fake.bundles.main.localizations = bundle->preferredLocalizations();
     EXPECT_EQ(bundle->localizedStringForKey("<Cancel>", "", ""), expected.cancel) << expected.locale;

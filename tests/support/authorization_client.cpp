@@ -17,7 +17,7 @@
 #include <iostream>
 #include <string>
 
-#include "platform/linux/LinuxAuthorizationServices.h"
+#include "platform/linux/AuthorizationServices.h"
 
 namespace {
 
@@ -91,9 +91,9 @@ class Client {
   }
 
  private:
-  Linux::DirectCall _blockingCall;
+  platform::Linux::DirectCall _blockingCall;
   ErrorLog _log;
-  Linux::LinuxAuthorizationServices _services{_blockingCall, _log};
+  platform::Linux::AuthorizationServices _services{_blockingCall, _log};
   AuthorizationRef _authorization = 0;
 };
 

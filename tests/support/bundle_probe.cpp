@@ -2,8 +2,8 @@
 #include <iostream>
 #include <optional>
 
-#include "platform/linux/LinuxBundle.h"
-#include "platform/linux/LinuxUserDefaults.h"
+#include "platform/linux/Bundle.h"
+#include "platform/linux/UserDefaults.h"
 
 namespace {
 
@@ -15,8 +15,8 @@ struct StandardErrorLog final : platform::SystemLog {
 
 int main(int argc, char** argv) {
   StandardErrorLog log;
-  std::optional<platform::Linux::LinuxUserDefaults> defaults;
-  const platform::Linux::LinuxBundles bundles(log, [&] { return platform::Linux::preferredLanguages(*defaults); });
+  std::optional<platform::Linux::UserDefaults> defaults;
+  const platform::Linux::Bundles bundles(log, [&] { return platform::Linux::preferredLanguages(*defaults); });
   const auto& bundle = bundles.mainBundle();
   const std::string identifier = bundle.bundleIdentifier().value_or("");
   defaults.emplace(argc, argv, identifier, log);

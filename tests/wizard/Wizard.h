@@ -115,8 +115,8 @@ class Wizard : private platform::ApplicationDelegate {
   void connectOutlet(std::string_view name, const std::shared_ptr<platform::InterfaceElement>& element) override {
     _outlets[std::string(name)] = element;
   }
-  void applicationDidFinishLaunching(const platform::Notification& /*notification*/) override {}
-  void applicationWillTerminate(const platform::Notification& /*notification*/) override {}
+  void applicationDidFinishLaunching(const foundation::Notification& /*notification*/) override {}
+  void applicationWillTerminate(const foundation::Notification& /*notification*/) override {}
 
   StillBar _stillBar;
   std::unique_ptr<platform::Linux::InterfaceDescription> _description;

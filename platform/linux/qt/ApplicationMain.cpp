@@ -4,16 +4,16 @@
 #include <cstdlib>
 #include <memory>
 
-#include "platform/linux/LinuxAuthorizationServices.h"
-#include "platform/linux/LinuxBundle.h"
-#include "platform/linux/LinuxDistributedNotificationCenter.h"
-#include "platform/linux/LinuxFileManager.h"
-#include "platform/linux/LinuxLoggingHost.h"
-#include "platform/linux/LinuxServiceManagement.h"
-#include "platform/linux/LinuxShell.h"
-#include "platform/linux/LinuxSystemLog.h"
-#include "platform/linux/LinuxUserDefaults.h"
-#include "platform/linux/LinuxWorkspace.h"
+#include "platform/linux/AuthorizationServices.h"
+#include "platform/linux/Bundle.h"
+#include "platform/linux/DistributedNotificationCenter.h"
+#include "platform/linux/FileManager.h"
+#include "platform/linux/LoggingHost.h"
+#include "platform/linux/ServiceManagement.h"
+#include "platform/linux/Shell.h"
+#include "platform/linux/SystemLog.h"
+#include "platform/linux/UserDefaults.h"
+#include "platform/linux/Workspace.h"
 #include "platform/linux/qt/Display.h"
 #include "platform/linux/qt/Look.h"
 #include "platform/linux/qt/QtApplication.h"
@@ -21,10 +21,8 @@
 #include "platform/linux/qt/QtViewResources.h"
 #include "platform/linux/qt/TerminationSignals.h"
 
-namespace platform {
+namespace platform::Linux {
 namespace {
-
-using namespace platform::Linux;
 
 constexpr const char* standardPath = "/usr/local/bin:/usr/bin:/bin";
 
@@ -35,7 +33,7 @@ std::string programName(const char* path) {
 }
 
 // Commands are looked for among the bundle's resources first. The path as it was goes to the programs that are launched.
-void putResourcesFirstOnPath(const Bundle& bundle) {
+void putResourcesFirstOnPath(const platform::Bundle& bundle) {
   const char* before = std::getenv("PATH");
   const std::string original = before == nullptr ? standardPath : before;
   setenv("KELTO_ORIGINAL_PATH", original.c_str(), 1);
@@ -43,7 +41,7 @@ void putResourcesFirstOnPath(const Bundle& bundle) {
 }
 
 // Hands what arrives on the bus to the centre, for as long as there is a bus.
-std::unique_ptr<QSocketNotifier> watch(LinuxDistributedNotificationCenter& center) {
+std::unique_ptr<QSocketNotifier> watch(DistributedNotificationCenter& center) {
   if (center.fileDescriptor() < 0) return nullptr;
   auto notifier = std::make_unique<QSocketNotifier>(center.fileDescriptor(), QSocketNotifier::Read);
   QObject::connect(notifier.get(), &QSocketNotifier::activated, notifier.get(), [&center, watched = notifier.get()] {
@@ -56,7 +54,7 @@ std::unique_ptr<QSocketNotifier> watch(LinuxDistributedNotificationCenter& cente
 // Everything that lives as long as the application runs. Members are made in this order and go in the other.
 class Framework {
  public:
-  Framework(int argc, char** argv, LinuxSystemLog& log, const std::vector<ViewClass>& viewClasses)
+  Framework(int argc, char** argv, SystemLog& log, const std::vector<ViewClass>& viewClasses)
       : _log(log),
         _viewClasses(viewClasses),
         _defaults(argc, argv, _bundles.mainBundle().bundleIdentifier().value_or(""), log),
@@ -80,21 +78,21 @@ class Framework {
   }
 
  private:
-  LinuxSystemLog& _log;
+  SystemLog& _log;
   const std::vector<ViewClass>& _viewClasses;
-  LinuxBundles _bundles{_log, [this] { return preferredLanguages(_defaults); }};
-  LinuxUserDefaults _defaults;
-  NotificationCenter _center;
+  Bundles _bundles{_log, [this] { return preferredLanguages(_defaults); }};
+  UserDefaults _defaults;
+  foundation::NotificationCenter _center;
   QtRunLoop _runLoop;
   QtBlockingCall _blockingCall{_runLoop};
   QtApplication _application;
-  LinuxDistributedNotificationCenter _distributedCenter;
-  LinuxFileManager _fileManager;
-  LinuxAuthorizationServices _authorizationServices{_blockingCall, _log};
-  LinuxWorkspace _workspace{_bundles, _log, _blockingCall};
-  LinuxServiceManagement _serviceManagement{_log};
-  LinuxShell _shell{_blockingCall};
-  LinuxLoggingHost _loggingHost;
+  DistributedNotificationCenter _distributedCenter;
+  FileManager _fileManager;
+  AuthorizationServices _authorizationServices{_blockingCall, _log};
+  Workspace _workspace{_bundles, _log, _blockingCall};
+  ServiceManagement _serviceManagement{_log};
+  Shell _shell{_blockingCall};
+  LoggingHost _loggingHost;
   QtViewResources _viewResources{_bundles.mainBundle(), _viewClasses};
   Platform _platform{_application,       _runLoop,           _defaults,    _center,
                      _distributedCenter, _bundles,           _fileManager, _authorizationServices,
@@ -104,25 +102,28 @@ class Framework {
 };
 
 }  // namespace
+}  // namespace platform::Linux
+
+namespace platform {
 
 int ApplicationMain(int argc, char** argv, const std::vector<DelegateClass>& classes,
                     const std::vector<ViewClass>& viewClasses) {
-  const auto name = programName(argv[0]);
-  const auto display = Display::choose();
+  const auto name = Linux::programName(argv[0]);
+  const auto display = Linux::Display::choose();
   if (!display.problem.empty()) {
     std::fprintf(stderr, "%s: %s\n", name.c_str(), display.problem.c_str());
     return 1;
   }
-  LinuxSystemLog log(name);
+  Linux::SystemLog log(name);
   if (!display.note.empty()) log.log(display.note);
   // The arguments are the user defaults' and none of Qt's: it gets the name alone.
   int count = 1;
   char* nameOnly[] = {argv[0], nullptr};
-  auto environment = std::make_unique<Display::StartUpEnvironment>(display.qtPlatform);
+  auto environment = std::make_unique<Linux::Display::StartUpEnvironment>(display.qtPlatform);
   QApplication application(count, nameOnly);
   environment.reset();
-  applyLook(application);
-  return Framework(argc, argv, log, viewClasses).run(classes);
+  Linux::applyLook(application);
+  return Linux::Framework(argc, argv, log, viewClasses).run(classes);
 }
 
 }  // namespace platform

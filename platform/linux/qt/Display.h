@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/Workspace.h"
+#include "platform/SystemLog.h"
 
 namespace platform::Linux::Display {
 

@@ -36,7 +36,7 @@ void applyLook(QApplication& application) {
   application.setQuitOnLastWindowClosed(false);
 }
 
-QIcon applicationIcon(const Bundle& bundle) {
+QIcon applicationIcon(const platform::Bundle& bundle) {
   QIcon icon;
   const auto name = bundle.infoString("CFBundleIconFile");
   if (!name) return icon;

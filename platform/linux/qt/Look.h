@@ -13,6 +13,6 @@ void applyLook(QApplication& application);
 
 // The icon that the bundle names as "CFBundleIconFile", from artwork/NAME-SIZE.png in every size that there is; a null icon
 // when there is none.
-QIcon applicationIcon(const Bundle& bundle);
+QIcon applicationIcon(const platform::Bundle& bundle);
 
 }  // namespace platform::Linux

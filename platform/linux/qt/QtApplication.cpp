@@ -8,7 +8,7 @@
 
 namespace platform::Linux {
 
-QtApplication::QtApplication(QtRunLoop& runLoop, NotificationCenter& center, std::string name)
+QtApplication::QtApplication(QtRunLoop& runLoop, foundation::NotificationCenter& center, std::string name)
     : _runLoop(runLoop), _center(center), _name(std::move(name)) {}
 
 void QtApplication::runModal(const Alert& alert) {
@@ -21,7 +21,7 @@ void QtApplication::terminate(const void* /*sender*/) {
   if (_isTerminated) return;
   _isTerminated = true;
   _runLoop.stop();
-  const Notification notification{std::string(ApplicationWillTerminateNotification), {}, {}};
+  const foundation::Notification notification{std::string(foundation::ApplicationWillTerminateNotification), {}, {}};
   if (_delegate) _delegate->applicationWillTerminate(notification);
   _center.post(notification);
   QCoreApplication::exit(0);

@@ -15,7 +15,7 @@ namespace platform::Linux {
 class QtApplication final : public Application {
  public:
   // `name` titles the alerts.
-  QtApplication(QtRunLoop& runLoop, NotificationCenter& center, std::string name);
+  QtApplication(QtRunLoop& runLoop, foundation::NotificationCenter& center, std::string name);
 
   // Nothing is shown any more after termination.
   void runModal(const Alert& alert) override;
@@ -35,7 +35,7 @@ class QtApplication final : public Application {
             const std::vector<ViewClass>& viewClasses);
 
   QtRunLoop& _runLoop;
-  NotificationCenter& _center;
+  foundation::NotificationCenter& _center;
   const std::string _name;
   std::unique_ptr<InterfaceDescription> _interface;
   std::unique_ptr<ApplicationDelegate> _delegate;

@@ -13,7 +13,8 @@ namespace platform::Linux {
 class QtViewResources final : public ViewResources {
  public:
   // The bundle and the classes outlive this object.
-  QtViewResources(const Bundle& bundle, const std::vector<ViewClass>& classes) : _bundle(bundle), _classes(classes) {}
+  QtViewResources(const platform::Bundle& bundle, const std::vector<ViewClass>& classes)
+      : _bundle(bundle), _classes(classes) {}
 
   // Also remembers what is missing.
   std::shared_ptr<const foundation::Image> imageNamed(std::string_view name) override;
@@ -25,7 +26,7 @@ class QtViewResources final : public ViewResources {
  private:
   [[nodiscard]] std::shared_ptr<const foundation::Image> load(const std::string& name) const;
 
-  const Bundle& _bundle;
+  const platform::Bundle& _bundle;
   const std::vector<ViewClass>& _classes;
   std::map<std::string, std::shared_ptr<const foundation::Image>, std::less<>> _images;
 };

@@ -17,7 +17,7 @@
 
 #include "platform/fake/FakePlatform.h"
 #include "platform/linux/Descriptor.h"
-#include "platform/linux/LinuxWorkspace.h"
+#include "platform/linux/Workspace.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/PrivateBus.h"
 #include "tests/support/TemporaryFolder.h"
@@ -123,7 +123,7 @@ class ApplicationTest : public testing::Test {
   fake::FakeBundles bundles;
   fake::FakeSystemLog log;
   DirectCall direct;
-  LinuxWorkspace workspace{bundles, log, direct};
+  platform::Linux::Workspace workspace{bundles, log, direct};
 };
 
 }  // namespace platform::Linux

@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "platform/fake/FakePlatform.h"
+#include "platform/linux/AuthorizationServices.h"
 #include "platform/linux/Descriptor.h"
-#include "platform/linux/LinuxAuthorizationServices.h"
 #include "platform/linux/authorizationd/Interface.h"
 
 namespace tests {
@@ -45,7 +45,7 @@ class BrokerClient {
 
   platform::Linux::DirectCall blockingCall;
   platform::fake::FakeSystemLog log;
-  platform::Linux::LinuxAuthorizationServices services{blockingCall, log};
+  platform::Linux::AuthorizationServices services{blockingCall, log};
 };
 
 // How long the slower half of all calls may take while somebody misbehaves. What one call takes now and then depends on who

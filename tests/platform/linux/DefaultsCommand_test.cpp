@@ -11,7 +11,7 @@
 #include <thread>
 
 #include "platform/fake/FakePlatform.h"
-#include "platform/linux/LinuxUserDefaults.h"
+#include "platform/linux/UserDefaults.h"
 #include "tests/support/CommandLine.h"
 #include "tests/support/Environment.h"
 #include "tests/support/Eventually.h"
@@ -19,7 +19,7 @@
 
 using foundation::PropertyList::Array;
 using foundation::PropertyList::Value;
-using platform::Linux::LinuxUserDefaults;
+using platform::Linux::UserDefaults;
 using testing::IsEmpty;
 using tests::Outcome;
 
@@ -33,7 +33,7 @@ class DefaultsCommand : public testing::Test {
     return tests::runCommandLine(KELTO_BIN_DIR "/defaults " + arguments + " 2>&1");
   }
 
-  LinuxUserDefaults open(const char* domain = controller) {
+  platform::Linux::UserDefaults open(const char* domain = controller) {
     const char* list[] = {"program"};
     return {1, list, domain, log};
   }

@@ -4,7 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "platform/linux/LinuxFileManager.h"
+#include "platform/linux/FileManager.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace platform::Linux {
@@ -21,7 +21,7 @@ TEST(Volume, AFreshlyMountedOneIsFoundByItsOwnName) {
         ::mount("kelto", point.c_str(), "tmpfs", 0, "size=64k") != 0)
       ::_exit(2);
     tests::writeFile(point + "/document", "x");
-    const auto url = LinuxFileManager().volumeURLForPath(point + "/document");
+    const auto url = platform::Linux::FileManager().volumeURLForPath(point + "/document");
     ::_exit(url == "file://" + folder.path("a%20volume/") ? 0 : 1);
   }
   int status = 0;

@@ -6,7 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "platform/linux/LinuxFileManager.h"
+#include "platform/linux/FileManager.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace platform::Linux {
@@ -52,7 +52,7 @@ TEST(Volume, AnUnknownMountHasNone) {
 
 TEST(Volume, TheFolderOfATestIsLocal) {
   const tests::TemporaryFolder folder;
-  const auto url = LinuxFileManager().volumeURLForPath(folder.path());
+  const auto url = platform::Linux::FileManager().volumeURLForPath(folder.path());
   ASSERT_TRUE(url);
   EXPECT_TRUE(url->starts_with("file:///"));
   EXPECT_TRUE(url->ends_with("/"));
@@ -61,12 +61,12 @@ TEST(Volume, TheFolderOfATestIsLocal) {
 TEST(Volume, ALinkLeadsToTheVolumeOfItsTarget) {
   const tests::TemporaryFolder folder;
   std::filesystem::create_symlink("/proc/self", folder.path("link"));
-  EXPECT_EQ(LinuxFileManager().volumeURLForPath(folder.path("link")), "file:///proc/");
+  EXPECT_EQ(platform::Linux::FileManager().volumeURLForPath(folder.path("link")), "file:///proc/");
 }
 
 TEST(Volume, AMissingPathHasNone) {
-  EXPECT_EQ(LinuxFileManager().volumeURLForPath("/no/such/path"), std::nullopt);
-  EXPECT_EQ(LinuxFileManager().volumeURLForPath(""), std::nullopt);
+  EXPECT_EQ(platform::Linux::FileManager().volumeURLForPath("/no/such/path"), std::nullopt);
+  EXPECT_EQ(platform::Linux::FileManager().volumeURLForPath(""), std::nullopt);
 }
 
 }  // namespace

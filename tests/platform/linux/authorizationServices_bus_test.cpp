@@ -11,7 +11,7 @@
 #include <sstream>
 
 #include "platform/fake/FakePlatform.h"
-#include "platform/linux/LinuxAuthorizationServices.h"
+#include "platform/linux/AuthorizationServices.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/PrivateBus.h"
 
@@ -29,7 +29,7 @@ const std::string Broker = KELTO_BIN_DIR "/authorizationd";
 constexpr const char* BrokerName = "com.kelto.Authorization1";
 
 // Counts the calls that may block.
-class CountingCall final : public Linux::BlockingCall {
+class CountingCall final : public platform::Linux::BlockingCall {
  public:
   void run(const std::function<void()>& call) override {
     ++count;
@@ -42,7 +42,7 @@ class CountingCall final : public Linux::BlockingCall {
 struct Client {
   CountingCall blockingCall;
   fake::FakeSystemLog log;
-  Linux::LinuxAuthorizationServices services{blockingCall, log};
+  platform::Linux::AuthorizationServices services{blockingCall, log};
 
   AuthorizationRef create() {
     AuthorizationRef authorization = 0;
@@ -66,7 +66,7 @@ struct Client {
 };
 
 bool isOwned(const std::string& name) {
-  const auto bus = Linux::Bus::openUser();
+  const auto bus = platform::Linux::Bus::openUser();
   sd_bus_message* reply = nullptr;
   int owned = 0;
   if (!bus || sd_bus_call_method(bus->get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
@@ -336,7 +336,7 @@ TEST_F(AuthorizationBroker, UsesAtMostEightMegabytes) {
 #endif
   std::array<Client, 4> clients;
   for (int i = 0; i < 64; ++i) clients[i % 4].exported(clients[i % 4].create());
-  const auto own = Linux::Bus::openUser();
+  const auto own = platform::Linux::Bus::openUser();
   sd_bus_creds* credentials = nullptr;
   pid_t process = 0;
   ASSERT_GE(sd_bus_get_name_creds(own->get(), BrokerName, SD_BUS_CREDS_PID, &credentials), 0);

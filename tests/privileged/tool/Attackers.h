@@ -32,17 +32,17 @@ class Attackers : public NamespaceTest {
     for (const char* name : {"secret", "Info.plist", "App.app/Contents/Info.plist"}) ::chmod((canary / name).c_str(), 0600);
     write(canary / "open", "");
     ::chmod((canary / "open").c_str(), 0644);
-    guarded_ = {canary};
-    for (const auto& entry : fs::recursive_directory_iterator(canary)) guarded_.push_back(entry.path());
+    _guarded = {canary};
+    for (const auto& entry : fs::recursive_directory_iterator(canary)) _guarded.push_back(entry.path());
     // So that the attackers' own looks leave no traces.
-    for (const auto& path : guarded_) {
+    for (const auto& path : _guarded) {
       if (fs::is_directory(path)) ::chmod(path.c_str(), 0711);
     }
     makeGround(folder / "arena/user", User);
     makeGround(folder / "arena/other", Other);
     ::chmod((folder / "arena/other").c_str(), 0777);
     setHome(folder / "arena/user/home");
-    counters_ = static_cast<Counters*>(
+    _counters = static_cast<Counters*>(
         ::mmap(nullptr, sizeof(Counters), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
   }
   void TearDown() override {
@@ -60,19 +60,19 @@ class Attackers : public NamespaceTest {
     std::map<std::string, std::pair<int, int>> jobs;
     while (std::chrono::steady_clock::now() < end) {
       const auto command = runSomeJob();
-      const bool isOk = lastStatus_ == 0;
+      const bool isOk = _lastStatus == 0;
       ++(isOk ? jobs[command].first : jobs[command].second);
       if (looks() == before) continue;
-      ADD_FAILURE() << "something of root's was touched by: " << command << ": " << lastText_;
+      ADD_FAILURE() << "something of root's was touched by: " << command << ": " << _lastText;
       break;
     }
     stop();
     EXPECT_EQ(treeOf(canary), contents);
     expectNoSecretOutside();
-    std::printf("%llu swaps\n", static_cast<unsigned long long>(counters_->swaps));
+    std::printf("%llu swaps\n", static_cast<unsigned long long>(_counters->swaps));
     for (const auto& [command, results] : jobs)
       std::printf("%-15s %6d done %6d refused or failed\n", command.c_str(), results.first, results.second);
-    EXPECT_GT(counters_->swaps, 100U);
+    EXPECT_GT(_counters->swaps, 100U);
     EXPECT_EQ(jobs.size(), 5U);
   }
 
@@ -80,7 +80,7 @@ class Attackers : public NamespaceTest {
   // Every job's instruction names the same things; `swaps` counts the runs.
   void swapAtEachCall(std::size_t every) {
     const auto ground = folder / "arena/user";
-    inner_ = 1;
+    _inner = 1;
     auto names = Swapped;
     for (const char kind : {'d', 'f'}) names.push_back(innerName(0, kind));
     for (const std::string command : {"replace item", "copy file", "move file", "remove file", "trash file"}) {
@@ -164,7 +164,7 @@ class Attackers : public NamespaceTest {
       if (!isThere(ground / name / "App.app/Contents/Info.plist"))
         write(ground / name / "App.app/Contents/Info.plist", "mine");
     }
-    for (int i = 0; i < inner_; ++i) {
+    for (int i = 0; i < _inner; ++i) {
       const auto folder = ground / innerName(i, 'd');
       const auto file = ground / innerName(i, 'f');
       if (!isThere(folder)) write(folder / "App.app/file", "mine");
@@ -181,7 +181,7 @@ class Attackers : public NamespaceTest {
 
   void start(const fs::path& ground, uid_t user, bool swaps) {
     const pid_t child = ::fork();
-    if (child != 0) return attackers_.push_back(child);
+    if (child != 0) return _attackers.push_back(child);
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (::setgroups(0, nullptr) != 0 || ::setgid(user) != 0 || ::setuid(user) != 0) ::_exit(1);
     ::umask(0);
@@ -195,12 +195,12 @@ class Attackers : public NamespaceTest {
       // By turns what is in the tree, so that jobs get that far, and the ways to it.
       const auto now = std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now().time_since_epoch());
       const bool isInnerTurn = now / milliseconds(300) % 2 == 0;
-      const auto number = static_cast<int>(random() % static_cast<unsigned>(inner_));
+      const auto number = static_cast<int>(random() % static_cast<unsigned>(_inner));
       const auto one =
           ground / (isInnerTurn ? innerName(number, random() % 2 == 0 ? 'd' : 'f') : Swapped[random() % Swapped.size()]);
       const auto other = one.string() + "~";
       for (int times = 0; times < 2; ++times) {
-        if (::renameat2(AT_FDCWD, one.c_str(), AT_FDCWD, other.c_str(), RENAME_EXCHANGE) == 0) ++counters_->swaps;
+        if (::renameat2(AT_FDCWD, one.c_str(), AT_FDCWD, other.c_str(), RENAME_EXCHANGE) == 0) ++_counters->swaps;
         for (auto spin = random() % 300; spin > 0; --spin) asm volatile("");
       }
     }
@@ -215,14 +215,14 @@ class Attackers : public NamespaceTest {
           if (std::strncmp(entry->d_name, ".kelto-staging-", 15) != 0) continue;
           const auto path = ground / name / entry->d_name;
           const auto away = ground / ("away" + std::to_string(random() % 8));
-          if (::rename(path.c_str(), away.c_str()) == 0 && ::symlink(canary.c_str(), path.c_str()) == 0) ++counters_->swaps;
+          if (::rename(path.c_str(), away.c_str()) == 0 && ::symlink(canary.c_str(), path.c_str()) == 0) ++_counters->swaps;
         }
         ::closedir(folder);
       }
       const auto linked = ground / "src/App.app/Contents/linked";
       ::unlink(linked.c_str());
       for (const auto& target : {canary / "secret", canary / "open", ground / "src/App.app/Contents/Info.plist"}) {
-        if (::link(target.c_str(), linked.c_str()) == 0) ++counters_->swaps;
+        if (::link(target.c_str(), linked.c_str()) == 0) ++_counters->swaps;
       }
       if (round % 4 == 0) repair(ground);
     }
@@ -235,21 +235,21 @@ class Attackers : public NamespaceTest {
     }
   }
   void stop() {
-    for (const pid_t attacker : attackers_) {
+    for (const pid_t attacker : _attackers) {
       ::kill(attacker, SIGKILL);
       ::waitpid(attacker, nullptr, 0);
     }
-    attackers_.clear();
+    _attackers.clear();
   }
 
   std::string runSomeJob() {
     const std::vector<std::string> commands{"replace item", "copy file", "move file", "remove file", "trash file"};
-    const auto ground = grounds()[random_() % 2].first;
-    const auto command = commands[random_() % commands.size()];
-    const auto source = (ground / (random_() % 4 == 0 ? "dst" : "src") / "App.app").string();
-    const auto name = random_() % 2 == 0 ? "App.app" : "New " + std::to_string(random_() % 1000) + ".app";
-    const auto destination = (ground / (random_() % 4 == 0 ? "src" : "dst") / name).string();
-    const auto resultPath = random_() % 3 == 0 ? folder / "arena/user/result" : result;
+    const auto ground = grounds()[_random() % 2].first;
+    const auto command = commands[_random() % commands.size()];
+    const auto source = (ground / (_random() % 4 == 0 ? "dst" : "src") / "App.app").string();
+    const auto name = _random() % 2 == 0 ? "App.app" : "New " + std::to_string(_random() % 1000) + ".app";
+    const auto destination = (ground / (_random() % 4 == 0 ? "src" : "dst") / name).string();
+    const auto resultPath = _random() % 3 == 0 ? folder / "arena/user/result" : result;
     if (resultPath == result) fs::resize_file(result, 0);
     InstructionArchive::Instructions job{{"command", command}};
     if (command == "trash file" || command == "remove file") {
@@ -261,15 +261,15 @@ class Attackers : public NamespaceTest {
     InstructionArchive::setValueForKey(job, "result path", resultPath);
     const auto answer = runWithBytes({Tool}, framed(InstructionArchive::archivedData(job)), environment);
     EXPECT_GE(answer.status, 0) << command;
-    lastStatus_ = answer.status;
-    lastText_ = answer.text;
+    _lastStatus = answer.status;
+    _lastText = answer.text;
     return command;
   }
 
   // What can be told of root's files and folders without reading them; when they were read too.
   std::map<std::string, std::string> looks() const {
     std::map<std::string, std::string> all;
-    for (const auto& path : guarded_) {
+    for (const auto& path : _guarded) {
       if (!isThere(path)) continue;
       const auto s = statusOf(path);
       std::ostringstream text;
@@ -288,13 +288,13 @@ class Attackers : public NamespaceTest {
     }
   }
 
-  std::vector<fs::path> guarded_;
-  int inner_ = 16;  // so many folders and files of the tree are swapped
-  Counters* counters_ = nullptr;
-  std::vector<pid_t> attackers_;
-  std::mt19937 random_{7};
-  int lastStatus_ = 0;
-  std::string lastText_;
+  std::vector<fs::path> _guarded;
+  int _inner = 16;  // so many folders and files of the tree are swapped
+  Counters* _counters = nullptr;
+  std::vector<pid_t> _attackers;
+  std::mt19937 _random{7};
+  int _lastStatus = 0;
+  std::string _lastText;
 };
 
 }  // namespace ToolTests

@@ -36,7 +36,7 @@ struct Places {
 
 class FaultCase {
  public:
-  explicit FaultCase(const Places& places) : places_(places) {}
+  explicit FaultCase(const Places& places) : _places(places) {}
   virtual ~FaultCase() = default;
   FaultCase(const FaultCase&) = delete;
   FaultCase& operator=(const FaultCase&) = delete;
@@ -58,59 +58,59 @@ class FaultCase {
  protected:
   // The whole tree that was prepared, at `path` now? Who owns it is not asked: a source may have been given away already.
   static bool isWhole(const fs::path& path, const Tree& tree) { return treeOf(path, Ids{}) == tree; }
-  const Places& places_;
+  const Places& _places;
 };
 
 class ReplaceCase : public FaultCase {
  public:
   // What belonged to root, or to nobody yet, replaced by what someone downloaded; or what belonged to an ordinary user.
   enum class Kind { folder, manyFiles, file, nothingThere, ofAUser };
-  ReplaceCase(const Places& places, Kind kind, bool across) : FaultCase(places), kind_(kind), across_(across) {}
+  ReplaceCase(const Places& places, Kind kind, bool across) : FaultCase(places), _kind(kind), _across(across) {}
 
   void prepare() override {
-    source_ = (across_ ? places_.there : places_.here) / "Download/App.app";
-    destination_ = places_.here / "Applications/App.app";
-    fs::create_directories(destination_.parent_path());
-    if (kind_ != Kind::nothingThere) make(destination_, "1");
-    if (kind_ == Kind::ofAUser && places_.isRoot) giveTree(destination_, SomeUser);
-    places_.afterOld();
+    _source = (_across ? _places.there : _places.here) / "Download/App.app";
+    _destination = _places.here / "Applications/App.app";
+    fs::create_directories(_destination.parent_path());
+    if (_kind != Kind::nothingThere) make(_destination, "1");
+    if (_kind == Kind::ofAUser && _places.isRoot) giveTree(_destination, SomeUser);
+    _places.afterOld();
     makeSource("2");
-    old_ = treeOf(destination_);
-    sourceTree_ = treeOf(source_, Ids{});
+    _old = treeOf(_destination);
+    _sourceTree = treeOf(_source, Ids{});
   }
   InstructionArchive::Instructions job() const override {
-    return {{"command", "replace item"}, {"source path", source_}, {"destination path", destination_}};
+    return {{"command", "replace item"}, {"source path", _source}, {"destination path", _destination}};
   }
   Found look() const override {
-    const auto there = treeOf(destination_);
-    const auto rest = treeOf(source_, Ids{});
-    if (places_.isSourceSafe && !rest.empty() && withoutTop(rest) != withoutTop(sourceTree_) && there != new_)
+    const auto there = treeOf(_destination);
+    const auto rest = treeOf(_source, Ids{});
+    if (_places.isSourceSafe && !rest.empty() && withoutTop(rest) != withoutTop(_sourceTree) && there != _new)
       return Found::bad;
-    if (there == new_) return Found::done;
-    if (there == old_) return Found::old;
+    if (there == _new) return Found::done;
+    if (there == _old) return Found::old;
     if (there.empty()) return Found::missing;
-    return withoutTop(there) == withoutTop(new_) ? Found::retimed : Found::bad;
+    return withoutTop(there) == withoutTop(_new) ? Found::retimed : Found::bad;
   }
   InstructionArchive::Instructions next(Found found) override {
     // The source of a job that did not get so far is where it was, or the next job brings it back there.
     if (found == Found::done || found == Found::retimed) {
-      fs::remove_all(source_);
+      fs::remove_all(_source);
       makeSource("3");
     }
     return job();
   }
-  bool isSettled() const override { return treeOf(destination_) == new_; }
+  bool isSettled() const override { return treeOf(_destination) == _new; }
 
  private:
   void make(const fs::path& path, const std::string& version) const {
-    if (kind_ == Kind::file) return write(path, "version " + version);
-    makeRichBundle(path, version, kind_ == Kind::manyFiles ? 20 : 0);
+    if (_kind == Kind::file) return write(path, "version " + version);
+    makeRichBundle(path, version, _kind == Kind::manyFiles ? 20 : 0);
   }
   void makeSource(const std::string& version) {
-    make(source_, version);
-    if (places_.isRoot) giveTree(source_, Downloader);
-    const bool hasOwner = kind_ != Kind::nothingThere && places_.isRoot;
-    new_ = treeOf(source_, hasOwner ? std::optional(kind_ == Kind::ofAUser ? SomeUser : Ids{}) : std::nullopt);
+    make(_source, version);
+    if (_places.isRoot) giveTree(_source, Downloader);
+    const bool hasOwner = _kind != Kind::nothingThere && _places.isRoot;
+    _new = treeOf(_source, hasOwner ? std::optional(_kind == Kind::ofAUser ? SomeUser : Ids{}) : std::nullopt);
   }
   static Tree withoutTop(Tree tree) {
     tree.erase(".");
@@ -118,189 +118,189 @@ class ReplaceCase : public FaultCase {
   }
   static constexpr Ids SomeUser{.user = 54321, .group = 54322};
   static constexpr Ids Downloader{.user = 54323, .group = 54324};
-  Kind kind_;
-  bool across_;
-  fs::path source_;
-  fs::path destination_;
-  Tree old_;
-  Tree new_;
-  Tree sourceTree_;
+  Kind _kind;
+  bool _across;
+  fs::path _source;
+  fs::path _destination;
+  Tree _old;
+  Tree _new;
+  Tree _sourceTree;
 };
 
 class CopyCase : public FaultCase {
  public:
-  CopyCase(const Places& places, bool across) : FaultCase(places), across_(across) {}
+  CopyCase(const Places& places, bool across) : FaultCase(places), _across(across) {}
   void prepare() override {
-    source_ = (across_ ? places_.there : places_.here) / "From/App.app";
-    destination_ = places_.here / "To/App.app";
-    fs::create_directories(destination_.parent_path());
-    makeRichBundle(source_, "1");
-    tree_ = treeOf(source_);
+    _source = (_across ? _places.there : _places.here) / "From/App.app";
+    _destination = _places.here / "To/App.app";
+    fs::create_directories(_destination.parent_path());
+    makeRichBundle(_source, "1");
+    _tree = treeOf(_source);
   }
   InstructionArchive::Instructions job() const override {
-    return {{"command", "copy file"}, {"source path", source_}, {"destination path", destination_}};
+    return {{"command", "copy file"}, {"source path", _source}, {"destination path", _destination}};
   }
   Found look() const override {
-    if (treeOf(source_) != tree_) return Found::bad;
-    const auto copy = treeOf(destination_);
-    if (copy == tree_) return Found::done;
+    if (treeOf(_source) != _tree) return Found::bad;
+    const auto copy = treeOf(_destination);
+    if (copy == _tree) return Found::done;
     return copy.empty() ? Found::old : Found::bad;
   }
   InstructionArchive::Instructions next(Found found) override {
-    if (found == Found::done) destination_ += "-2";
+    if (found == Found::done) _destination += "-2";
     return job();
   }
   bool isSettled() const override { return look() == Found::done; }
 
  private:
-  bool across_;
-  fs::path source_;
-  fs::path destination_;
-  Tree tree_;
+  bool _across;
+  fs::path _source;
+  fs::path _destination;
+  Tree _tree;
 };
 
 class MoveCase : public FaultCase {
  public:
-  MoveCase(const Places& places, bool isFile, bool across) : FaultCase(places), isFile_(isFile), across_(across) {}
+  MoveCase(const Places& places, bool isFile, bool across) : FaultCase(places), _isFile(isFile), _across(across) {}
   void prepare() override {
-    source_ = (across_ ? places_.there : places_.here) / "From/App.app";
-    destination_ = places_.here / "To/App.app";
-    fs::create_directories(destination_.parent_path());
+    _source = (_across ? _places.there : _places.here) / "From/App.app";
+    _destination = _places.here / "To/App.app";
+    fs::create_directories(_destination.parent_path());
     make();
   }
   InstructionArchive::Instructions job() const override {
-    return {{"command", "move file"}, {"source path", source_}, {"destination path", destination_}};
+    return {{"command", "move file"}, {"source path", _source}, {"destination path", _destination}};
   }
   Found look() const override {
-    const bool isAtSource = isWholeHere(source_);
-    const bool isAtDestination = isWholeHere(destination_);
+    const bool isAtSource = isWholeHere(_source);
+    const bool isAtDestination = isWholeHere(_destination);
     if (isAtSource && isAtDestination) return Found::both;
-    if (isAtSource && !isThere(destination_)) return Found::old;
-    return isAtDestination && !isThere(source_) ? Found::done : Found::bad;
+    if (isAtSource && !isThere(_destination)) return Found::old;
+    return isAtDestination && !isThere(_source) ? Found::done : Found::bad;
   }
   InstructionArchive::Instructions next(Found found) override {
     if (found == Found::done) make();
-    if (found != Found::old) destination_ += "-2";
+    if (found != Found::old) _destination += "-2";
     return job();
   }
-  bool isSettled() const override { return isWholeHere(destination_) && !isThere(source_); }
+  bool isSettled() const override { return isWholeHere(_destination) && !isThere(_source); }
 
  private:
   void make() {
-    if (isFile_) {
-      write(source_, "a file");
-      setTimes(source_, 1000, 123456789);
+    if (_isFile) {
+      write(_source, "a file");
+      setTimes(_source, 1000, 123456789);
     } else {
-      makeRichBundle(source_, "1");
+      makeRichBundle(_source, "1");
     }
-    tree_ = treeOf(source_, Ids{});
+    _tree = treeOf(_source, Ids{});
   }
   // Two names of the same file are one more link.
   bool isWholeHere(const fs::path& path) const {
     if (!isThere(path)) return false;
-    if (!isFile_) return isWhole(path, tree_);
+    if (!_isFile) return isWhole(path, _tree);
     return read(path) == "a file" && statusOf(path).st_mtim.tv_nsec == 123456789;
   }
-  bool isFile_;
-  bool across_;
-  fs::path source_;
-  fs::path destination_;
-  Tree tree_;
+  bool _isFile;
+  bool _across;
+  fs::path _source;
+  fs::path _destination;
+  Tree _tree;
 };
 
 class RemoveCase : public FaultCase {
  public:
   using FaultCase::FaultCase;
   void prepare() override {
-    item_ = places_.here / "Applications/App.app";
-    makeRichBundle(item_, "1");
-    tree_ = treeOf(item_);
+    _item = _places.here / "Applications/App.app";
+    makeRichBundle(_item, "1");
+    _tree = treeOf(_item);
   }
-  InstructionArchive::Instructions job() const override { return {{"command", "remove file"}, {"file path", item_}}; }
+  InstructionArchive::Instructions job() const override { return {{"command", "remove file"}, {"file path", _item}}; }
   Found look() const override {
-    const auto left = treeOf(item_);
-    if (left == tree_) return Found::old;
+    const auto left = treeOf(_item);
+    if (left == _tree) return Found::old;
     return left.empty() ? Found::done : Found::bad;
   }
   InstructionArchive::Instructions next(Found found) override {
-    if (found == Found::done) makeRichBundle(item_, "2");
+    if (found == Found::done) makeRichBundle(_item, "2");
     return job();
   }
-  bool isSettled() const override { return !isThere(item_); }
+  bool isSettled() const override { return !isThere(_item); }
 
  private:
-  fs::path item_;
-  Tree tree_;
+  fs::path _item;
+  Tree _tree;
 };
 
 class TrashCase : public FaultCase {
  public:
-  TrashCase(const Places& places, bool across) : FaultCase(places), across_(across) {}
+  TrashCase(const Places& places, bool across) : FaultCase(places), _across(across) {}
   void prepare() override {
-    item_ = (across_ ? places_.there : places_.here) / "Applications/App.app";
-    trash_ = places_.here / "home/.local/share/Trash";
-    makeRichBundle(item_, "1");
-    old_ = treeOf(item_);
-    new_ = treeOf(item_, places_.isRoot ? std::optional(places_.user) : std::nullopt);
-    content_ = treeOf(item_, Ids{});
-    fs::create_directories(trash_.parent_path());
-    giveAll(places_.here / "home");
+    _item = (_across ? _places.there : _places.here) / "Applications/App.app";
+    _trash = _places.here / "home/.local/share/Trash";
+    makeRichBundle(_item, "1");
+    _old = treeOf(_item);
+    _new = treeOf(_item, _places.isRoot ? std::optional(_places.user) : std::nullopt);
+    _content = treeOf(_item, Ids{});
+    fs::create_directories(_trash.parent_path());
+    giveAll(_places.here / "home");
     // No Trash can be made on the volumes: an item from another one has to be copied to the home's.
-    for (const auto& place : {places_.here, places_.there})
-      write(place.parent_path() / (".Trash-" + std::to_string(places_.user.user)), "");
+    for (const auto& place : {_places.here, _places.there})
+      write(place.parent_path() / (".Trash-" + std::to_string(_places.user.user)), "");
   }
-  InstructionArchive::Instructions job() const override { return {{"command", "trash file"}, {"file path", item_}}; }
+  InstructionArchive::Instructions job() const override { return {{"command", "trash file"}, {"file path", _item}}; }
   Found look() const override {
-    const auto left = treeOf(item_);
-    if (!left.empty() && left != old_) return Found::bad;
+    const auto left = treeOf(_item);
+    if (!left.empty() && left != _old) return Found::bad;
     const auto names = trashed();
     if (names.size() > 1) return Found::bad;
     if (names.empty()) return left.empty() ? Found::bad : Found::old;
-    const auto item = trash_ / "files" / names.front();
-    const auto info = trash_ / "info" / (names.front() + ".trashinfo");
-    if (read(info).find("\nDeletionDate=") == std::string::npos || treeOf(item, Ids{}) != content_) return Found::bad;
-    const bool isHandedOver = treeOf(item) == new_;
+    const auto item = _trash / "files" / names.front();
+    const auto info = _trash / "info" / (names.front() + ".trashinfo");
+    if (read(info).find("\nDeletionDate=") == std::string::npos || treeOf(item, Ids{}) != _content) return Found::bad;
+    const bool isHandedOver = treeOf(item) == _new;
     if (!left.empty()) return isHandedOver ? Found::both : Found::bad;
     return isHandedOver ? Found::done : Found::unfinished;
   }
   InstructionArchive::Instructions next(Found found) override {
-    inTrash_ = found == Found::old ? 0 : 1;
-    if (found == Found::done || found == Found::unfinished) makeRichBundle(item_, "2");
+    _inTrash = found == Found::old ? 0 : 1;
+    if (found == Found::done || found == Found::unfinished) makeRichBundle(_item, "2");
     return job();
   }
   // Every item in the Trash has its info file and belongs to its user, and there is no info file without an item.
   bool isSettled() const override {
     const auto names = trashed();
-    if (isThere(item_) || names.size() != inTrash_ + 1) return false;
+    if (isThere(_item) || names.size() != _inTrash + 1) return false;
     std::size_t infos = 0;
-    for ([[maybe_unused]] const auto& entry : fs::directory_iterator(trash_ / "info")) ++infos;
+    for ([[maybe_unused]] const auto& entry : fs::directory_iterator(_trash / "info")) ++infos;
     for (const auto& name : names) {
-      if (places_.isRoot && treeOf(trash_ / "files" / name) != treeOf(trash_ / "files" / name, places_.user)) return false;
-      if (!isThere(trash_ / "info" / (name + ".trashinfo"))) return false;
+      if (_places.isRoot && treeOf(_trash / "files" / name) != treeOf(_trash / "files" / name, _places.user)) return false;
+      if (!isThere(_trash / "info" / (name + ".trashinfo"))) return false;
     }
     return infos == names.size();
   }
 
  private:
   void giveAll(const fs::path& folder) const {
-    if (places_.isRoot) giveTree(folder, places_.user);
+    if (_places.isRoot) giveTree(folder, _places.user);
   }
   std::vector<std::string> trashed() const {
     std::vector<std::string> names;
-    if (!isThere(trash_ / "files")) return names;
-    for (const auto& entry : fs::directory_iterator(trash_ / "files")) {
+    if (!isThere(_trash / "files")) return names;
+    for (const auto& entry : fs::directory_iterator(_trash / "files")) {
       const auto name = entry.path().filename().string();
       if (!name.starts_with(".kelto-staging-")) names.push_back(name);
     }
     return names;
   }
-  bool across_;
-  fs::path item_;
-  fs::path trash_;
-  Tree old_;
-  Tree new_;
-  Tree content_;
-  std::size_t inTrash_ = 0;
+  bool _across;
+  fs::path _item;
+  fs::path _trash;
+  Tree _old;
+  Tree _new;
+  Tree _content;
+  std::size_t _inTrash = 0;
 };
 
 // In a root of its own: see ServerRoot. The server's three files are never torn, empty or missing (bad), but can be of both
@@ -309,20 +309,20 @@ class TrashCase : public FaultCase {
 class UpgradeCase : public FaultCase {
  public:
   enum class Kind { runs, runsWithNewDefinition, doesNotRun };
-  UpgradeCase(const Places& places, Kind kind) : FaultCase(places), kind_(kind) {}
+  UpgradeCase(const Places& places, Kind kind) : FaultCase(places), _kind(kind) {}
   void prepare() override {
-    app_ = places_.here / "App.app";
+    _app = _places.here / "App.app";
     install("1");
-    write(places_.root / "state", "running");
-    places_.afterOld();
-    offer(kind_ == Kind::doesNotRun ? "2 does not run" : "2");
+    write(_places.root / "state", "running");
+    _places.afterOld();
+    offer(_kind == Kind::doesNotRun ? "2 does not run" : "2");
   }
-  InstructionArchive::Instructions job() const override { return {{"command", "upgrade server"}, {"file path", app_}}; }
+  InstructionArchive::Instructions job() const override { return {{"command", "upgrade server"}, {"file path", _app}}; }
   Found look() const override {
     int old = 0;
     int fresh = 0;
     for (const auto& [name, path] : files()) {
-      if (treeOf(path) == olds_.at(name)) ++old;
+      if (treeOf(path) == _olds.at(name)) ++old;
       if (isNew(name, path)) ++fresh;
     }
     if (old + fresh != 3) return Found::bad;
@@ -330,35 +330,35 @@ class UpgradeCase : public FaultCase {
     return fresh == 3 ? Found::done : Found::unfinished;
   }
   InstructionArchive::Instructions next(Found found) override {
-    if (found == Found::done || kind_ == Kind::doesNotRun) offer("3");
+    if (found == Found::done || _kind == Kind::doesNotRun) offer("3");
     return job();
   }
   bool isSettled() const override {
     for (const auto& [name, path] : files()) {
       if (!isNew(name, path)) return false;
     }
-    return isThere(places_.root / "state");
+    return isThere(_places.root / "state");
   }
-  Found end() const override { return kind_ == Kind::doesNotRun ? Found::old : Found::done; }
+  Found end() const override { return _kind == Kind::doesNotRun ? Found::old : Found::done; }
   bool canBeAskedAgain(Found) const override { return true; }
   // No application is there.
   InstructionArchive::Instructions refused() const override {
-    return {{"command", "upgrade server"}, {"file path", places_.here / "Library"}};
+    return {{"command", "upgrade server"}, {"file path", _places.here / "Library"}};
   }
 
  private:
   static constexpr const char* Program = "KeltoLibraryServer";
   std::map<std::string, fs::path> files() const {
-    const auto library = places_.here / "Library";
+    const auto library = _places.here / "Library";
     const std::string label = "com.kelto.KeltoLibraryServer";
     return {{Program, library / "Application Support/Kelto/KeltoLibraryServer"},
             {label + ".plist", library / "LaunchDaemons" / (label + ".plist")},
-            {label + ".service", places_.units / (label + ".service")}};
+            {label + ".service", _places.units / (label + ".service")}};
   }
   void offer(const std::string& version) {
-    version_ = version;
+    _version = version;
     for (const auto& [name, path] : files()) {
-      const auto offered = app_ / "Contents/Resources/LibraryServer" / name;
+      const auto offered = _app / "Contents/Resources/LibraryServer" / name;
       write(offered, textOf(name, version));
       fs::permissions(offered, fs::perms(name == Program ? 0755 : 0644));
     }
@@ -366,13 +366,13 @@ class UpgradeCase : public FaultCase {
   void install(const std::string& version) {
     for (const auto& [name, path] : files()) {
       fs::create_directories(path.parent_path());
-      const bool isMissing = kind_ == Kind::runsWithNewDefinition && name.ends_with(".plist");
+      const bool isMissing = _kind == Kind::runsWithNewDefinition && name.ends_with(".plist");
       if (!isMissing) {
         write(path, textOf(name, version));
         fs::permissions(path, fs::perms(name == Program ? 0755 : 0644));
         setTimes(path, 1000, 1);
       }
-      olds_[name] = treeOf(path);
+      _olds[name] = treeOf(path);
     }
   }
   // The program is long enough to be torn.
@@ -380,13 +380,13 @@ class UpgradeCase : public FaultCase {
     return name + " version " + version + "\n" + std::string(name == Program ? 100'000 : 100, version.front());
   }
   bool isNew(const std::string& name, const fs::path& path) const {
-    if (!isThere(path) || read(path) != textOf(name, version_)) return false;
+    if (!isThere(path) || read(path) != textOf(name, _version)) return false;
     return (statusOf(path).st_mode & ALLPERMS) == (name == Program ? 0755U : 0644U) && statusOf(path).st_nlink == 1;
   }
-  Kind kind_;
-  fs::path app_;
-  std::string version_;
-  std::map<std::string, Tree> olds_;
+  Kind _kind;
+  fs::path _app;
+  std::string _version;
+  std::map<std::string, Tree> _olds;
 };
 
 struct NamedCase {

@@ -60,17 +60,17 @@ class ResultTable {
  public:
   Results& row(const std::string& command, const std::string& fileSystem, bool exchange, const std::string& fault) {
     const auto key = command + "|" + fileSystem + "|" + (exchange ? "yes" : "no") + "|" + fault;
-    if (!rows_.contains(key)) order_.push_back(key);
-    return rows_[key];
+    if (!_rows.contains(key)) _order.push_back(key);
+    return _rows[key];
   }
   void print() const {
     printRow({"command", "fs", "exchange", "fault"}, {"runs", "old", "new", "both", "later", "time", "gap", "bad"});
     Results sum;
-    for (const auto& key : order_) {
+    for (const auto& key : _order) {
       std::istringstream text(key);
       std::vector<std::string> fields;
       for (std::string field; std::getline(text, field, '|');) fields.push_back(field);
-      const auto& row = rows_.at(key);
+      const auto& row = _rows.at(key);
       printRow(fields, row.numbers());
       sum.add(row);
     }
@@ -90,8 +90,8 @@ class ResultTable {
     for (const auto& number : numbers) std::printf(" %6s", number.c_str());
     std::printf("\n");
   }
-  std::vector<std::string> order_;
-  std::map<std::string, Results> rows_;
+  std::vector<std::string> _order;
+  std::map<std::string, Results> _rows;
 };
 
 // As root in a mount name space of its own, with an account for the user who asks; else in the temporary folder.

@@ -55,11 +55,11 @@ class Fidelity : public NamespaceTest {
     NamespaceTest::SetUp();
     if (IsSkipped()) return;
     other = volume("other", "mode=755,size=12g,nr_inodes=0");
-    home_ = volume("store", "mode=755,size=12g,nr_inodes=0");
+    _home = volume("store", "mode=755,size=12g,nr_inodes=0");
     bindAccount();
   }
   // Where the tree is made that is then taken.
-  [[nodiscard]] fs::path source(const Way& way) const { return (way.across ? other : home_) / "from/App.app"; }
+  [[nodiscard]] fs::path source(const Way& way) const { return (way.across ? other : _home) / "from/App.app"; }
   // Why it cannot be done here; empty when it can.
   [[nodiscard]] static std::string missingFor(const Way& way) {
     const bool isMissing = way.restoredBy == "trash-restore" && !isThere("/usr/bin/trash-restore");
@@ -68,7 +68,7 @@ class Fidelity : public NamespaceTest {
   // Does it, and answers where the tree is then. Whose it has to be then: see docs/fidelity.md.
   fs::path take(const Way& way) {
     const auto from = source(way);
-    const auto to = home_ / "to/App.app";
+    const auto to = _home / "to/App.app";
     fs::create_directories(to.parent_path());
     if (way.command == "replace") {
       write(to / "old", "old");
@@ -109,7 +109,7 @@ class Fidelity : public NamespaceTest {
     all.push_back("--reuid=" + std::to_string(User));
     all.push_back("--regid=" + std::to_string(Group));
     all.insert(all.end(), program.begin(), program.end());
-    return runWithBytes(all, input, {"HOME=" + (home_ / "user").string()}, true);
+    return runWithBytes(all, input, {"HOME=" + (_home / "user").string()}, true);
   }
   // The user asks for the first item of the Trash whose old path begins with that.
   Answer restoreByTrashProgram(const fs::path& from) const { return runAsUser({"/usr/bin/trash-restore", from}, "0\n"); }
@@ -120,12 +120,12 @@ class Fidelity : public NamespaceTest {
   fs::path other;
 
  private:
-  [[nodiscard]] fs::path trashFolder() const { return home_ / "user/.local/share/Trash"; }
+  [[nodiscard]] fs::path trashFolder() const { return _home / "user/.local/share/Trash"; }
   // The user's home is where the trees go to.
   void bindAccount() {
-    setHome(home_ / "user");
-    fs::create_directories(home_ / "user/.local/share");
-    giveTree(home_ / "user", {.user = User, .group = Group});
+    setHome(_home / "user");
+    fs::create_directories(_home / "user/.local/share");
+    giveTree(_home / "user", {.user = User, .group = Group});
     // No Trash on the other volume: what comes from there is copied.
     write(other / (".Trash-" + std::to_string(User)), "");
   }
@@ -144,7 +144,7 @@ class Fidelity : public NamespaceTest {
     EXPECT_FALSE(isThere(trashed()));
     return from;
   }
-  fs::path home_;
+  fs::path _home;
 };
 
 // A list of access rights in the form of its extended attribute: the three of the mode, one user more and the mask.

@@ -21,17 +21,17 @@ class As {
 
 class Opened {
  public:
-  Opened(const fs::path& path, int flags) : number_(::open(path.c_str(), flags | O_CLOEXEC)) {}
+  Opened(const fs::path& path, int flags) : _number(::open(path.c_str(), flags | O_CLOEXEC)) {}
   ~Opened() {
-    if (number_ >= 0) ::close(number_);
+    if (_number >= 0) ::close(_number);
   }
   Opened(const Opened&) = delete;
   Opened& operator=(const Opened&) = delete;
-  [[nodiscard]] int get() const { return number_; }
-  [[nodiscard]] fs::path path() const { return "/proc/self/fd/" + std::to_string(number_); }
+  [[nodiscard]] int get() const { return _number; }
+  [[nodiscard]] fs::path path() const { return "/proc/self/fd/" + std::to_string(_number); }
 
  private:
-  int number_;
+  int _number;
 };
 
 struct Attack {
@@ -62,9 +62,9 @@ class HandBack : public NamespaceTest, public ::testing::WithParamInterface<Atta
   // False when the job makes fewer calls than that.
   bool attackAt(std::size_t at) {
     prepare();
-    const auto item = statusOf(item_).st_ino;
+    const auto item = statusOf(_item).st_ino;
     std::vector<std::unique_ptr<Opened>> looked;  // opened while anybody may, for no more than that the files are there
-    for (const auto& name : Programs) looked.push_back(std::make_unique<Opened>(item_ / name, O_PATH));
+    for (const auto& name : Programs) looked.push_back(std::make_unique<Opened>(_item / name, O_PATH));
     Held held;
     const auto asUser = [&](const std::function<void()>& act) {
       const As self(User, Group);
@@ -90,11 +90,11 @@ class HandBack : public NamespaceTest, public ::testing::WithParamInterface<Atta
                        .thenDiskFails = !GetParam().failsByUser};
     const auto traced = runWithFault({Tool}, bytes(), environment, {.at = at}, &user);
     if (traced.calls < at) return false;
-    if (held.size() > own) ++gained_;
-    if (traced.answer.status != 0) ++failed_;
+    if (held.size() > own) ++_gained;
+    if (traced.answer.status != 0) ++_failed;
     if (traced.answer.status != 0 && GetParam().command == "replace item" && own == 1) expectUntouched();
     expectNothingOfRootsWritten(at, looked);
-    EXPECT_TRUE(!isThere(item_) || statusOf(item_).st_ino == item) << "another item came to the old place, call " << at;
+    EXPECT_TRUE(!isThere(_item) || statusOf(_item).st_ino == item) << "another item came to the old place, call " << at;
     asUser([&] {
       for (const auto& [name, file] : held) writePayload(*file);
     });
@@ -103,8 +103,8 @@ class HandBack : public NamespaceTest, public ::testing::WithParamInterface<Atta
   }
 
   using Held = std::map<const Opened*, std::unique_ptr<Opened>>;
-  int gained_ = 0;  // runs in which the user could write to more than what was theirs before
-  int failed_ = 0;
+  int _gained = 0;  // runs in which the user could write to more than what was theirs before
+  int _failed = 0;
 
  private:
   inline static const std::vector<std::string> Programs{"Contents/Linux/helper", "Contents/Linux/of-a-group",
@@ -114,12 +114,12 @@ class HandBack : public NamespaceTest, public ::testing::WithParamInterface<Atta
     for (const char* name : {"home", "Applications"}) fs::remove_all(folder / name);
     fs::create_directory(home());
     giveToUser(home());
-    for (const auto& name : Programs) write(item_ / name, "root's own program");
-    ASSERT_EQ(::chown((item_ / Programs[1]).c_str(), User, OtherGroup), 0);
-    if (GetParam().isUsersOwn) giveTree(item_, {.user = User, .group = OtherGroup});
+    for (const auto& name : Programs) write(_item / name, "root's own program");
+    ASSERT_EQ(::chown((_item / Programs[1]).c_str(), User, OtherGroup), 0);
+    if (GetParam().isUsersOwn) giveTree(_item, {.user = User, .group = OtherGroup});
     if (GetParam().hasSetIDBits) {
-      ASSERT_EQ(::chmod((item_ / Programs[0]).c_str(), 04755), 0);
-      ASSERT_EQ(::chmod((item_ / Programs[1]).c_str(), 02755), 0);
+      ASSERT_EQ(::chmod((_item / Programs[0]).c_str(), 04755), 0);
+      ASSERT_EQ(::chmod((_item / Programs[1]).c_str(), 02755), 0);
     }
     if (GetParam().command == "replace item") {
       write(destination() / "file", "old");
@@ -130,9 +130,9 @@ class HandBack : public NamespaceTest, public ::testing::WithParamInterface<Atta
   std::string bytes() const {
     InstructionArchive::Instructions job{{"command", GetParam().command}, {"result path", result}};
     if (GetParam().command == "trash file") {
-      InstructionArchive::setValueForKey(job, "file path", item_);
+      InstructionArchive::setValueForKey(job, "file path", _item);
     } else {
-      InstructionArchive::setValueForKey(job, "source path", item_);
+      InstructionArchive::setValueForKey(job, "source path", _item);
       InstructionArchive::setValueForKey(job, "destination path", destination());
     }
     return framed(InstructionArchive::archivedData(job));
@@ -147,8 +147,8 @@ class HandBack : public NamespaceTest, public ::testing::WithParamInterface<Atta
     if (::rename(taken().c_str(), away().c_str()) == 0) write(taken() / "Contents/file", Payload);
   }
   void expectUntouched() const {
-    EXPECT_EQ(statusOf(item_ / Programs[0]).st_uid, 0U);
-    EXPECT_EQ(statusOf(item_ / Programs[0]).st_mode & ALLPERMS, GetParam().hasSetIDBits ? 04755U : 0644U);
+    EXPECT_EQ(statusOf(_item / Programs[0]).st_uid, 0U);
+    EXPECT_EQ(statusOf(_item / Programs[0]).st_mode & ALLPERMS, GetParam().hasSetIDBits ? 04755U : 0644U);
   }
   // As the user.
   static void hold(const std::vector<std::unique_ptr<Opened>>& looked, Held& held) {
@@ -171,16 +171,16 @@ class HandBack : public NamespaceTest, public ::testing::WithParamInterface<Atta
   }
 
   static constexpr gid_t OtherGroup = 777;
-  fs::path item_ = folder / "Applications/App.app";
+  fs::path _item = folder / "Applications/App.app";
 };
 
 TEST_P(HandBack, PutsNothingBackAsRootsThatTheUserCouldWrite) {
   std::size_t at = 1;
   while (attackAt(at)) ++at;
-  std::printf("%zu runs, %d failed, in %d the user could write to what had been root's\n", at - 1, failed_, gained_);
-  EXPECT_GT(failed_, 0);
+  std::printf("%zu runs, %d failed, in %d the user could write to what had been root's\n", at - 1, _failed, _gained);
+  EXPECT_GT(_failed, 0);
   // What comes into the Trash becomes the user's; what replaces the user's item is a copy.
-  EXPECT_EQ(gained_ > 0, GetParam().command == "trash file");
+  EXPECT_EQ(_gained > 0, GetParam().command == "trash file");
 }
 
 const std::vector<Attack> Attacks{

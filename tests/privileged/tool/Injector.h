@@ -122,78 +122,78 @@ inline bool bringsToDisk(long call) { return call == SYS_fsync || call == SYS_sy
 
 class Injector {
  public:
-  Injector(pid_t child, const Fault& fault, const Meddler* meddler) : child_(child), fault_(fault), meddler_(meddler) {}
+  Injector(pid_t child, const Fault& fault, const Meddler* meddler) : _child(child), _fault(fault), _meddler(meddler) {}
 
   // Until the child has ended; its wait status.
   int follow() {
     int status = 0;
-    if (::waitpid(child_, &status, 0) != child_ || !WIFSTOPPED(status)) return status;
-    ::ptrace(PTRACE_SETOPTIONS, child_, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL | PTRACE_O_TRACEEXEC);
+    if (::waitpid(_child, &status, 0) != _child || !WIFSTOPPED(status)) return status;
+    ::ptrace(PTRACE_SETOPTIONS, _child, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL | PTRACE_O_TRACEEXEC);
     int signal = 0;
     for (;;) {
-      ::ptrace(PTRACE_SYSCALL, child_, nullptr, signal);
-      if (::waitpid(child_, &status, 0) != child_ || !WIFSTOPPED(status)) return status;
+      ::ptrace(PTRACE_SYSCALL, _child, nullptr, signal);
+      if (::waitpid(_child, &status, 0) != _child || !WIFSTOPPED(status)) return status;
       const int stop = WSTOPSIG(status);
       if (stop == (SIGTRAP | 0x80)) atCall();
       signal = stop == (SIGTRAP | 0x80) || stop == SIGTRAP ? 0 : stop;
     }
   }
-  [[nodiscard]] std::size_t calls() const { return calls_; }
-  [[nodiscard]] long hit() const { return hit_; }
+  [[nodiscard]] std::size_t calls() const { return _calls; }
+  [[nodiscard]] long hit() const { return _hit; }
 
  private:
   void atCall() {
     __ptrace_syscall_info call{};
-    ::ptrace(PTRACE_GET_SYSCALL_INFO, child_, sizeof call, &call);
+    ::ptrace(PTRACE_GET_SYSCALL_INFO, _child, sizeof call, &call);
     if (call.op == PTRACE_SYSCALL_INFO_ENTRY) entry(call);
-    if (call.op == PTRACE_SYSCALL_INFO_EXIT && answer_) {
-      setRegister(offsetof(user_regs_struct, rax), *answer_);
-      answer_.reset();
+    if (call.op == PTRACE_SYSCALL_INFO_EXIT && _answer) {
+      setRegister(offsetof(user_regs_struct, rax), *_answer);
+      _answer.reset();
     }
   }
   void entry(const __ptrace_syscall_info& call) {
     const auto number = static_cast<long>(call.entry.nr);
-    if (number == SYS_read && call.entry.args[0] == STDIN_FILENO) started_ = true;
-    if (!started_) return;
+    if (number == SYS_read && call.entry.args[0] == STDIN_FILENO) _started = true;
+    if (!_started) return;
     // Nobody waits for a time that nothing needs.
     if (number == SYS_clock_nanosleep) return notMade(0);
     const bool isFlagged = number == SYS_renameat2 && call.entry.args[4] != 0;
-    if (meddler_ != nullptr) {
+    if (_meddler != nullptr) {
       if (!looksOnly(call) && !changesDisk(call)) return;
-      ++calls_;
-      if (calls_ == fault_.at) meddler_->meddle();
-      if (calls_ == fault_.at + 1) meddler_->undo();
-      if (meddler_->thenDiskFails && calls_ >= fault_.at && bringsToDisk(number)) notMade(-EIO);
+      ++_calls;
+      if (_calls == _fault.at) _meddler->meddle();
+      if (_calls == _fault.at + 1) _meddler->undo();
+      if (_meddler->thenDiskFails && _calls >= _fault.at && bringsToDisk(number)) notMade(-EIO);
       return;
     }
-    if (fault_.countsLooks ? looksOnly(call) : changesDisk(call)) {
-      if (++calls_ == fault_.at) return strike(number);
+    if (_fault.countsLooks ? looksOnly(call) : changesDisk(call)) {
+      if (++_calls == _fault.at) return strike(number);
     }
-    if (fault_.withoutRenameFlags && isFlagged) notMade(-EINVAL);
-    if (number == SYS_renameat2 && call.entry.args[4] == RENAME_EXCHANGE) exchanged_ = true;
-    if (fault_.withoutTreeSync && !exchanged_ && bringsToDisk(number)) notMade(0);
+    if (_fault.withoutRenameFlags && isFlagged) notMade(-EINVAL);
+    if (number == SYS_renameat2 && call.entry.args[4] == RENAME_EXCHANGE) _exchanged = true;
+    if (_fault.withoutTreeSync && !_exchanged && bringsToDisk(number)) notMade(0);
   }
   void strike(long number) {
-    hit_ = number;
-    if (fault_.error != 0) return notMade(-fault_.error);
-    ::kill(child_, SIGKILL);
+    _hit = number;
+    if (_fault.error != 0) return notMade(-_fault.error);
+    ::kill(_child, SIGKILL);
   }
   void notMade(long answer) {
     setRegister(offsetof(user_regs_struct, orig_rax), -1);
-    answer_ = answer;
+    _answer = answer;
   }
   void setRegister(std::size_t offset, long value) const {
-    ::ptrace(PTRACE_POKEUSER, child_, offsetof(user, regs) + offset, value);
+    ::ptrace(PTRACE_POKEUSER, _child, offsetof(user, regs) + offset, value);
   }
 
-  pid_t child_;
-  Fault fault_;
-  const Meddler* meddler_;
-  bool started_ = false;
-  bool exchanged_ = false;
-  std::size_t calls_ = 0;
-  long hit_ = -1;
-  std::optional<long> answer_;
+  pid_t _child;
+  Fault _fault;
+  const Meddler* _meddler;
+  bool _started = false;
+  bool _exchanged = false;
+  std::size_t _calls = 0;
+  long _hit = -1;
+  std::optional<long> _answer;
 };
 
 // Like runWithBytes(), for an instruction that fits into the stream's buffer.

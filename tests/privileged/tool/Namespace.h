@@ -17,19 +17,19 @@ class NamespaceTest : public ToolTest {
     write(result, "");
   }
   void TearDown() override {
-    for (auto mounted = mounts_.rbegin(); mounted != mounts_.rend(); ++mounted) ::umount2(mounted->c_str(), MNT_DETACH);
+    for (auto mounted = _mounts.rbegin(); mounted != _mounts.rend(); ++mounted) ::umount2(mounted->c_str(), MNT_DETACH);
   }
   // A file system in memory at folder/`name`.
   fs::path volume(const std::string& name, const std::string& options = "mode=755") {
     const auto path = folder / name;
     fs::create_directories(path);
     EXPECT_EQ(::mount("test", path.c_str(), "tmpfs", 0, options.c_str()), 0) << std::strerror(errno);
-    mounts_.push_back(path);
+    _mounts.push_back(path);
     return path;
   }
   void bind(const fs::path& what, const fs::path& where) {
     EXPECT_EQ(::mount(what.c_str(), where.c_str(), nullptr, MS_BIND, nullptr), 0) << std::strerror(errno);
-    mounts_.push_back(where);
+    _mounts.push_back(where);
   }
   void makeReadOnly(const fs::path& path) {
     EXPECT_EQ(::mount(nullptr, path.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0) << std::strerror(errno);
@@ -42,7 +42,7 @@ class NamespaceTest : public ToolTest {
     const auto options =
         "lowerdir=" + lower.string() + ",upperdir=" + (box / "upper").string() + ",workdir=" + (box / "work").string();
     if (::mount("overlay", where.c_str(), "overlay", 0, options.c_str()) != 0) return false;
-    mounts_.push_back(where);
+    _mounts.push_back(where);
     return true;
   }
   // An account for the invoking user, with a home in the test's folder.
@@ -57,8 +57,8 @@ class NamespaceTest : public ToolTest {
   // The account of the invoking user, whose home is `home` from now on.
   void setHome(const fs::path& home) {
     const auto number = std::to_string(User);
-    if (accounts_.empty()) {
-      accounts_ = read("/etc/passwd");
+    if (_accounts.empty()) {
+      _accounts = read("/etc/passwd");
       write(folder / "passwd", "");
       bind(folder / "passwd", "/etc/passwd");
       fs::permissions(folder, fs::perms(0755));
@@ -66,13 +66,13 @@ class NamespaceTest : public ToolTest {
       environment.push_back("KELTO_INVOKING_UID=" + number);
     }
     write(folder / "passwd",
-          accounts_ + "tester:x:" + number + ":" + std::to_string(Group) + "::" + home.string() + ":/bin/sh\n");
+          _accounts + "tester:x:" + number + ":" + std::to_string(Group) + "::" + home.string() + ":/bin/sh\n");
   }
   static void giveToUser(const fs::path& path) { EXPECT_EQ(::lchown(path.c_str(), User, Group), 0); }
 
  private:
-  std::vector<fs::path> mounts_;
-  std::string accounts_;
+  std::vector<fs::path> _mounts;
+  std::string _accounts;
 };
 
 }  // namespace ToolTests

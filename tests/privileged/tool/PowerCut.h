@@ -97,12 +97,12 @@ class PowerCut : public NamespaceTest {
     if (isSplit && !mountPart(disk, kind.bytes, kindOfEtc(), "etc")) return unmountDisk(), false;
     if (!places.root.empty()) {
       const std::vector<fs::path> seen{folder, folder / "disk", KELTO_BIN_DIR};
-      root_.emplace(places.root, places.here / "Library", places.units, seen);
+      _root.emplace(places.root, places.here / "Library", places.units, seen);
     }
     return true;
   }
   void unmountDisk() {
-    root_.reset();
+    _root.reset();
     if (isSplit) ::umount2((folder / "etc").c_str(), 0);
     EXPECT_EQ(::umount2((folder / "again").c_str(), 0), 0) << std::strerror(errno);
     EXPECT_EQ(::umount2((folder / "disk").c_str(), 0), 0) << std::strerror(errno);
@@ -184,7 +184,7 @@ class PowerCut : public NamespaceTest {
     return answer.status == 0;
   }
 
-  std::optional<ServerRoot> root_;
+  std::optional<ServerRoot> _root;
 
  protected:
   Places places;

@@ -20,24 +20,24 @@ namespace ToolTests {
 class RecordedDisk {
  public:
   // `image` holds the file system, `where` is an empty folder for the disk's own.
-  RecordedDisk(const fs::path& image, const fs::path& where) : where_(where) {
-    fuse_ = ::open("/dev/fuse", O_RDWR | O_CLOEXEC);
-    const auto options = "fd=" + std::to_string(fuse_) + ",rootmode=40000,user_id=0,group_id=0";
-    isMounted_ = fuse_ >= 0 && ::mount("test", where.c_str(), "fuse", 0, options.c_str()) == 0;
-    if (isMounted_) startServer(image);
-    if (fuse_ >= 0) ::close(fuse_);
+  RecordedDisk(const fs::path& image, const fs::path& where) : _where(where) {
+    _fuse = ::open("/dev/fuse", O_RDWR | O_CLOEXEC);
+    const auto options = "fd=" + std::to_string(_fuse) + ",rootmode=40000,user_id=0,group_id=0";
+    _isMounted = _fuse >= 0 && ::mount("test", where.c_str(), "fuse", 0, options.c_str()) == 0;
+    if (_isMounted) startServer(image);
+    if (_fuse >= 0) ::close(_fuse);
   }
   ~RecordedDisk() {
-    if (!isMounted_) return;
-    ::umount2(where_.c_str(), MNT_DETACH);
-    ::close(control_);
-    ::waitpid(server_, nullptr, 0);
+    if (!_isMounted) return;
+    ::umount2(_where.c_str(), MNT_DETACH);
+    ::close(_control);
+    ::waitpid(_server, nullptr, 0);
   }
   RecordedDisk(const RecordedDisk&) = delete;
   RecordedDisk& operator=(const RecordedDisk&) = delete;
 
-  [[nodiscard]] bool isUsable() const { return isMounted_; }
-  [[nodiscard]] fs::path file() const { return where_ / "disk"; }
+  [[nodiscard]] bool isUsable() const { return _isMounted; }
+  [[nodiscard]] fs::path file() const { return _where / "disk"; }
 
   // From now on writes are recorded; what the disk holds now is where every cut starts from.
   void startRecord() { ask({.what = Order::startRecord}); }
@@ -58,44 +58,44 @@ class RecordedDisk {
   };
   std::size_t ask(const Order& order) const {
     std::size_t answer = 0;
-    EXPECT_EQ(::send(control_, &order, sizeof order, MSG_NOSIGNAL), ssize_t{sizeof order});
-    EXPECT_EQ(::recv(control_, &answer, sizeof answer, MSG_WAITALL), ssize_t{sizeof answer});
+    EXPECT_EQ(::send(_control, &order, sizeof order, MSG_NOSIGNAL), ssize_t{sizeof order});
+    EXPECT_EQ(::recv(_control, &answer, sizeof answer, MSG_WAITALL), ssize_t{sizeof answer});
     return answer;
   }
   // A process with a mount name space of its own: when the test is killed, the file systems over the disk are unmounted
   // while it still serves, and not waiting for it.
   void startServer(const fs::path& image) {
     int ends[2];
-    isMounted_ = ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0;
-    if (!isMounted_) return;
-    server_ = ::fork();
-    if (server_ == 0) {
+    _isMounted = ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0;
+    if (!_isMounted) return;
+    _server = ::fork();
+    if (_server == 0) {
       ::prctl(PR_SET_PDEATHSIG, SIGKILL);
       ::close(ends[0]);
-      if (::unshare(CLONE_NEWNS) == 0) DiskServer(image, fuse_, ends[1]).serve();
+      if (::unshare(CLONE_NEWNS) == 0) DiskServer(image, _fuse, ends[1]).serve();
       ::_exit(0);
     }
     ::close(ends[1]);
-    control_ = ends[0];
+    _control = ends[0];
   }
 
   class DiskServer {
    public:
-    DiskServer(const fs::path& image, int fuse, int control) : fuse_(fuse), control_(control) {
-      bytes_ = fs::file_size(image);
-      file_ = ::open(image.c_str(), O_RDWR | O_CLOEXEC);
+    DiskServer(const fs::path& image, int fuse, int control) : _fuse(fuse), _control(control) {
+      _bytes = fs::file_size(image);
+      _file = ::open(image.c_str(), O_RDWR | O_CLOEXEC);
       map();
     }
     void serve() {
       std::vector<char> request(MaximumWrite + 4096);
       for (;;) {
-        std::array<pollfd, 2> waiting{{{fuse_, POLLIN, 0}, {control_, POLLIN, 0}}};
+        std::array<pollfd, 2> waiting{{{_fuse, POLLIN, 0}, {_control, POLLIN, 0}}};
         if (::poll(waiting.data(), waiting.size(), -1) < 0) continue;
         if (waiting[1].revents != 0 && !obey()) return;
         if (waiting[0].revents == 0) continue;
-        const auto got = ::read(fuse_, request.data(), request.size());
+        const auto got = ::read(_fuse, request.data(), request.size());
         if (got < 0 && (errno == EINTR || errno == ENOENT || errno == EAGAIN)) continue;
-        if (got < 0) fuse_ = -1;  // unmounted
+        if (got < 0) _fuse = -1;  // unmounted
         if (got >= static_cast<ssize_t>(sizeof(fuse_in_header)))
           answer(*reinterpret_cast<const fuse_in_header*>(request.data()), request.data() + sizeof(fuse_in_header));
       }
@@ -104,30 +104,30 @@ class RecordedDisk {
    private:
     bool obey() {
       Order order{};
-      if (::recv(control_, &order, sizeof order, MSG_WAITALL) != ssize_t{sizeof order}) return false;
+      if (::recv(_control, &order, sizeof order, MSG_WAITALL) != ssize_t{sizeof order}) return false;
       std::size_t answer = 1;
       if (order.what == Order::startRecord) startRecord();
-      if (order.what == Order::stopRecord) isRecording_ = false;
-      if (order.what == Order::count) answer = events_.size();
+      if (order.what == Order::stopRecord) _isRecording = false;
+      if (order.what == Order::count) answer = _events.size();
       if (order.what == Order::cut) answer = cutAfter(order.events, order.unflushed) ? 1 : 0;
-      return ::send(control_, &answer, sizeof answer, MSG_NOSIGNAL) == ssize_t{sizeof answer};
+      return ::send(_control, &answer, sizeof answer, MSG_NOSIGNAL) == ssize_t{sizeof answer};
     }
     void startRecord() {
-      if (::pwrite(file_, data_, bytes_, 0) != static_cast<ssize_t>(bytes_)) ::_exit(1);
-      events_.clear();
-      isRecording_ = true;
+      if (::pwrite(_file, _data, _bytes, 0) != static_cast<ssize_t>(_bytes)) ::_exit(1);
+      _events.clear();
+      _isRecording = true;
     }
     bool cutAfter(std::size_t events, Unflushed unflushed) {
       std::size_t flushed = events;
-      while (flushed > 0 && !events_[flushed - 1].isFlush) --flushed;
+      while (flushed > 0 && !_events[flushed - 1].isFlush) --flushed;
       if (flushed == events && unflushed != Unflushed::none) return false;
-      ::munmap(data_, bytes_);
+      ::munmap(_data, _bytes);
       map();
       for (std::size_t i = 0; i < events; ++i) {
-        const auto& event = events_[i];
+        const auto& event = _events[i];
         const bool survives =
-            i < flushed || unflushed == Unflushed::all || (unflushed == Unflushed::some && random_() % 2 == 0);
-        if (!event.isFlush && survives) std::memcpy(data_ + event.offset, event.bytes.data(), event.bytes.size());
+            i < flushed || unflushed == Unflushed::all || (unflushed == Unflushed::some && _random() % 2 == 0);
+        if (!event.isFlush && survives) std::memcpy(_data + event.offset, event.bytes.data(), event.bytes.size());
       }
       return true;
     }
@@ -141,14 +141,14 @@ class RecordedDisk {
     static constexpr std::uint32_t MaximumWrite = 1U << 17U;
 
     // A copy of the image that costs what is changed in it.
-    void map() { data_ = static_cast<char*>(::mmap(nullptr, bytes_, PROT_READ | PROT_WRITE, MAP_PRIVATE, file_, 0)); }
+    void map() { _data = static_cast<char*>(::mmap(nullptr, _bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE, _file, 0)); }
     void reply(const fuse_in_header& request, int error, const void* body = nullptr, std::size_t length = 0) const {
       fuse_out_header header{};
       header.len = static_cast<std::uint32_t>(sizeof header + length);
       header.error = -error;
       header.unique = request.unique;
       const std::array<iovec, 2> parts{{{&header, sizeof header}, {const_cast<void*>(body), length}}};
-      if (::writev(fuse_, parts.data(), body == nullptr ? 1 : 2) < 0) return;  // the request was given up
+      if (::writev(_fuse, parts.data(), body == nullptr ? 1 : 2) < 0) return;  // the request was given up
     }
     template <typename Body>
     void reply(const fuse_in_header& request, const Body& body) const {
@@ -158,7 +158,7 @@ class RecordedDisk {
       fuse_attr attributes{};
       attributes.ino = node;
       attributes.mode = node == DiskNode ? S_IFREG | 0600 : S_IFDIR | 0700;
-      attributes.size = node == DiskNode ? bytes_ : 0;
+      attributes.size = node == DiskNode ? _bytes : 0;
       attributes.nlink = 1;
       attributes.blksize = 4096;
       return attributes;
@@ -196,13 +196,13 @@ class RecordedDisk {
         }
         case FUSE_READ: {
           const auto& in = *reinterpret_cast<const fuse_read_in*>(body);
-          const auto length = in.offset >= bytes_ ? 0 : std::min<std::uint64_t>(in.size, bytes_ - in.offset);
-          return reply(request, 0, data_ + in.offset, length);
+          const auto length = in.offset >= _bytes ? 0 : std::min<std::uint64_t>(in.size, _bytes - in.offset);
+          return reply(request, 0, _data + in.offset, length);
         }
         case FUSE_WRITE:
           return write(request, body);
         case FUSE_FSYNC: {
-          if (isRecording_) events_.push_back({.isFlush = true, .offset = 0, .bytes = {}});
+          if (_isRecording) _events.push_back({.isFlush = true, .offset = 0, .bytes = {}});
           return reply(request, 0);
         }
         case FUSE_FLUSH:
@@ -219,31 +219,31 @@ class RecordedDisk {
     void write(const fuse_in_header& request, const char* body) {
       const auto& in = *reinterpret_cast<const fuse_write_in*>(body);
       const char* bytes = body + sizeof in;
-      if (in.offset + in.size > bytes_) return reply(request, ENOSPC);
+      if (in.offset + in.size > _bytes) return reply(request, ENOSPC);
       {
-        std::memcpy(data_ + in.offset, bytes, in.size);
-        if (isRecording_) events_.push_back({.isFlush = false, .offset = in.offset, .bytes = {bytes, bytes + in.size}});
+        std::memcpy(_data + in.offset, bytes, in.size);
+        if (_isRecording) _events.push_back({.isFlush = false, .offset = in.offset, .bytes = {bytes, bytes + in.size}});
       }
       fuse_write_out out{};
       out.size = in.size;
       reply(request, out);
     }
 
-    int fuse_;
-    int control_;
-    std::uint64_t bytes_ = 0;
-    int file_ = -1;
-    char* data_ = nullptr;
-    std::vector<Event> events_;
-    bool isRecording_ = false;
-    std::mt19937 random_{1};
+    int _fuse;
+    int _control;
+    std::uint64_t _bytes = 0;
+    int _file = -1;
+    char* _data = nullptr;
+    std::vector<Event> _events;
+    bool _isRecording = false;
+    std::mt19937 _random{1};
   };
 
-  fs::path where_;
-  int fuse_ = -1;
-  bool isMounted_ = false;
-  int control_ = -1;
-  pid_t server_ = -1;
+  fs::path _where;
+  int _fuse = -1;
+  bool _isMounted = false;
+  int _control = -1;
+  pid_t _server = -1;
 };
 
 }  // namespace ToolTests

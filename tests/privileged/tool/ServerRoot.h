@@ -11,7 +11,7 @@ class ServerRoot {
   // `library` and `units` are made where they are missing; what is in a folder of `seen`, but in no mount below it, has its
   // own path inside as well.
   ServerRoot(const fs::path& root, const fs::path& library, const fs::path& units, const std::vector<fs::path>& seen)
-      : root_(root) {
+      : _root(root) {
     if (!isThere(root)) makeSystem();
     for (const char* name : {"usr", "proc", "dev"}) bind(fs::path("/") / name, root / name);
     bind(root / "systemctl", root / "usr/bin/systemctl");
@@ -26,7 +26,7 @@ class ServerRoot {
   }
   // Detached, because a service manager that a killed tool had started may still be ending.
   ~ServerRoot() {
-    for (auto mounted = mounts_.rbegin(); mounted != mounts_.rend(); ++mounted) ::umount2(mounted->c_str(), MNT_DETACH);
+    for (auto mounted = _mounts.rbegin(); mounted != _mounts.rend(); ++mounted) ::umount2(mounted->c_str(), MNT_DETACH);
   }
   ServerRoot(const ServerRoot&) = delete;
   ServerRoot& operator=(const ServerRoot&) = delete;
@@ -34,24 +34,24 @@ class ServerRoot {
  private:
   // A server whose first line says that it does not run fails when it is started.
   void makeSystem() const {
-    for (const char* name : {"usr", "proc", "dev", "Library", "etc/systemd/system"}) fs::create_directories(root_ / name);
-    for (const char* name : {"bin", "sbin", "lib", "lib64"}) fs::create_symlink(std::string("usr/") + name, root_ / name);
-    write(root_ / "systemctl",
+    for (const char* name : {"usr", "proc", "dev", "Library", "etc/systemd/system"}) fs::create_directories(_root / name);
+    for (const char* name : {"bin", "sbin", "lib", "lib64"}) fs::create_symlink(std::string("usr/") + name, _root / name);
+    write(_root / "systemctl",
           "#!/bin/sh\nstate=inactive\n[ -e /failed ] && state=failed\ncase \"$*\" in\n"
           "*' show '*) [ -e /state ] && echo ActiveState=active && echo MainPID=77 || echo ActiveState=$state ;;\n"
           "*' start '*) read -r line <'/Library/Application Support/Kelto/KeltoLibraryServer'\n"
           "  case $line in *'does not run') : >/failed ;; *) : >/state ;; esac ;;\n"
           "*' stop '* | *' kill '*) rm -f /state ;;\n"
           "*' reset-failed '*) rm -f /failed ;;\nesac\n");
-    fs::permissions(root_ / "systemctl", fs::perms(0755));
+    fs::permissions(_root / "systemctl", fs::perms(0755));
   }
   void bind(const fs::path& what, const fs::path& where) {
     EXPECT_EQ(::mount(what.c_str(), where.c_str(), nullptr, MS_BIND, nullptr), 0) << where << std::strerror(errno);
-    mounts_.push_back(where);
+    _mounts.push_back(where);
   }
 
-  fs::path root_;
-  std::vector<fs::path> mounts_;
+  fs::path _root;
+  std::vector<fs::path> _mounts;
 };
 
 }  // namespace ToolTests

@@ -37,10 +37,10 @@ class LoopDevice {
   explicit LoopDevice(const fs::path& file, off_t offset = 0, off_t bytes = 0) {
     const int control = ::open("/dev/loop-control", O_RDWR | O_CLOEXEC);
     const int backing = ::open(file.c_str(), O_RDWR | O_CLOEXEC);
-    for (int tries = 0; control >= 0 && backing >= 0 && tries < 100 && device_ < 0; ++tries) {
+    for (int tries = 0; control >= 0 && backing >= 0 && tries < 100 && _device < 0; ++tries) {
       const int number = ::ioctl(control, LOOP_CTL_GET_FREE);
-      path_ = "/dev/loop" + std::to_string(number);
-      const int device = ::open(path_.c_str(), O_RDWR | O_CLOEXEC);
+      _path = "/dev/loop" + std::to_string(number);
+      const int device = ::open(_path.c_str(), O_RDWR | O_CLOEXEC);
       loop_config config{};
       config.fd = static_cast<__u32>(backing);
       config.info.lo_flags = LO_FLAGS_AUTOCLEAR;
@@ -48,7 +48,7 @@ class LoopDevice {
       config.info.lo_sizelimit = static_cast<__u64>(bytes);
       // Someone else may have taken it meanwhile.
       if (device >= 0 && ::ioctl(device, LOOP_CONFIGURE, &config) == 0) {
-        device_ = device;
+        _device = device;
       } else if (device >= 0) {
         ::close(device);
       }
@@ -57,16 +57,16 @@ class LoopDevice {
     if (backing >= 0) ::close(backing);
   }
   ~LoopDevice() {
-    if (device_ >= 0) ::close(device_);
+    if (_device >= 0) ::close(_device);
   }
   LoopDevice(const LoopDevice&) = delete;
   LoopDevice& operator=(const LoopDevice&) = delete;
-  [[nodiscard]] bool isOpen() const { return device_ >= 0; }
-  [[nodiscard]] const std::string& path() const { return path_; }
+  [[nodiscard]] bool isOpen() const { return _device >= 0; }
+  [[nodiscard]] const std::string& path() const { return _path; }
 
  private:
-  int device_ = -1;
-  std::string path_;
+  int _device = -1;
+  std::string _path;
 };
 
 }  // namespace ToolTests

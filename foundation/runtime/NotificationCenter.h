@@ -1,0 +1,38 @@
+#pragma once
+// Notifications inside the process, and the value that notifications between processes share.
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "foundation/plist/PropertyList.h"
+
+namespace foundation {
+
+// What an observer receives. Strings and data only cross process borders; `userInfo` is empty when none was given.
+struct Notification {
+  std::string name;
+  std::string object;
+  PropertyList::Dictionary userInfo;
+};
+
+using NotificationHandler = std::function<void(const Notification&)>;
+
+// Posted when the application is about to terminate.
+inline constexpr std::string_view ApplicationWillTerminateNotification = "NSApplicationWillTerminateNotification";
+
+// The default centre of the process. Observers are added from any thread. Main thread for the rest; handlers run inside
+// post, in the order in which they were added, and may add observers (which do not receive the notification under way).
+class NotificationCenter {
+ public:
+  void addObserver(std::string_view name, NotificationHandler handler);
+  void post(const Notification& notification);
+
+ private:
+  std::mutex _mutex;
+  std::map<std::string, std::vector<NotificationHandler>, std::less<>> _observers;
+};
+
+}  // namespace foundation

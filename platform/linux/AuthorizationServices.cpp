@@ -1,0 +1,238 @@
+#include "platform/linux/AuthorizationServices.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "platform/linux/Descriptor.h"
+#include "platform/linux/authorizationd/Interface.h"
+
+namespace platform::Linux {
+
+using authorizationd::BusName;
+using authorizationd::InterfaceName;
+using authorizationd::ObjectPath;
+
+namespace {
+
+constexpr std::uint64_t Minute = 60'000'000;
+// The broker gives up on a person or on the policy service before its client gives up on the broker.
+constexpr std::uint64_t WaitForPerson = 10 * Minute;
+constexpr std::uint64_t WaitForBroker = Minute;
+
+class SocketStream final : public ByteStream {
+ public:
+  SocketStream(Descriptor socket, BlockingCall& blockingCall) : _socket(std::move(socket)), _blockingCall(blockingCall) {}
+
+  std::size_t write(const void* bytes, std::size_t length) override {
+    std::size_t written = 0;
+    _blockingCall.run([&] { written = writeAll(static_cast<const char*>(bytes), length); });
+    return written;
+  }
+
+  std::size_t read(void* buffer, std::size_t capacity) override {
+    ssize_t got = 0;
+    _blockingCall.run([&] { got = readSome(buffer, capacity); });
+    return got > 0 ? static_cast<std::size_t>(got) : 0;
+  }
+
+ private:
+  [[nodiscard]] bool wait(short event) const {
+    pollfd socket{.fd = _socket.get(), .events = event, .revents = 0};
+    int ready = 0;
+    do {
+      ready = ::poll(&socket, 1, -1);
+    } while (ready < 0 && errno == EINTR);
+    return ready > 0;
+  }
+
+  [[nodiscard]] std::size_t writeAll(const char* bytes, std::size_t length) const {
+    std::size_t written = 0;
+    while (written < length) {
+      const ssize_t sent = ::send(_socket.get(), bytes + written, length - written, MSG_NOSIGNAL);
+      if (sent >= 0) {
+        written += static_cast<std::size_t>(sent);
+      } else if (errno != EINTR && !(errno == EAGAIN && wait(POLLOUT))) {
+        break;
+      }
+    }
+    return written;
+  }
+
+  ssize_t readSome(void* buffer, std::size_t capacity) const {
+    while (wait(POLLIN)) {
+      const ssize_t got = ::recv(_socket.get(), buffer, capacity, 0);
+      if (got >= 0 || (errno != EINTR && errno != EAGAIN)) return got;
+    }
+    return -1;
+  }
+
+  Descriptor _socket;
+  BlockingCall& _blockingCall;
+};
+
+enum class Broker { There, Missing, Broken };
+
+// Starts the broker on that bus if need be.
+Broker startBroker(sd_bus* bus, std::string& cause) {
+  sd_bus_error error{};
+  const int status = sd_bus_call_method(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                                        "StartServiceByName", &error, nullptr, "su", BusName, 0U);
+  const bool missing = sd_bus_error_has_name(&error, SD_BUS_ERROR_SERVICE_UNKNOWN) != 0;
+  if (status < 0) cause = error.message != nullptr ? error.message : std::strerror(-status);
+  sd_bus_error_free(&error);
+  if (status >= 0) return Broker::There;
+  return missing ? Broker::Missing : Broker::Broken;
+}
+
+// The bus that has a broker. A broker of the machine that does not start is not replaced by the user's own.
+std::optional<Bus> busWithBroker(std::string& cause) {
+  for (const auto open : {&Bus::openSystem, &Bus::openUser}) {
+    auto bus = open(&cause);
+    const Broker broker = bus ? startBroker(bus->get(), cause) : Broker::Missing;
+    if (broker == Broker::There) return bus;
+    if (broker == Broker::Broken) break;
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+bool AuthorizationServices::connect() {
+  if (_bus) return true;
+  std::string cause;
+  _blockingCall.run([&] { _bus = busWithBroker(cause); });
+  if (_bus) return true;
+  if (!std::exchange(_missingBrokerLogged, true)) {
+    _log.log(std::string("No authorization broker: install ") + BusName +
+             " on the system bus, or make it startable on the session bus (" + cause + ")");
+  }
+  return false;
+}
+
+AuthorizationStatus AuthorizationServices::call(const char* method, std::uint64_t timeoutMicroseconds,
+                                                const Part& writeArguments, const Part& readAnswer) {
+  AuthorizationStatus status = errAuthorizationInternal;
+  if (_bus) _blockingCall.run([&] { status = exchange(method, timeoutMicroseconds, writeArguments, readAnswer); });
+  return status;
+}
+
+AuthorizationStatus AuthorizationServices::exchange(const char* method, std::uint64_t timeoutMicroseconds,
+                                                    const Part& writeArguments, const Part& readAnswer) {
+  sd_bus_message* request = nullptr;
+  sd_bus_message* reply = nullptr;
+  sd_bus_error error{};
+  int result = sd_bus_message_new_method_call(_bus->get(), &request, BusName, ObjectPath, InterfaceName, method);
+  if (result >= 0) result = writeArguments(request);
+  if (result >= 0) result = sd_bus_call(_bus->get(), request, timeoutMicroseconds, &error, &reply);
+  if (result >= 0) result = readAnswer(reply);
+
+  AuthorizationStatus status = result >= 0 ? errAuthorizationSuccess : errAuthorizationInternal;
+  if (sd_bus_error_is_set(&error) != 0) status = authorizationd::statusForErrorName(error.name);
+  if (status != errAuthorizationSuccess) {
+    _log.log(std::string("authorizationd: ") + method + ": " +
+             (error.message != nullptr ? error.message : std::strerror(-result)));
+  }
+  sd_bus_error_free(&error);
+  sd_bus_message_unref(reply);
+  sd_bus_message_unref(request);
+  return status;
+}
+
+AuthorizationStatus AuthorizationServices::create(AuthorizationFlags /*flags*/, AuthorizationRef& authorization) {
+  if (!connect()) return errAuthorizationInternal;
+  return call(
+      "Create", WaitForBroker, [](sd_bus_message*) { return 0; },
+      [&](sd_bus_message* reply) { return sd_bus_message_read(reply, "t", &authorization); });
+}
+
+AuthorizationStatus AuthorizationServices::makeExternalForm(AuthorizationRef authorization,
+                                                            AuthorizationExternalForm& form) {
+  if (authorization == 0) return errAuthorizationInvalidRef;
+  return call(
+      "MakeExternalForm", WaitForBroker,
+      [&](sd_bus_message* request) { return sd_bus_message_append(request, "t", authorization); },
+      [&](sd_bus_message* reply) {
+        const void* bytes = nullptr;
+        std::size_t length = 0;
+        if (const int result = sd_bus_message_read_array(reply, 'y', &bytes, &length); result < 0) return result;
+        if (length != form.bytes.size()) return -EBADMSG;
+        std::memcpy(form.bytes.data(), bytes, length);
+        return 0;
+      });
+}
+
+AuthorizationStatus AuthorizationServices::createFromExternalForm(const AuthorizationExternalForm& form,
+                                                                  AuthorizationRef& authorization) {
+  if (!connect()) return errAuthorizationInternal;
+  return call(
+      "CreateFromExternalForm", WaitForBroker,
+      [&](sd_bus_message* request) {
+        return sd_bus_message_append_array(request, 'y', form.bytes.data(), form.bytes.size());
+      },
+      [&](sd_bus_message* reply) { return sd_bus_message_read(reply, "t", &authorization); });
+}
+
+AuthorizationStatus AuthorizationServices::copyRights(AuthorizationRef authorization, const AuthorizationRights& rights,
+                                                      AuthorizationFlags flags) {
+  if (authorization == 0) return errAuthorizationInvalidRef;
+  for (std::uint32_t i = 0; i < rights.count; ++i) {
+    const AuthorizationStatus status = copyRight(authorization, rights.items[i].name, flags);
+    if (status != errAuthorizationSuccess) return status;
+  }
+  return errAuthorizationSuccess;
+}
+
+AuthorizationStatus AuthorizationServices::copyRight(AuthorizationRef authorization, const char* right,
+                                                     AuthorizationFlags flags) {
+  const bool interaction = (flags & kAuthorizationFlagInteractionAllowed) != 0;
+  std::uint32_t answer = 0;
+  const AuthorizationStatus status = call(
+      "CopyRights", interaction ? WaitForPerson : WaitForBroker,
+      [&](sd_bus_message* request) {
+        return sd_bus_message_append(request, "tsu", authorization, right != nullptr ? right : "", flags);
+      },
+      [&](sd_bus_message* reply) { return sd_bus_message_read(reply, "u", &answer); });
+  return status != errAuthorizationSuccess ? status : static_cast<AuthorizationStatus>(answer);
+}
+
+AuthorizationStatus AuthorizationServices::free(AuthorizationRef authorization, AuthorizationFlags flags) {
+  if (authorization == 0) return errAuthorizationInvalidRef;
+  std::uint32_t answer = 0;
+  const AuthorizationStatus status = call(
+      "Free", WaitForBroker,
+      [&](sd_bus_message* request) { return sd_bus_message_append(request, "tu", authorization, flags); },
+      [&](sd_bus_message* reply) { return sd_bus_message_read(reply, "u", &answer); });
+  return status != errAuthorizationSuccess ? status : static_cast<AuthorizationStatus>(answer);
+}
+
+AuthorizationStatus AuthorizationServices::executeWithPrivileges(AuthorizationRef authorization, const std::string& path,
+                                                                 AuthorizationFlags options,
+                                                                 std::unique_ptr<ByteStream>& stream) {
+  if (authorization == 0) return errAuthorizationInvalidRef;
+  // Naming the file is enough for the broker to examine and run it; opening it further could wait or have side effects.
+  Descriptor tool;
+  _blockingCall.run([&] { tool = Descriptor(::open(path.c_str(), O_PATH | O_CLOEXEC)); });
+  if (!tool) {
+    _log.log("The tool " + path + " cannot be opened");
+    return errAuthorizationToolExecuteFailure;
+  }
+  Descriptor socket;
+  const AuthorizationStatus status = call(
+      "ExecuteWithPrivileges", WaitForBroker,
+      [&](sd_bus_message* request) { return sd_bus_message_append(request, "thu", authorization, tool.get(), options); },
+      [&](sd_bus_message* reply) {
+        int borrowed = -1;
+        if (const int result = sd_bus_message_read(reply, "h", &borrowed); result < 0) return result;
+        socket = Descriptor(::fcntl(borrowed, F_DUPFD_CLOEXEC, 3));
+        return socket ? 0 : -errno;
+      });
+  if (status == errAuthorizationSuccess) stream = std::make_unique<SocketStream>(std::move(socket), _blockingCall);
+  return status;
+}
+
+}  // namespace platform::Linux

@@ -1,0 +1,49 @@
+#pragma once
+// Authorization Services on Linux: the broker `authorizationd` on the system bus, else on the user's session bus.
+//
+// The broker is looked for when a session is first made or imported, and kept: one connection for the life of the object,
+// since the broker drops what belongs to a connection that is gone. When that is lost, every call answers
+// errAuthorizationInternal. Main thread, like the interface; calls and stream operations run through the BlockingCall.
+#include <functional>
+#include <optional>
+
+#include "platform/Authorization.h"
+#include "platform/SystemLog.h"
+#include "platform/linux/BlockingCall.h"
+#include "platform/linux/Bus.h"
+
+namespace platform::Linux {
+
+class AuthorizationServices final : public platform::AuthorizationServices {
+ public:
+  // Both outlive this object; `blockingCall` also the streams that it hands out.
+  AuthorizationServices(BlockingCall& blockingCall, platform::SystemLog& log) : _blockingCall(blockingCall), _log(log) {}
+
+  // The flags are of no effect: no rights are asked for here.
+  AuthorizationStatus create(AuthorizationFlags flags, AuthorizationRef& authorization) override;
+  AuthorizationStatus makeExternalForm(AuthorizationRef authorization, AuthorizationExternalForm& form) override;
+  AuthorizationStatus createFromExternalForm(const AuthorizationExternalForm& form,
+                                             AuthorizationRef& authorization) override;
+  AuthorizationStatus copyRights(AuthorizationRef authorization, const AuthorizationRights& rights,
+                                 AuthorizationFlags flags) override;
+  AuthorizationStatus free(AuthorizationRef authorization, AuthorizationFlags flags) override;
+  AuthorizationStatus executeWithPrivileges(AuthorizationRef authorization, const std::string& path,
+                                            AuthorizationFlags options, std::unique_ptr<ByteStream>& stream) override;
+
+ private:
+  using Part = std::function<int(sd_bus_message*)>;
+
+  bool connect();
+  AuthorizationStatus call(const char* method, std::uint64_t timeoutMicroseconds, const Part& writeArguments,
+                           const Part& readAnswer);
+  AuthorizationStatus exchange(const char* method, std::uint64_t timeoutMicroseconds, const Part& writeArguments,
+                               const Part& readAnswer);
+  AuthorizationStatus copyRight(AuthorizationRef authorization, const char* right, AuthorizationFlags flags);
+
+  BlockingCall& _blockingCall;
+  platform::SystemLog& _log;
+  std::optional<Bus> _bus;
+  bool _missingBrokerLogged = false;
+};
+
+}  // namespace platform::Linux

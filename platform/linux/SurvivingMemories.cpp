@@ -1,0 +1,117 @@
+#include "platform/linux/SurvivingMemories.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <system_error>
+
+#include "foundation/dispatch/Fork.h"
+#include "foundation/text/Path.h"
+#include "platform/linux/Descriptor.h"
+
+namespace platform::Linux {
+namespace {
+
+class MappedFile final : public SurvivingMemory {
+ public:
+  MappedFile(std::string path, Descriptor file, void* address, std::size_t size)
+      : _path(std::move(path)), _file(std::move(file)), _address(address), _size(size) {
+    _handlers = foundation::Fork::addHandlers({.child = [this] { becomePrivate(); }});
+  }
+  ~MappedFile() override {
+    foundation::Fork::removeHandlers(_handlers);
+    ::munmap(_address, _size);
+  }
+  MappedFile(const MappedFile&) = delete;
+  MappedFile& operator=(const MappedFile&) = delete;
+
+  [[nodiscard]] std::span<std::byte> bytes() override { return {static_cast<std::byte*>(_address), _size}; }
+  void discard() override {
+    if (_file) ::unlink(_path.c_str());
+  }
+
+ private:
+  // The file and its lock are the parent's.
+  void becomePrivate() {
+    constexpr int flags = MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED;
+    // Without memory of its own the child would spoil its parent's.
+    if (::mmap(_address, _size, PROT_READ | PROT_WRITE, flags, -1, 0) == MAP_FAILED) std::abort();
+    _file.reset();
+  }
+
+  const std::string _path;
+  Descriptor _file;
+  void* const _address;
+  const std::size_t _size;
+  foundation::Fork::HandlersID _handlers = 0;
+};
+
+std::unique_ptr<SurvivingMemory> mapped(std::string path, Descriptor file, std::size_t size) {
+  void* address = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, file.get(), 0);
+  if (address == MAP_FAILED) return nullptr;
+  return std::make_unique<MappedFile>(std::move(path), std::move(file), address, size);
+}
+
+bool isOwnFile(int file, std::size_t size) {
+  struct stat status {};
+  return ::fstat(file, &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == ::geteuid() && status.st_nlink == 1 &&
+         static_cast<std::size_t>(status.st_size) == size;
+}
+
+std::unique_ptr<SurvivingMemory> adopted(const std::string& path, std::size_t size) {
+  Descriptor file(::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  if (!file || ::flock(file.get(), LOCK_EX | LOCK_NB) != 0 || !isOwnFile(file.get(), size)) return nullptr;
+  return mapped(path, std::move(file), size);
+}
+
+// The runtime folder counts when it is the user's own, as it must be.
+std::string memoryFolder() {
+  const char* runtime = std::getenv("XDG_RUNTIME_DIR");
+  struct stat status {};
+  const bool isOwn = runtime != nullptr && runtime[0] == '/' && ::stat(runtime, &status) == 0 && S_ISDIR(status.st_mode) &&
+                     status.st_uid == ::geteuid();
+  return isOwn ? runtime : "/dev/shm";
+}
+
+}  // namespace
+
+SurvivingMemories::SurvivingMemories() : SurvivingMemories(memoryFolder()) {}
+
+std::string SurvivingMemories::prefix(const std::string& name) const {
+  std::string safe = name;
+  std::ranges::replace(safe, '/', '_');
+  return "kelto-log." + std::to_string(::geteuid()) + "." + safe + ".";
+}
+
+std::unique_ptr<SurvivingMemory> SurvivingMemories::make(const std::string& name, std::size_t size) {
+  static std::atomic<unsigned> made{0};
+  const std::string path = foundation::Path::appending(
+      _folder, prefix(name) + std::to_string(::getpid()) + "." + std::to_string(made.fetch_add(1)));
+  Descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
+  // Space is taken now: a full file system would otherwise show itself as a fatal signal at the first touch.
+  if (!file || ::flock(file.get(), LOCK_EX | LOCK_NB) != 0) return nullptr;
+  auto memory =
+      ::posix_fallocate(file.get(), 0, static_cast<off_t>(size)) == 0 ? mapped(path, std::move(file), size) : nullptr;
+  if (!memory) ::unlink(path.c_str());
+  return memory;
+}
+
+std::vector<std::unique_ptr<SurvivingMemory>> SurvivingMemories::orphans(const std::string& name, std::size_t size) {
+  std::vector<std::unique_ptr<SurvivingMemory>> found;
+  const std::string start = prefix(name);
+  std::error_code code;
+  for (std::filesystem::directory_iterator entry(_folder, code), end; !code && entry != end; entry.increment(code)) {
+    if (!entry->path().filename().string().starts_with(start)) continue;
+    if (auto memory = adopted(entry->path().string(), size)) found.push_back(std::move(memory));
+  }
+  return found;
+}
+
+}  // namespace platform::Linux

@@ -3,6 +3,8 @@
 #include "app/KMInstallerAppDelegate.h"
 #include "foundation/text/Path.h"
 #include "privileged/KMAuthorization.h"
+#include "protocol/LaunchArguments.h"
+#include "protocol/ToolProtocol.h"
 
 using foundation::Path::appending;
 using foundation::Path::deletingExtension;
@@ -48,7 +50,8 @@ bool KMInstallerAppDelegate::renameToDestination() {
 
 void KMInstallerAppDelegate::upgradeLibraryServer() {
   KMAuthorization* session = KMAuthorization::sharedInstance();
-  const KMAuthorization::Instructions instructions{{"command", "upgrade server"}, {"file path", *_dstPath}};
+  const KMAuthorization::Instructions instructions{{protocol::commandKey, protocol::upgradeServerCommand},
+                                                   {protocol::filePathKey, *_dstPath}};
   if (session != nullptr && session->resultFromToolWithPrompt_instructions_output("", instructions, nullptr)) {
     _platform.shell.system(
         foundation::formatted("defaults write com.kelto.macController %@ %d", serverVersionKey, serverVersion));
@@ -60,7 +63,7 @@ void KMInstallerAppDelegate::upgradeLibraryServer() {
 
 void KMInstallerAppDelegate::launchApplication(const void* /*sender*/) {
   releaseRights();
-  const platform::LaunchConfiguration resume{{"-KTResumeSelfUpdate", "YES"}};
+  const platform::LaunchConfiguration resume{{std::string("-") + protocol::resumeArgument, "YES"}};
   _platform.workspace.launchApplication(_dstPath.value_or(""), platform::NSWorkspaceLaunchDefault,
                                         _isUpdate ? &resume : nullptr);
   _platform.runLoop.performAfterDelay(terminateDelay, this, [this] { _platform.application.terminate(this); });

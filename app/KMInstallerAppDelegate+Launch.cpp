@@ -3,13 +3,9 @@
 
 #include "app/InstallerTexts.h"
 #include "app/KMInstallerAppDelegate.h"
+#include "protocol/LaunchArguments.h"
 
 namespace {
-
-constexpr std::string_view srcPathKey = "KMInstallToolSrcPath";
-constexpr std::string_view trashPathKey = "KMInstallToolTrashPath";
-constexpr std::string_view isUpdateKey = "KMInstallToolIsUpdate";
-constexpr std::string_view mainFrameKey = "KMInstallToolMainFrame";
 
 // Points. In update mode the window keeps the height of its layout.
 constexpr double installHeight = 206.0;
@@ -50,9 +46,9 @@ void KMInstallerAppDelegate::connectOutlet(std::string_view name,
 
 void KMInstallerAppDelegate::readLaunchParameters() {
   const auto& defaults = _platform.standardUserDefaults;
-  _srcPath = pathForKey(defaults, srcPathKey);
-  _trashPath = pathForKey(defaults, trashPathKey);
-  _isUpdate = defaults.boolForKey(isUpdateKey);
+  _srcPath = pathForKey(defaults, protocol::sourcePathArgument);
+  _trashPath = pathForKey(defaults, protocol::trashPathArgument);
+  _isUpdate = defaults.boolForKey(protocol::isUpdateArgument);
   _isUninstall = _trashPath.has_value() && !_srcPath.has_value();
 }
 
@@ -72,7 +68,7 @@ void KMInstallerAppDelegate::placeWindow() {
     frame.size.height = installHeight;
     window->setFrame(frame, false);
   }
-  const auto text = _platform.standardUserDefaults.stringForKey(mainFrameKey).value_or("");
+  const auto text = _platform.standardUserDefaults.stringForKey(protocol::mainFrameArgument).value_or("");
   const foundation::Rect main = foundation::rectFromString(withoutEvery(text, "r: "));
   if (main.isEmpty()) {
     window->center();

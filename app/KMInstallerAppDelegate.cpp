@@ -6,13 +6,11 @@
 #include "foundation/text/Path.h"
 #include "kit/KTLocalizer.h"
 #include "privileged/KMAuthorization.h"
+#include "protocol/Credentials.h"
 
 using foundation::Seconds;
 
 namespace {
-
-constexpr std::string_view credentialsNotification = "KMInstallToolCredentialsNotification";
-constexpr std::string_view credentialsKey = "KMInstallToolCredentials";
 
 constexpr Seconds credentialsTimeout{5.0};
 // From authorization to quitting the controller, so that the wizard can be seen.
@@ -26,7 +24,7 @@ constexpr Seconds pollInterval{static_cast<double>(0.2F)};
 void KMInstallerAppDelegate::applicationDidFinishLaunching(const foundation::Notification& /*notification*/) {
   readLaunchParameters();
   _platform.distributedNotificationCenter.addObserver(
-      credentialsNotification,
+      protocol::credentialsNotification,
       [this](const foundation::Notification& notification) { didReceiveCredentials(notification); });
   readControllerBundle();
   placeWindow();
@@ -50,7 +48,7 @@ void KMInstallerAppDelegate::didNotReceiveCredentials() { presentGeneralFailure(
 
 void KMInstallerAppDelegate::didReceiveCredentials(const foundation::Notification& notification) {
   _platform.runLoop.cancelPreviousPerformRequests(this);
-  const auto credentials = notification.userInfo.find(credentialsKey);
+  const auto credentials = notification.userInfo.find(protocol::credentialsKey);
   if (credentials == notification.userInfo.end()) return presentGeneralFailure();
   // Something else than data is no external form; the session refuses it as it does one that is too short.
   const auto* data = credentials->second.as<foundation::PropertyList::Data>();

@@ -25,7 +25,7 @@ class KMInstallerAppDelegate final : public platform::ApplicationDelegate {
   void applicationDidFinishLaunching(const foundation::Notification& notification) override;
   void applicationWillTerminate(const foundation::Notification& notification) override;
 
-  // The credentials notification: "KMInstallToolCredentials" in its user information holds the controller's rights in
+  // The credentials notification: `protocol::credentialsKey` in its user information holds the controller's rights in
   // external form. Nothing guards against a second one; it is handled from the start again.
   void didReceiveCredentials(const foundation::Notification& notification);
   // The time-out for that notification.

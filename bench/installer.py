@@ -15,6 +15,7 @@ import time
 
 PROJECT = pathlib.Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(PROJECT / "demo"))
+import protocol  # noqa: E402
 from desktop import Desktop, end_on_signals, missing_programs, started_at, wait_for  # noqa: E402
 from road import Road  # noqa: E402
 
@@ -62,8 +63,8 @@ def launch_round(desktop, road, build):
     watcher.times(1)
     time_of_start = time.monotonic()
     frame = "r: {{%d, %d}, {%d, %d}}" % MAIN_FRAME
-    program = desktop.start("installer", [road.installer / "Contents/Linux/KeltoInstaller", "-KMInstallToolTrashPath",
-                                          road.installed, "-KMInstallToolMainFrame", frame])
+    program = desktop.start("installer", [road.installer / "Contents/Linux/KeltoInstaller", protocol.trashPathArgument,
+                                          road.installed, protocol.mainFrameArgument, frame])
     painted = watcher.times(1)[0]
     watcher.end()
     wait_for("the wizard's window", lambda: desktop.window_of(program.pid))

@@ -23,6 +23,7 @@
 #include "privileged/tool/Swap.h"
 #include "privileged/tool/Tree.h"
 #include "protocol/InstructionArchive.h"
+#include "protocol/ToolProtocol.h"
 
 namespace {
 
@@ -74,8 +75,10 @@ struct Run {
 // Runs one job as the installer does, and looks for the verdict as fast as it can.
 Run replaceByTool(const fs::path& destination, const fs::path& source, const fs::path& result) {
   std::ofstream(result).close();
-  const auto archive = InstructionArchive::archivedData(
-      {{"command", "replace item"}, {"source path", source}, {"destination path", destination}, {"result path", result}});
+  const auto archive = InstructionArchive::archivedData({{protocol::commandKey, protocol::replaceItemCommand},
+                                                         {protocol::sourcePathKey, source},
+                                                         {protocol::destinationPathKey, destination},
+                                                         {protocol::resultPathKey, result}});
   const std::uint64_t length = archive.size();
   int ends[2];
   if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) std::exit(1);

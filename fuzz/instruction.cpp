@@ -17,6 +17,7 @@
 #include "privileged/tool/AssistantTool.h"
 #include "privileged/tool/Failure.h"
 #include "privileged/tool/Operations.h"
+#include "protocol/ToolProtocol.h"
 
 namespace {
 
@@ -44,18 +45,24 @@ class NotedOperations final : public Operations {
     check(walk.locate(path));
     return std::make_unique<NotedAnswer>(path, notes);
   }
-  Outcome trashFile(const Request& request) override { return note("trash file", request, {"file path"}); }
-  Outcome removeFile(const Request& request) override { return note("remove file", request, {"file path"}); }
+  Outcome trashFile(const Request& request) override {
+    return note(protocol::trashFileCommand, request, {protocol::filePathKey});
+  }
+  Outcome removeFile(const Request& request) override {
+    return note(protocol::removeFileCommand, request, {protocol::filePathKey});
+  }
   Outcome copyFile(const Request& request) override {
-    return note("copy file", request, {"source path", "destination path"});
+    return note(protocol::copyFileCommand, request, {protocol::sourcePathKey, protocol::destinationPathKey});
   }
   Outcome moveFile(const Request& request) override {
-    return note("move file", request, {"source path", "destination path"});
+    return note(protocol::moveFileCommand, request, {protocol::sourcePathKey, protocol::destinationPathKey});
   }
   Outcome replaceItem(const Request& request) override {
-    return note("replace item", request, {"source path", "destination path"});
+    return note(protocol::replaceItemCommand, request, {protocol::sourcePathKey, protocol::destinationPathKey});
   }
-  Outcome upgradeServer(const Request& request) override { return note("upgrade server", request, {"file path"}); }
+  Outcome upgradeServer(const Request& request) override {
+    return note(protocol::upgradeServerCommand, request, {protocol::filePathKey});
+  }
   void log(int /*level*/, const std::string& line) override {
     fuzz::require(line.find_first_of("\0\r", 0, 2) == std::string::npos, "a log line is one line");
   }
@@ -125,7 +132,7 @@ std::string commandOf(std::string_view input) {
   std::uint64_t length = 0;
   std::memcpy(&length, input.data(), sizeof length);
   const auto instructions = InstructionArchive::unarchived(input.substr(sizeof length, length));
-  return *InstructionArchive::valueForKey(*instructions, "command");
+  return *InstructionArchive::valueForKey(*instructions, protocol::commandKey);
 }
 
 }  // namespace
@@ -147,6 +154,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     return 0;
   }
   fuzz::require(jobs.size() == 1 && jobs.front() == commandOf(bytes), "the job named is done, and only that");
-  fuzz::require(!verdicts.empty() && verdicts.size() <= 2 && verdicts.back() == "tool result ok", "the verdict says so");
+  fuzz::require(!verdicts.empty() && verdicts.size() <= 2 && verdicts.back() == protocol::successVerdict,
+                "the verdict says so");
   return 0;
 }

@@ -2,6 +2,7 @@
 #include <initializer_list>
 
 #include "privileged/KMAuthorization.h"
+#include "protocol/ToolProtocol.h"
 
 namespace {
 
@@ -13,7 +14,7 @@ struct Entry {
 // The instruction for `command`. The first missing value ends it, as in a list that ends at its first empty place.
 InstructionArchive::Instructions instructionsForCommand(std::string_view command, std::initializer_list<Entry> entries) {
   InstructionArchive::Instructions instructions;
-  InstructionArchive::setValueForKey(instructions, "command", std::string(command));
+  InstructionArchive::setValueForKey(instructions, protocol::commandKey, std::string(command));
   for (const auto& [key, value] : entries) {
     if (!value) break;
     InstructionArchive::setValueForKey(instructions, key, *value);
@@ -24,32 +25,32 @@ InstructionArchive::Instructions instructionsForCommand(std::string_view command
 }  // namespace
 
 bool KMAuthorization::trashItemAtPath(const std::optional<std::string>& path) {
-  return resultFromToolWithPrompt_instructions_output("", instructionsForCommand("trash file", {{"file path", path}}),
-                                                      nullptr);
+  return resultFromToolWithPrompt_instructions_output(
+      "", instructionsForCommand(protocol::trashFileCommand, {{protocol::filePathKey, path}}), nullptr);
 }
 
 bool KMAuthorization::removeItemAtPath(const std::optional<std::string>& path) {
-  return resultFromToolWithPrompt_instructions_output("", instructionsForCommand("remove file", {{"file path", path}}),
-                                                      nullptr);
+  return resultFromToolWithPrompt_instructions_output(
+      "", instructionsForCommand(protocol::removeFileCommand, {{protocol::filePathKey, path}}), nullptr);
 }
 
 bool KMAuthorization::copyItemAtPath_toPath(const std::optional<std::string>& source,
                                             const std::optional<std::string>& destination) {
-  const auto instructions =
-      instructionsForCommand("copy file", {{"source path", source}, {"destination path", destination}});
+  const auto instructions = instructionsForCommand(
+      protocol::copyFileCommand, {{protocol::sourcePathKey, source}, {protocol::destinationPathKey, destination}});
   return resultFromToolWithPrompt_instructions_output("", instructions, nullptr);
 }
 
 bool KMAuthorization::moveItemAtPath_toPath(const std::optional<std::string>& source,
                                             const std::optional<std::string>& destination) {
-  const auto instructions =
-      instructionsForCommand("move file", {{"source path", source}, {"destination path", destination}});
+  const auto instructions = instructionsForCommand(
+      protocol::moveFileCommand, {{protocol::sourcePathKey, source}, {protocol::destinationPathKey, destination}});
   return resultFromToolWithPrompt_instructions_output("", instructions, nullptr);
 }
 
 bool KMAuthorization::replaceItemAtPath_withItemAtPath(const std::optional<std::string>& path,
                                                        const std::optional<std::string>& replacement) {
-  const auto instructions =
-      instructionsForCommand("replace item", {{"source path", replacement}, {"destination path", path}});
+  const auto instructions = instructionsForCommand(
+      protocol::replaceItemCommand, {{protocol::sourcePathKey, replacement}, {protocol::destinationPathKey, path}});
   return resultFromToolWithPrompt_instructions_output("", instructions, nullptr);
 }

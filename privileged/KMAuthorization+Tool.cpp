@@ -8,16 +8,11 @@
 #include "platform/Platform.h"
 #include "privileged/KMAuthorization.h"
 #include "privileged/NSString+KAPathExtensions.h"
+#include "protocol/ToolProtocol.h"
 
 static_assert(std::endian::native == std::endian::little, "the tool reads the length of the archive in this byte order");
 
 namespace {
-
-constexpr std::string_view resultPathKey = "result path";
-constexpr std::string_view outputPathKey = "output path";
-constexpr std::string_view resultOK = "tool result ok";
-// One read of the tool's answer; a shorter one is the last.
-constexpr std::size_t answerChunk = 512;
 
 std::optional<std::string> pathForKey(const InstructionArchive::Instructions& instructions, std::string_view key) {
   const std::string* path = InstructionArchive::valueForKey(instructions, key);
@@ -40,7 +35,7 @@ bool sendInstructions(platform::ByteStream& tool, const InstructionArchive::Inst
 
 std::string readAnswer(platform::ByteStream& tool) {
   std::string answer;
-  std::array<char, answerChunk> chunk{};
+  std::array<char, protocol::answerChunk> chunk{};
   std::size_t count = 0;
   do {
     count = tool.read(chunk.data(), chunk.size());
@@ -68,21 +63,21 @@ bool KMAuthorization::resultFromToolWithPrompt_instructions_output(std::string_v
                                                                    std::optional<std::string>* output) {
   Instructions complete = instructions;
   const std::string resultPath = NSString::KAPathExtensions::temporaryPath();
-  InstructionArchive::setValueForKey(complete, resultPathKey, resultPath);
+  InstructionArchive::setValueForKey(complete, protocol::resultPathKey, resultPath);
   std::string outputPath;
   if (output != nullptr) {
     outputPath = NSString::KAPathExtensions::temporaryPath();
-    InstructionArchive::setValueForKey(complete, outputPathKey, outputPath);
+    InstructionArchive::setValueForKey(complete, protocol::outputPathKey, outputPath);
   }
   _outputFromToolWithPrompt_andInstructions(prompt, complete);
   if (output != nullptr) *output = takeText(outputPath);
-  return takeText(resultPath) == resultOK;
+  return takeText(resultPath) == protocol::successVerdict;
 }
 
 std::optional<std::string> KMAuthorization::_outputFromToolWithPrompt_andInstructions(std::string_view prompt,
                                                                                       const Instructions& instructions) {
-  _createOutputFileAtPath(pathForKey(instructions, resultPathKey));
-  _createOutputFileAtPath(pathForKey(instructions, outputPathKey));
+  _createOutputFileAtPath(pathForKey(instructions, protocol::resultPathKey));
+  _createOutputFileAtPath(pathForKey(instructions, protocol::outputPathKey));
   if (!authorizeForRootWithPrompt_preauthorize_allowInteraction(prompt, true, true)) return std::nullopt;
   return _outputFromToolWithInstructions(instructions);
 }

@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <filesystem>
 
+#include "protocol/LaunchArguments.h"
+
 namespace {
 
 constexpr std::chrono::milliseconds lookAgain{20};
@@ -32,7 +34,7 @@ Controller::Controller(const Parts& parts)
 std::string Controller::setting(const char* key) const { return _parts.defaults.stringForKey(key).value_or(""); }
 
 void Controller::start() {
-  enter(_parts.defaults.boolForKey("KTResumeSelfUpdate") ? "Resumed its self-update" : "Ready");
+  enter(_parts.defaults.boolForKey(protocol::resumeArgument) ? "Resumed its self-update" : "Ready");
   _window.onShown = [this] { windowShown(); };
   _window.show();
 }

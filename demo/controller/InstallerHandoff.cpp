@@ -6,6 +6,9 @@
 #include <chrono>
 #include <utility>
 
+#include "protocol/Credentials.h"
+#include "protocol/LaunchArguments.h"
+
 using platform::AuthorizationExternalForm;
 
 namespace {
@@ -21,14 +24,14 @@ QString frameArgument(const foundation::Rect& frame) {
       .arg(frame.size.height);
 }
 
+QString argument(const char* name) { return QString("-%1").arg(name); }
+
 QStringList argumentsFor(const InstallerTask& task) {
   QStringList arguments;
-  if (task.newBundle) arguments << "-KMInstallToolSrcPath" << QString::fromStdString(*task.newBundle);
-  arguments << "-KMInstallToolTrashPath" << QString::fromStdString(task.installedBundle);
-  if (task.isUpdate)
-    arguments << "-KMInstallToolIsUpdate"
-              << "YES";
-  return arguments << "-KMInstallToolMainFrame" << frameArgument(task.mainFrame);
+  if (task.newBundle) arguments << argument(protocol::sourcePathArgument) << QString::fromStdString(*task.newBundle);
+  arguments << argument(protocol::trashPathArgument) << QString::fromStdString(task.installedBundle);
+  if (task.isUpdate) arguments << argument(protocol::isUpdateArgument) << "YES";
+  return arguments << argument(protocol::mainFrameArgument) << frameArgument(task.mainFrame);
 }
 
 // The connection that owns `name`, when it is that process's.
@@ -113,8 +116,8 @@ std::optional<AuthorizationExternalForm> InstallerHandoff::externalForm() {
 }
 
 bool InstallerHandoff::send(const AuthorizationExternalForm& form, const QString& connection) {
-  foundation::Notification notification{.name = "KMInstallToolCredentialsNotification", .object = {}, .userInfo = {}};
-  notification.userInfo.emplace("KMInstallToolCredentials",
+  foundation::Notification notification{.name = protocol::credentialsNotification, .object = {}, .userInfo = {}};
+  notification.userInfo.emplace(protocol::credentialsKey,
                                 foundation::PropertyList::Data(form.bytes.begin(), form.bytes.end()));
   return _center.postTo(notification, connection.toStdString());
 }

@@ -15,25 +15,22 @@
 #include "privileged/tool/Instruction.h"
 #include "privileged/tool/Operations.h"
 #include "privileged/tool/Request.h"
+#include "protocol/ToolProtocol.h"
 
 namespace AssistantTool {
 namespace {
-
-constexpr std::string_view SuccessText = "tool result ok";
-// The reader takes an answer of this many bytes or more for a part of a longer one.
-constexpr std::size_t ShortRead = 512;
 
 struct Command {
   std::string_view name;
   Outcome (Operations::*perform)(const Request&);
 };
 constexpr std::array<Command, 6> Commands{{
-    {"trash file", &Operations::trashFile},
-    {"remove file", &Operations::removeFile},
-    {"copy file", &Operations::copyFile},
-    {"move file", &Operations::moveFile},
-    {"replace item", &Operations::replaceItem},
-    {"upgrade server", &Operations::upgradeServer},
+    {protocol::trashFileCommand, &Operations::trashFile},
+    {protocol::removeFileCommand, &Operations::removeFile},
+    {protocol::copyFileCommand, &Operations::copyFile},
+    {protocol::moveFileCommand, &Operations::moveFile},
+    {protocol::replaceItemCommand, &Operations::replaceItem},
+    {protocol::upgradeServerCommand, &Operations::upgradeServer},
 }};
 
 Outcome perform(Operations& operations, const Request& request, const std::string& name) {
@@ -53,16 +50,16 @@ const std::string& required(const InstructionArchive::Instructions& instructions
 Outcome job(int input, Operations& operations) {
   const auto instructions = readInstruction(input);
   const PathWalk walk(invokingUser());
-  const auto& command = required(instructions, "command");
-  const auto result = operations.answerAt(required(instructions, "result path"), walk);
+  const auto& command = required(instructions, protocol::commandKey);
+  const auto result = operations.answerAt(required(instructions, protocol::resultPathKey), walk);
   std::unique_ptr<Answer> output;
-  if (const auto* path = InstructionArchive::valueForKey(instructions, "output path")) {
+  if (const auto* path = InstructionArchive::valueForKey(instructions, protocol::outputPathKey)) {
     output = operations.answerAt(*path, walk);
   }
   if (output && output->identity() == result->identity()) throw Failure("result and output are the same file");
   Outcome outcome = perform(operations, {instructions, walk}, command);
   if (output) output->write(outcome.output);
-  result->write(SuccessText);
+  result->write(protocol::successVerdict);
   return outcome;
 }
 
@@ -71,7 +68,7 @@ std::string line(std::string text) {
   for (char& character : text) {
     if (character < ' ' || character > '~') character = '?';
   }
-  if (text.size() > ShortRead - 2) text.resize(ShortRead - 2);
+  if (text.size() > protocol::answerChunk - 2) text.resize(protocol::answerChunk - 2);
   return text + "\n";
 }
 
@@ -85,7 +82,7 @@ void tell(int output, const std::string& text) {
 Location Request::locate(const char* key) const { return walk.locate(required(instructions, key)); }
 
 uid_t invokingUser() {
-  const char* text = ::getuid() == 0 && ::geteuid() == 0 ? std::getenv("KELTO_INVOKING_UID") : nullptr;
+  const char* text = ::getuid() == 0 && ::geteuid() == 0 ? std::getenv(protocol::invokingUserVariable) : nullptr;
   if (text == nullptr) return ::getuid();
   const std::string_view digits(text);
   uid_t user = 0;

@@ -7,7 +7,7 @@ namespace AssistantTool {
 
 class Operations;
 
-// The user who asked: for a tool started as root what its starter says in KELTO_INVOKING_UID, else the process's own.
+// The user who asked: for a tool started as root what its starter says in the environment, else the process's own.
 // Throws Failure when that text is no user id.
 uid_t invokingUser();
 

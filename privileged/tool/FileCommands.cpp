@@ -7,6 +7,7 @@
 #include "privileged/tool/Folder.h"
 #include "privileged/tool/Items.h"
 #include "privileged/tool/Swap.h"
+#include "protocol/ToolProtocol.h"
 
 namespace AssistantTool {
 namespace {
@@ -17,7 +18,7 @@ struct SourceAndDestination {
 };
 
 SourceAndDestination bothItems(const Request& request) {
-  SourceAndDestination items{request.locate("source path"), request.locate("destination path")};
+  SourceAndDestination items{request.locate(protocol::sourcePathKey), request.locate(protocol::destinationPathKey)};
   Staging::clearLeftovers(items.destination, request.walk);
   Staging::clearLeftovers(items.source, request.walk);
   requireItem(items.source);
@@ -54,7 +55,7 @@ std::function<bool()> takeAwayIfPossible(const Location& source) {
 }  // namespace
 
 Outcome removeFile(const Request& request) {
-  const auto item = request.locate("file path");
+  const auto item = request.locate(protocol::filePathKey);
   Staging::clearLeftovers(item, request.walk);
   requireItem(item);
   if (!takeAway(item)()) throw Failure("could not delete all of " + item.path);

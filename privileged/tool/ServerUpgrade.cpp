@@ -13,6 +13,7 @@
 #include "privileged/tool/Folder.h"
 #include "privileged/tool/Items.h"
 #include "privileged/tool/ServiceManager.h"
+#include "protocol/ToolProtocol.h"
 
 namespace AssistantTool {
 namespace {
@@ -126,7 +127,7 @@ void settleKilledUpgrade(const PathWalk& walk) {
 }  // namespace
 
 Outcome upgradeServer(const Request& request) {
-  const auto application = request.locate("file path");
+  const auto application = request.locate(protocol::filePathKey);
   requireItem(application);
   settleKilledUpgrade(request.walk);
   FileUpgrades files;

@@ -13,6 +13,7 @@
 #include "privileged/tool/Items.h"
 #include "privileged/tool/MountTable.h"
 #include "privileged/tool/TrashFolder.h"
+#include "protocol/ToolProtocol.h"
 
 namespace AssistantTool {
 namespace {
@@ -149,7 +150,7 @@ class Trasher {
 }  // namespace
 
 Outcome trashFile(const Request& request) {
-  const auto item = request.locate("file path");
+  const auto item = request.locate(protocol::filePathKey);
   Staging::clearLeftovers(item, request.walk);
   const auto status = requireItem(item);
   return Trasher(item, status, request.walk).perform();

@@ -1,3 +1,4 @@
+#include "protocol/Credentials.h"
 #include "tests/app/InstallerFixture.h"
 
 using testing::Contains;
@@ -44,7 +45,7 @@ TEST_F(Installer, NothingIsQuitBeforeTheSecondIsOver) {
 
 TEST_F(Installer, ANotificationWithoutCredentialsIsAGeneralFailure) {
   launchUpdate();
-  fake.distributedNotificationCenter.post({"KMInstallToolCredentialsNotification", "", {{"other", "text"}}});
+  fake.distributedNotificationCenter.post({protocol::credentialsNotification, "", {{"other", "text"}}});
   EXPECT_THAT(fake.application.alerts, ElementsAre(generalFailure()));
   EXPECT_TRUE(fake.application.isTerminated);
   EXPECT_THAT(fake.authorization.calls, IsEmpty());
@@ -80,8 +81,7 @@ TEST_F(Installer, CredentialsThatAreTooShortAreRefused) {
 
 TEST_F(Installer, CredentialsThatAreNoDataAreRefused) {
   launchUpdate();
-  fake.distributedNotificationCenter.post(
-      {"KMInstallToolCredentialsNotification", "", {{"KMInstallToolCredentials", "text"}}});
+  fake.distributedNotificationCenter.post({protocol::credentialsNotification, "", {{protocol::credentialsKey, "text"}}});
   EXPECT_EQ(fake.application.alerts.at(0).messageText, "text of <InstallerBadPermissionSubtitle>");
 }
 

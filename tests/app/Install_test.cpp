@@ -1,3 +1,5 @@
+#include "protocol/LaunchArguments.h"
+#include "protocol/ToolProtocol.h"
 #include "tests/app/InstallerFixture.h"
 
 using testing::ElementsAre;
@@ -15,9 +17,9 @@ class Install : public Installer {
   // The new bundle has another file name than the installed one.
   void launchRenamingUpdate() {
     addController("/tmp/new/App 2.app", "com.kelto.macController", "New Kelto");
-    argument("KMInstallToolSrcPath", "/tmp/new/App 2.app");
-    argument("KMInstallToolTrashPath", installedBundle);
-    argument("KMInstallToolIsUpdate", "YES");
+    argument(protocol::sourcePathArgument, "/tmp/new/App 2.app");
+    argument(protocol::trashPathArgument, installedBundle);
+    argument(protocol::isUpdateArgument, "YES");
     launch();
   }
 };
@@ -27,16 +29,16 @@ class Install : public Installer {
 TEST_F(Install, TheInstalledBundleIsReplacedByTheNewOne) {
   launchUpdate();
   authorize();
-  ASSERT_THAT(tool.commands(), ElementsAre("replace item"));
-  EXPECT_EQ(tool.jobs[0].at("destination path"), installedBundle);
-  EXPECT_EQ(tool.jobs[0].at("source path"), newBundle);
+  ASSERT_THAT(tool.commands(), ElementsAre(protocol::replaceItemCommand));
+  EXPECT_EQ(tool.jobs[0].at(protocol::destinationPathKey), installedBundle);
+  EXPECT_EQ(tool.jobs[0].at(protocol::sourcePathKey), newBundle);
 }
 
 TEST_F(Install, TheSameFileNameNeedsNoMoveAndIsRelaunchedFromThere) {
   launchUpdate();
   authorize();
   EXPECT_EQ(delegate.dstPath(), installedBundle);
-  EXPECT_THAT(tool.commands(), ElementsAre("replace item"));
+  EXPECT_THAT(tool.commands(), ElementsAre(protocol::replaceItemCommand));
   ASSERT_EQ(fake.workspace.launches.size(), 1U);
   EXPECT_EQ(fake.workspace.launches[0].path, installedBundle);
 }
@@ -44,9 +46,9 @@ TEST_F(Install, TheSameFileNameNeedsNoMoveAndIsRelaunchedFromThere) {
 TEST_F(Install, ANewFileNameIsMovedToAndRelaunched) {
   launchRenamingUpdate();
   authorize();
-  ASSERT_THAT(tool.commands(), ElementsAre("replace item", "move file"));
-  EXPECT_EQ(tool.jobs[1].at("source path"), installedBundle);
-  EXPECT_EQ(tool.jobs[1].at("destination path"), "/Applications/App 2.app");
+  ASSERT_THAT(tool.commands(), ElementsAre(protocol::replaceItemCommand, protocol::moveFileCommand));
+  EXPECT_EQ(tool.jobs[1].at(protocol::sourcePathKey), installedBundle);
+  EXPECT_EQ(tool.jobs[1].at(protocol::destinationPathKey), "/Applications/App 2.app");
   EXPECT_EQ(fake.workspace.launches.at(0).path, "/Applications/App 2.app");
 }
 
@@ -54,8 +56,8 @@ TEST_F(Install, ABundleAlreadyUnderTheNewNameIsLeftAndRelaunched) {
   fake.files.addFolder("/Applications/App 2.app");
   launchRenamingUpdate();
   authorize();
-  ASSERT_THAT(tool.commands(), ElementsAre("replace item"));
-  EXPECT_EQ(tool.jobs[0].at("destination path"), installedBundle);
+  ASSERT_THAT(tool.commands(), ElementsAre(protocol::replaceItemCommand));
+  EXPECT_EQ(tool.jobs[0].at(protocol::destinationPathKey), installedBundle);
   EXPECT_EQ(fake.workspace.launches.at(0).path, "/Applications/App 2.app");
 }
 
@@ -63,21 +65,21 @@ TEST_F(Install, NothingAtTheOldNameMeansNoMove) {
   tool.work = [this](const support::FakeTool::Job&) { fake.files.items.erase(installedBundle); };
   launchRenamingUpdate();
   authorize();
-  EXPECT_THAT(tool.commands(), ElementsAre("replace item"));
+  EXPECT_THAT(tool.commands(), ElementsAre(protocol::replaceItemCommand));
 }
 
 TEST_F(Install, AFailedReplacementIsAGeneralFailureAndNothingIsRelaunched) {
-  tool.results["replace item"] = "no";
+  tool.results[protocol::replaceItemCommand] = "no";
   launchUpdate();
   authorize();
   EXPECT_THAT(fake.application.alerts, ElementsAre(generalFailure()));
   EXPECT_TRUE(fake.application.isTerminated);
   EXPECT_THAT(fake.workspace.launches, IsEmpty());
-  EXPECT_THAT(tool.commands(), ElementsAre("replace item"));
+  EXPECT_THAT(tool.commands(), ElementsAre(protocol::replaceItemCommand));
 }
 
 TEST_F(Install, AFailedMoveIsAGeneralFailureAndNothingIsRelaunched) {
-  tool.results["move file"] = "no";
+  tool.results[protocol::moveFileCommand] = "no";
   launchRenamingUpdate();
   authorize();
   EXPECT_THAT(fake.application.alerts, ElementsAre(generalFailure()));
@@ -88,7 +90,7 @@ TEST_F(Install, AFailedMoveIsAGeneralFailureAndNothingIsRelaunched) {
 TEST_F(Install, WithoutARunningLibraryServerThereIsNoUpgradeAndNoPreference) {
   launchUpdate();
   authorize();
-  EXPECT_THAT(tool.commands(), ElementsAre("replace item"));
+  EXPECT_THAT(tool.commands(), ElementsAre(protocol::replaceItemCommand));
   EXPECT_THAT(fake.shell.commandLines, IsEmpty());
 }
 
@@ -96,8 +98,9 @@ TEST_F(Install, ARunningLibraryServerIsUpgradedForTheBundleAtItsNewPlace) {
   installLibraryServer();
   launchRenamingUpdate();
   authorize();
-  ASSERT_THAT(tool.commands(), ElementsAre("replace item", "move file", "upgrade server"));
-  EXPECT_EQ(tool.jobs[2].at("file path"), "/Applications/App 2.app");
+  ASSERT_THAT(tool.commands(),
+              ElementsAre(protocol::replaceItemCommand, protocol::moveFileCommand, protocol::upgradeServerCommand));
+  EXPECT_EQ(tool.jobs[2].at(protocol::filePathKey), "/Applications/App 2.app");
   EXPECT_EQ(tool.jobs[2].size(), 3U);
 }
 
@@ -113,7 +116,7 @@ TEST_F(Install, ASuccessfulUpgradeWritesThePreferenceThroughTheShell) {
 
 TEST_F(Install, AFailedUpgradeShowsTheSwappedAlertAndTheRunGoesOn) {
   installLibraryServer();
-  tool.results["upgrade server"] = "no";
+  tool.results[protocol::upgradeServerCommand] = "no";
   launchUpdate();
   fake.application.whileAlertIsUp = [this](const Alert&) { EXPECT_THAT(fake.workspace.launches, IsEmpty()); };
   authorize();
@@ -129,7 +132,8 @@ TEST_F(Install, AnUpdateIsRelaunchedToResumeItself) {
   launchUpdate();
   authorize();
   ASSERT_EQ(fake.workspace.launches.size(), 1U);
-  EXPECT_EQ(fake.workspace.launches[0].arguments, (std::vector<std::string>{"-KTResumeSelfUpdate", "YES"}));
+  EXPECT_EQ(fake.workspace.launches[0].arguments,
+            (std::vector<std::string>{std::string("-") + protocol::resumeArgument, "YES"}));
   EXPECT_EQ(fake.workspace.launches[0].options, 0x10000U);
 }
 

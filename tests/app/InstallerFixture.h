@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include "app/KMInstallerAppDelegate.h"
+#include "protocol/Credentials.h"
+#include "protocol/LaunchArguments.h"
 #include "tests/support/FakeTool.h"
 
 using namespace std::chrono_literals;
@@ -57,26 +59,26 @@ class Installer : public testing::Test {
   void launch() { delegate.applicationDidFinishLaunching({"NSApplicationDidFinishLaunchingNotification", "", {}}); }
 
   void launchInstall() {
-    argument("KMInstallToolSrcPath", newBundle);
-    argument("KMInstallToolTrashPath", installedBundle);
+    argument(protocol::sourcePathArgument, newBundle);
+    argument(protocol::trashPathArgument, installedBundle);
     launch();
   }
 
   void launchUpdate() {
-    argument("KMInstallToolIsUpdate", "YES");
+    argument(protocol::isUpdateArgument, "YES");
     launchInstall();
   }
 
   void launchUninstall() {
-    argument("KMInstallToolTrashPath", installedBundle);
+    argument(protocol::trashPathArgument, installedBundle);
     launch();
   }
 
   void postCredentials(std::size_t length = 32) {
     fake.distributedNotificationCenter.post(
-        {"KMInstallToolCredentialsNotification",
+        {protocol::credentialsNotification,
          "any sender",
-         {{"KMInstallToolCredentials", foundation::PropertyList::Data(length, std::byte{7})}}});
+         {{protocol::credentialsKey, foundation::PropertyList::Data(length, std::byte{7})}}});
   }
 
   // Hands over credentials and lets the second before the quitting pass.

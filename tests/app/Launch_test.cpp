@@ -1,3 +1,6 @@
+#include "protocol/Credentials.h"
+#include "protocol/LaunchArguments.h"
+#include "protocol/ToolProtocol.h"
 #include "tests/app/InstallerFixture.h"
 
 using testing::ElementsAre;
@@ -41,7 +44,7 @@ TEST_F(Installer, BothPathsWithoutTheUpdateFlagMeanInstall) {
 
 TEST_F(Installer, InstallAndUninstallSetTheHeightTo206WithoutRedisplay) {
   const foundation::Point origin = window->currentFrame.origin;
-  argument("KMInstallToolMainFrame", "{{10, 20}, {400, 206}}");
+  argument(protocol::mainFrameArgument, "{{10, 20}, {400, 206}}");
   launchInstall();
   EXPECT_THAT(window->displays, ElementsAre(false));
   EXPECT_EQ(window->currentFrame.size, (foundation::Size{400, 206}));
@@ -49,7 +52,7 @@ TEST_F(Installer, InstallAndUninstallSetTheHeightTo206WithoutRedisplay) {
 }
 
 TEST_F(Installer, TheUpdateFlagWithOnlyATrashPathShowsTheUpdateTextsAndUninstalls) {
-  argument("KMInstallToolIsUpdate", "YES");
+  argument(protocol::isUpdateArgument, "YES");
   launchUninstall();
   EXPECT_TRUE(delegate.isUpdate());
   EXPECT_TRUE(delegate.isUninstall());
@@ -57,18 +60,18 @@ TEST_F(Installer, TheUpdateFlagWithOnlyATrashPathShowsTheUpdateTextsAndUninstall
   EXPECT_EQ(nextButton->title, "text of <Next>");
   EXPECT_THAT(window->displays, IsEmpty());
   authorize();
-  EXPECT_THAT(tool.commands(), ElementsAre("trash file"));
+  EXPECT_THAT(tool.commands(), ElementsAre(protocol::trashFileCommand));
 }
 
 TEST_F(Installer, OnlyASourcePathIsAnInstall) {
-  argument("KMInstallToolSrcPath", newBundle);
+  argument(protocol::sourcePathArgument, newBundle);
   launch();
   EXPECT_FALSE(delegate.isUninstall());
   EXPECT_EQ(delegate.trashPath(), std::nullopt);
 }
 
 TEST_F(Installer, AValueOfAnotherKindStillCountsAsGiven) {
-  argument("KMInstallToolSrcPath", foundation::PropertyList::Array{"a"});
+  argument(protocol::sourcePathArgument, foundation::PropertyList::Array{"a"});
   launchUninstall();
   EXPECT_FALSE(delegate.isUninstall());
   EXPECT_THAT(fake.application.alerts, ElementsAre(generalFailure()));
@@ -81,20 +84,20 @@ TEST_F(Installer, TheNewBundleDescribesTheControllerInInstallAndUpdateMode) {
 }
 
 TEST_F(Installer, TheWizardIsPlacedOverTheControllersWindow) {
-  argument("KMInstallToolMainFrame", "r: {{100, 100}, {800, 600}}");
+  argument(protocol::mainFrameArgument, "r: {{100, 100}, {800, 600}}");
   launchInstall();
   EXPECT_EQ(window->currentFrame, (foundation::Rect{{300, 303}, {400, 206}}));
   EXPECT_FALSE(window->isCentered);
 }
 
 TEST_F(Installer, EveryOccurrenceOfThePrefixIsDeletedFromTheFrame) {
-  argument("KMInstallToolMainFrame", "r: {r: {100, r: 100}, {800, 600}}");
+  argument(protocol::mainFrameArgument, "r: {r: {100, r: 100}, {800, 600}}");
   launchInstall();
   EXPECT_EQ(window->currentFrame.origin, (foundation::Point{300, 303}));
 }
 
 TEST_F(Installer, AnEmptyFrameCentresTheWindow) {
-  argument("KMInstallToolMainFrame", "{{0, 0}, {0, 0}}");
+  argument(protocol::mainFrameArgument, "{{0, 0}, {0, 0}}");
   launchInstall();
   EXPECT_TRUE(window->isCentered);
   EXPECT_EQ(window->currentFrame.origin, (foundation::Point{10, 20}));
@@ -106,26 +109,26 @@ TEST_F(Installer, AMissingOrUnreadableFrameCentresTheWindow) {
 }
 
 TEST_F(Installer, AFrameWithoutAreaCentresTheWindow) {
-  argument("KMInstallToolMainFrame", "{{5, 5}, {800, -1}}");
+  argument(protocol::mainFrameArgument, "{{5, 5}, {800, -1}}");
   launchInstall();
   EXPECT_TRUE(window->isCentered);
 }
 
 TEST_F(Installer, AnOddHalvedDifferenceIsRoundedDown) {
-  argument("KMInstallToolMainFrame", "{{0, 0}, {801, 207}}");
+  argument(protocol::mainFrameArgument, "{{0, 0}, {801, 207}}");
   launchInstall();
   EXPECT_EQ(window->currentFrame.origin, (foundation::Point{200, 0 + 0 + 6}));
 }
 
 TEST_F(Installer, ANegativeHalvedDifferenceIsRoundedDownToo) {
-  argument("KMInstallToolMainFrame", "{{50, 50}, {399, 205}}");
+  argument(protocol::mainFrameArgument, "{{50, 50}, {399, 205}}");
   launchInstall();
   EXPECT_EQ(window->currentFrame.origin, (foundation::Point{49, 55}));
 }
 
 TEST_F(Installer, TheHalvedDifferenceIsFlooredInSinglePrecision) {
   // (33554833.96 - 400) / 2 is 16777216.98; single precision knows only even numbers there and rounds it up to ...218.
-  argument("KMInstallToolMainFrame", "{{0, 0}, {33554835.9, 206}}");
+  argument(protocol::mainFrameArgument, "{{0, 0}, {33554835.9, 206}}");
   launchInstall();
   EXPECT_EQ(window->currentFrame.origin.x, static_cast<double>(static_cast<float>((33554835.9 - 400) * 0.5)));
   EXPECT_EQ(window->currentFrame.origin.x, 16777218.0);
@@ -145,7 +148,7 @@ TEST_F(Installer, TheWindowIsShownAndTheProgressBarAnimatesOnItsOwnThread) {
 
 TEST_F(Installer, TheCredentialsNotificationIsObserved) {
   launchUpdate();
-  EXPECT_THAT(fake.distributedNotificationCenter.observed, ElementsAre("KMInstallToolCredentialsNotification"));
+  EXPECT_THAT(fake.distributedNotificationCenter.observed, ElementsAre(protocol::credentialsNotification));
 }
 
 TEST_F(Installer, ABundleIdentifierSchedulesTheTimeOut) {
@@ -155,8 +158,8 @@ TEST_F(Installer, ABundleIdentifierSchedulesTheTimeOut) {
 }
 
 TEST_F(Installer, APathThatIsNoBundleIsAGeneralFailureAtOnce) {
-  argument("KMInstallToolSrcPath", "/tmp/nothing.app");
-  argument("KMInstallToolTrashPath", installedBundle);
+  argument(protocol::sourcePathArgument, "/tmp/nothing.app");
+  argument(protocol::trashPathArgument, installedBundle);
   launch();
   EXPECT_EQ(delegate.bundleId(), std::nullopt);
   EXPECT_EQ(delegate.bundleName(), std::nullopt);
@@ -186,7 +189,7 @@ TEST_F(Installer, MissingOutletsAreTolerated) {
   cancelButton.reset();
   nextButton.reset();
   progressBar.reset();
-  argument("KMInstallToolMainFrame", "{{100, 100}, {800, 600}}");
+  argument(protocol::mainFrameArgument, "{{100, 100}, {800, 600}}");
   launchInstall();
   EXPECT_THAT(fake.runLoop.pendingDelays(&delegate), ElementsAre(Seconds(5.0)));
 }

@@ -1,3 +1,4 @@
+#include "protocol/ToolProtocol.h"
 #include "tests/app/InstallerFixture.h"
 
 using testing::ElementsAre;
@@ -14,7 +15,7 @@ TEST_F(Installer, WithoutARunningCopyTheWorkStartsWithinTheSameCall) {
   launchUpdate();
   postCredentials();
   delegate.quitApplications(&delegate);
-  EXPECT_THAT(tool.commands(), ElementsAre("replace item"));
+  EXPECT_THAT(tool.commands(), ElementsAre(protocol::replaceItemCommand));
   EXPECT_THAT(fake.runLoop.timerIntervals(), IsEmpty());
 }
 
@@ -51,7 +52,7 @@ TEST_F(Installer, TheWorkStartsOnTheFirstTickAfterTheCopyIsGone) {
   quitController();
   EXPECT_THAT(tool.jobs, IsEmpty());
   fake.runLoop.advance(pollInterval);
-  EXPECT_THAT(tool.commands(), ElementsAre("replace item"));
+  EXPECT_THAT(tool.commands(), ElementsAre(protocol::replaceItemCommand));
   EXPECT_THAT(fake.runLoop.timerIntervals(), IsEmpty());
 }
 
@@ -98,5 +99,5 @@ TEST_F(Installer, OnceTheCopiesAreGoneAnUninstallGoesOnUninstalling) {
   authorize();
   quitController();
   fake.runLoop.advance(pollInterval);
-  EXPECT_THAT(tool.commands(), ElementsAre("trash file"));
+  EXPECT_THAT(tool.commands(), ElementsAre(protocol::trashFileCommand));
 }

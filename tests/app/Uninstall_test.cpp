@@ -1,3 +1,4 @@
+#include "protocol/ToolProtocol.h"
 #include "tests/app/InstallerFixture.h"
 
 using testing::ElementsAre;
@@ -19,8 +20,8 @@ class LibraryServer : public Installer {
 TEST_F(Installer, UninstallMovesTheInstalledBundleToTheTrashAndTerminates) {
   launchUninstall();
   authorize();
-  ASSERT_THAT(tool.commands(), ElementsAre("trash file"));
-  EXPECT_EQ(tool.jobs[0].at("file path"), installedBundle);
+  ASSERT_THAT(tool.commands(), ElementsAre(protocol::trashFileCommand));
+  EXPECT_EQ(tool.jobs[0].at(protocol::filePathKey), installedBundle);
   EXPECT_TRUE(fake.application.isTerminated);
   EXPECT_THAT(fake.application.alerts, IsEmpty());
   EXPECT_THAT(fake.workspace.launches, IsEmpty());
@@ -37,7 +38,7 @@ TEST_F(Installer, UninstallOfNothingTerminatesWithoutAnAlert) {
 }
 
 TEST_F(Installer, AFailedTrashNamesTheBundleWithoutItsExtension) {
-  tool.results["trash file"] = "no";
+  tool.results[protocol::trashFileCommand] = "no";
   launchUninstall();
   authorize();
   EXPECT_THAT(fake.application.alerts,
@@ -51,7 +52,7 @@ TEST_F(Installer, UninstallLeavesTheLibraryServerAlone) {
   installLibraryServer();
   launchUninstall();
   authorize();
-  EXPECT_THAT(tool.commands(), ElementsAre("trash file"));
+  EXPECT_THAT(tool.commands(), ElementsAre(protocol::trashFileCommand));
   EXPECT_THAT(fake.services.asked, IsEmpty());
 }
 

@@ -1,4 +1,5 @@
 """What the running installer looks like, to the eye and to assistive tools."""
+import protocol
 from desktop import wait_for
 from world import check, english, equal, scenario
 
@@ -90,7 +91,7 @@ def prefer_dark(world):
 
 def rows_of_face(world):
     """The wizard on the screen, as rows of pixels from below."""
-    process = world.start_installer("-KMInstallToolTrashPath", world.road.installed)
+    process = world.start_installer(protocol.trashPathArgument, world.road.installed)
     width, height, at = expect_face(world, process)
     rows = [[at(x, row) for x in range(width)] for row in range(height)]
     check("it is cancelled", world.desktop.press(process, english("<Cancel>")))

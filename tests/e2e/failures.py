@@ -2,6 +2,7 @@
 import shutil
 import subprocess
 
+import protocol
 from desktop import processes_of, started_at
 from road import version_of
 from world import check, english, equal, scenario, uptime
@@ -36,11 +37,11 @@ def wrong_credentials(world):
 @scenario("bus")
 def notification_without_credentials(world):
     """A notification without rights in it is the general failure at once."""
-    installer = world.start_installer("-KMInstallToolTrashPath", world.road.installed)
+    installer = world.start_installer(protocol.trashPathArgument, world.road.installed)
     started = uptime()
     subprocess.run(["busctl", f"--address={world.desktop.environment['DBUS_SESSION_BUS_ADDRESS']}", "emit",
                     "--destination=com.kelto.installer", "/com/kelto/DistributedNotifications",
-                    "com.kelto.DistributedNotifications", "Posted", "ssa{sv}", "KMInstallToolCredentialsNotification", "",
+                    "com.kelto.DistributedNotifications", "Posted", "ssa{sv}", protocol.credentialsNotification, "",
                     "0"], check=True)
     world.alert(installer)
     check("it did not wait for the time-out", uptime() - started < 3)
@@ -120,7 +121,7 @@ def rename_fails(world):
 def nothing_installed(world):
     """A path that names no bundle is the general failure at once."""
     program = world.desktop.start("installer", [world.road.installer / "Contents/Linux/KeltoInstaller",
-                                                "-KMInstallToolTrashPath", world.folder / "Nowhere.app"])
+                                                protocol.trashPathArgument, world.folder / "Nowhere.app"])
     world.alert(program.pid, seconds=4)
     check("it did not wait for rights", uptime() - started_at(program.pid) < 4.5)
     world.expect_general_failure(program.pid)

@@ -1,4 +1,5 @@
 """The wizard and every alert without a mouse and without eyes: what assistive tools hear, and what the keyboard does."""
+import protocol
 from desktop import Failure, is_running, wait_for
 from failures import break_tool
 from road import alerts_of
@@ -9,7 +10,7 @@ CANCEL, OK = english("<Cancel>"), english("<OK>")
 
 def wizard_with_keyboard(world, *arguments):
     """The installer's process, once its wizard has the keyboard."""
-    process = world.start_installer("-KMInstallToolTrashPath", world.road.installed, *arguments)
+    process = world.start_installer(protocol.trashPathArgument, world.road.installed, *arguments)
     number = world.desktop.window_of(process)
     wait_for("the wizard with the keyboard", lambda: world.desktop.ask("xdotool", "getactivewindow").strip() == number)
     return process
@@ -84,7 +85,7 @@ def expect_alert_by_keyboard(world, process, headline, text, keys):
 
 
 def expect_general_failure(world, keys):
-    process = world.start_installer("-KMInstallToolTrashPath", world.folder / "Nowhere.app")
+    process = world.start_installer(protocol.trashPathArgument, world.folder / "Nowhere.app")
     expect_alert_by_keyboard(world, process, english("<InstallerUnexpectedErrorSubtitle>"),
                              english("<InstallerUnexpectedErrorMessage>"), keys)
 

@@ -6,6 +6,7 @@ import plistlib
 import shutil
 import urllib.parse
 
+import protocol
 from desktop import is_running, processes_of, wait_for
 from road import version_of
 from world import arguments_of, check, english, equal, scenario
@@ -19,7 +20,7 @@ def expected_origin(main, width, height):
 def frame_argument(installer):
     """The frame that the controller has passed on."""
     arguments = arguments_of(installer)
-    text = arguments[arguments.index("-KMInstallToolMainFrame") + 1]
+    text = arguments[arguments.index(protocol.mainFrameArgument) + 1]
     return [float(number) for number in text.removeprefix("r: ").replace("{", "").replace("}", "").split(",")]
 
 
@@ -120,7 +121,7 @@ def odd_paths(world):
     """Blanks, quotes, percent signs and letters of any language in a path arrive as they are."""
     installer = world.start_waiting("update")
     arguments = arguments_of(installer)
-    equal("the path of the new bundle", arguments[arguments.index("-KMInstallToolSrcPath") + 1], str(world.road.new))
+    equal("the path of the new bundle", arguments[arguments.index(protocol.sourcePathArgument) + 1], str(world.road.new))
     world.hand_over()
     world.expect_update_ends(installer, world.road.applications / "Kelto %d.app")
 
@@ -138,7 +139,7 @@ def cancel(world):
 @scenario("gui")
 def without_a_frame(world):
     """Without the controller's frame the wizard is in the middle of the screen."""
-    installer = world.start_installer("-KMInstallToolTrashPath", world.road.installed)
+    installer = world.start_installer(protocol.trashPathArgument, world.road.installed)
     frame = wait_for("the wizard's final height",
                      lambda: (found := world.frame_of_wizard(installer)) and found[3] == 206 and found)
     equal("the wizard's frame", frame, ((1280 - 460) // 2, (800 - 206) // 2, 460, 206))
@@ -150,7 +151,7 @@ def update_flag_with_a_removal(world):
     """With the update flag and no new bundle the wizard speaks of an update, and the bundle is removed."""
     world.road.start_controller()
     world.road.window_of_controller()
-    installer = world.start_installer("-KMInstallToolTrashPath", world.road.installed, "-KMInstallToolIsUpdate", "YES")
+    installer = world.start_installer(protocol.trashPathArgument, world.road.installed, protocol.isUpdateArgument, "YES")
     equal("the wizard's texts", world.wizard_texts(installer)[0],
           [english("<ControllerUpdateWizard_Title>"), english("<ControllerUpdateWizard_Installing>")])
     equal("the wizard's height", world.frame_of_wizard(installer)[3], 320)

@@ -4,6 +4,7 @@ import re
 import struct
 import subprocess
 
+import protocol
 from desktop import wait_for
 from world import Skip, check, english, equal, scenario
 
@@ -41,7 +42,7 @@ def expect_place(world, primary, main_frame):
     """The wizard stands where it belongs when the controller's window has this frame; counted from the bottom-left corner of
     the primary monitor."""
     frame = "r: {{%s, %s}, {%s, %s}}" % main_frame
-    process = world.start_installer("-KMInstallToolTrashPath", world.road.installed, "-KMInstallToolMainFrame", frame)
+    process = world.start_installer(protocol.trashPathArgument, world.road.installed, protocol.mainFrameArgument, frame)
     left, bottom = expected_place(main_frame, 206)
     expected = (primary[0] + left, primary[1] + primary[3] - bottom - 206, WIDTH, 206)
     equal("the wizard on the display", world.desktop.frame_of(world.desktop.window_of(process)), expected)
@@ -77,7 +78,7 @@ def wizard_left_of_primary_screen(world):
 def wizard_without_frame_on_primary_screen(world):
     """Without a frame the wizard is in the middle of the primary screen, and its alert over it."""
     make_monitors(world, RIGHT)
-    process = world.start_installer("-KMInstallToolTrashPath", world.folder / "Nowhere.app")
+    process = world.start_installer(protocol.trashPathArgument, world.folder / "Nowhere.app")
     def frames():
         numbers = world.desktop.ask("xdotool", "search", "--onlyvisible", "--pid", str(process)).split()
         return [world.desktop.frame_of(number) for number in numbers] if len(numbers) == 2 else None
@@ -154,7 +155,7 @@ def wizard_appears_at_once(world):
     events = Events(world.desktop)
     left, bottom = 300, 303
     screen = Screen(world, left, 800 - bottom - 206, WIDTH, 206)
-    process = world.start_installer("-KMInstallToolTrashPath", world.road.installed, "-KMInstallToolMainFrame",
+    process = world.start_installer(protocol.trashPathArgument, world.road.installed, protocol.mainFrameArgument,
                                     "r: {{200, 100}, {660, 600}}")
     number = world.desktop.window_of(process)
     wait_for("the painted wizard", lambda: len(screen.program.text().splitlines()) > 10)

@@ -3,6 +3,7 @@
 
 #include "logging/KTLogger.h"
 #include "privileged/KMAuthorization.h"
+#include "protocol/ToolProtocol.h"
 #include "tests/support/FakeTool.h"
 
 using testing::Contains;
@@ -30,7 +31,8 @@ class AssistantToolExchange : public testing::Test {
   platform::fake::FakePlatform fake;
   support::FakeTool tool{fake};
   std::shared_ptr<KMAuthorization> session = KMAuthorization::init();
-  const KMAuthorization::Instructions instructions{{"command", "remove file"}, {"file path", "/A.app"}};
+  const KMAuthorization::Instructions instructions{{protocol::commandKey, protocol::removeFileCommand},
+                                                   {protocol::filePathKey, "/A.app"}};
 };
 
 class RecordingLogger final : public KTAdditionalLoggerProtocol {
@@ -51,15 +53,16 @@ class RecordingLogger final : public KTAdditionalLoggerProtocol {
 TEST_F(AssistantToolExchange, AJobThatTheToolReportsAsDoneSucceeds) {
   EXPECT_TRUE(run());
   ASSERT_EQ(tool.jobs.size(), 1U);
-  EXPECT_THAT(tool.jobs[0], Contains(Pair("command", "remove file")));
-  EXPECT_THAT(tool.jobs[0], Contains(Pair("file path", "/A.app")));
-  EXPECT_THAT(tool.jobs[0].at("result path"), StartsWith("/tmp/Kelto"));
-  EXPECT_FALSE(tool.jobs[0].contains("output path"));
+  EXPECT_THAT(tool.jobs[0], Contains(Pair(protocol::commandKey, protocol::removeFileCommand)));
+  EXPECT_THAT(tool.jobs[0], Contains(Pair(protocol::filePathKey, "/A.app")));
+  EXPECT_THAT(tool.jobs[0].at(protocol::resultPathKey), StartsWith("/tmp/Kelto"));
+  EXPECT_FALSE(tool.jobs[0].contains(protocol::outputPathKey));
 }
 
 TEST_F(AssistantToolExchange, TheCallersInstructionsAreNotChanged) {
   run();
-  EXPECT_THAT(instructions, ElementsAre(Pair("command", "remove file"), Pair("file path", "/A.app")));
+  EXPECT_THAT(instructions,
+              ElementsAre(Pair(protocol::commandKey, protocol::removeFileCommand), Pair(protocol::filePathKey, "/A.app")));
 }
 
 TEST_F(AssistantToolExchange, TheLengthIsEightBytesLittleEndianBeforeTheArchive) {
@@ -80,7 +83,7 @@ TEST_F(AssistantToolExchange, TheToolIsAuthorizedAndRunWithoutOptions) {
 TEST_F(AssistantToolExchange, BothFilesAreCreatedEmptyWithMode0666BeforeTheToolIsAuthorized) {
   std::map<std::string, platform::fake::FakeFileManager::Item> seen;
   tool.work = [&](const support::FakeTool::Job& job) {
-    for (const char* key : {"result path", "output path"}) seen[key] = fake.files.items.at(job.at(key));
+    for (const char* key : {protocol::resultPathKey, protocol::outputPathKey}) seen[key] = fake.files.items.at(job.at(key));
   };
   std::optional<std::string> output;
   run(&output);
@@ -106,13 +109,13 @@ TEST_F(AssistantToolExchange, AnExistingFileIsReplacedByAnEmptyOne) {
 
 TEST_F(AssistantToolExchange, ResultTextMustMatchExactly) {
   for (const char* text : {"tool result ok\n", "Tool result ok", "tool result ok ", "", "tool result", "failed"}) {
-    tool.results["remove file"] = text;
+    tool.results[protocol::removeFileCommand] = text;
     EXPECT_FALSE(run()) << text;
   }
 }
 
 TEST_F(AssistantToolExchange, AVanishedResultFileIsAFailure) {
-  tool.work = [&](const support::FakeTool::Job& job) { fake.files.items.erase(job.at("result path")); };
+  tool.work = [&](const support::FakeTool::Job& job) { fake.files.items.erase(job.at(protocol::resultPathKey)); };
   EXPECT_FALSE(run());
 }
 
@@ -166,7 +169,7 @@ TEST_F(AssistantToolExchange, AnOutputFileThatTheToolLeftEmptyGivesAnEmptyString
 }
 
 TEST_F(AssistantToolExchange, AVanishedOutputFileGivesNothing) {
-  tool.work = [&](const support::FakeTool::Job& job) { fake.files.items.erase(job.at("output path")); };
+  tool.work = [&](const support::FakeTool::Job& job) { fake.files.items.erase(job.at(protocol::outputPathKey)); };
   std::optional<std::string> output = "before";
   EXPECT_TRUE(run(&output));
   EXPECT_EQ(output, std::nullopt);
@@ -232,34 +235,34 @@ TEST_F(AssistantToolExchange, ReleasedRightsFailTheJobWithoutRunningTheTool) {
 TEST_F(AssistantToolExchange, ReplaceSendsItsArgumentsCrossed) {
   EXPECT_TRUE(session->replaceItemAtPath_withItemAtPath("/X", "/Y"));
   ASSERT_EQ(tool.jobs.size(), 1U);
-  EXPECT_THAT(tool.jobs[0], Contains(Pair("command", "replace item")));
-  EXPECT_THAT(tool.jobs[0], Contains(Pair("source path", "/Y")));
-  EXPECT_THAT(tool.jobs[0], Contains(Pair("destination path", "/X")));
+  EXPECT_THAT(tool.jobs[0], Contains(Pair(protocol::commandKey, protocol::replaceItemCommand)));
+  EXPECT_THAT(tool.jobs[0], Contains(Pair(protocol::sourcePathKey, "/Y")));
+  EXPECT_THAT(tool.jobs[0], Contains(Pair(protocol::destinationPathKey, "/X")));
 }
 
 TEST_F(AssistantToolExchange, CopyAndMoveSendSourceThenDestination) {
   EXPECT_TRUE(session->copyItemAtPath_toPath("/X", "/Y"));
   EXPECT_TRUE(session->moveItemAtPath_toPath("/X", "/Y"));
-  EXPECT_THAT(tool.commands(), ElementsAre("copy file", "move file"));
+  EXPECT_THAT(tool.commands(), ElementsAre(protocol::copyFileCommand, protocol::moveFileCommand));
   for (const auto& job : tool.jobs) {
-    EXPECT_EQ(job.at("source path"), "/X");
-    EXPECT_EQ(job.at("destination path"), "/Y");
+    EXPECT_EQ(job.at(protocol::sourcePathKey), "/X");
+    EXPECT_EQ(job.at(protocol::destinationPathKey), "/Y");
   }
 }
 
 TEST_F(AssistantToolExchange, TrashAndRemoveSendTheFilePath) {
   EXPECT_TRUE(session->trashItemAtPath("/X"));
   EXPECT_TRUE(session->removeItemAtPath("/X"));
-  EXPECT_THAT(tool.commands(), ElementsAre("trash file", "remove file"));
-  for (const auto& job : tool.jobs) EXPECT_EQ(job.at("file path"), "/X");
+  EXPECT_THAT(tool.commands(), ElementsAre(protocol::trashFileCommand, protocol::removeFileCommand));
+  for (const auto& job : tool.jobs) EXPECT_EQ(job.at(protocol::filePathKey), "/X");
 }
 
 TEST_F(AssistantToolExchange, CopyWithoutDestinationSendsOnlyCommandAndSource) {
   session->copyItemAtPath_toPath("/X", std::nullopt);
   ASSERT_EQ(tool.jobs.size(), 1U);
   EXPECT_EQ(tool.jobs[0].size(), 3U);
-  EXPECT_TRUE(tool.jobs[0].contains("source path"));
-  EXPECT_TRUE(tool.jobs[0].contains("result path"));
+  EXPECT_TRUE(tool.jobs[0].contains(protocol::sourcePathKey));
+  EXPECT_TRUE(tool.jobs[0].contains(protocol::resultPathKey));
 }
 
 TEST_F(AssistantToolExchange, AMissingPathEndsTheInstructionThere) {
@@ -270,7 +273,8 @@ TEST_F(AssistantToolExchange, AMissingPathEndsTheInstructionThere) {
 }
 
 TEST_F(AssistantToolExchange, FileOperationsReturnTheVerdict) {
-  for (const char* command : {"trash file", "remove file", "copy file", "move file", "replace item"})
+  for (const char* command : {protocol::trashFileCommand, protocol::removeFileCommand, protocol::copyFileCommand,
+                              protocol::moveFileCommand, protocol::replaceItemCommand})
     tool.results[command] = "no";
   EXPECT_FALSE(session->trashItemAtPath("/X"));
   EXPECT_FALSE(session->removeItemAtPath("/X"));

@@ -1,4 +1,5 @@
 #include "protocol/InstructionArchive.h"
+#include "protocol/ToolProtocol.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -40,7 +41,8 @@ std::string exampleArchive() {
   return Top + "\x02" + FirstString + "\x07" + "command\x86" + NextString + "\x0a" + "trash file\x86" + NextString +
          "\x09" + "file path\x86" + NextString + "\x06" + "/A.app\x86\x86";
 }
-const Instructions ExampleInstructions{{"command", "trash file"}, {"file path", "/A.app"}};
+const Instructions ExampleInstructions{{protocol::commandKey, protocol::trashFileCommand},
+                                       {protocol::filePathKey, "/A.app"}};
 
 // An archive of one pair, from what stands after the number of pairs.
 std::string onePair(const std::string& rest) { return Top + "\x01" + rest; }
@@ -189,7 +191,7 @@ TEST(InstructionArchive, AnEndlessChainOfClassesIsRefused) {
 }
 
 TEST(InstructionArchive, ANulCharacterIsRefused) {
-  EXPECT_THAT(reasonFor(archivedData({{"file path", std::string("/A\0.app", 7)}})), HasSubstr("NUL"));
+  EXPECT_THAT(reasonFor(archivedData({{protocol::filePathKey, std::string("/A\0.app", 7)}})), HasSubstr("NUL"));
 }
 
 class NotUTF8 : public ::testing::TestWithParam<const char*> {};
@@ -249,16 +251,18 @@ TEST(InstructionArchive, EverySingleByteMutationGivesADictionaryOrARefusal) {
 }
 
 TEST(InstructionArchive, AValueIsFoundByItsKey) {
-  ASSERT_NE(InstructionArchive::valueForKey(ExampleInstructions, "file path"), nullptr);
-  EXPECT_EQ(*InstructionArchive::valueForKey(ExampleInstructions, "file path"), "/A.app");
+  ASSERT_NE(InstructionArchive::valueForKey(ExampleInstructions, protocol::filePathKey), nullptr);
+  EXPECT_EQ(*InstructionArchive::valueForKey(ExampleInstructions, protocol::filePathKey), "/A.app");
   EXPECT_EQ(InstructionArchive::valueForKey(ExampleInstructions, "File path"), nullptr);
 }
 
 TEST(InstructionArchive, SettingAKeyThatIsThereReplacesItsValueInPlace) {
   auto instructions = ExampleInstructions;
-  InstructionArchive::setValueForKey(instructions, "command", "remove file");
-  InstructionArchive::setValueForKey(instructions, "result path", "/r");
-  EXPECT_EQ(instructions, (Instructions{{"command", "remove file"}, {"file path", "/A.app"}, {"result path", "/r"}}));
+  InstructionArchive::setValueForKey(instructions, protocol::commandKey, protocol::removeFileCommand);
+  InstructionArchive::setValueForKey(instructions, protocol::resultPathKey, "/r");
+  EXPECT_EQ(instructions, (Instructions{{protocol::commandKey, protocol::removeFileCommand},
+                                        {protocol::filePathKey, "/A.app"},
+                                        {protocol::resultPathKey, "/r"}}));
 }
 
 RC_GTEST_PROP(InstructionArchive, WhatIsWrittenIsReadBack, ()) {

@@ -4,6 +4,7 @@
 
 #include "platform/fake/FakePlatform.h"
 #include "protocol/InstructionArchive.h"
+#include "protocol/ToolProtocol.h"
 
 namespace support {
 
@@ -20,7 +21,7 @@ class FakeTool {
   // The commands of all jobs, in order.
   [[nodiscard]] std::vector<std::string> commands() const {
     std::vector<std::string> names;
-    for (const auto& job : jobs) names.push_back(job.at("command"));
+    for (const auto& job : jobs) names.push_back(job.at(protocol::commandKey));
     return names;
   }
 
@@ -51,9 +52,9 @@ class FakeTool {
     const Job job(instructions->begin(), instructions->end());
     jobs.push_back(job);
     if (work) work(job);
-    const auto result = results.find(job.at("command"));
-    write(job, "result path", result == results.end() ? "tool result ok" : result->second);
-    if (output) write(job, "output path", *output);
+    const auto result = results.find(job.at(protocol::commandKey));
+    write(job, protocol::resultPathKey, result == results.end() ? protocol::successVerdict : result->second);
+    if (output) write(job, protocol::outputPathKey, *output);
   }
 
   void write(const Job& job, const char* key, const std::string& text) {

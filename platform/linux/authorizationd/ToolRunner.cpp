@@ -16,6 +16,8 @@
 #include <cstring>
 #include <utility>
 
+#include "protocol/ToolProtocol.h"
+
 namespace platform::Linux::authorizationd {
 
 namespace {
@@ -80,8 +82,9 @@ void becomeTool(ChildStart& start) {
   std::array<char, 16> name{"authorized-tool"};
   std::array<char, 40> path{"PATH=/usr/sbin:/usr/bin:/sbin:/bin"};
   std::array<char, 16> language{"LANG=C.UTF-8"};
-  std::array<char, 40> user{"KELTO_INVOKING_UID="};
-  std::strncat(user.data(), start.invokingUser, user.size() - std::strlen(user.data()) - 1);
+  std::array<char, 64> user{};
+  for (const char* part : {protocol::invokingUserVariable, "=", start.invokingUser})
+    std::strncat(user.data(), part, user.size() - std::strlen(user.data()) - 1);
   std::array<char*, 2> arguments{name.data(), nullptr};
   std::array<char*, 5> environment{path.data(), language.data(), user.data(), start.dataFolder, nullptr};
   ::execveat(start.tool, "", arguments.data(), environment.data(), AT_EMPTY_PATH);

@@ -4,7 +4,7 @@
 // Nothing here waits: a program whose file is slow to open (on a network, or leased by its owner) delays its own caller
 // only.
 //
-// A program gets a stream as standard input and output, an environment of PATH, LANG and KELTO_INVOKING_UID (and
+// A program gets a stream as standard input and output, an environment of PATH, LANG and the caller's user id (and
 // XDG_DATA_HOME of the broker, when it runs for its own user), a session of its own, "/" as working folder and nothing else
 // that is open; it cannot gain rights by running other programs. One thread: that of the event loop, in which SIGCHLD must
 // be blocked.

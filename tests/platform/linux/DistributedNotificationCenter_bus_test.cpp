@@ -16,6 +16,7 @@
 #include "platform/linux/BusCall.h"
 #include "platform/linux/BusValues.h"
 #include "platform/linux/Descriptor.h"
+#include "protocol/Credentials.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/PrivateBus.h"
 #include "tests/support/TemporaryFolder.h"
@@ -30,7 +31,7 @@ using foundation::PropertyList::Value;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-constexpr const char* credentials = "KMInstallToolCredentialsNotification";
+constexpr const char* credentials = protocol::credentialsNotification;
 
 Data bytes(std::size_t count) {
   Data data(count);
@@ -94,11 +95,11 @@ class DistributedNotifications : public testing::Test {
 
 TEST_F(DistributedNotifications, ABroadcastReachesAnObserverInAnotherProgram) {
   installer.observe(credentials);
-  ASSERT_TRUE(controller.center.post({credentials, "com.kelto.Controller", {{"KMInstallToolCredentials", bytes(32)}}}));
+  ASSERT_TRUE(controller.center.post({credentials, "com.kelto.Controller", {{protocol::credentialsKey, bytes(32)}}}));
   ASSERT_TRUE(installer.receives(1));
   EXPECT_EQ(installer.received[0].name, credentials);
   EXPECT_EQ(installer.received[0].object, "com.kelto.Controller");
-  EXPECT_EQ(installer.received[0].userInfo, (Dictionary{{"KMInstallToolCredentials", bytes(32)}}));
+  EXPECT_EQ(installer.received[0].userInfo, (Dictionary{{protocol::credentialsKey, bytes(32)}}));
 }
 
 TEST_F(DistributedNotifications, AnySenderObjectIsAccepted) {

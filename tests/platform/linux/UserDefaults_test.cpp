@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "platform/fake/FakePlatform.h"
+#include "protocol/LaunchArguments.h"
 #include "tests/support/Environment.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -56,8 +57,8 @@ Dictionary arguments(std::vector<const char*> list) {
 // The argument domain.
 
 TEST(ArgumentDomain, AKeyIsFollowedByItsValue) {
-  EXPECT_EQ(arguments({"-KMInstallToolSrcPath", "/tmp/New.app", "-KMInstallToolIsUpdate", "YES"}),
-            (Dictionary{{"KMInstallToolSrcPath", "/tmp/New.app"}, {"KMInstallToolIsUpdate", "YES"}}));
+  EXPECT_EQ(arguments({"-SourcePath", "/tmp/New.app", "-IsUpdate", "YES"}),
+            (Dictionary{{protocol::sourcePathArgument, "/tmp/New.app"}, {protocol::isUpdateArgument, "YES"}}));
 }
 
 TEST(ArgumentDomain, ValuesStayTextWhateverTheyLookLike) {
@@ -82,8 +83,8 @@ TEST(ArgumentDomain, TheLastOfTwoEqualKeysCounts) {
 }
 
 TEST_F(UserDefaultsTest, TheFrameOfTheMainWindowComesBackAsText) {
-  const auto defaults = open({"-KMInstallToolMainFrame", "{{1, 2}, {3, 4}}"});
-  EXPECT_EQ(defaults.stringForKey("KMInstallToolMainFrame"), "{{1, 2}, {3, 4}}");
+  const auto defaults = open({"-MainFrame", "{{1, 2}, {3, 4}}"});
+  EXPECT_EQ(defaults.stringForKey(protocol::mainFrameArgument), "{{1, 2}, {3, 4}}");
 }
 
 // The order of the domains.

@@ -224,10 +224,9 @@ class LaunchApplication : public ApplicationTest {
 
 TEST_F(LaunchApplication, TheArgumentsArriveAsTheyAre) {
   const std::string bundle = makeBundle("My App.app");
-  const LaunchConfiguration configuration{{"-KTResumeSelfUpdate", "YES", "", "two words", "$HOME *"}};
+  const LaunchConfiguration configuration{{"-Resume", "YES", "", "two words", "$HOME *"}};
   ASSERT_TRUE(launch(bundle, &configuration));
-  EXPECT_THAT(all(report(), "argument"),
-              ElementsAre(bundle + program, "-KTResumeSelfUpdate", "YES", "", "two words", "$HOME *"));
+  EXPECT_THAT(all(report(), "argument"), ElementsAre(bundle + program, "-Resume", "YES", "", "two words", "$HOME *"));
 }
 
 TEST_F(LaunchApplication, WithoutAConfigurationThereAreNone) {

@@ -10,6 +10,8 @@
 #include <filesystem>
 #include <string>
 
+#include "protocol/ToolProtocol.h"
+
 namespace {
 
 using testing::HasSubstr;
@@ -80,7 +82,7 @@ TEST_F(AuthorizationPolicy, GrantsWithoutInteractionWhatTheRulesGive) {
 TEST_F(AuthorizationPolicy, RunsTheToolAsRootAndSaysForWhom) {
   const auto text = output("--grant", client() + "create copy 18 execute " + (folder / "authorization_probe").string());
   EXPECT_THAT(text, HasSubstr("user 0 0\n"));
-  EXPECT_THAT(text, HasSubstr("environment KELTO_INVOKING_UID=65534\n"));
+  EXPECT_THAT(text, HasSubstr(std::string("environment ") + protocol::invokingUserVariable + "=65534\n"));
   EXPECT_THAT(text, HasSubstr("execute answers 0\n"));
   EXPECT_THAT(text, HasSubstr("authorizationd: runs a tool for user 65534\n"));
 }

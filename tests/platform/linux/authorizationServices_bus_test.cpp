@@ -12,6 +12,7 @@
 
 #include "platform/fake/FakePlatform.h"
 #include "platform/linux/AuthorizationServices.h"
+#include "protocol/ToolProtocol.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/PrivateBus.h"
 
@@ -211,12 +212,12 @@ TEST_F(AuthorizationBroker, RunsAToolWithNothingInheritedButTheUsersDataFolder) 
   const auto stream = started(probe());
   say(*stream, "report");
   const std::string user = std::to_string(::getuid());
-  EXPECT_EQ(
-      readAll(*stream),
-      "environment PATH=/usr/sbin:/usr/bin:/sbin:/bin\nenvironment LANG=C.UTF-8\nenvironment KELTO_INVOKING_UID=" + user +
-          "\nenvironment XDG_DATA_HOME=/data of mine\ndescriptor 0 socket\ndescriptor 1 socket\ndescriptor 2 "
-          "/dev/null\numask 22\nfolder /\nnew privileges none\nsession own\nuser " +
-          user + " " + user + "\narguments 0\n");
+  EXPECT_EQ(readAll(*stream),
+            "environment PATH=/usr/sbin:/usr/bin:/sbin:/bin\nenvironment LANG=C.UTF-8\nenvironment " +
+                protocol::invokingUserVariable + "=" + user +
+                "\nenvironment XDG_DATA_HOME=/data of mine\ndescriptor 0 socket\ndescriptor 1 socket\ndescriptor 2 "
+                "/dev/null\numask 22\nfolder /\nnew privileges none\nsession own\nuser " +
+                user + " " + user + "\narguments 0\n");
   ::unsetenv("KELTO_SECRET");
 }
 

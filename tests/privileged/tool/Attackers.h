@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <random>
 
+#include "protocol/ToolProtocol.h"
 #include "tests/privileged/tool/Injector.h"
 #include "tests/privileged/tool/Namespace.h"
 #include "tests/privileged/tool/TreeState.h"
@@ -83,7 +84,8 @@ class Attackers : public NamespaceTest {
     _inner = 1;
     auto names = Swapped;
     for (const char kind : {'d', 'f'}) names.push_back(innerName(0, kind));
-    for (const std::string command : {"replace item", "copy file", "move file", "remove file", "trash file"}) {
+    for (const std::string command : {protocol::replaceItemCommand, protocol::copyFileCommand, protocol::moveFileCommand,
+                                      protocol::removeFileCommand, protocol::trashFileCommand}) {
       int runs = 0;
       for (const auto& name : names) {
         for (const bool isUndone : {true, false}) {
@@ -118,13 +120,14 @@ class Attackers : public NamespaceTest {
     fs::remove_all(ground);
     makeGround(ground, User);
     // Across file systems the item is copied, which makes the most calls.
-    InstructionArchive::Instructions job{{"command", command}, {"result path", ground / "result"}};
-    if (command == "trash file" || command == "remove file") {
-      InstructionArchive::setValueForKey(job, "file path", ground / "src/App.app");
+    InstructionArchive::Instructions job{{protocol::commandKey, command}, {protocol::resultPathKey, ground / "result"}};
+    if (command == protocol::trashFileCommand || command == protocol::removeFileCommand) {
+      InstructionArchive::setValueForKey(job, protocol::filePathKey, ground / "src/App.app");
     } else {
-      InstructionArchive::setValueForKey(job, "source path", ground / "src/App.app");
-      InstructionArchive::setValueForKey(job, "destination path",
-                                         ground / (command == "replace item" ? "dst/App.app" : "dst/New.app"));
+      InstructionArchive::setValueForKey(job, protocol::sourcePathKey, ground / "src/App.app");
+      InstructionArchive::setValueForKey(
+          job, protocol::destinationPathKey,
+          ground / (command == protocol::replaceItemCommand ? "dst/App.app" : "dst/New.app"));
     }
     const auto before = looks();
     Meddler meddler{.meddle = [&] { exchange(ground / name); }};
@@ -243,7 +246,9 @@ class Attackers : public NamespaceTest {
   }
 
   std::string runSomeJob() {
-    const std::vector<std::string> commands{"replace item", "copy file", "move file", "remove file", "trash file"};
+    const std::vector<std::string> commands{protocol::replaceItemCommand, protocol::copyFileCommand,
+                                            protocol::moveFileCommand, protocol::removeFileCommand,
+                                            protocol::trashFileCommand};
     const auto ground = grounds()[_random() % 2].first;
     const auto command = commands[_random() % commands.size()];
     const auto source = (ground / (_random() % 4 == 0 ? "dst" : "src") / "App.app").string();
@@ -251,14 +256,14 @@ class Attackers : public NamespaceTest {
     const auto destination = (ground / (_random() % 4 == 0 ? "src" : "dst") / name).string();
     const auto resultPath = _random() % 3 == 0 ? folder / "arena/user/result" : result;
     if (resultPath == result) fs::resize_file(result, 0);
-    InstructionArchive::Instructions job{{"command", command}};
-    if (command == "trash file" || command == "remove file") {
-      InstructionArchive::setValueForKey(job, "file path", source);
+    InstructionArchive::Instructions job{{protocol::commandKey, command}};
+    if (command == protocol::trashFileCommand || command == protocol::removeFileCommand) {
+      InstructionArchive::setValueForKey(job, protocol::filePathKey, source);
     } else {
-      InstructionArchive::setValueForKey(job, "source path", source);
-      InstructionArchive::setValueForKey(job, "destination path", destination);
+      InstructionArchive::setValueForKey(job, protocol::sourcePathKey, source);
+      InstructionArchive::setValueForKey(job, protocol::destinationPathKey, destination);
     }
-    InstructionArchive::setValueForKey(job, "result path", resultPath);
+    InstructionArchive::setValueForKey(job, protocol::resultPathKey, resultPath);
     const auto answer = runWithBytes({Tool}, framed(InstructionArchive::archivedData(job)), environment);
     EXPECT_GE(answer.status, 0) << command;
     _lastStatus = answer.status;

@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 
+#include "protocol/ToolProtocol.h"
 #include "tests/privileged/tool/TreeState.h"
 
 namespace ToolTests {
@@ -79,7 +80,9 @@ class ReplaceCase : public FaultCase {
     _sourceTree = treeOf(_source, Ids{});
   }
   InstructionArchive::Instructions job() const override {
-    return {{"command", "replace item"}, {"source path", _source}, {"destination path", _destination}};
+    return {{protocol::commandKey, protocol::replaceItemCommand},
+            {protocol::sourcePathKey, _source},
+            {protocol::destinationPathKey, _destination}};
   }
   Found look() const override {
     const auto there = treeOf(_destination);
@@ -138,7 +141,9 @@ class CopyCase : public FaultCase {
     _tree = treeOf(_source);
   }
   InstructionArchive::Instructions job() const override {
-    return {{"command", "copy file"}, {"source path", _source}, {"destination path", _destination}};
+    return {{protocol::commandKey, protocol::copyFileCommand},
+            {protocol::sourcePathKey, _source},
+            {protocol::destinationPathKey, _destination}};
   }
   Found look() const override {
     if (treeOf(_source) != _tree) return Found::bad;
@@ -169,7 +174,9 @@ class MoveCase : public FaultCase {
     make();
   }
   InstructionArchive::Instructions job() const override {
-    return {{"command", "move file"}, {"source path", _source}, {"destination path", _destination}};
+    return {{protocol::commandKey, protocol::moveFileCommand},
+            {protocol::sourcePathKey, _source},
+            {protocol::destinationPathKey, _destination}};
   }
   Found look() const override {
     const bool isAtSource = isWholeHere(_source);
@@ -216,7 +223,9 @@ class RemoveCase : public FaultCase {
     makeRichBundle(_item, "1");
     _tree = treeOf(_item);
   }
-  InstructionArchive::Instructions job() const override { return {{"command", "remove file"}, {"file path", _item}}; }
+  InstructionArchive::Instructions job() const override {
+    return {{protocol::commandKey, protocol::removeFileCommand}, {protocol::filePathKey, _item}};
+  }
   Found look() const override {
     const auto left = treeOf(_item);
     if (left == _tree) return Found::old;
@@ -249,7 +258,9 @@ class TrashCase : public FaultCase {
     for (const auto& place : {_places.here, _places.there})
       write(place.parent_path() / (".Trash-" + std::to_string(_places.user.user)), "");
   }
-  InstructionArchive::Instructions job() const override { return {{"command", "trash file"}, {"file path", _item}}; }
+  InstructionArchive::Instructions job() const override {
+    return {{protocol::commandKey, protocol::trashFileCommand}, {protocol::filePathKey, _item}};
+  }
   Found look() const override {
     const auto left = treeOf(_item);
     if (!left.empty() && left != _old) return Found::bad;
@@ -317,7 +328,9 @@ class UpgradeCase : public FaultCase {
     _places.afterOld();
     offer(_kind == Kind::doesNotRun ? "2 does not run" : "2");
   }
-  InstructionArchive::Instructions job() const override { return {{"command", "upgrade server"}, {"file path", _app}}; }
+  InstructionArchive::Instructions job() const override {
+    return {{protocol::commandKey, protocol::upgradeServerCommand}, {protocol::filePathKey, _app}};
+  }
   Found look() const override {
     int old = 0;
     int fresh = 0;
@@ -343,7 +356,7 @@ class UpgradeCase : public FaultCase {
   bool canBeAskedAgain(Found) const override { return true; }
   // No application is there.
   InstructionArchive::Instructions refused() const override {
-    return {{"command", "upgrade server"}, {"file path", _places.here / "Library"}};
+    return {{protocol::commandKey, protocol::upgradeServerCommand}, {protocol::filePathKey, _places.here / "Library"}};
   }
 
  private:
@@ -402,7 +415,7 @@ inline std::vector<NamedCase> upgradeCases() {
     return [=](const Places& places) { return std::make_unique<UpgradeCase>(places, kind); };
   };
   return {
-      {.name = "upgrade server", .make = upgrading(UpgradeCase::Kind::runs), .needsRoot = true},
+      {.name = protocol::upgradeServerCommand, .make = upgrading(UpgradeCase::Kind::runs), .needsRoot = true},
       {.name = "upgrade server, a file more",
        .make = upgrading(UpgradeCase::Kind::runsWithNewDefinition),
        .needsRoot = true},
@@ -425,19 +438,19 @@ inline std::vector<NamedCase> itemCases() {
     return [=](const Places& places) { return std::make_unique<TrashCase>(places, across); };
   };
   return {
-      {"replace item", replacing(Kind::folder, false)},
+      {protocol::replaceItemCommand, replacing(Kind::folder, false)},
       {"replace item, many files", replacing(Kind::manyFiles, false)},
       {"replace item, a file", replacing(Kind::file, false)},
       {"replace item, nothing there", replacing(Kind::nothingThere, false)},
       {"replace item, of a user", replacing(Kind::ofAUser, false)},
       {"replace item, across", replacing(Kind::folder, true)},
-      {"copy file", copying(false)},
+      {protocol::copyFileCommand, copying(false)},
       {"copy file, across", copying(true)},
-      {"move file", moving(false, false)},
+      {protocol::moveFileCommand, moving(false, false)},
       {"move file, a file", moving(true, false)},
       {"move file, across", moving(false, true)},
-      {"remove file", [](const Places& places) { return std::make_unique<RemoveCase>(places); }},
-      {.name = "trash file", .make = trashing(false), .needsVolume = true},
+      {protocol::removeFileCommand, [](const Places& places) { return std::make_unique<RemoveCase>(places); }},
+      {.name = protocol::trashFileCommand, .make = trashing(false), .needsVolume = true},
       {.name = "trash file, across", .make = trashing(true), .needsVolume = true},
   };
 }

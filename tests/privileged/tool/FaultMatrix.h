@@ -6,6 +6,7 @@
 #include <iostream>
 #include <optional>
 
+#include "protocol/ToolProtocol.h"
 #include "tests/privileged/tool/FaultCases.h"
 #include "tests/privileged/tool/Injector.h"
 #include "tests/privileged/tool/ServerRoot.h"
@@ -64,7 +65,8 @@ class ResultTable {
     return _rows[key];
   }
   void print() const {
-    printRow({"command", "fs", "exchange", "fault"}, {"runs", "old", "new", "both", "later", "time", "gap", "bad"});
+    printRow({protocol::commandKey, "fs", "exchange", "fault"},
+             {"runs", "old", "new", "both", "later", "time", "gap", "bad"});
     Results sum;
     for (const auto& key : _order) {
       std::istringstream text(key);
@@ -195,7 +197,7 @@ class FaultMatrix : public NamespaceTest {
   }
   // What is wrong with the run; empty when nothing is.
   std::string judge(FaultCase& job, const Places& places, const Traced& traced, const Fault& fault, Results& row) {
-    const bool isOk = read(result) == "tool result ok";
+    const bool isOk = read(result) == protocol::successVerdict;
     const Found found = job.look();
     if (found != Found::bad) row.count(found);
     if (found == Found::bad) return ++row.runs, "neither old nor new";
@@ -211,7 +213,7 @@ class FaultMatrix : public NamespaceTest {
     const auto next = job.next(found);
     fs::resize_file(result, 0);
     const auto answer = runWithFault(places.tool(), bytesOf(next), environment, {}).answer;
-    if (answer.status != 0 || read(result) != "tool result ok") return "the next job failed: " + answer.text;
+    if (answer.status != 0 || read(result) != protocol::successVerdict) return "the next job failed: " + answer.text;
     if (!job.isSettled()) return "the next job did not do it all";
     return isStagingLeft(places) ? "staging is left after the next job" : "";
   }

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <functional>
 
+#include "protocol/ToolProtocol.h"
 #include "tests/privileged/tool/Namespace.h"
 #include "tests/privileged/tool/TreeState.h"
 
@@ -33,7 +34,7 @@ inline const std::vector<Way> Ways{{"replace", false},
                                    {"trash", true},
                                    {"trash", true, "trash-restore"},
                                    {"trash", true, "mv"},
-                                   {"trash", true, "move file"}};
+                                   {"trash", true, protocol::moveFileCommand}};
 
 // The letters and digits of `text`: what a test's name may have.
 inline std::string lettersOf(const std::string& text) {
@@ -81,7 +82,7 @@ class Fidelity : public NamespaceTest {
     } else {
       return trashAndRestore(way, from);
     }
-    EXPECT_EQ(read(result), "tool result ok");
+    EXPECT_EQ(read(result), protocol::successVerdict);
     EXPECT_EQ(isThere(from), way.command == "copy");
     return to;
   }
@@ -97,7 +98,7 @@ class Fidelity : public NamespaceTest {
   // Into the Trash of the user's home, by way of the tool.
   void trashWhole(const fs::path& from) {
     EXPECT_THAT(trash(from).text, ::testing::StartsWith("moved to the Trash as "));
-    EXPECT_EQ(read(result), "tool result ok");
+    EXPECT_EQ(read(result), protocol::successVerdict);
     EXPECT_FALSE(isThere(from));
     fs::resize_file(result, 0);
     // So that the user may put it back there.
@@ -133,9 +134,9 @@ class Fidelity : public NamespaceTest {
     trashWhole(from);
     EXPECT_THAT(read(infoOf()), ::testing::HasSubstr("\nPath=" + from.string() + "\n"));
     if (way.restoredBy.empty()) return trashed();
-    if (way.restoredBy == "move file") {
+    if (way.restoredBy == protocol::moveFileCommand) {
       EXPECT_EQ(move(trashed(), from).text, "moved to " + from.string() + "\n");
-      EXPECT_EQ(read(result), "tool result ok");
+      EXPECT_EQ(read(result), protocol::successVerdict);
     } else {
       const auto answer = way.restoredBy == "mv" ? restoreByMv(from) : restoreByTrashProgram(from);
       EXPECT_EQ(answer.status, 0) << answer.text;

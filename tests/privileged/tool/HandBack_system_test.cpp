@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "privileged/tool/Tree.h"
+#include "protocol/ToolProtocol.h"
 #include "tests/privileged/tool/Injector.h"
 #include "tests/privileged/tool/Namespace.h"
 #include "tests/privileged/tool/TreeState.h"
@@ -92,7 +93,7 @@ class HandBack : public NamespaceTest, public ::testing::WithParamInterface<Atta
     if (traced.calls < at) return false;
     if (held.size() > own) ++_gained;
     if (traced.answer.status != 0) ++_failed;
-    if (traced.answer.status != 0 && GetParam().command == "replace item" && own == 1) expectUntouched();
+    if (traced.answer.status != 0 && GetParam().command == protocol::replaceItemCommand && own == 1) expectUntouched();
     expectNothingOfRootsWritten(at, looked);
     EXPECT_TRUE(!isThere(_item) || statusOf(_item).st_ino == item) << "another item came to the old place, call " << at;
     asUser([&] {
@@ -121,26 +122,26 @@ class HandBack : public NamespaceTest, public ::testing::WithParamInterface<Atta
       ASSERT_EQ(::chmod((_item / Programs[0]).c_str(), 04755), 0);
       ASSERT_EQ(::chmod((_item / Programs[1]).c_str(), 02755), 0);
     }
-    if (GetParam().command == "replace item") {
+    if (GetParam().command == protocol::replaceItemCommand) {
       write(destination() / "file", "old");
       if (!GetParam().isUsersOwn) giveTree(home(), {.user = User, .group = Group});
     }
     fs::resize_file(result, 0);
   }
   std::string bytes() const {
-    InstructionArchive::Instructions job{{"command", GetParam().command}, {"result path", result}};
-    if (GetParam().command == "trash file") {
-      InstructionArchive::setValueForKey(job, "file path", _item);
+    InstructionArchive::Instructions job{{protocol::commandKey, GetParam().command}, {protocol::resultPathKey, result}};
+    if (GetParam().command == protocol::trashFileCommand) {
+      InstructionArchive::setValueForKey(job, protocol::filePathKey, _item);
     } else {
-      InstructionArchive::setValueForKey(job, "source path", _item);
-      InstructionArchive::setValueForKey(job, "destination path", destination());
+      InstructionArchive::setValueForKey(job, protocol::sourcePathKey, _item);
+      InstructionArchive::setValueForKey(job, protocol::destinationPathKey, destination());
     }
     return framed(InstructionArchive::archivedData(job));
   }
   fs::path destination() const { return home() / "Old.app"; }
   // In a folder of the user's.
   fs::path taken() const {
-    return GetParam().command == "trash file" ? home() / ".local/share/Trash/files/App.app" : destination();
+    return GetParam().command == protocol::trashFileCommand ? home() / ".local/share/Trash/files/App.app" : destination();
   }
   fs::path away() const { return taken().string() + "~"; }
   void layOwnItem() const {
@@ -180,17 +181,17 @@ TEST_P(HandBack, PutsNothingBackAsRootsThatTheUserCouldWrite) {
   std::printf("%zu runs, %d failed, in %d the user could write to what had been root's\n", at - 1, _failed, _gained);
   EXPECT_GT(_failed, 0);
   // What comes into the Trash becomes the user's; what replaces the user's item is a copy.
-  EXPECT_EQ(_gained > 0, GetParam().command == "trash file");
+  EXPECT_EQ(_gained > 0, GetParam().command == protocol::trashFileCommand);
 }
 
 const std::vector<Attack> Attacks{
-    {.name = "TrashWhoseUserTakesTheItemAway", .command = "trash file", .failsByUser = true},
-    {.name = "TrashOnAFailingDisk", .command = "trash file"},
-    {.name = "TrashWhoseUserLaysAnotherItem", .command = "trash file", .laysOwnItem = true},
-    {.name = "ReplaceWhoseUserTakesTheOldItemAway", .command = "replace item", .failsByUser = true},
-    {.name = "ReplaceOnAFailingDisk", .command = "replace item"},
-    {.name = "ReplaceWithoutSetIDBits", .command = "replace item", .hasSetIDBits = false},
-    {.name = "ReplaceOfRootsItem", .command = "replace item", .isUsersOwn = true}};
+    {.name = "TrashWhoseUserTakesTheItemAway", .command = protocol::trashFileCommand, .failsByUser = true},
+    {.name = "TrashOnAFailingDisk", .command = protocol::trashFileCommand},
+    {.name = "TrashWhoseUserLaysAnotherItem", .command = protocol::trashFileCommand, .laysOwnItem = true},
+    {.name = "ReplaceWhoseUserTakesTheOldItemAway", .command = protocol::replaceItemCommand, .failsByUser = true},
+    {.name = "ReplaceOnAFailingDisk", .command = protocol::replaceItemCommand},
+    {.name = "ReplaceWithoutSetIDBits", .command = protocol::replaceItemCommand, .hasSetIDBits = false},
+    {.name = "ReplaceOfRootsItem", .command = protocol::replaceItemCommand, .isUsersOwn = true}};
 std::string nameOf(const ::testing::TestParamInfo<Attack>& info) { return info.param.name; }
 INSTANTIATE_TEST_SUITE_P(Of, HandBack, ::testing::ValuesIn(Attacks), nameOf);
 

@@ -1,6 +1,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include "protocol/ToolProtocol.h"
 #include "tests/privileged/tool/ToolRun.h"
 
 namespace ToolTests {
@@ -19,7 +20,11 @@ class Refusal : public ToolTest {
   }
   ~Refusal() override { EXPECT_EQ(snapshot(folder), before); }
 
-  Instructions removeApp() const { return {{"command", "remove file"}, {"file path", app}, {"result path", result}}; }
+  Instructions removeApp() const {
+    return {{protocol::commandKey, protocol::removeFileCommand},
+            {protocol::filePathKey, app},
+            {protocol::resultPathKey, result}};
+  }
   Answer send(const std::string& bytes) { return runWithBytes(command, bytes, environment, true); }
   Answer sendInstruction(const Instructions& instructions) { return send(framed(archivedData(instructions))); }
 
@@ -51,15 +56,15 @@ TEST_F(Refusal, BytesInTheLengthThatFollowTheDictionary) {
 }
 
 TEST_F(Refusal, AnUnknownCommand) {
-  expectRefusal(run({{"command", "format disk"}, {"file path", app}}), "unknown command");
+  expectRefusal(run({{protocol::commandKey, "format disk"}, {protocol::filePathKey, app}}), "unknown command");
 }
 TEST_F(Refusal, ACommandInCapitals) {
-  expectRefusal(run({{"command", "Remove File"}, {"file path", app}}), "unknown command");
+  expectRefusal(run({{protocol::commandKey, "Remove File"}, {protocol::filePathKey, app}}), "unknown command");
 }
-TEST_F(Refusal, NoCommand) { expectRefusal(run({{"file path", app}}), "\"command\""); }
-TEST_F(Refusal, AReasonWithALineFeedStaysOneLine) { expectRefusal(run({{"command", "a\nb"}}), "a?b"); }
+TEST_F(Refusal, NoCommand) { expectRefusal(run({{protocol::filePathKey, app}}), "\"command\""); }
+TEST_F(Refusal, AReasonWithALineFeedStaysOneLine) { expectRefusal(run({{protocol::commandKey, "a\nb"}}), "a?b"); }
 TEST_F(Refusal, AVeryLongReasonStaysShort) {
-  const auto answer = run({{"command", std::string(5000, 'x')}});
+  const auto answer = run({{protocol::commandKey, std::string(5000, 'x')}});
   expectRefusal(answer, "unknown command");
   EXPECT_LT(answer.text.size(), 512U);
 }
@@ -70,31 +75,39 @@ struct Missing {
 };
 class MissingKey : public Refusal, public ::testing::WithParamInterface<Missing> {};
 TEST_P(MissingKey, IsRefused) {
-  Instructions instructions{{"command", GetParam().command}};
-  const bool two = std::string(GetParam().key) != "file path";
-  if (two && std::string(GetParam().key) != "source path") instructions.emplace_back("source path", newApp);
-  if (two && std::string(GetParam().key) != "destination path") instructions.emplace_back("destination path", app);
+  Instructions instructions{{protocol::commandKey, GetParam().command}};
+  const bool two = std::string(GetParam().key) != protocol::filePathKey;
+  if (two && std::string(GetParam().key) != protocol::sourcePathKey)
+    instructions.emplace_back(protocol::sourcePathKey, newApp);
+  if (two && std::string(GetParam().key) != protocol::destinationPathKey)
+    instructions.emplace_back(protocol::destinationPathKey, app);
   expectRefusal(run(instructions), "no \"" + std::string(GetParam().key) + "\"");
 }
 INSTANTIATE_TEST_SUITE_P(Refusal, MissingKey,
-                         ::testing::Values(Missing{"trash file", "file path"}, Missing{"remove file", "file path"},
-                                           Missing{"upgrade server", "file path"}, Missing{"copy file", "source path"},
-                                           Missing{"copy file", "destination path"}, Missing{"move file", "source path"},
-                                           Missing{"move file", "destination path"}, Missing{"replace item", "source path"},
-                                           Missing{"replace item", "destination path"}));
+                         ::testing::Values(Missing{protocol::trashFileCommand, protocol::filePathKey},
+                                           Missing{protocol::removeFileCommand, protocol::filePathKey},
+                                           Missing{protocol::upgradeServerCommand, protocol::filePathKey},
+                                           Missing{protocol::copyFileCommand, protocol::sourcePathKey},
+                                           Missing{protocol::copyFileCommand, protocol::destinationPathKey},
+                                           Missing{protocol::moveFileCommand, protocol::sourcePathKey},
+                                           Missing{protocol::moveFileCommand, protocol::destinationPathKey},
+                                           Missing{protocol::replaceItemCommand, protocol::sourcePathKey},
+                                           Missing{protocol::replaceItemCommand, protocol::destinationPathKey}));
 
 TEST_F(Refusal, NoResultPath) {
-  expectRefusal(sendInstruction({{"command", "remove file"}, {"file path", app}}), "\"result path\"");
+  expectRefusal(sendInstruction({{protocol::commandKey, protocol::removeFileCommand}, {protocol::filePathKey, app}}),
+                "\"result path\"");
 }
 
 class AllCommands : public Refusal, public ::testing::WithParamInterface<const char*> {
  protected:
   Answer runOn(const std::string& path) {
     const std::string name = GetParam();
-    if (name == "trash file" || name == "remove file" || name == "upgrade server") {
-      return run({{"command", name}, {"file path", path}});
+    if (name == protocol::trashFileCommand || name == protocol::removeFileCommand ||
+        name == protocol::upgradeServerCommand) {
+      return run({{protocol::commandKey, name}, {protocol::filePathKey, path}});
     }
-    return run({{"command", name}, {"source path", newApp}, {"destination path", path}});
+    return run({{protocol::commandKey, name}, {protocol::sourcePathKey, newApp}, {protocol::destinationPathKey, path}});
   }
 };
 TEST_P(AllCommands, RefuseARelativePath) { expectRefusal(runOn("App.app"), "not absolute"); }
@@ -110,8 +123,9 @@ TEST_P(AllCommands, RefuseAPathThatIsTooLong) { expectRefusal(runOn("/" + std::s
 TEST_P(AllCommands, RefuseAPathThroughAFile) { expectRefusal(runOn(app / "Contents/Info.plist/x"), "not a folder"); }
 TEST_P(AllCommands, RefuseAPathThroughAMissingFolder) { expectRefusal(runOn(folder / "Missing/App.app"), "cannot open"); }
 INSTANTIATE_TEST_SUITE_P(Refusal, AllCommands,
-                         ::testing::Values("trash file", "remove file", "upgrade server", "copy file", "move file",
-                                           "replace item"));
+                         ::testing::Values(protocol::trashFileCommand, protocol::removeFileCommand,
+                                           protocol::upgradeServerCommand, protocol::copyFileCommand,
+                                           protocol::moveFileCommand, protocol::replaceItemCommand));
 
 TEST_F(Refusal, NothingToRemove) { expectRefusal(remove(folder / "Missing"), "nothing is at"); }
 TEST_F(Refusal, NothingToTrash) { expectRefusal(trash(folder / "Missing"), "nothing is at"); }
@@ -127,9 +141,11 @@ TEST_F(Refusal, CopyingOverSomething) { expectRefusal(copy(newApp, app), "alread
 class RefusedResultFile : public ToolTest {
  protected:
   void expectRefused(const fs::path& path, const std::string& reason) {
-    const auto answer = runWithBytes(
-        command, framed(archivedData({{"command", "remove file"}, {"file path", item}, {"result path", path}})),
-        environment);
+    const auto answer = runWithBytes(command,
+                                     framed(archivedData({{protocol::commandKey, protocol::removeFileCommand},
+                                                          {protocol::filePathKey, item},
+                                                          {protocol::resultPathKey, path}})),
+                                     environment);
     EXPECT_EQ(answer.status, 1);
     EXPECT_THAT(answer.text, ::testing::HasSubstr(reason));
     EXPECT_EQ(read(item), "item");
@@ -162,28 +178,34 @@ TEST_F(RefusedResultFile, ThatHasTwoNames) {
   EXPECT_EQ(read(result), "");
 }
 TEST_F(RefusedResultFile, ThatBelongsToSomeoneElse) {
-  if (::geteuid() == 0) environment.emplace_back("KELTO_INVOKING_UID=65534");
+  if (::geteuid() == 0) environment.emplace_back(std::string(protocol::invokingUserVariable) + "=65534");
   expectRefused(::geteuid() == 0 ? result : fs::path("/etc/hostname"), "someone else");
 }
 TEST_F(RefusedResultFile, ThatIsNotEmpty) {
-  write(result, "tool result ok");
+  write(result, protocol::successVerdict);
   expectRefused(result, "not empty");
 }
 TEST_F(RefusedResultFile, ThatIsNamedRelatively) { expectRefused("result", "not absolute"); }
 TEST_F(RefusedResultFile, WhenTheInvokingUserIsNoNumber) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root takes the invoking user from its environment";
-  environment.emplace_back("KELTO_INVOKING_UID=root");
+  environment.emplace_back(std::string(protocol::invokingUserVariable) + "=root");
   expectRefused(result, "not known");
 }
 
 TEST_F(RefusedResultFile, ThatIsTheOutputFileToo) {
-  expectRefusal(run({{"command", "remove file"}, {"file path", item}, {"output path", result}}), "same file");
+  expectRefusal(run({{protocol::commandKey, protocol::removeFileCommand},
+                     {protocol::filePathKey, item},
+                     {protocol::outputPathKey, result}}),
+                "same file");
   EXPECT_EQ(read(item), "item");
 }
 TEST_F(RefusedResultFile, AnOutputFileThatIsALink) {
   write(folder / "output", "");
   fs::create_symlink("output", folder / "link");
-  expectRefusal(run({{"command", "remove file"}, {"file path", item}, {"output path", folder / "link"}}), "link");
+  expectRefusal(run({{protocol::commandKey, protocol::removeFileCommand},
+                     {protocol::filePathKey, item},
+                     {protocol::outputPathKey, folder / "link"}}),
+                "link");
   EXPECT_EQ(read(item), "item");
 }
 
@@ -248,7 +270,7 @@ TEST_F(Links, OfTheInvokingUserAreFollowedToFoldersOfTheirs) {
   if (::geteuid() != 0) GTEST_SKIP() << "needs root to give a folder away";
   for (const auto& path : {holder, real}) ASSERT_EQ(::chown(path.c_str(), 65534, 65534), 0);
   ASSERT_EQ(::chown(result.c_str(), 65534, 65534), 0);
-  environment.emplace_back("KELTO_INVOKING_UID=65534");
+  environment.emplace_back(std::string(protocol::invokingUserVariable) + "=65534");
   expectSuccess(remove(holder / "link/item"));
 }
 
@@ -256,8 +278,9 @@ using Wire = ToolTest;
 
 TEST_F(Wire, TheInstructionMayComeInPieces) {
   write(folder / "item", "item");
-  const auto bytes =
-      framed(archivedData({{"command", "remove file"}, {"file path", folder / "item"}, {"result path", result}}));
+  const auto bytes = framed(archivedData({{protocol::commandKey, protocol::removeFileCommand},
+                                          {protocol::filePathKey, folder / "item"},
+                                          {protocol::resultPathKey, result}}));
   int ends[2];
   ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
   const pid_t child = spawn(command, ends[1], {});
@@ -265,22 +288,24 @@ TEST_F(Wire, TheInstructionMayComeInPieces) {
   for (const char byte : bytes) ASSERT_EQ(::send(ends[0], &byte, 1, MSG_NOSIGNAL), 1);
   char answer[512];
   EXPECT_GT(::read(ends[0], answer, sizeof answer), 0);
-  EXPECT_EQ(read(result), "tool result ok") << "the verdict stands before anything is printed";
+  EXPECT_EQ(read(result), protocol::successVerdict) << "the verdict stands before anything is printed";
   ::close(ends[0]);
   ::waitpid(child, nullptr, 0);
 }
 
 TEST_F(Wire, BytesAfterTheArchiveAreNotWaitedForNorRead) {
   write(folder / "item", "item");
-  const auto bytes =
-      framed(archivedData({{"command", "remove file"}, {"file path", folder / "item"}, {"result path", result}}));
+  const auto bytes = framed(archivedData({{protocol::commandKey, protocol::removeFileCommand},
+                                          {protocol::filePathKey, folder / "item"},
+                                          {protocol::resultPathKey, result}}));
   expectSuccess(runWithBytes(command, bytes + "more", environment));
 }
 
 TEST_F(Wire, ACallerThatLeavesBeforeTheAnswerStillGetsItsVerdict) {
   write(folder / "item", "item");
-  const auto bytes =
-      framed(archivedData({{"command", "remove file"}, {"file path", folder / "item"}, {"result path", result}}));
+  const auto bytes = framed(archivedData({{protocol::commandKey, protocol::removeFileCommand},
+                                          {protocol::filePathKey, folder / "item"},
+                                          {protocol::resultPathKey, result}}));
   int ends[2];
   ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
   const pid_t child = spawn(command, ends[1], {});
@@ -290,19 +315,23 @@ TEST_F(Wire, ACallerThatLeavesBeforeTheAnswerStillGetsItsVerdict) {
   int status = 0;
   ::waitpid(child, &status, 0);
   EXPECT_TRUE(WIFEXITED(status));
-  EXPECT_EQ(read(result), "tool result ok");
+  EXPECT_EQ(read(result), protocol::successVerdict);
 }
 
 TEST_F(Wire, TheOutputFileGetsASentence) {
   write(folder / "item", "item");
   write(folder / "output", "");
-  expectSuccess(run({{"command", "remove file"}, {"file path", folder / "item"}, {"output path", folder / "output"}}));
+  expectSuccess(run({{protocol::commandKey, protocol::removeFileCommand},
+                     {protocol::filePathKey, folder / "item"},
+                     {protocol::outputPathKey, folder / "output"}}));
   EXPECT_EQ(read(folder / "output"), "removed " + (folder / "item").string());
 }
 
 TEST_F(Wire, AFailureWritesNothingIntoTheOutputFile) {
   write(folder / "output", "");
-  expectRefusal(run({{"command", "remove file"}, {"file path", folder / "item"}, {"output path", folder / "output"}}),
+  expectRefusal(run({{protocol::commandKey, protocol::removeFileCommand},
+                     {protocol::filePathKey, folder / "item"},
+                     {protocol::outputPathKey, folder / "output"}}),
                 "nothing");
   EXPECT_EQ(read(folder / "output"), "");
 }

@@ -3,6 +3,7 @@
 #include <sched.h>
 #include <sys/mount.h>
 
+#include "protocol/ToolProtocol.h"
 #include "tests/privileged/tool/ToolRun.h"
 
 namespace ToolTests {
@@ -63,7 +64,7 @@ class NamespaceTest : public ToolTest {
       bind(folder / "passwd", "/etc/passwd");
       fs::permissions(folder, fs::perms(0755));
       giveToUser(result);
-      environment.push_back("KELTO_INVOKING_UID=" + number);
+      environment.push_back(std::string(protocol::invokingUserVariable) + "=" + number);
     }
     write(folder / "passwd",
           _accounts + "tester:x:" + number + ":" + std::to_string(Group) + "::" + home.string() + ":/bin/sh\n");

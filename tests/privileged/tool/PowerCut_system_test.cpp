@@ -1,5 +1,6 @@
 #include <algorithm>
 
+#include "protocol/ToolProtocol.h"
 #include "tests/privileged/tool/PowerCut.h"
 
 namespace ToolTests {
@@ -9,7 +10,9 @@ TEST_F(PowerCut, LeavesTheOldOrTheNewItemWhole) {
   printHead();
   Cuts all;
   for (const auto& named : itemCases()) {
-    if (named.name != "replace item" && named.name != "move file, across" && named.name != "trash file") continue;
+    if (named.name != protocol::replaceItemCommand && named.name != "move file, across" &&
+        named.name != protocol::trashFileCommand)
+      continue;
     const auto cuts = cut(named, FileSystemKinds.front(), {}, 2);
     EXPECT_EQ(cuts.torn, 0) << named.name;
     EXPECT_EQ(cuts.gap, 0) << named.name;
@@ -31,7 +34,7 @@ TEST_F(PowerCut, LeavesTheOldOrTheNewItemWholeThatWasJustWritten) {
 TEST_F(PowerCut, LeavesATrashedItemToItsUserAfterTheVerdict) {
   printHead();
   const auto cases = itemCases();
-  const auto named = std::ranges::find(cases, "trash file", &NamedCase::name);
+  const auto named = std::ranges::find(cases, protocol::trashFileCommand, &NamedCase::name);
   const auto kind = std::ranges::find(FileSystemKinds, "xfs", &FileSystemKind::name);
   const auto cuts = cut(*named, *kind, {});
   if (cuts.cuts == 0) GTEST_SKIP() << "no disk can be recorded here";

@@ -1,5 +1,6 @@
 #include <optional>
 
+#include "protocol/ToolProtocol.h"
 #include "tests/privileged/tool/ToolRun.h"
 
 namespace ToolTests {
@@ -52,8 +53,9 @@ class UpgradeServer : public ToolTest {
   };
   // Starts the installed server, runs the tool and looks what runs afterwards. Empty when this machine cannot.
   std::optional<Upgrade> upgrade(const std::string& afterwards = "true") {
-    const InstructionArchive::Instructions instructions{
-        {"command", "upgrade server"}, {"file path", app}, {"result path", result}};
+    const InstructionArchive::Instructions instructions{{protocol::commandKey, protocol::upgradeServerCommand},
+                                                        {protocol::filePathKey, app},
+                                                        {protocol::resultPathKey, result}};
     write(folder / "instruction", framed(InstructionArchive::archivedData(instructions)));
     const auto show = "systemctl show --property=MainPID --value " + Label + ".service";
     write(folder / "job.sh", "cd '" + folder.string() + "'\nsystemctl start " + Label + "\n" + show + " > before\n" + Tool +

@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "protocol/InstructionArchive.h"
+#include "protocol/ToolProtocol.h"
 
 namespace ToolTests {
 
@@ -154,24 +155,34 @@ class ToolTest : public ::testing::Test {
     return runWithBytes(command, bytesOf(instructions), environment);
   }
   [[nodiscard]] std::string bytesOf(InstructionArchive::Instructions instructions) const {
-    InstructionArchive::setValueForKey(instructions, "result path", result);
+    InstructionArchive::setValueForKey(instructions, protocol::resultPathKey, result);
     return framed(InstructionArchive::archivedData(instructions));
   }
   Answer replace(const fs::path& destination, const fs::path& source) {
-    return run({{"command", "replace item"}, {"source path", source}, {"destination path", destination}});
+    return run({{protocol::commandKey, protocol::replaceItemCommand},
+                {protocol::sourcePathKey, source},
+                {protocol::destinationPathKey, destination}});
   }
   Answer move(const fs::path& source, const fs::path& destination) {
-    return run({{"command", "move file"}, {"source path", source}, {"destination path", destination}});
+    return run({{protocol::commandKey, protocol::moveFileCommand},
+                {protocol::sourcePathKey, source},
+                {protocol::destinationPathKey, destination}});
   }
   Answer copy(const fs::path& source, const fs::path& destination) {
-    return run({{"command", "copy file"}, {"source path", source}, {"destination path", destination}});
+    return run({{protocol::commandKey, protocol::copyFileCommand},
+                {protocol::sourcePathKey, source},
+                {protocol::destinationPathKey, destination}});
   }
-  Answer remove(const fs::path& path) { return run({{"command", "remove file"}, {"file path", path}}); }
-  Answer trash(const fs::path& path) { return run({{"command", "trash file"}, {"file path", path}}); }
+  Answer remove(const fs::path& path) {
+    return run({{protocol::commandKey, protocol::removeFileCommand}, {protocol::filePathKey, path}});
+  }
+  Answer trash(const fs::path& path) {
+    return run({{protocol::commandKey, protocol::trashFileCommand}, {protocol::filePathKey, path}});
+  }
 
   void expectSuccess(const Answer& answer) {
     EXPECT_EQ(answer.status, 0) << answer.text;
-    EXPECT_EQ(read(result), "tool result ok");
+    EXPECT_EQ(read(result), protocol::successVerdict);
     EXPECT_TRUE(answer.text.size() < 512 && answer.text.ends_with('\n')) << answer.text;
     expectNothingLeftBehind();
     fs::resize_file(result, 0);

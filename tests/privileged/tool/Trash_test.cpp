@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "protocol/ToolProtocol.h"
 #include "tests/privileged/tool/ToolRun.h"
 
 namespace ToolTests {
@@ -47,7 +48,9 @@ TEST_F(TrashFile, SaysWhereItWasAndWhenItWent) {
 TEST_F(TrashFile, TellsItsPlaceInTheOutput) {
   write(folder / "item", "item");
   write(folder / "output", "");
-  expectSuccess(run({{"command", "trash file"}, {"file path", folder / "item"}, {"output path", folder / "output"}}));
+  expectSuccess(run({{protocol::commandKey, protocol::trashFileCommand},
+                     {protocol::filePathKey, folder / "item"},
+                     {protocol::outputPathKey, folder / "output"}}));
   EXPECT_EQ(read(folder / "output"), (trashFolder / "files/item").string());
 }
 

@@ -8,48 +8,87 @@ from pathlib import Path
 sys.path.insert(0, str(Path(__file__).parent))
 import include_lint  # noqa: E402
 
+TABLE = """# Page
+
+| folder | holds | may include |
+|---|---|---|
+| `app/` | the program | everything |
+| `tool/` | a program of its own | `foundation/UTF8.h`, POSIX headers |
+| `kit/` | strings | `platform/` |
+| `kit/Localizer.h`, `kit/Localizer.cpp` | texts | `logging/Logger.h` |
+| `logging/` | records | `kit/Bundle.h` |
+| `foundation/` | text | the standard library |
+| `platform/` | the seam | `foundation/` |
+| `platform/linux/` | the seam on Linux | `platform/`, third-party headers |
+| `tests/`, `fuzz/` | tests | everything |
+
+| another | table |
+|---|---|
+| `other/` | is not read |
+"""
+# One include for every arrow of the table.
+USED = {
+    "tool/t.cpp": '#include "foundation/UTF8.h"\n', "kit/k.h": '#include "platform/p.h"\n',
+    "kit/Localizer.h": '#include "logging/Logger.h"\n', "kit/Localizer.cpp": '#include "logging/Logger.h"\n',
+    "logging/l.cpp": '#include "kit/Bundle.h"\n', "platform/p.h": '#include "foundation/UTF8.h"\n',
+    "platform/linux/l.cpp": '#include "platform/p.h"\n'}
+
 
 class IncludeLint(unittest.TestCase):
-    def problems(self, **files):
+    def problems(self, files, table=TABLE):
         with tempfile.TemporaryDirectory() as folder:
             root = Path(folder)
-            for name, text in files.items():
-                path = root / name.replace("__", "/").replace("_DOT_", ".")
+            for name, text in {"ARCHITECTURE.md": table, **USED, **files}.items():
+                path = root / name
                 path.parent.mkdir(parents=True, exist_ok=True)
                 path.write_text(text)
             return include_lint.lint(root)[1]
 
+    def assert_one(self, start, files, **more):
+        found = self.problems(files, **more)
+        self.assertEqual(1, len(found), found)
+        self.assertTrue(found[0].startswith(start), found[0])
+
     def test_allowed_arrows_pass(self):
-        self.assertEqual([], self.problems(
-            app__a_DOT_cpp='#include "privileged/p.h"\n#include <string>\n',
-            privileged__p_DOT_h='#include "platform/q.h"\n', platform__q_DOT_h='#include <vector>\n'))
+        self.assertEqual([], self.problems({"kit/a.cpp": '#include "kit/k.h"\n#include "platform/p.h"\n#include <string>\n'}))
 
     def test_an_arrow_upwards_is_found(self):
-        self.assertIn('kit/k.cpp:1', self.problems(kit__k_DOT_cpp='#include "app/a.h"\n')[0])
+        self.assert_one("kit/a.cpp:1: ", {"kit/a.cpp": '#include "app/a.h"\n'})
 
-    def test_logging_may_read_only_two_kit_files(self):
-        self.assertEqual([], self.problems(logging__l_DOT_cpp='#include "kit/NSBundle+Kelto.h"\n'))
-        self.assertEqual(1, len(self.problems(logging__l_DOT_cpp='#include "kit/KTLocalizer.h"\n')))
+    def test_everything_means_any_folder_and_library_but_no_unknown_folder(self):
+        self.assertEqual([], self.problems({"tests/t.cpp": '#include "app/a.h"\n#include "platform/linux/l.h"\n#include <QImage>\n'}))
+        self.assert_one("fuzz/t.cpp:1: ", {"fuzz/t.cpp": '#include "other/a.h"\n'})
 
-    def test_the_platform_above_does_not_see_linux(self):
-        self.assertEqual(1, len(self.problems(app__a_DOT_cpp='#include "platform/linux/Bus.h"\n')))
+    def test_an_arrow_to_a_file_does_not_reach_its_neighbours(self):
+        self.assert_one("logging/m.cpp:1: ", {"logging/m.cpp": '#include "kit/Localizer.h"\n'})
 
-    def test_a_third_party_header_outside_the_platform_is_found(self):
-        self.assertEqual(1, len(self.problems(ui__u_DOT_cpp='#include <systemd/sd-bus.h>\n')))
-        self.assertEqual(0, len(self.problems(platform__linux__u_DOT_cpp='#include <systemd/sd-bus.h>\n')))
+    def test_an_arrow_to_a_folder_does_not_reach_a_folder_inside_with_its_own_row(self):
+        self.assert_one("kit/a.cpp:1: ", {"kit/a.cpp": '#include "platform/linux/l.h"\n'})
+
+    def test_only_the_files_of_a_row_have_its_arrows(self):
+        self.assert_one("kit/a.cpp:1: ", {"kit/a.cpp": '#include "logging/Logger.h"\n'})
+
+    def test_an_arrow_that_no_file_uses_is_found(self):
+        self.assert_one("ARCHITECTURE.md: no file uses the arrow from kit to platform", {"kit/k.h": "\n"})
+
+    def test_a_third_party_header_outside_its_folders_is_found(self):
+        self.assertEqual([], self.problems({"platform/linux/b.cpp": "#include <systemd/sd-bus.h>\n"}))
+        self.assert_one("kit/a.cpp:1: ", {"kit/a.cpp": "#include <systemd/sd-bus.h>\n"})
+        self.assert_one("kit/a.cpp:1: ", {"kit/a.cpp": "#include <QImage>\n"})
 
     def test_the_tool_may_use_the_bare_system_but_no_library(self):
-        self.assertEqual(0, len(self.problems(privileged__tool__t_DOT_cpp='#include <sys/stat.h>\n')))
-        self.assertEqual(1, len(self.problems(privileged__tool__t_DOT_cpp='#include <systemd/sd-bus.h>\n')))
-        self.assertEqual(1, len(self.problems(privileged__tool__t_DOT_cpp='#include "kit/KTLocalizer.h"\n')))
+        self.assertEqual([], self.problems({"tool/a.cpp": "#include <sys/stat.h>\n"}))
+        self.assert_one("tool/a.cpp:1: ", {"tool/a.cpp": "#include <systemd/sd-bus.h>\n"})
 
-    def test_an_operating_system_test_outside_the_platform_is_found(self):
-        self.assertEqual(1, len(self.problems(kit__k_DOT_cpp='#ifdef __linux__\n#endif\n')))
+    def test_a_question_for_the_operating_system_is_found(self):
+        self.assert_one("kit/a.cpp:1: ", {"kit/a.cpp": "#ifdef __linux__\n#endif\n"})
 
     def test_a_loop_is_found(self):
-        found = self.problems(kit__a_DOT_h='#include "kit/b.h"\n', kit__b_DOT_h='#include "kit/a.h"\n')
-        self.assertEqual(1, len(found))
-        self.assertIn("loop: kit/a.h -> kit/b.h -> kit/a.h", found[0])
+        self.assert_one("loop: kit/a.h -> kit/b.h -> kit/a.h",
+                        {"kit/a.h": '#include "kit/b.h"\n', "kit/b.h": '#include "kit/a.h"\n'})
+
+    def test_a_page_without_the_table_is_found(self):
+        self.assert_one("ARCHITECTURE.md has no table", {}, table="# Page\n")
 
 
 if __name__ == "__main__":

@@ -1,6 +1,6 @@
 #include "ui/NSColor+KTColorAdditions.h"
 
-namespace NSColor::KTColorAdditions {
+namespace NSColor::inline KTColorAdditions {
 
 foundation::Color colorWithStandardRed_green_blue(double red, double green, double blue) {
   return colorWithStandardRed_green_blue_alpha(red, green, blue, 1);
@@ -14,4 +14,4 @@ foundation::Color colorWithStandardWhite_alpha(double white, double alpha) {
   return colorWithStandardRed_green_blue_alpha(white, white, white, alpha);
 }
 
-}  // namespace NSColor::KTColorAdditions
+}  // namespace NSColor::inline KTColorAdditions

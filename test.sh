@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds, and runs every test that can run on this machine.
+# Installs what is missing, builds, and runs every test that can run on this machine. ./check.sh has the stricter checks.
 #
 #   ./test.sh               everything but what is labelled slow
 #   ./test.sh --slow        the slow ones too

@@ -1,0 +1,82 @@
+#!/usr/bin/env bash
+# The checks that are too long for ./test.sh: whole builds with other compilers and settings, clang-tidy, sanitizers.
+#
+#   ./check.sh              all of them
+#   ./check.sh NAME...      some, by the names of the functions below: lints clang tidy address thread release
+set -euo pipefail
+top=$(dirname "$(readlink -f "$0")")
+cd "$top"
+jobs=$(nproc)
+
+configure() {  # PRESET [more arguments]
+  [ -f "build/$1/build.ninja" ] || cmake --preset "$@" >/dev/null
+}
+
+unit_tests() {  # PRESET FOLDERS EXCEPT
+  ctest --test-dir "build/$1" --no-tests=error -j "$jobs" -L unit -R "$2" -E "$3" --timeout 300 --output-on-failure 2>&1 |
+    scripts/test-progress.awk
+}
+
+# The checks of the sources that need no compiler.
+lints() {
+  configure dev
+  ctest --test-dir build/dev --no-tests=error -j "$jobs" -L lint --output-on-failure
+}
+
+# The other compiler, every warning an error, each file by itself: without precompiled headers and without joined tests.
+clang() {
+  configure clang
+  cmake --build build/clang
+}
+
+# Product and tests, read the way build/tidy would compile them.
+tidy() {
+  configure tidy
+  cmake --build build/tidy --target kelto_joined_tests
+  python3 tests/lint/tidy_lint.py . build/tidy
+}
+
+# Addresses, leaks and undefined behaviour in all unit tests.
+address() {
+  local except=(
+    # The fork happens inside a library call that the sanitizer replaces, so its own locks are held in the child.
+    'Fork'
+    # A process with an address space limit cannot map the sanitizer's shadow memory.
+    'AddressSpace'
+    # The tool's system call filter does not allow the calls that the sanitizer adds.
+    'Rights'
+    # They compile or run programs of their own, which the sanitizer does not see.
+    'formats_are_checked_while_compiling'
+  )
+  configure asan
+  cmake --build build/asan --target kelto_unit_tests
+  UBSAN_OPTIONS=print_stacktrace=1 unit_tests asan . "$(IFS='|' && echo "${except[*]}")"
+}
+
+# Data races where threads are: dispatch, logging and the platform.
+thread() {
+  local except=(
+    # The sanitizer ends a process that forks while it has several threads.
+    'Fork'
+    'Process(es|Ends)'
+  )
+  configure tsan
+  cmake --build build/tsan --target test_foundation_dispatch_unit test_platform_unit test_platform_linux_unit test_logging_unit
+  unit_tests tsan '^(foundation/dispatch|platform|platform/linux|logging)/[A-Z]' "$(IFS='|' && echo "${except[*]}")"
+}
+
+# The build that ships, every warning an error.
+release() {
+  configure release -DCMAKE_COMPILE_WARNING_AS_ERROR=ON
+  cmake --build build/release
+}
+
+scripts/install-packages.sh
+checks=("$@")
+[ ${#checks[@]} -gt 0 ] || checks=(lints clang tidy address thread release)
+for check in "${checks[@]}"; do
+  echo "== $check"
+  SECONDS=0
+  "$check"
+  echo "== $check passed after $SECONDS s"
+done

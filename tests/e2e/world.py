@@ -7,6 +7,7 @@ import shutil
 import tempfile
 import time
 
+import protocol
 from desktop import Account, Desktop, Failure, is_running, print_logs, processes_of, wait_for
 from road import PROJECT, Road, alerts_of, version_of
 
@@ -133,7 +134,7 @@ class World(Bare):
         process = road.relaunched_controller(bundle)
         state = "Resumed its self-update" if resumed else "Ready"
         equal("the window of the new version", road.texts_of_window(process), ["Kelto", "Version 2.0", state])
-        expected = ["-KTResumeSelfUpdate", "YES"] if resumed else []
+        expected = [protocol.resumeArgument, "YES"] if resumed else []
         equal("the arguments of the new version", arguments_of(process)[1:], expected)
         road.installer_gone(installer)
         equal("the version on disk", version_of(bundle or road.installed), "2.0")

@@ -108,7 +108,9 @@ TEST_F(AssistantToolExchange, AnExistingFileIsReplacedByAnEmptyOne) {
 }
 
 TEST_F(AssistantToolExchange, ResultTextMustMatchExactly) {
-  for (const char* text : {"tool result ok\n", "Tool result ok", "tool result ok ", "", "tool result", "failed"}) {
+  const std::string ok = protocol::successVerdict;
+  for (const std::string& text :
+       {ok + "\n", "T" + ok.substr(1), ok + " ", std::string(), ok.substr(0, ok.size() - 3), std::string("failed")}) {
     tool.results[protocol::removeFileCommand] = text;
     EXPECT_FALSE(run()) << text;
   }

@@ -38,8 +38,9 @@ const std::string NextString = bytesOf("92 84 97 98");
 const std::string Top = Header + bytesOf("840140 84") + DictionaryClass + bytesOf("840169");  // up to the number of pairs
 
 std::string exampleArchive() {
-  return Top + "\x02" + FirstString + "\x07" + "command\x86" + NextString + "\x0a" + "trash file\x86" + NextString +
-         "\x09" + "file path\x86" + NextString + "\x06" + "/A.app\x86\x86";
+  return Top + "\x02" + FirstString + "\x07" + protocol::commandKey + "\x86" + NextString + "\x0a" +
+         protocol::trashFileCommand + "\x86" + NextString + "\x09" + protocol::filePathKey + "\x86" + NextString + "\x06" +
+         "/A.app\x86\x86";
 }
 const Instructions ExampleInstructions{{protocol::commandKey, protocol::trashFileCommand},
                                        {protocol::filePathKey, "/A.app"}};

@@ -21,7 +21,6 @@
 
 namespace {
 
-using namespace foundation;
 using namespace platform;
 
 class ErrorLog final : public SystemLog {

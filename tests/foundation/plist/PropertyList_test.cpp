@@ -9,7 +9,7 @@
 #include <limits>
 #include <span>
 
-#include "foundation/text/UTF16.h"
+#include "foundation/text/UTF8.h"
 #include "tests/support/TemporaryFolder.h"
 
 using namespace std::chrono_literals;

@@ -416,10 +416,8 @@ inline std::vector<NamedCase> upgradeCases() {
   };
   return {
       {.name = protocol::upgradeServerCommand, .make = upgrading(UpgradeCase::Kind::runs), .needsRoot = true},
-      {.name = "upgrade server, a file more",
-       .make = upgrading(UpgradeCase::Kind::runsWithNewDefinition),
-       .needsRoot = true},
-      {.name = "upgrade server, and back", .make = upgrading(UpgradeCase::Kind::doesNotRun), .needsRoot = true},
+      {.name = "upgrade with a file more", .make = upgrading(UpgradeCase::Kind::runsWithNewDefinition), .needsRoot = true},
+      {.name = "upgrade and back", .make = upgrading(UpgradeCase::Kind::doesNotRun), .needsRoot = true},
   };
 }
 
@@ -439,19 +437,19 @@ inline std::vector<NamedCase> itemCases() {
   };
   return {
       {protocol::replaceItemCommand, replacing(Kind::folder, false)},
-      {"replace item, many files", replacing(Kind::manyFiles, false)},
-      {"replace item, a file", replacing(Kind::file, false)},
-      {"replace item, nothing there", replacing(Kind::nothingThere, false)},
-      {"replace item, of a user", replacing(Kind::ofAUser, false)},
-      {"replace item, across", replacing(Kind::folder, true)},
+      {"replacement of many files", replacing(Kind::manyFiles, false)},
+      {"replacement of a file", replacing(Kind::file, false)},
+      {"replacement of nothing", replacing(Kind::nothingThere, false)},
+      {"replacement of a user's item", replacing(Kind::ofAUser, false)},
+      {"replacement across", replacing(Kind::folder, true)},
       {protocol::copyFileCommand, copying(false)},
-      {"copy file, across", copying(true)},
+      {"copy across", copying(true)},
       {protocol::moveFileCommand, moving(false, false)},
-      {"move file, a file", moving(true, false)},
-      {"move file, across", moving(false, true)},
+      {"move of a file", moving(true, false)},
+      {"move across", moving(false, true)},
       {protocol::removeFileCommand, [](const Places& places) { return std::make_unique<RemoveCase>(places); }},
       {.name = protocol::trashFileCommand, .make = trashing(false), .needsVolume = true},
-      {.name = "trash file, across", .make = trashing(true), .needsVolume = true},
+      {.name = "trash across", .make = trashing(true), .needsVolume = true},
   };
 }
 

@@ -96,7 +96,7 @@ INSTANTIATE_TEST_SUITE_P(Refusal, MissingKey,
 
 TEST_F(Refusal, NoResultPath) {
   expectRefusal(sendInstruction({{protocol::commandKey, protocol::removeFileCommand}, {protocol::filePathKey, app}}),
-                "\"result path\"");
+                std::string("\"") + protocol::resultPathKey + "\"");
 }
 
 class AllCommands : public Refusal, public ::testing::WithParamInterface<const char*> {

@@ -62,8 +62,8 @@ class PowerCut : public NamespaceTest {
   }
   // A star: the new item was just written, and not yet on the disk when the job began. /etc and killed: see below.
   static void printHead() {
-    std::printf("%-35s %-6s %-9s %6s %5s %5s %5s %7s %5s %5s\n", "command", "fs", "exchange", "writes", "cuts", "old",
-                "new", "between", "gap", "torn");
+    std::printf("%-35s %-6s %-9s %6s %5s %5s %5s %7s %5s %5s\n", "job", "fs", "exchange", "writes", "cuts", "old", "new",
+                "between", "gap", "torn");
   }
 
  private:

@@ -10,7 +10,7 @@ TEST_F(PowerCut, LeavesTheOldOrTheNewItemWhole) {
   printHead();
   Cuts all;
   for (const auto& named : itemCases()) {
-    if (named.name != protocol::replaceItemCommand && named.name != "move file, across" &&
+    if (named.name != protocol::replaceItemCommand && named.name != "move across" &&
         named.name != protocol::trashFileCommand)
       continue;
     const auto cuts = cut(named, FileSystemKinds.front(), {}, 2);

@@ -6,7 +6,7 @@ Prints one line for each include that breaks a rule, each arrow of the table tha
 with 1 when there is any. The table has the columns `folder`, `holds` and `may include`. Names of folders and files stand in
 backquotes there. A row may also name single files, which then may include more than their folder. In the last column:
 "everything" allows every folder of the table and every library, "third-party headers" every library, "POSIX headers" those
-of the bare operating system. The standard library needs no mention. A folder inside a folder belongs to it unless it has a
+of the bare operating system, a header in angle brackets this one alone. The standard library needs no mention. A folder inside a folder belongs to it unless it has a
 row of its own; then arrows to the outer folder do not reach it.
 """
 import re
@@ -86,7 +86,9 @@ class Lint:
         rows = self.table.rows_for(source)
         standard = "." not in target and "/" not in target and not target.startswith("Q")
         bare = BARE_SYSTEM_HEADER.match(target) and any(row.bare_system for row in rows)
-        if not standard and not bare and not any(row.third_party for row in rows):
+        named = any(f"<{target}>" in row.targets for row in rows)
+        self.used |= {(start, f"<{target}>") for start in (self.table.room_of(source), source)}
+        if not standard and not bare and not named and not any(row.third_party for row in rows):
             yield f"includes <{target}>; its folder may not include third-party or system headers"
 
     def problems_of_line(self, source, line):

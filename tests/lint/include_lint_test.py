@@ -13,7 +13,7 @@ TABLE = """# Page
 | folder | holds | may include |
 |---|---|---|
 | `app/` | the program | everything |
-| `tool/` | a program of its own | `foundation/UTF8.h`, POSIX headers |
+| `tool/` | a program of its own | `foundation/UTF8.h`, POSIX headers, `<one.h>` |
 | `kit/` | strings | `platform/` |
 | `kit/Localizer.h`, `kit/Localizer.cpp` | texts | `logging/Logger.h` |
 | `logging/` | records | `kit/Bundle.h` |
@@ -28,7 +28,7 @@ TABLE = """# Page
 """
 # One include for every arrow of the table.
 USED = {
-    "tool/t.cpp": '#include "foundation/UTF8.h"\n', "kit/k.h": '#include "platform/p.h"\n',
+    "tool/t.cpp": '#include "foundation/UTF8.h"\n#include <one.h>\n', "kit/k.h": '#include "platform/p.h"\n',
     "kit/Localizer.h": '#include "logging/Logger.h"\n', "kit/Localizer.cpp": '#include "logging/Logger.h"\n',
     "logging/l.cpp": '#include "kit/Bundle.h"\n', "platform/p.h": '#include "foundation/UTF8.h"\n',
     "platform/linux/l.cpp": '#include "platform/p.h"\n'}
@@ -79,6 +79,12 @@ class IncludeLint(unittest.TestCase):
     def test_the_tool_may_use_the_bare_system_but_no_library(self):
         self.assertEqual([], self.problems({"tool/a.cpp": "#include <sys/stat.h>\n"}))
         self.assert_one("tool/a.cpp:1: ", {"tool/a.cpp": "#include <systemd/sd-bus.h>\n"})
+
+    def test_a_header_in_angle_brackets_is_for_its_row_alone(self):
+        self.assertEqual([], self.problems({"tool/a.cpp": "#include <one.h>\n"}))
+        self.assert_one("kit/a.cpp:1: ", {"kit/a.cpp": "#include <one.h>\n"})
+        self.assert_one("ARCHITECTURE.md: no file uses the arrow from tool to <one.h>",
+                        {"tool/t.cpp": '#include "foundation/UTF8.h"\n'})
 
     def test_a_question_for_the_operating_system_is_found(self):
         self.assert_one("kit/a.cpp:1: ", {"kit/a.cpp": "#ifdef __linux__\n#endif\n"})

@@ -35,13 +35,22 @@ std::vector<std::string_view> linesOf(std::string_view contents) {
   return lines;
 }
 
+std::string encoded(const unsigned char* bytes, std::size_t length) {
+  std::string text(sodium_base64_encoded_len(length, sodium_base64_VARIANT_ORIGINAL), '\0');
+  sodium_bin2base64(text.data(), text.size(), bytes, length, sodium_base64_VARIANT_ORIGINAL);
+  text.pop_back();  // the zero byte at the end
+  return text;
+}
+
 template <std::size_t Length>
 std::array<unsigned char, Length> decoded(std::string_view text) {
   std::array<unsigned char, Length> bytes{};
   std::size_t length = 0;
   const int result = sodium_base642bin(bytes.data(), bytes.size(), text.data(), text.size(), nullptr, &length, nullptr,
                                        sodium_base64_VARIANT_ORIGINAL);
-  if (result != 0 || length != Length) throw Failure("not the Base64 form of " + std::to_string(Length) + " bytes");
+  // The library takes the byte 255 for a character of Base64.
+  if (result != 0 || length != Length || encoded(bytes.data(), Length) != text)
+    throw Failure("not the Base64 form of " + std::to_string(Length) + " bytes");
   return bytes;
 }
 
@@ -97,10 +106,7 @@ std::string textOf(const PublicKey& key) {
   std::vector<unsigned char> record(plainAlgorithm.begin(), plainAlgorithm.end());
   record.insert(record.end(), key.identifier.begin(), key.identifier.end());
   record.insert(record.end(), key.point.begin(), key.point.end());
-  std::string text(sodium_base64_encoded_len(record.size(), sodium_base64_VARIANT_ORIGINAL), '\0');
-  sodium_bin2base64(text.data(), text.size(), record.data(), record.size(), sodium_base64_VARIANT_ORIGINAL);
-  text.pop_back();  // the zero byte at the end
-  return text;
+  return encoded(record.data(), record.size());
 }
 
 Signature signatureOfFile(std::string_view contents) {

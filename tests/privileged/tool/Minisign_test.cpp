@@ -1,5 +1,7 @@
 #include "privileged/tool/Minisign.h"
 
+#include <cctype>
+
 #include "tests/privileged/tool/SignedBundle.h"
 
 namespace ToolTests {
@@ -133,6 +135,17 @@ TEST_F(MinisignTest, MalformedKeysAreRefused) {
   EXPECT_THAT(refusalOf([&] { Minisign::publicKeyOfText(line + "AAAA"); }), HasSubstr("Base64"));
   EXPECT_THAT(refusalOf([&] { Minisign::publicKeyOfText(" " + line); }), HasSubstr("Base64"));
   EXPECT_THAT(refusalOf([&] { Minisign::publicKeyOfText("QQ" + line.substr(2)); }), HasSubstr("unknown kind"));
+}
+
+TEST_F(MinisignTest, BytesThatAreNotBase64AreRefused) {
+  const auto line = Minisign::textOf(key.key());
+  for (int byte = 0; byte < 256; ++byte) {
+    const auto character = static_cast<char>(byte);
+    auto altered = line;
+    altered[40] = character;
+    const bool isBase64 = ::isalnum(byte) != 0 || character == '+' || character == '/';
+    EXPECT_EQ(refusalOf([&] { Minisign::publicKeyOfText(altered); }).empty(), isBase64) << byte;
+  }
 }
 
 TEST_F(MinisignTest, MalformedSignaturesAreRefused) {

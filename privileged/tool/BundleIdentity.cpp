@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <compare>
 
 #include "privileged/tool/BundleItem.h"
 #include "privileged/tool/BundleVersion.h"
@@ -77,7 +78,7 @@ void refuseForeignIdentifier(const BundleIdentity& replacement, const BundleIden
 void refuseDowngrade(const BundleIdentity& replacement, const BundleIdentity& installed) {
   if (!isEitherSigned(replacement, installed)) return;
   const auto order = compareVersions(replacement.version, installed.version);
-  if (order && *order >= 0) return;
+  if (order && std::is_gteq(*order)) return;
   const auto versions = known(replacement.version) + " over the installed " + known(installed.version);
   throw Failure((order ? "a downgrade is not allowed: version " : "cannot compare the versions: ") + versions);
 }

@@ -125,7 +125,7 @@ std::optional<BundleIdentity> verifyReplacement(const ItemInFolder& replacement,
   const auto bundle = openSignedBundle(replacement);
   if (!bundle) {
     requireUnsignedAllowed(policy);
-    const auto claimed = identityOf(replacement.folder, replacement.name);
+    auto claimed = identityOf(replacement.folder, replacement.name);
     if (old && claimed) refuseIntruder(*claimed, *old, policy);
     return claimed;
   }

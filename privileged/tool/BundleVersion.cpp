@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <system_error>
+#include <tuple>
 
 namespace AssistantTool {
 namespace {
@@ -15,7 +16,6 @@ constexpr std::size_t maximumDigits = 18;  // fits into 64 bits
 struct Version {
   std::array<std::uint64_t, maximumNumbers> numbers{};
   char letter = '\0';
-  auto operator<=>(const Version&) const = default;
 };
 
 bool isLetter(char character) { return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z'); }
@@ -55,7 +55,7 @@ std::optional<std::strong_ordering> compareVersions(std::string_view one, std::s
   const auto first = versionOf(one);
   const auto second = versionOf(other);
   if (!first || !second) return std::nullopt;
-  return *first <=> *second;
+  return std::tie(first->numbers, first->letter) <=> std::tie(second->numbers, second->letter);
 }
 
 }  // namespace AssistantTool

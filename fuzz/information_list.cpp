@@ -10,7 +10,7 @@ using namespace AssistantTool;
 
 void checkText(const std::optional<std::string>& text, std::string_view key, std::string_view bytes) {
   if (!text) return;
-  fuzz::require(bytes.find("<string>" + *text + "<") != std::string_view::npos, "a value stands in the list");
+  fuzz::require(bytes.find(">" + *text + "</string") != std::string_view::npos, "a value stands in the list");
   fuzz::require(bytes.find(key) != std::string_view::npos, "its key does too");
   fuzz::require(text->find_first_of("<&") == std::string::npos, "a value is plain text");
 }

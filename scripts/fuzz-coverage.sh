@@ -18,10 +18,13 @@ mkdir -p $build
 ) 9>$build/lock
 LLVM_PROFILE_FILE=$build/$name.raw "$build/bin/replay_$name" "fuzz/corpus/$name" >/dev/null
 llvm-profdata merge -sparse "$build/$name.raw" -o "$build/$name.profile"
+compiled="$PWD/$build/../../$source"  # as the compiler was told
 show=(llvm-cov report)
 [ -z "${KELTO_LINES:-}" ] || show=(llvm-cov show)
-"${show[@]}" "$build/bin/replay_$name" "-instr-profile=$build/$name.profile" "$source"
-reached=$(llvm-cov export -summary-only "$build/bin/replay_$name" "-instr-profile=$build/$name.profile" "$source" |
-  python3 -c 'import json, sys; print(json.load(sys.stdin)["data"][0]["totals"]["lines"]["percent"])')
+"${show[@]}" "$build/bin/replay_$name" "-instr-profile=$build/$name.profile" "$compiled"
+reached=$(llvm-cov export -summary-only "$build/bin/replay_$name" "-instr-profile=$build/$name.profile" |
+  python3 -c 'import json, sys
+files = json.load(sys.stdin)["data"][0]["files"]
+print(next(file["summary"]["lines"]["percent"] for file in files if file["filename"] == sys.argv[1]))' "$compiled")
 printf '%s: %.1f %% of the lines are reached by fuzz/corpus/%s\n' "$source" "$reached" "$name"
 python3 -c "import sys; sys.exit(0 if $reached >= $least else 1)"

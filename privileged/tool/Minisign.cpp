@@ -142,6 +142,7 @@ std::string textOf(const KeyIdentifier& identifier) {
     text += digits[*byte >> 4];
     text += digits[*byte & 15];
   }
+  text.erase(0, std::min(text.find_first_not_of('0'), text.size() - 1));
   return text;
 }
 

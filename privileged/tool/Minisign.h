@@ -44,7 +44,7 @@ Signature signatureOfFile(std::string_view contents);
 // Why `signature` is not one of `message` by `key`; nullopt when it is.
 std::optional<std::string> faultOf(const Signature& signature, const PublicKey& key, std::string_view message);
 
-// As minisign prints it: 16 upper-case hexadecimal digits.
+// As minisign prints it: upper-case hexadecimal digits without zeros before them.
 std::string textOf(const KeyIdentifier& identifier);
 
 }  // namespace AssistantTool::Minisign

@@ -67,7 +67,7 @@ TEST(BundleIdentity, AKeyThatTheManifestDoesNotAnnounceIsRefused) {
   replacement.key = {2};
   EXPECT_EQ(refusal(std::nullopt), "") << "the installed one is not signed";
   installed.key = old.identifier;
-  EXPECT_THAT(refusal(std::nullopt), HasSubstr("signed with key 0000000000000001, which"));
+  EXPECT_THAT(refusal(std::nullopt), HasSubstr("signed with key 1, which"));
   EXPECT_THAT(refusal(another), HasSubstr("does not name as the previous one"));
   EXPECT_EQ(refusal(old), "");
   replacement.key = old.identifier;

@@ -125,6 +125,12 @@ TEST_F(MinisignTest, AKeyIsReadAsTheProgramPrintsIt) {
   EXPECT_THAT(file, HasSubstr("minisign public key " + Minisign::textOf(key.key().identifier)));
 }
 
+TEST_F(MinisignTest, AnIdentifierIsPrintedWithoutZerosBeforeIt) {
+  EXPECT_EQ(Minisign::textOf(Minisign::KeyIdentifier{0x11, 0xE7, 0xB7, 0x16, 0x1B, 0x94, 0xEE, 0xF9}), "F9EE941B16B7E711");
+  EXPECT_EQ(Minisign::textOf(Minisign::KeyIdentifier{0x11, 0xE7, 0xB7, 0x16, 0x1B, 0x94, 0x0E, 0}), "E941B16B7E711");
+  EXPECT_EQ(Minisign::textOf(Minisign::KeyIdentifier{}), "0");
+}
+
 TEST_F(MinisignTest, MalformedKeysAreRefused) {
   const auto file = key.file();
   const auto line = file.substr(file.find('\n') + 1, 56);

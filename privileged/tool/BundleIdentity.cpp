@@ -70,7 +70,8 @@ std::optional<BundleIdentity> identityOf(int parent, const std::string& name) {
 
 void refuseForeignIdentifier(const BundleIdentity& replacement, const BundleIdentity& installed) {
   if (!isEitherSigned(replacement, installed)) return;
-  if (!replacement.identifier.empty() && replacement.identifier == installed.identifier) return;
+  // The signed one of the two has an identifier, so two that are unknown do not meet here.
+  if (replacement.identifier == installed.identifier) return;
   throw Failure("another bundle is installed: " + known(installed.identifier) + " instead of " +
                 known(replacement.identifier));
 }

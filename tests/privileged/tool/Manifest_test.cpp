@@ -75,8 +75,8 @@ TEST(Manifest, TheBundleItselfComesFirstAndIsAFolder) {
 }
 
 TEST(Manifest, PathsThatLeaveTheBundleOrHaveASecondFormAreRefused) {
-  for (const char* path : {"", "/a", "a/", "..", "../a", "a/../b", "a/./b", "./a", "a//b", "%00", "a%2E%2E"}) {
-    EXPECT_NE(refusalOfEntries(folder("a") + file(path)), "") << path;
+  for (const char* path : {"", "/a", "a/", "..", "../a", "a/..", "a/../b", "a/.", "a/./b", "./a", "a//b", "a%00"}) {
+    EXPECT_THAT(refusalOfEntries(folder("a") + file(path)), HasSubstr("a path is not valid")) << path;
   }
   EXPECT_THAT(refusalOfEntries(file(std::string(256, 'a'))), HasSubstr("a path is not valid"));
   EXPECT_EQ(refusalOfEntries(file(std::string(255, 'a'))), "");

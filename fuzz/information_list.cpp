@@ -1,4 +1,4 @@
-// Whatever is taken for a bundle's property list tells texts that stand in it as they are.
+// A property list that is accepted tells only texts that stand in it as they are.
 #include "privileged/tool/InformationList.h"
 
 #include "fuzz/Target.h"

@@ -1,5 +1,5 @@
-// Whatever is taken for a manifest reads and is written the same, byte by byte, and lists a tree: folders come before what
-// is in them, nothing leaves the bundle, and nothing comes twice.
+// A manifest that is accepted is written the same, byte by byte, and lists a tree: folders come before their contents,
+// nothing leaves the bundle, and nothing comes twice.
 #include "privileged/tool/Manifest.h"
 
 #include <set>

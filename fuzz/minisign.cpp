@@ -1,5 +1,5 @@
-// Whatever is taken for a key is written as a text that reads the same; and no bytes at all are a signature of the message
-// by the key below, but the two that are in the corpus: nobody else has its secret half.
+// A key that is accepted is written as a text that reads the same. No bytes are a signature of the message by the key below
+// except the two in the corpus: its secret half is gone.
 #include "privileged/tool/Minisign.h"
 
 #include "fuzz/Target.h"

@@ -25,7 +25,7 @@ class BundleItem {
   [[nodiscard]] std::uint64_t size() const { return _size; }
   // SHA-256 of the same bytes. Throws Failure when the file cannot be read or is not of size() any more.
   [[nodiscard]] Digest digest() const;
-  // What a manifest says about this entry.
+  // The manifest's record of this entry.
   [[nodiscard]] ManifestEntry described() const;
   // The paths of all entries of a folder.
   [[nodiscard]] std::vector<std::string> contents() const;

@@ -1,5 +1,5 @@
 #pragma once
-// Whether a bundle is what its publisher signed: the signature of the manifest's bytes is checked before anything reads
+// Compares a bundle with its publisher's signature: the signature of the manifest's bytes is checked before anything reads
 // them, then the manifest, then each entry of the bundle against it. Nothing may be missing, nothing may be there besides,
 // and links stay inside.
 //
@@ -31,7 +31,7 @@ void verifyEntries(int bundle, const Manifest& manifest);
 // Compares an open file, a copy that was made of the entry `path`, with the manifest: contents only.
 void verifyContents(int file, const Manifest& manifest, const std::string& path);
 
-// What the administrator's policy says about signatures, once there are keys.
+// The administrator's policy for signatures. It counts once there are keys.
 struct SignaturePolicy {
   enum class Unsigned { refused, ask, allowed };
   Unsigned unsignedBundles = Unsigned::refused;

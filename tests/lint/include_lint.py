@@ -6,8 +6,8 @@ Prints one line for each include that breaks a rule, each arrow of the table tha
 with 1 when there is any. The table has the columns `folder`, `holds` and `may include`. Names of folders and files stand in
 backquotes there. A row may also name single files, which then may include more than their folder. In the last column:
 "everything" allows every folder of the table and every library, "third-party headers" every library, "POSIX headers" those
-of the bare operating system, a header in angle brackets this one alone. The standard library needs no mention. A folder inside a folder belongs to it unless it has a
-row of its own; then arrows to the outer folder do not reach it.
+of the bare operating system, a header in angle brackets this one alone. The standard library needs no mention. A folder
+inside a folder belongs to it unless it has a row of its own; then arrows to the outer folder do not reach it.
 """
 import re
 import sys

@@ -34,7 +34,7 @@ class BundleVerificationTest : public SignedBundleTest {
   }
 };
 
-TEST_F(BundleVerificationTest, WhatThePublisherSignedIsTaken) {
+TEST_F(BundleVerificationTest, ABundleAsItsPublisherSignedItIsTaken) {
   const auto bundle = makeSignedBundle();
   EXPECT_EQ(refusal(bundle), "");
   const auto found = signedManifestOf(opened(bundle).get(), {publisher.trusted()});

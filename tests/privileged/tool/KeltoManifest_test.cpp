@@ -10,7 +10,7 @@ using ::testing::HasSubstr;
 
 class KeltoManifestTest : public SignedBundleTest {
  protected:
-  // What the program says when it refuses; empty when it does not.
+  // The program's message if it refuses, or nothing.
   std::string refusal(const fs::path& bundle, const std::string& options = {}) {
     return writeManifest(bundle, options) ? "" : tests::readFile(printed);
   }
@@ -67,7 +67,7 @@ TEST_F(KeltoManifestTest, TheManifestDoesNotDependOnTheUmaskOrOnAnEarlierOne) {
   EXPECT_EQ(read(bundle).find(signatureFolderPath)->mode, 0755U);
 }
 
-TEST_F(KeltoManifestTest, WhatTheToolWouldRefuseIsRefusedHere) {
+TEST_F(KeltoManifestTest, RefusesEverythingThatTheToolWouldRefuse) {
   const auto bundle = makeBundle();
   const auto program = bundle / "Contents/Linux/Controller";
   fs::permissions(program, fs::perms(0775));

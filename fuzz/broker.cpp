@@ -25,7 +25,6 @@
 
 namespace {
 
-using namespace foundation;
 using namespace platform;
 using namespace platform::Linux::authorizationd;
 

@@ -214,7 +214,7 @@ TEST_F(AuthorizationBroker, RunsAToolWithNothingInheritedButTheUsersDataFolder) 
   const std::string user = std::to_string(::getuid());
   EXPECT_EQ(readAll(*stream),
             "environment PATH=/usr/sbin:/usr/bin:/sbin:/bin\nenvironment LANG=C.UTF-8\nenvironment " +
-                protocol::invokingUserVariable + "=" + user +
+                std::string(protocol::invokingUserVariable) + "=" + user +
                 "\nenvironment XDG_DATA_HOME=/data of mine\ndescriptor 0 socket\ndescriptor 1 socket\ndescriptor 2 "
                 "/dev/null\numask 22\nfolder /\nnew privileges none\nsession own\nuser " +
                 user + " " + user + "\narguments 0\n");

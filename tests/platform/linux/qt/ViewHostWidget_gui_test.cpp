@@ -111,7 +111,7 @@ TEST_F(HostedView, ARecalculatedKeyViewLoopGoesRowByRow) {
 }
 
 TEST_F(HostedView, CornersAreSquareWithoutACompositor) {
-  ASSERT_FALSE(Display::composesWindows());
+  ASSERT_FALSE(platform::Linux::Display::composesWindows());
   EXPECT_EQ(drawn(100, 60).pixelColor(0, 0).alpha(), 255);
 }
 
@@ -138,7 +138,7 @@ class Compositor {
 
 TEST_F(HostedView, CornersAreRoundUnderACompositor) {
   const Compositor compositor;
-  ASSERT_TRUE(Display::composesWindows());
+  ASSERT_TRUE(platform::Linux::Display::composesWindows());
   const QImage image = drawn(100, 60);
   for (const QPoint corner : {QPoint(0, 0), QPoint(99, 0), QPoint(0, 59), QPoint(99, 59)})
     EXPECT_EQ(image.pixelColor(corner).alpha(), 0);

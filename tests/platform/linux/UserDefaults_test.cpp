@@ -9,7 +9,6 @@
 #include <thread>
 
 #include "platform/fake/FakePlatform.h"
-#include "protocol/LaunchArguments.h"
 #include "tests/support/Environment.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -58,7 +57,7 @@ Dictionary arguments(std::vector<const char*> list) {
 
 TEST(ArgumentDomain, AKeyIsFollowedByItsValue) {
   EXPECT_EQ(arguments({"-SourcePath", "/tmp/New.app", "-IsUpdate", "YES"}),
-            (Dictionary{{protocol::sourcePathArgument, "/tmp/New.app"}, {protocol::isUpdateArgument, "YES"}}));
+            (Dictionary{{"SourcePath", "/tmp/New.app"}, {"IsUpdate", "YES"}}));
 }
 
 TEST(ArgumentDomain, ValuesStayTextWhateverTheyLookLike) {
@@ -84,7 +83,7 @@ TEST(ArgumentDomain, TheLastOfTwoEqualKeysCounts) {
 
 TEST_F(UserDefaultsTest, TheFrameOfTheMainWindowComesBackAsText) {
   const auto defaults = open({"-MainFrame", "{{1, 2}, {3, 4}}"});
-  EXPECT_EQ(defaults.stringForKey(protocol::mainFrameArgument), "{{1, 2}, {3, 4}}");
+  EXPECT_EQ(defaults.stringForKey("MainFrame"), "{{1, 2}, {3, 4}}");
 }
 
 // The order of the domains.

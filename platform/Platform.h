@@ -3,20 +3,20 @@
 //
 // One Platform lives in a process. The framework's main function makes it and installs it before anything else runs; tests
 // install one of fakes each. References stay valid for the life of the Platform.
+#include "foundation/dispatch/RunLoop.h"
 #include "foundation/runtime/NotificationCenter.h"
 #include "foundation/runtime/ProcessScope.h"
+#include "foundation/views/ViewResources.h"
 #include "platform/Authorization.h"
 #include "platform/Bundle.h"
 #include "platform/DistributedNotificationCenter.h"
 #include "platform/FileManager.h"
 #include "platform/LoggingHost.h"
-#include "platform/RunLoop.h"
 #include "platform/ServiceManagement.h"
 #include "platform/Shell.h"
 #include "platform/SystemLog.h"
 #include "platform/UserDefaults.h"
 #include "platform/UserInterface.h"
-#include "platform/ViewResources.h"
 #include "platform/Workspace.h"
 
 namespace platform {

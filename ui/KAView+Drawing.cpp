@@ -1,6 +1,6 @@
 #include <string>
 
-#include "platform/ViewResources.h"
+#include "foundation/views/ViewResources.h"
 #include "ui/KAView.h"
 
 using foundation::CompositingOperation;

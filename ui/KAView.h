@@ -1,7 +1,7 @@
 #pragma once
 // The base of every view of the kit: a required size, layout put off until drawing, and a link to the controller, which is
-// told when the view appears and disappears. Main thread only; see platform/View.h for ownership and coordinates.
-#include "platform/View.h"
+// told when the view appears and disappears. Main thread only; see foundation/views/View.h for ownership and coordinates.
+#include "foundation/views/View.h"
 
 class KAViewController;
 

@@ -14,7 +14,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/ViewController.h"
+#include "foundation/views/ViewController.h"
 #include "ui/KAView.h"
 
 class KAViewController : public platform::ViewController {

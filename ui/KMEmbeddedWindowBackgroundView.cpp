@@ -1,6 +1,6 @@
 #include "ui/KMEmbeddedWindowBackgroundView.h"
 
-#include "platform/ViewResources.h"
+#include "foundation/views/ViewResources.h"
 #include "ui/NSColor+KMColor.h"
 
 using foundation::GraphicsContext;

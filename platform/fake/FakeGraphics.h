@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/ViewController.h"
-#include "platform/ViewResources.h"
+#include "foundation/views/ViewController.h"
+#include "foundation/views/ViewResources.h"
 
 namespace platform::fake {
 

@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <map>
 
-#include "platform/RunLoop.h"
+#include "foundation/dispatch/RunLoop.h"
 
 namespace platform::Linux {
 

@@ -4,7 +4,7 @@
 #include <QXmlStreamReader>
 #include <algorithm>
 
-#include "platform/View.h"
+#include "foundation/views/View.h"
 #include "platform/linux/qt/QtElements.h"
 #include "platform/linux/qt/QtImage.h"
 

@@ -4,9 +4,9 @@
 #include <map>
 #include <vector>
 
+#include "foundation/views/ViewResources.h"
 #include "platform/Bundle.h"
 #include "platform/UserInterface.h"
-#include "platform/ViewResources.h"
 
 namespace platform::Linux {
 

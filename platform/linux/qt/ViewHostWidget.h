@@ -3,7 +3,7 @@
 #include <QWidget>
 #include <memory>
 
-#include "platform/View.h"
+#include "foundation/views/View.h"
 
 namespace platform::Linux {
 

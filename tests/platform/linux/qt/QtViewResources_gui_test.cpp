@@ -6,7 +6,7 @@
 #include <QTemporaryDir>
 #include <fstream>
 
-#include "platform/ViewController.h"
+#include "foundation/views/ViewController.h"
 #include "platform/fake/FakePlatform.h"
 #include "platform/linux/qt/QtImage.h"
 

@@ -1,7 +1,7 @@
-#include "platform/ViewController.h"
+#include "foundation/views/ViewController.h"
 
+#include "foundation/views/ViewResources.h"
 #include "platform/Platform.h"
-#include "platform/ViewResources.h"
 
 namespace platform {
 

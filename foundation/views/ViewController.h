@@ -3,8 +3,8 @@
 #include <memory>
 #include <string>
 
-#include "platform/Responder.h"
-#include "platform/View.h"
+#include "foundation/views/Responder.h"
+#include "foundation/views/View.h"
 
 namespace platform {
 

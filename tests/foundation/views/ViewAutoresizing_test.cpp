@@ -1,7 +1,7 @@
 // What becomes of a view whose superview changes its size.
 #include <gtest/gtest.h>
 
-#include "platform/View.h"
+#include "foundation/views/View.h"
 #include "platform/fake/FakePlatform.h"
 
 using namespace foundation;

@@ -1,6 +1,6 @@
+#include "foundation/views/View.h"
+#include "foundation/views/ViewResources.h"
 #include "platform/Platform.h"
-#include "platform/View.h"
-#include "platform/ViewResources.h"
 
 namespace platform {
 

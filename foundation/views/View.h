@@ -17,7 +17,7 @@
 
 #include "foundation/graphics/Geometry.h"
 #include "foundation/graphics/Graphics.h"
-#include "platform/Responder.h"
+#include "foundation/views/Responder.h"
 
 namespace platform {
 

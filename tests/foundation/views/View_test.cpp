@@ -1,4 +1,4 @@
-#include "platform/View.h"
+#include "foundation/views/View.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 #include <algorithm>
 
+#include "foundation/views/View.h"
 #include "platform/Platform.h"
-#include "platform/View.h"
 
 namespace platform {
 namespace {

@@ -23,7 +23,7 @@ void KTKeyValueObserving::observeValueForKeyPath_ofObject_change_context(std::st
                                                                          const foundation::KeyValueChange& /*change*/,
                                                                          void* /*context*/) {
   const auto self = shared_from_this();
-  // Taken out first: a completion that changes the value again is not run again.
+  // Take the completion first: if it changes the value again, the nested notification must not run it a second time.
   if (const auto completion = std::exchange(_completion, nullptr)) completion();
   object.removeObserver_forKeyPath(*this, keyPath);
   _observedObject.reset();

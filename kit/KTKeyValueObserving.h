@@ -1,8 +1,8 @@
 #pragma once
-// Waits once for a change, and cleans up after itself.
+// A one-shot observer: runs a callback at the first change of a key path, then cleans up after itself.
 //
-// The completion runs on the thread that makes the change. Nothing is locked: one waiter must not be fired from two threads
-// at once.
+// The callback runs on the thread that makes the change. The class takes no lock, so two threads must not fire one waiter
+// at the same time.
 #include <functional>
 #include <memory>
 #include <string_view>
@@ -12,14 +12,14 @@
 class KTKeyValueObserving final : public foundation::KeyValueObserver,
                                   public std::enable_shared_from_this<KTKeyValueObserving> {
  public:
-  // Runs `completion` (nothing when it is empty) at the first change of `keyPath` of `object`. Nobody needs to hold the
-  // waiter: it keeps itself and the object alive until then, for ever when no change comes, and lets go of both afterwards.
-  // No object never changes.
+  // Runs `completion`, which may be empty, at the first change of `keyPath` of `object`. The waiter keeps itself and the
+  // object alive until then, for the rest of the process if no change comes, and releases both after the callback. Without
+  // an object it waits forever.
   static void waitForKeyPath_object_completion(std::string_view keyPath,
                                                std::shared_ptr<foundation::KeyValueObservable> object,
                                                std::function<void()> completion);
 
-  // The same on a waiter of one's own, which lives in a shared_ptr and is used once.
+  // The same for a waiter that the caller made. It lives in a shared_ptr and can be used once.
   void beginWaitingForKeyPath_object_completion(std::string_view keyPath,
                                                 std::shared_ptr<foundation::KeyValueObservable> object,
                                                 std::function<void()> completion);

@@ -20,20 +20,24 @@ class Player : public foundation::KeyValueObservable {
     _output = std::move(output);
     didChangeValueForKey("output");
   }
+  // How often a change has looked for an object in the middle of a watched key path.
+  [[nodiscard]] int lookUps() const { return _lookUps; }
   void whenDestroyed(std::function<void()> action) { _onDestruction = std::move(action); }
 
  protected:
   [[nodiscard]] std::shared_ptr<foundation::KeyValueObservable> objectForKey(std::string_view key) const override {
+    ++_lookUps;
     return key == "output" ? _output : nullptr;
   }
 
  private:
   int _volume = 0;
+  mutable int _lookUps = 0;
   std::shared_ptr<Player> _output;
   std::function<void()> _onDestruction;
 };
 
-class Waiter : public testing::Test {
+class KTKeyValueObservingTest : public testing::Test {
  protected:
   void wait(const char* keyPath = "volume") {
     KTKeyValueObserving::waitForKeyPath_object_completion(keyPath, player, [this] { ++runs; });
@@ -45,7 +49,7 @@ class Waiter : public testing::Test {
 
 }  // namespace
 
-TEST_F(Waiter, RunsItsCallbackOnceForTwoChanges) {
+TEST_F(KTKeyValueObservingTest, RunsItsCallbackOnceForTwoChanges) {
   wait();
   EXPECT_EQ(runs, 0);
   player->setVolume(1);
@@ -54,7 +58,7 @@ TEST_F(Waiter, RunsItsCallbackOnceForTwoChanges) {
   EXPECT_EQ(runs, 1);
 }
 
-TEST_F(Waiter, DoesNotRunForAnotherKey) {
+TEST_F(KTKeyValueObservingTest, DoesNotRunForAnotherKey) {
   wait();
   player->setOutput(nullptr);
   EXPECT_EQ(runs, 0);
@@ -62,7 +66,7 @@ TEST_F(Waiter, DoesNotRunForAnotherKey) {
   EXPECT_EQ(runs, 1);
 }
 
-TEST_F(Waiter, RunsForEveryPartOfALongerKeyPath) {
+TEST_F(KTKeyValueObservingTest, RunsForAChangeOfAnyKeyOfALongerKeyPath) {
   const auto inner = std::make_shared<Player>();
   player->setOutput(inner);
   wait("output.volume");
@@ -76,7 +80,7 @@ TEST_F(Waiter, RunsForEveryPartOfALongerKeyPath) {
   EXPECT_EQ(runs, 3);
 }
 
-TEST_F(Waiter, KeepsTheObjectAliveUntilItFires) {
+TEST_F(KTKeyValueObservingTest, KeepsTheObjectAliveUntilItFires) {
   bool isDestroyed = false;
   player->whenDestroyed([&] { isDestroyed = true; });
   wait();
@@ -88,7 +92,7 @@ TEST_F(Waiter, KeepsTheObjectAliveUntilItFires) {
   EXPECT_TRUE(isDestroyed);
 }
 
-TEST_F(Waiter, LetsGoOfEverythingOnceFired) {
+TEST_F(KTKeyValueObservingTest, ReleasesEverythingAfterFiring) {
   auto token = std::make_shared<int>(0);
   std::weak_ptr<KTKeyValueObserving> waiter;
   {
@@ -106,7 +110,7 @@ TEST_F(Waiter, LetsGoOfEverythingOnceFired) {
   EXPECT_EQ(player.use_count(), 1);
 }
 
-TEST_F(Waiter, HeldByAnotherStaysButHoldsNothing) {
+TEST_F(KTKeyValueObservingTest, HoldsNothingAfterFiringEvenIfItIsStillHeld) {
   const auto waiter = std::make_shared<KTKeyValueObserving>();
   waiter->beginWaitingForKeyPath_object_completion("volume", player, [this] { ++runs; });
   player->setVolume(1);
@@ -114,7 +118,7 @@ TEST_F(Waiter, HeldByAnotherStaysButHoldsNothing) {
   EXPECT_EQ(player.use_count(), 1);
 }
 
-TEST_F(Waiter, ACallbackThatChangesTheValueAgainIsNotRunAgain) {
+TEST_F(KTKeyValueObservingTest, DoesNotRunACallbackAgainThatChangesTheValue) {
   KTKeyValueObserving::waitForKeyPath_object_completion("volume", player, [this] {
     ++runs;
     if (runs < 5) player->setVolume(runs);
@@ -123,14 +127,29 @@ TEST_F(Waiter, ACallbackThatChangesTheValueAgainIsNotRunAgain) {
   EXPECT_EQ(runs, 1);
 }
 
-TEST_F(Waiter, WithoutACallbackItOnlyCleansUp) {
+// A change that the callback makes still looks along the waiter's key path, so the waiter has not unregistered yet.
+TEST_F(KTKeyValueObservingTest, StaysRegisteredUntilItsCallbackReturns) {
+  int before = 0;
+  int after = 0;
+  KTKeyValueObserving::waitForKeyPath_object_completion("output.volume", player, [&] {
+    before = player->lookUps();
+    player->setOutput(nullptr);
+    after = player->lookUps();
+  });
+  player->setOutput(std::make_shared<Player>());
+  EXPECT_EQ(after, before + 1);
+  player->setOutput(nullptr);
+  EXPECT_EQ(player->lookUps(), after) << "after the callback it is unregistered";
+}
+
+TEST_F(KTKeyValueObservingTest, WithoutACallbackItOnlyCleansUp) {
   KTKeyValueObserving::waitForKeyPath_object_completion("volume", player, nullptr);
   EXPECT_EQ(player.use_count(), 2);
   player->setVolume(1);
   EXPECT_EQ(player.use_count(), 1);
 }
 
-TEST_F(Waiter, TheCallbackRunsOnTheThreadThatMadeTheChange) {
+TEST_F(KTKeyValueObservingTest, RunsItsCallbackOnTheThreadThatMadeTheChange) {
   std::optional<std::thread::id> ranOn;
   KTKeyValueObserving::waitForKeyPath_object_completion("volume", player, [&] { ranOn = std::this_thread::get_id(); });
   std::thread changer([this] { player->setVolume(1); });
@@ -139,8 +158,8 @@ TEST_F(Waiter, TheCallbackRunsOnTheThreadThatMadeTheChange) {
   EXPECT_EQ(ranOn, expected);
 }
 
-// The completion lives as long as the waiter, which is told here so that it ends with the test.
-TEST_F(Waiter, WithoutAnObjectWaitsUntilItIsTold) {
+// The waiter is fired by hand: it would hold itself and its completion beyond the end of the test.
+TEST_F(KTKeyValueObservingTest, WithoutAnObjectItWaitsUntilItIsNotified) {
   const auto waiter = std::make_shared<KTKeyValueObserving>();
   waiter->beginWaitingForKeyPath_object_completion("volume", nullptr, [this] { ++runs; });
   EXPECT_EQ(runs, 0);

@@ -69,10 +69,11 @@ void KMInstallerAppDelegate::quitApplications(const void* /*sender*/) {
   if (copies.empty()) return quitFinished();
   for (const auto& copy : copies) copy->terminate();
   _errorAt = foundation::dateByAdding(_platform.runLoop.currentDate(), quitTimeout);
-  _platform.runLoop.scheduledTimer(pollInterval, true, [this](platform::Timer& timer) { pingQuittingApplications(timer); });
+  _platform.runLoop.scheduledTimer(pollInterval, true,
+                                   [this](foundation::Timer& timer) { pingQuittingApplications(timer); });
 }
 
-void KMInstallerAppDelegate::pingQuittingApplications(platform::Timer& timer) {
+void KMInstallerAppDelegate::pingQuittingApplications(foundation::Timer& timer) {
   if (_platform.workspace.runningApplications(_bundleId.value_or("")).empty()) {
     timer.invalidate();
     return quitFinished();

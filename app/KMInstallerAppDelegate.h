@@ -33,7 +33,7 @@ class KMInstallerAppDelegate final : public platform::ApplicationDelegate {
 
   // Asks every running copy of the controller to quit and waits for it, polling, without ever forcing one.
   void quitApplications(const void* sender);
-  void pingQuittingApplications(platform::Timer& timer);
+  void pingQuittingApplications(foundation::Timer& timer);
 
   void installApplication(const void* sender);
   void uninstallApplication(const void* sender);

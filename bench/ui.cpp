@@ -19,7 +19,7 @@ void measureRepaint(Report& report) {
   image.setDevicePixelRatio(scale);
   const auto face = std::make_shared<KMEmbeddedWindowBackgroundView>();
   face->setHasBloom(true);
-  platform::ViewWindow window;
+  foundation::ViewWindow window(foundation::ViewEnvironment::installed().runLoop);
   window.setContentView(face);
   window.setSize({width, height});
   const auto repaint = [&] {

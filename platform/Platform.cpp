@@ -22,7 +22,9 @@ Platform& current() {
   return *platform;
 }
 
-Installation::Installation(Platform& platform) { theOne.store(&platform, std::memory_order_release); }
+Installation::Installation(Platform& platform) : _views(platform.views) {
+  theOne.store(&platform, std::memory_order_release);
+}
 
 Installation::~Installation() { theOne.store(nullptr, std::memory_order_release); }
 

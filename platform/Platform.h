@@ -6,7 +6,7 @@
 #include "foundation/dispatch/RunLoop.h"
 #include "foundation/runtime/NotificationCenter.h"
 #include "foundation/runtime/ProcessScope.h"
-#include "foundation/views/ViewResources.h"
+#include "foundation/views/ViewEnvironment.h"
 #include "platform/Authorization.h"
 #include "platform/Bundle.h"
 #include "platform/DistributedNotificationCenter.h"
@@ -23,7 +23,7 @@ namespace platform {
 
 struct Platform {
   Application& application;
-  RunLoop& runLoop;
+  foundation::RunLoop& runLoop;
   UserDefaults& standardUserDefaults;
   foundation::NotificationCenter& defaultNotificationCenter;
   DistributedNotificationCenter& distributedNotificationCenter;
@@ -36,8 +36,9 @@ struct Platform {
   SystemLog& systemLog;
   // Without one nothing is logged but to the system log.
   LoggingHost* loggingHost = nullptr;
-  // nullptr where no views are shown: images are then missing and nothing is loaded.
-  ViewResources* viewResources = nullptr;
+  // The part of this platform that views use.
+  foundation::ViewEnvironment views{.runLoop = runLoop,
+                                    .log = [&log = systemLog](std::string_view line) { log.log(line); }};
   // The once-made objects of the process; last, so that they go before what they use.
   foundation::ProcessScope process{};
 };
@@ -54,6 +55,9 @@ class Installation {
   ~Installation();
   Installation(const Installation&) = delete;
   Installation& operator=(const Installation&) = delete;
+
+ private:
+  foundation::ViewEnvironment::Installation _views;
 };
 
 }  // namespace platform

@@ -11,10 +11,13 @@
 #include "foundation/graphics/Geometry.h"
 #include "foundation/runtime/NotificationCenter.h"
 
+namespace foundation {
+class View;
+}
+
 namespace platform {
 
 struct Platform;
-class View;
 
 class InterfaceElement {
  public:
@@ -85,7 +88,7 @@ struct DelegateClass {
 
 struct ViewClass {
   std::string_view name;
-  std::function<std::shared_ptr<View>()> make;
+  std::function<std::shared_ptr<foundation::View>()> make;
 };
 
 // The application framework's main function: makes the platform, loads the main interface description (the information key

@@ -1,5 +1,5 @@
-// The appearance cycle: what the platform tells a view, turned into callbacks of its controller. A "will" looks at the
-// view's own hidden flag, a "did" at that of its ancestors too; the difference is deliberate.
+// The appearance cycle: turns the notifications of the view tree into callbacks of the controller. A "will" checks the
+// view's own hidden flag, a "did" also those of its ancestors; the difference is deliberate.
 #include "ui/KAView.h"
 #include "ui/KAViewController.h"
 
@@ -31,7 +31,7 @@ void KAView::finishDisappearing() {
   controller->ktViewDidDisappear();
 }
 
-void KAView::viewWillMoveToSuperview(platform::View* superview) {
+void KAView::viewWillMoveToSuperview(foundation::View* superview) {
   View::viewWillMoveToSuperview(superview);
   KAViewController* controller = viewController();
   if (controller == nullptr) return;
@@ -57,7 +57,7 @@ void KAView::viewDidMoveToSuperview() {
   finishAppearingWhen(isVisibleOnWindow());
 }
 
-void KAView::viewWillMoveToWindow(platform::ViewWindow* window) {
+void KAView::viewWillMoveToWindow(foundation::ViewWindow* window) {
   View::viewWillMoveToWindow(window);
   KAViewController* controller = viewController();
   if (controller == nullptr) return;

@@ -1,6 +1,6 @@
 #include <string>
 
-#include "foundation/views/ViewResources.h"
+#include "foundation/views/ImageNamed.h"
 #include "ui/KAView.h"
 
 using foundation::CompositingOperation;
@@ -32,9 +32,9 @@ void KAView::drawThreePartImageInBounds_left_fill_right(const Rect& bounds, cons
 
 void KAView::drawHeaderBackgroundHighlighted_rounded(bool highlighted, bool rounded) {
   const std::string set = highlighted ? "headerbg-light" : "headerbg-dark";
-  const auto fill = platform::imageNamed(set + "-fill");
+  const auto fill = foundation::imageNamed(set + "-fill");
   if (!rounded) return drawWhole(fill.get(), bounds(), CompositingOperation::Copy);
-  const auto left = platform::imageNamed(set + "-left");
-  const auto right = platform::imageNamed(set + "-right");
+  const auto left = foundation::imageNamed(set + "-left");
+  const auto right = foundation::imageNamed(set + "-right");
   drawThreePartImageInBounds_left_fill_right(bounds(), left.get(), fill.get(), right.get());
 }

@@ -10,10 +10,10 @@ using foundation::Size;
 
 namespace {
 
-// Halves go away from zero, of a single-precision number.
+// Half of the difference in single precision, rounded with halves away from zero.
 double wholeHalf(double difference) { return std::round(static_cast<float>(difference * 0.5)); }
 
-// Where the frame's edge goes when it becomes smaller by `delta`. The signs are as designed.
+// The new place of the frame's edge when the frame becomes smaller by `delta`. The signs are as designed.
 double moved(double edge, double delta, bool flexibleMinus, bool flexiblePlus) {
   if (flexibleMinus && flexiblePlus) return edge + delta * 0.5;
   if (flexibleMinus) return edge - delta;
@@ -56,10 +56,10 @@ void KAView::sizeAndMoveToFitAnimated(bool animated) {
   const Rect before = frame();
   const Size size = _minRequiredSize;
   const auto flexible = [mask = autoresizingMask()](unsigned bit) { return (mask & bit) != 0; };
-  const double x = moved(before.origin.x, before.size.width - size.width, flexible(platform::ViewMinXMargin),
-                         flexible(platform::ViewMaxXMargin));
-  const double y = moved(before.origin.y, before.size.height - size.height, flexible(platform::ViewMaxYMargin),
-                         flexible(platform::ViewMinYMargin));
+  const double x = moved(before.origin.x, before.size.width - size.width, flexible(foundation::ViewMinXMargin),
+                         flexible(foundation::ViewMaxXMargin));
+  const double y = moved(before.origin.y, before.size.height - size.height, flexible(foundation::ViewMaxYMargin),
+                         flexible(foundation::ViewMinYMargin));
   if (animated && isVisibleOnWindow())
     animator().setFrame({{x, y}, size});
   else
@@ -90,6 +90,25 @@ void KAView::viewWillDraw() {
   View::viewWillDraw();
 }
 
+// The controller in the responder chain
+//
+// An event that a view does not handle travels along the chain of next responders. The controller wants to see it before
+// the superview and the window do, so the chain has to read: view, controller, whatever followed the view before. The view
+// tree knows nothing of controllers. It sets a view's next responder whenever the view enters or leaves a superview. That
+// is why setNextResponder is overridden: while a view has a controller, its own link always points to the controller, and a
+// responder that anyone else sets goes behind the controller.
+//
+// setViewController changes links only through this override, and the result depends on the controller that is stored at
+// each moment. With a view v, the old controller a, the new one b and the responder s behind them:
+//
+//   v -> a -> s    at first
+//   v -> a         step 1, while a is still stored: the override leaves v -> a, then a loses its next responder
+//   v -> b -> a    step 4, while b is stored: v's own link goes to b, and b gets what v's link held before
+//
+// So a replaced controller stays behind the new one and ends the chain, and s is dropped. Taking the controller away leaves
+// v -> a. Setting a again also leaves v -> a: a is v's next responder already, and must not become its own. This is the
+// designed result. A caller that wants s back in the chain sets the view's next responder again, as a change of superview
+// does. All links are weak: a destroyed controller ends the chain.
 KAViewController* KAView::viewController() const { return _viewController.get(); }
 
 void KAView::setViewController(KAViewController* controller) {
@@ -98,13 +117,13 @@ void KAView::setViewController(KAViewController* controller) {
     old->setNextResponder(nullptr);
   }
   _viewController = controller;
-  platform::Responder* next = nextResponder();
+  foundation::Responder* next = nextResponder();
   if (controller == nullptr || controller == next) return;
   setNextResponder(controller);
   controller->setNextResponder(next);
 }
 
-void KAView::setNextResponder(platform::Responder* responder) {
+void KAView::setNextResponder(foundation::Responder* responder) {
   KAViewController* controller = viewController();
   if (controller == nullptr) return View::setNextResponder(responder);
   controller->setNextResponder(responder);

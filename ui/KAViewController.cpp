@@ -1,9 +1,9 @@
 #include "ui/KAViewController.h"
 
-#include "platform/Platform.h"
+#include "foundation/views/ViewWindow.h"
 
-using platform::View;
-using platform::ViewWindow;
+using foundation::View;
+using foundation::ViewWindow;
 
 bool KAViewController::loadView() {
   if (!ViewController::loadView()) return false;
@@ -28,11 +28,7 @@ foundation::Size KAViewController::recommendedViewSize() const {
 void KAViewController::setNeedsRecalculateKeyViewLoop() {
   ViewWindow* window = viewIfLoaded() == nullptr ? nullptr : viewIfLoaded()->window();
   if (window == nullptr) return;
-  platform::RunLoop& runLoop = platform::current().runLoop;
-  runLoop.cancelPreviousPerformRequests(window);
-  runLoop.performAfterDelay(foundation::Seconds(0), window, [weak = platform::WeakReference(window)] {
-    if (ViewWindow* living = weak.get()) living->recalculateKeyViewLoop();
-  });
+  window->setNeedsRecalculateKeyViewLoop();
 }
 
 void KAViewController::ktViewWillAppear() {
@@ -42,6 +38,6 @@ void KAViewController::ktViewWillAppear() {
 void KAViewController::ktViewWillMoveToSuperview(View* /*superview*/) {}
 void KAViewController::ktViewWillMoveToWindow(ViewWindow* /*window*/) {}
 
-void KAViewController::tearDown() noexcept {
+void KAViewController::tearDown() {
   if (_viewLoaded) setView(nullptr);
 }

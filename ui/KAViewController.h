@@ -1,15 +1,16 @@
 #pragma once
-// The base of every view controller of the kit: one interface description per class, and callbacks that tell what happens
-// to the view. Main thread only.
+// The base of every view controller of the kit: one interface description per class, and callbacks for everything that
+// happens to the view. Main thread only.
 //
-// A controller class says its name and is made by viewController:
+// A controller class names itself, inherits the constructor, and is made by viewController:
 //
 //   class Settings : public KAViewController {
 //    public:
-//     static constexpr std::string_view className = "Settings";
+//     static constexpr ClassName<Settings> className{"Settings"};
 //     using KAViewController::KAViewController;
 //   };
 //   const auto settings = KAViewController::viewController<Settings>();
+#include <concepts>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -17,61 +18,90 @@
 #include "foundation/views/ViewController.h"
 #include "ui/KAView.h"
 
-class KAViewController : public platform::ViewController {
+// The name of a controller class. It carries the class as its type, so a subclass cannot go by its parent's name, and with
+// it load its parent's nib, by mistake.
+template <class Controller>
+struct ClassName {
+  constexpr explicit ClassName(std::string_view text) : text(text) {}
+  std::string_view text;
+};
+
+template <class Controller>
+concept NamesItself = std::same_as<decltype(Controller::className), const ClassName<Controller>>;
+
+class KAViewController : public foundation::ViewController {
  public:
-  // A new instance with the nib named by nibName, of the main bundle. When the last share of it goes, the view is taken
-  // from it first; an exception that leaves its callbacks then ends the process.
-  template <class Controller>
+  static constexpr ClassName<KAViewController> className{"KAViewController"};
+
+  // The constructor's parameter. Only viewController can make one, so it makes every controller.
+  class Making {
+   public:
+    Making(const Making&) = delete;
+    Making& operator=(const Making&) = delete;
+
+   private:
+    friend class KAViewController;
+    Making(foundation::ViewEnvironment& environment, std::string nibName)
+        : environment(environment), nibName(std::move(nibName)) {}
+    foundation::ViewEnvironment& environment;
+    const std::string nibName;
+  };
+
+  // Makes a controller with the nib named by nibName, in the installed environment. Releasing the last share takes the view
+  // away first, while the object still has its own class, so its own ktViewDidUnload runs. An exception that escapes from
+  // there ends the process.
+  template <NamesItself Controller>
   static std::shared_ptr<Controller> viewController() {
-    return {new Controller(nibName<Controller>()), [](Controller* controller) noexcept {
+    const Making making(foundation::ViewEnvironment::installed(), nibName<Controller>());
+    return {new Controller(making), [](Controller* controller) noexcept {
               controller->tearDown();
               delete controller;
             }};
   }
   // The class's own name: every controller class has a nib of that name.
-  template <class Controller>
+  template <NamesItself Controller>
   static std::string nibName() {
-    return std::string(Controller::className);
+    return std::string(Controller::className.text);
   }
 
-  using platform::ViewController::ViewController;
-  ~KAViewController() override { tearDown(); }
+  explicit KAViewController(const Making& making) : ViewController(making.environment, making.nibName) {}
 
   bool loadView() override;
-  // A KAView is linked to this controller while it is its view.
-  void setView(const std::shared_ptr<platform::View>& view) override;
+  // Links a KAView to this controller.
+  void setView(const std::shared_ptr<foundation::View>& view) override;
   [[nodiscard]] bool isViewLoaded() const { return _viewLoaded; }
   // The frame's size, or (0, 0) without a view.
   [[nodiscard]] foundation::Size recommendedViewSize() const;
   virtual void sizeViewToFit() {}
 
-  // The view that should take the keyboard's focus: only kept here, and not owned.
-  [[nodiscard]] platform::Responder* viewToBeFirstResponder() const { return _viewToBeFirstResponder.get(); }
-  void setViewToBeFirstResponder(platform::Responder* view) { _viewToBeFirstResponder = view; }
+  // The view that should take the keyboard focus. This class only stores it, and does not own it.
+  [[nodiscard]] foundation::Responder* viewToBeFirstResponder() const { return _viewToBeFirstResponder.get(); }
+  void setViewToBeFirstResponder(foundation::Responder* view) { _viewToBeFirstResponder = view; }
 
-  // The window recalculates its key-view loop on the next turn of the run loop, once however often it is asked. Nothing
-  // without a view in a window.
+  // Asks the view's window to recalculate its key-view loop on the next turn of the run loop, once for any number of
+  // requests. Does nothing without a view in a window.
   void setNeedsRecalculateKeyViewLoop();
 
-  // Called before or after what they say. An overriding class calls the base version of those three that do something.
+  // Each is called right before or after the event in its name. A class that overrides one of the three that do something
+  // here calls the base version.
   virtual void ktViewDidLoad() {}
   virtual void ktViewDidUnload() {}
   virtual void ktViewWillAppear();  // asks the view for layout
   virtual void ktViewDidAppear() { setNeedsRecalculateKeyViewLoop(); }
   virtual void ktViewWillDisappear() {}
   virtual void ktViewDidDisappear() { setNeedsRecalculateKeyViewLoop(); }
-  virtual void ktViewWillMoveToSuperview(platform::View* superview);
+  virtual void ktViewWillMoveToSuperview(foundation::View* superview);
   virtual void ktViewDidMoveToSuperview() {}
   virtual void ktViewWillBeRemovedFromSuperview() {}
   virtual void ktViewWasRemovedFromSuperview() {}
-  virtual void ktViewWillMoveToWindow(platform::ViewWindow* window);
+  virtual void ktViewWillMoveToWindow(foundation::ViewWindow* window);
   virtual void ktViewDidMoveToWindow() {}
   virtual void ktViewWillBeRemovedFromWindow() {}
   virtual void ktViewWasRemovedFromWindow() {}
 
  private:
-  void tearDown() noexcept;
+  void tearDown();
 
   bool _viewLoaded = false;
-  platform::WeakReference<platform::Responder> _viewToBeFirstResponder;
+  foundation::WeakReference<foundation::Responder> _viewToBeFirstResponder;
 };

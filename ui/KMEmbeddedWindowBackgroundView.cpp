@@ -1,6 +1,6 @@
 #include "ui/KMEmbeddedWindowBackgroundView.h"
 
-#include "foundation/views/ViewResources.h"
+#include "foundation/views/ImageNamed.h"
 #include "ui/NSColor+KMColor.h"
 
 using foundation::GraphicsContext;
@@ -53,13 +53,13 @@ void KMEmbeddedWindowBackgroundView::drawBloomContent(GraphicsContext& context, 
   context.drawLinearGradient(NSColor::embeddedWindowBackgroundStartColor(), NSColor::embeddedWindowBackgroundEndColor(),
                              content, downwards);
   if (bounds().size.height >= lowestBloomingView) {
-    if (const auto bloom = platform::imageNamed("s_bloom")) {
+    if (const auto bloom = foundation::imageNamed("s_bloom")) {
       const foundation::Size size = bloom->size();
       context.drawImage(*bloom, {{bounds().size.width - size.width, bloomStart}, size},
                         foundation::CompositingOperation::SourceOver, 1);
     }
   }
-  if (const auto dots = platform::imageNamed("s_dot_pattern")) {
+  if (const auto dots = foundation::imageNamed("s_dot_pattern")) {
     context.setFillPattern(dots);
     context.fillPathOfRect(content);
   }

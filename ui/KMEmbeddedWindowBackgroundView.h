@@ -1,6 +1,6 @@
 #pragma once
-// The wizard window's face: a rounded panel with a footer band, two hairlines above it, and the content area above these.
-// Main thread only.
+// The background of the wizard window: a rounded panel with a footer band, two hairlines above it, and the content area
+// above these. Main thread only.
 #include "ui/KAView.h"
 
 class KMEmbeddedWindowBackgroundView : public KAView {
@@ -8,12 +8,12 @@ class KMEmbeddedWindowBackgroundView : public KAView {
   using KAView::KAView;
 
   // Whether the content area has the gradient, the bloom (in a view of 300 points or higher) and the dot pattern; otherwise
-  // it is white. Set by the interface description, before the first drawing: a change alone draws nothing.
+  // it is white. The interface description sets it before the first drawing. A change does not request a redraw.
   [[nodiscard]] bool hasBloom() const { return _hasBloom; }
   void setHasBloom(bool hasBloom) { _hasBloom = hasBloom; }
   bool setFlagForKey(bool value, std::string_view key) override;
 
-  // Always the whole face.
+  // Draws the whole background, whatever `dirtyRect` is.
   void drawRect(const foundation::Rect& dirtyRect) override;
 
  private:

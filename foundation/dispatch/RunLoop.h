@@ -9,7 +9,7 @@
 
 #include "foundation/runtime/Time.h"
 
-namespace platform {
+namespace foundation {
 
 // A timer that has been scheduled. The run loop keeps it alive until it is invalidated or, when it does not repeat, has
 // fired.
@@ -25,18 +25,17 @@ class RunLoop {
  public:
   virtual ~RunLoop() = default;
 
-  [[nodiscard]] virtual foundation::Date currentDate() const = 0;
+  [[nodiscard]] virtual Date currentDate() const = 0;
 
   // Calls `action` once, `delay` from now. `target` names the receiver for cancelling and is not dereferenced.
-  virtual void performAfterDelay(foundation::Seconds delay, const void* target, std::function<void()> action) = 0;
+  virtual void performAfterDelay(Seconds delay, const void* target, std::function<void()> action) = 0;
 
   // Forgets every delayed call for `target` that has not started.
   virtual void cancelPreviousPerformRequests(const void* target) = 0;
 
   // Fires `action` every `interval`, first one interval from now. Ticks that were missed while the loop was busy are
   // skipped, not made up for.
-  virtual std::shared_ptr<Timer> scheduledTimer(foundation::Seconds interval, bool repeats,
-                                                std::function<void(Timer&)> action) = 0;
+  virtual std::shared_ptr<Timer> scheduledTimer(Seconds interval, bool repeats, std::function<void(Timer&)> action) = 0;
 };
 
-}  // namespace platform
+}  // namespace foundation

@@ -1,8 +1,9 @@
 #pragma once
-// Objects in the responder chain, and references to them that turn to nothing when the object goes. Main thread only.
+// Objects in the responder chain, and references to them that become nullptr when the object is destroyed. Main thread
+// only.
 #include <memory>
 
-namespace platform {
+namespace foundation {
 
 template <class T>
 class WeakReference;
@@ -14,7 +15,7 @@ class Responder {
   Responder(const Responder&) = delete;
   Responder& operator=(const Responder&) = delete;
 
-  // Who is asked when this responder does not answer; nullptr at the end of the chain and when that object has gone.
+  // The next responder in the chain, or nullptr at its end and after that object was destroyed.
   [[nodiscard]] Responder* nextResponder() const { return *_next; }
   virtual void setNextResponder(Responder* responder) { _next = responder == nullptr ? nothing() : responder->_self; }
 
@@ -36,11 +37,11 @@ class WeakReference {
   WeakReference() = default;
   WeakReference(T* object) : _object(object == nullptr ? nullptr : object->_self) {}
 
-  // nullptr when there is none or when it has gone.
+  // Returns nullptr for an empty reference and after the object was destroyed.
   [[nodiscard]] T* get() const { return _object == nullptr ? nullptr : static_cast<T*>(*_object); }
 
  private:
   Responder::Liveness _object;
 };
 
-}  // namespace platform
+}  // namespace foundation

@@ -2,10 +2,13 @@
 
 #include <algorithm>
 
-namespace platform {
+#include "foundation/views/ViewWindow.h"
+
+namespace foundation {
 namespace {
 
-// Along one axis. The lowest three bits of `flexible` stand for the margin before the view, the view and the margin after.
+// Along one axis. The lowest three bits of `flexible` mark as flexible: the margin before the view, its length, the margin
+// after it.
 void resize(double& place, double& length, double growth, unsigned flexible) {
   const bool before = (flexible & 1U) != 0;
   const bool itself = (flexible & 2U) != 0;
@@ -31,7 +34,7 @@ bool View::isDescendantOf(const View& view) const {
 
 void View::addSubview(const std::shared_ptr<View>& view) {
   if (view == nullptr || isDescendantOf(*view)) return;
-  // A copy, because the caller's may be the old superview's own.
+  // A copy: the caller's pointer may be the element of the old superview's list that goes away.
   const auto kept = view;  // NOLINT(performance-unnecessary-copy-initialization)
   kept->removeFromSuperview();
   kept->viewWillMoveToSuperview(this);
@@ -70,7 +73,7 @@ void View::setWindow(ViewWindow* window) {
   for (const auto& view : _subviews) view->setWindow(window);
 }
 
-// What is told may change the tree: go through copies.
+// A notified view may change the tree, so the loops run over copies.
 void View::tellWillMoveToWindow(ViewWindow* window) {
   viewWillMoveToWindow(window);
   for (const auto& view : std::vector(_subviews)) view->tellWillMoveToWindow(window);
@@ -103,38 +106,38 @@ void View::tellHidden(bool hidden) {
     if (!view->_isHidden) view->tellHidden(hidden);
 }
 
-void View::setFrame(const foundation::Rect& frame) {
+void View::setFrame(const Rect& frame) {
   setFrameOrigin(frame.origin);
   setFrameSize(frame.size);
 }
 
-void View::setFrameOrigin(foundation::Point origin) {
+void View::setFrameOrigin(Point origin) {
   _frame.origin = origin;
   if (_superview != nullptr) _superview->setNeedsDisplay(true);
 }
 
-void View::setFrameSize(foundation::Size size) {
-  const foundation::Size before = _frame.size;
-  const foundation::Size boundsBefore = _bounds.size;
+void View::setFrameSize(Size size) {
+  const Size before = _frame.size;
+  const Size boundsBefore = _bounds.size;
   _frame.size = size;
   if (!_hasOwnBoundsSize)
     _bounds.size = size;
   else if (before.width != 0 && before.height != 0)
     _bounds.size = {_bounds.size.width * size.width / before.width, _bounds.size.height * size.height / before.height};
-  const foundation::Size growth{_bounds.size.width - boundsBefore.width, _bounds.size.height - boundsBefore.height};
-  if (growth != foundation::Size{})
+  const Size growth{_bounds.size.width - boundsBefore.width, _bounds.size.height - boundsBefore.height};
+  if (growth != Size{})
     for (const auto& view : std::vector(_subviews)) view->superviewGrew(growth);
   setNeedsDisplay(true);
 }
 
-void View::superviewGrew(foundation::Size growth) {
-  foundation::Rect frame = _frame;
+void View::superviewGrew(Size growth) {
+  Rect frame = _frame;
   resize(frame.origin.x, frame.size.width, growth.width, _autoresizingMask / ViewMinXMargin);
   resize(frame.origin.y, frame.size.height, growth.height, _autoresizingMask / ViewMinYMargin);
   if (frame != _frame) setFrame(frame);
 }
 
-void View::setBounds(const foundation::Rect& bounds) {
+void View::setBounds(const Rect& bounds) {
   _bounds = bounds;
   _hasOwnBoundsSize = bounds.size != _frame.size;
   setNeedsDisplay(true);
@@ -159,9 +162,9 @@ void View::viewWillDraw() {
     if (!view->_isHidden) view->viewWillDraw();
 }
 
-void View::drawRect(const foundation::Rect& /*dirtyRect*/) {}
+void View::drawRect(const Rect& /*dirtyRect*/) {}
 
-void View::drawTree(foundation::GraphicsContext& context) {
+void View::drawTree(GraphicsContext& context) {
   if (_isHidden) return;
   context.saveGraphicsState();
   context.translateBy(_frame.origin);
@@ -175,4 +178,4 @@ void View::drawTree(foundation::GraphicsContext& context) {
   context.restoreGraphicsState();
 }
 
-}  // namespace platform
+}  // namespace foundation

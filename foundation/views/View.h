@@ -1,15 +1,15 @@
 #pragma once
-// The view tree: where views stand, when they are told of it, and when they draw. Main thread only.
+// The view tree: the place of each view, the notifications of a change of place, and drawing. Main thread only.
 //
-// Coordinates are points, origin bottom-left. A superview owns its subviews, a window its content view; everyone else who
-// needs a view to stay holds a share of it. Views are always held by shared_ptr.
+// Coordinates are points, origin bottom-left. A superview owns its subviews and a window its content view; any other code
+// that needs a view to stay alive holds a share of it. Views are always held by shared_ptr.
 //
-// The order of notifications, for a view and then for what is in it:
+// The order of notifications, for a view and then for its subviews:
 //   entering a superview   will-move-to-superview, will-move-to-window, did-move-to-window, did-move-to-superview
 //   leaving it             the same four, with nullptr
 //   changing superviews    leaving, then entering
-// The two about windows are sent only when there is a window to enter or to leave. A view that is hidden or shown, itself
-// or by an ancestor, is told after the change, and only when it makes a difference to it.
+// The two about windows are sent only if there is a window to enter or to leave. Hiding or showing a view notifies it and
+// its subviews after the change, but only those whose visibility it changes.
 #include <functional>
 #include <memory>
 #include <string_view>
@@ -19,7 +19,7 @@
 #include "foundation/graphics/Graphics.h"
 #include "foundation/views/Responder.h"
 
-namespace platform {
+namespace foundation {
 
 class FrameAnimation;
 class View;
@@ -36,19 +36,20 @@ enum AutoresizingMask : unsigned {
   ViewMaxYMargin = 32,  // top
 };
 
-// Stands for a view whose frame is to change smoothly, in a quarter of a second. A change during another starts from where
-// the view is; a frame that is set directly meanwhile stays, and ends the animation.
+// Changes the frame of a view smoothly, in a quarter of a second, on the run loop of the view's window (see
+// ViewEnvironment.h for a view without one). A change during another one starts from the present frame. A frame that is set
+// directly during an animation stays and ends the animation.
 class ViewAnimator {
  public:
   explicit ViewAnimator(View& view) : _view(view) {}
 
-  void setFrame(const foundation::Rect& frame);
-  void setFrameOrigin(foundation::Point origin);
-  void setFrameSize(foundation::Size size);
+  void setFrame(const Rect& frame);
+  void setFrameOrigin(Point origin);
+  void setFrameSize(Size size);
 
  private:
-  [[nodiscard]] foundation::Rect target() const;
-  void animate(const foundation::Rect& target, std::function<void(View&, const foundation::Rect&)> apply);
+  [[nodiscard]] Rect target() const;
+  void animate(const Rect& target, std::function<void(View&, const Rect&)> apply);
 
   View& _view;
 };
@@ -56,47 +57,47 @@ class ViewAnimator {
 class View : public Responder, public std::enable_shared_from_this<View> {
  public:
   View() = default;
-  explicit View(const foundation::Rect& frame) : _frame(frame), _bounds{{}, frame.size} {}
+  explicit View(const Rect& frame) : _frame(frame), _bounds{{}, frame.size} {}
   ~View() override;
 
   [[nodiscard]] View* superview() const { return _superview; }
   [[nodiscard]] ViewWindow* window() const { return _window; }
   [[nodiscard]] const std::vector<std::shared_ptr<View>>& subviews() const { return _subviews; }
-  // Takes the view from where it is and puts it in front of the other subviews; its next responder is then this view.
-  // Without effect when it would make the view its own ancestor.
+  // Removes the view from its superview and puts it in front of the other subviews. Its next responder is then this view.
+  // Does nothing if the view would become its own ancestor.
   void addSubview(const std::shared_ptr<View>& view);
   void removeFromSuperview();
-  [[nodiscard]] bool isDescendantOf(const View& view) const;  // or that view itself
+  [[nodiscard]] bool isDescendantOf(const View& view) const;  // also true for the view itself
 
   [[nodiscard]] bool isHidden() const { return _isHidden; }
   void setHidden(bool hidden);
   [[nodiscard]] bool isHiddenOrHasHiddenAncestor() const;
 
-  // The frame is in the superview's coordinates, the bounds in the view's own: of the frame's size and at the origin until
-  // they are set.
-  [[nodiscard]] foundation::Rect frame() const { return _frame; }
-  [[nodiscard]] foundation::Rect bounds() const { return _bounds; }
-  virtual void setFrame(const foundation::Rect& frame);
-  virtual void setBounds(const foundation::Rect& bounds);
-  void setFrameOrigin(foundation::Point origin);
-  void setFrameSize(foundation::Size size);  // bounds of a size of their own keep their proportion to the frame
+  // The frame is in the superview's coordinates, the bounds are in the view's own. Until they are set, the bounds have the
+  // frame's size and their origin is (0, 0).
+  [[nodiscard]] Rect frame() const { return _frame; }
+  [[nodiscard]] Rect bounds() const { return _bounds; }
+  virtual void setFrame(const Rect& frame);
+  virtual void setBounds(const Rect& bounds);
+  void setFrameOrigin(Point origin);
+  void setFrameSize(Size size);  // bounds of a size of their own keep their proportion to the frame
   [[nodiscard]] ViewAnimator animator() { return ViewAnimator(*this); }
 
-  // What becomes wider or narrower with the bounds of the superview, by AutoresizingMask. What is flexible along an axis
-  // shares the change evenly; with nothing flexible the view stays where it is. Going back to the old size brings back the
-  // old frame, also after a size that leaves the view none.
+  // The parts that change when the superview's bounds change size: bits of AutoresizingMask. Flexible parts share the
+  // difference along each axis evenly; without a flexible part the view keeps its frame. Restoring the superview's size
+  // restores the frame, even after a size that left no room for the view.
   [[nodiscard]] unsigned autoresizingMask() const { return _autoresizingMask; }
   void setAutoresizingMask(unsigned mask) { _autoresizingMask = mask; }
 
-  // Asks for the view to be drawn at the next opportunity.
+  // Requests that the view is drawn at the next opportunity.
   void setNeedsDisplay(bool needed);
   [[nodiscard]] bool needsDisplay() const { return _needsDisplay; }
 
-  // A property that an interface description sets. False when the view has no such property.
+  // Sets a boolean property from an interface description. Returns false if the view has no such property.
   virtual bool setFlagForKey(bool value, std::string_view key);
 
-  // Notifications, each overridable; what overrides one calls the base version. viewWillDraw reaches visible views only,
-  // before anything is drawn, and its base version passes it on to the subviews.
+  // Notifications. A class that overrides one calls the base version. viewWillDraw is sent to visible views only, before
+  // anything is drawn; its base version passes it on to the subviews.
   virtual void viewWillMoveToSuperview(View* superview);
   virtual void viewDidMoveToSuperview();
   virtual void viewWillMoveToWindow(ViewWindow* window);
@@ -105,8 +106,8 @@ class View : public Responder, public std::enable_shared_from_this<View> {
   virtual void viewDidUnhide();
   virtual void viewWillDraw();
 
-  // Draws the view, without its subviews, into the current graphics context, in its own coordinates.
-  virtual void drawRect(const foundation::Rect& dirtyRect);
+  // Draws the view, without its subviews, into the current graphics context, in the view's own coordinates.
+  virtual void drawRect(const Rect& dirtyRect);
 
  private:
   friend class ViewAnimator;
@@ -116,14 +117,14 @@ class View : public Responder, public std::enable_shared_from_this<View> {
   void tellDidMoveToWindow();
   void setWindow(ViewWindow* window);
   void tellHidden(bool hidden);
-  void drawTree(foundation::GraphicsContext& context);
-  void superviewGrew(foundation::Size growth);
+  void drawTree(GraphicsContext& context);
+  void superviewGrew(Size growth);
 
   View* _superview = nullptr;
   ViewWindow* _window = nullptr;
   std::vector<std::shared_ptr<View>> _subviews;
-  foundation::Rect _frame;
-  foundation::Rect _bounds;
+  Rect _frame;
+  Rect _bounds;
   bool _hasOwnBoundsSize = false;
   bool _isHidden = false;
   bool _needsDisplay = true;
@@ -131,29 +132,4 @@ class View : public Responder, public std::enable_shared_from_this<View> {
   std::shared_ptr<FrameAnimation> _animation;
 };
 
-// What a view tree hangs in: a place in a window of the platform, which sets the two hooks.
-class ViewWindow final : public Responder {
- public:
-  ViewWindow();
-  ~ViewWindow() override;
-
-  // The content view fills the window and stands in a view of the window's own, so it has a superview. nullptr takes it
-  // away.
-  [[nodiscard]] View* contentView() const;
-  void setContentView(const std::shared_ptr<View>& view);
-  void setSize(foundation::Size size);
-
-  // Makes the order in which the keyboard reaches the views anew.
-  void recalculateKeyViewLoop();
-
-  // Tells the visible views that they will draw and draws them.
-  void display(foundation::GraphicsContext& context);
-
-  std::function<void()> onNeedsDisplay;
-  std::function<void()> onRecalculateKeyViewLoop;
-
- private:
-  std::shared_ptr<View> _root = std::make_shared<View>();
-};
-
-}  // namespace platform
+}  // namespace foundation

@@ -1,38 +1,43 @@
 #include <algorithm>
 
-#include "foundation/views/View.h"
-#include "platform/Platform.h"
+#include "foundation/views/ViewEnvironment.h"
+#include "foundation/views/ViewWindow.h"
 
-namespace platform {
+namespace foundation {
 namespace {
 
-constexpr foundation::Seconds duration(0.25);
-constexpr foundation::Seconds step(1.0 / 60);
+constexpr Seconds duration(0.25);
+constexpr Seconds step(1.0 / 60);
 
 double between(double from, double to, double progress) { return from + (to - from) * progress; }
 
+RunLoop& runLoopOf(const View& view) {
+  return view.window() == nullptr ? ViewEnvironment::installed().runLoop : view.window()->runLoop();
+}
+
 }  // namespace
 
-// One change of a frame under way. Its timer goes on while the view lives and nobody else moves it.
+// A running change of a frame. Its timer runs until the view is destroyed or other code moves the view.
 class FrameAnimation {
  public:
-  using Apply = std::function<void(View&, const foundation::Rect&)>;
+  using Apply = std::function<void(View&, const Rect&)>;
 
-  FrameAnimation(View& view, const foundation::Rect& target, Apply apply)
+  FrameAnimation(View& view, const Rect& target, Apply apply)
       : target(target),
         _view(&view),
         _from(view.frame()),
         _last(view.frame()),
-        _start(current().runLoop.currentDate()),
+        _runLoop(runLoopOf(view)),
+        _start(_runLoop.currentDate()),
         _apply(std::move(apply)) {}
 
-  const foundation::Rect target;
+  const Rect target;
 
-  // False when it has ended.
+  // Sets the frame of this moment. Returns false at the end of the animation.
   bool advance() {
     View* view = _view.get();
     if (view == nullptr || view->frame() != _last) return false;
-    const foundation::Seconds elapsed = current().runLoop.currentDate() - _start;
+    const Seconds elapsed = _runLoop.currentDate() - _start;
     if (elapsed >= duration) {
       _apply(*view, target);
       return false;
@@ -44,24 +49,25 @@ class FrameAnimation {
   }
 
  private:
-  [[nodiscard]] foundation::Rect at(double progress) const {
+  [[nodiscard]] Rect at(double progress) const {
     return {
         {between(_from.origin.x, target.origin.x, progress), between(_from.origin.y, target.origin.y, progress)},
         {between(_from.size.width, target.size.width, progress), between(_from.size.height, target.size.height, progress)}};
   }
 
   WeakReference<View> _view;
-  foundation::Rect _from;
-  foundation::Rect _last;
-  foundation::Date _start;
+  Rect _from;
+  Rect _last;
+  RunLoop& _runLoop;
+  Date _start;
   Apply _apply;
 };
 
-void ViewAnimator::animate(const foundation::Rect& target, FrameAnimation::Apply apply) {
+void ViewAnimator::animate(const Rect& target, FrameAnimation::Apply apply) {
   _view._animation = std::make_shared<FrameAnimation>(_view, target, std::move(apply));
-  current().runLoop.scheduledTimer(
+  runLoopOf(_view).scheduledTimer(
       step, true, [animated = WeakReference(&_view), animation = std::weak_ptr(_view._animation)](Timer& timer) {
-        const auto running = animation.lock();  // gone with the view, or replaced by the next one
+        const auto running = animation.lock();  // nullptr after the view or a newer animation
         if (running && running->advance()) return;
         timer.invalidate();
         View* view = animated.get();
@@ -69,21 +75,20 @@ void ViewAnimator::animate(const foundation::Rect& target, FrameAnimation::Apply
       });
 }
 
-foundation::Rect ViewAnimator::target() const { return _view._animation ? _view._animation->target : _view.frame(); }
+Rect ViewAnimator::target() const { return _view._animation ? _view._animation->target : _view.frame(); }
 
-void ViewAnimator::setFrame(const foundation::Rect& frame) {
-  animate(frame, [](View& view, const foundation::Rect& place) { view.setFrame(place); });
+void ViewAnimator::setFrame(const Rect& frame) {
+  animate(frame, [](View& view, const Rect& place) { view.setFrame(place); });
 }
 
-void ViewAnimator::setFrameOrigin(foundation::Point origin) {
+void ViewAnimator::setFrameOrigin(Point origin) {
   if (_view._animation) return setFrame({origin, target().size});
-  animate({origin, _view.frame().size},
-          [](View& view, const foundation::Rect& place) { view.setFrameOrigin(place.origin); });
+  animate({origin, _view.frame().size}, [](View& view, const Rect& place) { view.setFrameOrigin(place.origin); });
 }
 
-void ViewAnimator::setFrameSize(foundation::Size size) {
+void ViewAnimator::setFrameSize(Size size) {
   if (_view._animation) return setFrame({target().origin, size});
-  animate({_view.frame().origin, size}, [](View& view, const foundation::Rect& place) { view.setFrameSize(place.size); });
+  animate({_view.frame().origin, size}, [](View& view, const Rect& place) { view.setFrameSize(place.size); });
 }
 
-}  // namespace platform
+}  // namespace foundation

@@ -1,9 +1,8 @@
 #include "foundation/views/ViewController.h"
 
 #include "foundation/views/ViewResources.h"
-#include "platform/Platform.h"
 
-namespace platform {
+namespace foundation {
 
 View* ViewController::view() {
   if (_view == nullptr) loadView();
@@ -11,16 +10,15 @@ View* ViewController::view() {
 }
 
 bool ViewController::loadView() {
-  Platform& platform = current();
   std::string cause = "this platform has no view resources";
   std::shared_ptr<View> loaded;
-  if (platform.viewResources != nullptr) loaded = platform.viewResources->loadNib(_nibName, *this, cause);
+  if (_environment.resources != nullptr) loaded = _environment.resources->loadNib(_nibName, *this, cause);
   if (loaded == nullptr) {
-    platform.systemLog.log("cannot load the view \"" + _nibName + "\": " + cause);
+    _environment.log("cannot load the view \"" + _nibName + "\": " + cause);
     return false;
   }
   setView(loaded);
   return true;
 }
 
-}  // namespace platform
+}  // namespace foundation

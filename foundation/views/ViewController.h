@@ -1,31 +1,33 @@
 #pragma once
-// The platform's view controller: owns a view, which an interface description ("nib") holds. Main thread only.
+// The plain view controller: owns a view, which it loads from an interface description ("nib"). Main thread only.
 #include <memory>
 #include <string>
 
 #include "foundation/views/Responder.h"
 #include "foundation/views/View.h"
+#include "foundation/views/ViewEnvironment.h"
 
-namespace platform {
+namespace foundation {
 
 class ViewController : public Responder {
  public:
-  ViewController() = default;
-  // The nib is looked for in the main bundle.
-  explicit ViewController(std::string nibName) : _nibName(std::move(nibName)) {}
+  // `nibName` names an interface description of the main bundle. The environment outlives the controller.
+  ViewController(ViewEnvironment& environment, std::string nibName)
+      : _environment(environment), _nibName(std::move(nibName)) {}
 
-  // The view, loaded when there is none yet. nullptr when it cannot be loaded.
+  // The view, loaded by the first call. Returns nullptr if it cannot be loaded.
   View* view();
-  // The view, or nullptr while there is none; loads nothing.
+  // The view, or nullptr while there is none. Loads nothing.
   [[nodiscard]] const std::shared_ptr<View>& viewIfLoaded() const { return _view; }
   virtual void setView(const std::shared_ptr<View>& view) { _view = view; }
 
-  // Sets the view of the nib. Without one: false, no view, and the cause in the system log.
+  // Sets the view that the nib holds. On failure returns false, sets no view, and writes the cause to the system log.
   virtual bool loadView();
 
  private:
+  ViewEnvironment& _environment;
   std::string _nibName;
   std::shared_ptr<View> _view;
 };
 
-}  // namespace platform
+}  // namespace foundation

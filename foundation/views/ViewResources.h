@@ -1,12 +1,12 @@
 #pragma once
-// What views and view controllers take from the application's bundle. Main thread only.
+// Images and interface descriptions of the application's bundle. Main thread only.
 #include <memory>
 #include <string>
 #include <string_view>
 
 #include "foundation/graphics/Graphics.h"
 
-namespace platform {
+namespace foundation {
 
 class View;
 class ViewController;
@@ -15,15 +15,12 @@ class ViewResources {
  public:
   virtual ~ViewResources() = default;
 
-  // The image resource of that name, from a cache; nullptr when there is none.
-  virtual std::shared_ptr<const foundation::Image> imageNamed(std::string_view name) = 0;
+  // The image resource of that name, from a cache. Returns nullptr if there is no such image.
+  virtual std::shared_ptr<const Image> imageNamed(std::string_view name) = 0;
 
-  // The view that the interface description `name` holds, made anew for `owner`. Nothing when there is none or it cannot be
-  // read; `cause` then says why.
+  // Makes the view that the interface description `name` holds. Returns nullptr, and sets `cause`, if there is no such
+  // description or it cannot be read.
   virtual std::shared_ptr<View> loadNib(std::string_view name, ViewController& owner, std::string& cause) = 0;
 };
 
-// imageNamed of the installed platform; nullptr also where the platform shows no views.
-std::shared_ptr<const foundation::Image> imageNamed(std::string_view name);
-
-}  // namespace platform
+}  // namespace foundation

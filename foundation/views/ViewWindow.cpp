@@ -1,10 +1,8 @@
-#include "foundation/views/View.h"
-#include "foundation/views/ViewResources.h"
-#include "platform/Platform.h"
+#include "foundation/views/ViewWindow.h"
 
-namespace platform {
+namespace foundation {
 
-ViewWindow::ViewWindow() {
+ViewWindow::ViewWindow(RunLoop& runLoop) : _runLoop(runLoop) {
   _root->_window = this;
   _root->setNextResponder(this);
 }
@@ -23,7 +21,7 @@ void ViewWindow::setContentView(const std::shared_ptr<View>& view) {
   _root->addSubview(view);
 }
 
-void ViewWindow::setSize(foundation::Size size) {
+void ViewWindow::setSize(Size size) {
   _root->setFrameSize(size);
   if (View* content = contentView()) content->setFrame({{}, size});
 }
@@ -32,15 +30,17 @@ void ViewWindow::recalculateKeyViewLoop() {
   if (onRecalculateKeyViewLoop) onRecalculateKeyViewLoop();
 }
 
-void ViewWindow::display(foundation::GraphicsContext& context) {
+void ViewWindow::setNeedsRecalculateKeyViewLoop() {
+  _runLoop.cancelPreviousPerformRequests(&_keyViewLoopRequest);
+  _runLoop.performAfterDelay(Seconds(0), &_keyViewLoopRequest, [weak = WeakReference(this)] {
+    if (ViewWindow* living = weak.get()) living->recalculateKeyViewLoop();
+  });
+}
+
+void ViewWindow::display(GraphicsContext& context) {
   _root->viewWillDraw();
-  const foundation::GraphicsContext::Focus focus(context);
+  const GraphicsContext::Focus focus(context);
   _root->drawTree(context);
 }
 
-std::shared_ptr<const foundation::Image> imageNamed(std::string_view name) {
-  ViewResources* resources = current().viewResources;
-  return resources == nullptr ? nullptr : resources->imageNamed(name);
-}
-
-}  // namespace platform
+}  // namespace foundation

@@ -57,7 +57,8 @@ std::shared_ptr<const foundation::Image> FakeViewResources::imageNamed(std::stri
   return found == images.end() ? nullptr : found->second;
 }
 
-std::shared_ptr<View> FakeViewResources::loadNib(std::string_view name, ViewController& /*owner*/, std::string& cause) {
+std::shared_ptr<foundation::View> FakeViewResources::loadNib(std::string_view name, foundation::ViewController& /*owner*/,
+                                                             std::string& cause) {
   const auto found = nibs.find(name);
   if (found != nibs.end()) return found->second();
   cause = "there is no nib of that name";

@@ -58,15 +58,16 @@ class RecordingContext final : public foundation::GraphicsContext {
 // Names a step in a test's failure.
 void PrintTo(const DrawingStep& step, std::ostream* out);
 
-class FakeViewResources final : public ViewResources {
+class FakeViewResources final : public foundation::ViewResources {
  public:
   std::shared_ptr<const foundation::Image> imageNamed(std::string_view name) override;
-  std::shared_ptr<View> loadNib(std::string_view name, ViewController& owner, std::string& cause) override;
+  std::shared_ptr<foundation::View> loadNib(std::string_view name, foundation::ViewController& owner,
+                                            std::string& cause) override;
 
   void addImage(const std::string& name, foundation::Size size) { images[name] = std::make_shared<FakeImage>(name, size); }
 
   std::map<std::string, std::shared_ptr<const foundation::Image>, std::less<>> images;
-  std::map<std::string, std::function<std::shared_ptr<View>()>, std::less<>> nibs;
+  std::map<std::string, std::function<std::shared_ptr<foundation::View>()>, std::less<>> nibs;
 };
 
 }  // namespace platform::fake

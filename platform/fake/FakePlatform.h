@@ -11,13 +11,13 @@
 
 namespace platform::fake {
 
-class FakeRunLoop final : public RunLoop {
+class FakeRunLoop final : public foundation::RunLoop {
  public:
   [[nodiscard]] foundation::Date currentDate() const override { return _now; }
   void performAfterDelay(foundation::Seconds delay, const void* target, std::function<void()> action) override;
   void cancelPreviousPerformRequests(const void* target) override;
-  std::shared_ptr<Timer> scheduledTimer(foundation::Seconds interval, bool repeats,
-                                        std::function<void(Timer&)> action) override;
+  std::shared_ptr<foundation::Timer> scheduledTimer(foundation::Seconds interval, bool repeats,
+                                                    std::function<void(foundation::Timer&)> action) override;
 
   // Moves the clock forward, running what falls due in order, each at its own time.
   void advance(foundation::Seconds duration);

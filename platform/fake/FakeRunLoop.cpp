@@ -4,9 +4,9 @@
 
 namespace platform::fake {
 
-class FakeRunLoop::FakeTimer final : public Timer, public std::enable_shared_from_this<FakeTimer> {
+class FakeRunLoop::FakeTimer final : public foundation::Timer, public std::enable_shared_from_this<FakeTimer> {
  public:
-  FakeTimer(foundation::Seconds interval, bool repeats, std::function<void(Timer&)> action)
+  FakeTimer(foundation::Seconds interval, bool repeats, std::function<void(foundation::Timer&)> action)
       : interval(interval), repeats(repeats), _action(std::move(action)) {}
 
   void invalidate() override { _isValid = false; }
@@ -21,7 +21,7 @@ class FakeRunLoop::FakeTimer final : public Timer, public std::enable_shared_fro
   const bool repeats;
 
  private:
-  std::function<void(Timer&)> _action;
+  std::function<void(foundation::Timer&)> _action;
   bool _isValid = true;
 };
 
@@ -45,8 +45,8 @@ void FakeRunLoop::scheduleTick(const std::shared_ptr<FakeTimer>& timer, foundati
   });
 }
 
-std::shared_ptr<Timer> FakeRunLoop::scheduledTimer(foundation::Seconds interval, bool repeats,
-                                                   std::function<void(Timer&)> action) {
+std::shared_ptr<foundation::Timer> FakeRunLoop::scheduledTimer(foundation::Seconds interval, bool repeats,
+                                                               std::function<void(foundation::Timer&)> action) {
   auto timer = std::make_shared<FakeTimer>(interval, repeats, std::move(action));
   _timers.push_back(timer);
   scheduleTick(timer, foundation::dateByAdding(_now, interval));

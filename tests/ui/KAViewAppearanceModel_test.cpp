@@ -138,10 +138,10 @@ std::ostream& operator<<(std::ostream& out, const Step& step) {
 // The real thing.
 class Stage {
  public:
-  Stage() {
+  explicit Stage(foundation::RunLoop& runLoop) : window(runLoop) {
     for (int i = 0; i < viewCount; ++i) {
       views.push_back(std::make_shared<KAView>());
-      controllers.push_back(std::make_unique<ToldController>(calls, std::to_string(i)));
+      controllers.push_back(toldController(calls, std::to_string(i)));
       controllers.back()->setView(views.back());
     }
   }
@@ -152,9 +152,9 @@ class Stage {
   Stage& operator=(const Stage&) = delete;
 
   Calls calls;
-  platform::ViewWindow window;
+  foundation::ViewWindow window;
   std::vector<std::shared_ptr<KAView>> views;
-  std::vector<std::unique_ptr<ToldController>> controllers;
+  std::vector<std::shared_ptr<ToldController>> controllers;
 };
 
 void apply(const Step& step, Stage& stage, Model& model) {
@@ -184,9 +184,9 @@ rc::Gen<Step> steps() {
 
 TEST(AppearanceCycle, FollowsItsTableWhateverIsDoneToTheViews) {
   platform::fake::FakePlatform fakes;
-  const bool holds = rc::check([] {
+  const bool holds = rc::check([&fakes] {
     const auto todo = *rc::gen::container<std::vector<Step>>(steps());
-    Stage stage;
+    Stage stage(fakes.runLoop);
     Model model;
     for (const auto& step : todo) {
       apply(step, stage, model);

@@ -5,7 +5,7 @@
 #include "platform/fake/FakePlatform.h"
 #include "tests/ui/ToldController.h"
 
-using platform::View;
+using foundation::View;
 using testing::ElementsAre;
 
 namespace {
@@ -15,10 +15,10 @@ using State = KAView::Appearance;
 struct Appearance : testing::Test {
   platform::fake::FakePlatform fakes;
   Calls calls;
-  platform::ViewWindow window;
+  foundation::ViewWindow window{fakes.runLoop};
   std::shared_ptr<View> content = std::make_shared<View>();
   std::shared_ptr<KAView> view = std::make_shared<KAView>();
-  ToldController controller{calls};
+  std::shared_ptr<ToldController> controller = toldController(calls);
 };
 
 // The circumstances of a notification.
@@ -57,20 +57,20 @@ struct AppearanceRows : Appearance {
     auto stage = std::make_shared<View>();
     window.setContentView(stage);
     stage->addSubview(view);
-    view->setViewController(&controller);
+    view->setViewController(controller.get());
     view->removeFromSuperview();
     ASSERT_EQ(view->viewAppearance(), State::Disappeared);
     if (state != State::Disappeared) view->viewWillMoveToSuperview(stage.get());
     if (state == State::Appeared || state == State::Disappearing) {
       view->setViewController(nullptr);
       stage->addSubview(view);
-      view->setViewController(&controller);
+      view->setViewController(controller.get());
       view->viewDidMoveToSuperview();
     }
     if (state == State::Disappearing) view->viewWillMoveToSuperview(nullptr);
     view->setViewController(nullptr);
     view->removeFromSuperview();
-    view->setViewController(&controller);
+    view->setViewController(controller.get());
     window.setContentView(nullptr);
     ASSERT_EQ(view->viewAppearance(), state);
   }
@@ -81,7 +81,7 @@ struct AppearanceRows : Appearance {
     if (where.hasSuperview) content->addSubview(view);
     content->setHidden(where.ancestorHidden);
     view->setHidden(where.ownHidden);
-    view->setViewController(&controller);
+    view->setViewController(controller.get());
     calls.clear();
   }
 
@@ -206,7 +206,7 @@ TEST_F(Appearance, WithoutControllerTheCycleStandsStill) {
 }
 
 TEST_F(Appearance, HidingAndShowingYieldsTheFourCallbacksInOrder) {
-  controller.setView(view);
+  controller->setView(view);
   window.setContentView(content);
   content->addSubview(view);
   calls.clear();
@@ -216,7 +216,7 @@ TEST_F(Appearance, HidingAndShowingYieldsTheFourCallbacksInOrder) {
 }
 
 TEST_F(Appearance, ASuperviewOutsideOfAnyWindowBringsNoAppearanceUntilItEntersOne) {
-  controller.setView(view);
+  controller->setView(view);
   content->addSubview(view);
   EXPECT_THAT(calls, ElementsAre("WillMoveToSuperview", "DidMoveToSuperview"));
   calls.clear();
@@ -225,7 +225,7 @@ TEST_F(Appearance, ASuperviewOutsideOfAnyWindowBringsNoAppearanceUntilItEntersOn
 }
 
 TEST_F(Appearance, EnteringAndLeavingAShownSuperview) {
-  controller.setView(view);
+  controller->setView(view);
   window.setContentView(content);
   content->addSubview(view);
   EXPECT_THAT(calls, ElementsAre("WillMoveToSuperview", "WillAppear", "WillMoveToWindow", "DidMoveToWindow", "DidAppear",
@@ -237,17 +237,17 @@ TEST_F(Appearance, EnteringAndLeavingAShownSuperview) {
 }
 
 TEST_F(Appearance, CallbacksNameWhereTheViewWillMove) {
-  controller.setView(view);
+  controller->setView(view);
   view->viewWillMoveToSuperview(content.get());
-  EXPECT_EQ(controller.movedTo, content.get());
+  EXPECT_EQ(controller->movedTo, content.get());
   view->viewWillMoveToWindow(&window);
-  EXPECT_EQ(controller.movedTo, &window);
+  EXPECT_EQ(controller->movedTo, &window);
 }
 
 TEST_F(Appearance, ANotificationReachesTheControllerItHasThen) {
   window.setContentView(content);
   content->addSubview(view);
-  view->setViewController(&controller);
+  view->setViewController(controller.get());
   view->removeFromSuperview();  // never appeared, so it does not disappear
   EXPECT_THAT(calls, ElementsAre("WillBeRemovedFromSuperview", "WillBeRemovedFromWindow", "WasRemovedFromWindow",
                                  "WasRemovedFromSuperview"));

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "foundation/views/ViewWindow.h"
 #include "platform/fake/FakeGraphics.h"
 #include "platform/fake/FakePlatform.h"
 
@@ -12,7 +13,7 @@ using foundation::Size;
 
 namespace {
 
-// Wants a size of its own, and counts.
+// Requires a size of its own, and counts calculations and layouts.
 class SizedView : public KAView {
  public:
   using KAView::KAView;
@@ -29,28 +30,28 @@ class SizedView : public KAView {
   int layouts = 0;
 };
 
-struct KAViews : testing::Test {
-  KAViews() {
+struct KAViewTest : testing::Test {
+  KAViewTest() {
     window.setContentView(content);
     window.setSize({500, 400});
   }
 
   platform::fake::FakePlatform fakes;
-  platform::ViewWindow window;
-  std::shared_ptr<platform::View> content = std::make_shared<platform::View>();
+  foundation::ViewWindow window{fakes.runLoop};
+  std::shared_ptr<foundation::View> content = std::make_shared<foundation::View>();
   std::shared_ptr<SizedView> view = std::make_shared<SizedView>(Rect{{20, 30}, {200, 60}});
 };
 
-TEST_F(KAViews, AFreshViewRequiresNoSize) { EXPECT_EQ(view->minRequiredSize(), (Size{0, 0})); }
+TEST_F(KAViewTest, AFreshViewRequiresNoSpace) { EXPECT_EQ(view->minRequiredSize(), (Size{0, 0})); }
 
-TEST_F(KAViews, SizeToFitOfTheBaseTakesTheBoundsAndChangesNothing) {
+TEST_F(KAViewTest, SizeToFitOfTheBaseClassTakesTheBoundsAndChangesNothing) {
   KAView plain({{20, 30}, {200, 60}});
   plain.sizeToFit();
   EXPECT_EQ(plain.minRequiredSize(), (Size{200, 60}));
   EXPECT_EQ(plain.frame(), (Rect{{20, 30}, {200, 60}}));
 }
 
-TEST_F(KAViews, ASizeThatWasSetIsOverwrittenByTheFirstCalculation) {
+TEST_F(KAViewTest, ASizeThatWasSetIsOverwrittenByTheFirstCalculation) {
   KAView plain({{0, 0}, {200, 60}});
   plain.setCalculatedSize({10, 10});
   EXPECT_EQ(plain.minRequiredSize(), (Size{10, 10}));
@@ -58,14 +59,14 @@ TEST_F(KAViews, ASizeThatWasSetIsOverwrittenByTheFirstCalculation) {
   EXPECT_EQ(plain.frame().size, (Size{200, 60}));
 }
 
-TEST_F(KAViews, ASizeThatWasSetAfterTheCalculationStays) {
+TEST_F(KAViewTest, ASizeThatWasSetAfterTheCalculationStays) {
   view->calcSizeIfNeeded();
   view->setCalculatedSize({10, 10});
   view->sizeToFit();
   EXPECT_EQ(view->frame(), (Rect{{20, 30}, {10, 10}}));
 }
 
-TEST_F(KAViews, TheSizeIsCalculatedOnceUntilItIsNeededAnew) {
+TEST_F(KAViewTest, TheSizeIsCalculatedOnceUntilItIsInvalidated) {
   view->calcSizeIfNeeded();
   view->calcSizeIfNeeded();
   EXPECT_EQ(view->calculations, 1);
@@ -74,14 +75,36 @@ TEST_F(KAViews, TheSizeIsCalculatedOnceUntilItIsNeededAnew) {
   EXPECT_EQ(view->calculations, 2);
 }
 
-TEST_F(KAViews, SizeToFitKeepsTheOriginAndAsksForNoLayout) {
+// A size is up to date after its calculation, even if the calculation invalidated it.
+TEST_F(KAViewTest, ASizeIsUpToDateAfterACalculationThatInvalidatesIt) {
+  class InvalidatingView : public SizedView {
+   public:
+    void calcSize() override {
+      SizedView::calcSize();
+      setNeedsCalcSize();
+    }
+  };
+  InvalidatingView invalidating;
+  invalidating.calcSizeIfNeeded();
+  invalidating.calcSizeIfNeeded();
+  EXPECT_EQ(invalidating.calculations, 1);
+}
+
+TEST_F(KAViewTest, TheCalculatedSizeOfTheBaseClassIsThatOfTheBoundsNotOfTheFrame) {
+  KAView plain({{20, 30}, {200, 60}});
+  plain.setBounds({{0, 0}, {100, 40}});
+  plain.calcSize();
+  EXPECT_EQ(plain.minRequiredSize(), (Size{100, 40}));
+}
+
+TEST_F(KAViewTest, SizeToFitKeepsTheOriginAndRequestsNoLayout) {
   view->sizeToFit();
   EXPECT_EQ(view->frame(), (Rect{{20, 30}, {100, 40}}));
   EXPECT_FALSE(view->needsLayout());
 }
 
-TEST_F(KAViews, BothMarginsFlexibleStaysInTheMiddle) {
-  view->setAutoresizingMask(platform::ViewMinXMargin | platform::ViewMaxXMargin);
+TEST_F(KAViewTest, AViewWithBothMarginsFlexibleKeepsItsMiddle) {
+  view->setAutoresizingMask(foundation::ViewMinXMargin | foundation::ViewMaxXMargin);
   view->sizeAndMoveToFit();
   EXPECT_EQ(view->frame(), (Rect{{70, 30}, {100, 40}}));
 }
@@ -91,27 +114,27 @@ struct Move {
   Point origin;
 };
 
-class KAViewMoves : public KAViews, public testing::WithParamInterface<Move> {};
+class KAViewMoveTest : public KAViewTest, public testing::WithParamInterface<Move> {};
 
-TEST_P(KAViewMoves, ByTheFlexibleMargins) {
+TEST_P(KAViewMoveTest, FollowsTheFlexibleMargins) {
   view->setAutoresizingMask(GetParam().mask);
   view->sizeAndMoveToFit();
   EXPECT_EQ(view->frame(), (Rect{GetParam().origin, {100, 40}}));
 }
 
-// 100 narrower and 20 lower, from (20, 30).
-INSTANTIATE_TEST_SUITE_P(Signs, KAViewMoves,
+// The view becomes 100 narrower and 20 lower; it starts at (20, 30).
+INSTANTIATE_TEST_SUITE_P(Signs, KAViewMoveTest,
                          testing::Values(Move{0, {20, 30}}, Move{1, {-80, 30}}, Move{4, {120, 30}}, Move{5, {70, 30}},
                                          Move{8, {20, 50}}, Move{32, {20, 10}}, Move{40, {20, 40}}, Move{2 | 16, {20, 30}},
                                          Move{1 | 32, {-80, 10}}, Move{63, {70, 40}}));
 
-TEST_F(KAViews, WithoutAWindowAnAnimatedSizeIsThereAtOnce) {
+TEST_F(KAViewTest, WithoutAWindowAnAnimatedSizeIsSetAtOnce) {
   view->sizeToFitAnimated(true);
   EXPECT_EQ(view->frame().size, (Size{100, 40}));
   EXPECT_EQ(fakes.runLoop.pendingCount(), 0U);
 }
 
-TEST_F(KAViews, InAWindowAnAnimatedSizeComesByAndBy) {
+TEST_F(KAViewTest, InAWindowAnAnimatedSizeArrivesLater) {
   content->addSubview(view);
   view->sizeToFitAnimated(true);
   EXPECT_EQ(view->frame().size, (Size{200, 60}));
@@ -119,15 +142,15 @@ TEST_F(KAViews, InAWindowAnAnimatedSizeComesByAndBy) {
   EXPECT_EQ(view->frame().size, (Size{100, 40}));
 }
 
-TEST_F(KAViews, HiddenAnAnimatedMoveIsThereAtOnce) {
+TEST_F(KAViewTest, InAHiddenViewAnAnimatedMoveIsMadeAtOnce) {
   content->addSubview(view);
   content->setHidden(true);
-  view->setAutoresizingMask(platform::ViewMaxXMargin);
+  view->setAutoresizingMask(foundation::ViewMaxXMargin);
   view->sizeAndMoveToFitAnimated(true);
   EXPECT_EQ(view->frame(), (Rect{{120, 30}, {100, 40}}));
 }
 
-TEST_F(KAViews, VisibleAnAnimatedMoveComesByAndBy) {
+TEST_F(KAViewTest, InAVisibleViewAnAnimatedMoveArrivesLater) {
   content->addSubview(view);
   view->sizeAndMoveToFitAnimated(true);
   EXPECT_EQ(view->frame().size, (Size{200, 60}));
@@ -135,14 +158,14 @@ TEST_F(KAViews, VisibleAnAnimatedMoveComesByAndBy) {
   EXPECT_EQ(view->frame().size, (Size{100, 40}));
 }
 
-TEST_F(KAViews, CenteringGoesToWholePointsWithHalvesAwayFromZero) {
+TEST_F(KAViewTest, CenteringRoundsHalvesAwayFromZero) {
   content->addSubview(view);
   view->setFrameSize({201, 403});
   view->centerToSuperview();
   EXPECT_EQ(view->frame().origin, (Point{150, -2}));  // 149.5 and -1.5
 }
 
-TEST_F(KAViews, CenteringRoundsInSinglePrecision) {
+TEST_F(KAViewTest, CenteringRoundsInSinglePrecision) {
   content->addSubview(view);
   content->setFrameSize({100, 100});
   view->setFrameSize({99.00000001, 100});  // half of the difference is just below one half
@@ -150,26 +173,45 @@ TEST_F(KAViews, CenteringRoundsInSinglePrecision) {
   EXPECT_EQ(view->frame().origin.x, 1);
 }
 
-TEST_F(KAViews, CenteringWithoutASuperviewIsAroundNothing) {
+TEST_F(KAViewTest, CenteringWithoutASuperviewTakesItsSizeAsZero) {
   view->centerToSuperview();
   EXPECT_EQ(view->frame().origin, (Point{-100, -30}));
 }
 
-TEST_F(KAViews, CenteringDoesNotLookAtTheSuperviewsBoundsOrigin) {
+TEST_F(KAViewTest, CenteringIgnoresTheOriginOfTheSuperviewsBounds) {
   content->addSubview(view);
   content->setBounds({{1000, 1000}, {500, 400}});
   view->centerToSuperview();
   EXPECT_EQ(view->frame().origin, (Point{150, 170}));
 }
 
-TEST_F(KAViews, AnimatedCenteringIsAnimatedEvenOutOfSight) {
+TEST_F(KAViewTest, CenteringTakesTheSizesOfTheBoundsNotOfTheFrames) {
+  content->addSubview(view);
+  view->setBounds({{0, 0}, {100, 40}});
+  view->centerToSuperview();
+  EXPECT_EQ(view->frame().origin, (Point{200, 180}));
+  content->setBounds({{0, 0}, {1000, 800}});
+  view->centerToSuperview();
+  EXPECT_EQ(view->frame().origin, (Point{450, 380}));
+}
+
+TEST_F(KAViewTest, AnimatedCenteringIsAnimatedInAHiddenView) {
+  content->addSubview(view);
+  view->setHidden(true);
+  view->centerToSuperviewAnimated(true);
+  EXPECT_EQ(view->frame().origin, (Point{20, 30}));
+  fakes.runLoop.advance(Seconds(1));
+  EXPECT_EQ(view->frame().origin, (Point{150, 170}));
+}
+
+TEST_F(KAViewTest, AnimatedCenteringIsAnimatedEvenWithoutAWindow) {
   view->centerToSuperviewAnimated(true);
   EXPECT_EQ(view->frame().origin, (Point{20, 30}));
   fakes.runLoop.advance(Seconds(1));
   EXPECT_EQ(view->frame().origin, (Point{-100, -30}));
 }
 
-TEST_F(KAViews, AFrameOrBoundsThatAreSetAskForLayout) {
+TEST_F(KAViewTest, SettingTheFrameOrTheBoundsRequestsLayout) {
   view->setFrame({{0, 0}, {10, 10}});
   EXPECT_TRUE(view->needsLayout());
   EXPECT_TRUE(view->needsDisplay());
@@ -179,7 +221,24 @@ TEST_F(KAViews, AFrameOrBoundsThatAreSetAskForLayout) {
   EXPECT_TRUE(view->needsLayout());
 }
 
-TEST_F(KAViews, LayoutIsPutOffUntilDrawingAndDoneOnce) {
+TEST_F(KAViewTest, ARequestForLayoutRequestsDisplayToo) {
+  view->setNeedsDisplay(false);
+  view->setNeedsLayout();
+  EXPECT_TRUE(view->needsDisplay());
+}
+
+TEST_F(KAViewTest, DrawingLaysOutTheSubviewsToo) {
+  const auto outer = std::make_shared<KAView>();
+  content->addSubview(outer);
+  outer->addSubview(view);
+  view->setNeedsLayout();
+  platform::fake::RecordingContext context;
+  window.display(context);
+  EXPECT_EQ(view->layouts, 1);
+  EXPECT_FALSE(view->needsLayout());
+}
+
+TEST_F(KAViewTest, LayoutIsDeferredUntilDrawingAndDoneOnce) {
   content->addSubview(view);
   view->setNeedsLayout();
   view->setNeedsLayout();
@@ -190,7 +249,7 @@ TEST_F(KAViews, LayoutIsPutOffUntilDrawingAndDoneOnce) {
   EXPECT_EQ(view->layouts, 1);
 }
 
-TEST_F(KAViews, VisibleIsInAWindowAndNothingAboveHidden) {
+TEST_F(KAViewTest, IsVisibleInAWindowUnlessItOrAnAncestorIsHidden) {
   EXPECT_FALSE(view->isVisibleOnWindow());
   content->addSubview(view);
   EXPECT_TRUE(view->isVisibleOnWindow());

@@ -4,6 +4,7 @@
 #include <QImage>
 #include <cmath>
 
+#include "foundation/views/ViewWindow.h"
 #include "platform/fake/FakeGraphics.h"
 #include "platform/fake/FakePlatform.h"
 #include "platform/linux/qt/QtGraphicsContext.h"
@@ -47,7 +48,7 @@ QImage dots(double scale) {
 class FacePixels : public testing::TestWithParam<int> {
  protected:
   FacePixels() {
-    fakes.platform.viewResources = &resources;
+    fakes.platform.views.resources = &resources;
     resources.images["s_bloom"] = std::make_shared<QtImage>(std::vector{bloom(1), bloom(2)});
     resources.images["s_dot_pattern"] = std::make_shared<QtImage>(std::vector{dots(1), dots(2)});
   }
@@ -59,7 +60,7 @@ class FacePixels : public testing::TestWithParam<int> {
     image = blank(width, whole, scale());
     const auto view = std::make_shared<KMEmbeddedWindowBackgroundView>();
     view->setHasBloom(hasBloom);
-    platform::ViewWindow window;
+    foundation::ViewWindow window(fakes.runLoop);
     window.setContentView(view);
     window.setSize({width, height});
     QPainter painter(&image);

@@ -27,7 +27,7 @@ DrawingStep image(const char* operation, const Rect& rect, const char* name) {
 
 struct Drawing : testing::Test {
   Drawing() {
-    fakes.platform.viewResources = &resources;
+    fakes.platform.views.resources = &resources;
     resources.addImage("s_bloom", {200, 100});
     resources.addImage("s_dot_pattern", {4, 4});
   }

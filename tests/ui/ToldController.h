@@ -1,18 +1,17 @@
 #pragma once
-// A view controller that writes down the callbacks it receives, each behind its own name.
+// A view controller that records the callbacks it receives, each with the prefix of its controller.
 #include <string>
 #include <vector>
 
+#include "foundation/views/ViewWindow.h"
 #include "ui/KAViewController.h"
 
 using Calls = std::vector<std::string>;
 
 class ToldController : public KAViewController {
  public:
-  static constexpr std::string_view className = "ToldController";
-
+  static constexpr ClassName<ToldController> className{"ToldController"};
   using KAViewController::KAViewController;
-  explicit ToldController(Calls& calls, std::string prefix = {}) : prefix(std::move(prefix)), calls(&calls) {}
 
   void ktViewDidLoad() override { say("DidLoad"); }
   void ktViewDidUnload() override { say("DidUnload"); }
@@ -29,14 +28,14 @@ class ToldController : public KAViewController {
     say("DidDisappear");
     KAViewController::ktViewDidDisappear();
   }
-  void ktViewWillMoveToSuperview(platform::View* superview) override {
+  void ktViewWillMoveToSuperview(foundation::View* superview) override {
     movedTo = superview;
     say("WillMoveToSuperview");
   }
   void ktViewDidMoveToSuperview() override { say("DidMoveToSuperview"); }
   void ktViewWillBeRemovedFromSuperview() override { say("WillBeRemovedFromSuperview"); }
   void ktViewWasRemovedFromSuperview() override { say("WasRemovedFromSuperview"); }
-  void ktViewWillMoveToWindow(platform::ViewWindow* window) override {
+  void ktViewWillMoveToWindow(foundation::ViewWindow* window) override {
     movedTo = window;
     say("WillMoveToWindow");
   }
@@ -53,3 +52,11 @@ class ToldController : public KAViewController {
     if (calls != nullptr) calls->push_back(prefix + what);
   }
 };
+
+// A controller that writes to `calls`.
+inline std::shared_ptr<ToldController> toldController(Calls& calls, std::string prefix = {}) {
+  const auto controller = KAViewController::viewController<ToldController>();
+  controller->calls = &calls;
+  controller->prefix = std::move(prefix);
+  return controller;
+}

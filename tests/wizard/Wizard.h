@@ -50,7 +50,7 @@ class Artwork {
     const std::filesystem::path folder(KELTO_SOURCE_DIR "/resources/artwork");
     for (const auto& file : std::filesystem::directory_iterator(folder))
       _bundle.resources["artwork/" + file.path().filename().string()] = file.path().string();
-    _fakes.platform.viewResources = &_resources;
+    _fakes.platform.views.resources = &_resources;
   }
 
  private:
@@ -82,7 +82,8 @@ class Wizard : private platform::ApplicationDelegate {
     const std::vector<platform::ViewClass> classes{
         {"KMEmbeddedWindowBackgroundView", [] { return std::make_shared<KMEmbeddedWindowBackgroundView>(); }}};
     _description = platform::Linux::InterfaceDescription::load(
-        KELTO_SOURCE_DIR "/resources/MainWindow.ui", [] {}, cause, classes);
+        KELTO_SOURCE_DIR "/resources/MainWindow.ui", [] {}, cause, foundation::ViewEnvironment::installed().runLoop,
+        classes);
     if (!_description) throw std::runtime_error(cause);
     _description->connectOutlets(*this);
     fill(textsIn(language), mode);

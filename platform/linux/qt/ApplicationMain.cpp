@@ -61,6 +61,7 @@ class Framework {
         _application(_runLoop, _center, _bundles.mainBundle().infoString("CFBundleName").value_or(programName(argv[0]))),
         _distributedCenter(_bundles.mainBundle().bundleIdentifier().value_or(""), log,
                            [this](std::function<void()> action) { _runLoop.deliver(std::move(action)); }) {
+    _platform.views.resources = &_viewResources;
     putResourcesFirstOnPath(_bundles.mainBundle());
     QApplication::setWindowIcon(applicationIcon(_bundles.mainBundle()));
   }
@@ -97,7 +98,7 @@ class Framework {
   Platform _platform{_application,       _runLoop,           _defaults,    _center,
                      _distributedCenter, _bundles,           _fileManager, _authorizationServices,
                      _workspace,         _serviceManagement, _shell,       _log,
-                     &_loggingHost.host, &_viewResources};
+                     &_loggingHost.host};
   Installation _installation{_platform};
 };
 

@@ -16,7 +16,8 @@ namespace {
 
 class Loader final : public QUiLoader {
  public:
-  explicit Loader(const std::vector<ViewClass>& viewClasses) : Loader(viewClasses, QCoreApplication::libraryPaths()) {}
+  Loader(const std::vector<ViewClass>& viewClasses, foundation::RunLoop& runLoop)
+      : Loader(viewClasses, runLoop, QCoreApplication::libraryPaths()) {}
 
   QWidget* createWidget(const QString& className, QWidget* parent, const QString& name) override {
     QWidget* widget = make(className, parent, name);
@@ -27,19 +28,21 @@ class Loader final : public QUiLoader {
  private:
   // Designer's plug-ins bring widgets that this application does not use, and the libraries of these. The loader's
   // constructor loads them from Qt's library paths, so there are none while it runs.
-  Loader(const std::vector<ViewClass>& viewClasses, const QStringList& libraryPaths)
-      : QUiLoader((QCoreApplication::setLibraryPaths({}), nullptr)), _viewClasses(viewClasses) {
+  Loader(const std::vector<ViewClass>& viewClasses, foundation::RunLoop& runLoop, const QStringList& libraryPaths)
+      : QUiLoader((QCoreApplication::setLibraryPaths({}), nullptr)), _viewClasses(viewClasses), _runLoop(runLoop) {
     QCoreApplication::setLibraryPaths(libraryPaths);
   }
 
   QWidget* make(const QString& className, QWidget* parent, const QString& name) {
     if (parent == nullptr) return new WindowWidget;
-    if (const auto view = makeView(_viewClasses, className.toStdString())) return new ViewHostWidget(view, parent);
+    if (const auto view = makeView(_viewClasses, className.toStdString()))
+      return new ViewHostWidget(view, _runLoop, parent);
     if (className == "QProgressBar") return new ProgressBarWidget(parent);
     return QUiLoader::createWidget(className, parent, name);
   }
 
   const std::vector<ViewClass>& _viewClasses;
+  foundation::RunLoop& _runLoop;
 };
 
 std::shared_ptr<InterfaceElement> elementOver(QWidget& widget) {
@@ -54,13 +57,14 @@ std::shared_ptr<InterfaceElement> elementOver(QWidget& widget) {
 
 std::unique_ptr<InterfaceDescription> InterfaceDescription::load(const std::string& path,
                                                                  const std::function<void()>& terminate, std::string& cause,
+                                                                 foundation::RunLoop& runLoop,
                                                                  const std::vector<ViewClass>& viewClasses) {
   QFile document(qtString(path));
   if (!document.open(QIODevice::ReadOnly)) {
     cause = document.errorString().toStdString();
     return nullptr;
   }
-  Loader loader(viewClasses);
+  Loader loader(viewClasses, runLoop);
   std::unique_ptr<QWidget> loaded(loader.load(&document));
   if (!loaded) {
     cause = loader.errorString().toStdString();

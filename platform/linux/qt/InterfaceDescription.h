@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "foundation/dispatch/RunLoop.h"
 #include "platform/UserInterface.h"
 #include "platform/linux/qt/QtWindow.h"
 
@@ -19,10 +20,12 @@ namespace platform::Linux {
 
 class InterfaceDescription {
  public:
-  // Loads the document at `path`; widgets of the classes `viewClasses` show a view each. `terminate` is what closing the
-  // window and the action "terminate:" do. Nothing when the document cannot be read; `cause` then says why.
+  // Loads the document at `path`; a widget whose class is one of `viewClasses` shows a view, whose animations
+  // `runLoop` drives. Closing the window and the action "terminate:" call `terminate`. Returns nullptr, and sets `cause`,
+  // if the document cannot be read.
   static std::unique_ptr<InterfaceDescription> load(const std::string& path, const std::function<void()>& terminate,
-                                                    std::string& cause, const std::vector<ViewClass>& viewClasses = {});
+                                                    std::string& cause, foundation::RunLoop& runLoop,
+                                                    const std::vector<ViewClass>& viewClasses = {});
 
   // Empty when the document names none.
   [[nodiscard]] std::string delegateClass() const;

@@ -22,9 +22,9 @@ nanoseconds bounded(foundation::Seconds delay, double shortest) {
 
 }  // namespace
 
-class QtRunLoop::ScheduledTimer final : public Timer {
+class QtRunLoop::ScheduledTimer final : public foundation::Timer {
  public:
-  ScheduledTimer(nanoseconds interval, bool repeats, std::function<void(Timer&)> action)
+  ScheduledTimer(nanoseconds interval, bool repeats, std::function<void(foundation::Timer&)> action)
       : interval(interval), repeats(repeats), _action(std::move(action)) {}
 
   void invalidate() override { _isValid = false; }
@@ -45,7 +45,7 @@ class QtRunLoop::ScheduledTimer final : public Timer {
   const bool repeats;
 
  private:
-  std::function<void(Timer&)> _action;
+  std::function<void(foundation::Timer&)> _action;
   bool _isValid = true;
 };
 
@@ -68,8 +68,8 @@ void QtRunLoop::cancelPreviousPerformRequests(const void* target) {
   arm();
 }
 
-std::shared_ptr<Timer> QtRunLoop::scheduledTimer(foundation::Seconds interval, bool repeats,
-                                                 std::function<void(Timer&)> action) {
+std::shared_ptr<foundation::Timer> QtRunLoop::scheduledTimer(foundation::Seconds interval, bool repeats,
+                                                             std::function<void(foundation::Timer&)> action) {
   auto timer = std::make_shared<ScheduledTimer>(bounded(interval, shortestInterval), repeats, std::move(action));
   scheduleTick(timer, Clock::now() + timer->interval);
   return timer;

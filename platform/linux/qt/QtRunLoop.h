@@ -13,7 +13,7 @@
 
 namespace platform::Linux {
 
-class QtRunLoop final : public RunLoop {
+class QtRunLoop final : public foundation::RunLoop {
  public:
   QtRunLoop();
 
@@ -21,8 +21,8 @@ class QtRunLoop final : public RunLoop {
   // A delay that is not a number, or below zero, counts as zero; one of more than thirty years as thirty years.
   void performAfterDelay(foundation::Seconds delay, const void* target, std::function<void()> action) override;
   void cancelPreviousPerformRequests(const void* target) override;
-  std::shared_ptr<Timer> scheduledTimer(foundation::Seconds interval, bool repeats,
-                                        std::function<void(Timer&)> action) override;
+  std::shared_ptr<foundation::Timer> scheduledTimer(foundation::Seconds interval, bool repeats,
+                                                    std::function<void(foundation::Timer&)> action) override;
 
   // Runs `action` from the event loop as soon as the loop is not paused: for what comes from outside the process.
   void deliver(std::function<void()> action);

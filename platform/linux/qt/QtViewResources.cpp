@@ -17,7 +17,7 @@ class ViewReader {
   ViewReader(QXmlStreamReader& xml, const std::vector<ViewClass>& classes) : _xml(xml), _classes(classes) {}
 
   // From the document's start; nothing when its top-level widget is no view.
-  std::shared_ptr<View> topLevelView() {
+  std::shared_ptr<foundation::View> topLevelView() {
     while (_xml.readNextStartElement())
       if (_xml.name() == u"widget")
         return view(nullptr);
@@ -27,7 +27,7 @@ class ViewReader {
   }
 
  private:
-  std::shared_ptr<View> view(const View* superview) {
+  std::shared_ptr<foundation::View> view(const foundation::View* superview) {
     auto made = makeView(_classes, _xml.attributes().value("class").toString().toStdString());
     if (made == nullptr) {
       _xml.skipCurrentElement();
@@ -44,7 +44,7 @@ class ViewReader {
     return made;
   }
 
-  void property(View& view, const View* superview) {
+  void property(foundation::View& view, const foundation::View* superview) {
     const auto key = _xml.attributes().value("name").toString().toStdString();
     while (_xml.readNextStartElement()) {
       if (_xml.name() == u"bool")
@@ -59,7 +59,7 @@ class ViewReader {
   }
 
   // The document counts from the top.
-  foundation::Rect rect(const View* superview) {
+  foundation::Rect rect(const foundation::View* superview) {
     std::map<std::string, double> numbers;
     while (_xml.readNextStartElement()) {
       const auto name = _xml.name().toString().toStdString();
@@ -77,7 +77,7 @@ class ViewReader {
 
 }  // namespace
 
-std::shared_ptr<View> makeView(const std::vector<ViewClass>& classes, std::string_view name) {
+std::shared_ptr<foundation::View> makeView(const std::vector<ViewClass>& classes, std::string_view name) {
   const auto found = std::ranges::find(classes, name, &ViewClass::name);
   return found == classes.end() ? nullptr : found->make();
 }
@@ -103,7 +103,8 @@ std::shared_ptr<const foundation::Image> QtViewResources::load(const std::string
   return versions.empty() ? nullptr : std::make_shared<QtImage>(std::move(versions));
 }
 
-std::shared_ptr<View> QtViewResources::loadNib(std::string_view name, ViewController& /*owner*/, std::string& cause) {
+std::shared_ptr<foundation::View> QtViewResources::loadNib(std::string_view name, foundation::ViewController& /*owner*/,
+                                                           std::string& cause) {
   const auto path = _bundle.pathForResource(name, "ui");
   if (!path) {
     cause = "the bundle " + _bundle.bundlePath() + " has no such interface description";

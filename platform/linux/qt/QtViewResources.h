@@ -10,7 +10,7 @@
 
 namespace platform::Linux {
 
-class QtViewResources final : public ViewResources {
+class QtViewResources final : public foundation::ViewResources {
  public:
   // The bundle and the classes outlive this object.
   QtViewResources(const platform::Bundle& bundle, const std::vector<ViewClass>& classes)
@@ -21,7 +21,8 @@ class QtViewResources final : public ViewResources {
 
   // The document's top-level widget and those in it whose class is a view's become views, with their geometry, their
   // boolean properties and the number "autoresizingMask".
-  std::shared_ptr<View> loadNib(std::string_view name, ViewController& owner, std::string& cause) override;
+  std::shared_ptr<foundation::View> loadNib(std::string_view name, foundation::ViewController& owner,
+                                            std::string& cause) override;
 
  private:
   [[nodiscard]] std::shared_ptr<const foundation::Image> load(const std::string& name) const;
@@ -32,6 +33,6 @@ class QtViewResources final : public ViewResources {
 };
 
 // The view class of that name; nullptr when it is none of `classes`.
-std::shared_ptr<View> makeView(const std::vector<ViewClass>& classes, std::string_view name);
+std::shared_ptr<foundation::View> makeView(const std::vector<ViewClass>& classes, std::string_view name);
 
 }  // namespace platform::Linux

@@ -25,7 +25,8 @@ void orderTabs(QWidget& window) {
 
 }  // namespace
 
-ViewHostWidget::ViewHostWidget(const std::shared_ptr<View>& view, QWidget* parent) : QWidget(parent) {
+ViewHostWidget::ViewHostWidget(const std::shared_ptr<foundation::View>& view, foundation::RunLoop& runLoop, QWidget* parent)
+    : QWidget(parent), _window(runLoop) {
   _window.setContentView(view);
   _window.onNeedsDisplay = [this] { update(); };
   _window.onRecalculateKeyViewLoop = [this] { orderTabs(*window()); };

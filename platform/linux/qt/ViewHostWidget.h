@@ -3,7 +3,7 @@
 #include <QWidget>
 #include <memory>
 
-#include "foundation/views/View.h"
+#include "foundation/views/ViewWindow.h"
 
 namespace platform::Linux {
 
@@ -12,9 +12,9 @@ namespace platform::Linux {
 // the key-view loop is recalculated, the Tab key goes through the widgets of the window as one reads them.
 class ViewHostWidget final : public QWidget {
  public:
-  ViewHostWidget(const std::shared_ptr<View>& view, QWidget* parent);
+  ViewHostWidget(const std::shared_ptr<foundation::View>& view, foundation::RunLoop& runLoop, QWidget* parent);
 
-  [[nodiscard]] View& view() const { return *_window.contentView(); }
+  [[nodiscard]] foundation::View& view() const { return *_window.contentView(); }
 
  protected:
   bool event(QEvent* event) override;
@@ -23,7 +23,7 @@ class ViewHostWidget final : public QWidget {
   void showEvent(QShowEvent* event) override;
 
  private:
-  ViewWindow _window;
+  foundation::ViewWindow _window;
   bool _isComposed = true;
 };
 

@@ -6,23 +6,24 @@
 #include <string>
 #include <vector>
 
+#include "foundation/views/ViewWindow.h"
 #include "platform/fake/FakeGraphics.h"
 #include "platform/fake/FakePlatform.h"
 
 using foundation::Point;
 using foundation::Rect;
+using foundation::Responder;
 using foundation::Seconds;
 using foundation::Size;
-using platform::Responder;
-using platform::View;
-using platform::ViewWindow;
+using foundation::View;
+using foundation::ViewWindow;
 using testing::ElementsAre;
 
 namespace {
 
 using Calls = std::vector<std::string>;
 
-// Writes down what it is told, with its name.
+// Records its notifications, each with its name.
 class ToldView : public View {
  public:
   ToldView(std::string name, Calls& calls) : _name(std::move(name)), _calls(calls) {}
@@ -48,27 +49,27 @@ class ToldView : public View {
   Calls& _calls;
 };
 
-struct ViewTree : testing::Test {
+struct ViewTest : testing::Test {
   std::shared_ptr<ToldView> view(const std::string& name) { return std::make_shared<ToldView>(name, calls); }
 
   platform::fake::FakePlatform fakes;
   Calls calls;
-  ViewWindow window;
+  ViewWindow window{fakes.runLoop};
   std::shared_ptr<View> content = std::make_shared<View>();
 };
 
-TEST_F(ViewTree, EnteringASuperviewInAWindowTellsTheFourInOrder) {
+TEST_F(ViewTest, EnteringASuperviewInAWindowSendsFourNotificationsInOrder) {
   window.setContentView(content);
   content->addSubview(view("a"));
   EXPECT_THAT(calls, ElementsAre("a will-superview", "a will-window", "a did-window", "a did-superview"));
 }
 
-TEST_F(ViewTree, EnteringASuperviewOutsideOfAnyWindowTellsNothingOfWindows) {
+TEST_F(ViewTest, EnteringASuperviewOutsideAnyWindowSendsNothingAboutWindows) {
   content->addSubview(view("a"));
   EXPECT_THAT(calls, ElementsAre("a will-superview", "a did-superview"));
 }
 
-TEST_F(ViewTree, LeavingASuperviewTellsTheFourWithNothing) {
+TEST_F(ViewTest, LeavingASuperviewSendsTheFourNotificationsWithNull) {
   window.setContentView(content);
   const auto a = view("a");
   content->addSubview(a);
@@ -78,7 +79,7 @@ TEST_F(ViewTree, LeavingASuperviewTellsTheFourWithNothing) {
                                  "a did-superview nothing"));
 }
 
-TEST_F(ViewTree, WhatIsInAViewIsToldOfTheWindowAfterIt) {
+TEST_F(ViewTest, SubviewsAreNotifiedOfAWindowAfterTheirSuperview) {
   window.setContentView(content);
   const auto a = view("a");
   a->addSubview(view("b"));
@@ -88,7 +89,7 @@ TEST_F(ViewTree, WhatIsInAViewIsToldOfTheWindowAfterIt) {
                                  "a did-superview"));
 }
 
-TEST_F(ViewTree, ChangingSuperviewsIsLeavingAndEntering) {
+TEST_F(ViewTest, ChangingSuperviewsLeavesOneAndEntersTheOther) {
   const auto other = std::make_shared<View>();
   const auto a = view("a");
   content->addSubview(a);
@@ -100,7 +101,7 @@ TEST_F(ViewTree, ChangingSuperviewsIsLeavingAndEntering) {
   EXPECT_EQ(a->superview(), other.get());
 }
 
-TEST_F(ViewTree, AViewDoesNotBecomeItsOwnAncestor) {
+TEST_F(ViewTest, AViewDoesNotBecomeItsOwnAncestor) {
   const auto a = view("a");
   content->addSubview(a);
   a->addSubview(content);
@@ -109,7 +110,7 @@ TEST_F(ViewTree, AViewDoesNotBecomeItsOwnAncestor) {
   EXPECT_EQ(a->superview(), content.get());
 }
 
-TEST_F(ViewTree, HidingTellsWhatWasShownBelow) {
+TEST_F(ViewTest, HidingNotifiesTheVisibleSubviews) {
   const auto a = view("a");
   const auto b = view("b");
   const auto hidden = view("hidden");
@@ -119,13 +120,13 @@ TEST_F(ViewTree, HidingTellsWhatWasShownBelow) {
   calls.clear();
   a->setHidden(true);
   a->setHidden(true);
-  b->setHidden(true);  // was out of sight already
+  b->setHidden(true);  // was not visible anyway
   b->setHidden(false);
   a->setHidden(false);
   EXPECT_THAT(calls, ElementsAre("a did-hide", "b did-hide", "a did-unhide", "b did-unhide"));
 }
 
-TEST_F(ViewTree, TheNextResponderOfASubviewIsItsSuperview) {
+TEST_F(ViewTest, TheNextResponderOfASubviewIsItsSuperview) {
   window.setContentView(content);
   const auto a = view("a");
   content->addSubview(a);
@@ -135,7 +136,7 @@ TEST_F(ViewTree, TheNextResponderOfASubviewIsItsSuperview) {
   EXPECT_EQ(a->nextResponder(), nullptr);
 }
 
-TEST_F(ViewTree, AResponderThatHasGoneIsNoLongerNext) {
+TEST_F(ViewTest, ADestroyedResponderIsNoLongerNext) {
   Responder first;
   {
     Responder second;
@@ -145,7 +146,7 @@ TEST_F(ViewTree, AResponderThatHasGoneIsNoLongerNext) {
   EXPECT_EQ(first.nextResponder(), nullptr);
 }
 
-TEST_F(ViewTree, SubviewsLeaveASuperviewThatGoes) {
+TEST_F(ViewTest, SubviewsLeaveADestroyedSuperview) {
   const auto a = view("a");
   content->addSubview(a);
   calls.clear();
@@ -154,23 +155,23 @@ TEST_F(ViewTree, SubviewsLeaveASuperviewThatGoes) {
   EXPECT_THAT(calls, ElementsAre("a will-superview nothing", "a did-superview nothing"));
 }
 
-TEST_F(ViewTree, AViewLeavesAWindowThatGoes) {
+TEST_F(ViewTest, AViewLeavesADestroyedWindow) {
   const auto a = view("a");
   {
-    ViewWindow shortLived;
+    ViewWindow shortLived{fakes.runLoop};
     shortLived.setContentView(a);
     EXPECT_EQ(a->window(), &shortLived);
   }
   EXPECT_EQ(a->window(), nullptr);
 }
 
-TEST_F(ViewTree, TheContentViewFillsTheWindow) {
+TEST_F(ViewTest, TheContentViewFillsTheWindow) {
   window.setContentView(content);
   window.setSize({460, 320});
   EXPECT_EQ(content->frame(), (Rect{{0, 0}, {460, 320}}));
 }
 
-TEST_F(ViewTree, BoundsFollowTheFrameUntilTheyAreSet) {
+TEST_F(ViewTest, BoundsFollowTheFrameUntilTheyAreSet) {
   View view({{10, 20}, {100, 50}});
   EXPECT_EQ(view.bounds(), (Rect{{0, 0}, {100, 50}}));
   view.setFrame({{0, 0}, {200, 60}});
@@ -180,7 +181,7 @@ TEST_F(ViewTree, BoundsFollowTheFrameUntilTheyAreSet) {
   EXPECT_EQ(view.bounds(), (Rect{{5, 5}, {200, 60}}));
 }
 
-TEST_F(ViewTree, VisibleViewsAreToldBeforeAnythingIsDrawn) {
+TEST_F(ViewTest, VisibleViewsAreNotifiedBeforeAnythingIsDrawn) {
   window.setContentView(content);
   content->addSubview(view("a"));
   const auto hidden = view("hidden");
@@ -193,7 +194,7 @@ TEST_F(ViewTree, VisibleViewsAreToldBeforeAnythingIsDrawn) {
   EXPECT_THAT(calls, ElementsAre("a will-draw", "b will-draw", "a draw", "b draw"));
 }
 
-TEST_F(ViewTree, AViewDrawsInItsOwnCoordinatesAndWithinItsBounds) {
+TEST_F(ViewTest, AViewDrawsInItsOwnCoordinatesAndWithinItsBounds) {
   window.setContentView(content);
   const auto a = view("a");
   content->addSubview(a);
@@ -209,7 +210,7 @@ TEST_F(ViewTree, AViewDrawsInItsOwnCoordinatesAndWithinItsBounds) {
                                                "translate {{-5, -6}, {0, 0}} 0 0  0", "clip {{5, 6}, {50, 25}} 0 0  0"));
 }
 
-TEST_F(ViewTree, ThereIsACurrentContextOnlyWhileDrawing) {
+TEST_F(ViewTest, AContextIsCurrentOnlyWhileItHasTheFocus) {
   platform::fake::RecordingContext context;
   EXPECT_EQ(foundation::GraphicsContext::current(), nullptr);
   {
@@ -219,7 +220,7 @@ TEST_F(ViewTree, ThereIsACurrentContextOnlyWhileDrawing) {
   EXPECT_EQ(foundation::GraphicsContext::current(), nullptr);
 }
 
-TEST_F(ViewTree, NeedingDisplayAsksTheWindowAndEndsWithDrawing) {
+TEST_F(ViewTest, NeedingDisplayNotifiesTheWindowAndEndsWithDrawing) {
   int asked = 0;
   window.onNeedsDisplay = [&] { ++asked; };
   window.setContentView(content);
@@ -231,57 +232,6 @@ TEST_F(ViewTree, NeedingDisplayAsksTheWindowAndEndsWithDrawing) {
   window.display(context);
   EXPECT_FALSE(content->needsDisplay());
   EXPECT_EQ(asked, 1);
-}
-
-TEST_F(ViewTree, AnAnimatedFrameArrivesAfterAQuarterOfASecond) {
-  content->setFrame({{0, 0}, {100, 100}});
-  content->animator().setFrame({{100, 200}, {300, 400}});
-  EXPECT_EQ(content->frame(), (Rect{{0, 0}, {100, 100}}));
-  fakes.runLoop.advance(Seconds(0.125));
-  EXPECT_GT(content->frame().origin.x, 20);
-  EXPECT_LT(content->frame().origin.x, 80);
-  fakes.runLoop.advance(Seconds(0.2));
-  EXPECT_EQ(content->frame(), (Rect{{100, 200}, {300, 400}}));
-  EXPECT_EQ(fakes.runLoop.pendingCount(), 0U);
-}
-
-TEST_F(ViewTree, AnAnimatedOriginAndAnAnimatedSizeBothArrive) {
-  content->animator().setFrameOrigin({100, 200});
-  content->animator().setFrameSize({30, 40});
-  fakes.runLoop.advance(Seconds(1));
-  EXPECT_EQ(content->frame(), (Rect{{100, 200}, {30, 40}}));
-}
-
-TEST_F(ViewTree, AFrameSetDuringAnAnimationStays) {
-  content->animator().setFrameOrigin({100, 200});
-  fakes.runLoop.advance(Seconds(0.1));
-  content->setFrameOrigin({7, 7});
-  fakes.runLoop.advance(Seconds(1));
-  EXPECT_EQ(content->frame().origin, (Point{7, 7}));
-}
-
-TEST_F(ViewTree, AViewMayGoDuringItsAnimation) {
-  content->animator().setFrameSize({100, 200});
-  fakes.runLoop.advance(Seconds(0.1));
-  content.reset();
-  fakes.runLoop.advance(Seconds(1));
-  EXPECT_EQ(fakes.runLoop.pendingCount(), 0U);
-}
-
-TEST_F(ViewTree, AnImageIsMissingWhereNoViewsAreShown) { EXPECT_EQ(platform::imageNamed("s_bloom"), nullptr); }
-
-TEST(GradientAxis, RunsFromTheTopAtMinusNinetyDegrees) {
-  const auto [start, end] = foundation::gradientAxis({{0, 60}, {460, 260}}, -90);
-  EXPECT_NEAR(start.x, 230, 1e-9);
-  EXPECT_NEAR(start.y, 320, 1e-9);
-  EXPECT_NEAR(end.y, 60, 1e-9);
-}
-
-TEST(GradientAxis, RunsFromTheLeftAtZeroDegrees) {
-  const auto [start, end] = foundation::gradientAxis({{10, 0}, {100, 50}}, 0);
-  EXPECT_NEAR(start.x, 10, 1e-9);
-  EXPECT_NEAR(end.x, 110, 1e-9);
-  EXPECT_NEAR(end.y, 25, 1e-9);
 }
 
 }  // namespace

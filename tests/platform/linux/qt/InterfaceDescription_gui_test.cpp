@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "foundation/plist/StringsFile.h"
+#include "platform/fake/FakePlatform.h"
 #include "tests/platform/linux/qt/QtTest.h"
 
 using namespace foundation;
@@ -41,7 +42,7 @@ struct MainWindow : testing::Test {
   MainWindow() {
     std::string cause;
     description = InterfaceDescription::load(
-        mainWindow, [this] { ++terminations; }, cause);
+        mainWindow, [this] { ++terminations; }, cause, runLoop);
     EXPECT_NE(description, nullptr) << cause;
     description->connectOutlets(delegate);
   }
@@ -57,6 +58,7 @@ struct MainWindow : testing::Test {
     ASSERT_TRUE(inputArrives());
   }
 
+  fake::FakeRunLoop runLoop;
   int terminations = 0;
   std::unique_ptr<InterfaceDescription> description;
   OutletRecorder delegate;
@@ -219,6 +221,7 @@ struct OtherDocument : testing::Test {
   QTemporaryDir folder;
   std::string cause;
   OutletRecorder delegate;
+  fake::FakeRunLoop runLoop;
   int terminations = 0;
 };
 
@@ -226,7 +229,7 @@ TEST_F(OtherDocument, MissingOutletsAreSimplyNotConnected) {
   const auto path = write(R"(<ui version="4.0"><widget class="QWidget" name="window">
     <widget class="QLabel" name="bodyText"/></widget></ui>)");
   const auto description = InterfaceDescription::load(
-      path, [] {}, cause);
+      path, [] {}, cause, runLoop);
   ASSERT_NE(description, nullptr) << cause;
   description->connectOutlets(delegate);
   EXPECT_EQ(delegate.outlets.size(), 2U);
@@ -238,7 +241,7 @@ TEST_F(OtherDocument, AButtonWithoutActionDoesNothing) {
   const auto path = write(R"(<ui version="4.0"><widget class="QWidget" name="window">
     <widget class="QPushButton" name="nextButton"/></widget></ui>)");
   const auto description = InterfaceDescription::load(
-      path, [this] { ++terminations; }, cause);
+      path, [this] { ++terminations; }, cause, runLoop);
   ASSERT_NE(description, nullptr) << cause;
   description->window().findChild<QPushButton*>()->click();
   EXPECT_EQ(terminations, 0);
@@ -246,14 +249,14 @@ TEST_F(OtherDocument, AButtonWithoutActionDoesNothing) {
 
 TEST_F(OtherDocument, OneThatIsMissingIsRefusedWithACause) {
   EXPECT_EQ(InterfaceDescription::load(
-                folder.filePath("none.ui").toStdString(), [] {}, cause),
+                folder.filePath("none.ui").toStdString(), [] {}, cause, runLoop),
             nullptr);
   EXPECT_NE(cause, "");
 }
 
 TEST_F(OtherDocument, OneThatIsMalformedIsRefusedWithACause) {
   EXPECT_EQ(InterfaceDescription::load(
-                write("<ui version=\"4.0\"><widget class="), [] {}, cause),
+                write("<ui version=\"4.0\"><widget class="), [] {}, cause, runLoop),
             nullptr);
   EXPECT_NE(cause, "");
 }

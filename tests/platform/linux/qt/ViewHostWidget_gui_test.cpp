@@ -8,6 +8,7 @@
 #include <QVariant>
 #include <cstdlib>
 
+#include "platform/fake/FakePlatform.h"
 #include "platform/linux/qt/Display.h"
 #include "tests/platform/linux/qt/QtTest.h"
 
@@ -51,9 +52,10 @@ struct HostedView : testing::Test {
     return image;
   }
 
+  fake::FakeRunLoop runLoop;
   std::shared_ptr<Panel> panel = std::make_shared<Panel>();
   QWidget window;
-  ViewHostWidget host{panel, &window};
+  ViewHostWidget host{panel, runLoop, &window};
 };
 
 TEST_F(HostedView, FillsTheWidgetWithItsOriginAtTheBottom) {

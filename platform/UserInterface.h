@@ -10,6 +10,7 @@
 
 #include "foundation/graphics/Geometry.h"
 #include "foundation/runtime/NotificationCenter.h"
+#include "foundation/views/InterfaceElement.h"
 
 namespace foundation {
 class View;
@@ -19,10 +20,7 @@ namespace platform {
 
 struct Platform;
 
-class InterfaceElement {
- public:
-  virtual ~InterfaceElement() = default;
-};
+using foundation::InterfaceElement;
 
 class Window : public InterfaceElement {
  public:

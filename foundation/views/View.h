@@ -17,6 +17,7 @@
 
 #include "foundation/graphics/Geometry.h"
 #include "foundation/graphics/Graphics.h"
+#include "foundation/views/InterfaceElement.h"
 #include "foundation/views/Responder.h"
 
 namespace foundation {
@@ -54,7 +55,13 @@ class ViewAnimator {
   View& _view;
 };
 
-class View : public Responder, public std::enable_shared_from_this<View> {
+// Holds whatever the platform shows in front of a view, such as its controls.
+class ViewOverlay {
+ public:
+  virtual ~ViewOverlay() = default;
+};
+
+class View : public Responder, public InterfaceElement, public std::enable_shared_from_this<View> {
  public:
   View() = default;
   explicit View(const Rect& frame) : _frame(frame), _bounds{{}, frame.size} {}
@@ -88,6 +95,10 @@ class View : public Responder, public std::enable_shared_from_this<View> {
   // restores the frame, even after a size that left no room for the view.
   [[nodiscard]] unsigned autoresizingMask() const { return _autoresizingMask; }
   void setAutoresizingMask(unsigned mask) { _autoresizingMask = mask; }
+
+  // Set by the platform for a view from an interface description, otherwise nullptr. Lives as long as the view.
+  [[nodiscard]] ViewOverlay* overlay() const { return _overlay.get(); }
+  void setOverlay(std::unique_ptr<ViewOverlay> overlay) { _overlay = std::move(overlay); }
 
   // Requests that the view is drawn at the next opportunity.
   void setNeedsDisplay(bool needed);
@@ -130,6 +141,7 @@ class View : public Responder, public std::enable_shared_from_this<View> {
   bool _needsDisplay = true;
   unsigned _autoresizingMask = ViewNotSizable;
   std::shared_ptr<FrameAnimation> _animation;
+  std::unique_ptr<ViewOverlay> _overlay;
 };
 
 }  // namespace foundation

@@ -9,6 +9,8 @@ View* ViewController::view() {
   return _view.get();
 }
 
+void ViewController::connectOutlet(std::string_view /*name*/, const std::shared_ptr<InterfaceElement>& /*element*/) {}
+
 bool ViewController::loadView() {
   std::string cause = "this platform has no view resources";
   std::shared_ptr<View> loaded;

@@ -2,6 +2,7 @@
 // The plain view controller: owns a view, which it loads from an interface description ("nib"). Main thread only.
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "foundation/views/Responder.h"
 #include "foundation/views/View.h"
@@ -20,6 +21,10 @@ class ViewController : public Responder {
   // The view, or nullptr while there is none. Loads nothing.
   [[nodiscard]] const std::shared_ptr<View>& viewIfLoaded() const { return _view; }
   virtual void setView(const std::shared_ptr<View>& view) { _view = view; }
+
+  // Connects the outlet `name` while the nib is loaded: a control or an inner view. The element lives as long as the nib's
+  // view, so an outlet is a weak reference. A name that the controller does not have is ignored.
+  virtual void connectOutlet(std::string_view name, const std::shared_ptr<InterfaceElement>& element);
 
   // Sets the view that the nib holds. On failure returns false, sets no view, and writes the cause to the system log.
   virtual bool loadView();

@@ -56,8 +56,7 @@ class Artwork {
  private:
   platform::fake::FakePlatform _fakes;
   platform::fake::FakeBundle _bundle;
-  std::vector<platform::ViewClass> _classes;
-  platform::Linux::QtViewResources _resources{_bundle, _classes};
+  platform::Linux::QtViewResources _resources{_bundle, {_fakes.runLoop, {}}, [] {}};
 };
 
 // Shows a progress bar as it looks in the middle of a pass of its animation.
@@ -81,9 +80,8 @@ class Wizard : private platform::ApplicationDelegate {
     std::string cause;
     const std::vector<platform::ViewClass> classes{
         {"KMEmbeddedWindowBackgroundView", [] { return std::make_shared<KMEmbeddedWindowBackgroundView>(); }}};
-    _description = platform::Linux::InterfaceDescription::load(
-        KELTO_SOURCE_DIR "/resources/MainWindow.ui", [] {}, cause, foundation::ViewEnvironment::installed().runLoop,
-        classes);
+    _description = platform::Linux::InterfaceDescription::load(KELTO_SOURCE_DIR "/resources/MainWindow.ui", [] {}, cause,
+                                                               {foundation::ViewEnvironment::installed().runLoop, classes});
     if (!_description) throw std::runtime_error(cause);
     _description->connectOutlets(*this);
     fill(textsIn(language), mode);

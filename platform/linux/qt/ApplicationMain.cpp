@@ -94,7 +94,8 @@ class Framework {
   ServiceManagement _serviceManagement{_log};
   Shell _shell{_blockingCall};
   LoggingHost _loggingHost;
-  QtViewResources _viewResources{_bundles.mainBundle(), _viewClasses};
+  QtViewResources _viewResources{
+      _bundles.mainBundle(), {_runLoop, _viewClasses}, [this] { _application.terminateOnRequest(); }};
   Platform _platform{_application,       _runLoop,           _defaults,    _center,
                      _distributedCenter, _bundles,           _fileManager, _authorizationServices,
                      _workspace,         _serviceManagement, _shell,       _log,

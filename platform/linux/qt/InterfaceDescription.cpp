@@ -5,19 +5,36 @@
 #include <QFile>
 #include <QUiLoader>
 #include <QVariant>
+#include <algorithm>
 
 #include "platform/linux/qt/QtElements.h"
 #include "platform/linux/qt/QtProgressBar.h"
-#include "platform/linux/qt/QtViewResources.h"
 #include "platform/linux/qt/ViewHostWidget.h"
 
 namespace platform::Linux {
 namespace {
 
+enum class TopLevel { Window, View };
+
+// Makes the widgets of a document, in the order of the document.
 class Loader final : public QUiLoader {
  public:
-  Loader(const std::vector<ViewClass>& viewClasses, foundation::RunLoop& runLoop)
-      : Loader(viewClasses, runLoop, QCoreApplication::libraryPaths()) {}
+  Loader(const ViewContext& views, TopLevel topLevel) : Loader(views, topLevel, QCoreApplication::libraryPaths()) {}
+
+  // Returns nullptr, and sets `cause`, if the document cannot be read.
+  std::unique_ptr<QWidget> read(const std::string& path, std::string& cause) {
+    QFile document(qtString(path));
+    if (!document.open(QIODevice::ReadOnly)) {
+      cause = document.errorString().toStdString();
+      return nullptr;
+    }
+    std::unique_ptr<QWidget> loaded(load(&document));
+    if (!loaded) cause = errorString().toStdString();
+    return loaded;
+  }
+
+  // The view of the top-level widget, which does not own it. Without a share of it the widgets go.
+  [[nodiscard]] std::shared_ptr<foundation::View> topLevelView() { return std::move(_topLevelView); }
 
   QWidget* createWidget(const QString& className, QWidget* parent, const QString& name) override {
     QWidget* widget = make(className, parent, name);
@@ -27,22 +44,37 @@ class Loader final : public QUiLoader {
 
  private:
   // Designer's plug-ins bring widgets that this application does not use, and the libraries of these. The loader's
-  // constructor loads them from Qt's library paths, so there are none while it runs.
-  Loader(const std::vector<ViewClass>& viewClasses, foundation::RunLoop& runLoop, const QStringList& libraryPaths)
-      : QUiLoader((QCoreApplication::setLibraryPaths({}), nullptr)), _viewClasses(viewClasses), _runLoop(runLoop) {
+  // constructor loads them from Qt's library paths, so the paths are empty while it runs.
+  Loader(const ViewContext& views, TopLevel topLevel, const QStringList& libraryPaths)
+      : QUiLoader((QCoreApplication::setLibraryPaths({}), nullptr)), _views(views), _topLevel(topLevel) {
     QCoreApplication::setLibraryPaths(libraryPaths);
   }
 
   QWidget* make(const QString& className, QWidget* parent, const QString& name) {
-    if (parent == nullptr) return new WindowWidget;
-    if (const auto view = makeView(_viewClasses, className.toStdString()))
-      return new ViewHostWidget(view, _runLoop, parent);
+    if (parent == nullptr && _topLevel == TopLevel::Window) return new WindowWidget;
+    if (const auto view = makeView(className.toStdString())) return widgetFor(view, parent);
     if (className == "QProgressBar") return new ProgressBarWidget(parent);
     return QUiLoader::createWidget(className, parent, name);
   }
 
-  const std::vector<ViewClass>& _viewClasses;
-  foundation::RunLoop& _runLoop;
+  [[nodiscard]] std::shared_ptr<foundation::View> makeView(const std::string& className) const {
+    const auto found = std::ranges::find(_views.classes, className, &ViewClass::name);
+    return found == _views.classes.end() ? nullptr : found->make();
+  }
+
+  QWidget* widgetFor(const std::shared_ptr<foundation::View>& view, QWidget* parent) {
+    if (parent == nullptr)
+      _topLevelView = view;
+    else if (foundation::View* superview = enclosingView(parent))
+      superview->addSubview(view);
+    else
+      return new ViewHostWidget(view, _views.runLoop, parent);
+    return new ViewWidget(*view, parent);
+  }
+
+  const ViewContext& _views;
+  const TopLevel _topLevel;
+  std::shared_ptr<foundation::View> _topLevelView;
 };
 
 std::shared_ptr<InterfaceElement> elementOver(QWidget& widget) {
@@ -53,49 +85,68 @@ std::shared_ptr<InterfaceElement> elementOver(QWidget& widget) {
   return nullptr;
 }
 
+// The controls in the widget, by their names.
+std::vector<Outlet> controlsIn(const QWidget& topLevel) {
+  std::vector<Outlet> controls;
+  for (QWidget* widget : topLevel.findChildren<QWidget*>())
+    if (auto element = elementOver(*widget)) controls.push_back({widget->objectName().toStdString(), std::move(element)});
+  return controls;
+}
+
+void connectActions(const QWidget& topLevel, const std::function<void()>& terminate) {
+  for (auto* button : topLevel.findChildren<QAbstractButton*>())
+    if (button->property("action").toString() == "terminate:")
+      QObject::connect(button, &QAbstractButton::clicked, button, [terminate] { terminate(); });
+}
+
 }  // namespace
+
+InterfaceDescription::InterfaceDescription(std::unique_ptr<WindowWidget> window)
+    : _window(std::move(window)), _outlets(controlsIn(*_window)) {
+  _outlets.insert(_outlets.begin(), {_window->objectName().toStdString(), elementOver(*_window)});
+}
 
 std::unique_ptr<InterfaceDescription> InterfaceDescription::load(const std::string& path,
                                                                  const std::function<void()>& terminate, std::string& cause,
-                                                                 foundation::RunLoop& runLoop,
-                                                                 const std::vector<ViewClass>& viewClasses) {
-  QFile document(qtString(path));
-  if (!document.open(QIODevice::ReadOnly)) {
-    cause = document.errorString().toStdString();
-    return nullptr;
-  }
-  Loader loader(viewClasses, runLoop);
-  std::unique_ptr<QWidget> loaded(loader.load(&document));
-  if (!loaded) {
-    cause = loader.errorString().toStdString();
-    return nullptr;
-  }
-  // The loader makes every top-level widget a WindowWidget.
+                                                                 const ViewContext& views) {
+  Loader loader(views, TopLevel::Window);
+  auto loaded = loader.read(path, cause);
+  if (!loaded) return nullptr;
+  // The loader makes every top-level widget of a window a WindowWidget.
   std::unique_ptr<WindowWidget> window(static_cast<WindowWidget*>(loaded.release()));
   window->onClose = terminate;
-  std::unique_ptr<InterfaceDescription> description(new InterfaceDescription(std::move(window)));
-  description->makeOutlets();
-  description->connectActions(terminate);
-  return description;
+  takeGeometry(*window);
+  connectActions(*window, terminate);
+  return std::unique_ptr<InterfaceDescription>(new InterfaceDescription(std::move(window)));
+}
+
+std::shared_ptr<foundation::View> InterfaceDescription::loadView(const std::string& path,
+                                                                 const std::function<void()>& terminate, std::string& cause,
+                                                                 const ViewContext& views,
+                                                                 foundation::ViewController& owner) {
+  Loader loader(views, TopLevel::View);
+  auto loaded = loader.read(path, cause);
+  const auto view = loader.topLevelView();
+  if (!loaded) return nullptr;
+  if (view == nullptr) {
+    cause = "its top-level widget is not a view";
+    return nullptr;
+  }
+  const QWidget& widget = *loaded.release();  // the view's overlay owns it
+  takeGeometry(widget);
+  connectActions(widget, terminate);
+  for (auto* inner : widget.findChildren<QWidget*>())
+    if (const auto* viewWidget = dynamic_cast<ViewWidget*>(inner))
+      owner.connectOutlet(inner->objectName().toStdString(), viewWidget->view().shared_from_this());
+  for (const auto& [name, control] : controlsIn(widget)) {
+    dynamic_cast<WidgetOverlay&>(*view->overlay()).keep(control);
+    owner.connectOutlet(name, control);
+  }
+  return view;
 }
 
 std::string InterfaceDescription::delegateClass() const {
   return _window->property("delegateClass").toString().toStdString();
-}
-
-void InterfaceDescription::makeOutlets() {
-  auto widgets = _window->findChildren<QWidget*>();
-  widgets.prepend(_window.get());
-  for (QWidget* widget : widgets) {
-    auto element = elementOver(*widget);
-    if (element) _outlets.push_back({widget->objectName().toStdString(), std::move(element)});
-  }
-}
-
-void InterfaceDescription::connectActions(const std::function<void()>& terminate) {
-  for (auto* button : _window->findChildren<QAbstractButton*>())
-    if (button->property("action").toString() == "terminate:")
-      QObject::connect(button, &QAbstractButton::clicked, button, [terminate] { terminate(); });
 }
 
 void InterfaceDescription::connectOutlets(ApplicationDelegate& delegate) const {

@@ -1,47 +1,58 @@
 #pragma once
-// An interface description that has been loaded: the widgets of a .ui document as interface elements.
+// Reads interface descriptions, which are .ui documents: of a window, as widgets and interface elements, and of a
+// controller's view ("nib"), as a view with its inner views and controls.
 //
-// Main thread only. What the document says beyond its widgets, as dynamic properties:
-//   delegateClass  on the top-level widget: the class of the application's delegate
-//   action         on a button: "terminate:" ends the application when it is pressed
-//   namedBy        on a widget: the name of the label whose text is its name for assistive tools
-//   any boolean    on a widget whose class is a view's: set on the view
-// Every widget with a name is an outlet of that name; the top-level is the window.
+// Main thread only. The document uses these dynamic properties:
+//   delegateClass     on the top-level widget of a window: the class of the application's delegate
+//   action            on a button: "terminate:" ends the application when the button is pressed
+//   namedBy           on a widget: the name of the label whose text is its name for assistive tools
+//   autoresizingMask  on a widget whose class is a view's: a number, set on the view
+//   any boolean       on a widget whose class is a view's: set on the view
+// Every element with a name is an outlet of that name, and so is every view in a nib but the outermost.
 #include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "foundation/dispatch/RunLoop.h"
+#include "foundation/views/ViewController.h"
 #include "platform/UserInterface.h"
 #include "platform/linux/qt/QtWindow.h"
 
 namespace platform::Linux {
 
+// The classes of views that a document may name, and the services for them.
+struct ViewContext {
+  foundation::RunLoop& runLoop;
+  std::vector<ViewClass> classes;
+};
+
+struct Outlet {
+  std::string name;
+  std::shared_ptr<InterfaceElement> element;
+};
+
 class InterfaceDescription {
  public:
-  // Loads the document at `path`; a widget whose class is one of `viewClasses` shows a view, whose animations
-  // `runLoop` drives. Closing the window and the action "terminate:" call `terminate`. Returns nullptr, and sets `cause`,
-  // if the document cannot be read.
+  // Loads the document at `path`; a widget whose class is one of the view classes shows a view. Closing the window and the
+  // action "terminate:" call `terminate`. Returns nullptr, and sets `cause`, if the document cannot be read.
   static std::unique_ptr<InterfaceDescription> load(const std::string& path, const std::function<void()>& terminate,
-                                                    std::string& cause, foundation::RunLoop& runLoop,
-                                                    const std::vector<ViewClass>& viewClasses = {});
+                                                    std::string& cause, const ViewContext& views);
 
-  // Empty when the document names none.
+  // Loads the document at `path`, whose top-level widget has the class of a view, and connects the outlets of `owner`. The
+  // view owns its controls. Returns nullptr, and sets `cause`, if the document cannot be read.
+  static std::shared_ptr<foundation::View> loadView(const std::string& path, const std::function<void()>& terminate,
+                                                    std::string& cause, const ViewContext& views,
+                                                    foundation::ViewController& owner);
+
+  // Empty if the document does not name one.
   [[nodiscard]] std::string delegateClass() const;
-  // The delegate holds the elements weakly: they go with this object.
+  // The delegate holds the elements weakly; they live as long as this object.
   void connectOutlets(ApplicationDelegate& delegate) const;
   [[nodiscard]] QWidget& window() const { return *_window; }
 
  private:
-  struct Outlet {
-    std::string name;
-    std::shared_ptr<InterfaceElement> element;
-  };
-
-  explicit InterfaceDescription(std::unique_ptr<WindowWidget> window) : _window(std::move(window)) {}
-  void makeOutlets();
-  void connectActions(const std::function<void()>& terminate);
+  explicit InterfaceDescription(std::unique_ptr<WindowWidget> window);
 
   std::unique_ptr<WindowWidget> _window;
   std::vector<Outlet> _outlets;

@@ -44,7 +44,7 @@ bool QtApplication::load(Platform& platform, const std::string& path, const std:
                          const std::vector<ViewClass>& viewClasses) {
   std::string cause;
   _interface = InterfaceDescription::load(
-      path, [this] { terminateOnRequest(); }, cause, platform.runLoop, viewClasses);
+      path, [this] { terminateOnRequest(); }, cause, {platform.runLoop, viewClasses});
   if (!_interface) {
     platform.systemLog.log("cannot load the interface description " + path + ": " + cause);
     return false;

@@ -1,7 +1,6 @@
 #include "platform/linux/qt/ViewHostWidget.h"
 
 #include <QDynamicPropertyChangeEvent>
-#include <QVariant>
 #include <algorithm>
 
 #include "platform/linux/qt/Display.h"
@@ -10,7 +9,7 @@
 namespace platform::Linux {
 namespace {
 
-// The Tab key goes through the window's widgets as one reads them: row by row from the top, each from its start.
+// Makes the Tab key go through the window's widgets in reading order: row by row from the top, each from its start.
 void orderTabs(QWidget& window) {
   auto widgets = window.findChildren<QWidget*>();
   const bool fromRight = window.layoutDirection() == Qt::RightToLeft;
@@ -28,16 +27,27 @@ void orderTabs(QWidget& window) {
 ViewHostWidget::ViewHostWidget(const std::shared_ptr<foundation::View>& view, foundation::RunLoop& runLoop, QWidget* parent)
     : QWidget(parent), _window(runLoop) {
   _window.setContentView(view);
-  _window.onNeedsDisplay = [this] { update(); };
+  _window.onNeedsDisplay = [this] { needsDisplay(); };
   _window.onRecalculateKeyViewLoop = [this] { orderTabs(*window()); };
 }
 
 bool ViewHostWidget::event(QEvent* event) {
-  if (event->type() == QEvent::DynamicPropertyChange) {
-    const QByteArray name = static_cast<QDynamicPropertyChangeEvent*>(event)->propertyName();
-    view().setFlagForKey(property(name).toBool(), name.toStdString());
-  }
+  if (event->type() == QEvent::DynamicPropertyChange)
+    takeProperty(view(), *this, static_cast<QDynamicPropertyChangeEvent*>(event)->propertyName());
   return QWidget::event(event);
+}
+
+// Overlays wait for the event loop: a caller that is in the middle of a change of the tree may ask for display.
+void ViewHostWidget::needsDisplay() {
+  update();
+  if (std::exchange(_isUpdatePending, true)) return;
+  QMetaObject::invokeMethod(
+      this, [this] { updateOverlays(); }, Qt::QueuedConnection);
+}
+
+void ViewHostWidget::updateOverlays() {
+  _isUpdatePending = false;
+  if (foundation::View* content = _window.contentView()) _overlays.update(*content);
 }
 
 void ViewHostWidget::paintEvent(QPaintEvent* /*event*/) {
@@ -48,7 +58,10 @@ void ViewHostWidget::paintEvent(QPaintEvent* /*event*/) {
   _window.display(context);
 }
 
-void ViewHostWidget::showEvent(QShowEvent* /*event*/) { _isComposed = Display::composesWindows(); }
+void ViewHostWidget::showEvent(QShowEvent* /*event*/) {
+  _isComposed = Display::composesWindows();
+  updateOverlays();
+}
 
 void ViewHostWidget::resizeEvent(QResizeEvent* /*event*/) {
   _window.setSize({static_cast<double>(width()), static_cast<double>(height())});

@@ -4,14 +4,16 @@
 #include <memory>
 
 #include "foundation/views/ViewWindow.h"
+#include "platform/linux/qt/ViewWidget.h"
 
 namespace platform::Linux {
 
-// The view fills the widget. Dynamic boolean properties of the widget are set on the view under their name. Corners are
-// square where nothing composes translucent windows; that is asked whenever the widget comes up, not for every frame. When
-// the key-view loop is recalculated, the Tab key goes through the widgets of the window as one reads them.
+// The view fills the widget. Dynamic properties of the widget are set on the view as takeProperty() does. Corners are
+// square where nothing composes translucent windows; the widget checks that whenever it is shown, not for every frame. When
+// the key-view loop is recalculated, the Tab key goes through the widgets of the window in reading order.
 class ViewHostWidget final : public QWidget {
  public:
+  // The run loop drives the animations of the views and outlives the widget.
   ViewHostWidget(const std::shared_ptr<foundation::View>& view, foundation::RunLoop& runLoop, QWidget* parent);
 
   [[nodiscard]] foundation::View& view() const { return *_window.contentView(); }
@@ -23,7 +25,12 @@ class ViewHostWidget final : public QWidget {
   void showEvent(QShowEvent* event) override;
 
  private:
+  void needsDisplay();
+  void updateOverlays();
+
   foundation::ViewWindow _window;
+  ViewOverlays _overlays{*this};  // goes before the views, so that the overlays of surviving views survive the host
+  bool _isUpdatePending = false;
   bool _isComposed = true;
 };
 

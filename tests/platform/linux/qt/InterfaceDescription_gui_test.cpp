@@ -41,8 +41,7 @@ struct OutletRecorder final : ApplicationDelegate {
 struct MainWindow : testing::Test {
   MainWindow() {
     std::string cause;
-    description = InterfaceDescription::load(
-        mainWindow, [this] { ++terminations; }, cause, runLoop);
+    description = InterfaceDescription::load(mainWindow, [this] { ++terminations; }, cause, {runLoop, {}});
     EXPECT_NE(description, nullptr) << cause;
     description->connectOutlets(delegate);
   }
@@ -228,8 +227,7 @@ struct OtherDocument : testing::Test {
 TEST_F(OtherDocument, MissingOutletsAreSimplyNotConnected) {
   const auto path = write(R"(<ui version="4.0"><widget class="QWidget" name="window">
     <widget class="QLabel" name="bodyText"/></widget></ui>)");
-  const auto description = InterfaceDescription::load(
-      path, [] {}, cause, runLoop);
+  const auto description = InterfaceDescription::load(path, [] {}, cause, {runLoop, {}});
   ASSERT_NE(description, nullptr) << cause;
   description->connectOutlets(delegate);
   EXPECT_EQ(delegate.outlets.size(), 2U);
@@ -240,24 +238,19 @@ TEST_F(OtherDocument, MissingOutletsAreSimplyNotConnected) {
 TEST_F(OtherDocument, AButtonWithoutActionDoesNothing) {
   const auto path = write(R"(<ui version="4.0"><widget class="QWidget" name="window">
     <widget class="QPushButton" name="nextButton"/></widget></ui>)");
-  const auto description = InterfaceDescription::load(
-      path, [this] { ++terminations; }, cause, runLoop);
+  const auto description = InterfaceDescription::load(path, [this] { ++terminations; }, cause, {runLoop, {}});
   ASSERT_NE(description, nullptr) << cause;
   description->window().findChild<QPushButton*>()->click();
   EXPECT_EQ(terminations, 0);
 }
 
 TEST_F(OtherDocument, OneThatIsMissingIsRefusedWithACause) {
-  EXPECT_EQ(InterfaceDescription::load(
-                folder.filePath("none.ui").toStdString(), [] {}, cause, runLoop),
-            nullptr);
+  EXPECT_EQ(InterfaceDescription::load(folder.filePath("none.ui").toStdString(), [] {}, cause, {runLoop, {}}), nullptr);
   EXPECT_NE(cause, "");
 }
 
 TEST_F(OtherDocument, OneThatIsMalformedIsRefusedWithACause) {
-  EXPECT_EQ(InterfaceDescription::load(
-                write("<ui version=\"4.0\"><widget class="), [] {}, cause, runLoop),
-            nullptr);
+  EXPECT_EQ(InterfaceDescription::load(write("<ui version=\"4.0\"><widget class="), [] {}, cause, {runLoop, {}}), nullptr);
   EXPECT_NE(cause, "");
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 // The widgets in front of a view tree: the controls and layouts of the views that an interface description holds.
 //
-// Views are no widgets: a ViewHostWidget draws a whole tree of them. A view from an interface description that is not a
+// Views are not widgets: a ViewHostWidget draws a whole tree of them. A view from an interface description that is not a
 // host has a ViewWidget as its overlay, a transparent widget that holds the view's controls. The host keeps every
 // ViewWidget of its tree over its view: same place, same visibility, gone from the window together with the view. Only
 // where the description puts the widget into a layout or another container does the widget decide, and the view follows it.

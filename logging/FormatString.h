@@ -1,6 +1,7 @@
 #pragma once
-// A format and the place it was written at. A literal is checked against its arguments while compiling; a format made at
-// run time is taken as it is, and foundation/text/Format.h shows what does not fit instead of failing. Any thread.
+// A format and the place in the source where it was written. The compiler checks a literal against its arguments. A format
+// made at run time is not checked: foundation/text/Format.h shows an argument that does not fit instead of failing. Any
+// thread.
 #include <concepts>
 #include <cstddef>
 #include <optional>
@@ -10,16 +11,17 @@
 #include <type_traits>
 
 #include "foundation/text/Format.h"
+#include "foundation/text/FormatGrammar.h"
 
 namespace logging {
 
-// What an argument is to a conversion.
+// The kinds of argument that conversions tell apart.
 enum class ArgumentKind { text, integer, real, pointer, printable };
 
 template <class T>
 concept Formattable = std::constructible_from<foundation::FormatArgument, const T&>;
 
-// Anything that a stream accepts.
+// Any other type that a stream accepts.
 template <class T>
 concept Printable = !Formattable<T> && requires(std::ostream & stream, const T& value) {
   stream << value;
@@ -46,66 +48,46 @@ inline void anArgumentHasNoConversion() {}
 inline void theConversionIsNotKnown() {}
 inline void theArgumentDoesNotFitItsConversion() {}
 
-constexpr bool accepts(char letter, ArgumentKind kind) {
-  constexpr auto has = [](std::string_view letters, char one) { return letters.find(one) != std::string_view::npos; };
-  if (letter == '@') return true;
-  if (has("diuxXoc", letter)) return kind == ArgumentKind::integer;
-  if (has("fFeEgG", letter)) return kind == ArgumentKind::real;
-  if (has("sS", letter)) return kind == ArgumentKind::text;
-  return kind == ArgumentKind::pointer;
+constexpr bool accepts(foundation::ConversionKind conversion, ArgumentKind argument) {
+  using enum foundation::ConversionKind;
+  switch (conversion) {
+    case any:
+      return true;
+    case signedInteger:
+    case unsignedInteger:
+    case character:
+      return argument == ArgumentKind::integer;
+    case real:
+      return argument == ArgumentKind::real;
+    case text:
+      return argument == ArgumentKind::text;
+    case pointer:
+      return argument == ArgumentKind::pointer;
+    case none:
+      break;
+  }
+  return false;
 }
 
-// Goes through `format` as platform::format does.
+// Compiles if every conversion has an argument that fits it, and every argument a conversion.
 template <class... Arguments>
 consteval void check(std::string_view format) {
   constexpr std::size_t count = sizeof...(Arguments);
   constexpr ArgumentKind kinds[count + 1] = {kindOf<Arguments>()...};
   bool used[count + 1] = {};
-  std::size_t next = 0;
-  const auto skip = [&format](std::string_view letters) {
-    while (!format.empty() && letters.find(format.front()) != std::string_view::npos) format.remove_prefix(1);
-  };
-  const auto number = [&format] {
-    std::size_t value = 0;
-    for (; !format.empty() && format.front() >= '0' && format.front() <= '9'; format.remove_prefix(1))
-      value = value * 10 + static_cast<std::size_t>(format.front() - '0');
-    return value;
-  };
-  while (!format.empty()) {
-    const bool isPercent = format.front() == '%';
-    format.remove_prefix(1);
-    if (!isPercent) continue;
-    if (!format.empty() && format.front() == '%') {
-      format.remove_prefix(1);
-      continue;
-    }
-    std::size_t index = count;
-    const auto start = format;
-    const std::size_t position = number();
-    if (position > 0 && !format.empty() && format.front() == '$') {
-      format.remove_prefix(1);
-      index = position - 1;
-    } else {
-      format = start;
-      index = next++;
-    }
-    skip("-+ #0'");
-    number();
-    if (!format.empty() && format.front() == '.') format.remove_prefix(1);
-    number();
-    skip("hlqzjt");
-    if (format.empty() || std::string_view("@diuxXocfFeEgGsSp").find(format.front()) == std::string_view::npos)
-      theConversionIsNotKnown();
-    if (index >= count) aConversionHasNoArgument();
-    if (!accepts(format.front(), kinds[index])) theArgumentDoesNotFitItsConversion();
-    used[index] = true;
-    format.remove_prefix(1);
+  for (foundation::FormatParser parser(format); !parser.isAtEnd();) {
+    const auto [text, conversion, isMalformed] = parser.next();
+    if (isMalformed) theConversionIsNotKnown();
+    if (conversion.kind == foundation::ConversionKind::none) continue;
+    if (conversion.argument >= count) aConversionHasNoArgument();
+    if (!accepts(conversion.kind, kinds[conversion.argument])) theArgumentDoesNotFitItsConversion();
+    used[conversion.argument] = true;
   }
   for (std::size_t i = 0; i < count; ++i)
     if (!used[i]) anArgumentHasNoConversion();
 }
 
-// Where something is written in the source.
+// A place in the source.
 struct Place {
   static constexpr Place current(const char* file = __builtin_FILE(), const char* function = __builtin_FUNCTION(),
                                  int line = __builtin_LINE()) {
@@ -129,10 +111,10 @@ class FormatString {
       : _format(format == nullptr ? "" : format), _isAbsent(format == nullptr), _place(place) {}
   FormatString(std::string_view format, Place place = Place::current()) : _format(format), _place(place) {}
   FormatString(const std::string& format, Place place = Place::current()) : _format(format), _place(place) {}
-  // A format of nothing: the statement does nothing at all.
+  // No format: the statement does nothing at all.
   FormatString(std::nullptr_t, Place place = Place::current()) : _isAbsent(true), _place(place) {}
 
-  // Empty when it is a format of nothing.
+  // Empty if there is no format.
   [[nodiscard]] std::string_view text() const { return _format; }
   [[nodiscard]] bool isAbsent() const { return _isAbsent; }
   [[nodiscard]] const Place& place() const { return _place; }
@@ -143,7 +125,7 @@ class FormatString {
   Place _place;
 };
 
-// One argument made ready for the formatter: what is only printable is printed first, and kept here.
+// One argument made ready for the formatter. If it can only be printed to a stream, it is printed first and kept here.
 template <class T>
 class ReadyArgument {
  public:

@@ -6,134 +6,103 @@
 #include <cstdio>
 #include <cstring>
 
+#include "foundation/text/FormatGrammar.h"
+#include "foundation/text/UTF8.h"
+
 namespace foundation {
 namespace {
 
-constexpr std::string_view nothing = "(null)";
-// Wider fields than any text that is meant; keeps a hostile table from asking for gigabytes.
-constexpr int maximumWidth = 4096;
+constexpr std::string_view absent = "(null)";
 
-// One conversion as written: "%", position, flags, width, precision, length words, letter.
-struct Conversion {
-  std::size_t position = 0;  // counted from 1; 0 means the next argument
-  std::string flags;
-  std::optional<int> width;
-  std::optional<int> precision;
-  char letter = 0;
-};
+// Appends `shown`, filled up with blanks to the width of the conversion.
+void appendPadded(std::string& text, std::string_view shown, const Conversion& conversion) {
+  const std::size_t characters = conversion.width == 0 ? 0 : characterCount(shown);
+  const std::size_t blanks = conversion.width - std::min(characters, conversion.width);
+  const bool isLeftAligned = conversion.has('-');
+  if (!isLeftAligned) text.append(blanks, ' ');
+  text += shown;
+  if (isLeftAligned) text.append(blanks, ' ');
+}
 
-class Scanner {
+// The conversion as the C library takes it, with a length word and a letter that fit the argument.
+class Specification {
  public:
-  explicit Scanner(std::string_view text) : _rest(text) {}
-
-  // Reads what follows a percent sign. False when it is no conversion.
-  bool read(Conversion& conversion) {
-    conversion.position = position();
-    conversion.flags = take("-+ #0'");
-    conversion.width = number();
-    if (consume('.')) conversion.precision = number().value_or(0);
-    take("hlqzjt");
-    if (_rest.empty() || std::string_view("@diuxXocfFeEgGsSp").find(_rest.front()) == std::string_view::npos) return false;
-    conversion.letter = _rest.front();
-    _rest.remove_prefix(1);
-    return true;
+  Specification(const Conversion& conversion, std::string_view lengthAndLetter) {
+    put("%");
+    for (const char& flag : Conversion::flagLetters)
+      if (conversion.has(flag)) put({&flag, 1});
+    if (conversion.width > 0) putNumber(conversion.width);
+    if (conversion.precision) put(".");
+    if (conversion.precision) putNumber(*conversion.precision);
+    put(lengthAndLetter);
+    *_end = '\0';
   }
 
-  [[nodiscard]] std::string_view rest() const { return _rest; }
+  [[nodiscard]] const char* text() const { return _text; }
 
  private:
-  std::size_t position() {
-    const auto start = _rest;
-    const auto digits = number();
-    if (digits && *digits > 0 && consume('$')) return static_cast<std::size_t>(*digits);
-    _rest = start;
-    return 0;
-  }
+  void put(std::string_view part) { _end += part.copy(_end, part.size()); }
+  void putNumber(std::size_t number) { _end = std::to_chars(_end, std::end(_text), number).ptr; }
 
-  std::optional<int> number() {
-    std::optional<int> value;
-    while (!_rest.empty() && _rest.front() >= '0' && _rest.front() <= '9') {
-      value = std::min(value.value_or(0) * 10 + (_rest.front() - '0'), maximumWidth);
-      _rest.remove_prefix(1);
-    }
-    return value;
-  }
-
-  bool consume(char wanted) {
-    if (_rest.empty() || _rest.front() != wanted) return false;
-    _rest.remove_prefix(1);
-    return true;
-  }
-
-  std::string take(std::string_view letters) {
-    const auto end = std::min(_rest.find_first_not_of(letters), _rest.size());
-    std::string taken(_rest.substr(0, end));
-    _rest.remove_prefix(end);
-    return taken;
-  }
-
-  std::string_view _rest;
+  char _text[24];  // sign, 6 flags, 4 digits, point, 4 digits, "llX" and the end are 20
+  char* _end = _text;
 };
 
-std::string padded(std::string text, const Conversion& conversion) {
-  const auto width = static_cast<std::size_t>(conversion.width.value_or(0));
-  if (text.size() >= width) return text;
-  const std::string blanks(width - text.size(), ' ');
-  return conversion.flags.find('-') == std::string::npos ? blanks + text : text + blanks;
-}
-
 template <class Number>
-std::string printed(const Conversion& conversion, std::string_view lengthAndLetter, Number number) {
-  std::string specification = "%";
-  for (const char flag : conversion.flags)
-    if (specification.find(flag) == std::string::npos) specification += flag;
-  if (conversion.width) specification += std::to_string(*conversion.width);
-  if (conversion.precision) specification += '.' + std::to_string(*conversion.precision);
-  specification += lengthAndLetter;
-  std::string text(64, '\0');
+void appendPrinted(std::string& text, const Conversion& conversion, std::string_view lengthAndLetter, Number number) {
+  const Specification specification(conversion, lengthAndLetter);
+  const std::size_t size = text.size();
+  std::size_t room = 64;
   for (;;) {
-    const int length = std::snprintf(text.data(), text.size(), specification.c_str(), number);
-    if (length < 0) return std::string(nothing);
-    const bool complete = static_cast<std::size_t>(length) < text.size();
-    text.resize(static_cast<std::size_t>(length) + (complete ? 0 : 1));
-    if (complete) return text;
+    text.resize(size + room);
+    const int length = std::snprintf(text.data() + size, room, specification.text(), number);
+    const auto needed = static_cast<std::size_t>(std::max(length, 0));
+    const bool isComplete = needed < room;
+    text.resize(size + needed);
+    if (isComplete) return;
+    room = needed + 1;
   }
 }
 
-bool isIn(char letter, std::string_view letters) { return letters.find(letter) != std::string_view::npos; }
-
-template <class Integer>
-std::string integerText(const Conversion& conversion, Integer number) {
-  if (conversion.letter == 'c') return padded(std::string(1, static_cast<char>(number)), conversion);
-  if (isIn(conversion.letter, "xXo"))
-    return printed(conversion, std::string("ll") + conversion.letter, static_cast<unsigned long long>(number));
-  if constexpr (std::is_signed_v<Integer>) {
-    if (conversion.letter == 'u') return printed(conversion, "llu", static_cast<unsigned long long>(number));
-    return printed(conversion, "lld", static_cast<long long>(number));
-  } else {
-    return printed(conversion, "llu", static_cast<unsigned long long>(number));
-  }
-}
-
-struct Shown {
+// Appends one argument as its conversion asks, or in its own natural form if it is of another type.
+struct Appender {
+  std::string& text;
   const Conversion& conversion;
 
-  std::string operator()(std::monostate) const { return padded(std::string(nothing), conversion); }
-  std::string operator()(std::string_view text) const {
-    if (conversion.precision && isIn(conversion.letter, "sS"))
-      text = text.substr(0, static_cast<std::size_t>(*conversion.precision));
-    return padded(std::string(text), conversion);
+  void operator()(std::monostate) const { appendPadded(text, absent, conversion); }
+  void operator()(std::string_view shown) const {
+    if (conversion.precision && conversion.kind == ConversionKind::text)
+      shown = firstCharacters(shown, *conversion.precision);
+    appendPadded(text, shown, conversion);
   }
-  std::string operator()(std::int64_t number) const { return integerText(conversion, number); }
-  std::string operator()(std::uint64_t number) const { return integerText(conversion, number); }
-  std::string operator()(double number) const {
-    const char letter = isIn(conversion.letter, "fFeEgG") ? conversion.letter : 'g';
-    return printed(conversion, std::string(1, letter), number);
+  void operator()(std::int64_t number) const {
+    if (conversion.kind == ConversionKind::character || conversion.kind == ConversionKind::unsignedInteger)
+      return (*this)(static_cast<std::uint64_t>(number));
+    appendPrinted(text, conversion, "lld", static_cast<long long>(number));
   }
-  std::string operator()(const void* pointer) const {
-    Conversion bare;
-    bare.letter = 'p';
-    return padded(pointer == nullptr ? "0x0" : printed(bare, "p", pointer), conversion);
+  void operator()(std::uint64_t number) const {
+    if (conversion.kind == ConversionKind::character) return appendCharacter(number);
+    const bool isUnsigned = conversion.kind == ConversionKind::unsignedInteger;
+    const char lengthAndLetter[] = {'l', 'l', isUnsigned ? conversion.letter : 'u'};
+    appendPrinted(text, conversion, {lengthAndLetter, 3}, static_cast<unsigned long long>(number));
+  }
+  void operator()(double number) const {
+    const char letter = conversion.kind == ConversionKind::real ? conversion.letter : 'g';
+    appendPrinted(text, conversion, {&letter, 1}, number);
+  }
+  void operator()(const void* pointer) const {
+    std::string digits = "0x0";
+    if (pointer != nullptr) digits.clear();
+    if (pointer != nullptr) appendPrinted(digits, Conversion(), "p", pointer);
+    appendPadded(text, digits, conversion);
+  }
+
+ private:
+  void appendCharacter(std::uint64_t number) const {
+    constexpr char32_t replacement = 0xFFFD;
+    std::string character;
+    appendUTF8(character, isUnicodeScalar(number) ? static_cast<char32_t>(number) : replacement);
+    appendPadded(text, character, conversion);
   }
 };
 
@@ -166,17 +135,20 @@ char* copyPlain(char* place, const char*& from, const char* end) {
 
 constexpr std::size_t longestInteger = 20;
 
-// The conversions that nearly all formats consist of, without flags, width or precision. nullptr for any other.
+// Puts an argument whose conversion is a letter alone: the form of nearly all. Returns the end, or nullptr for a letter or
+// an argument that takes the long way.
 char* putBare(char* place, char letter, const FormatArgument::Value& value) {
-  const bool isUnsigned = letter == 'x' || letter == 'u';
-  if (!isUnsigned && letter != 'd' && letter != '@' && letter != 's' && letter != 'i') return nullptr;
+  const ConversionKind kind = kindOfConversion(letter);
+  if (kind == ConversionKind::none) return nullptr;
   if (const auto* string = std::get_if<std::string_view>(&value)) return place + string->copy(place, string->size());
-  const int base = letter == 'x' ? 16 : 10;
+  const bool isUnsigned = kind == ConversionKind::unsignedInteger;
+  if (kind == ConversionKind::character || (isUnsigned && letter != 'x' && letter != 'u')) return nullptr;
   const auto* number = std::get_if<std::int64_t>(&value);
   if (number != nullptr && !isUnsigned) return std::to_chars(place, place + longestInteger, *number).ptr;
-  if (number != nullptr) return std::to_chars(place, place + longestInteger, static_cast<std::uint64_t>(*number), base).ptr;
   const auto* natural = std::get_if<std::uint64_t>(&value);
-  return natural == nullptr ? nullptr : std::to_chars(place, place + longestInteger, *natural, base).ptr;
+  if (number == nullptr && natural == nullptr) return nullptr;
+  const std::uint64_t bits = number == nullptr ? *natural : static_cast<std::uint64_t>(*number);
+  return std::to_chars(place, place + longestInteger, bits, letter == 'x' ? 16 : 10).ptr;
 }
 
 // Puts the text together in place when all conversions are bare. Returns where it ends; nullptr when they are not.
@@ -218,28 +190,13 @@ bool appendBareFormat(std::string& text, std::string_view format, std::span<cons
 }
 
 void appendAnyFormat(std::string& text, std::string_view format, std::span<const FormatArgument> arguments) {
-  std::size_t next = 0;
-  while (!format.empty()) {
-    const auto percent = std::min(format.find('%'), format.size());
-    text += format.substr(0, percent);
-    format.remove_prefix(percent);
-    if (format.empty()) break;
-    format.remove_prefix(1);
-    if (!format.empty() && format.front() == '%') {
-      text += '%';
-      format.remove_prefix(1);
-      continue;
-    }
-    Scanner scanner(format);
-    Conversion conversion;
-    if (!scanner.read(conversion)) {
-      text += '%';
-      continue;
-    }
-    format = scanner.rest();
-    const std::size_t index = conversion.position > 0 ? conversion.position - 1 : next++;
-    text += index < arguments.size() ? std::visit(Shown{conversion}, arguments[index].value())
-                                     : padded(std::string(nothing), conversion);
+  for (FormatParser parser(format); !parser.isAtEnd();) {
+    const FormatPiece piece = parser.next();
+    text += piece.text;
+    if (piece.conversion.kind == ConversionKind::none) continue;
+    const std::size_t index = piece.conversion.argument;
+    const auto value = index < arguments.size() ? arguments[index].value() : FormatArgument::Value();
+    std::visit(Appender{text, piece.conversion}, value);
   }
 }
 

@@ -1,8 +1,8 @@
 #pragma once
 // Format strings with %@: the one formatter behind localised texts and log messages.
 //
-// Pure; any thread. Nothing here reads an argument that was not given, whatever the format says: formats come from string
-// tables that translators write.
+// Pure; any thread. No format makes the formatter read an argument that was not given: formats come from string tables that
+// translators write.
 #include <concepts>
 #include <cstdint>
 #include <optional>
@@ -38,12 +38,14 @@ class FormatArgument {
   Value _value;
 };
 
-// Fills `format`. Understood are %@ (any argument), %d %i %u %x %X %o %c %f %e %g %s %p with flags, width, precision and
-// the length words h l ll q z j t, positions (%1$@, %2$d), and %% for a percent sign. An argument of another type than its
-// conversion is shown in its own natural form. A conversion without an argument, like %@ of nothing, shows "(null)"; a
-// percent sign that begins no conversion stands for itself.
+// Fills `format`, whose grammar FormatGrammar.h describes.
+//
+// %@ shows any argument, %d %i %u %x %X %o %c %f %F %e %E %g %G %s %S %p one of their type; an argument of another type is
+// shown in its own natural form. Width and precision count characters, not bytes, and have an upper bound of 4096; the
+// precision of a text is its longest length. %c shows the Unicode character of a number, U+FFFD if there is no such
+// character. Length words change nothing. A conversion without an argument shows "(null)", as does a null text.
 std::string format(std::string_view format, std::span<const FormatArgument> arguments);
-// The same, appended to `text`; allocates nothing for bare conversions once `text` is large enough.
+// Appends the same to `text`. Allocates nothing if `text` has the capacity and all conversions are a letter alone.
 void appendFormat(std::string& text, std::string_view format, std::span<const FormatArgument> arguments);
 
 template <class... Arguments>

@@ -1,5 +1,7 @@
 #include "foundation/text/UTF8.h"
 
+#include <algorithm>
+
 namespace foundation {
 namespace {
 
@@ -19,6 +21,8 @@ std::size_t sequenceLength(std::string_view bytes) {
     if (byte(i) < 0x80 || byte(i) > 0xBF) return 0;
   return length;
 }
+
+constexpr bool beginsCharacter(char byte) { return (static_cast<unsigned char>(byte) & 0xC0) != 0x80; }
 
 }  // namespace
 
@@ -41,6 +45,15 @@ std::string textFromASCII(std::string_view bytes) {
       text += "\xEF\xBF\xBD";
   }
   return text;
+}
+
+std::size_t characterCount(std::string_view text) {
+  return static_cast<std::size_t>(std::ranges::count_if(text, beginsCharacter));
+}
+
+std::string_view firstCharacters(std::string_view text, std::size_t count) {
+  const auto isBeyond = [&count](char byte) { return beginsCharacter(byte) && count-- == 0; };
+  return {text.begin(), std::ranges::find_if(text, isBeyond)};
 }
 
 void appendUTF8(std::string& text, char32_t character) {

@@ -3,6 +3,7 @@
 
 Usage: format_checks.py ROOT COMPILER
 """
+import itertools
 import os
 import re
 import subprocess
@@ -40,6 +41,7 @@ GOOD = [
     'log("nothing");',
     'log("%@ of %d, %5.1f%% at %p", "text", 5, 1.5, static_cast<const void*>(nullptr));',
     'log("%2$@ before %1$d", 5, "text");',
+    'log("%1$+05.2f of %2$zu %%", 1.5, 2);',
     'log("%llu %hhx %-5s", 5ull, 5, std::string("text"));',
     'log("%@ %@ %@", 1, 1.5, Printed());',
     'log(static_cast<const char*>(nullptr), 1);',
@@ -48,18 +50,23 @@ GOOD = [
 
 
 def errors_of(root, compiler, statements):
-    """What the compiler finds wrong with each statement, by its place in the list."""
+    """The compiler's complaints about each statement, by its place in the list."""
     lines = [f"void f{number}() {{ {statement} }}" for number, statement in enumerate(statements)]
     source = HEAD + '#line 0 "statements"\n' + "\n".join(lines) + "\n"
     run = subprocess.run([compiler, "-std=c++20", "-fsyntax-only", "-I", root, "-x", "c++", "-"], input=source,
                          capture_output=True, text=True, env={**os.environ, "LC_ALL": "C"})
+    messages = [line for line in run.stderr.splitlines() if re.match(r"\S+:\d+(:\d+)?: ", line)]
+    # g++ names the statement before an error that lies in a header, clang after it, in a note.
     errors = {}
     place = None
-    for line in run.stderr.splitlines():
-        if mentioned := re.match(r"statements:(\d+):", line):
+    for number, message in enumerate(messages):
+        if mentioned := re.match(r"statements:(\d+):", message):
             place = int(mentioned[1])
-        if " error: " in line:
-            errors.setdefault(place, []).append(line)
+        if " error: " not in message:
+            continue
+        notes = list(itertools.takewhile(lambda line: ": note: " in line, messages[number + 1:]))
+        later = re.search(r"^statements:(\d+):", "\n".join([message] + notes), re.MULTILINE)
+        errors.setdefault(int(later[1]) if later else place, []).extend([message] + notes)
     return errors
 
 

@@ -16,4 +16,25 @@ TEST(UTF8, OverlongFormsSurrogatesAndTruncationsAreNotValid) {
     EXPECT_FALSE(isValidUTF8(text)) << text;
 }
 
+TEST(UTF8, CountsCharacters) {
+  EXPECT_EQ(foundation::characterCount(""), 0U);
+  EXPECT_EQ(foundation::characterCount("aé€😀"), 4U);
+}
+
+TEST(UTF8, CutsBetweenCharacters) {
+  const std::string_view text = "aé€😀";
+  EXPECT_EQ(foundation::firstCharacters(text, 0), "");
+  EXPECT_EQ(foundation::firstCharacters(text, 2), "aé");
+  EXPECT_EQ(foundation::firstCharacters(text, 3), "aé€");
+  EXPECT_EQ(foundation::firstCharacters(text, 4), text);
+  EXPECT_EQ(foundation::firstCharacters(text, 5), text);
+}
+
+TEST(UTF8, SurrogatesAndNumbersAboveTheLastCharacterAreNotCharacters) {
+  for (const std::uint64_t number : {0ULL, 0xD7FFULL, 0xE000ULL, 0x10FFFFULL})
+    EXPECT_TRUE(foundation::isUnicodeScalar(number)) << number;
+  for (const std::uint64_t number : {0xD800ULL, 0xDFFFULL, 0x110000ULL, 0x100000041ULL})
+    EXPECT_FALSE(foundation::isUnicodeScalar(number)) << number;
+}
+
 TEST(UTF8, BytesAboveAsciiAreReplaced) { EXPECT_EQ(foundation::textFromASCII("a\xFFz"), "a\xEF\xBF\xBDz"); }

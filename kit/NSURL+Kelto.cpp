@@ -5,6 +5,7 @@
 #include <optional>
 #include <unordered_map>
 
+#include "foundation/text/PercentEncoding.h"
 #include "foundation/text/UTF8.h"
 #include "kit/NSString+Kelto.h"
 
@@ -21,41 +22,19 @@ std::string_view queryOf(std::string_view url) {
 }
 
 bool isBlank(std::string_view key) {
-  const auto other = key.find_first_not_of(" \t+");
-  if (other == std::string_view::npos) return true;
-  if (static_cast<unsigned char>(key[other]) < 0x80) return false;
+  const auto other = std::ranges::find_if_not(key, [](char c) { return c == ' ' || c == '\t' || c == '+'; });
+  if (other == key.end()) return true;
+  if (static_cast<unsigned char>(*other) < 0x80) return false;
   std::string text(key);
   std::ranges::replace(text, '+', ' ');
   return NSString::Kelto::stringByTrimmingLeadingAndTrailingWhitespace(platform::Unicode::utf16(text)).empty();
 }
 
-constexpr int hexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  return -1;
-}
-
-// "+" as a space and percent-escapes resolved; nothing when an escape is cut off, no number, or makes no UTF-8.
+// "+" as a space and percent-escapes resolved; nullopt if an escape is malformed or the bytes are not UTF-8.
 std::optional<std::string> decoded(std::string_view text) {
   std::string result(text);
-  std::size_t written = 0;
-  char all = 0;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    char c = text[i] == '+' ? ' ' : text[i];
-    if (c == '%') {
-      const int high = i + 2 < text.size() ? hexDigit(text[i + 1]) : -1;
-      const int low = i + 2 < text.size() ? hexDigit(text[i + 2]) : -1;
-      if (high < 0 || low < 0) return std::nullopt;
-      c = static_cast<char>(high << 4 | low);
-      i += 2;
-    }
-    all = static_cast<char>(all | c);
-    result[written++] = c;
-  }
-  result.resize(written);
-  const bool isASCII = static_cast<unsigned char>(all) < 0x80;
-  if (!isASCII && !foundation::isValidUTF8(result)) return std::nullopt;
+  std::ranges::replace(result, '+', ' ');
+  if (!foundation::decodePercentEscapes(result) || !foundation::isValidUTF8(result)) return std::nullopt;
   return result;
 }
 
@@ -115,16 +94,11 @@ class Collector {
 };
 
 void appendEscaped(std::string& text, std::string_view part) {
-  constexpr std::string_view digits = "0123456789ABCDEF";
   for (const char c : part) {
-    if (escapedCharacters.find(c) == std::string_view::npos) {
+    if (escapedCharacters.find(c) == std::string_view::npos)
       text += c;
-      continue;
-    }
-    const auto byte = static_cast<unsigned char>(c);
-    text += '%';
-    text += digits[byte >> 4];
-    text += digits[byte & 0xF];
+    else
+      foundation::appendPercentEscape(text, c);
   }
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "foundation/plist/PropertyList.h"
+#include "foundation/text/PercentEncoding.h"
 #include "foundation/text/UTF16.h"
 #include "foundation/text/UTF8.h"
 
@@ -12,13 +13,6 @@ namespace {
 bool isWordCharacter(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
          std::string_view("_$/:.-").find(c) != std::string_view::npos;
-}
-
-std::optional<unsigned> hexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return std::nullopt;
 }
 
 class Reader {
@@ -137,9 +131,9 @@ class Reader {
     char32_t unit = 0;
     std::size_t digits = 0;
     for (; digits < 4 && digits < _rest.size(); ++digits) {
-      const auto digit = hexDigit(_rest[digits]);
-      if (!digit) break;
-      unit = unit << 4 | *digit;
+      const int digit = hexDigitValue(_rest[digits]);
+      if (digit < 0) break;
+      unit = unit << 4 | static_cast<char32_t>(digit);
     }
     _rest.remove_prefix(digits);
     return digits == 0 ? std::nullopt : std::optional(unit);

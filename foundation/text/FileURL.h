@@ -6,11 +6,11 @@
 
 namespace foundation::FileURL {
 
-// The path that a file URL names ("file:///a%20b" gives "/a b"); nothing for a URL of another scheme, of another machine,
-// with a malformed escape or an escaped NUL.
+// The path of a file URL: "file:///a%20b" gives "/a b". A host is accepted and left out, so that "file://server/a" gives
+// "/a". Returns nullopt for a URL of another scheme, without a path, with a malformed escape or with a NUL.
 std::optional<std::string> path(std::string_view url);
 
-// The file URL of an absolute path, every byte that may not stand in a URL's path percent-encoded.
+// The file URL of an absolute path. Every byte that a URL's path may not hold is percent-encoded.
 std::string fromPath(std::string_view path);
 
 }  // namespace foundation::FileURL

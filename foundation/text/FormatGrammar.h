@@ -31,9 +31,7 @@ constexpr std::array<ConversionKind, 256> conversionKinds() {
 inline constexpr auto kindsByLetter = conversionKinds();
 
 // `none` for a letter that ends no conversion.
-constexpr ConversionKind kindOfConversion(char letter) {
-  return kindsByLetter[static_cast<unsigned char>(letter)];
-}
+constexpr ConversionKind kindOfConversion(char letter) { return kindsByLetter[static_cast<unsigned char>(letter)]; }
 
 struct Conversion {
   static constexpr std::string_view flagLetters = "-+ #0'";

@@ -1,6 +1,7 @@
 #include "foundation/text/UTF8.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace foundation {
 namespace {
@@ -22,24 +23,38 @@ std::size_t sequenceLength(std::string_view bytes) {
   return length;
 }
 
+constexpr bool isASCII(char byte) { return static_cast<unsigned char>(byte) < 0x80; }
 constexpr bool beginsCharacter(char byte) { return (static_cast<unsigned char>(byte) & 0xC0) != 0x80; }
+
+// How many bytes at the start are ASCII. Most text is nothing else, so whole words are looked at first.
+std::size_t leadingASCII(std::string_view bytes) {
+  constexpr std::uint64_t topBits = 0x8080808080808080;
+  std::size_t count = 0;
+  for (std::uint64_t word = 0; bytes.size() - count >= sizeof word; count += sizeof word) {
+    std::memcpy(&word, bytes.data() + count, sizeof word);
+    if ((word & topBits) != 0) break;
+  }
+  while (count < bytes.size() && isASCII(bytes[count])) ++count;
+  return count;
+}
 
 }  // namespace
 
 bool isValidUTF8(std::string_view bytes) {
-  while (!bytes.empty()) {
+  for (;;) {
+    bytes.remove_prefix(leadingASCII(bytes));
+    if (bytes.empty()) return true;
     const std::size_t length = sequenceLength(bytes);
     if (length == 0) return false;
     bytes.remove_prefix(length);
   }
-  return true;
 }
 
 std::string textFromASCII(std::string_view bytes) {
   std::string text;
   text.reserve(bytes.size());
   for (const char c : bytes) {
-    if (static_cast<unsigned char>(c) < 0x80)
+    if (isASCII(c))
       text += c;
     else
       text += "\xEF\xBF\xBD";

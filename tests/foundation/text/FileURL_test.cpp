@@ -11,9 +11,15 @@ TEST(FileURL, NamesAPathWithItsEscapesRemoved) {
   EXPECT_EQ(FileURL::path("file:///a?query#fragment"), "/a");
 }
 
-TEST(FileURL, IsNoPathWhenItNamesSomethingElse) {
-  for (const char* url :
-       {"", "/a", "http:///a", "file://server/a", "file:a", "file:///%", "file:///%4", "file:///%zz", "file:///a%00b"})
+TEST(FileURL, OneWithAHostIsAFileURL) {
+  EXPECT_EQ(FileURL::path("file://server/a"), "/a");
+  EXPECT_EQ(FileURL::path("file://localhostess/a%20b"), "/a b");
+  EXPECT_EQ(FileURL::path("file://server/"), "/");
+}
+
+TEST(FileURL, GivesNoPathForAnotherSchemeOrAMalformedPath) {
+  for (const char* url : {"", "/a", "http:///a", "file:a", "file:", "file://", "file://server", "file:///%", "file:///%4",
+                          "file:///%zz", "file:///a%00b", "file://server?/a", "file://server#/a"})
     EXPECT_EQ(FileURL::path(url), std::nullopt) << url;
 }
 

@@ -16,6 +16,16 @@ TEST(UTF8, OverlongFormsSurrogatesAndTruncationsAreNotValid) {
     EXPECT_FALSE(isValidUTF8(text)) << text;
 }
 
+TEST(UTF8, FindsABrokenByteWhereverItIs) {
+  for (std::size_t place = 0; place < 40; ++place) {
+    std::string text(40, 'x');
+    EXPECT_TRUE(isValidUTF8(text));
+    text[place] = '\x80';
+    EXPECT_FALSE(isValidUTF8(text)) << place;
+    EXPECT_TRUE(isValidUTF8(text.replace(place, 1, "\u00e9"))) << place;
+  }
+}
+
 TEST(UTF8, CountsCharacters) {
   EXPECT_EQ(foundation::characterCount(""), 0U);
   EXPECT_EQ(foundation::characterCount("aé€😀"), 4U);

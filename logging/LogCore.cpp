@@ -47,7 +47,7 @@ LogCore::LogCore(platform::Platform& platform)
                                                  .prepare = [this] { prepareFork(); },
                                                  .parent = [this] { endFork(); },
                                                  .child = [this] { beginChild(); }});
-  platform.defaultNotificationCenter.addObserver(foundation::ApplicationWillTerminateNotification,
+  platform.defaultNotificationCenter.addObserver(foundation::applicationWillTerminateNotification,
                                                  [](const foundation::Notification&) {
                                                    LogCore* core = theCore.load(std::memory_order_acquire);
                                                    if (core != nullptr) core->sync([core] { core->lt_flush(); });

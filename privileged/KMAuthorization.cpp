@@ -24,7 +24,7 @@ std::shared_ptr<KMAuthorization> KMAuthorization::init() {
     return nullptr;
   std::shared_ptr<KMAuthorization> made(new KMAuthorization(authorization));
   platform::current().defaultNotificationCenter.addObserver(
-      foundation::ApplicationWillTerminateNotification,
+      foundation::applicationWillTerminateNotification,
       [made](const foundation::Notification& notification) { made->releaseRights(notification); });
   return made;
 }

@@ -56,7 +56,7 @@ void KMEmbeddedWindowBackgroundView::drawBloomContent(GraphicsContext& context, 
     if (const auto bloom = foundation::imageNamed("s_bloom")) {
       const foundation::Size size = bloom->size();
       context.drawImage(*bloom, {{bounds().size.width - size.width, bloomStart}, size},
-                        foundation::CompositingOperation::SourceOver, 1);
+                        foundation::CompositingOperation::sourceOver, 1);
     }
   }
   if (const auto dots = foundation::imageNamed("s_dot_pattern")) {

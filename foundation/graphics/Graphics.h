@@ -19,14 +19,14 @@ class Image {
   [[nodiscard]] virtual Size size() const = 0;  // in points, whatever the scale
 };
 
-// How what is drawn meets what is there.
-enum class CompositingOperation { Copy, SourceOver };  // replaces it, transparency included; lies over it
+// How a drawing combines with the picture below it.
+enum class CompositingOperation { copy, sourceOver };  // replaces it, transparency included; is laid over it
 
 class GraphicsContext {
  public:
   virtual ~GraphicsContext() = default;
 
-  // Clip, fill colour and coordinates are the graphics state. Calls of the two come in pairs and nest.
+  // The graphics state is the clip, the fill colour and the coordinates. Calls come in pairs and nest.
   virtual void saveGraphicsState() = 0;
   virtual void restoreGraphicsState() = 0;
 
@@ -37,17 +37,18 @@ class GraphicsContext {
   virtual void clipToRect(const Rect& rect) = 0;
   virtual void clipToRoundedRect(const Rect& rect, double horizontalRadius, double verticalRadius) = 0;
 
-  // What both fills draw with. A pattern repeats the image from the origin of the window, wherever the filled view is.
+  // The colour or pattern of both fills. A pattern repeats the image from the origin of the window, wherever the filled
+  // view is.
   virtual void setFillColor(const Color& color) = 0;
   virtual void setFillPattern(const std::shared_ptr<const Image>& image) = 0;
 
   // The plain fill: copies.
   virtual void fillRect(const Rect& rect) = 0;
-  // The path fill: lies over what is there.
+  // The path fill: is laid over the picture.
   virtual void fillPathOfRect(const Rect& rect) = 0;
 
   // Degrees count counter-clockwise from the horizontal: at 0 the start is on the left, at -90 it is at the top. Start and
-  // end colour meet the corners of the rectangle. Lies over what is there.
+  // end colour meet the corners of the rectangle. Is laid over the picture.
   virtual void drawLinearGradient(const Color& start, const Color& end, const Rect& rect, double degrees) = 0;
 
   // The whole image, stretched into the rectangle; `fraction` is its opacity.

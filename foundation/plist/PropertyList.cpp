@@ -9,8 +9,8 @@ namespace foundation::PropertyList {
 namespace {
 
 std::optional<Value> parseAny(std::string_view bytes, std::string& reason) {
-  if (bytes.size() > MaximumBytes) {
-    reason = "the document is larger than " + std::to_string(MaximumBytes) + " bytes";
+  if (bytes.size() > maximumBytes) {
+    reason = "the document is larger than " + std::to_string(maximumBytes) + " bytes";
     return std::nullopt;
   }
   if (bytes.starts_with("bplist")) return parseBinary(bytes, reason);

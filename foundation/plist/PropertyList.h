@@ -1,8 +1,8 @@
 #pragma once
 // Property lists: the value type, and readers and writers of the XML and binary forms.
 //
-// Pure functions on values; any thread. The readers take bytes from anyone: they are total, and refuse with a reason what
-// is larger, deeper or more expansive than the limits below.
+// Pure functions on values; any thread. The readers accept bytes from any source. They refuse malformed documents, and
+// those that exceed the limits below, with a reason.
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -38,7 +38,7 @@ class Value {
   Value(Array value) : _storage(std::move(value)) {}
   Value(Dictionary value) : _storage(std::move(value)) {}
 
-  // The value as T (one of the alternatives of Storage), or nullptr when it is of another type. Owned by this value.
+  // The value as T (one of the alternatives of Storage), or nullptr if it is of another type. Owned by this value.
   template <class T>
   [[nodiscard]] const T* as() const {
     return std::get_if<T>(&_storage);
@@ -51,16 +51,17 @@ class Value {
   Storage _storage;
 };
 
-// Beyond these a document is refused. An information list of a real application has a few kilobytes and five levels.
-inline constexpr std::size_t MaximumBytes = std::size_t{16} << 20;  // and of text and data together, once expanded
-inline constexpr std::size_t MaximumDepth = 64;
-inline constexpr std::size_t MaximumValues = 1'000'000;  // counted after shared references of the binary form are expanded
+// A document beyond these limits is refused. The information list of a real application has a few kilobytes and five
+// levels.
+inline constexpr std::size_t maximumBytes = std::size_t{16} << 20;  // and of text and data together, once expanded
+inline constexpr std::size_t maximumDepth = 64;
+inline constexpr std::size_t maximumValues = 1'000'000;  // counted after shared references of the binary form are expanded
 
-// Reads an XML or binary property list, told apart by the first bytes. On refusal nothing is returned and `reason`, when
-// given, says why; it is untouched otherwise.
+// Reads an XML or binary property list; the first bytes tell which. Returns nullopt on refusal, with the cause in `reason`
+// if that is given. `reason` is unchanged on success.
 std::optional<Value> parse(std::string_view bytes, std::string* reason = nullptr);
 
-// A date as the XML form has it: "2026-11-20T10:20:30Z". A fraction of a second is dropped, the form has no place for it.
+// A date as the XML form has it: "2026-11-20T10:20:30Z". The form has no place for a fraction of a second.
 std::string dateText(Date date);
 
 // The XML form, UTF-8, keys sorted, as the platform's own tools write it.

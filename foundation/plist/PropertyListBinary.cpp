@@ -1,5 +1,5 @@
 // The binary form: a header, objects, a table of their offsets, a trailer. Numbers are big-endian. Containers hold object
-// numbers, so one object may be referred to many times, or by itself: what is read is counted as it is expanded.
+// numbers, so one object may be referred to many times, or by itself: the reader counts each expansion.
 #include <algorithm>
 #include <bit>
 #include <cmath>
@@ -96,14 +96,14 @@ class Reader {
 
   bool spend(std::size_t bytes) {
     _spent += bytes;
-    if (_spent <= MaximumBytes) return true;
-    refuse("shared references expand to more than " + std::to_string(MaximumBytes) + " bytes");
+    if (_spent <= maximumBytes) return true;
+    refuse("shared references expand to more than " + std::to_string(maximumBytes) + " bytes");
     return false;
   }
 
   // An element, counted. Depth is that of the container which refers to it, plus one.
   std::optional<Value> object(std::uint64_t number, std::size_t depth) {
-    if (++_values > MaximumValues) return refuse("more than " + std::to_string(MaximumValues) + " values");
+    if (++_values > maximumValues) return refuse("more than " + std::to_string(maximumValues) + " values");
     auto found = objectAt(number);
     if (!found) return std::nullopt;
     switch (found->kind) {
@@ -121,7 +121,7 @@ class Reader {
       case 0x6:
         return string(*found);
       case 0x8:
-        return refuse("identifiers of archived objects are no property-list values");
+        return refuse("identifiers of archived objects are not property-list values");
       case 0xA:
         return array(*found, depth);
       case 0xD:
@@ -132,7 +132,7 @@ class Reader {
   }
 
   std::optional<Value> boolean(const Object& object) {
-    if (object.low != 8 && object.low != 9) return refuse("a null or a filler is no value");
+    if (object.low != 8 && object.low != 9) return refuse("a null or a filler is not a value");
     return Value(object.low == 9);
   }
 
@@ -168,7 +168,7 @@ class Reader {
     if (object.low != 3) return refuse("a date has an unknown size");
     const auto seconds = floating(object);
     if (!seconds) return std::nullopt;
-    if (!std::isfinite(*seconds)) return refuse("a date is no number");
+    if (!std::isfinite(*seconds)) return refuse("a date is not a number");
     constexpr double farthest = 1e15;  // far beyond every date, and far within 64 bits
     const double whole = std::floor(std::clamp(*seconds, -farthest, farthest));
     const auto fraction = std::chrono::nanoseconds(static_cast<std::int64_t>(std::clamp(*seconds - whole, 0.0, 1.0) * 1e9));
@@ -207,13 +207,13 @@ class Reader {
   std::optional<std::string> key(std::uint64_t number) {
     const auto found = objectAt(number);
     if (!found) return std::nullopt;
-    if (found->kind != 0x5 && found->kind != 0x6) return refuse("a key of a dictionary is no string");
+    if (found->kind != 0x5 && found->kind != 0x6) return refuse("a key of a dictionary is not a string");
     return text(*found);
   }
 
   // The references of a container, still as bytes.
   std::optional<std::string_view> references(Object& object, std::size_t depth, std::size_t perElement) {
-    if (depth >= MaximumDepth) return refuse("containers lie more than " + std::to_string(MaximumDepth) + " deep");
+    if (depth >= maximumDepth) return refuse("containers lie more than " + std::to_string(maximumDepth) + " deep");
     const auto elements = count(object);
     if (!elements) return std::nullopt;
     return take(object.place, *elements, _referenceSize * perElement);

@@ -14,7 +14,7 @@ std::optional<Value> parseXML(std::string_view text, std::string& reason);
 // Reads the binary form. On refusal `reason` says why.
 std::optional<Value> parseBinary(std::string_view bytes, std::string& reason);
 
-// The date so far after the start of 1970. Dates reach from 1677 to 2262; what lies beyond becomes the nearest end.
+// The date that many seconds after the start of 1970. Dates reach from 1677 to 2262; one beyond becomes the nearest end.
 Date dateFromSeconds(std::int64_t seconds, std::chrono::nanoseconds fraction = {});
 
 }  // namespace foundation::PropertyList

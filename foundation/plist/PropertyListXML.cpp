@@ -176,7 +176,7 @@ class Reader {
     return skipPast(">");
   }
 
-  // What may stand between elements: blanks, comments, processing instructions and the document type.
+  // Skips the text that may stand between elements: blanks, comments, processing instructions and the document type.
   bool skipBetween() {
     for (;;) {
       _rest.remove_prefix(std::min(_rest.find_first_not_of(blanks), _rest.size()));
@@ -229,9 +229,9 @@ class Reader {
 
   std::optional<Value> value(const Tag& tag, std::size_t depth) {
     if (tag.isEnd) return refuse("</" + std::string(tag.name) + "> stands where a value should begin");
-    if (++_values > MaximumValues) return refuse("more than " + std::to_string(MaximumValues) + " values");
+    if (++_values > maximumValues) return refuse("more than " + std::to_string(maximumValues) + " values");
     if (tag.name == "array" || tag.name == "dict") {
-      if (depth >= MaximumDepth) return refuse("containers lie more than " + std::to_string(MaximumDepth) + " deep");
+      if (depth >= maximumDepth) return refuse("containers lie more than " + std::to_string(maximumDepth) + " deep");
       return tag.name == "array" ? array(tag, depth) : dictionary(tag, depth);
     }
     auto text = characters(tag);
@@ -243,11 +243,11 @@ class Reader {
   std::optional<Value> scalar(std::string_view name, std::string_view text) {
     if (name == "true" || name == "false")
       return text.empty() ? std::optional(Value(name == "true")) : refuse("a boolean has a text");
-    if (name == "integer") return checked(integerFrom(text), "the integer is none, or does not fit into 64 bits");
-    if (name == "real") return checked(realFrom(text), "the real number is none");
-    if (name == "date") return checked(dateFrom(text), "the date is none");
+    if (name == "integer") return checked(integerFrom(text), "not a valid integer of 64 bits");
+    if (name == "real") return checked(realFrom(text), "not a valid real number");
+    if (name == "date") return checked(dateFrom(text), "not a valid date");
     if (name == "data") return checked(dataFrom(text), "the data is not in base 64");
-    return refuse("<" + std::string(name) + "> is no kind of value");
+    return refuse("<" + std::string(name) + "> is not a kind of value");
   }
 
   template <class T>

@@ -154,12 +154,12 @@ std::optional<StringTable> fromPropertyList(std::string_view bytes, std::string&
   const auto value = PropertyList::parse(bytes, &reason);
   if (!value) return std::nullopt;
   const auto* dictionary = value->as<PropertyList::Dictionary>();
-  if (dictionary == nullptr) reason = "the property list is no dictionary";
+  if (dictionary == nullptr) reason = "the property list is not a dictionary";
   if (dictionary == nullptr) return std::nullopt;
   StringTable table;
   for (const auto& [key, element] : *dictionary) {
     const auto* text = element.as<std::string>();
-    if (text == nullptr) reason = "the value of \"" + key + "\" is no string";
+    if (text == nullptr) reason = "the value of \"" + key + "\" is not a string";
     if (text == nullptr) return std::nullopt;
     table.emplace(key, *text);
   }
@@ -167,8 +167,8 @@ std::optional<StringTable> fromPropertyList(std::string_view bytes, std::string&
 }
 
 std::optional<StringTable> parseAny(std::string_view bytes, std::string& reason) {
-  if (bytes.size() > PropertyList::MaximumBytes) {
-    reason = "the table is larger than " + std::to_string(PropertyList::MaximumBytes) + " bytes";
+  if (bytes.size() > PropertyList::maximumBytes) {
+    reason = "the table is larger than " + std::to_string(PropertyList::maximumBytes) + " bytes";
     return std::nullopt;
   }
   const auto text = bytes.starts_with("bplist") ? std::string() : decodedText(bytes);

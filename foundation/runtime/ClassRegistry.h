@@ -2,8 +2,8 @@
 // Classes that can be asked at run time: their names, superclasses and methods by selector.
 //
 // A class registers itself once, early (a namespace-scope call of `ClassRegistry::shared().add(...)` in its own file), and
-// stays for the life of its registry. Any thread. The compiler's own dispatch is not touched: a caller that wants what is
-// registered asks for the implementation and calls it.
+// stays for the life of its registry. Any thread. The compiler's own dispatch is not affected: a caller that wants the
+// registered implementation asks for it and calls it.
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -17,7 +17,7 @@
 namespace foundation {
 
 // The code of one method: the address of a function, and its signature as type encoding. Two are equal when their addresses
-// are. A pointer to a named function, not a lambda: a position in the code is compared with the address.
+// are. Takes named functions, not lambdas: look-ups compare positions in the code with the address.
 class Implementation {
  public:
   Implementation() = default;
@@ -52,7 +52,7 @@ class Class {
   struct Key {};
 
  public:
-  // By a registry only.
+  // For registries only.
   Class(Key, std::string name, Class* superclass, std::vector<Method> methods, const std::vector<Method>& classOperations);
 
   [[nodiscard]] const std::string& name() const { return _name; }
@@ -61,18 +61,18 @@ class Class {
   // The class's own list, superclasses excluded: the methods of its categories, the latest category first, then its own. A
   // copy, as the list is now.
   [[nodiscard]] std::vector<Method> methodList() const;
-  // The first implementation of `selector` in this class's list, else in the nearest superclass's; an empty one when there
-  // is none.
+  // The first implementation of `selector` in this class's list, else in the nearest superclass's; an empty one if no
+  // class has it.
   [[nodiscard]] Implementation instanceMethod(std::string_view selector) const;
   // The same for operations of the class itself.
   [[nodiscard]] Implementation classOperation(std::string_view selector) const;
 
-  // Puts the methods of a category before all that are there.
+  // Puts the methods of a category before all others.
   void addCategory(const std::vector<Method>& methods);
-  // Adds a method to this class itself; false, and nothing done, when its own list has the selector already.
+  // Adds a method to this class itself; returns false, and does nothing, if its own list already has the selector.
   bool addMethod(std::string_view selector, Implementation implementation);
-  // Exchanges the implementations of two methods of this class's own list, each with its signature; false, and nothing
-  // done, when the list lacks one of them.
+  // Exchanges the implementations of two methods of this class's own list, each with its signature; returns false,
+  // and does nothing, if the list lacks one of them.
   bool exchangeImplementations(std::string_view selector, std::string_view otherSelector);
 
  private:
@@ -102,14 +102,14 @@ class ClassRegistry {
   // The registry of the process; never destroyed. Others are for tests.
   static ClassRegistry& shared();
 
-  // Registers a class; nullptr, and nothing done, when the name is taken. The superclass lives in the same registry, or is
-  // nullptr for a root. The registry owns the class.
+  // Registers a class; returns nullptr, and does nothing, if the name is taken. The superclass lives in the same registry,
+  // or is nullptr for a root. The registry owns the class.
   Class* add(std::string name, Class* superclass, std::vector<Method> methods,
              const std::vector<Method>& classOperations = {});
 
   // Every class, in the order of registration.
   [[nodiscard]] std::vector<Class*> classes() const;
-  // nullptr when there is none of that name.
+  // nullptr if no class has that name.
   [[nodiscard]] Class* classNamed(std::string_view name) const;
 
  private:

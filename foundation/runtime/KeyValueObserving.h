@@ -2,7 +2,7 @@
 // Watching the values of objects by key path.
 //
 // A notification arrives on the thread that made the change, before didChangeValueForKey returns. Registering is safe from
-// any thread; whoever destroys an observer, or changes one object from several threads, sees to the order.
+// any thread. Callers that destroy an observer, or change one object from several threads, must order these themselves.
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -14,7 +14,7 @@ namespace foundation {
 
 class KeyValueObservable;
 
-// What is told of a change when no old or new values are asked for.
+// The description of a change, without old or new values: no observer asks for them.
 struct KeyValueChange {
   static constexpr std::uint64_t setting = 1;
   std::uint64_t kind = setting;
@@ -36,19 +36,19 @@ class KeyValueObservable : public std::enable_shared_from_this<KeyValueObservabl
   KeyValueObservable& operator=(const KeyValueObservable&) = delete;
   virtual ~KeyValueObservable();
 
-  // Registers `observer`, which is not owned and must be removed before it dies. A key path of several keys, parted by
-  // dots, leads through objectForKey; a change of any of its keys is a change of the path. Registered twice, it is told
-  // twice.
+  // Registers `observer`, which is not owned and must be removed before it is destroyed. A key path of several keys,
+  // separated by dots, leads through objectForKey; a change of any of its keys is a change of the path. An observer that is
+  // registered twice is notified twice.
   void addObserver_forKeyPath_context(KeyValueObserver& observer, std::string_view keyPath, void* context = nullptr);
-  // Takes back the latest such registration; nothing when there is none. From then on the observer is not called, not even
-  // for a change that is being told now.
+  // Removes the latest such registration, if any. From then on the observer is not called, not even for a change whose
+  // notifications are under way.
   void removeObserver_forKeyPath(KeyValueObserver& observer, std::string_view keyPath);
 
-  // To be called after the value under `key` changed; the last thing that a setter does.
+  // Notifies the observers. A setter calls this last, after it changed the value under `key`.
   void didChangeValueForKey(std::string_view key);
 
  protected:
-  // The object under `key`, for key paths that lead on from here; nullptr when there is none.
+  // The object under `key`, for key paths that lead on from here; nullptr if there is none.
   [[nodiscard]] virtual std::shared_ptr<KeyValueObservable> objectForKey(std::string_view key) const;
 
  private:

@@ -11,7 +11,7 @@
 
 namespace foundation {
 
-// What an observer receives. Strings and data only cross process borders; `userInfo` is empty when none was given.
+// The value that an observer receives. Only strings and data cross process borders.
 struct Notification {
   std::string name;
   std::string object;
@@ -21,7 +21,7 @@ struct Notification {
 using NotificationHandler = std::function<void(const Notification&)>;
 
 // Posted when the application is about to terminate.
-inline constexpr std::string_view ApplicationWillTerminateNotification = "NSApplicationWillTerminateNotification";
+inline constexpr std::string_view applicationWillTerminateNotification = "NSApplicationWillTerminateNotification";
 
 // The default centre of the process. Observers are added from any thread. Main thread for the rest; handlers run inside
 // post, in the order in which they were added, and may add observers (which do not receive the notification under way).

@@ -18,9 +18,9 @@ class ProcessScope {
   ProcessScope& operator=(const ProcessScope&) = delete;
   ~ProcessScope();
 
-  // The one T of the process. The first call makes it with `make`, which returns a shared_ptr<T>; when that returns
-  // nullptr, every later call returns nullptr too. Concurrent first calls wait for the one that makes it; `make` may ask
-  // for other types. The scope owns the object, and destroys what was made last first.
+  // The one T of the process. The first call makes it with `make`, which returns a shared_ptr<T>; if that is nullptr, every
+  // later call returns nullptr too. Concurrent first calls wait for the one that makes it; `make` may ask for other types.
+  // The scope owns its objects, and destroys them in the reverse order of their making.
   template <class T, class Make>
   T* once(Make make) {
     return static_cast<T*>(object(typeid(T), [&]() -> std::shared_ptr<void> { return make(); }));

@@ -2,7 +2,7 @@
 // Durations and points in time as the whole system counts them.
 //
 // A Date is wall-clock time in whole nanoseconds, so that a deadline compares exactly: five seconds after a moment is later
-// than that moment by five seconds and by nothing else. Any thread.
+// than that moment by exactly five seconds. Any thread.
 #include <chrono>
 
 namespace foundation {

@@ -24,7 +24,7 @@ struct DateFormatter::Second {
   std::uint64_t formatter = 0;
   std::int64_t seconds = 0;
   std::size_t length = 0;
-  std::size_t milliseconds = absent;  // where they stand
+  std::size_t milliseconds = absent;  // their place in the text
   char text[longest];
 };
 
@@ -53,7 +53,7 @@ void DateFormatter::format(Second& second, std::int64_t seconds) const {
 }
 
 void DateFormatter::appendString(Date date, std::string& text) const {
-  // A few formatters are used on one thread in turn; each finds its second where it left it.
+  // A thread uses a few formatters in turn, so each keeps a slot for its last second.
   thread_local std::array<Second, 8> cache;
   const auto whole = std::chrono::floor<std::chrono::seconds>(date);
   Second& second = cache[_number % cache.size()];

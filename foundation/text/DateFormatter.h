@@ -10,10 +10,10 @@ namespace foundation {
 
 class DateFormatter {
  public:
-  // Understood are yyyy, MM, dd, HH, mm, ss and SSS (milliseconds); everything else stands for itself. SSS may occur once.
+  // Fields are yyyy, MM, dd, HH, mm, ss and SSS (milliseconds); all other text is copied. SSS may occur once.
   explicit DateFormatter(std::string_view pattern);
 
-  // Appends to `text`. Cheap for dates within one second of the last: only then is the C library asked, which knows the
+  // Appends to `text`. Cheap for a date in the same second as the last: a new second asks the C library, which knows the
   // time zone and its changes.
   void appendString(Date date, std::string& text) const;
   [[nodiscard]] std::string stringFromDate(Date date) const;

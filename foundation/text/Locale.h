@@ -6,13 +6,17 @@
 
 namespace foundation {
 
-// "zh-Hans-CN" has the language "zh" and the country "CN"; the script is not part of either.
+// "zh-Hans-CN" has the language "zh", the script "Hans" and the country "CN".
 struct Locale {
+  std::string identifier;  // as given
   std::string languageCode;
+  std::optional<std::string> scriptCode;
   std::optional<std::string> countryCode;
 
-  // Takes identifiers with "-" or "_" between the parts; encodings and modifiers (".UTF-8", "@euro") are dropped. Letters
-  // keep their case.
+  bool operator==(const Locale&) const = default;
+
+  // Takes identifiers with "-" or "_" between the parts. Encodings and modifiers (".UTF-8", "@euro") belong to no part.
+  // Letters keep their case.
   static Locale fromIdentifier(std::string_view identifier);
 };
 

@@ -6,8 +6,8 @@
 
 namespace foundation {
 
-// Takes a decimal integer with its sign off the front of `text`. One that does not fit stops at the limit. Nothing, and
-// `text` untouched, when it begins with none.
+// Removes a decimal integer with its sign from the front of `text`. One that does not fit becomes the nearest limit.
+// Returns nullopt, and leaves `text` unchanged, if it does not begin with an integer.
 std::optional<std::int64_t> scanInteger(std::string_view& text);
 
 }  // namespace foundation

@@ -8,11 +8,11 @@ namespace foundation {
 
 enum class ByteOrder { little, big };
 
-// `bytes` as UTF-8. Nothing when a unit is cut off or a surrogate has no partner.
+// `bytes` as UTF-8. Returns nullopt if a unit is cut off or a surrogate has no partner.
 std::optional<std::string> utf8FromUTF16(std::string_view bytes, ByteOrder order);
 
-// What a text file holds, as UTF-8 without byte-order mark: UTF-16 when it begins with that mark, UTF-8 otherwise. Nothing
-// when it is not well formed.
+// The contents of a text file as UTF-8 without byte-order mark. The file is read as UTF-16 if it begins with that mark, and
+// as UTF-8 otherwise. Returns nullopt if it is malformed.
 std::optional<std::string> decodedText(std::string_view bytes);
 
 }  // namespace foundation

@@ -6,7 +6,7 @@
 namespace foundation {
 namespace {
 
-// The length of the well-formed sequence at the start of `bytes`, 0 when there is none.
+// The length of the well-formed sequence at the start of `bytes`, 0 if it begins with a malformed one.
 std::size_t sequenceLength(std::string_view bytes) {
   const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(bytes[i]); };
   const unsigned char lead = byte(0);

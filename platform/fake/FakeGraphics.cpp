@@ -38,7 +38,7 @@ void RecordingContext::drawLinearGradient(const foundation::Color& start, const 
 
 void RecordingContext::drawImage(const foundation::Image& image, const foundation::Rect& rect,
                                  foundation::CompositingOperation operation, double fraction) {
-  const bool copies = operation == foundation::CompositingOperation::Copy;
+  const bool copies = operation == foundation::CompositingOperation::copy;
   steps.push_back({.operation = copies ? "drawImage copy" : "drawImage over",
                    .rect = rect,
                    .image = dynamic_cast<const FakeImage&>(image).name,

@@ -68,7 +68,7 @@ void FakeApplication::terminate(const void* sender) {
   terminateSenders.push_back(sender);
   if (isTerminated) return;
   isTerminated = true;
-  const foundation::Notification notification{std::string(foundation::ApplicationWillTerminateNotification), {}, {}};
+  const foundation::Notification notification{std::string(foundation::applicationWillTerminateNotification), {}, {}};
   if (delegate != nullptr) delegate->applicationWillTerminate(notification);
   _center.post(notification);
 }

@@ -68,7 +68,7 @@ class Bundle final : public platform::Bundle {
  private:
   void readInformation(const std::string& path) {
     ReadFailure failure;
-    const auto document = readDocument(path, foundation::PropertyList::MaximumBytes, failure);
+    const auto document = readDocument(path, foundation::PropertyList::maximumBytes, failure);
     auto value = document ? foundation::PropertyList::parse(document->bytes, &failure.reason) : std::nullopt;
     if (!value) return report(path, failure.reason);
     const auto* dictionary = value->as<foundation::PropertyList::Dictionary>();
@@ -113,7 +113,7 @@ class Bundle final : public platform::Bundle {
 
   [[nodiscard]] std::optional<foundation::StringTable> readTable(const std::string& path) const {
     ReadFailure failure;
-    const auto document = readDocument(path, foundation::PropertyList::MaximumBytes, failure);
+    const auto document = readDocument(path, foundation::PropertyList::maximumBytes, failure);
     if (!document && failure.isMissing) return std::nullopt;
     auto table = document ? foundation::parseStrings(document->bytes, &failure.reason) : std::nullopt;
     if (!table) report(path, failure.reason);

@@ -105,7 +105,7 @@ std::optional<foundation::PropertyList::Dictionary> DefaultsFile::read(std::stri
                                                                        std::optional<ReadDocument>* source) const {
   if (source != nullptr) source->reset();
   ReadFailure failure;
-  auto document = readDocument(_path, foundation::PropertyList::MaximumBytes, failure);
+  auto document = readDocument(_path, foundation::PropertyList::maximumBytes, failure);
   if (!document && failure.isMissing) return foundation::PropertyList::Dictionary();
   auto value = document ? foundation::PropertyList::parse(document->bytes, &failure.reason) : std::nullopt;
   if (document && source != nullptr) {

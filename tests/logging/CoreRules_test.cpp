@@ -101,7 +101,7 @@ TEST_F(CoreRules, InitializingAgainDoesNothing) {
   DDLog::initialize();
   const auto logger = std::make_shared<RecordingLogger>();
   DDLog::addLogger(logger);
-  fake.platform.defaultNotificationCenter.post({std::string(foundation::ApplicationWillTerminateNotification), {}, {}});
+  fake.platform.defaultNotificationCenter.post({std::string(foundation::applicationWillTerminateNotification), {}, {}});
   EXPECT_THAT(logger->notes(), ElementsAre("added", "flushed"));
 }
 

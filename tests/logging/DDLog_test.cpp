@@ -182,7 +182,7 @@ TEST_F(Core, FlushingReturnsWhenEveryLoggerHasFlushed) {
 
 TEST_F(Core, TheApplicationsEndFlushes) {
   const auto logger = added();
-  fake.platform.defaultNotificationCenter.post({std::string(foundation::ApplicationWillTerminateNotification), {}, {}});
+  fake.platform.defaultNotificationCenter.post({std::string(foundation::applicationWillTerminateNotification), {}, {}});
   EXPECT_THAT(logger->notes(), ElementsAre("added", "flushed"));
 }
 

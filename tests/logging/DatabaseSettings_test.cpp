@@ -177,7 +177,7 @@ TEST_F(DatabaseSettings, AfterASaveByCountTheNextRecordArmsTheTimerAnew) {
 
 TEST_F(DatabaseSettings, TheApplicationsEndCommitsTheBatch) {
   log();
-  fake.platform.defaultNotificationCenter.post({std::string(foundation::ApplicationWillTerminateNotification), {}, {}});
+  fake.platform.defaultNotificationCenter.post({std::string(foundation::applicationWillTerminateNotification), {}, {}});
   EXPECT_THAT(logger->takeNotes(), ElementsAre("save"));
 }
 

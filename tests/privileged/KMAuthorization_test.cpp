@@ -220,6 +220,6 @@ TEST_F(KMAuthorizationSession, AFormThatIsNotGoodLeavesNoSession) {
 
 TEST_F(KMAuthorizationSession, TheRightsAreReleasedWhenTheApplicationTerminates) {
   ASSERT_NE(KMAuthorization::sharedInstance(), nullptr);
-  fake.notificationCenter.post({std::string(foundation::ApplicationWillTerminateNotification), "", {}});
+  fake.notificationCenter.post({std::string(foundation::applicationWillTerminateNotification), "", {}});
   EXPECT_EQ(calls().back(), "free 1 8");
 }

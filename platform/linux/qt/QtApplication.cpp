@@ -21,7 +21,7 @@ void QtApplication::terminate(const void* /*sender*/) {
   if (_isTerminated) return;
   _isTerminated = true;
   _runLoop.stop();
-  const foundation::Notification notification{std::string(foundation::ApplicationWillTerminateNotification), {}, {}};
+  const foundation::Notification notification{std::string(foundation::applicationWillTerminateNotification), {}, {}};
   if (_delegate) _delegate->applicationWillTerminate(notification);
   _center.post(notification);
   QCoreApplication::exit(0);

@@ -124,7 +124,7 @@ void QtGraphicsContext::drawImage(const foundation::Image& image, const foundati
   const auto* picture = dynamic_cast<const QtImage*>(&image);
   if (picture == nullptr || rect.isEmpty()) return;
   _painter.save();
-  const bool copies = operation == foundation::CompositingOperation::Copy;
+  const bool copies = operation == foundation::CompositingOperation::copy;
   _painter.setCompositionMode(copies ? QPainter::CompositionMode_Source : QPainter::CompositionMode_SourceOver);
   _painter.setOpacity(fraction);
   _painter.translate(rect.origin.x, rect.origin.y + rect.size.height);

@@ -94,11 +94,11 @@ TEST(PropertyListBinary, DatesAreCountedFromTheStartOf2001) {
   EXPECT_EQ(parse(document({real(-0.25, '\x33')})), Value(start - 250ms));
 }
 
-TEST(PropertyListBinary, DatesBeyondTheRangeBecomeItsEndsAndOnesThatAreNoNumberAreRefused) {
+TEST(PropertyListBinary, DatesBeyondTheRangeBecomeItsEndsAndOnesThatAreNotNumbersAreRefused) {
   EXPECT_EQ(parse(document({real(1e300, '\x33')})), Value(Date::max()));
   EXPECT_EQ(parse(document({real(-1e11, '\x33')})), Value(Date::min()));
-  EXPECT_EQ(reasonFor(document({real(std::nan(""), '\x33')})), "a date is no number");
-  EXPECT_EQ(reasonFor(document({real(std::numeric_limits<double>::infinity(), '\x33')})), "a date is no number");
+  EXPECT_EQ(reasonFor(document({real(std::nan(""), '\x33')})), "a date is not a number");
+  EXPECT_EQ(reasonFor(document({real(std::numeric_limits<double>::infinity(), '\x33')})), "a date is not a number");
 }
 
 TEST(PropertyListBinary, ReadsTextDataAndBooleans) {
@@ -127,12 +127,13 @@ TEST(PropertyListBinary, SharedObjectsAreReadForEachReference) {
 }
 
 TEST(PropertyListBinary, OtherKindsOfObjectAreRefused) {
-  EXPECT_EQ(reasonFor(document({"\x80\x01"})), "identifiers of archived objects are no property-list values");
-  EXPECT_EQ(reasonFor(document({"\x00"s})), "a null or a filler is no value");
-  EXPECT_EQ(reasonFor(document({"\x0F"})), "a null or a filler is no value");
+  EXPECT_EQ(reasonFor(document({"\x80\x01"})), "identifiers of archived objects are not property-list values");
+  EXPECT_EQ(reasonFor(document({"\x00"s})), "a null or a filler is not a value");
+  EXPECT_EQ(reasonFor(document({"\x0F"})), "a null or a filler is not a value");
   EXPECT_EQ(reasonFor(document({"\xC0"})), "an object is of an unknown kind");
   EXPECT_EQ(reasonFor(document({"\x70"})), "an object is of an unknown kind");
-  EXPECT_EQ(reasonFor(document({"\xD1" + reference(1) + reference(1), "\x10\x01"})), "a key of a dictionary is no string");
+  EXPECT_EQ(reasonFor(document({"\xD1" + reference(1) + reference(1), "\x10\x01"})),
+            "a key of a dictionary is not a string");
   EXPECT_EQ(reasonFor(document({"\x51\x80"})), "a string that should be ASCII is not");
   EXPECT_EQ(reasonFor(document({"\x61\xD8\x3D"})), "a string is not well-formed UTF-16");
 }
@@ -152,9 +153,42 @@ TEST(PropertyListBinary, SharingThatExpandsWithoutEndIsRefused) {
   EXPECT_EQ(reasonFor(document(objects)), "more than 1000000 values");
 }
 
-TEST(PropertyListBinary, ALongTextSharedOftenIsRefused) {
+TEST(PropertyListBinary, ContainersMayLieSixtyFourDeepAndNoDeeper) {
+  const auto nested = [](std::uint64_t depth) {
+    std::vector<std::string> objects;
+    for (std::uint64_t i = 1; i < depth; ++i) objects.push_back("\xA1" + reference(i));
+    objects.emplace_back("\xA0");
+    return document(objects);
+  };
+  EXPECT_TRUE(parse(nested(64)));
+  EXPECT_EQ(reasonFor(nested(65)), "containers lie more than 64 deep");
+}
+
+TEST(PropertyListBinary, AMillionValuesAreReadAndNoMore) {
+  EXPECT_TRUE(parse(document({arrayOf(999'999, 1), "\x09"})));
+  EXPECT_EQ(reasonFor(document({arrayOf(1'000'000, 1), "\x09"})), "more than 1000000 values");
+}
+
+TEST(PropertyListBinary, SixteenMebibytesOfDocumentAreReadAndNoMore) {
+  const auto padded = [](std::size_t size) {
+    const std::size_t overhead = document({"\x09", ""}).size();
+    return document({"\x09", std::string(size - overhead, 'x')});
+  };
+  ASSERT_EQ(padded(1 << 24).size(), std::size_t{1} << 24);
+  EXPECT_TRUE(parse(padded(1 << 24)));
+  EXPECT_EQ(reasonFor(padded((1 << 24) + 1)), "the document is larger than 16777216 bytes");
+}
+
+TEST(PropertyListBinary, SharedTextAndDataExpandToSixteenMebibytesAndNoMore) {
   const std::string text = "\x5F\x12" + bigEndian(1 << 20, 4) + std::string(1 << 20, 'x');
+  const std::string data = "\x4F\x12" + bigEndian(1 << 20, 4) + std::string(1 << 20, 'x');
   EXPECT_TRUE(parse(document({arrayOf(16, 1), text})));
+  EXPECT_TRUE(parse(document({arrayOf(16, 1), data})));
+  for (const auto& oneMore : {"\x51x"s, "\x41x"s}) {
+    const std::string list = "\xA2" + reference(1) + reference(3);
+    EXPECT_EQ(reasonFor(document({list, arrayOf(16, 2), text, oneMore})),
+              "shared references expand to more than 16777216 bytes");
+  }
   EXPECT_EQ(reasonFor(document({arrayOf(5000, 1), text})), "shared references expand to more than 16777216 bytes");
 }
 
@@ -165,6 +199,16 @@ TEST(PropertyListBinary, HugeCountsAreRefused) {
   EXPECT_EQ(reasonFor(document({"\x6F\x13\x80" + std::string(7, '\0')})), "an object reaches beyond the end");
   EXPECT_EQ(reasonFor(document({"\x5F\x23"})), "a count is not an integer");
   EXPECT_EQ(reasonFor(document({"\x5F\x14"})), "a count is not an integer");
+}
+
+TEST(PropertyListBinary, AnObjectMayReachUpToTheTrailerAndNoFurther) {
+  const std::string table = "\0\0\0\x08"s;
+  EXPECT_EQ(parse(document({"\x56"
+                            "ab"})),
+            Value("ab" + table));
+  EXPECT_EQ(reasonFor(document({"\x57"
+                                "ab"})),
+            "an object reaches beyond the end");
 }
 
 TEST(PropertyListBinary, ReferencesToNoObjectAreRefused) {

@@ -85,7 +85,7 @@ TEST(StringsFile, ReadsEveryEncoding) {
   EXPECT_EQ(parseStrings(utf16(u"\"k\" = \"é 😀\";", true)), expected);
 }
 
-TEST(StringsFile, RefusesWhatIsNoText) {
+TEST(StringsFile, RefusesBytesThatAreNotText) {
   EXPECT_EQ(reasonFor("\"k\" = \"\xE9\";"), "the table is not well-formed UTF-8 or UTF-16 text");
   EXPECT_EQ(reasonFor(utf16(u"\"k\";", true).substr(0, 7)), "the table is not well-formed UTF-8 or UTF-16 text");
   EXPECT_EQ(reasonFor(std::string("\xFF\xFE\x00\xD8", 4)), "the table is not well-formed UTF-8 or UTF-16 text");
@@ -112,13 +112,13 @@ TEST(StringsFile, ReadsATableThatIsAPropertyList) {
 }
 
 TEST(StringsFile, RefusesAPropertyListOfAnotherShape) {
-  EXPECT_EQ(reasonFor("<plist><array/></plist>"), "the property list is no dictionary");
-  EXPECT_EQ(reasonFor("<plist><dict><key>a</key><true/></dict></plist>"), "the value of \"a\" is no string");
+  EXPECT_EQ(reasonFor("<plist><array/></plist>"), "the property list is not a dictionary");
+  EXPECT_EQ(reasonFor("<plist><dict><key>a</key><true/></dict></plist>"), "the value of \"a\" is not a string");
   EXPECT_EQ(reasonFor("<plist>"), "line 1: the document ends early");
 }
 
 TEST(StringsFile, RefusesATableThatIsTooLarge) {
-  EXPECT_EQ(reasonFor(std::string(foundation::PropertyList::MaximumBytes + 1, ' ')),
+  EXPECT_EQ(reasonFor(std::string(foundation::PropertyList::maximumBytes + 1, ' ')),
             "the table is larger than 16777216 bytes");
 }
 

@@ -38,7 +38,7 @@ struct QtApplicationTest : testing::Test {
   };
 
   QtApplicationTest() {
-    fakes.notificationCenter.addObserver(ApplicationWillTerminateNotification,
+    fakes.notificationCenter.addObserver(applicationWillTerminateNotification,
                                          [this](const Notification&) { trace += "notification "; });
     writeDocument("TestDelegate");
   }

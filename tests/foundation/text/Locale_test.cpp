@@ -1,0 +1,21 @@
+#include "foundation/text/Locale.h"
+
+#include <gtest/gtest.h>
+
+using foundation::Locale;
+
+TEST(Locale, HasTheLanguageTheScriptAndTheCountryOfItsIdentifier) {
+  EXPECT_EQ(Locale::fromIdentifier("en"), (Locale{"en", "en", std::nullopt, std::nullopt}));
+  EXPECT_EQ(Locale::fromIdentifier("en-GB"), (Locale{"en-GB", "en", std::nullopt, "GB"}));
+  EXPECT_EQ(Locale::fromIdentifier("zh_Hans_CN"), (Locale{"zh_Hans_CN", "zh", "Hans", "CN"}));
+  EXPECT_EQ(Locale::fromIdentifier("es-419"), (Locale{"es-419", "es", std::nullopt, "419"}));
+  EXPECT_EQ(Locale::fromIdentifier(""), Locale());
+}
+
+TEST(Locale, LeavesOutEncodingsModifiersAndVariants) {
+  EXPECT_EQ(Locale::fromIdentifier("de_AT.UTF-8@euro"), (Locale{"de_AT.UTF-8@euro", "de", std::nullopt, "AT"}));
+  EXPECT_EQ(Locale::fromIdentifier("ca-valencia-ES"), (Locale{"ca-valencia-ES", "ca", std::nullopt, "ES"}));
+  EXPECT_EQ(Locale::fromIdentifier("sl-1994-IT"), (Locale{"sl-1994-IT", "sl", std::nullopt, "IT"}));
+}
+
+TEST(Locale, KeepsTheCaseOfLetters) { EXPECT_EQ(Locale::fromIdentifier("DE-de").languageCode, "DE"); }

@@ -9,8 +9,8 @@
 
 namespace NSArray::Extensions {
 
-// What the callback returns for each element, in order, that of the element at which it stopped included. A pointer must
-// point somewhere: std::invalid_argument is thrown for one that does not.
+// The callback's result for each element, in order, up to and with the element at which it stopped. Throws
+// std::invalid_argument if the callback returns a null pointer.
 template <std::ranges::input_range List, class Callback>
 auto map(const List& list, Callback&& callback) {
   using Result = std::invoke_result_t<Callback&, std::ranges::range_reference_t<const List>, std::size_t, bool&>;
@@ -31,7 +31,7 @@ auto map(const List& list, Callback&& callback) {
   return results;
 }
 
-// The elements for which the callback returned true, in order, that at which it stopped included.
+// The elements for which the callback returned true, in order, up to and with the one at which it stopped.
 template <std::ranges::input_range List, class Callback>
 auto select(const List& list, Callback&& callback) {
   std::vector<std::ranges::range_value_t<List>> selected;

@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "foundation/text/Path.h"
-#include "platform/Platform.h"
 
 namespace NSBundle::Kelto {
 namespace {
@@ -25,8 +24,8 @@ struct InteropURLScheme {
 
 // The slot of type T, filled by the first caller.
 template <class T, class Compute>
-std::string onceInProcess(Compute compute) {
-  return platform::current().process.once<T>([&] { return std::make_shared<T>(T{compute()}); })->text;
+std::string onceInProcess(foundation::ProcessScope& process, Compute compute) {
+  return process.once<T>([&] { return std::make_shared<T>(T{compute()}); })->text;
 }
 
 constexpr char lowered(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
@@ -65,8 +64,8 @@ std::string nameOf(const platform::Bundle& bundle) {
 
 }  // namespace
 
-std::string displayName(const platform::Bundle& bundle) {
-  return onceInProcess<DisplayName>([&] { return nameOf(bundle); });
+std::string displayName(const platform::Bundle& bundle, foundation::ProcessScope& process) {
+  return onceInProcess<DisplayName>(process, [&] { return nameOf(bundle); });
 }
 
 KTBuildType buildType(const platform::Bundle& bundle) {
@@ -83,8 +82,8 @@ std::string_view buildTypeName(const platform::Bundle& bundle) {
   return names[static_cast<int>(buildType(bundle))];
 }
 
-std::string interopURLScheme(const platform::Bundle& bundle) {
-  return onceInProcess<InteropURLScheme>([&] { return chosenScheme(bundle) + "://"; });
+std::string interopURLScheme(const platform::Bundle& bundle, foundation::ProcessScope& process) {
+  return onceInProcess<InteropURLScheme>(process, [&] { return chosenScheme(bundle) + "://"; });
 }
 
 bool canQueryForScheme(const platform::Bundle& bundle, std::string_view scheme) {

@@ -26,7 +26,7 @@ constexpr ASCIISet asciiSet(std::string_view characters) {
 constexpr ASCIISet whitespace = asciiSet(" \t");
 constexpr ASCIISet whitespaceAndPunctuation = asciiSet(" \t!\"#%&'()*,-./:;?@[\\]_{}");
 
-// Where texts are folded; kept by each thread, unless one text was very long.
+// The buffer for folded texts. Each thread keeps its own, unless one text was very long.
 std::u16string& scratch() {
   constexpr std::size_t keptCapacity = 1U << 16;
   thread_local std::u16string buffer;
@@ -35,7 +35,7 @@ std::u16string& scratch() {
 }
 
 bool isRefused(std::u16string_view text, std::size_t searchStringLength, Range range) {
-  return text.empty() || range.location == NotFound || searchStringLength == 0 || text.size() < range.location ||
+  return text.empty() || range.location == notFound || searchStringLength == 0 || text.size() < range.location ||
          searchStringLength > range.location + range.length;
 }
 
@@ -70,7 +70,7 @@ SearchableString::SearchableString(std::u16string_view searchString, CompareOpti
   for (const char16_t unit : searchString)
     if (!isIgnorable(unit)) _needle += unit;
   _needle = Unicode::folded(_needle, options);
-  // Who types an accent means it: then the text keeps its own.
+  // A user who types an accent means it: the text then keeps its accents.
   if (Unicode::folded(_needle, _textFolding) != _needle) _textFolding = options;
 }
 
@@ -100,7 +100,7 @@ Range SearchableString::scan(std::u16string_view text, std::size_t first, std::s
   std::size_t start = 0;
   for (std::size_t i = first; i <= last; ++i) {
     if (matched == 0) {
-      // What cannot begin a match, ignorable or not, is passed over at once.
+      // Skips to the next unit that can begin a match, whether or not the units before it are ignorable.
       i = text.find(_needle[0], i);
       if (i > last || last - i < _needle.size() - 1) return {};
       start = i;

@@ -38,7 +38,7 @@ std::optional<std::string> decoded(std::string_view text) {
   return result;
 }
 
-// Collects items by key. A query comes from anyone: when the keys are many they are found by an index, not one by one.
+// Collects items by key. A query may be hostile: beyond a few keys an index finds them instead of a linear search.
 class Collector {
  public:
   explicit Collector(std::string_view query) {
@@ -79,7 +79,7 @@ class Collector {
     return _slots.back();
   }
 
-  // Where the key is, or the number of slots.
+  // The index of the key's slot, or the number of slots.
   [[nodiscard]] std::size_t placeOf(std::size_t hash, const std::string& key) const {
     if (!_index.empty()) {
       const auto found = _index.find(key);
@@ -108,9 +108,9 @@ QueryItems::QueryItems(std::initializer_list<Item> items) {
   for (const auto& [key, value] : items) setValue(key, value);
 }
 
-const std::string* QueryItems::valueForKey(std::string_view key) const {
+std::optional<std::string> QueryItems::valueForKey(std::string_view key) const {
   const auto place = std::ranges::find(_items, key, &Item::first);
-  return place == _items.end() ? nullptr : &place->second;
+  return place == _items.end() ? std::nullopt : std::optional(place->second);
 }
 
 void QueryItems::setValue(std::string_view key, std::string value) {

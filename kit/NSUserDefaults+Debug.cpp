@@ -1,7 +1,6 @@
 #include "kit/NSUserDefaults+Debug.h"
 
 #include "kit/NSBundle+Kelto.h"
-#include "platform/Platform.h"
 
 namespace NSUserDefaults::Debug {
 namespace {
@@ -16,8 +15,8 @@ bool isPresent(const platform::UserDefaults& defaults, std::string_view key) {
   return defaults.objectForKey(key).has_value();
 }
 
-bool switchForKey(const platform::UserDefaults& defaults, std::string_view key) {
-  return isInAppDebuggingEnabled(defaults) && isPresent(defaults, key) && defaults.boolForKey(key);
+bool switchForKey(const platform::UserDefaults& defaults, const platform::Bundle& mainBundle, std::string_view key) {
+  return isInAppDebuggingEnabled(defaults, mainBundle) && isPresent(defaults, key) && defaults.boolForKey(key);
 }
 
 void setSwitch(platform::UserDefaults& defaults, std::string_view key, bool on) {
@@ -29,28 +28,30 @@ void setSwitch(platform::UserDefaults& defaults, std::string_view key, bool on) 
 
 }  // namespace
 
-bool isInAppDebuggingEnabled(const platform::UserDefaults& defaults) {
-  if (NSBundle::Kelto::buildType(platform::current().bundles.mainBundle()) == KTBuildType::release) return false;
+bool isInAppDebuggingEnabled(const platform::UserDefaults& defaults, const platform::Bundle& mainBundle) {
+  if (NSBundle::Kelto::buildType(mainBundle) == KTBuildType::release) return false;
   if (isPresent(defaults, inAppDebugOptionsKey)) return defaults.boolForKey(inAppDebugOptionsKey);
   return isPresent(defaults, debugKey) && defaults.boolForKey(debugKey);
 }
 
-bool cachesPurgedOnStartup(const platform::UserDefaults& defaults) { return switchForKey(defaults, purgeCachesKey); }
+bool cachesPurgedOnStartup(const platform::UserDefaults& defaults, const platform::Bundle& mainBundle) {
+  return switchForKey(defaults, mainBundle, purgeCachesKey);
+}
 
 void setCachesPurgedOnStartup(platform::UserDefaults& defaults, bool purged) {
   setSwitch(defaults, purgeCachesKey, purged);
 }
 
-bool preferencesPurgedOnStartup(const platform::UserDefaults& defaults) {
-  return switchForKey(defaults, purgePreferencesKey);
+bool preferencesPurgedOnStartup(const platform::UserDefaults& defaults, const platform::Bundle& mainBundle) {
+  return switchForKey(defaults, mainBundle, purgePreferencesKey);
 }
 
 void setPreferencesPurgedOnStartup(platform::UserDefaults& defaults, bool purged) {
   setSwitch(defaults, purgePreferencesKey, purged);
 }
 
-std::int64_t loggingLevel(const platform::UserDefaults& defaults) {
-  if (!isInAppDebuggingEnabled(defaults) || !isPresent(defaults, loggingLevelKey)) return defaultLoggingLevel;
+std::int64_t loggingLevel(const platform::UserDefaults& defaults, const platform::Bundle& mainBundle) {
+  if (!isInAppDebuggingEnabled(defaults, mainBundle) || !isPresent(defaults, loggingLevelKey)) return defaultLoggingLevel;
   return defaults.integerForKey(loggingLevelKey);
 }
 

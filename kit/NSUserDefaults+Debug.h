@@ -1,27 +1,28 @@
 #pragma once
-// The debug switches of the application, honoured in pre-release builds only: in a release build every getter answers its
-// default, whatever is stored. Setters do not look at the build type.
+// The debug switches of the application, honoured in pre-release builds only: if the main bundle is a release, every getter
+// answers its default, whatever is stored. Setters store in any build.
 //
-// Any thread that may use the user defaults given.
+// Any thread that may use the given user defaults.
 #include <cstdint>
 
+#include "platform/Bundle.h"
 #include "platform/UserDefaults.h"
 
 namespace NSUserDefaults::Debug {
 
-// The threshold when debugging is off or none is stored: warnings and what is graver.
+// The threshold if debugging is off or no level is stored: warnings and anything graver.
 inline constexpr std::int64_t defaultLoggingLevel = 4;
 
-// "KTInAppDebugOptionsEnabled" when present, else "KTDebugEnabled" when present, else false.
-bool isInAppDebuggingEnabled(const platform::UserDefaults& defaults);
+// "KTInAppDebugOptionsEnabled" if it is present, else "KTDebugEnabled" if that is present, else false.
+bool isInAppDebuggingEnabled(const platform::UserDefaults& defaults, const platform::Bundle& mainBundle);
 
-bool cachesPurgedOnStartup(const platform::UserDefaults& defaults);
+bool cachesPurgedOnStartup(const platform::UserDefaults& defaults, const platform::Bundle& mainBundle);
 void setCachesPurgedOnStartup(platform::UserDefaults& defaults, bool purged);
-bool preferencesPurgedOnStartup(const platform::UserDefaults& defaults);
+bool preferencesPurgedOnStartup(const platform::UserDefaults& defaults, const platform::Bundle& mainBundle);
 void setPreferencesPurgedOnStartup(platform::UserDefaults& defaults, bool purged);
 
 // The threshold of KTLogger. Level 0 cannot be stored: setting it removes the stored level.
-std::int64_t loggingLevel(const platform::UserDefaults& defaults);
+std::int64_t loggingLevel(const platform::UserDefaults& defaults, const platform::Bundle& mainBundle);
 void setLoggingLevel(platform::UserDefaults& defaults, std::int64_t level);
 
 // Removes the stored logging level, and nothing else.

@@ -50,6 +50,7 @@ KTLogger* KTLogger::makeSharedLogger() {
 
 KTLogger::KTLogger(SingletonKey /*key*/, platform::Platform* platform)
     : _defaults(platform == nullptr ? nullptr : &platform->standardUserDefaults),
+      _mainBundle(platform == nullptr ? nullptr : &platform->bundles.mainBundle()),
       _systemLog(platform == nullptr ? nullptr : &platform->systemLog) {}
 
 KTLogger::~KTLogger() {
@@ -73,7 +74,7 @@ void KTLogger::installFileLogger() {
 
 std::int64_t KTLogger::readThreshold() {
   const std::uint64_t generation = _defaults->generation();
-  const std::int64_t threshold = NSUserDefaults::Debug::loggingLevel(*_defaults);
+  const std::int64_t threshold = NSUserDefaults::Debug::loggingLevel(*_defaults, *_mainBundle);
   _threshold.store(threshold, std::memory_order_relaxed);
   _generation.store(generation, std::memory_order_release);
   return threshold;

@@ -91,6 +91,7 @@ class KTLogger {
 
   static std::atomic<KTLogger*> _shared;
   platform::UserDefaults* const _defaults;
+  const platform::Bundle* const _mainBundle;
   platform::SystemLog* const _systemLog;
   std::atomic<std::uint64_t> _generation{0};  // of the defaults that the threshold was read from
   std::atomic<std::int64_t> _threshold{0};

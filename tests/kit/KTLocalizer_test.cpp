@@ -28,7 +28,7 @@ struct Row {
 };
 
 Row chosenRow() {
-  return {KTLocalizer::languageCodes(), KTLocalizer::locale(), KTLocalizer::keltoSubdomain(),
+  return {KTLocalizer::languageCodes(), KTLocalizer::locale().identifier, KTLocalizer::keltoSubdomain(),
           KTLocalizer::keltoUrlLanguageCode(), KTLocalizer::kclibLanguageId()};
 }
 
@@ -91,9 +91,29 @@ TEST(KTLocalizer, LanguagesAreComparedWithTheirCase) {
   EXPECT_EQ(rowFor({"de-de", "ja"}).index, 13);
 }
 
-TEST(KTLocalizer, ChineseIsFoundByItsLanguageAlone) {
-  EXPECT_EQ(rowFor({"zh-Hans"}), (Row{11, "zh-CN", "zh", "zh", "zh-CN"}));
-  EXPECT_EQ(rowFor({"zh-Hans-CN"}).index, 11);
+TEST(KTLocalizer, ChineseWithItsScriptSelectsTheRowWithTheScript) {
+  EXPECT_EQ(rowFor({"zh-Hans-CN"}), (Row{12, "zh-Hans-CN", "zh", "zh", "zh-CN"}));
+  EXPECT_EQ(rowFor({"zh-Hans"}).index, 12);
+  EXPECT_EQ(rowFor({"zh_Hans_CN"}).index, 12);
+}
+
+TEST(KTLocalizer, ChineseWithoutAScriptSelectsTheRowWithoutOne) {
+  EXPECT_EQ(rowFor({"zh-CN"}), (Row{11, "zh-CN", "zh", "zh", "zh-CN"}));
+  EXPECT_EQ(rowFor({"zh"}).index, 11);
+}
+
+TEST(KTLocalizer, AScriptThatNoRowHasIsPassedOver) {
+  EXPECT_EQ(rowFor({"en-Latn-GB"}).index, 1);
+  EXPECT_EQ(rowFor({"zh-Hant-TW"}).index, 11);
+  EXPECT_EQ(rowFor({"zh-Hans-SG"}).index, 12);
+}
+
+TEST(KTLocalizer, TheLocaleIsThatOfTheRow) {
+  FakePlatform fake;
+  fake.bundles.main.localizations = {"zh-Hans-CN"};
+  const foundation::Locale locale = KTLocalizer::locale();
+  EXPECT_EQ(locale, foundation::Locale::fromIdentifier("zh-Hans-CN"));
+  EXPECT_EQ(locale.countryCode, "CN");
 }
 
 TEST(KTLocalizer, EveryRowHasItsValues) {
@@ -114,7 +134,7 @@ TEST(KTLocalizer, TheRowStaysThoughTheLanguageChanges) {
   EXPECT_EQ(KTLocalizer::languageCodes(), 3);
   fake.bundles.main.localizations = {"ja"};
   EXPECT_EQ(KTLocalizer::languageCodes(), 3);
-  EXPECT_EQ(KTLocalizer::locale(), "de-DE");
+  EXPECT_EQ(KTLocalizer::locale().identifier, "de-DE");
 }
 
 TEST(KTLocalizer, FirstCallsFromManyThreadsAgree) {
@@ -167,7 +187,7 @@ TEST(KTLocalizer, WithoutTheResourceThereAreNoUnlocalizedStringsAndNothingIsRepo
   EXPECT_THAT(fake.systemLog.lines, testing::IsEmpty());
 }
 
-TEST(KTLocalizer, AResourceThatIsNoListGivesNoUnlocalizedStrings) {
+TEST(KTLocalizer, AResourceOfAnotherTypeGivesNoUnlocalizedStrings) {
   for (const char* text : {"<plist><dict/></plist>", "nonsense", ""}) {
     FakePlatform fake;
     fake.bundles.main.resources["UnlocalizedStrings.plist"] = tablePath;

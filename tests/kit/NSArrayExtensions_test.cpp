@@ -24,7 +24,7 @@ TEST(MapArray, OfAnEmptyArrayIsEmptyAndNeverCalls) {
   EXPECT_EQ(result.size(), 1U);
 }
 
-TEST(MapArray, StopsAtTheFlagWithWhatIsMappedSoFar) {
+TEST(MapArray, StopsAtTheFlagWithTheResultsSoFar) {
   const std::vector<int> numbers{1, 2, 3, 4};
   const auto result = map(numbers, [](int n, std::size_t index, bool& stop) {
     stop = index == 1;

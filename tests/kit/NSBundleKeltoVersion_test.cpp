@@ -68,7 +68,7 @@ TEST_F(Version, ALongerQfeIsLoggedAndZero) {
   expectLogged(126, "Unable to parse qfe of version  4.2.1234rc");
 }
 
-TEST_F(Version, ABuildThatIsNoNumberIsLoggedAndZero) {
+TEST_F(Version, ABuildThatIsNotANumberIsLoggedAndZero) {
   EXPECT_EQ(parse("4.2.x1"), (KTAppVersion{4, 2, 0, 0}));
   expectLogged(132, "Unable to parse build number of version 4.2.x1");
 }

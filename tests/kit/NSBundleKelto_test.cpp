@@ -26,35 +26,35 @@ class BundleInformation : public testing::Test {
 TEST_F(BundleInformation, TheDisplayNameComesFirst) {
   set("CFBundleDisplayName", "Shown");
   set("CFBundleName", "Named");
-  EXPECT_EQ(displayName(bundle), "Shown");
+  EXPECT_EQ(displayName(bundle, fake.platform.process), "Shown");
 }
 
 TEST_F(BundleInformation, AnEmptyDisplayNameYieldsToTheName) {
   set("CFBundleDisplayName", "");
   set("CFBundleName", "Named");
-  EXPECT_EQ(displayName(bundle), "Named");
+  EXPECT_EQ(displayName(bundle, fake.platform.process), "Named");
 }
 
 TEST_F(BundleInformation, WithoutNamesTheFileNameWithoutExtensionIsShown) {
   set("CFBundleName", "");
   bundle.path = "/Apps/Kelto Controller.app";
-  EXPECT_EQ(displayName(bundle), "Kelto Controller");
+  EXPECT_EQ(displayName(bundle, fake.platform.process), "Kelto Controller");
 }
 
-TEST_F(BundleInformation, ADisplayNameThatIsNoTextIsPassedOver) {
+TEST_F(BundleInformation, ADisplayNameThatIsNotTextIsPassedOver) {
   set("CFBundleDisplayName", 7);
   set("CFBundleName", "Named");
-  EXPECT_EQ(displayName(bundle), "Named");
+  EXPECT_EQ(displayName(bundle, fake.platform.process), "Named");
 }
 
 TEST_F(BundleInformation, TheFirstDisplayNameIsThatOfTheProcess) {
   set("CFBundleName", "First");
-  EXPECT_EQ(displayName(bundle), "First");
+  EXPECT_EQ(displayName(bundle, fake.platform.process), "First");
   platform::fake::FakeBundle other;
   other.info.insert_or_assign("CFBundleName", "Second");
-  EXPECT_EQ(displayName(other), "First");
+  EXPECT_EQ(displayName(other, fake.platform.process), "First");
   set("CFBundleName", "Third");
-  EXPECT_EQ(displayName(bundle), "First");
+  EXPECT_EQ(displayName(bundle, fake.platform.process), "First");
 }
 
 TEST(BundleInformationAfresh, AnotherPlatformStartsWithEmptySlots) {
@@ -64,8 +64,8 @@ TEST(BundleInformationAfresh, AnotherPlatformStartsWithEmptySlots) {
     fake.bundles.main.info.insert_or_assign("KTBuildType", "beta");
     fake.bundles.main.info.insert_or_assign("CFBundleURLTypes",
                                             Array{Dictionary{{"CFBundleURLSchemes", Array{std::string("kelto-") + name}}}});
-    EXPECT_EQ(displayName(fake.bundles.main), name);
-    EXPECT_EQ(interopURLScheme(fake.bundles.main), std::string("kelto-") + name + "://");
+    EXPECT_EQ(displayName(fake.bundles.main, fake.platform.process), name);
+    EXPECT_EQ(interopURLScheme(fake.bundles.main, fake.platform.process), std::string("kelto-") + name + "://");
   }
 }
 
@@ -101,25 +101,25 @@ TEST_F(BundleInformation, EveryBuildTypeHasItsName) {
 
 TEST_F(BundleInformation, AReleaseTakesThePlainScheme) {
   setSchemes({"kelto-beta", "kelto"});
-  EXPECT_EQ(interopURLScheme(bundle), "kelto://");
+  EXPECT_EQ(interopURLScheme(bundle, fake.platform.process), "kelto://");
 }
 
 TEST_F(BundleInformation, ABetaTakesTheFirstSchemeWithThePrefix) {
   set("KTBuildType", "beta");
   setSchemes({"other", "kelto", "kelto-beta", "kelto-dev"});
-  EXPECT_EQ(interopURLScheme(bundle), "kelto-beta://");
+  EXPECT_EQ(interopURLScheme(bundle, fake.platform.process), "kelto-beta://");
 }
 
 TEST_F(BundleInformation, WithoutASuitableSchemeTheFallbackServes) {
   set("KTBuildType", "beta");
   setSchemes({"kelto", "keltoz", "http", 5});
-  EXPECT_EQ(interopURLScheme(bundle), "kelto://");
+  EXPECT_EQ(interopURLScheme(bundle, fake.platform.process), "kelto://");
 }
 
 TEST_F(BundleInformation, SchemesOfALaterEntryDoNotCount) {
   set("KTBuildType", "beta");
   set("CFBundleURLTypes", Array{Dictionary{}, Dictionary{{"CFBundleURLSchemes", Array{"kelto-beta"}}}});
-  EXPECT_EQ(interopURLScheme(bundle), "kelto://");
+  EXPECT_EQ(interopURLScheme(bundle, fake.platform.process), "kelto://");
 }
 
 TEST(BundleInformationAfresh, UrlTypesOfAnotherShapeGiveTheFallback) {
@@ -128,16 +128,16 @@ TEST(BundleInformationAfresh, UrlTypesOfAnotherShapeGiveTheFallback) {
     platform::fake::FakePlatform fake;
     fake.bundles.main.info.insert_or_assign("KTBuildType", "beta");
     fake.bundles.main.info.insert_or_assign("CFBundleURLTypes", shape);
-    EXPECT_EQ(interopURLScheme(fake.bundles.main), "kelto://");
+    EXPECT_EQ(interopURLScheme(fake.bundles.main, fake.platform.process), "kelto://");
   }
 }
 
 TEST_F(BundleInformation, TheSchemeIsThatOfTheProcess) {
   set("KTBuildType", "beta");
   setSchemes({"kelto-beta"});
-  EXPECT_EQ(interopURLScheme(bundle), "kelto-beta://");
+  EXPECT_EQ(interopURLScheme(bundle, fake.platform.process), "kelto-beta://");
   setSchemes({"kelto-other"});
-  EXPECT_EQ(interopURLScheme(bundle), "kelto-beta://");
+  EXPECT_EQ(interopURLScheme(bundle, fake.platform.process), "kelto-beta://");
 }
 
 TEST_F(BundleInformation, OnlyAListedSchemeMayBeQueried) {

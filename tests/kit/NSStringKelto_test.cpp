@@ -80,7 +80,7 @@ TEST(SearchableString, UnicodeSpacesAndPunctuationArePassedOver) {
   EXPECT_EQ(search(u"a\u2014b", u"a\u2014b"), (Range{0, 3}));
 }
 
-TEST(SearchableString, SymbolsAreNoPunctuation) { EXPECT_EQ(search(u"a+b", u"ab"), none); }
+TEST(SearchableString, SymbolsAreNotPunctuation) { EXPECT_EQ(search(u"a+b", u"ab"), none); }
 
 TEST(SearchableString, ARangeThatEndsBeforeTheNeedleCouldIsNotFound) {
   EXPECT_EQ(rangeOfSearchableString_options_range(u"abc", u"abc", 0, {0, 2}), none);
@@ -91,7 +91,7 @@ TEST(SearchableString, ARangeThatEndsBeforeTheNeedleCouldIsNotFound) {
 TEST(SearchableString, EmptyTextsAndMarkedRangesAreNotFound) {
   EXPECT_EQ(rangeOfSearchableString(u"", u"a"), none);
   EXPECT_EQ(rangeOfSearchableString(u"a", u""), none);
-  EXPECT_EQ(rangeOfSearchableString_options_range(u"abc", u"a", 0, {NotFound, 3}), none);
+  EXPECT_EQ(rangeOfSearchableString_options_range(u"abc", u"a", 0, {notFound, 3}), none);
   EXPECT_EQ(rangeOfSearchableString_options_range(u"abc", u"a", 0, {4, 3}), none);
   EXPECT_EQ(rangeOfSearchableString_options_range(u"abc", u"a", 0, {3, 1}), none);
 }
@@ -124,7 +124,7 @@ TEST(SearchableString, IndicesAreThoseOfTheFoldedText) {
   EXPECT_EQ(search(u"e\u0301x", u"x"), (Range{1, 1}));
 }
 
-TEST(SearchableString, WhatFoldingPushesBeyondTheRangeIsNotLookedAt) {
+TEST(SearchableString, UnitsThatFoldingPushesBeyondTheRangeAreNotSearched) {
   EXPECT_EQ(search(u"Straße 5", u"5"), none);
   EXPECT_EQ(rangeOfSearchableString_options_range(u"Straße 5", u"5", CaseInsensitiveSearch, {0, 9}), (Range{8, 1}));
 }

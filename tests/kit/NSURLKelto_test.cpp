@@ -55,7 +55,7 @@ TEST(QueryItemsOfURL, AnEmptyValueIsAValue) { EXPECT_EQ(parsed("a="), (Items{{"a
 
 TEST(QueryItemsOfURL, EmptyComponentsAreDropped) { EXPECT_EQ(parsed("&&a=1??b=2&"), (Items{{"a", "1"}, {"b", "2"}})); }
 
-TEST(QueryItemsOfURL, TheFragmentIsNoPartOfTheQuery) {
+TEST(QueryItemsOfURL, TheFragmentDoesNotBelongToTheQuery) {
   EXPECT_EQ(parsed("a=1#b=2&c=3"), (Items{{"a", "1"}}));
   EXPECT_TRUE(queryItems("kelto://host/path#x?a=1").empty());
 }
@@ -99,13 +99,12 @@ TEST(QueryItemsOfURL, ManyKeysAreHandledLikeFew) {
 TEST(QueryItemsDictionary, ValuesAreSetReplacedAndRemoved) {
   QueryItems items{{"a", "1"}, {"b", "2"}, {"a", "3"}};
   EXPECT_EQ(items.size(), 2U);
-  ASSERT_NE(items.valueForKey("a"), nullptr);
-  EXPECT_EQ(*items.valueForKey("a"), "3");
+  EXPECT_EQ(items.valueForKey("a"), "3");
   items.removeValue("a");
-  EXPECT_EQ(items.valueForKey("a"), nullptr);
+  EXPECT_EQ(items.valueForKey("a"), std::nullopt);
   items.removeValue("a");
   items.setValue("b", "4");
-  EXPECT_EQ(*items.valueForKey("b"), "4");
+  EXPECT_EQ(items.valueForKey("b"), "4");
 }
 
 TEST(QueryString, OnePairHasNoAmpersand) { EXPECT_EQ(built({{"key", "value"}}), "key=value"); }

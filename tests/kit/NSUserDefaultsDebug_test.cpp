@@ -24,19 +24,19 @@ TEST_F(DebugDefaults, SettingLevelZeroReadsBackAsTheDefault) {
   build("development");
   store("KTDebugEnabled", true);
   setLoggingLevel(fake.defaults, 7);
-  EXPECT_EQ(loggingLevel(fake.defaults), 7);
+  EXPECT_EQ(loggingLevel(fake.defaults, fake.bundles.main), 7);
   setLoggingLevel(fake.defaults, 0);
-  EXPECT_EQ(loggingLevel(fake.defaults), 4);
+  EXPECT_EQ(loggingLevel(fake.defaults, fake.bundles.main), 4);
   EXPECT_FALSE(fake.defaults.values.contains("KTLoggingLevel"));
 }
 
-TEST_F(DebugDefaults, AReleaseBuildIgnoresWhatIsStored) {
+TEST_F(DebugDefaults, AReleaseBuildIgnoresStoredSwitches) {
   store("KTDebugEnabled", "YES");
   store("KTLoggingLevel", 7);
   store("KTPurgeCachesOnStartup", true);
-  EXPECT_FALSE(isInAppDebuggingEnabled(fake.defaults));
-  EXPECT_EQ(loggingLevel(fake.defaults), 4);
-  EXPECT_FALSE(cachesPurgedOnStartup(fake.defaults));
+  EXPECT_FALSE(isInAppDebuggingEnabled(fake.defaults, fake.bundles.main));
+  EXPECT_EQ(loggingLevel(fake.defaults, fake.bundles.main), 4);
+  EXPECT_FALSE(cachesPurgedOnStartup(fake.defaults, fake.bundles.main));
 }
 
 TEST_F(DebugDefaults, SettersStoreInAReleaseBuildToo) {
@@ -50,14 +50,30 @@ TEST_F(DebugDefaults, TheFirstEnablingKeyDecidesAlone) {
   build("beta");
   store("KTInAppDebugOptionsEnabled", false);
   store("KTDebugEnabled", true);
-  EXPECT_FALSE(isInAppDebuggingEnabled(fake.defaults));
+  EXPECT_FALSE(isInAppDebuggingEnabled(fake.defaults, fake.bundles.main));
+}
+
+TEST_F(DebugDefaults, TheFirstEnablingKeySwitchesDebuggingOnByItself) {
+  build("beta");
+  store("KTInAppDebugOptionsEnabled", true);
+  EXPECT_TRUE(isInAppDebuggingEnabled(fake.defaults, fake.bundles.main));
+  store("KTDebugEnabled", false);
+  EXPECT_TRUE(isInAppDebuggingEnabled(fake.defaults, fake.bundles.main));
+}
+
+TEST_F(DebugDefaults, TheBundleThatIsGivenDecidesWhetherTheBuildIsARelease) {
+  store("KTDebugEnabled", true);
+  platform::fake::FakeBundle other;
+  other.info.insert_or_assign("KTBuildType", "beta");
+  EXPECT_TRUE(isInAppDebuggingEnabled(fake.defaults, other));
+  EXPECT_FALSE(isInAppDebuggingEnabled(fake.defaults, fake.bundles.main));
 }
 
 TEST_F(DebugDefaults, TheSecondEnablingKeyDecidesWhenTheFirstIsAbsent) {
   build("beta");
-  EXPECT_FALSE(isInAppDebuggingEnabled(fake.defaults));
+  EXPECT_FALSE(isInAppDebuggingEnabled(fake.defaults, fake.bundles.main));
   store("KTDebugEnabled", "YES");
-  EXPECT_TRUE(isInAppDebuggingEnabled(fake.defaults));
+  EXPECT_TRUE(isInAppDebuggingEnabled(fake.defaults, fake.bundles.main));
 }
 
 TEST_F(DebugDefaults, ResettingLeavesThePurgeSwitches) {
@@ -67,9 +83,9 @@ TEST_F(DebugDefaults, ResettingLeavesThePurgeSwitches) {
   setPreferencesPurgedOnStartup(fake.defaults, true);
   setLoggingLevel(fake.defaults, 7);
   resetDebugDefaults(fake.defaults);
-  EXPECT_TRUE(cachesPurgedOnStartup(fake.defaults));
-  EXPECT_TRUE(preferencesPurgedOnStartup(fake.defaults));
-  EXPECT_EQ(loggingLevel(fake.defaults), 4);
+  EXPECT_TRUE(cachesPurgedOnStartup(fake.defaults, fake.bundles.main));
+  EXPECT_TRUE(preferencesPurgedOnStartup(fake.defaults, fake.bundles.main));
+  EXPECT_EQ(loggingLevel(fake.defaults, fake.bundles.main), 4);
 }
 
 TEST_F(DebugDefaults, ResettingRemovesTheLevelAndNothingElse) {
@@ -87,9 +103,9 @@ TEST_F(DebugDefaults, WithDebuggingOffNothingIsPurgedAndTheLevelIsTheDefault) {
   store("KTPurgeCachesOnStartup", true);
   store("KTPurgePreferencesOnStartup", true);
   store("KTLoggingLevel", 7);
-  EXPECT_FALSE(cachesPurgedOnStartup(fake.defaults));
-  EXPECT_FALSE(preferencesPurgedOnStartup(fake.defaults));
-  EXPECT_EQ(loggingLevel(fake.defaults), 4);
+  EXPECT_FALSE(cachesPurgedOnStartup(fake.defaults, fake.bundles.main));
+  EXPECT_FALSE(preferencesPurgedOnStartup(fake.defaults, fake.bundles.main));
+  EXPECT_EQ(loggingLevel(fake.defaults, fake.bundles.main), 4);
 }
 
 TEST_F(DebugDefaults, AStoredNoIsANo) {
@@ -97,15 +113,15 @@ TEST_F(DebugDefaults, AStoredNoIsANo) {
   store("KTDebugEnabled", true);
   store("KTPurgeCachesOnStartup", "NO");
   store("KTPurgePreferencesOnStartup", false);
-  EXPECT_FALSE(cachesPurgedOnStartup(fake.defaults));
-  EXPECT_FALSE(preferencesPurgedOnStartup(fake.defaults));
+  EXPECT_FALSE(cachesPurgedOnStartup(fake.defaults, fake.bundles.main));
+  EXPECT_FALSE(preferencesPurgedOnStartup(fake.defaults, fake.bundles.main));
 }
 
 TEST_F(DebugDefaults, ANegativeLevelIsKept) {
   build("development");
   store("KTDebugEnabled", true);
   setLoggingLevel(fake.defaults, -1);
-  EXPECT_EQ(loggingLevel(fake.defaults), -1);
+  EXPECT_EQ(loggingLevel(fake.defaults, fake.bundles.main), -1);
 }
 
 TEST_F(DebugDefaults, SwitchingOffRemovesTheKey) {

@@ -41,9 +41,9 @@ plistlib.dump(info, open(sys.argv[1], "wb"), fmt=getattr(plistlib, sys.argv[2]))
   void expectEverything() {
     const auto bundle = open();
     ASSERT_NE(bundle, nullptr);
-    EXPECT_EQ(displayName(*bundle), "Kelto \u2014 Contr\u00f4leur");
+    EXPECT_EQ(displayName(*bundle, fake.platform.process), "Kelto \u2014 Contr\u00f4leur");
     EXPECT_EQ(buildType(*bundle), KTBuildType::beta);
-    EXPECT_EQ(interopURLScheme(*bundle), "kelto-beta://");
+    EXPECT_EQ(interopURLScheme(*bundle, fake.platform.process), "kelto-beta://");
     EXPECT_TRUE(canQueryForScheme(*bundle, "kelto-remote"));
     EXPECT_FALSE(canQueryForScheme(*bundle, "https"));
     ASSERT_NE(appStoreID(*bundle), nullptr);
@@ -85,10 +85,12 @@ TEST_F(RealBundle, AHostileListCountsAsEmptyAndIsReported) {
   const char bytes[] = "bplist00\xa1\x00\x08\0\0\0\0\0\0\x01\x01\0\0\0\0\0\0\0\x01\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\x0a";
   tests::writeFile(list, std::string(bytes, sizeof bytes - 1));
   const auto bundle = open();
-  EXPECT_EQ(displayName(*bundle), "Kelto Controller");
+  EXPECT_EQ(displayName(*bundle, fake.platform.process), "Kelto Controller");
   EXPECT_EQ(buildType(*bundle), KTBuildType::release);
   ASSERT_EQ(fake.systemLog.lines.size(), 1U);
   EXPECT_THAT(fake.systemLog.lines[0], HasSubstr("deep"));
 }
 
-TEST_F(RealBundle, WithoutAListTheFileNameIsShown) { EXPECT_EQ(displayName(*open()), "Kelto Controller"); }
+TEST_F(RealBundle, WithoutAListTheFileNameIsShown) {
+  EXPECT_EQ(displayName(*open(), fake.platform.process), "Kelto Controller");
+}

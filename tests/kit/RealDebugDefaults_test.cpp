@@ -33,15 +33,15 @@ class RealDebugDefaults : public testing::Test {
 
 }  // namespace
 
-TEST_F(RealDebugDefaults, WhatTheCommandWritesIsSeen) {
-  EXPECT_FALSE(isInAppDebuggingEnabled(defaults));
+TEST_F(RealDebugDefaults, SeesValuesThatTheCommandWrites) {
+  EXPECT_FALSE(isInAppDebuggingEnabled(defaults, fake.bundles.main));
   write("KTDebugEnabled -bool true");
   write("KTLoggingLevel -int 7");
   write("KTPurgeCachesOnStartup -bool true");
-  EXPECT_TRUE(isInAppDebuggingEnabled(defaults));
-  EXPECT_EQ(loggingLevel(defaults), 7);
-  EXPECT_TRUE(cachesPurgedOnStartup(defaults));
-  EXPECT_FALSE(preferencesPurgedOnStartup(defaults));
+  EXPECT_TRUE(isInAppDebuggingEnabled(defaults, fake.bundles.main));
+  EXPECT_EQ(loggingLevel(defaults, fake.bundles.main), 7);
+  EXPECT_TRUE(cachesPurgedOnStartup(defaults, fake.bundles.main));
+  EXPECT_FALSE(preferencesPurgedOnStartup(defaults, fake.bundles.main));
 }
 
 TEST_F(RealDebugDefaults, TextIsReadByTheUsualRules) {
@@ -49,17 +49,17 @@ TEST_F(RealDebugDefaults, TextIsReadByTheUsualRules) {
   write("KTLoggingLevel 7");
   write("KTPurgePreferencesOnStartup 1");
   write("KTPurgeCachesOnStartup NO");
-  EXPECT_TRUE(isInAppDebuggingEnabled(defaults));
-  EXPECT_EQ(loggingLevel(defaults), 7);
-  EXPECT_TRUE(preferencesPurgedOnStartup(defaults));
-  EXPECT_FALSE(cachesPurgedOnStartup(defaults));
+  EXPECT_TRUE(isInAppDebuggingEnabled(defaults, fake.bundles.main));
+  EXPECT_EQ(loggingLevel(defaults, fake.bundles.main), 7);
+  EXPECT_TRUE(preferencesPurgedOnStartup(defaults, fake.bundles.main));
+  EXPECT_FALSE(cachesPurgedOnStartup(defaults, fake.bundles.main));
   write("KTLoggingLevel ' 5 and more'");
-  EXPECT_EQ(loggingLevel(defaults), 5);
+  EXPECT_EQ(loggingLevel(defaults, fake.bundles.main), 5);
   write("KTInAppDebugOptionsEnabled NO");
-  EXPECT_FALSE(isInAppDebuggingEnabled(defaults));
+  EXPECT_FALSE(isInAppDebuggingEnabled(defaults, fake.bundles.main));
 }
 
-TEST_F(RealDebugDefaults, WhatIsSetIsReadByTheCommand) {
+TEST_F(RealDebugDefaults, TheCommandReadsValuesThatAreSet) {
   setLoggingLevel(defaults, 5);
   setCachesPurgedOnStartup(defaults, true);
   EXPECT_EQ(command("read com.kelto.test KTLoggingLevel"), (Outcome{0, "5\n"}));
@@ -72,6 +72,6 @@ TEST_F(RealDebugDefaults, AReleaseBuildIgnoresWhatTheCommandWrites) {
   write("KTDebugEnabled YES");
   write("KTLoggingLevel 7");
   fake.bundles.main.info.erase("KTBuildType");
-  EXPECT_FALSE(isInAppDebuggingEnabled(defaults));
-  EXPECT_EQ(loggingLevel(defaults), 4);
+  EXPECT_FALSE(isInAppDebuggingEnabled(defaults, fake.bundles.main));
+  EXPECT_EQ(loggingLevel(defaults, fake.bundles.main), 4);
 }

@@ -166,7 +166,7 @@ TEST(Resources, EveryUsersLanguageSelectsItsTextsAndItsRow) {
   const Expected all[] = {{"en_US", "Cancel", 0},      {"en_GB", "Cancel", 1},   {"da_DK", "Annuller", 2},
                           {"de_AT", "Abbrechen", 3},   {"es_MX", "Cancelar", 4}, {"fr_CA", "Annuler", 5},
                           {"it_CH", "Annulla", 6},     {"nn_NO", "Avbryt", 7},   {"pt_PT", "Cancelar", 8},
-                          {"nl_BE", "Annuleren", 9},   {"sv_FI", "Avbryt", 10},  {"zh_CN", "取消", 11},
+                          {"nl_BE", "Annuleren", 9},   {"sv_FI", "Avbryt", 10},  {"zh_CN", "取消", 12},
                           {"ja_JP", "キャンセル", 13}, {"ko_KR", "Cancel", 0}};
   for (const auto& expected : all) {
     platform::fake::FakePlatform fake;

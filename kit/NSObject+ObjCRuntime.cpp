@@ -28,8 +28,11 @@ bool swizzleSelector_toSelector(Class& receiver, std::string_view selector, std:
   return receiver.exchangeImplementations(selector, otherSelector);
 }
 
-// Never part of its caller's code, or the place it returns to would be another.
-[[gnu::noinline]] Implementation impOfCallingMethod(const foundation::Object& object, std::string_view selector) {
+namespace detail {
+
+// Never part of its caller's code, or it would return to another place.
+[[gnu::noinline, gnu::noclone]] Implementation closestBelowCaller(const foundation::Object& object,
+                                                                  std::string_view selector) {
   const auto position = reinterpret_cast<std::uintptr_t>(__builtin_return_address(0));
   Implementation closest;
   for (const auto& implementation : implementationsOf(object.registeredClass(), selector))
@@ -37,9 +40,7 @@ bool swizzleSelector_toSelector(Class& receiver, std::string_view selector, std:
   return closest;
 }
 
-[[gnu::noinline]] Implementation getOriginalImplementationOfMethod(const foundation::Object& object,
-                                                                   std::string_view selector) {
-  const Implementation current = impOfCallingMethod(object, selector);
+Implementation successor(const foundation::Object& object, std::string_view selector, const Implementation& current) {
   if (!current) return {};
   bool isCurrentSeen = false;
   for (const auto& implementation : implementationsOf(object.registeredClass(), selector)) {
@@ -49,4 +50,5 @@ bool swizzleSelector_toSelector(Class& receiver, std::string_view selector, std:
   return {};
 }
 
+}  // namespace detail
 }  // namespace NSObject::ObjCRuntime

@@ -27,19 +27,19 @@ struct Thing : foundation::Object {
 
 // Methods that ask for themselves, each with code of its own.
 using SelfAsking = Implementation(const foundation::Object&, int&);
-Implementation asksInBase(const foundation::Object& self, int& mark) {
+[[gnu::noinline, gnu::noclone]] Implementation asksInBase(const foundation::Object& self, int& mark) {
   mark += 1;
   auto found = impOfCallingMethod(self, "ask");
   mark += 10;
   return found;
 }
-Implementation asksInLeaf(const foundation::Object& self, int& mark) {
+[[gnu::noinline, gnu::noclone]] Implementation asksInLeaf(const foundation::Object& self, int& mark) {
   mark += 100;
   auto found = impOfCallingMethod(self, "ask");
   mark += 2000;
   return found;
 }
-Implementation asksFromElsewhere(const foundation::Object& self, int& mark) {
+[[gnu::noinline, gnu::noclone]] Implementation asksFromElsewhere(const foundation::Object& self, int& mark) {
   mark += 30000;
   auto found = impOfCallingMethod(self, "missing");
   mark += 5;
@@ -49,9 +49,18 @@ Implementation asksFromElsewhere(const foundation::Object& self, int& mark) {
 // An implementation whose entry is at an address; never called.
 Implementation at(std::uintptr_t address) { return {reinterpret_cast<int (*)()>(address)}; }
 
-std::uintptr_t lookUpCode() { return reinterpret_cast<std::uintptr_t>(&getOriginalImplementationOfMethod); }
+// Looks up from a place with an entry of its own.
+[[gnu::noinline, gnu::noclone]] Implementation lookUp(const foundation::Object& self, std::string_view selector) {
+  return getOriginalImplementationOfMethod(self, selector);
+}
 
-// The rules of the look-up, over the entries in the order of the method lists, `position` being where it is made from.
+[[gnu::noinline, gnu::noclone]] Implementation lookUpCaller(const foundation::Object& self, std::string_view selector) {
+  return impOfCallingMethod(self, selector);
+}
+
+std::uintptr_t lookUpCode() { return reinterpret_cast<std::uintptr_t>(&lookUp); }
+
+// The rules of the look-up, over the entries in the order of the method lists; `position` is that of the call.
 std::uintptr_t slowOriginal(const std::vector<std::vector<std::uintptr_t>>& lists, std::uintptr_t position) {
   std::uintptr_t current = 0;
   for (const auto& list : lists)
@@ -69,6 +78,21 @@ std::uintptr_t slowOriginal(const std::vector<std::vector<std::uintptr_t>>& list
         isSeen = false;
     }
   return 0;
+}
+
+// Real methods, in a class and in its category. The category's replaces that of the class, and calls it.
+using Greeting = std::string(const foundation::Object&);
+
+[[gnu::noinline, gnu::noclone]] std::string greetingOfTheClass(const foundation::Object& /*self*/) { return "hello"; }
+
+[[gnu::noinline, gnu::noclone]] std::string greetingOfTheCategory(const foundation::Object& self) {
+  const auto original = getOriginalImplementationOfMethod(self, "greeting");
+  return original ? "well, " + original.as<Greeting>()(self) : "nothing to replace";
+}
+
+[[gnu::noinline, gnu::noclone]] std::string greetingOfALaterCategory(const foundation::Object& self) {
+  const auto original = getOriginalImplementationOfMethod(self, "greeting");
+  return original ? "oh " + original.as<Greeting>()(self) : "nothing to replace";
 }
 
 }  // namespace
@@ -140,7 +164,7 @@ TEST(ImpOfCallingMethod, IsTheCallerItself) {
   EXPECT_EQ(mark, 2111);
 }
 
-TEST(ImpOfCallingMethod, IsNoneWithoutTheSelectorOrAClass) {
+TEST(ImpOfCallingMethod, IsEmptyWithoutTheSelectorOrAClass) {
   ClassRegistry registry;
   const Thing thing(registry.add("Base", nullptr, {{"ask", asksInBase}}));
   int mark = 0;
@@ -148,36 +172,42 @@ TEST(ImpOfCallingMethod, IsNoneWithoutTheSelectorOrAClass) {
   EXPECT_FALSE(asksInBase(Thing(nullptr), mark));
 }
 
-TEST(ImpOfCallingMethod, IsNoneWhenEveryEntryLiesAboveTheCaller) {
+TEST(ImpOfCallingMethod, IsEmptyIfEveryEntryLiesAboveTheCaller) {
   ClassRegistry registry;
   const Thing thing(registry.add("Base", nullptr, {{"ask", at(UINTPTR_MAX - 16)}}));
   int mark = 0;
   EXPECT_FALSE(asksInBase(thing, mark));
 }
 
-TEST(OriginalImplementation, OfAMethodThatNoCategoryReplacedIsNone) {
+TEST(ImpOfCallingMethod, IsFoundByACallThatIsTheLastOfItsCaller) {
+  ClassRegistry registry;
+  Class* base = registry.add("Base", nullptr, {{"ask", lookUpCaller}, {"ask", at(UINTPTR_MAX - 16)}});
+  EXPECT_EQ(lookUpCaller(Thing(base), "ask"), Implementation(lookUpCaller));
+}
+
+TEST(OriginalImplementation, IsEmptyWithoutAnotherMethodOfTheSelector) {
   ClassRegistry registry;
   const Thing thing(registry.add("Base", nullptr, {{"ask", at(lookUpCode() - 16)}}));
-  EXPECT_FALSE(getOriginalImplementationOfMethod(thing, "ask"));
-  EXPECT_FALSE(getOriginalImplementationOfMethod(thing, "missing"));
-  EXPECT_FALSE(getOriginalImplementationOfMethod(Thing(nullptr), "ask"));
+  EXPECT_FALSE(lookUp(thing, "ask"));
+  EXPECT_FALSE(lookUp(thing, "missing"));
+  EXPECT_FALSE(lookUp(Thing(nullptr), "ask"));
 }
 
 TEST(OriginalImplementation, IsTheOneThatACategoryReplaced) {
   ClassRegistry registry;
   Class* base = registry.add("Base", nullptr, {{"ask", one}, {"rest", two}});
   base->addCategory({{"rest", three}, {"ask", at(lookUpCode() - 16)}});
-  EXPECT_EQ(call(getOriginalImplementationOfMethod(Thing(base), "ask")), 1);
+  EXPECT_EQ(call(lookUp(Thing(base), "ask")), 1);
 }
 
 TEST(OriginalImplementation, MayBeThatOfASuperclass) {
   ClassRegistry registry;
   Class* base = registry.add("Base", nullptr, {{"ask", two}});
   Class* leaf = registry.add("Leaf", base, {{"ask", at(lookUpCode() - 16)}});
-  EXPECT_EQ(call(getOriginalImplementationOfMethod(Thing(leaf), "ask")), 2);
+  EXPECT_EQ(call(lookUp(Thing(leaf), "ask")), 2);
 }
 
-TEST(OriginalImplementation, AgreesWithTheSlowWriting) {
+TEST(OriginalImplementation, AgreesWithAPlainRenderingOfTheRules) {
   std::mt19937 random(4);
   for (int round = 0; round < 2000; ++round) {
     ClassRegistry registry;
@@ -196,6 +226,39 @@ TEST(OriginalImplementation, AgreesWithTheSlowWriting) {
       last = registry.add(std::to_string(depth), last, methods);
       lists.insert(lists.begin(), list);
     }
-    EXPECT_EQ(getOriginalImplementationOfMethod(Thing(last), "ask").address(), slowOriginal(lists, lookUpCode() + 1));
+    EXPECT_EQ(lookUp(Thing(last), "ask").address(), slowOriginal(lists, lookUpCode() + 1));
   }
+}
+
+TEST(OriginalImplementation, ACategoryCallsTheMethodThatItReplaced) {
+  ClassRegistry registry;
+  Class* base = registry.add("Base", nullptr, {{"greeting", greetingOfTheClass}});
+  base->addCategory({{"greeting", greetingOfTheCategory}});
+  const Thing thing(base);
+  EXPECT_EQ(base->instanceMethod("greeting").as<Greeting>()(thing), "well, hello");
+}
+
+TEST(OriginalImplementation, CategoriesReplaceEachOtherInEitherOrder) {
+  for (const bool isReversed : {false, true}) {
+    ClassRegistry registry;
+    Class* base = registry.add("Base", nullptr, {{"greeting", greetingOfTheClass}});
+    base->addCategory({{"greeting", isReversed ? greetingOfALaterCategory : greetingOfTheCategory}});
+    base->addCategory({{"greeting", isReversed ? greetingOfTheCategory : greetingOfALaterCategory}});
+    EXPECT_EQ(base->instanceMethod("greeting").as<Greeting>()(Thing(base)),
+              isReversed ? "well, oh hello" : "oh well, hello");
+  }
+}
+
+TEST(OriginalImplementation, ACategoryOfASubclassCallsTheMethodOfTheSuperclass) {
+  ClassRegistry registry;
+  Class* base = registry.add("Base", nullptr, {{"greeting", greetingOfTheClass}});
+  Class* leaf = registry.add("Leaf", base, {});
+  leaf->addCategory({{"greeting", greetingOfTheCategory}});
+  EXPECT_EQ(leaf->instanceMethod("greeting").as<Greeting>()(Thing(leaf)), "well, hello");
+}
+
+TEST(OriginalImplementation, AMethodThatNoCategoryReplacedHasNone) {
+  ClassRegistry registry;
+  Class* base = registry.add("Base", nullptr, {{"greeting", greetingOfTheCategory}});
+  EXPECT_EQ(base->instanceMethod("greeting").as<Greeting>()(Thing(base)), "nothing to replace");
 }

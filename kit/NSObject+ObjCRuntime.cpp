@@ -31,8 +31,7 @@ bool swizzleSelector_toSelector(Class& receiver, std::string_view selector, std:
 namespace detail {
 
 // Never part of its caller's code, or it would return to another place.
-[[gnu::noinline, gnu::noclone]] Implementation closestBelowCaller(const foundation::Object& object,
-                                                                  std::string_view selector) {
+[[gnu::noinline]] Implementation closestBelowCaller(const foundation::Object& object, std::string_view selector) {
   const auto position = reinterpret_cast<std::uintptr_t>(__builtin_return_address(0));
   Implementation closest;
   for (const auto& implementation : implementationsOf(object.registeredClass(), selector))

@@ -7,7 +7,8 @@
 // A look-up compares the position of its call with the entries of functions, so it must know the position whatever the
 // optimiser does. Both look-ups are therefore compiled into their caller: a copy of their own would lie wherever link-time
 // optimisation puts it. The caller's code must lie in one piece behind its entry: a method that looks itself up is called
-// through its registered implementation, and is marked [[gnu::noinline, gnu::noclone]] if other code calls it by name.
+// through its registered implementation, and is marked [[gnu::noinline]], and [[gnu::noclone]] at -O3, if other code calls
+// it by name.
 #include <atomic>
 #include <string_view>
 

@@ -6,9 +6,10 @@
 //
 // A look-up compares the position of its call with the entries of functions, so it must know the position whatever the
 // optimiser does. Both look-ups are therefore compiled into their caller: a copy of their own would lie wherever link-time
-// optimisation puts it. The caller's code must lie in one piece behind its entry: a method that looks itself up is called
-// through its registered implementation, and is marked [[gnu::noinline]], and [[gnu::noclone]] at -O3, if other code calls
-// it by name.
+// optimisation puts it. The caller's code must lie in one piece behind its entry. A method that looks itself up is
+// therefore called through its registered implementation; if other code calls it by name, mark it [[gnu::noinline]], and at
+// -O3
+// [[gnu::noclone]].
 #include <atomic>
 #include <string_view>
 

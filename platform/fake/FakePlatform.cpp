@@ -13,12 +13,14 @@ std::optional<foundation::PropertyList::Value> FakeUserDefaults::objectForKey(st
 
 bool FakeUserDefaults::setObject(std::string_view key, const foundation::PropertyList::Value& value) {
   values.insert_or_assign(std::string(key), value);
+  ++_generation;
   return true;
 }
 
 bool FakeUserDefaults::removeObject(std::string_view key) {
   const auto place = values.find(key);
   if (place != values.end()) values.erase(place);
+  ++_generation;
   return true;
 }
 

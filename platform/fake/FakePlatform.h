@@ -53,8 +53,13 @@ class FakeUserDefaults final : public UserDefaults {
   [[nodiscard]] std::optional<foundation::PropertyList::Value> objectForKey(std::string_view key) const override;
   bool setObject(std::string_view key, const foundation::PropertyList::Value& value) override;
   bool removeObject(std::string_view key) override;
+  [[nodiscard]] std::uint64_t generation() const override { return _generation; }
 
+  // A change made here directly is another program's, which the generation does not count.
   foundation::PropertyList::Dictionary values;
+
+ private:
+  std::uint64_t _generation = 1;
 };
 
 class FakeDistributedNotificationCenter final : public DistributedNotificationCenter {

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "kit/NSUserDefaults+Debug.h"
 #include "platform/fake/FakePlatform.h"
 
 using testing::ElementsAre;
@@ -75,4 +76,25 @@ TEST_F(Facade, DiagnosticsBeginWithTheirPlace) {
   const std::string address = foundation::formatted("%p", static_cast<const void*>(&object));
   KTDiagnostics::log({"KTThing", &object, "do:with:", 12}, 3, "%@ failed", "it");
   EXPECT_THAT(fake.systemLog.lines, ElementsAre("<Error> [KTThing(" + address + ") do:with:]:12 it failed"));
+}
+
+TEST_F(Facade, AThresholdThatThisProcessStoresHoldsForTheNextStatement) {
+  threshold(4);
+  KTLogger::sharedLogger()->log_level_message("caller:", 7, "silenced");
+  NSUserDefaults::Debug::setLoggingLevel(fake.defaults, 7);
+  KTLogger::sharedLogger()->log_level_message("caller:", 7, "shown");
+  NSUserDefaults::Debug::setLoggingLevel(fake.defaults, 4);
+  KTLogger::sharedLogger()->log_level_message("caller:", 7, "silenced again");
+  EXPECT_THAT(fake.systemLog.lines, ElementsAre("<Debug> shown"));
+}
+
+TEST_F(Facade, AThresholdThatAnotherProgramStoresIsNoticedAfterAThousandStatementsOrSo) {
+  threshold(4);
+  KTLogger::sharedLogger()->log_level_message("caller:", 7, "silenced");
+  threshold(7);
+  int silenced = 0;
+  while (fake.systemLog.lines.empty() && ++silenced < 5000)
+    KTLogger::sharedLogger()->log_level_message("caller:", 7, "shown");
+  EXPECT_GT(silenced, 1);
+  EXPECT_LE(silenced, 1024);
 }

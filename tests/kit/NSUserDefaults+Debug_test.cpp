@@ -143,3 +143,13 @@ TEST_F(DebugDefaults, BuildTypesAreFoundAnywhereInTheTextWhateverTheCase) {
   build("dev");
   EXPECT_EQ(NSBundle::Kelto::buildTypeName(fake.bundles.main), "DEVELOPMENT");
 }
+
+TEST_F(DebugDefaults, TheFirstEnablingKeyAloneEnablesDebugging) {
+  build("beta");
+  store("KTInAppDebugOptionsEnabled", "YES");
+  EXPECT_TRUE(isInAppDebuggingEnabled(fake.defaults));
+  store("KTDebugEnabled", false);
+  EXPECT_TRUE(isInAppDebuggingEnabled(fake.defaults));
+  store("KTLoggingLevel", 7);
+  EXPECT_EQ(loggingLevel(fake.defaults), 7);
+}

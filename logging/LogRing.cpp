@@ -105,7 +105,9 @@ std::string_view LogSlot::survivingText(const LogTexts& texts) const {
 DDLogMessage LogSlot::survivingRecord(const LogTexts& texts) const {
   const DDLogMessage::Facts facts{
       .timestamp = timestamp, .level = level, .flag = flag, .context = context, .line = line, .thread = thread};
-  return DDLogMessage(DDLogMessage(facts, survivingText(texts), std::string_view()));
+  // A copy owns its text: the memory that holds it goes away.
+  const DDLogMessage borrowed(facts, survivingText(texts), std::string_view());
+  return DDLogMessage(borrowed);
 }
 
 std::span<char> LogSlot::textInBlocks() const {

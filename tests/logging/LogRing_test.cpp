@@ -77,3 +77,11 @@ TEST_F(Ring, NothingIsLeftAfterAReset) {
     ring.reset();
   }
 }
+
+TEST_F(Ring, ASurvivingRecordOutlivesTheMemoryItWasReadFrom) {
+  put(1);
+  LogSlot& slot = ring.slotOf(0);
+  const DDLogMessage record = slot.survivingRecord(ring.texts());
+  std::ranges::fill(slot.inlineText, 'x');
+  EXPECT_EQ(record.logMsg(), "0");
+}

@@ -1,5 +1,6 @@
 #include "logging/DDAbstractDatabaseLogger.h"
 
+#include <algorithm>
 #include <utility>
 
 using foundation::Seconds;
@@ -7,8 +8,13 @@ using foundation::Dispatch::TimerSource;
 
 namespace {
 
+// Long enough for "never", and short enough for the clock's numbers.
+constexpr Seconds longestInterval{1e9};
+
+Seconds interval(double seconds) { return std::min(Seconds(seconds), longestInterval); }
+
 foundation::Uptime after(foundation::Uptime start, double seconds) {
-  return start + std::chrono::duration_cast<std::chrono::nanoseconds>(Seconds(seconds));
+  return start + std::chrono::duration_cast<std::chrono::nanoseconds>(interval(seconds));
 }
 
 }  // namespace
@@ -166,7 +172,7 @@ void DDAbstractDatabaseLogger::createSuspendedSaveTimer() {
 
 void DDAbstractDatabaseLogger::updateAndResumeSaveTimer() {
   if (!saveTimer || _saveInterval <= 0 || !unsavedTime) return;
-  saveTimer->set(after(*unsavedTime, _saveInterval), Seconds(_saveInterval));
+  saveTimer->set(after(*unsavedTime, _saveInterval), interval(_saveInterval));
   saveTimer->resume();
 }
 
@@ -193,7 +199,7 @@ void DDAbstractDatabaseLogger::createAndStartDeleteTimer() {
 void DDAbstractDatabaseLogger::updateDeleteTimer() {
   if (!deleteTimer || _deleteInterval <= 0 || _maxAge <= 0) return;
   const auto start = lastDeleteTime ? after(*lastDeleteTime, _deleteInterval) : foundation::Clock::current().uptime();
-  deleteTimer->set(start, Seconds(_deleteInterval));
+  deleteTimer->set(start, interval(_deleteInterval));
 }
 
 void DDAbstractDatabaseLogger::destroyDeleteTimer() {

@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <limits>
+
 #include "logging/DDAbstractDatabaseLogger.h"
 #include "logging/DDLog.h"
 #include "platform/fake/FakePlatform.h"
@@ -193,4 +195,12 @@ TEST_F(DatabaseSettings, ADestroyedLoggerLeavesNoTimer) {
   EXPECT_EQ(fake.clock.pendingCount(), 1);
   bare.reset();
   EXPECT_EQ(fake.clock.pendingCount(), 0);
+}
+
+TEST_F(DatabaseSettings, AnIntervalWithoutEndNeverEnds) {
+  logger->setSaveInterval(std::numeric_limits<double>::infinity());
+  logger->setDeleteInterval(std::numeric_limits<double>::infinity());
+  log();
+  pass(1e6);
+  EXPECT_THAT(logger->takeNotes(), IsEmpty());
 }

@@ -7,7 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <system_error>
@@ -53,6 +53,9 @@ class MappedFile final : public SurvivingMemory {
   foundation::Fork::HandlersID _handlers = 0;
 };
 
+// Names that are tried: earlier memories of this process, and of former ones with its number, keep theirs.
+constexpr unsigned longestSearch = 1000;
+
 std::unique_ptr<SurvivingMemory> mapped(std::string path, Descriptor file, std::size_t size) {
   void* address = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, file.get(), 0);
   if (address == MAP_FAILED) return nullptr;
@@ -91,10 +94,14 @@ std::string SurvivingMemories::prefix(const std::string& name) const {
 }
 
 std::unique_ptr<SurvivingMemory> SurvivingMemories::make(const std::string& name, std::size_t size) {
-  static std::atomic<unsigned> made{0};
-  const std::string path = foundation::Path::appending(
-      _folder, prefix(name) + std::to_string(::getpid()) + "." + std::to_string(made.fetch_add(1)));
-  Descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
+  const std::string start = foundation::Path::appending(_folder, prefix(name) + std::to_string(::getpid()) + ".");
+  std::string path;
+  Descriptor file(-1);
+  for (unsigned number = 0; !file && number < longestSearch; ++number) {
+    path = start + std::to_string(number);
+    file = Descriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
+    if (!file && errno != EEXIST) return nullptr;
+  }
   // Space is taken now: a full file system would otherwise show itself as a fatal signal at the first touch.
   if (!file || ::flock(file.get(), LOCK_EX | LOCK_NB) != 0) return nullptr;
   auto memory =

@@ -66,8 +66,8 @@ class Ours final : public Peer {
     _fake.clock.stepAside();
     _fake.platform.loggingHost = &_host.host;
     for (int i = 0; i < loggers; ++i) {
-      auto logger =
-          std::make_shared<DDFileLogger>(std::make_shared<DDLogFileManagerDefault>(path + "/" + std::to_string(i)));
+      auto logger = std::make_shared<DDFileLogger>(
+          _fake.platform, std::make_shared<DDLogFileManagerDefault>(_fake.platform, path + "/" + std::to_string(i)));
       logger->setMaximumFileSize(size);
       logger->logFileManager()->setMaximumNumberOfLogFiles(kept);
       DDLog::addLogger(logger);

@@ -27,12 +27,13 @@ int systemLevel(std::int32_t logLevel) {
 std::shared_ptr<DDASLLogger> DDASLLogger::sharedInstance() {
   platform::Platform* platform = platform::installed();
   if (platform == nullptr) return nullptr;
-  auto* logger = platform->process.once<DDASLLogger>([] { return std::make_shared<DDASLLogger>(SingletonKey{}); });
+  auto* logger = platform->process.once<DDASLLogger>(
+      [&] { return std::make_shared<DDASLLogger>(SingletonKey{}, platform->loggingHost); });
   return logger == nullptr ? nullptr : std::static_pointer_cast<DDASLLogger>(logger->shared_from_this());
 }
 
-DDASLLogger::DDASLLogger(SingletonKey /*key*/) : DDAbstractLogger("cocoa.plamaiskre.aslLogger") {
-  platform::LoggingHost* host = platform::current().loggingHost;
+DDASLLogger::DDASLLogger(SingletonKey /*key*/, platform::LoggingHost* host)
+    : DDAbstractLogger("cocoa.plamaiskre.aslLogger") {
   if (host == nullptr) return;
   client = &host->leveledSystemLog;
   client->open("com.apple.console");

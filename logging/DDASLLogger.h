@@ -11,7 +11,7 @@ class DDASLLogger : public DDAbstractLogger {
  public:
   // The one instance; nullptr without an installed platform. Any thread.
   static std::shared_ptr<DDASLLogger> sharedInstance();
-  explicit DDASLLogger(SingletonKey key);
+  DDASLLogger(SingletonKey key, platform::LoggingHost* host);
 
   void logMessage(const DDLogMessage& message) override;
 

@@ -31,12 +31,13 @@ std::optional<std::string_view> DDLogFileFormatterDefault::formatLogMessage(cons
   return buffer.append("  ").append(message.logMsg());
 }
 
-DDFileLogger::DDFileLogger() : DDFileLogger(std::make_shared<DDLogFileManagerDefault>()) {}
+DDFileLogger::DDFileLogger(platform::Platform& platform)
+    : DDFileLogger(platform, std::make_shared<DDLogFileManagerDefault>(platform)) {}
 
-DDFileLogger::DDFileLogger(std::shared_ptr<DDLogFileManager> logFileManager)
+DDFileLogger::DDFileLogger(platform::Platform& platform, std::shared_ptr<DDLogFileManager> logFileManager)
     : DDAbstractLogger("cocoa.plamaiskre.fileLogger"),
-      _host(platform::current().loggingHost),
-      _systemLog(platform::current().systemLog),
+      _host(platform.loggingHost),
+      _systemLog(platform.systemLog),
       _journal(journalOfCore()),
       _logFileManager(std::move(logFileManager)),
       _writer(_journal, _systemLog) {
@@ -45,7 +46,7 @@ DDFileLogger::DDFileLogger(std::shared_ptr<DDLogFileManager> logFileManager)
 
 DDFileLogger::~DDFileLogger() {
   if (_rollingTimer) _rollingTimer->cancel();
-  _finisher.finish(_writer.close());
+  _finisher.finish(_writer.close(), _currentLogFileInfo ? _currentLogFileInfo->filePath() : std::string());
 }
 
 // Settings.
@@ -129,7 +130,7 @@ std::shared_ptr<DDLogFileInfo> DDFileLogger::currentLogFileInfo() {
   if (_currentLogFileInfo) return _currentLogFileInfo;
   const auto infos = _logFileManager->sortedLogFileInfos();
   const auto newest = infos.empty() ? nullptr : infos.front();
-  if (newest && !newest->isArchived()) {
+  if (newest && !_finisher.isFinishing(newest->filePath()) && !newest->isArchived()) {
     if (newest->fileSize() < _maximumFileSize && newest->age().count() < _rollingFrequency) {
       _currentLogFileInfo = newest;
     } else {
@@ -194,12 +195,21 @@ void DDFileLogger::maybeRollLogFileDueToSize() {
   if (_writer.fileSize() >= _maximumFileSize) rollLogFileNow();
 }
 
+// The mark and the manager's notice promise that the file is complete and on the medium, so they come after that.
 void DDFileLogger::rollLogFileNow() {
-  _finisher.finish(_writer.close());
   const auto info = std::exchange(_currentLogFileInfo, nullptr);
   if (!info) return;
-  info->setIsArchived(true);
-  _logFileManager->didRollAndArchiveLogFile(info->filePath());
+  auto file = _writer.close();
+  if (!file) {
+    didFinish(*info, true);
+    return;
+  }
+  _finisher.finish(std::move(file), info->filePath(), [this, info](bool isThere) { didFinish(*info, isThere); });
+}
+
+void DDFileLogger::didFinish(DDLogFileInfo& info, bool isThere) {
+  if (isThere) info.setIsArchived(true);
+  _logFileManager->didRollAndArchiveLogFile(info.filePath());
 }
 
 void DDFileLogger::didFork() {

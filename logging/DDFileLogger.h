@@ -24,8 +24,9 @@ class DDLogFileFormatterDefault : public DDLogFormatter {
 
 class DDFileLogger : public DDAbstractLogger {
  public:
-  DDFileLogger();
-  explicit DDFileLogger(std::shared_ptr<DDLogFileManager> logFileManager);
+  // With the default manager and its default folder.
+  explicit DDFileLogger(platform::Platform& platform);
+  DDFileLogger(platform::Platform& platform, std::shared_ptr<DDLogFileManager> logFileManager);
   ~DDFileLogger() override;
 
   // Settings: from any thread, but the getters not from the logging queue nor another logger's. They take effect in order
@@ -38,7 +39,8 @@ class DDFileLogger : public DDAbstractLogger {
   void setRollingFrequency(double frequency);
   void rollLogFile();
 
-  // On the logger's queue, or on the logging queue: the file ends here and now; the next record begins another.
+  // On the logger's queue, or on the logging queue: the file ends here and now; the next record begins another. A moment
+  // later the file is brought to the medium, then marked as archived, then the manager is told.
   void rollLogFileNow();
 
   [[nodiscard]] const std::shared_ptr<DDLogFileManager>& logFileManager() const { return _logFileManager; }
@@ -48,6 +50,7 @@ class DDFileLogger : public DDAbstractLogger {
   void flush() override;
   void writePending() override { _writer.write(); }
   void didBecomeIdle() override { verifyPlace(); }
+  void willEnd() override { _finisher.finishNow(); }
   void didFork() override;
 
  private:
@@ -60,6 +63,7 @@ class DDFileLogger : public DDAbstractLogger {
   void scheduleTimerToRollLogFileDueToAge();
   void maybeRollLogFileDueToAge();
   void maybeRollLogFileDueToSize();
+  void didFinish(DDLogFileInfo& info, bool isThere);
   void verifyPlace();
   void adopt(const LogRemains& remains);
   void adoptLines(const LogRemains& remains);

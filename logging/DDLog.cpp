@@ -64,20 +64,28 @@ void DDLog::log(const Statement& statement, std::string_view format,
   LogCore* core = LogCore::current();
   if (core == nullptr) return;
   const auto timestamp = foundation::Clock::current().now();
-  // Taken out: whoever waits for room delivers meanwhile, and loggers may log.
+  // Taken out: a caller who waits for room delivers meanwhile, and loggers may log.
   std::string text = isTextBufferGone ? std::string() : std::move(textBuffer.text);
   text.clear();
   foundation::appendFormat(text, format, arguments);
-  core->record({.timestamp = timestamp,
-                .file = statement.file,
-                .function = statement.function,
-                .level = statement.level,
-                .flag = statement.flag,
-                .context = statement.context,
-                .line = statement.line,
-                .thread = CallingThread::identifier()},
-               text, foundation::Dispatch::currentQueueLabel(), statement.asynchronous);
+  record(*core, statement, timestamp, text);
   if (!isTextBufferGone && text.capacity() <= keptTextCapacity) textBuffer.text = std::move(text);
+}
+
+void DDLog::logText(const Statement& statement, std::string_view text) {
+  if (LogCore* core = LogCore::current()) record(*core, statement, foundation::Clock::current().now(), text);
+}
+
+void DDLog::record(LogCore& core, const Statement& statement, foundation::Date timestamp, std::string_view text) {
+  core.record({.timestamp = timestamp,
+               .file = statement.file,
+               .function = statement.function,
+               .level = statement.level,
+               .flag = statement.flag,
+               .context = statement.context,
+               .line = statement.line,
+               .thread = CallingThread::identifier()},
+              text, foundation::Dispatch::currentQueueLabel(), statement.asynchronous);
 }
 
 void DDLog::flushLog() {

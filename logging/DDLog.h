@@ -20,6 +20,8 @@
 #include "logging/DDLogger.h"
 #include "logging/FormatString.h"
 
+class LogCore;
+
 class DDLog {
  public:
   DDLog() = delete;
@@ -73,4 +75,9 @@ class DDLog {
   };
   static void log(const Statement& statement, std::string_view format,
                   std::span<const foundation::FormatArgument> arguments);
+  // The same with a text that is formatted already, which is copied.
+  static void logText(const Statement& statement, std::string_view text);
+
+ private:
+  static void record(LogCore& core, const Statement& statement, foundation::Date timestamp, std::string_view text);
 };

@@ -9,9 +9,8 @@
 
 class DDLogFileInfo {
  public:
-  // Of the installed platform's files.
-  static std::shared_ptr<DDLogFileInfo> logFileWithPath(const std::string& path);
-  explicit DDLogFileInfo(std::string filePath);
+  static std::shared_ptr<DDLogFileInfo> logFileWithPath(platform::Platform& platform, const std::string& path);
+  DDLogFileInfo(platform::Platform& platform, std::string filePath);
   DDLogFileInfo(std::string filePath, platform::LoggingHost* host, platform::SystemLog& systemLog);
 
   [[nodiscard]] const std::string& filePath() const { return _filePath; }

@@ -19,15 +19,13 @@ constexpr int nameAttempts = 1000;
 
 }  // namespace
 
-DDLogFileManagerDefault::DDLogFileManagerDefault() : DDLogFileManagerDefault(defaultLogsDirectory()) {}
+DDLogFileManagerDefault::DDLogFileManagerDefault(platform::Platform& platform)
+    : DDLogFileManagerDefault(platform, defaultLogsDirectory(platform)) {}
 
-DDLogFileManagerDefault::DDLogFileManagerDefault(std::string logsDirectory)
-    : _host(platform::current().loggingHost),
-      _systemLog(platform::current().systemLog),
-      _logsDirectory(std::move(logsDirectory)) {}
+DDLogFileManagerDefault::DDLogFileManagerDefault(platform::Platform& platform, std::string logsDirectory)
+    : _host(platform.loggingHost), _systemLog(platform.systemLog), _logsDirectory(std::move(logsDirectory)) {}
 
-std::string DDLogFileManagerDefault::defaultLogsDirectory() {
-  auto& platform = platform::current();
+std::string DDLogFileManagerDefault::defaultLogsDirectory(platform::Platform& platform) {
   const auto libraries = platform.fileManager.searchPathForDirectories(platform::SearchPathDirectory::library,
                                                                        platform::NSUserDomainMask, true);
   const std::string base = libraries.empty() ? platform.fileManager.temporaryDirectory() : libraries.front();
@@ -121,9 +119,11 @@ std::string DDLogFileManagerDefault::createNewLogFile() {
 
 void DDLogFileManagerDefault::deleteOldLogFiles() { deleteOldLogFiles({}); }
 
-void DDLogFileManagerDefault::deleteOldLogFiles(const std::string& except) {
+void DDLogFileManagerDefault::deleteOldLogFiles(const std::string& inUse) {
   auto infos = sortedLogFileInfos();
-  if (!infos.empty() && !infos.front()->isArchived()) infos.erase(infos.begin());
-  for (std::size_t i = maximumNumberOfLogFiles(); i < infos.size(); ++i)
-    if (infos[i]->filePath() != except) _host->storage.removeFile(infos[i]->filePath());
+  if (!inUse.empty())
+    std::erase_if(infos, [&](const auto& info) { return info->filePath() == inUse; });
+  else if (!infos.empty() && !infos.front()->isArchived())
+    infos.erase(infos.begin());
+  for (std::size_t i = maximumNumberOfLogFiles(); i < infos.size(); ++i) _host->storage.removeFile(infos[i]->filePath());
 }

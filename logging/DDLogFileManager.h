@@ -27,8 +27,10 @@ class DDLogFileManager {
   // The path of a new, empty file, which nobody else is given.
   virtual std::string createNewLogFile() = 0;
 
-  // Optional: a file was found too old or too large when the logger began, or was completed by it.
+  // Optional: the logger found a file too old or too large when it began.
   virtual void didArchiveLogFile(const std::string& /*path*/) {}
+  // Optional: the logger has rolled a file. It is on the medium and marked, unless somebody deleted it meanwhile. Called on
+  // a queue of the logger's own beside its records, one file at a time; must not wait for the logger.
   virtual void didRollAndArchiveLogFile(const std::string& /*path*/) {}
 };
 
@@ -36,14 +38,14 @@ class DDLogFileManager {
 class DDLogFileManagerDefault : public DDLogFileManager, public std::enable_shared_from_this<DDLogFileManagerDefault> {
  public:
   // In the user's Library, "Logs", the name of the process.
-  DDLogFileManagerDefault();
-  explicit DDLogFileManagerDefault(std::string logsDirectory);
+  explicit DDLogFileManagerDefault(platform::Platform& platform);
+  DDLogFileManagerDefault(platform::Platform& platform, std::string logsDirectory);
 
   [[nodiscard]] std::size_t maximumNumberOfLogFiles() const override { return _maximumNumberOfLogFiles; }
   // Another number than before prunes, on the logging queue.
   void setMaximumNumberOfLogFiles(std::size_t number) override;
 
-  static std::string defaultLogsDirectory();
+  static std::string defaultLogsDirectory(platform::Platform& platform);
   // Makes the folder when it is not there. The path is answered even when that failed, which goes to the system log.
   std::string logsDirectory() override;
   // "log-", six upper-case hexadecimal digits, and anything after them.
@@ -63,7 +65,8 @@ class DDLogFileManagerDefault : public DDLogFileManager, public std::enable_shar
   void deleteOldLogFiles();
 
  private:
-  void deleteOldLogFiles(const std::string& except);
+  // `inUse` is the path of the file in use; when it is empty, the newest file is, unless it is archived.
+  void deleteOldLogFiles(const std::string& inUse);
 
   platform::LoggingHost* const _host;
   platform::SystemLog& _systemLog;

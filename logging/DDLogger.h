@@ -45,6 +45,8 @@ class DDLogger {
   virtual void writePending() {}
   // Nothing more has come for a while.
   virtual void didBecomeIdle() {}
+  // The process, or the platform, ends: things that were put off must be done now.
+  virtual void willEnd() {}
   // In a forked child: what was put aside is the parent's to write, and open files are shared with it. A child that was
   // forked inside the logger is outside of it: it may log and flush, and the record at hand stays readable there.
   virtual void didFork() {}

@@ -7,12 +7,13 @@
 std::shared_ptr<DDTTYLogger> DDTTYLogger::sharedInstance() {
   platform::Platform* platform = platform::installed();
   if (platform == nullptr) return nullptr;
-  auto* logger = platform->process.once<DDTTYLogger>([] { return std::make_shared<DDTTYLogger>(SingletonKey{}); });
+  auto* logger = platform->process.once<DDTTYLogger>(
+      [&] { return std::make_shared<DDTTYLogger>(SingletonKey{}, platform->loggingHost); });
   return logger == nullptr ? nullptr : std::static_pointer_cast<DDTTYLogger>(logger->shared_from_this());
 }
 
-DDTTYLogger::DDTTYLogger(SingletonKey /*key*/) : DDAbstractLogger("cocoa.plamaiskre.ttyLogger") {
-  platform::LoggingHost* host = platform::current().loggingHost;
+DDTTYLogger::DDTTYLogger(SingletonKey /*key*/, platform::LoggingHost* host)
+    : DDAbstractLogger("cocoa.plamaiskre.ttyLogger") {
   if (host == nullptr || !host->standardError.isTerminal()) return;
   _terminal = &host->standardError;
   app = host->process.processName();

@@ -13,7 +13,7 @@ class DDTTYLogger : public DDAbstractLogger {
  public:
   // The one instance; nullptr without an installed platform. Any thread.
   static std::shared_ptr<DDTTYLogger> sharedInstance();
-  explicit DDTTYLogger(SingletonKey key);
+  DDTTYLogger(SingletonKey key, platform::LoggingHost* host);
 
   // The time, the process, the thread and the text, and a line feed in any case. Text that a formatter made stands alone.
   void logMessage(const DDLogMessage& message) override;

@@ -5,23 +5,23 @@
 
 namespace {
 
-// What becomes of a statement, by its level; the holes in the scale have no name.
+// How a statement is treated, by its level; the holes in the scale have no heading.
 struct Treatment {
-  std::string_view name;  // in the echoed line
+  std::string_view heading;  // of the echoed line
   bool isRecorded = false;
   bool isAsynchronous = false;
   std::int32_t level = 0;
   std::int32_t flag = 0;
 };
 constexpr Treatment treatments[] = {
-    {.name = "Always", .isRecorded = true, .level = 0, .flag = DDLogFlagInfo},
-    {.name = "Alert", .isRecorded = true, .level = 3, .flag = DDLogFlagError},
+    {.heading = "<Always> ", .isRecorded = true, .level = 0, .flag = DDLogFlagInfo},
+    {.heading = "<Alert> ", .isRecorded = true, .level = 3, .flag = DDLogFlagError},
     {},
-    {.name = "Error", .isRecorded = true, .level = 3, .flag = DDLogFlagError},
-    {.name = "Warning", .isRecorded = true, .isAsynchronous = true, .level = 3, .flag = DDLogFlagWarning},
-    {.name = "Info"},
+    {.heading = "<Error> ", .isRecorded = true, .level = 3, .flag = DDLogFlagError},
+    {.heading = "<Warning> ", .isRecorded = true, .isAsynchronous = true, .level = 3, .flag = DDLogFlagWarning},
+    {.heading = "<Info> "},
     {},
-    {.name = "Debug"},
+    {.heading = "<Debug> "},
 };
 
 constexpr const char* sourceFile = "KCLibKit/Code/KTLogger.mm";
@@ -42,7 +42,7 @@ KTLogger* KTLogger::makeSharedLogger() {
   if (platform == nullptr) return mute;
   KTLogger* logger = platform->process.once<KTLogger>([&] {
     auto made = std::make_shared<KTLogger>(SingletonKey{}, platform);
-    made->initSingleton();
+    made->initSingleton(*platform);
     return made;
   });
   return logger == nullptr ? mute : logger;
@@ -58,15 +58,15 @@ KTLogger::~KTLogger() {
   _shared.compare_exchange_strong(self, nullptr);
 }
 
-void KTLogger::initSingleton() {
+void KTLogger::initSingleton(platform::Platform& platform) {
   // Where there is nowhere to log to, statements are echoed only.
-  if (platform::current().loggingHost != nullptr) installFileLogger();
+  if (platform.loggingHost != nullptr) installFileLogger(platform);
   _shared.store(this, std::memory_order_release);
 }
 
-void KTLogger::installFileLogger() {
+void KTLogger::installFileLogger(platform::Platform& platform) {
   DDLog::initialize();
-  fileLogger = std::make_shared<DDFileLogger>();
+  fileLogger = std::make_shared<DDFileLogger>(platform);
   fileLogger->setRollingFrequency(rollingFrequency);
   fileLogger->logFileManager()->setMaximumNumberOfLogFiles(maximumNumberOfLogFiles);
   DDLog::addLogger(fileLogger);
@@ -83,13 +83,21 @@ std::int64_t KTLogger::readThreshold() {
 void KTLogger::log(std::string_view /*selector*/, std::int32_t level, std::string_view format,
                    std::span<const foundation::FormatArgument> arguments) {
   const auto index = static_cast<std::uint32_t>(level);
-  if (index >= std::size(treatments) || treatments[index].name.empty()) return;
+  if (index >= std::size(treatments) || treatments[index].heading.empty()) return;
   const Treatment& treatment = treatments[index];
-  const std::string message = foundation::format(format, arguments);
+  // Formatted once: the record is the echoed line without its heading.
+  std::string line(treatment.heading);
+  foundation::appendFormat(line, format, arguments);
   if (treatment.isRecorded && fileLogger)
-    DDLog::log_level_flag_context_file_function_line_format(treatment.isAsynchronous, treatment.level, treatment.flag, 0,
-                                                            sourceFile, operation, sourceLine, "%@", message);
-  _systemLog->log(foundation::formatted("<%@> %@", treatment.name, message));
+    DDLog::logText({.asynchronous = treatment.isAsynchronous,
+                    .level = treatment.level,
+                    .flag = treatment.flag,
+                    .context = 0,
+                    .file = sourceFile,
+                    .function = operation,
+                    .line = sourceLine},
+                   std::string_view(line).substr(treatment.heading.size()));
+  _systemLog->log(line);
 }
 
 std::vector<std::string> KTLogger::logFileList() {
@@ -101,20 +109,22 @@ std::vector<std::string> KTLogger::logFileList() {
 }
 
 namespace KTDiagnostics {
+namespace {
 
-std::string locationTag(const Location& location) {
-  return foundation::formatted("[%@(%p) %@]:%d", location.className, location.object, location.selector, location.line);
-}
+constexpr std::string_view locationFormat = "[%@(%p) %@]:%d ";
+
+}  // namespace
 
 void log(const Location& location, std::int32_t level, std::string_view format,
          std::span<const foundation::FormatArgument> arguments) {
-  const std::string tag = locationTag(location);
-  std::vector<foundation::FormatArgument> all{foundation::FormatArgument(tag)};
-  all.insert(all.end(), arguments.begin(), arguments.end());
-  const std::string tagged = "%@ " + std::string(format);
   KTLogger* shared = KTLogger::sharedLogger();
-  shared->log_level_message(location.selector, level, tagged, std::span<const foundation::FormatArgument>(all));
-  if (auto* additional = shared->additionalLogger()) additional->log_level_message(location.selector, level, tagged, all);
+  KTAdditionalLoggerProtocol* additional = shared->additionalLogger();
+  if (additional == nullptr && shared->isSilenced(level)) return;
+  std::vector<foundation::FormatArgument> all{location.className, location.object, location.selector, location.line};
+  all.insert(all.end(), arguments.begin(), arguments.end());
+  const std::string located = std::string(locationFormat).append(format);
+  shared->log_level_message(location.selector, level, located, std::span<const foundation::FormatArgument>(all));
+  if (additional != nullptr) additional->log_level_message(location.selector, level, located, all);
 }
 
 }  // namespace KTDiagnostics

@@ -60,18 +60,7 @@ class KTLogger {
   // logging queue or a logger's.
   std::vector<std::string> logFileList();
 
-  // Not owned; nullptr when none is attached. Whoever attaches one keeps it alive and takes it away again.
-  [[nodiscard]] KTAdditionalLoggerProtocol* additionalLogger() const { return _additionalLogger.load(); }
-  void setAdditionalLogger(KTAdditionalLoggerProtocol* logger) { _additionalLogger.store(logger); }
-
- private:
-  // So many silenced calls may pass before a change that another program made to the defaults is noticed.
-  static constexpr std::uint32_t callsPerReading = 1024;
-
-  static KTLogger* makeSharedLogger();
-  void initSingleton();
-  void installFileLogger();
-  // Whether the threshold is below `level`, read as unsigned.
+  // Whether a statement of this level is dropped unformatted: the threshold is below `level`, read as unsigned.
   [[nodiscard]] bool isSilenced(std::int32_t level) {
     if (_defaults == nullptr) return true;
     const std::uint64_t generation = _defaults->generation();
@@ -80,9 +69,21 @@ class KTLogger {
         isKnown && !isReadingDue() ? _threshold.load(std::memory_order_relaxed) : readThreshold();
     return threshold < std::int64_t{static_cast<std::uint32_t>(level)};
   }
+
+  // Not owned; nullptr when none is attached. Whoever attaches one keeps it alive and takes it away again.
+  [[nodiscard]] KTAdditionalLoggerProtocol* additionalLogger() const { return _additionalLogger.load(); }
+  void setAdditionalLogger(KTAdditionalLoggerProtocol* logger) { _additionalLogger.store(logger); }
+
+ private:
+  // Number of calls that may pass before a change that another program made to the defaults is noticed.
+  static constexpr std::uint32_t callsPerReading = 1024;
+
+  static KTLogger* makeSharedLogger();
+  void initSingleton(platform::Platform& platform);
+  void installFileLogger(platform::Platform& platform);
   bool isReadingDue() {
-    const auto calls = _silencedCalls.load(std::memory_order_relaxed) + 1;
-    _silencedCalls.store(calls, std::memory_order_relaxed);
+    const auto calls = _calls.load(std::memory_order_relaxed) + 1;
+    _calls.store(calls, std::memory_order_relaxed);
     return calls % callsPerReading == 0;
   }
   std::int64_t readThreshold();
@@ -95,7 +96,7 @@ class KTLogger {
   platform::SystemLog* const _systemLog;
   std::atomic<std::uint64_t> _generation{0};  // of the defaults that the threshold was read from
   std::atomic<std::int64_t> _threshold{0};
-  std::atomic<std::uint32_t> _silencedCalls{0};
+  std::atomic<std::uint32_t> _calls{0};
   std::shared_ptr<DDFileLogger> fileLogger;
   std::atomic<KTAdditionalLoggerProtocol*> _additionalLogger{nullptr};
 };
@@ -112,9 +113,7 @@ struct Location {
   int line;
 };
 
-// "[class(address) selector]:line".
-std::string locationTag(const Location& location);
-
+// The message begins with "[class(address) selector]:line ". `format` must not use positions (%1$@).
 void log(const Location& location, std::int32_t level, std::string_view format,
          std::span<const foundation::FormatArgument> arguments);
 

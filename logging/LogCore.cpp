@@ -1,5 +1,6 @@
 #include "logging/LogCore.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <utility>
 
@@ -17,14 +18,26 @@ thread_local const LogCore* heldDrain = nullptr;
 
 // What a logger has put aside is handed on at this age.
 constexpr std::chrono::microseconds writeAge{200};
-// So often the age is looked at while a single logger is busy.
+// The age is looked at after this many records while a single logger is busy.
 constexpr std::uint64_t recordsBetweenLooks = 32;
-// So many records from one look of the watch to the next are a rush: it looks on without a nap for a while, since the ring
-// would be full before it woke up.
+// With this many records from one look of the watch to the next there is a rush: the watch takes no nap for a while, since
+// the ring would be full before it woke up.
 constexpr std::uint64_t recordsOfARush = 100;
 constexpr int breathsInARush = 10;
-// So many records ahead the slots are brought into the cache.
+// Prefetch distance, in records.
 constexpr std::uint64_t recordsAhead = 6;
+
+// The calling thread's errno, as it was, at the end of the scope.
+class PreservedError {
+ public:
+  PreservedError() = default;
+  ~PreservedError() { errno = _error; }
+  PreservedError(const PreservedError&) = delete;
+  PreservedError& operator=(const PreservedError&) = delete;
+
+ private:
+  const int _error = errno;
+};
 
 }  // namespace
 
@@ -41,8 +54,9 @@ LogCore::LogCore(platform::Platform& platform)
       _journal(std::make_shared<LogJournal>(platform.loggingHost)),
       _ring(_journal->ringMemory()),
       _delivery(platform.loggingHost != nullptr ? platform.loggingHost->process.processorCount()
-                                                : std::thread::hardware_concurrency()),
-      _fencesForOthers(platform.loggingHost != nullptr && platform.loggingHost->process.fenceOtherThreads()) {
+                                                : std::thread::hardware_concurrency(),
+                platform.systemLog),
+      _bell(platform.loggingHost != nullptr ? &platform.loggingHost->process : nullptr) {
   _forkHandlers = foundation::Fork::addHandlers({.stage = foundation::Fork::Stage::work,
                                                  .prepare = [this] { prepareFork(); },
                                                  .parent = [this] { endFork(); },
@@ -66,12 +80,17 @@ LogCore::~LogCore() {
   _journal->discard();
 }
 
-// The last flush, and the last moments of loggers that were removed. Whatever is logged later is written by its caller.
+// The last flush, and the last moments of loggers that were removed. Later statements are written by their callers.
 void LogCore::finish() {
   _isExiting.store(true, std::memory_order_release);
   if (heldDrain == this) return;
   sync([this] { lt_flush(); });
   _delivery.waitForRemoved();
+  // Loggers may have logged in their last moments; those records wait for nobody but this.
+  sync([this] {
+    lt_flush();
+    _delivery.willEnd();
+  });
 }
 
 void LogCore::finishAtExit() {
@@ -86,8 +105,8 @@ void LogCore::record(const DDLogMessage& message, bool asynchronous) {
 }
 
 void LogCore::record(const DDLogMessage::Facts& facts, std::string_view text, std::string_view label, bool asynchronous) {
-  // A logger that logs while the process ends cannot wait for itself.
-  const bool waits = !asynchronous || (_isExiting.load(std::memory_order_relaxed) && heldDrain != this);
+  // While the process ends a block cannot wait for its record: a logger that logs would wait for itself.
+  const bool waits = !asynchronous || (_isExiting.load(std::memory_order_relaxed) && Queue::current() == nullptr);
   Ticket ticket = 0;
   do {
     // Without a ticket nobody else has to wait for this thread to wake up again.
@@ -135,6 +154,8 @@ void LogCore::place(Block block, std::atomic<bool>* isDone) {
 // and blocks of the parent mean nothing there.
 template <class IsDone>
 bool LogCore::waitUntil(const IsDone& isDone, Ticket limit) {
+  // A statement between a failed call and the look at its error must not change the error.
+  const PreservedError error;
   for (Nap nap(Nap::patient); !isDone();) {
     bool hasAdvanced = false;
     if (tryHoldDrain()) {
@@ -190,7 +211,7 @@ void LogCore::runBlocks(Ticket head) {
     _blocks.pop_front();
     _nextBlock.store(_blocks.empty() ? none : _blocks.front().before, std::memory_order_relaxed);
     lock.unlock();
-    next.block();
+    _delivery.attempt(next.block);
     next.block = nullptr;
     if (heldDrain != this) return;
     if (next.isDone != nullptr) next.isDone->store(true, std::memory_order_release);
@@ -240,19 +261,10 @@ void LogCore::lt_flush() {
 
 // The watch.
 
-// Whoever put something in and finds the watch awake, and the watch that looks once more before it sleeps, cannot both miss
-// each other: between the two steps of each lies a fence.
-void LogCore::rouse() {
-  std::atomic_signal_fence(std::memory_order_seq_cst);
-  if (!_fencesForOthers) _calls.fetch_add(0, std::memory_order_acq_rel);
-  if (_isAsleep.load(std::memory_order_relaxed) && _isAsleep.exchange(false)) wakeWatch();
-}
-
 void LogCore::wakeWatch() {
   const std::lock_guard lock(_watchMutex);
   if (!_watch.joinable()) _watch = std::thread([this] { keepWatch(); });
-  _calls.fetch_add(1, std::memory_order_release);
-  _calls.notify_one();
+  _bell.wake();
 }
 
 bool LogCore::hasWork() { return _ring.hasRecord() || _nextBlock.load(std::memory_order_seq_cst) != none; }
@@ -303,15 +315,7 @@ void LogCore::settle() {
 
 void LogCore::sleepUntilRoused() {
   _delivery.letOnlookerSleep();
-  const std::uint32_t calls = _calls.load(std::memory_order_acquire);
-  _isAsleep.store(true, std::memory_order_seq_cst);
-  _calls.fetch_add(0, std::memory_order_acq_rel);
-  if (_fencesForOthers) _journal->host()->process.fenceOtherThreads();
-  if (hasWork() || _isStopping.load(std::memory_order_acquire)) {
-    // Whoever put it there may have taken the watch for awake.
-    if (_isAsleep.exchange(false)) return;
-  }
-  _calls.wait(calls, std::memory_order_acquire);
+  _bell.sleepUnless([this] { return hasWork() || _isStopping.load(std::memory_order_acquire); });
 }
 
 void LogCore::stopWatch() {
@@ -319,8 +323,7 @@ void LogCore::stopWatch() {
   {
     const std::lock_guard lock(_watchMutex);
     _isStopping.store(true, std::memory_order_release);
-    _calls.fetch_add(1, std::memory_order_release);
-    _calls.notify_one();
+    _bell.wake();
     watch = std::move(_watch);
   }
   if (watch.joinable()) watch.join();
@@ -360,7 +363,7 @@ void LogCore::beginChild() {
   _written.store(0);
   _hasUnwritten = false;
   _lastSeen = _settledAt = 0;
-  _isAsleep.store(true);
+  _bell.didFork();
   _delivery.didFork();
   // Whoever held the drain, only this thread is left to drop it; a logger that forked is not inside anything here.
   heldDrain = this;

@@ -1,15 +1,27 @@
 #pragma once
 // The state behind DDLog, and the logging queue itself.
 //
-// Nobody owns the queue's thread: whoever holds the drain runs what waits. Mostly that is the watch, a thread that looks
-// for records in short naps while there are any about and sleeps when there are none; a caller who has to wait for
-// something drains himself. So a statement wakes nobody and hands over nothing in the common case.
+// The idea. Waking a thread costs a caller more than a hundred times as much as writing a record into memory, so a
+// statement must not wake anybody. A caller takes a ticket, which is its place in the order, copies its record into the
+// slot of that ticket (LogRing.h) and goes on. Another thread, the watch, looks for records by itself: in naps of 50
+// microseconds that grow to 10 milliseconds while nothing comes. After a second without records it sleeps for good, and
+// only then does the next caller have to wake it (Doorbell.h).
+//
+// The logging queue is therefore a right and not a thread. The right is called the drain: its holder takes the records and
+// blocks in the order of their tickets, and nobody else does. The watch mostly holds it. A caller who has to wait, because
+// its statement is synchronous or the ring is full, does not wait for the watch to wake up: it takes the drain if that is
+// free and does the work itself, up to its own record, without any change of threads.
+//
+// Each record goes to every logger before the next one is taken (LogDelivery.h). Loggers may put lines aside to write many
+// at once; the holder of the drain has them written before a synchronous statement returns, when they are 200 microseconds
+// old, and when the watch finds nothing more to do.
 #include <atomic>
 #include <deque>
 #include <thread>
 
 #include "foundation/dispatch/Fork.h"
 #include "logging/DDLogger.h"
+#include "logging/Doorbell.h"
 #include "logging/LogDelivery.h"
 #include "logging/LogJournal.h"
 #include "logging/LogRing.h"
@@ -26,7 +38,7 @@ class LogCore final : public foundation::Dispatch::Queue {
   void async(foundation::Dispatch::Block block) override;
   void sync(const foundation::Dispatch::Block& block) override;
 
-  // A label at nullptr is none.
+  // `label` may be nullptr: the record then has no label.
   void record(const DDLogMessage::Facts& facts, std::string_view text, std::string_view label, bool asynchronous);
   void record(const DDLogMessage& message, bool asynchronous);
 
@@ -54,7 +66,7 @@ class LogCore final : public foundation::Dispatch::Queue {
   template <class IsDone>
   bool waitUntil(const IsDone& isDone, Ticket limit);
 
-  // Whoever holds the drain.
+  // The holder of the drain.
   bool tryHoldDrain();
   bool dropDrain();
   bool drain(Ticket limit, Ticket taken);
@@ -64,7 +76,9 @@ class LogCore final : public foundation::Dispatch::Queue {
   void writeWhatIsOld(LogDelivery::Round& round);
 
   // The watch.
-  void rouse();
+  void rouse() {
+    if (_bell.mustWake()) wakeWatch();
+  }
   void wakeWatch();
   void keepWatch();
   void settle();
@@ -82,13 +96,10 @@ class LogCore final : public foundation::Dispatch::Queue {
   LogRing _ring;
   LogDelivery _delivery;
 
-  // What every caller reads, and what is written seldom.
-  // The watch fences for everybody before it sleeps; otherwise everybody fences for himself.
-  alignas(64) const bool _fencesForOthers;
-  std::atomic<bool> _isAsleep{true};
+  // Every caller reads these; they are written seldom.
+  alignas(64) Doorbell _bell;
   std::atomic<bool> _isExiting{false};
   std::atomic<bool> _isStopping{false};
-  std::atomic<std::uint32_t> _calls{0};
   std::atomic<Ticket> _nextBlock{none};  // the place of the first waiting block
   std::mutex _watchMutex;
   std::thread _watch;
@@ -100,7 +111,7 @@ class LogCore final : public foundation::Dispatch::Queue {
   std::optional<LogRing::HeadCopy> _headAtFork;
   foundation::Fork::HandlersID _forkHandlers = 0;
 
-  // What whoever holds the drain writes, mostly with every record.
+  // The holder of the drain writes these, mostly with every record.
   alignas(64) std::atomic<bool> _isDraining{false};
   bool _isDelivering = false;
   bool _hasUnwritten = false;

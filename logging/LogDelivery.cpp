@@ -10,23 +10,28 @@ using foundation::Dispatch::SerialQueue;
 namespace {
 
 constexpr std::chrono::microseconds look{500};
-// As many looks at the same place mean that a logger is stuck there.
+// A logger that has not come further after this many looks is stuck.
 constexpr int looksUntilStuck = 3;
 
 // The delivery whose part the calling thread is doing on a logger's queue.
 thread_local const LogDelivery* partHere = nullptr;
 
-void perform(DDLogger& logger, const DDLogMessage& message, bool andWrite) {
-  logger.logMessage(message);
-  if (andWrite) logger.writePending();
+}  // namespace
+
+void LogDelivery::report(const char* reason) {
+  if (!_hasReported.exchange(true))
+    _systemLog.log(std::string("DDLog: a logger or a formatter has thrown an exception: ") + reason);
 }
 
-}  // namespace
+void LogDelivery::perform(DDLogger& logger, const DDLogMessage& message, bool andWrite) {
+  attempt([&] { logger.logMessage(message); });
+  if (andWrite) attempt([&] { logger.writePending(); });
+}
 
 void LogDelivery::add(std::shared_ptr<DDLogger> logger) {
   auto queue = logger->loggerQueue();
   if (!queue) queue = SerialQueue::make(logger->loggerName());
-  queue->async([logger] { logger->didAddLogger(); });
+  queue->async([this, logger] { attempt([&] { logger->didAddLogger(); }); });
   _nodes.push_back({.logger = std::move(logger), .loggerQueue = std::move(queue)});
   wakeOnlooker();
 }
@@ -46,10 +51,10 @@ void LogDelivery::removeAll() {
 void LogDelivery::dismiss(DDLoggerNode node) {
   {
     const SerialQueue::Turn turn(*node.loggerQueue);
-    node.logger->writePending();
+    attempt([&] { node.logger->writePending(); });
   }
-  node.loggerQueue->async(_leaving, [logger = std::move(node.logger)]() mutable {
-    logger->willRemoveLogger();
+  node.loggerQueue->async(_leaving, [this, logger = std::move(node.logger)]() mutable {
+    attempt([&] { logger->willRemoveLogger(); });
     // The last owner's logger ends here, as long as it is waited for.
     logger.reset();
   });
@@ -58,7 +63,7 @@ void LogDelivery::dismiss(DDLoggerNode node) {
 void LogDelivery::Round::deliver(const DDLogMessage& message, bool andWrite) {
   const std::size_t count = _delivery._nodes.size();
   if (count == 1)
-    perform(only(), message, andWrite);
+    _delivery.perform(only(), message, andWrite);
   else if (count > indexMask || _delivery._processors < 2)
     _delivery.deliverInTurn(message, andWrite);
   else if (count > 1)
@@ -67,12 +72,12 @@ void LogDelivery::Round::deliver(const DDLogMessage& message, bool andWrite) {
 
 void LogDelivery::Round::writePending() {
   if (_delivery._nodes.size() == 1) {
-    only().writePending();
+    _delivery.attempt([&] { only().writePending(); });
     return;
   }
   for (const auto& node : _delivery._nodes) {
     const SerialQueue::Turn turn(*node.loggerQueue);
-    node.logger->writePending();
+    _delivery.attempt([&] { node.logger->writePending(); });
   }
 }
 
@@ -121,7 +126,7 @@ void LogDelivery::startRestElsewhere(Progress seen) {
   const auto message = std::make_shared<const DDLogMessage>(*_message);
   for (std::size_t i = seen & indexMask; i < _nodes.size(); ++i)
     startPart(*_nodes[i].loggerQueue,
-              [logger = _nodes[i].logger, message, andWrite = _andWrite] { perform(*logger, *message, andWrite); });
+              [this, logger = _nodes[i].logger, message, andWrite = _andWrite] { perform(*logger, *message, andWrite); });
   _startedElsewhere.store(number, std::memory_order_release);
 }
 
@@ -173,12 +178,19 @@ void LogDelivery::stop() {
 void LogDelivery::didBecomeIdle() {
   for (const auto& node : _nodes) {
     const SerialQueue::Turn turn(*node.loggerQueue);
-    node.logger->didBecomeIdle();
+    attempt([&] { node.logger->didBecomeIdle(); });
+  }
+}
+
+void LogDelivery::willEnd() {
+  for (const auto& node : _nodes) {
+    const SerialQueue::Turn turn(*node.loggerQueue);
+    attempt([&] { node.logger->willEnd(); });
   }
 }
 
 void LogDelivery::flush() {
-  for (const auto& node : _nodes) startPart(*node.loggerQueue, [&node] { node.logger->flush(); });
+  for (const auto& node : _nodes) startPart(*node.loggerQueue, [this, &node] { attempt([&] { node.logger->flush(); }); });
   _group.wait();
 }
 

@@ -7,10 +7,12 @@
 //
 // Everything runs on the logging queue, except for the onlooker's thread, which comes with the second logger.
 #include <atomic>
+#include <exception>
 #include <thread>
 #include <vector>
 
 #include "logging/DDLogger.h"
+#include "platform/SystemLog.h"
 
 // The core's entry for one logger.
 struct DDLoggerNode {
@@ -20,7 +22,8 @@ struct DDLoggerNode {
 
 class LogDelivery {
  public:
-  explicit LogDelivery(std::uint32_t processors) : _processors(processors == 0 ? 1 : processors) {}
+  LogDelivery(std::uint32_t processors, platform::SystemLog& systemLog)
+      : _processors(processors == 0 ? 1 : processors), _systemLog(systemLog) {}
   ~LogDelivery() { stop(); }
   LogDelivery(const LogDelivery&) = delete;
   LogDelivery& operator=(const LogDelivery&) = delete;
@@ -54,7 +57,22 @@ class LogDelivery {
     std::optional<foundation::Dispatch::SerialQueue::Turn> _turn;
   };
 
+  // Runs `work`, in which a logger, a formatter or a block may throw. The first time that happens goes to the system log;
+  // the record counts as handled, and everybody who waits goes on.
+  template <class Work>
+  void attempt(const Work& work) {
+    try {
+      work();
+    } catch (const std::exception& exception) {
+      report(exception.what());
+    } catch (...) {
+      report("unknown");
+    }
+  }
+
   void didBecomeIdle();
+  // The process ends.
+  void willEnd();
   // Every logger on its own queue and all at once; returns when all have flushed.
   void flush();
 
@@ -79,6 +97,8 @@ class LogDelivery {
     return number << (2 * indexBits) | count << indexBits | begun;
   }
 
+  void report(const char* reason);
+  void perform(DDLogger& logger, const DDLogMessage& message, bool andWrite);
   void startPart(foundation::Dispatch::SerialQueue& queue, foundation::Dispatch::Block part);
   void dismiss(DDLoggerNode node);
   void deliverInTurn(const DDLogMessage& message, bool andWrite);
@@ -87,6 +107,8 @@ class LogDelivery {
   void startRestElsewhere(Progress seen);
 
   const std::uint32_t _processors;
+  platform::SystemLog& _systemLog;
+  std::atomic<bool> _hasReported{false};
   std::vector<DDLoggerNode> _nodes;
   foundation::Dispatch::Group _group;
   foundation::Dispatch::Group _leaving;  // the loggers that were removed and may not know it yet

@@ -1,5 +1,6 @@
 #include "logging/LogFileFinisher.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "foundation/dispatch/Clock.h"
@@ -12,40 +13,68 @@ namespace {
 
 constexpr std::chrono::milliseconds delay{200};
 
-bool isPruned(const std::shared_ptr<LogFile>& file) { return file->placeOf({}) == LogFile::Place::unlinked; }
+bool isPruned(const LogFile& file) { return file.placeOf({}) == LogFile::Place::unlinked; }
 
 }  // namespace
 
 LogFileFinisher::LogFileFinisher() : _queue(SerialQueue::make("cocoa.plamaiskre.fileLogger.finishing")) {}
 
-LogFileFinisher::~LogFileFinisher() {
-  _queue->sync([this] { synchronizeAll(); });
-}
+LogFileFinisher::~LogFileFinisher() { finishNow(); }
 
-void LogFileFinisher::finish(std::unique_ptr<LogFile> file) {
+void LogFileFinisher::finish(std::unique_ptr<LogFile> file, const std::string& path, Finished finished) {
   if (!file) return;
   file->endUse();
-  _queue->async([this, file = std::shared_ptr<LogFile>(std::move(file))] { add(file); });
+  {
+    const std::lock_guard lock(_mutex);
+    _paths.push_back(path);
+  }
+  _queue->async([this, entry = Entry{std::move(file), path, std::move(finished)}] { add(entry); });
 }
 
-void LogFileFinisher::add(std::shared_ptr<LogFile> file) {
-  std::erase_if(_files, isPruned);
-  _files.push_back(std::move(file));
+bool LogFileFinisher::isFinishing(const std::string& path) {
+  const std::lock_guard lock(_mutex);
+  return std::ranges::find(_paths, path) != _paths.end();
+}
+
+void LogFileFinisher::finishNow() {
+  _queue->sync([this] { finishAll(); });
+}
+
+void LogFileFinisher::add(Entry entry) {
+  finishPruned();
+  _entries.push_back(std::move(entry));
   if (_timer) return;
-  _timer = TimerSource::make(_queue, [this] { synchronizeAll(); });
+  _timer = TimerSource::make(_queue, [this] { finishAll(); });
   _timer->set(foundation::Clock::current().uptime() + delay, foundation::Seconds(0));
   _timer->resume();
 }
 
-void LogFileFinisher::synchronizeAll() {
+// An open file keeps its space on the disk, though it was deleted.
+void LogFileFinisher::finishPruned() {
+  const auto pruned = std::ranges::stable_partition(_entries, [](const Entry& entry) { return !isPruned(*entry.file); });
+  const std::vector<Entry> gone(pruned.begin(), pruned.end());
+  _entries.erase(pruned.begin(), pruned.end());
+  for (const auto& entry : gone) finishOne(entry);
+}
+
+void LogFileFinisher::finishAll() {
   if (_timer) _timer->cancel();
   _timer.reset();
-  for (const auto& file : std::exchange(_files, {}))
-    if (!isPruned(file)) file->synchronize();
+  for (const auto& entry : std::exchange(_entries, {})) finishOne(entry);
+}
+
+void LogFileFinisher::finishOne(const Entry& entry) {
+  const bool isThere = !isPruned(*entry.file);
+  if (isThere) entry.file->synchronize();
+  if (entry.finished) entry.finished(isThere);
+  const std::lock_guard lock(_mutex);
+  _paths.erase(std::ranges::find(_paths, entry.path));
 }
 
 void LogFileFinisher::didFork() {
+  std::construct_at(&_mutex);
+  _paths.clear();
   _queue->resetAfterFork();
-  _files.clear();
+  _entries.clear();
   _timer.reset();
 }

@@ -96,6 +96,8 @@ class FakeLogFile final : public LogFile {
   bool synchronize() override {
     const std::lock_guard lock(_storage._mutex);
     ++_item->synchronizeCount;
+    for (const auto& [path, item] : _storage._files)
+      if (item == _item) _storage._events.push_back("synchronised " + path);
     return true;
   }
   void endUse() override {
@@ -199,6 +201,7 @@ int FakeLogStorage::setMark(const std::string& path, const std::string& name) {
   if (place == _files.end()) return ENOENT;
   auto& marks = place->second->marks;
   if (std::ranges::find(marks, name) == marks.end()) marks.push_back(name);
+  _events.push_back("marked " + path);
   return 0;
 }
 
@@ -238,6 +241,11 @@ int FakeLogStorage::synchronizeCount(const std::string& path) const {
   if (place != _files.end()) return place->second->synchronizeCount;
   const auto former = _unlinked.find(path);
   return former == _unlinked.end() ? 0 : former->second->synchronizeCount;
+}
+
+std::vector<std::string> FakeLogStorage::events() const {
+  const std::lock_guard lock(_mutex);
+  return _events;
 }
 
 void FakeLogStorage::unlink(const std::string& path) {

@@ -73,6 +73,8 @@ class FakeLogStorage final : public LogStorage {
   [[nodiscard]] std::vector<std::string> paths() const;
   // How often the file, be it unlinked by now, was brought to the medium.
   [[nodiscard]] int synchronizeCount(const std::string& path) const;
+  // "synchronised PATH" and "marked PATH", in order.
+  [[nodiscard]] std::vector<std::string> events() const;
   // As another program would, whoever has it open.
   void unlink(const std::string& path);
 
@@ -90,6 +92,7 @@ class FakeLogStorage final : public LogStorage {
   std::map<std::string, bool> _folders;
   std::map<std::string, std::shared_ptr<Item>> _files;
   std::map<std::string, std::shared_ptr<Item>> _unlinked;
+  std::vector<std::string> _events;
 };
 
 class FakeProcessInfo final : public ProcessInfo {

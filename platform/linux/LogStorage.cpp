@@ -120,7 +120,10 @@ class OpenLogFile final : public LogFile {
 
   [[nodiscard]] Place placeOf(const std::string& path) const override {
     struct stat status {};
-    if (::lstat(path.c_str(), &status) == 0 && status.st_dev == _device && status.st_ino == _number) return Place::there;
+    const bool isSomething = ::lstat(path.c_str(), &status) == 0;
+    // A path that cannot be looked at, for want of rights for example, does not tell that the file has moved.
+    if (!isSomething && errno != ENOENT && errno != ENOTDIR) return Place::there;
+    if (isSomething && status.st_dev == _device && status.st_ino == _number) return Place::there;
     return ::fstat(_file.get(), &status) == 0 && status.st_nlink > 0 ? Place::moved : Place::unlinked;
   }
 

@@ -2,10 +2,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <map>
+#include <stdexcept>
+
 #include "logging/DDLog.h"
 #include "platform/fake/FakePlatform.h"
 #include "tests/logging/RecordingLogger.h"
 #include "tests/support/Eventually.h"
+#include "tests/support/TemporaryFolder.h"
 
 using foundation::Dispatch::Semaphore;
 using testing::ElementsAre;
@@ -59,9 +67,30 @@ class Formatting : public DDAbstractLogger {
     if (onMessage) onMessage();
     lines.emplace_back(textOf(message).value_or("nothing"));
   }
+  // Without waiting for anything.
+  [[nodiscard]] std::shared_ptr<DDLogFormatter> currentFormatter() const { return formatter; }
   std::function<void()> onMessage;
   std::vector<std::string> lines;
 };
+
+// How often the other threads of the process went to sleep so far.
+std::map<std::string, std::string> sleepsOfOtherThreads() {
+  std::map<std::string, std::string> sleeps;
+  const std::string own = std::to_string(::gettid());
+  for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+    if (task.path().filename() == own) continue;
+    const std::string status = tests::readFile(task.path() / "status");
+    const auto place = status.find("voluntary_ctxt_switches:");
+    sleeps[task.path().filename()] = status.substr(place, status.find('\n', place) - place);
+  }
+  return sleeps;
+}
+
+// Whether no other thread woke up for half a second, which is a thousand looks of the onlooker and fifty of the watch.
+bool everyOtherThreadSleeps() {
+  const auto before = sleepsOfOtherThreads();
+  return !tests::eventually([&] { return sleepsOfOtherThreads() != before; }, std::chrono::milliseconds(500));
+}
 
 class CoreRules : public testing::Test {
  protected:
@@ -202,6 +231,34 @@ TEST_F(CoreRules, OnItsOwnQueueALoggerChangesAndReadsItsFormatterAtOnce) {
   EXPECT_THAT(logger->lines, ElementsAre("own text"));
 }
 
+TEST_F(CoreRules, ASettingOfALoggerThatNobodySharesHasTakenEffectWhenTheCallReturns) {
+  Formatting logger;
+  Gate gate;
+  DDLog::loggingQueue().async([&] { gate.pass(); });
+  ASSERT_TRUE(gate.waitForArrival());
+  std::shared_ptr<DDLogFormatter> afterwards;
+  const auto formatter = std::make_shared<Naming>("own");
+  std::thread setter([&] {
+    logger.setLogFormatter(formatter);
+    afterwards = logger.currentFormatter();
+  });
+  gate.open();
+  setter.join();
+  EXPECT_EQ(afterwards, formatter);
+  DDLog::flushLog();
+}
+
+TEST_F(CoreRules, TheWatchAndTheOnlookerSleepWhenNothingIsLogged) {
+  const auto one = std::make_shared<RecordingLogger>("one");
+  const auto two = std::make_shared<RecordingLogger>("two");
+  for (const auto& logger : {one, two}) DDLog::addLogger(logger);
+  log(true, "text");
+  ASSERT_TRUE(two->waitForCount(1));
+  EXPECT_TRUE(tests::eventually(everyOtherThreadSleeps));
+  log(true, "text");
+  EXPECT_TRUE(two->waitForCount(2));
+}
+
 TEST_F(CoreRulesOnOneProcessor, FlushesRunBesideEachOther) {
   class Meeting : public DDAbstractLogger {
    public:
@@ -291,4 +348,36 @@ TEST_F(CoreRules, ACallerAlsoWaitsForLoggersThatWereStartedElsewhere) {
   DDLog::addLogger(slow);
   log(false, "text");
   EXPECT_EQ(slow->count(), 1);
+}
+
+TEST_F(CoreRules, ALoggerThatThrowsHoldsUpNeitherTheOthersNorTheNextStatement) {
+  for (const bool isOnly : {true, false}) {
+    DDLog::removeAllLoggers();
+    const auto throwing = std::make_shared<RecordingLogger>("throwing");
+    throwing->onMessage = [](const DDLogMessage& message) { throw std::runtime_error(std::string(message.logMsg())); };
+    DDLog::addLogger(throwing);
+    const auto other = std::make_shared<RecordingLogger>("other");
+    if (!isOnly) DDLog::addLogger(other);
+    log(false, "first");
+    log(true, "second");
+    DDLog::flushLog();
+    EXPECT_EQ(other->count(), isOnly ? 0 : 2);
+  }
+  EXPECT_THAT(fake.systemLog.lines, ElementsAre("DDLog: a logger or a formatter has thrown an exception: first"));
+}
+
+TEST_F(CoreRules, ABlockThatThrowsHoldsNobodyUp) {
+  DDLog::loggingQueue().sync([] { throw 1; });
+  bool hasRun = false;
+  DDLog::loggingQueue().sync([&] { hasRun = true; });
+  EXPECT_TRUE(hasRun);
+}
+
+TEST_F(CoreRules, AStatementLeavesTheCallersErrorAsItIs) {
+  const auto logger = std::make_shared<RecordingLogger>();
+  logger->onMessage = [](const DDLogMessage&) { errno = EIO; };
+  DDLog::addLogger(logger);
+  errno = ENOENT;
+  log(false, "text");
+  EXPECT_EQ(errno, ENOENT);
 }

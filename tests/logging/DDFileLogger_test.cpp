@@ -21,10 +21,14 @@ const std::string archived = "plamaiskre.log.archived";
 // Notes what the logger tells it.
 class NotingManager : public DDLogFileManagerDefault {
  public:
-  NotingManager() : DDLogFileManagerDefault(folder) {}
+  explicit NotingManager(platform::Platform& platform) : DDLogFileManagerDefault(platform, folder) {}
   void didArchiveLogFile(const std::string& path) override { notes.push_back("archived " + path); }
-  void didRollAndArchiveLogFile(const std::string& path) override { notes.push_back("rolled " + path); }
+  void didRollAndArchiveLogFile(const std::string& path) override {
+    notes.push_back("rolled " + path);
+    if (onRoll) onRoll();
+  }
   std::vector<std::string> notes;
+  std::function<void()> onRoll;
 };
 
 class Files : public testing::Test {
@@ -32,8 +36,8 @@ class Files : public testing::Test {
   platform::fake::FakeLogStorage& files() { return fake.logging.storage; }
 
   std::shared_ptr<DDFileLogger> start() {
-    manager = std::make_shared<NotingManager>();
-    auto made = std::make_shared<DDFileLogger>(manager);
+    manager = std::make_shared<NotingManager>(fake.platform);
+    auto made = std::make_shared<DDFileLogger>(fake.platform, manager);
     DDLog::addLogger(made);
     return made;
   }
@@ -51,6 +55,8 @@ class Files : public testing::Test {
     fake.clock.advance(Seconds(seconds));
     logger->loggerQueue()->sync([] {});
   }
+  // As if the moment had passed after which rolled files are on the medium.
+  void finishRolls() { logger->willEnd(); }
   std::string stamp() {
     return foundation::DateFormatter("yyyy/MM/dd HH:mm:ss:SSS").stringFromDate(fake.clock.now()) + "  ";
   }
@@ -158,6 +164,7 @@ TEST_F(Files, AFileIsRolledRightAfterTheWriteThatReachedItsSize) {
   log("");
   const auto path = files().paths().at(0);
   EXPECT_EQ(files().contents(path)->size(), 1048576);
+  finishRolls();
   EXPECT_THAT(manager->notes, ElementsAre("rolled " + path));
   EXPECT_TRUE(files().hasMark(path, archived));
   EXPECT_THAT(files().paths(), SizeIs(1));
@@ -169,6 +176,7 @@ TEST_F(Files, ASmallerMaximumRollsAtOnce) {
   log("some");
   logger->setMaximumFileSize(10);
   EXPECT_EQ(logger->maximumFileSize(), 10);
+  finishRolls();
   EXPECT_THAT(manager->notes, SizeIs(1));
 }
 
@@ -177,6 +185,7 @@ TEST_F(Files, AFileIsRolledAtItsAge) {
   pass(86399);
   EXPECT_THAT(manager->notes, IsEmpty());
   pass(1);
+  finishRolls();
   EXPECT_THAT(manager->notes, SizeIs(1));
   log("new");
   EXPECT_THAT(files().paths(), SizeIs(2));
@@ -191,6 +200,7 @@ TEST_F(Files, AClockThatIsSetBackPutsTheRollOffAndForwardDoesNot) {
   EXPECT_THAT(files().paths(), SizeIs(1));
   fake.clock.advanceWallClock(Seconds(40000));
   pass(3600);
+  finishRolls();
   EXPECT_THAT(manager->notes, SizeIs(1));
 }
 
@@ -199,6 +209,7 @@ TEST_F(Files, AShorterFrequencyRollsAtOnce) {
   pass(100);
   logger->setRollingFrequency(100);
   EXPECT_EQ(logger->rollingFrequency(), 100);
+  finishRolls();
   EXPECT_THAT(manager->notes, SizeIs(1));
 }
 
@@ -207,7 +218,44 @@ TEST_F(Files, RollingOnRequestEndsTheFileBetweenTwoRecords) {
   logger->rollLogFile();
   log("two");
   EXPECT_THAT(files().paths(), SizeIs(2));
+  finishRolls();
   EXPECT_THAT(manager->notes, SizeIs(1));
+}
+
+TEST_F(Files, ARollSynchronisesThenMarksThenTellsTheManager) {
+  log("one");
+  const auto path = files().paths().at(0);
+  logger->rollLogFile();
+  DDLog::flushLog();
+  EXPECT_FALSE(files().hasMark(path, archived));
+  EXPECT_THAT(manager->notes, IsEmpty());
+  manager->onRoll = [&] {
+    const auto events = files().events();
+    manager->notes.insert(manager->notes.begin(), events.begin(), events.end());
+  };
+  finishRolls();
+  EXPECT_THAT(manager->notes, ElementsAre("synchronised " + path, "marked " + path, "rolled " + path));
+}
+
+TEST_F(Files, ARolledFileIsNotTakenForTheCurrentOneBeforeItsMarkIsThere) {
+  log("one");
+  logger->rollLogFile();
+  log("two");
+  EXPECT_THAT(files().paths(), SizeIs(2));
+  finishRolls();
+  EXPECT_THAT(manager->notes, SizeIs(1));
+}
+
+TEST_F(Files, AFileThatWasDeletedBeforeItsMarkIsNotMarkedAndTheManagerIsTold) {
+  log("one");
+  const auto path = files().paths().at(0);
+  logger->rollLogFile();
+  DDLog::flushLog();
+  files().unlink(path);
+  finishRolls();
+  EXPECT_THAT(files().events(), IsEmpty());
+  EXPECT_THAT(fake.systemLog.lines, IsEmpty());
+  EXPECT_THAT(manager->notes, ElementsAre("rolled " + path));
 }
 
 TEST_F(Files, RollsWithinOneInstantNeverDeleteTheFileInUse) {

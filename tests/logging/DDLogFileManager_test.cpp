@@ -32,7 +32,7 @@ class Manager : public testing::Test {
   }
 
   platform::fake::FakePlatform fake;
-  std::shared_ptr<DDLogFileManagerDefault> manager = std::make_shared<DDLogFileManagerDefault>(folder);
+  std::shared_ptr<DDLogFileManagerDefault> manager = std::make_shared<DDLogFileManagerDefault>(fake.platform, folder);
 };
 
 }  // namespace
@@ -40,11 +40,11 @@ class Manager : public testing::Test {
 TEST_F(Manager, TheDefaultFolderIsInTheUsersLibrary) {
   using platform::SearchPathDirectory;
   fake.files.searchPaths[{SearchPathDirectory::library, platform::NSUserDomainMask}] = {"/home/me/Library"};
-  EXPECT_EQ(DDLogFileManagerDefault().logsDirectory(), "/home/me/Library/Logs/Installer");
+  EXPECT_EQ(DDLogFileManagerDefault(fake.platform).logsDirectory(), "/home/me/Library/Logs/Installer");
 }
 
 TEST_F(Manager, WithoutALibraryTheTemporaryFolderServes) {
-  EXPECT_EQ(DDLogFileManagerDefault().logsDirectory(), "/tmp/Logs/Installer");
+  EXPECT_EQ(DDLogFileManagerDefault(fake.platform).logsDirectory(), "/tmp/Logs/Installer");
 }
 
 TEST_F(Manager, TheFolderIsMadeWheneverItIsAskedForAndMissing) {
@@ -156,7 +156,7 @@ TEST_F(Manager, ANewFileIsEmptyAndPrunes) {
 
 TEST_F(Manager, AFilesFactsAreReadOnceAndTheSizeOfAnEmptyOneEveryTime) {
   files().addFile("/logs/log-AAAAAA.txt");
-  DDLogFileInfo info("/logs/log-AAAAAA.txt");
+  DDLogFileInfo info(fake.platform, "/logs/log-AAAAAA.txt");
   EXPECT_EQ(info.fileSize(), 0);
   EXPECT_EQ(info.fileAttributes()->size, 0);
   files().addFile("/logs/log-AAAAAA.txt", "four");
@@ -171,17 +171,17 @@ TEST_F(Manager, AFilesFactsAreReadOnceAndTheSizeOfAnEmptyOneEveryTime) {
 
 TEST_F(Manager, AFilesAgeCountsFromItsCreation) {
   addFile("log-AAAAAA.txt", 50);
-  DDLogFileInfo info("/logs/log-AAAAAA.txt");
+  DDLogFileInfo info(fake.platform, "/logs/log-AAAAAA.txt");
   EXPECT_EQ(info.age(), Seconds(50));
   fake.clock.advance(Seconds(5));
   EXPECT_EQ(info.age(), Seconds(55));
   EXPECT_EQ(info.creationDate(), info.modificationDate());
-  EXPECT_EQ(DDLogFileInfo("/logs/none").fileAttributes(), std::nullopt);
+  EXPECT_EQ(DDLogFileInfo(fake.platform, "/logs/none").fileAttributes(), std::nullopt);
 }
 
 TEST_F(Manager, TheArchivedMarkComesAndGoes) {
   addFile("log-AAAAAA.txt", 1, false);
-  DDLogFileInfo info("/logs/log-AAAAAA.txt");
+  DDLogFileInfo info(fake.platform, "/logs/log-AAAAAA.txt");
   EXPECT_FALSE(info.isArchived());
   info.setIsArchived(true);
   EXPECT_TRUE(info.isArchived());
@@ -194,7 +194,7 @@ TEST_F(Manager, TheArchivedMarkComesAndGoes) {
 TEST_F(Manager, AMarkThatCannotBeSetOrRemovedIsReported) {
   addFile("log-AAAAAA.txt", 1, false);
   files().markError = EIO;
-  DDLogFileInfo info("/logs/log-AAAAAA.txt");
+  DDLogFileInfo info(fake.platform, "/logs/log-AAAAAA.txt");
   info.setIsArchived(true);
   info.setIsArchived(false);
   EXPECT_THAT(fake.systemLog.lines,
@@ -204,7 +204,7 @@ TEST_F(Manager, AMarkThatCannotBeSetOrRemovedIsReported) {
 
 TEST_F(Manager, RenamingMovesTheFileAndForgetsItsFactsButNotItsSize) {
   addFile("log-AAAAAA.txt", 1);
-  DDLogFileInfo info("/logs/log-AAAAAA.txt");
+  DDLogFileInfo info(fake.platform, "/logs/log-AAAAAA.txt");
   EXPECT_EQ(info.fileSize(), 1);
   info.renameFile("log-BBBBBB.old");
   EXPECT_EQ(info.filePath(), "/logs/log-BBBBBB.old");
@@ -216,7 +216,7 @@ TEST_F(Manager, RenamingMovesTheFileAndForgetsItsFactsButNotItsSize) {
 
 TEST_F(Manager, RenamingToTheSameNameDoesNothing) {
   files().moveError = EIO;
-  DDLogFileInfo info("/logs/log-AAAAAA.txt");
+  DDLogFileInfo info(fake.platform, "/logs/log-AAAAAA.txt");
   info.renameFile("log-AAAAAA.txt");
   EXPECT_THAT(fake.systemLog.lines, IsEmpty());
 }
@@ -224,7 +224,7 @@ TEST_F(Manager, RenamingToTheSameNameDoesNothing) {
 TEST_F(Manager, AFailedRenamingIsReportedAndTheInfoTakesTheNewNameAllTheSame) {
   addFile("log-AAAAAA.txt", 1);
   files().moveError = EIO;
-  DDLogFileInfo info("/logs/log-AAAAAA.txt");
+  DDLogFileInfo info(fake.platform, "/logs/log-AAAAAA.txt");
   info.renameFile("other");
   EXPECT_EQ(info.filePath(), "/logs/other");
   EXPECT_THAT(fake.systemLog.lines, ElementsAre("DDLogFileInfo: Error renaming file (log-AAAAAA.txt): The file stays"));
@@ -233,9 +233,9 @@ TEST_F(Manager, AFailedRenamingIsReportedAndTheInfoTakesTheNewNameAllTheSame) {
 TEST_F(Manager, FilesAreEqualByPathAndOrderedByDateLatestFirst) {
   addFile("log-AAAAAA.txt", 10);
   addFile("log-BBBBBB.txt", 20);
-  DDLogFileInfo newer("/logs/log-AAAAAA.txt");
-  DDLogFileInfo older("/logs/log-BBBBBB.txt");
-  EXPECT_TRUE(newer == DDLogFileInfo("/logs/log-AAAAAA.txt"));
+  DDLogFileInfo newer(fake.platform, "/logs/log-AAAAAA.txt");
+  DDLogFileInfo older(fake.platform, "/logs/log-BBBBBB.txt");
+  EXPECT_TRUE(newer == DDLogFileInfo(fake.platform, "/logs/log-AAAAAA.txt"));
   EXPECT_FALSE(newer == older);
   EXPECT_LT(newer.reverseCompareByCreationDate(older), 0);
   EXPECT_GT(older.reverseCompareByCreationDate(newer), 0);
@@ -246,7 +246,7 @@ TEST_F(Manager, FilesAreEqualByPathAndOrderedByDateLatestFirst) {
 TEST_F(Manager, AFilesDescriptionNamesItsFactsInOrder) {
   addFile("log-AAAAAA.txt", 1);
   EXPECT_THAT(
-      DDLogFileInfo("/logs/log-AAAAAA.txt").description(),
+      DDLogFileInfo(fake.platform, "/logs/log-AAAAAA.txt").description(),
       MatchesRegex("\\{filePath = /logs/log-AAAAAA.txt; fileName = log-AAAAAA.txt; fileAttributes = .*; creationDate = "
                    ".*; modificationDate = .*; fileSize = 1; age = 1.000; isArchived = YES\\}"));
 }

@@ -71,7 +71,7 @@ TEST(FileSystems, WithoutExtendedAttributesTheMarkSurvivesRestartsAndFollowsTheF
     }
     fs::rename(path, logs + "/log-ABCDEF.txt");
     RealLog log(uniqueName(), logs);
-    DDLogFileInfo info(logs + "/log-ABCDEF.txt");
+    DDLogFileInfo info(log.fake.platform, logs + "/log-ABCDEF.txt");
     const bool isMarked = info.isArchived();
     RealLog::log(false, "two");
     const bool isAnother = log.manager->sortedLogFilePaths().size() == 2;

@@ -88,10 +88,11 @@ TEST_F(Faults, TheArchivedMarkIsAnExtendedAttributeThatFollowsTheFile) {
   RealLog::log(false, "one");
   log.logger->rollLogFile();
   DDLog::flushLog();
+  log.logger->willEnd();
   const std::string path = currentFile();
-  EXPECT_TRUE(DDLogFileInfo(path).isArchived());
+  EXPECT_TRUE(DDLogFileInfo(log.fake.platform, path).isArchived());
   fs::rename(path, path + ".renamed");
-  EXPECT_TRUE(DDLogFileInfo(path + ".renamed").isArchived());
+  EXPECT_TRUE(DDLogFileInfo(log.fake.platform, path + ".renamed").isArchived());
   EXPECT_FALSE(fs::exists(path));
 }
 

@@ -15,7 +15,7 @@ class ManagerOrder : public testing::Test {
   foundation::Date dateIn(double seconds) { return foundation::dateByAdding(fake.clock.now(), Seconds(seconds)); }
 
   platform::fake::FakePlatform fake;
-  std::shared_ptr<DDLogFileManagerDefault> manager = std::make_shared<DDLogFileManagerDefault>("/logs");
+  std::shared_ptr<DDLogFileManagerDefault> manager = std::make_shared<DDLogFileManagerDefault>(fake.platform, "/logs");
 };
 
 }  // namespace
@@ -36,8 +36,8 @@ TEST_F(ManagerOrder, TheOrderByModificationIsAnotherThanTheOneByCreation) {
   files().addFile("/logs/log-BBBBBB.txt", "x", dateIn(-10));
   int error = 0;
   files().openFile("/logs/log-AAAAAA.txt")->append("y", error);
-  DDLogFileInfo first("/logs/log-AAAAAA.txt");
-  DDLogFileInfo second("/logs/log-BBBBBB.txt");
+  DDLogFileInfo first(fake.platform, "/logs/log-AAAAAA.txt");
+  DDLogFileInfo second(fake.platform, "/logs/log-BBBBBB.txt");
   EXPECT_GT(first.reverseCompareByCreationDate(second), 0);
   EXPECT_LT(first.reverseCompareByModificationDate(second), 0);
   EXPECT_GT(second.reverseCompareByModificationDate(first), 0);

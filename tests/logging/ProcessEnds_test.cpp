@@ -213,3 +213,57 @@ TEST(ProcessEnds, ARecordThatTheFileLoggerDroppedOrHadWrittenIsNotBroughtBack) {
     EXPECT_THAT(messagesIn(folder.path()), SizeIs(last == tooLong ? 1 : 0));
   }
 }
+
+// Loggers that log themselves while the process ends.
+
+namespace {
+
+// Logs once in one of its moments.
+class Chatty : public DDAbstractLogger {
+ public:
+  enum class Moment { record, flush, removal };
+  explicit Chatty(Moment moment) : DDAbstractLogger("chatty"), _moment(moment) {}
+  void logMessage(const DDLogMessage& /*message*/) override { speakAt(Moment::record); }
+  void flush() override { speakAt(Moment::flush); }
+  void willRemoveLogger() override { speakAt(Moment::removal); }
+
+ private:
+  void speakAt(Moment moment) {
+    if (moment == _moment && !std::exchange(_hasSpoken, true)) RealLog::log(true, "by the way");
+  }
+
+  const Moment _moment;
+  bool _hasSpoken = false;
+};
+
+// The messages on file of a process that ends by exit with such a logger.
+std::vector<std::string> messagesWithLoggerThatLogsAt(Chatty::Moment moment) {
+  const tests::TemporaryFolder folder;
+  const int status = statusOfProcess([&] {
+    new RealLog(uniqueName(), folder.path());
+    const auto chatty = std::make_shared<Chatty>(moment);
+    DDLog::addLogger(chatty);
+    DDLog::loggingQueue().sync([] {});
+    if (moment == Chatty::Moment::removal) DDLog::removeLogger(chatty);
+    saysFarewell = moment == Chatty::Moment::record;
+    std::exit(0);
+  });
+  EXPECT_EQ(status, 0);
+  return messagesIn(folder.path());
+}
+
+}  // namespace
+
+TEST(ProcessEnds, ALoggerMayLogWhileItHasTheRecordOfAStaticObject) {
+  const auto messages = messagesWithLoggerThatLogsAt(Chatty::Moment::record);
+  EXPECT_EQ(std::ranges::count(messages, "farewell"), 20);
+  EXPECT_EQ(std::ranges::count(messages, "by the way"), 1);
+}
+
+TEST(ProcessEnds, ALoggerMayLogWhileItFlushes) {
+  EXPECT_THAT(messagesWithLoggerThatLogsAt(Chatty::Moment::flush), testing::ElementsAre("by the way"));
+}
+
+TEST(ProcessEnds, ALoggerMayLogWhileItIsRemoved) {
+  EXPECT_THAT(messagesWithLoggerThatLogsAt(Chatty::Moment::removal), testing::ElementsAre("by the way"));
+}

@@ -45,10 +45,10 @@ class RealLog {
         _memories(memoryFolder(directory)) {
     fake.clock.stepAside();
     fake.platform.loggingHost = &_host;
-    manager = std::make_shared<DDLogFileManagerDefault>(directory);
+    manager = std::make_shared<DDLogFileManagerDefault>(fake.platform, directory);
     // A fast machine fills several files before a test is over; none of them may be pruned.
     manager->setMaximumNumberOfLogFiles(100000);
-    logger = std::make_shared<DDFileLogger>(manager);
+    logger = std::make_shared<DDFileLogger>(fake.platform, manager);
     DDLog::addLogger(logger);
     // The logger's first duty is what a former process left.
     DDLog::flushLog();

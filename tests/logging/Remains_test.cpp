@@ -52,8 +52,8 @@ class Remains : public testing::Test {
     start();
   }
   void start() {
-    manager = std::make_shared<DDLogFileManagerDefault>(folder);
-    logger = std::make_shared<DDFileLogger>(manager);
+    manager = std::make_shared<DDLogFileManagerDefault>(fake.platform, folder);
+    logger = std::make_shared<DDFileLogger>(fake.platform, manager);
     logger->setLogFormatter(nullptr);
     DDLog::addLogger(logger);
     DDLog::flushLog();

@@ -91,11 +91,24 @@ TEST_F(RollFaults, AFileThatMayNotBeWrittenTakesNothingUntilItMay) {
   EXPECT_EQ(status, 0);
 }
 
+TEST_F(RollFaults, AFileThatMayNoLongerBeLookedAtIsWrittenOn) {
+  const int status = asOrdinaryUser(folder, logs, [&] {
+    RealLog log(uniqueName(), logs);
+    RealLog::log(false, "one");
+    ::chmod(logs.c_str(), 0);
+    DDLog::flushLog();
+    RealLog::log(false, "two");
+    ::chmod(logs.c_str(), 0755);
+    return messagesIn(logs) == std::vector<std::string>{"one", "two"};
+  });
+  EXPECT_EQ(status, 0);
+}
+
 TEST_F(RollFaults, NamesThatOthersTookAreLeftToThem) {
   ContestedStorage storage;
   RealLog log(uniqueName(), logs, &storage);
   tests::writeFile(logs + "/log-000000.txt", "");
-  DDLogFileInfo(logs + "/log-000000.txt").setIsArchived(true);
+  DDLogFileInfo(log.fake.platform, logs + "/log-000000.txt").setIsArchived(true);
   RealLog::log(false, "ours");
   ASSERT_EQ(storage.tried.size(), 4);
   for (int i = 0; i < 3; ++i) EXPECT_EQ(tests::readFile(storage.tried[i]), "somebody else's\n");

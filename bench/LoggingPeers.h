@@ -1,5 +1,6 @@
 #pragma once
-// Who is measured by bench/logging.cpp: the framework, the usual libraries as far as they are there, and bare writes.
+// The loggers that bench/logging.cpp measures: the framework, the usual libraries as far as they are there, and bare
+// writes.
 #include <fcntl.h>
 #include <stdlib.h>
 #include <unistd.h>

@@ -22,8 +22,8 @@ class DDAbstractLogger : public DDLogger, public std::enable_shared_from_this<DD
   [[nodiscard]] std::optional<std::string> loggerName() const override { return _name; }
 
  protected:
-  // On the logger's queue, or on the logging queue while it waits for this logger. What is to be written of a record: its
-  // own text, or what the formatter makes of it; nothing when the formatter drops it.
+  // On the logger's queue, or on the logging queue while it waits for this logger. The text to write for a
+  // record: its own, or the formatter's result; nothing when the formatter drops it.
   std::optional<std::string_view> textOf(const DDLogMessage& message);
 
   // Runs `setting` on the logging queue, after all that was submitted before.

@@ -188,7 +188,7 @@ void DDFileLogger::maybeRollLogFileDueToAge() {
     scheduleTimerToRollLogFileDueToAge();
 }
 
-// What the file has not taken does not count: on a full disk nothing is rolled, and so nothing is pruned.
+// Lines that the file has not taken do not count: on a full disk nothing is rolled, and so nothing is pruned.
 void DDFileLogger::maybeRollLogFileDueToSize() {
   if (!_writer.isOpen() || _writer.offset() < _maximumFileSize) return;
   _writer.write();
@@ -219,7 +219,7 @@ void DDFileLogger::didFork() {
   _finisher.didFork();
 }
 
-// What a former process left.
+// The remains of former processes.
 
 void DDFileLogger::didAddLogger() {
   if (!_journal) return;

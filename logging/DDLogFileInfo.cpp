@@ -9,7 +9,7 @@ namespace {
 
 const std::string archivedAttribute = "plamaiskre.log.archived";
 
-// What the attribute calls of the operating system answer when they fail.
+// The result of a failed attribute call of the operating system.
 constexpr int failed = -1;
 
 int reverseCompare(std::optional<foundation::Date> one, std::optional<foundation::Date> other) {

@@ -8,7 +8,7 @@
 
 #include "logging/DDLogFileInfo.h"
 
-// What a file logger asks of its manager: on the logger's queue, or on the logging queue while that waits for the logger.
+// A file logger asks this of its manager, on the logger's queue, or on the logging queue while that waits for the logger.
 class DDLogFileManager {
  public:
   using Infos = std::vector<std::shared_ptr<DDLogFileInfo>>;

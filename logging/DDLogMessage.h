@@ -1,8 +1,8 @@
 #pragma once
 // One log event. Immutable; any thread.
 //
-// What a logger is given borrows its text from the core for as long as the call lasts. A copy owns its text, so a logger
-// that keeps a record copies it.
+// The record that a logger receives borrows its text from the core for the duration of the call. A copy owns its text, so
+// a logger that keeps a record copies it.
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -63,7 +63,7 @@ class DDLogMessage {
     std::uint32_t thread = 0;
   };
 
-  // Borrows the texts. A label at nullptr is none.
+  // Borrows the texts. `label` may be nullptr: the record then has no label.
   DDLogMessage(const Facts& facts, std::string_view text, std::string_view label)
       : _facts(facts), _text(text), _label(label) {}
   void own(std::string_view text, std::string_view label);

@@ -1,5 +1,5 @@
 #pragma once
-// What the core asks of a logger and a logger of its formatter.
+// The interfaces of a logger, which the core calls, and of its formatter.
 #include <cstddef>
 #include <memory>
 #include <optional>

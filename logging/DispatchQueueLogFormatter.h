@@ -17,7 +17,7 @@ class DispatchQueueLogFormatter : public DDLogFormatter {
   // Whether names are filled up and cut off on the left instead of the right.
   bool rightAlign();
   void setRightAlign(bool rightAlign);
-  // What is shown instead of a label; nothing removes it.
+  // The text shown instead of a label; nullopt removes it.
   std::optional<std::string> replacementStringForQueueLabel(std::string_view label);
   void setReplacementString_forQueueLabel(std::optional<std::string> name, std::string_view label);
 

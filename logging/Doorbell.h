@@ -37,7 +37,7 @@ class Doorbell {
     _isAsleep.store(true, std::memory_order_seq_cst);
     _calls.fetch_add(0, std::memory_order_acq_rel);
     if (_fencesForOthers) _process->fenceOtherThreads();
-    // Whoever put the work in may have taken the sleeper for awake.
+    // The caller that put the work in may have taken the sleeper for awake.
     if (hasWork() && _isAsleep.exchange(false)) return;
     _calls.wait(calls, std::memory_order_acquire);
   }

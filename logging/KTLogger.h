@@ -2,7 +2,7 @@
 // The one door through which the application logs.
 //
 // Any thread. A format uses %@ and its kin (foundation/text/Format.h); a literal one is checked against its arguments while
-// compiling, and none is applied when the level is silenced. What is logged goes to the system log; always, alerts, errors
+// compiling, and none is applied when the level is silenced. Every message goes to the system log; always, alerts, errors
 // and warnings also go to the log files in the user's Library/Logs/<process>, seven files besides the one in use, a new one
 // every day or every 1,048,576 bytes. Errors and what is graver are on file when the call returns.
 #include <atomic>
@@ -70,7 +70,7 @@ class KTLogger {
     return threshold < std::int64_t{static_cast<std::uint32_t>(level)};
   }
 
-  // Not owned; nullptr when none is attached. Whoever attaches one keeps it alive and takes it away again.
+  // Not owned; nullptr when none is attached. The client that attaches one keeps it alive and takes it away again.
   [[nodiscard]] KTAdditionalLoggerProtocol* additionalLogger() const { return _additionalLogger.load(); }
   void setAdditionalLogger(KTAdditionalLoggerProtocol* logger) { _additionalLogger.store(logger); }
 

@@ -16,7 +16,7 @@ std::atomic<LogCore*> theCore{nullptr};
 // The core whose drain the calling thread holds.
 thread_local const LogCore* heldDrain = nullptr;
 
-// What a logger has put aside is handed on at this age.
+// Lines that a logger has put aside are handed on at this age.
 constexpr std::chrono::microseconds writeAge{200};
 // The age is looked at after this many records while a single logger is busy.
 constexpr std::uint64_t recordsBetweenLooks = 32;
@@ -348,7 +348,7 @@ void LogCore::endFork() {
 }
 
 void LogCore::beginChild() {
-  // What waits is the parent's, and so are the threads, which cannot be joined here.
+  // The waiting records are the parent's, and so are the threads, which cannot be joined here.
   std::construct_at(&_watch);
   if (_headAtFork) {
     // Which is still being read where it is; the child's own records go elsewhere.
@@ -365,7 +365,7 @@ void LogCore::beginChild() {
   _lastSeen = _settledAt = 0;
   _bell.didFork();
   _delivery.didFork();
-  // Whoever held the drain, only this thread is left to drop it; a logger that forked is not inside anything here.
+  // Only this thread is left to drop the drain, whichever held it; a logger that forked is not inside anything here.
   heldDrain = this;
   _forkedInside = false;
   endFork();

@@ -1,9 +1,13 @@
 #pragma once
 // The loggers, and how one record reaches all of them.
 //
-// The thread that drains runs each logger's part itself, in order, as the current block of that logger's queue. When one
-// part takes longer than about a millisecond, an onlooker starts the rest elsewhere: loggers that wait for each other still
-// finish. With one processor nobody looks on, and loggers run strictly one after the other.
+// The idea. Every logger has a queue of its own, and two loggers may wait for each other, so each record must be able to be
+// with all of them at once. But handing a record to another thread costs more than most loggers need for it. So the thread
+// that drains pretends: it runs each logger's part itself, in order, as the current block of that logger's queue. That is
+// right as long as no part waits for a later one. A second thread, the onlooker, checks that: when one part takes longer
+// than about a millisecond, it starts the parts that have not begun on threads of their own. Both threads move the same
+// counter on by compare-and-swap, so each part is started exactly once. With one processor there is no onlooker, and
+// loggers run strictly one after the other.
 //
 // Everything runs on the logging queue, except for the onlooker's thread, which comes with the second logger.
 #include <atomic>
@@ -30,8 +34,8 @@ class LogDelivery {
 
   // Appends; tells the logger on its queue.
   void add(std::shared_ptr<DDLogger> logger);
-  // The first entry of this very logger; nothing when there is none. What the logger put aside is handed on at once; it is
-  // told on its queue.
+  // The first entry of this very logger; nothing when there is none. Lines that the logger put aside are handed on at once;
+  // it is told on its queue.
   void remove(const std::shared_ptr<DDLogger>& logger);
   void removeAll();
   // Returns when the loggers that were removed have been told, and those that nobody else had are gone.
@@ -89,7 +93,7 @@ class LogDelivery {
 
  private:
   // Where the delivery of the current record stands: its number, how many loggers there are, and how many have begun. 0
-  // when there is none. Whoever moves it on by compare-and-swap may run what it passes.
+  // when there is none. The thread that moves it on by compare-and-swap runs the logger it passes.
   using Progress = std::uint64_t;
   static constexpr Progress indexBits = 12;
   static constexpr Progress indexMask = (Progress{1} << indexBits) - 1;

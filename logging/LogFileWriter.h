@@ -20,7 +20,7 @@ class LogFileWriter {
   // Writes to `file` at `path` from now on.
   void open(std::unique_ptr<platform::LogFile> file, const std::string& path);
   [[nodiscard]] bool isOpen() const { return _file != nullptr; }
-  // What could not be written is kept for the next file. The file is given back, for its last rites.
+  // Lines that could not be written are kept for the next file. Gives the file back.
   std::unique_ptr<platform::LogFile> close();
 
   // Around the lines of the record that is being delivered: when it ends it needs no recovery, whether or not it gave a

@@ -1,5 +1,5 @@
 #pragma once
-// What outlives the process: the waiting records, and the lines that a file logger has put aside but not written.
+// The data that outlives the process: the waiting records, and the lines that a file logger has put aside.
 //
 // Both lie in a memory that the system keeps when the process dies at any instruction. The next process of the same name
 // takes it over and brings what is missing into its own log file. Where the system has no such memory, plain memory serves.
@@ -38,7 +38,7 @@ struct LogMemory {
   LogLines lines;
 };
 
-// What a process left behind.
+// The remains of one process.
 struct LogRemains {
   std::string path;  // of the file that `lines` were for
   std::uint64_t fileSize = 0;
@@ -65,7 +65,7 @@ class LogJournal {
   // The lines that outlive the process go to the first file logger that asks, and come back with it; nullptr for others.
   LogLines* claimLines();
   void returnLines() { _areLinesClaimed.store(false); }
-  // What former processes left; once, and then it is the caller's to bring to file. Together with `claimLines`.
+  // The remains of former processes, given once; the caller brings them to file. Together with `claimLines`.
   std::vector<LogRemains> takeRemains();
 
   // nullptr when there is none.

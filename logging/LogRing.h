@@ -41,16 +41,16 @@ struct alignas(64) LogSlot {
   static constexpr std::size_t inlineCapacity = size - 64;
   static constexpr std::int16_t noLabel = -1;
 
-  // A label at nullptr is none.
+  // `label` may be nullptr: the record then has no label.
   void fill(const DDLogMessage::Facts& facts, std::string_view text, std::string_view label, bool isSynchronous,
             LogTexts& texts);
   // Borrows from the slot.
   [[nodiscard]] DDLogMessage message() const;
   void releaseSpilledText(LogTexts& texts);
-  // What is left of the record after the process that wrote it died, with that process's `texts`: the text, or its
+  // The rest of the record after the process that wrote it died, with that process's `texts`: the text, or its
   // beginning when it was on the heap, and no places.
   [[nodiscard]] DDLogMessage survivingRecord(const LogTexts& texts) const;
-  // So many bytes of the slot are in use.
+  // The number of bytes of the slot that are in use.
   [[nodiscard]] std::size_t filledBytes() const;
   // The texts that are in LogTexts; empty when they are not there.
   [[nodiscard]] std::span<char> textInBlocks() const;
@@ -81,7 +81,7 @@ struct alignas(64) LogSlot {
 static_assert(sizeof(LogSlot) == LogSlot::size);
 static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
 
-// What of a ring outlives the process. Memory that is all zero is an empty one.
+// The part of a ring that outlives the process. Memory that is all zero is an empty one.
 struct LogRingMemory {
   static constexpr std::uint64_t capacity = 1000;
 
@@ -93,9 +93,15 @@ struct LogRingMemory {
 
 // The records that wait, in the order of their tickets.
 //
-// To fetch what another processor has written can cost as much as to make a whole record. So nobody writes into a slot to
-// say that it is free: producers know it from the head, and look at the head only when they have used up what was free at
-// their last look.
+// The idea. A lock that every producer takes makes four producers slower than one. Here a producer adds one to the tail,
+// and the old value is its ticket: its place in the order, and, modulo the capacity, its slot. It fills the slot while
+// nobody else touches it, and publishes it by writing the ticket plus one into the slot's sequence. The one consumer takes
+// the slots in the order of the tickets, so it waits for a slot that is taken but not yet published, and then moves the
+// head on. A producer may fill its slot once the head is less than a whole ring behind its ticket.
+//
+// Fetching a line that another processor has written can cost as much as making a whole record. So nobody writes into a
+// slot to say that it is free: producers know it from the head, and read the head only when they have used up the slots
+// that were free at their last look.
 class LogRing {
  public:
   static constexpr std::uint64_t capacity = LogRingMemory::capacity;

@@ -1,5 +1,5 @@
 #pragma once
-// What a calling site includes to log through the core with its own level:
+// A calling site that logs through the core with a level of its own:
 //
 //   DDLogSite site{DDLogFlagError | DDLogFlagWarning};
 //   site.error("%@ has %d parts", name, count);

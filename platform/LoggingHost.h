@@ -1,5 +1,5 @@
 #pragma once
-// What logging asks of the operating system: log files, facts of the process, the terminal and the graded system log.
+// The needs of logging from the operating system: log files, facts of the process, the terminal and the graded system log.
 //
 // Any thread, except for a LogFile, which one thread uses at a time. Paths are absolute. Errors are the operating system's
 // own numbers; 0 means none.

@@ -1,5 +1,5 @@
 #pragma once
-// What has to be put in order when the process forks: a child has one thread, and the locks as they were.
+// Puts things in order when the process forks: a child has one thread, and its locks are as they were in the parent.
 //
 // The platform's own layer connects `prepare`, `parent` and `child` below with the operating system; where it does not, a
 // fork needs none of this or does not exist.
@@ -8,8 +8,8 @@
 
 namespace foundation::Fork {
 
-// What a handler holds while the process forks. They prepare in this order, and go on in the opposite one: whoever waits
-// for other threads does so while these can still get whatever they need.
+// The kind of a handler, by the things it holds while the process forks. Handlers prepare in this order and go on in the
+// opposite one: those that wait for other threads do so while these can still get all they need.
 enum class Stage {
   work,     // waits until other threads have done something
   threads,  // keeps threads from beginning anything

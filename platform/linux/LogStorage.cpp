@@ -171,7 +171,7 @@ std::unique_ptr<LogFile> LogStorage::openFile(const std::string& path) {
   Descriptor file(::open(path.c_str(), O_RDWR | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
   struct stat status {};
   if (!file || !lockShared(file.get()) || ::fstat(file.get(), &status) != 0) return nullptr;
-  // It may have been removed before the lock was ours; and a pipe is no log file.
+  // It may have been removed before the lock was ours; and a pipe cannot be a log file.
   if (status.st_nlink == 0 || !S_ISREG(status.st_mode)) return nullptr;
   return std::make_unique<OpenLogFile>(std::move(file), status);
 }

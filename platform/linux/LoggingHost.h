@@ -1,5 +1,5 @@
 #pragma once
-// What logging needs of Linux, in one object. Any thread.
+// The Linux side of logging, in one object. Any thread.
 #include "platform/LoggingHost.h"
 #include "platform/linux/LogStorage.h"
 #include "platform/linux/SurvivingMemories.h"

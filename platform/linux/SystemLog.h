@@ -16,7 +16,7 @@ class SystemLog final : public platform::SystemLog {
   SystemLog& operator=(const SystemLog&) = delete;
 
   // Writes one line, whatever `line` holds: control characters and bytes that are not UTF-8 are written as "\xHH". A
-  // standard error that nobody reads any more is no error.
+  // standard error that nobody reads any more does no harm.
   void log(std::string_view line) override;
 
  private:

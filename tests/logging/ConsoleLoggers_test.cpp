@@ -83,7 +83,7 @@ TEST_F(Terminal, ALineFeedFollowsEvenALineFeed) {
   EXPECT_EQ(fake.logging.standardError.text(), prefix() + "line\n\n");
 }
 
-TEST_F(Terminal, WhatAFormatterMadeStandsAlone) {
+TEST_F(Terminal, AFormattersTextStandsAlone) {
   add(std::make_shared<Bracketing>());
   log("the text");
   EXPECT_THAT(fake.logging.standardError.writes(), ElementsAre(ElementsAre("<the text>", "\n")));

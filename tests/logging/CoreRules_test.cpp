@@ -157,7 +157,7 @@ TEST_F(CoreRules, ASettingTakesEffectBetweenTheRecordsAroundIt) {
   EXPECT_THAT(logger->lines, ElementsAre("old before", "new after"));
 }
 
-TEST_F(CoreRules, WhatIsSubmittedToAnOnlyLoggersQueueKeepsItsPlaceAmongTheRecords) {
+TEST_F(CoreRules, ABlockOnAnOnlyLoggersQueueKeepsItsPlaceAmongTheRecords) {
   const auto logger = std::make_shared<RecordingLogger>();
   std::vector<std::string> happened;
   const auto submit = [&](const std::string& what) {
@@ -306,7 +306,7 @@ TEST_F(CoreRules, RecordsOfManyThreadsReachEveryLoggerInTheSameOrder) {
   EXPECT_EQ(one->texts(), other->texts());
 }
 
-TEST_F(CoreRules, WhatWasPutAsideIsWrittenSoonHoweverManyRecordsFollow) {
+TEST_F(CoreRules, LinesPutAsideAreWrittenSoonHoweverManyRecordsFollow) {
   class Busy : public DDAbstractLogger {
    public:
     Busy() : DDAbstractLogger("busy") {}

@@ -116,7 +116,7 @@ TEST_F(Core, TheThousandAndFirstWaitingRecordBlocksItsCallerUntilOneIsDelivered)
   EXPECT_EQ(logger->count(), 1001);
 }
 
-TEST_F(Core, WhatIsSubmittedToTheLoggingQueueDoesNotWaitForRoom) {
+TEST_F(Core, ABlockOnTheLoggingQueueDoesNotWaitForRoom) {
   Gate gate;
   auto logger = std::make_shared<RecordingLogger>();
   logger->onMessage = [&](const DDLogMessage&) { gate.pass(); };

@@ -218,7 +218,7 @@ TEST_P(AForkInsideALogger, DoesNotWaitForTheRecordItHas) {
     status = statusOf(child);
     isForked.release();
   });
-  // Whoever delivers the record does not exist in the child, and others use the memory of his stack.
+  // The thread that delivers the record does not exist in the child, where others use the memory of its stack.
   std::thread([&] {
     logWithAFork();
     DDLog::flushLog();

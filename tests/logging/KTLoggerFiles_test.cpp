@@ -1,4 +1,4 @@
-// What the facade puts into the log files, and how it lists them.
+// The records of the facade in the log files, and its list of the files.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -45,7 +45,7 @@ int statusOfProcess(const std::function<void()>& work) {
 
 }  // namespace
 
-TEST(ProcessEnds, WhatAStaticObjectLogsAsynchronouslyIsOnFile) {
+TEST(ProcessEnds, AnAsynchronousRecordOfAStaticObjectIsOnFile) {
   const tests::TemporaryFolder folder;
   const int status = statusOfProcess([&] {
     // Never destroyed, as an object of `main` is not when somebody calls exit.
@@ -128,7 +128,7 @@ TEST(ProcessEnds, ALoggerThatIsRemovedRightBeforeIsToldAndGone) {
   EXPECT_THAT(messagesIn(folder.path()), SizeIs(1));
 }
 
-TEST(ProcessEnds, WhatALoggerGotBeforeItsRemovalIsOnFileAfterAFlush) {
+TEST(ProcessEnds, RecordsOfALoggerBeforeItsRemovalAreOnFileAfterAFlush) {
   const tests::TemporaryFolder folder;
   const RealLog log(uniqueName(), folder.path());
   for (int i = 0; i < 50; ++i) RealLog::log(true, "one");

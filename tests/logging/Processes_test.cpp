@@ -234,7 +234,7 @@ TEST(Processes, AForkedChildWritesItsOwnRecordsOnceAndNoneOfItsParents) {
 
 namespace {
 
-// What the parent had logged before, and whether its memory could outlive it.
+// The number of records that the parent had logged before, and whether its memory could outlive it.
 struct Before {
   int records;
   bool survives;

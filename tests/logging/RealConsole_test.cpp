@@ -1,4 +1,4 @@
-// The terminal logger on a real terminal, and on a standard error that is none.
+// The terminal logger on a real terminal, and on a standard error that goes elsewhere.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -51,7 +51,7 @@ class PseudoTerminal {
 
 class RealConsole : public testing::Test {
  protected:
-  // What standard error at `descriptor` receives.
+  // The bytes that standard error at `descriptor` receives.
   void logTo(int descriptor, std::string_view text) {
     platform::Linux::Terminal terminal(descriptor);
     platform::LoggingHost host{fake.logging.storage, linux.process, terminal, fake.logging.leveledSystemLog,
@@ -82,7 +82,7 @@ TEST_F(RealConsole, ALineIsShownWithTimeNameNumbersAndText) {
   }).join();
 }
 
-TEST_F(RealConsole, AFileIsNoTerminalAndGetsNothing) {
+TEST_F(RealConsole, AFileIsNotATerminalAndGetsNothing) {
   const tests::TemporaryFolder folder;
   const Descriptor file(::open(folder.path("err").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
   logTo(file.get(), "text");

@@ -1,4 +1,4 @@
-// What a killed process left behind, in whichever state, and how the next one brings it to file.
+// The remains of a killed process, in whichever state, and how the next one brings them to file.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

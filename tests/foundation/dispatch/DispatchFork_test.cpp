@@ -50,7 +50,7 @@ TEST(DispatchFork, AChildRunsItsOwnBlocks) {
             0);
 }
 
-TEST(DispatchFork, WhatWasSubmittedInTheParentRunsThereAndOnce) {
+TEST(DispatchFork, BlocksOfTheParentRunThereAndOnce) {
   tests::SharedCount count;
   for (int i = 0; i < 50; ++i) {
     const auto queue = SerialQueue::make("parent");

@@ -141,7 +141,7 @@ TEST_F(Timers, FireOnceOrRepeatedly) {
   }
 }
 
-TEST_F(Timers, WhatFellDueWhileSuspendedHappensAtTheNextResume) {
+TEST_F(Timers, AFiringThatFellDueWhileSuspendedHappensAtTheNextResume) {
   const auto one = timer();
   one->set(start + std::chrono::seconds(1), Seconds(0));
   one->resume();

@@ -32,7 +32,7 @@ class Forks : public testing::Test {
 
 }  // namespace
 
-TEST_F(Forks, WhoWaitsForOthersPreparesBeforeWhoHoldsThemUp) {
+TEST_F(Forks, HandlersThatWaitForThreadsPrepareBeforeThoseThatHoldThreadsUp) {
   add("work", Stage::work);
   add("locks", Stage::locks);
   add("threads", Stage::threads);
@@ -50,7 +50,7 @@ TEST_F(Forks, WithinAStageTheLastPreparesFirst) {
   EXPECT_THAT(notes, ElementsAre("two prepares", "one prepares", "one goes on", "two goes on"));
 }
 
-TEST_F(Forks, WhatIsAddedWhileOthersPreparePreparesToo) {
+TEST_F(Forks, AHandlerThatIsAddedWhileOthersPreparePreparesToo) {
   added.push_back(foundation::Fork::addHandlers({.stage = Stage::work,
                                                  .prepare =
                                                      [this] {
@@ -86,7 +86,7 @@ TEST_F(Forks, HandlersThatHavePreparedAreNotRemovedBeforeTheyGoOn) {
   EXPECT_THAT(notes, ElementsAre("one prepares", "one goes on", "removed"));
 }
 
-TEST_F(Forks, WhoRemovesHandlersThatHavePreparedWaitsForThem) {
+TEST_F(Forks, RemovingHandlersThatHavePreparedWaitsForThem) {
   std::atomic<bool> isRemoving{false};
   std::atomic<bool> isRemoved{false};
   const auto handlers = foundation::Fork::addHandlers({.prepare = [] {},

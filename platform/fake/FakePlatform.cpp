@@ -168,8 +168,8 @@ int FakeShell::system(const std::string& commandLine) {
 
 void FakePlatform::enableDebugLogging() {
   bundles.main.info.insert_or_assign("KTBuildType", "development");
-  defaults.values.insert_or_assign("KTDebugEnabled", true);
-  defaults.values.insert_or_assign("KTLoggingLevel", 7);
+  defaults.setObject("KTDebugEnabled", true);
+  defaults.setObject("KTLoggingLevel", 7);
 }
 
 }  // namespace platform::fake

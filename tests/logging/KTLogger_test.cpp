@@ -91,7 +91,7 @@ TEST_F(Facade, AThresholdThatThisProcessStoresHoldsForTheNextStatement) {
 TEST_F(Facade, AThresholdThatAnotherProgramStoresIsNoticedAfterAThousandStatementsOrSo) {
   threshold(4);
   KTLogger::sharedLogger()->log_level_message("caller:", 7, "silenced");
-  threshold(7);
+  fake.defaults.values.insert_or_assign("KTLoggingLevel", 7);
   int silenced = 0;
   while (fake.systemLog.lines.empty() && ++silenced < 5000)
     KTLogger::sharedLogger()->log_level_message("caller:", 7, "shown");

@@ -12,6 +12,7 @@
 #include "foundation/text/Path.h"
 #include "platform/linux/Accounts.h"
 #include "platform/linux/Descriptor.h"
+#include "platform/linux/PrivateTemporaryFolder.h"
 #include "platform/linux/RemoveTree.h"
 #include "platform/linux/StandardFolders.h"
 #include "platform/linux/Volume.h"
@@ -168,10 +169,7 @@ std::optional<std::string> FileManager::contentsAtPath(const std::string& path) 
   return allOf(file.get());
 }
 
-std::string FileManager::temporaryDirectory() const {
-  const char* folder = std::getenv("TMPDIR");
-  return folder != nullptr && *folder == '/' && isFolder(folder) ? folder : "/tmp";
-}
+std::string FileManager::temporaryDirectory() const { return privateTemporaryFolder(); }
 
 std::string FileManager::unusedName(const std::string& nameTemplate) const {
   const auto start = nameTemplate.find_last_not_of('X') + 1;

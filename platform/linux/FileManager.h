@@ -21,7 +21,7 @@ class FileManager final : public platform::FileManager {
   bool removeItemAtPath(const std::string& path) override;
   [[nodiscard]] std::optional<std::string> contentsAtPath(const std::string& path) const override;
 
-  // TMPDIR where it names an existing folder absolutely, else "/tmp".
+  // A folder of this user's that nobody else can list or enter.
   [[nodiscard]] std::string temporaryDirectory() const override;
   [[nodiscard]] std::string unusedName(const std::string& nameTemplate) const override;
   [[nodiscard]] std::vector<std::string> searchPathForDirectories(SearchPathDirectory kind, SearchPathDomainMask domain,

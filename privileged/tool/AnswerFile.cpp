@@ -24,10 +24,19 @@ void judge(const struct stat& status, uid_t user) {
   if (status.st_uid != user) throw Failure("the result file belongs to someone else");
 }
 
+// The file is open to everybody, because root and the user write it in turn; so its folder must be closed to all others.
+void judgeFolder(int folder, uid_t user) {
+  const auto status = statusOf(folder);
+  if (status.st_uid != 0 && status.st_uid != user) throw Failure("the folder of the result file belongs to someone else");
+  constexpr mode_t changedOrEnteredByOthers = S_IWGRP | S_IXGRP | S_IWOTH | S_IXOTH;
+  if ((status.st_mode & changedOrEnteredByOthers) != 0) throw Failure("others can enter the folder of the result file");
+}
+
 }  // namespace
 
 AnswerFile::AnswerFile(const std::string& path, const PathWalk& walk) : _user(walk.user()) {
   const auto location = walk.locate(path);
+  judgeFolder(location.folder.get(), _user);
   // Looked at before it is opened: opening a device or a pipe may already do something.
   const FileDescriptor found(::openat(location.folder.get(), location.name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
   if (!found) failWithSystemError("cannot open the result file");

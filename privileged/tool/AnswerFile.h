@@ -11,7 +11,8 @@ namespace AssistantTool {
 
 class AnswerFile final : public Answer {
  public:
-  // Throws Failure unless `path` is an empty regular file, no link, with one name only, that belongs to the invoking user.
+  // Throws Failure unless `path` is an empty regular file, no link, with one name only, that belongs to the invoking user
+  // and lies in a folder which nobody but root and that user can enter or write.
   AnswerFile(const std::string& path, const PathWalk& walk);
 
   // Writes the whole answer. Throws Failure, also when the file has changed its nature meanwhile.

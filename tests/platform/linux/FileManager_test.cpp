@@ -366,13 +366,9 @@ TEST_F(UnusedName, IsEmptyWhenAllAreTaken) {
 
 TEST_F(UnusedName, IsEmptyWithoutAnX) { EXPECT_EQ(files.unusedName(folder.path("name")), ""); }
 
-TEST_F(StandardFolder, TheTemporaryFolderIsTMPDIRWhenThatIsAFolder) {
-  const ScopedEnvironment own("TMPDIR", folder.path());
-  EXPECT_EQ(files.temporaryDirectory(), folder.path());
-  const ScopedEnvironment missing("TMPDIR", folder.path("missing"));
-  EXPECT_EQ(files.temporaryDirectory(), "/tmp");
-  const ScopedEnvironment relative("TMPDIR", ".");
-  EXPECT_EQ(files.temporaryDirectory(), "/tmp");
+TEST_F(StandardFolder, TheTemporaryFolderIsPrivateToTheUser) {
+  const ScopedEnvironment own("XDG_RUNTIME_DIR", folder.path());
+  EXPECT_EQ(files.temporaryDirectory(), folder.path() + "/kelto");
 }
 
 TEST_F(StandardFolder, TheUsersLibraryIsInTheStateFolder) {

@@ -17,7 +17,7 @@ PROJECT = pathlib.Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(PROJECT / "demo"))
 import protocol  # noqa: E402
 from desktop import Desktop, end_on_signals, missing_programs, started_at, wait_for  # noqa: E402
-from road import Road  # noqa: E402
+from road import BROKER, Road, tools_of  # noqa: E402
 
 ROUNDS = 7
 # What the design prescribes between the start of the installer and that of the new controller: the second before quitting,
@@ -147,7 +147,7 @@ def is_broker(number, folder):
 def with_desktop(build, work, downloads="Downloads"):
     with tempfile.TemporaryDirectory(prefix="kelto-bench-") as folder:
         desktop = Desktop(folder)
-        desktop.add_service("com.kelto.Authorization1", [build / "bin/authorizationd", "--session"])
+        desktop.add_service(BROKER, [build / "bin/authorizationd", "--session", "--tools", tools_of(folder)])
         with desktop:
             return work(desktop, Road(desktop, build, downloads=downloads))
 

@@ -11,7 +11,7 @@ import time
 
 from desktop import (LIBC, PR_SET_PDEATHSIG, Account, Desktop, Failure, end_on_signals, is_running, missing_programs,
                      print_logs, wait_for)
-from road import PROJECT, Road, version_of
+from road import BROKER, PROJECT, Road, list_tools, tools_of, version_of
 
 ON_SYSTEM_BUS = PROJECT / "tests/support/system-bus.sh"
 
@@ -121,7 +121,9 @@ def run_demo(mode, build, folder, is_inside):
     language = {key: os.environ[key] for key in ("LANG", "LANGUAGE", "LC_ALL", "LC_MESSAGES") if key in os.environ}
     desktop = Desktop(folder, account, own_display=not is_inside, system_bus=is_inside, environment=language)
     if not is_inside:
-        desktop.add_service("com.kelto.Authorization1", [build / "bin/authorizationd", "--session"])
+        desktop.add_service(BROKER, [build / "bin/authorizationd", "--session", "--tools", tools_of(folder)])
+    else:
+        list_tools(folder)
     try:
         with desktop:
             demo = Demo(mode, build, desktop)

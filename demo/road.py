@@ -4,10 +4,15 @@ import pathlib
 import plistlib
 import secrets
 import shutil
+import sys
 
 from desktop import Failure, is_running, processes_of, wait_for
 
 PROJECT = pathlib.Path(__file__).resolve().parent.parent
+sys.path.append(str(PROJECT / "protocol"))
+from constants import constants  # noqa: E402
+
+BROKER = constants()["brokerBusName"]
 CONTROLLER_IDENTIFIER = "com.kelto.macController"
 SERVER_FILES = ("com.kelto.KeltoLibraryServer.plist", "com.kelto.KeltoLibraryServer.service")
 
@@ -45,6 +50,18 @@ def version_of(bundle):
 
 def alerts_of(desktop, process):
     return [window for window in desktop.windows(process) if window["role"] in ("dialog", "alert")]
+
+
+def tools_of(folder):
+    """The folder of the installer's tool, for a desktop in `folder`. The broker runs no program from anywhere else."""
+    return pathlib.Path(folder) / "Installer/KeltoInstaller.app/Contents/Resources"
+
+
+def list_tools(folder):
+    """The same for the broker of a system bus of our own: its policy file lies in the namespace."""
+    if not os.path.isdir("/run/kelto/etc"):
+        raise Failure("the policy file of this machine is not ours to write")
+    pathlib.Path(constants()["policyFilePath"]).write_text(f"tools = {tools_of(folder)}\n")
 
 
 class Road:

@@ -1,11 +1,10 @@
-// Whatever is sent to the broker, it stays, and gives nobody anything that the policy has not granted.
+// No message ends the broker or gives anybody anything that the policy has not granted.
 //
 // The broker's own service answers over a socket pair; this side writes the messages byte by byte. An input is a row of
 // records: a kind, what the kind needs, and for a call the length and the bytes of its body. Bytes that are no message are
 // the last record: after them a reader may wait for the rest of a hundred megabytes.
 #include <sys/socket.h>
 #include <sys/uio.h>
-#include <syslog.h>
 #include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>
 #include <systemd/sd-id128.h>
@@ -20,8 +19,8 @@
 #include <vector>
 
 #include "fuzz/Target.h"
-#include "platform/linux/authorizationd/Interface.h"
 #include "platform/linux/authorizationd/Service.h"
+#include "protocol/Broker.h"
 
 namespace {
 
@@ -88,8 +87,8 @@ class Marshaller {
 
 struct Message {
   std::uint8_t type = 1;  // a call; 4 is a signal
-  std::string path = ObjectPath;
-  std::string interface = InterfaceName;
+  std::string path = protocol::brokerObjectPath;
+  std::string interface = protocol::brokerInterface;
   std::string member;
   std::string sender;
   std::string signature;
@@ -120,7 +119,7 @@ class InputPolicy final : public Policy {
  public:
   explicit InputPolicy(Input& input) : _input(input) {}
   [[nodiscard]] bool serves(uid_t uid) const override { return uid != 3; }
-  std::unique_ptr<Question> ask(const Caller& /*caller*/, bool /*interaction*/, Answer answer) override {
+  std::unique_ptr<Question> ask(const Caller& /*caller*/, Right /*right*/, bool /*interaction*/, Answer answer) override {
     const auto kind = _input.byte() % 4;
     if (kind < 2) {
       give(answer, kind == 0 ? errAuthorizationSuccess : errAuthorizationDenied);
@@ -159,6 +158,9 @@ std::optional<Caller> callerInName(sd_bus* /*bus*/, sd_bus_message* call) {
   return Caller{name, static_cast<uid_t>(name[std::strlen(name) - 1] - '0')};
 }
 
+// One descriptor of two passes as a tool; it is never a program.
+std::string isTool(int program) { return program % 2 == 0 ? "" : "not a tool"; }
+
 class Broker {
  public:
   explicit Broker(Input& input) : policy(input), _input(input) {
@@ -174,7 +176,9 @@ class Broker {
     sd_bus_set_anonymous(_bus, 1);
     sd_bus_negotiate_fds(_bus, 1);
     fuzz::require(sd_bus_start(_bus) >= 0 && sd_bus_attach_event(_bus, _loop, 0) >= 0, "a bus");
-    _service = std::make_unique<Service>(_bus, _loop, policy, Lifetimes{}, callerInName);
+    _service = std::make_unique<Service>(
+        _bus, _loop, Service::Parts{.policy = policy, .journal = _journal, .checkTool = isTool, .identify = callerInName},
+        Lifetimes{});
     fuzz::require(_service->publish() >= 0, "an object");
     constexpr char Greeting[] = "\0AUTH ANONYMOUS\r\nNEGOTIATE_UNIX_FD\r\nBEGIN\r\n";
     write({Greeting, sizeof Greeting - 1}, false);
@@ -275,6 +279,8 @@ class Broker {
 
  private:
   Input& _input;
+  // Nobody listens there.
+  Journal _journal{{.journal = "/nowhere/journal", .log = "/nowhere/log"}, -1, [] { return std::chrono::microseconds(0); }};
   int _far = -1;
   sd_event* _loop = nullptr;
   sd_bus* _bus = nullptr;
@@ -284,14 +290,20 @@ class Broker {
   std::vector<std::string> _forms;
 };
 
-constexpr std::array<const char*, 6> Methods{"Create", "MakeExternalForm",     "CreateFromExternalForm", "CopyRights",
-                                             "Free",   "ExecuteWithPrivileges"};
-constexpr std::array<const char*, 6> Signatures{"", "t", "ay", "tsu", "tu", "thu"};
+namespace brokerMethod = protocol::brokerMethod;
+// The order is that of the records' kinds.
+constexpr std::array methods{brokerMethod::create,
+                             brokerMethod::makeExternalForm,
+                             brokerMethod::createFromExternalForm,
+                             brokerMethod::copyRights,
+                             brokerMethod::free,
+                             brokerMethod::executeWithPrivileges,
+                             brokerMethod::makeExternalFormFor};
 
 // A call of the right form, with values of the input or of earlier answers.
 void fillBody(Message& call, std::size_t method, Input& input, Broker& broker) {
   Marshaller body;
-  const std::string kinds = Signatures[method];
+  const std::string kinds = methods[method].takes;
   if (kinds == "ay") {
     std::string form = broker.someForm();
     const auto change = input.byte();
@@ -301,7 +313,7 @@ void fillBody(Message& call, std::size_t method, Input& input, Broker& broker) {
   } else {
     for (const char kind : kinds) {
       if (kind == 't') body.handle(broker.someHandle());
-      if (kind == 's') body.text(input.byte() % 2 == 0 ? std::string(kAuthorizationRightExecute) : "other");
+      if (kind == 's') body.text(input.byte() % 2 == 0 ? std::string(protocol::adminRight) : "other");
       if (kind == 'u') body.number(input.byte());
       if (kind == 'h') body.number(input.byte() % 2);
     }
@@ -312,7 +324,7 @@ void fillBody(Message& call, std::size_t method, Input& input, Broker& broker) {
 }
 
 void sendRecord(Input& input, Broker& broker) {
-  enum Kind : std::uint8_t { Wrong = 6, Gone = 7, Yes = 8, No = 9, Raw = 10, Count = 11 };
+  enum Kind : std::uint8_t { Wrong = 6, Gone = 7, Yes = 8, No = 9, Raw = 10, ForProcess = 11, Count = 12 };
   const auto kind = input.byte() % Count;
   Message message;
   message.sender = ":1." + std::to_string(input.byte() % 6 + 1);
@@ -334,19 +346,18 @@ void sendRecord(Input& input, Broker& broker) {
                .signature = "sss",
                .body = names.out};
   } else if (kind == Wrong) {
-    message.member = Methods[input.byte() % Methods.size()];
+    message.member = methods[input.byte() % methods.size()].name;
     message.signature = input.bytes(input.byte() % 8);
     message.body = input.bytes(input.byte());
   } else {
-    message.member = Methods[kind];
-    fillBody(message, kind, input, broker);
+    const std::size_t method = kind == ForProcess ? methods.size() - 1 : kind;
+    message.member = methods[method].name;
+    fillBody(message, method, input, broker);
   }
   broker.send(message);
 }
 
-// The system log is no place for what a search tries, nor is the standard output.
 bool makeQuiet() {
-  ::setlogmask(LOG_MASK(LOG_EMERG));
   sigset_t waitedFor;
   sigemptyset(&waitedFor);
   sigaddset(&waitedFor, SIGCHLD);

@@ -1,4 +1,4 @@
-// Whatever stands in the policy file, the reader either refuses it with a cause or gives a policy within its bounds.
+// The reader of the policy file either refuses a text with a cause or gives a policy within its bounds.
 #include <algorithm>
 #include <string>
 

@@ -31,5 +31,9 @@ inline constexpr std::size_t answerChunk = 512;
 
 // The variable in the environment of a tool that runs as root: the number of the user it works for.
 inline constexpr const char* invokingUserVariable = "KELTO_INVOKING_UID";
+// The number under which the broker's records name this run; a tool's own records carry it too.
+inline constexpr const char* jobVariable = "KELTO_JOB";
+// "1" when the caller's session holds the right to run any program.
+inline constexpr const char* anyProgramVariable = "KELTO_ANY_PROGRAM";
 
 }  // namespace protocol

@@ -18,7 +18,7 @@ class Controller final : public QObject {
   struct Parts {
     const platform::Bundles& bundles;
     const platform::UserDefaults& defaults;
-    platform::AuthorizationServices& authorizationServices;
+    platform::Linux::AuthorizationServices& authorizationServices;
     platform::Linux::DistributedNotificationCenter& notificationCenter;
   };
 

@@ -1,5 +1,7 @@
 #include "demo/controller/InstallerHandoff.h"
 
+#include <sys/syscall.h>
+#include <unistd.h>
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QProcess>
@@ -46,7 +48,7 @@ QString connectionOf(const QString& name, qint64 process) {
 
 }  // namespace
 
-InstallerHandoff::InstallerHandoff(platform::AuthorizationServices& authorizationServices,
+InstallerHandoff::InstallerHandoff(platform::Linux::AuthorizationServices& authorizationServices,
                                    platform::Linux::DistributedNotificationCenter& center)
     : _authorizationServices(authorizationServices), _center(center) {
   _watcher.setConnection(QDBusConnection::sessionBus());
@@ -97,8 +99,13 @@ void InstallerHandoff::whenInstallerListens(const platform::Bundle& installer, q
 }
 
 void InstallerHandoff::look() {
+  // The process is held first: the connection that is then seen to be its own cannot be that of a later process with the
+  // same number.
+  platform::Linux::Descriptor pidfd(static_cast<int>(::syscall(SYS_pidfd_open, static_cast<pid_t>(_process), 0)));
   const QString connection = connectionOf(_name, _process);
-  if (!connection.isEmpty()) finishWaiting(connection);
+  if (!pidfd || connection.isEmpty()) return;
+  _pidfd = std::move(pidfd);
+  finishWaiting(connection);
 }
 
 void InstallerHandoff::finishWaiting(const QString& connection) {
@@ -111,7 +118,7 @@ void InstallerHandoff::finishWaiting(const QString& connection) {
 std::optional<AuthorizationExternalForm> InstallerHandoff::externalForm() {
   AuthorizationExternalForm form;
   if (!createSession()) return std::nullopt;
-  const auto status = _authorizationServices.makeExternalForm(_authorization, form);
+  const auto status = _authorizationServices.makeExternalFormFor(_authorization, _pidfd.get(), form);
   return status == platform::errAuthorizationSuccess ? std::optional(form) : std::nullopt;
 }
 

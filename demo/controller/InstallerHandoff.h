@@ -22,11 +22,12 @@
 #include <string>
 
 #include "foundation/graphics/Geometry.h"
-#include "platform/Authorization.h"
 #include "platform/Bundle.h"
+#include "platform/linux/AuthorizationServices.h"
+#include "platform/linux/Descriptor.h"
 #include "platform/linux/DistributedNotificationCenter.h"
 
-// What the installer shall do. Paths are absolute.
+// A task for the installer. Paths are absolute.
 struct InstallerTask {
   std::optional<std::string> newBundle;  // nothing: the installed bundle is moved to the Trash
   std::string installedBundle;
@@ -37,7 +38,7 @@ struct InstallerTask {
 class InstallerHandoff final {
  public:
   // Both outlive this object.
-  InstallerHandoff(platform::AuthorizationServices& authorizationServices,
+  InstallerHandoff(platform::Linux::AuthorizationServices& authorizationServices,
                    platform::Linux::DistributedNotificationCenter& center);
   // Drops the handle and leaves the rights alone: by now they are the installer's too.
   ~InstallerHandoff();
@@ -58,8 +59,8 @@ class InstallerHandoff final {
   // Sends the rights to that connection and to nobody else. False when they could not be sent.
   bool handOver(const QString& connection);
 
-  // The two halves of handOver: the rights in external form, 32 bytes that are worth as much as a password for as long as
-  // they are valid, and their delivery.
+  // The two halves of handOver: the rights in external form, 32 bytes that only the installer's process can use, once and
+  // within a minute, and their delivery.
   [[nodiscard]] std::optional<platform::AuthorizationExternalForm> externalForm();
   bool send(const platform::AuthorizationExternalForm& form, const QString& connection);
 
@@ -68,7 +69,7 @@ class InstallerHandoff final {
   void look();
   void finishWaiting(const QString& connection);
 
-  platform::AuthorizationServices& _authorizationServices;
+  platform::Linux::AuthorizationServices& _authorizationServices;
   platform::Linux::DistributedNotificationCenter& _center;
   platform::AuthorizationRef _authorization = 0;
   // The wait for the installer.
@@ -76,5 +77,6 @@ class InstallerHandoff final {
   QTimer _patience;
   QString _name;
   qint64 _process = 0;
+  platform::Linux::Descriptor _pidfd;  // of the installer, once it listens
   Listens _listens;
 };

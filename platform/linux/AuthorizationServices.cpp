@@ -6,16 +6,22 @@
 
 #include <cerrno>
 #include <cstring>
+#include <string_view>
 #include <utility>
 
 #include "platform/linux/Descriptor.h"
-#include "platform/linux/authorizationd/Interface.h"
 
 namespace platform::Linux {
 
-using authorizationd::BusName;
-using authorizationd::InterfaceName;
-using authorizationd::ObjectPath;
+namespace brokerMethod = protocol::brokerMethod;
+
+static_assert(protocol::brokerStatusSuccess == errAuthorizationSuccess);
+static_assert(protocol::brokerStatusInvalidRef == errAuthorizationInvalidRef);
+static_assert(protocol::brokerStatusDenied == errAuthorizationDenied);
+static_assert(protocol::brokerStatusInternal == errAuthorizationInternal);
+static_assert(protocol::brokerStatusToolExecuteFailure == errAuthorizationToolExecuteFailure);
+static_assert(protocol::externalFormLength == kAuthorizationExternalFormLength);
+static_assert(std::string_view(protocol::adminRight) == kAuthorizationRightExecute);
 
 namespace {
 
@@ -75,13 +81,22 @@ class SocketStream final : public ByteStream {
   BlockingCall& _blockingCall;
 };
 
+int readForm(sd_bus_message* reply, AuthorizationExternalForm& form) {
+  const void* bytes = nullptr;
+  std::size_t length = 0;
+  if (const int result = sd_bus_message_read_array(reply, 'y', &bytes, &length); result < 0) return result;
+  if (length != form.bytes.size()) return -EBADMSG;
+  std::memcpy(form.bytes.data(), bytes, length);
+  return 0;
+}
+
 enum class Broker { There, Missing, Broken };
 
 // Starts the broker on that bus if need be.
 Broker startBroker(sd_bus* bus, std::string& cause) {
   sd_bus_error error{};
   const int status = sd_bus_call_method(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-                                        "StartServiceByName", &error, nullptr, "su", BusName, 0U);
+                                        "StartServiceByName", &error, nullptr, "su", protocol::brokerBusName, 0U);
   const bool missing = sd_bus_error_has_name(&error, SD_BUS_ERROR_SERVICE_UNKNOWN) != 0;
   if (status < 0) cause = error.message != nullptr ? error.message : std::strerror(-status);
   sd_bus_error_free(&error);
@@ -108,33 +123,35 @@ bool AuthorizationServices::connect() {
   _blockingCall.run([&] { _bus = busWithBroker(cause); });
   if (_bus) return true;
   if (!std::exchange(_missingBrokerLogged, true)) {
-    _log.log(std::string("No authorization broker: install ") + BusName +
+    _log.log(std::string("No authorization broker: install ") + protocol::brokerBusName +
              " on the system bus, or make it startable on the session bus (" + cause + ")");
   }
   return false;
 }
 
-AuthorizationStatus AuthorizationServices::call(const char* method, std::uint64_t timeoutMicroseconds,
+AuthorizationStatus AuthorizationServices::call(const Method& method, std::uint64_t timeoutMicroseconds,
                                                 const Part& writeArguments, const Part& readAnswer) {
   AuthorizationStatus status = errAuthorizationInternal;
   if (_bus) _blockingCall.run([&] { status = exchange(method, timeoutMicroseconds, writeArguments, readAnswer); });
   return status;
 }
 
-AuthorizationStatus AuthorizationServices::exchange(const char* method, std::uint64_t timeoutMicroseconds,
+AuthorizationStatus AuthorizationServices::exchange(const Method& method, std::uint64_t timeoutMicroseconds,
                                                     const Part& writeArguments, const Part& readAnswer) {
   sd_bus_message* request = nullptr;
   sd_bus_message* reply = nullptr;
   sd_bus_error error{};
-  int result = sd_bus_message_new_method_call(_bus->get(), &request, BusName, ObjectPath, InterfaceName, method);
+  int result = sd_bus_message_new_method_call(_bus->get(), &request, protocol::brokerBusName, protocol::brokerObjectPath,
+                                              protocol::brokerInterface, method.name);
   if (result >= 0) result = writeArguments(request);
   if (result >= 0) result = sd_bus_call(_bus->get(), request, timeoutMicroseconds, &error, &reply);
   if (result >= 0) result = readAnswer(reply);
 
   AuthorizationStatus status = result >= 0 ? errAuthorizationSuccess : errAuthorizationInternal;
-  if (sd_bus_error_is_set(&error) != 0) status = authorizationd::statusForErrorName(error.name);
+  if (sd_bus_error_is_set(&error) != 0) status = protocol::brokerStatusForError(error.name);
+  _isMethodMissing = sd_bus_error_has_name(&error, SD_BUS_ERROR_UNKNOWN_METHOD) != 0;
   if (status != errAuthorizationSuccess) {
-    _log.log(std::string("authorizationd: ") + method + ": " +
+    _log.log(std::string("authorizationd: ") + method.name + ": " +
              (error.message != nullptr ? error.message : std::strerror(-result)));
   }
   sd_bus_error_free(&error);
@@ -146,7 +163,7 @@ AuthorizationStatus AuthorizationServices::exchange(const char* method, std::uin
 AuthorizationStatus AuthorizationServices::create(AuthorizationFlags /*flags*/, AuthorizationRef& authorization) {
   if (!connect()) return errAuthorizationInternal;
   return call(
-      "Create", WaitForBroker, [](sd_bus_message*) { return 0; },
+      brokerMethod::create, WaitForBroker, [](sd_bus_message*) { return 0; },
       [&](sd_bus_message* reply) { return sd_bus_message_read(reply, "t", &authorization); });
 }
 
@@ -154,23 +171,27 @@ AuthorizationStatus AuthorizationServices::makeExternalForm(AuthorizationRef aut
                                                             AuthorizationExternalForm& form) {
   if (authorization == 0) return errAuthorizationInvalidRef;
   return call(
-      "MakeExternalForm", WaitForBroker,
+      brokerMethod::makeExternalForm, WaitForBroker,
       [&](sd_bus_message* request) { return sd_bus_message_append(request, "t", authorization); },
-      [&](sd_bus_message* reply) {
-        const void* bytes = nullptr;
-        std::size_t length = 0;
-        if (const int result = sd_bus_message_read_array(reply, 'y', &bytes, &length); result < 0) return result;
-        if (length != form.bytes.size()) return -EBADMSG;
-        std::memcpy(form.bytes.data(), bytes, length);
-        return 0;
-      });
+      [&](sd_bus_message* reply) { return readForm(reply, form); });
+}
+
+AuthorizationStatus AuthorizationServices::makeExternalFormFor(AuthorizationRef authorization, int pidfd,
+                                                               AuthorizationExternalForm& form) {
+  if (authorization == 0) return errAuthorizationInvalidRef;
+  const AuthorizationStatus status = call(
+      brokerMethod::makeExternalFormFor, WaitForBroker,
+      [&](sd_bus_message* request) { return sd_bus_message_append(request, "th", authorization, pidfd); },
+      [&](sd_bus_message* reply) { return readForm(reply, form); });
+  if (status == errAuthorizationSuccess || !std::exchange(_isMethodMissing, false)) return status;
+  return makeExternalForm(authorization, form);
 }
 
 AuthorizationStatus AuthorizationServices::createFromExternalForm(const AuthorizationExternalForm& form,
                                                                   AuthorizationRef& authorization) {
   if (!connect()) return errAuthorizationInternal;
   return call(
-      "CreateFromExternalForm", WaitForBroker,
+      brokerMethod::createFromExternalForm, WaitForBroker,
       [&](sd_bus_message* request) {
         return sd_bus_message_append_array(request, 'y', form.bytes.data(), form.bytes.size());
       },
@@ -192,9 +213,10 @@ AuthorizationStatus AuthorizationServices::copyRight(AuthorizationRef authorizat
   const bool interaction = (flags & kAuthorizationFlagInteractionAllowed) != 0;
   std::uint32_t answer = 0;
   const AuthorizationStatus status = call(
-      "CopyRights", interaction ? WaitForPerson : WaitForBroker,
+      brokerMethod::copyRights, interaction ? WaitForPerson : WaitForBroker,
       [&](sd_bus_message* request) {
-        return sd_bus_message_append(request, "tsu", authorization, right != nullptr ? right : "", flags);
+        return sd_bus_message_append(request, brokerMethod::copyRights.takes, authorization, right != nullptr ? right : "",
+                                     flags);
       },
       [&](sd_bus_message* reply) { return sd_bus_message_read(reply, "u", &answer); });
   return status != errAuthorizationSuccess ? status : static_cast<AuthorizationStatus>(answer);
@@ -204,8 +226,10 @@ AuthorizationStatus AuthorizationServices::free(AuthorizationRef authorization, 
   if (authorization == 0) return errAuthorizationInvalidRef;
   std::uint32_t answer = 0;
   const AuthorizationStatus status = call(
-      "Free", WaitForBroker,
-      [&](sd_bus_message* request) { return sd_bus_message_append(request, "tu", authorization, flags); },
+      brokerMethod::free, WaitForBroker,
+      [&](sd_bus_message* request) {
+        return sd_bus_message_append(request, brokerMethod::free.takes, authorization, flags);
+      },
       [&](sd_bus_message* reply) { return sd_bus_message_read(reply, "u", &answer); });
   return status != errAuthorizationSuccess ? status : static_cast<AuthorizationStatus>(answer);
 }
@@ -223,8 +247,11 @@ AuthorizationStatus AuthorizationServices::executeWithPrivileges(AuthorizationRe
   }
   Descriptor socket;
   const AuthorizationStatus status = call(
-      "ExecuteWithPrivileges", WaitForBroker,
-      [&](sd_bus_message* request) { return sd_bus_message_append(request, "thu", authorization, tool.get(), options); },
+      brokerMethod::executeWithPrivileges, WaitForPerson,
+      [&](sd_bus_message* request) {
+        return sd_bus_message_append(request, brokerMethod::executeWithPrivileges.takes, authorization, tool.get(),
+                                     options);
+      },
       [&](sd_bus_message* reply) {
         int borrowed = -1;
         if (const int result = sd_bus_message_read(reply, "h", &borrowed); result < 0) return result;

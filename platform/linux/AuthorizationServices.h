@@ -11,6 +11,7 @@
 #include "platform/SystemLog.h"
 #include "platform/linux/BlockingCall.h"
 #include "platform/linux/Bus.h"
+#include "protocol/Broker.h"
 
 namespace platform::Linux {
 
@@ -22,6 +23,8 @@ class AuthorizationServices final : public platform::AuthorizationServices {
   // The flags are of no effect: no rights are asked for here.
   AuthorizationStatus create(AuthorizationFlags flags, AuthorizationRef& authorization) override;
   AuthorizationStatus makeExternalForm(AuthorizationRef authorization, AuthorizationExternalForm& form) override;
+  // A form that only the process named by the pidfd can use. A broker that knows no such forms makes one for any process.
+  AuthorizationStatus makeExternalFormFor(AuthorizationRef authorization, int pidfd, AuthorizationExternalForm& form);
   AuthorizationStatus createFromExternalForm(const AuthorizationExternalForm& form,
                                              AuthorizationRef& authorization) override;
   AuthorizationStatus copyRights(AuthorizationRef authorization, const AuthorizationRights& rights,
@@ -32,11 +35,12 @@ class AuthorizationServices final : public platform::AuthorizationServices {
 
  private:
   using Part = std::function<int(sd_bus_message*)>;
+  using Method = protocol::BrokerMethod;
 
   bool connect();
-  AuthorizationStatus call(const char* method, std::uint64_t timeoutMicroseconds, const Part& writeArguments,
+  AuthorizationStatus call(const Method& method, std::uint64_t timeoutMicroseconds, const Part& writeArguments,
                            const Part& readAnswer);
-  AuthorizationStatus exchange(const char* method, std::uint64_t timeoutMicroseconds, const Part& writeArguments,
+  AuthorizationStatus exchange(const Method& method, std::uint64_t timeoutMicroseconds, const Part& writeArguments,
                                const Part& readAnswer);
   AuthorizationStatus copyRight(AuthorizationRef authorization, const char* right, AuthorizationFlags flags);
 
@@ -44,6 +48,7 @@ class AuthorizationServices final : public platform::AuthorizationServices {
   platform::SystemLog& _log;
   std::optional<Bus> _bus;
   bool _missingBrokerLogged = false;
+  bool _isMethodMissing = false;  // in the broker, of the last call
 };
 
 }  // namespace platform::Linux

@@ -9,7 +9,7 @@ import time
 
 import protocol
 from desktop import Account, Desktop, Failure, is_running, print_logs, processes_of, wait_for
-from road import PROJECT, Road, alerts_of, version_of
+from road import BROKER, PROJECT, Road, alerts_of, list_tools, tools_of, version_of
 
 SCENARIOS = {}
 
@@ -61,7 +61,9 @@ class World(Bare):
         person = Account.add(self.folder, self.folder / "home") if account else None
         self.desktop = Desktop(self.folder, person, system_bus=system_bus)
         if broker and not system_bus:
-            self.desktop.add_service("com.kelto.Authorization1", [self.build / "bin/authorizationd", "--session"])
+            self.desktop.add_service(BROKER, [self.build / "bin/authorizationd", "--session", "--tools", tools_of(self.folder)])
+        if broker and system_bus:
+            list_tools(self.folder)
         self.road = Road(self.desktop, self.build, **(road or {}))
 
     def __enter__(self):

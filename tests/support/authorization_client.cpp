@@ -103,7 +103,8 @@ int main(int /*count*/, char** arguments) {
   for (char** argument = arguments + 1; *argument != nullptr;) {
     const std::string command = *argument++;
     const AuthorizationStatus status = client.perform(command, argument);
-    std::cerr << command << " answers " << status << std::endl;
+    // In one piece, since the broker writes to the same place.
+    std::cerr << command + " answers " + std::to_string(status) + "\n";
   }
   return 0;
 }

@@ -57,7 +57,7 @@ void reportSignals(std::ostream& out) {
   }
 }
 
-// What no tool of a test outlives.
+// No tool of a test lives longer.
 constexpr unsigned LongestLife = 60;
 
 void flood() {

@@ -4,13 +4,27 @@
 #
 # lays the broker of a build folder over the machine's files for the system bus and the policy service. MODE is "grant" (the
 # rules give the right without asking), "challenge" (an administrator has to authenticate, as the action says by itself),
-# "deny" (the rules refuse) or "unregistered" (the policy service does not know the action).
+# "deny" (the rules refuse) or "unregistered" (the policy service does not know the action). /etc/kelto is empty then, and can
+# be written, unless the namespace had its own before.
 
 # over FOLDER LAYER: the files of the layer before those of the folder.
 over() { mount -t overlay overlay -o "ro,lowerdir=$2:$1" "$1"; }
 
+# A copy of /etc that can be written, with all that is mounted in it. No overlay: the kernel allows two above each other, and
+# the folders below have one already.
+own_etc() {
+  mounted=$(awk '$5 ~ "^/etc/" { print $5 }' /proc/self/mountinfo)
+  mkdir -p /run/kelto/etc-before /run/kelto/etc
+  mount --rbind /etc /run/kelto/etc-before
+  cp -a --one-file-system /etc/. /run/kelto/etc
+  mount --bind /run/kelto/etc /etc
+  for place in $mounted; do mount --rbind "/run/kelto/etc-before${place#/etc}" "$place"; done
+  mkdir -p -m 755 /etc/kelto
+}
+
 lay_policy() {
   mkdir -p /run/dbus /run/lock /run/kelto/rules /run/kelto/actions /run/kelto/services /run/kelto/bus
+  [ -e /etc/kelto/authorization.conf ] || own_etc
   case $1 in
     grant) result='polkit.Result.YES' ;;
     deny) result='polkit.Result.NO' ;;

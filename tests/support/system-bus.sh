@@ -1,13 +1,15 @@
 #!/bin/bash
 # Runs a command in a namespace of its own with a system bus, the policy service and the broker of a build folder.
 #
-#   system-bus.sh [--grant | --challenge | --deny | --unregistered] [--password PASSWORD] [--build FOLDER] -- COMMAND...
+#   system-bus.sh [--grant | --challenge | --deny | --unregistered] [--password PASSWORD] [--tools FOLDER] [--build FOLDER]
+#                 -- COMMAND...
 #
 #   --grant         the rules give the right without asking (the default)
 #   --challenge     an administrator has to authenticate, as the action says by itself
 #   --deny          the rules refuse
 #   --unregistered  the policy service does not know the action
 #   --password      the administrator's password in the namespace (root, and nobody else, is administrator then)
+#   --tools         the folder whose programs the broker takes for tools; /etc/kelto is the namespace's own in any case
 #   --build         where bin/ and share/ of the build are (default: build/dev of this project)
 #
 # Needs root. Mounts and processes are the namespace's own, and everything ends with the command or with this script. /run is
@@ -18,12 +20,13 @@ set -euo pipefail
 fail() { echo "system-bus.sh: $*" >&2; exit 125; }
 
 arguments=("$@")
-mode=grant password= inside=no
+mode=grant password= tools= inside=no
 build=$(cd "$(dirname "$0")/../.." && pwd)/build/dev
 while [ $# -gt 0 ]; do
   case $1 in
     --grant | --challenge | --deny | --unregistered) mode=${1#--} ;;
     --password) password=${2:?}; shift ;;
+    --tools) tools=${2:?}; shift ;;
     --build) build=${2:?}; shift ;;
     --inside) inside=yes ;;
     --) shift; break ;;
@@ -46,6 +49,7 @@ fi
 mount -t tmpfs -o mode=755 tmpfs /run
 . "$(dirname "$0")/policy.sh"
 lay_policy "$mode" "$build"
+[ -z "$tools" ] || echo "tools = $tools" >/etc/kelto/authorization.conf
 
 if [ -n "$password" ]; then
   hash=$(perl -e 'print crypt($ARGV[0], "\$6\$kelto")' "$password")

@@ -2,7 +2,7 @@
 
 #include <ctime>
 
-#include "platform/linux/authorizationd/Interface.h"
+#include "protocol/Broker.h"
 
 namespace platform::Linux::authorizationd {
 
@@ -17,8 +17,8 @@ IdleExit::~IdleExit() {
 }
 
 int IdleExit::start() {
-  constexpr std::uint64_t Accuracy = 0;  // the default of the event loop, a quarter of a second
-  return sd_event_add_time_relative(_loop, &_timer, CLOCK_MONOTONIC, static_cast<std::uint64_t>(_idle.count()), Accuracy,
+  constexpr std::uint64_t accuracy = 0;  // the default of the event loop, a quarter of a second
+  return sd_event_add_time_relative(_loop, &_timer, CLOCK_MONOTONIC, static_cast<std::uint64_t>(_idle.count()), accuracy,
                                     timeIsUp, this);
 }
 
@@ -36,13 +36,13 @@ int IdleExit::timeIsUp(sd_event_source* /*source*/, std::uint64_t /*time*/, void
 // A call that came in before the name was given up is answered; if somebody needs the broker now, the name is taken back.
 // Later calls wait at the bus for the next broker.
 int IdleExit::leave() {
-  if (const int status = sd_bus_release_name(_bus, BusName); status < 0) return status;
+  if (const int status = sd_bus_release_name(_bus, protocol::brokerBusName); status < 0) return status;
   int processed = 0;
   do {
     processed = sd_bus_process(_bus, nullptr);
   } while (processed > 0);
   if (processed < 0 || !_service.busy()) return sd_event_exit(_loop, 0);
-  if (const int status = sd_bus_request_name(_bus, BusName, 0); status < 0) return status;
+  if (const int status = sd_bus_request_name(_bus, protocol::brokerBusName, 0); status < 0) return status;
   return restart();
 }
 

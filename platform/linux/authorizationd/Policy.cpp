@@ -6,8 +6,8 @@ namespace platform::Linux::authorizationd {
 
 bool OwnRightsPolicy::serves(uid_t uid) const { return uid == ::geteuid(); }
 
-std::unique_ptr<Question> OwnRightsPolicy::ask(const Caller& /*caller*/, bool /*interaction*/, Answer answer) {
-  answer(errAuthorizationSuccess);
+std::unique_ptr<Question> OwnRightsPolicy::ask(const Caller& /*caller*/, Right right, bool /*interaction*/, Answer answer) {
+  answer(right == Right::admin ? errAuthorizationSuccess : errAuthorizationDenied);
   return nullptr;
 }
 

@@ -1,5 +1,5 @@
 #pragma once
-// Who may have the right: the one thing in which the broker of the machine and the broker of a user's session differ.
+// Decides who may have a right: the one thing in which the broker of the machine and the broker of a user's session differ.
 #include <sys/types.h>
 
 #include <functional>
@@ -31,14 +31,15 @@ class Policy {
   [[nodiscard]] virtual bool serves(uid_t uid) const = 0;
   // May `caller` have the right? `answer` is called once: before this returns nullptr, or later for a question that
   // is still there. A person is asked only with `interaction`.
-  virtual std::unique_ptr<Question> ask(const Caller& caller, bool interaction, Answer answer) = 0;
+  virtual std::unique_ptr<Question> ask(const Caller& caller, Right right, bool interaction, Answer answer) = 0;
 };
 
-// On the user's own session bus: nothing is lent that the user has not, so nobody is asked.
+// On the user's own session bus: the tools get nothing that the user has not, so nobody is asked. Any other program is
+// denied: to run it, a program in a sandbox would leave the sandbox.
 class OwnRightsPolicy final : public Policy {
  public:
   [[nodiscard]] bool serves(uid_t uid) const override;
-  std::unique_ptr<Question> ask(const Caller& caller, bool interaction, Answer answer) override;
+  std::unique_ptr<Question> ask(const Caller& caller, Right right, bool interaction, Answer answer) override;
 };
 
 }  // namespace platform::Linux::authorizationd

@@ -5,7 +5,8 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/linux/authorizationd/Report.h"
+#include "platform/linux/authorizationd/CallerProcess.h"
+#include "protocol/Broker.h"
 
 namespace platform::Linux::authorizationd {
 
@@ -50,10 +51,16 @@ AuthorizationStatus statusOf(const Verdict& verdict) {
   return errAuthorizationInteractionNotAllowed;
 }
 
+// The program that asks, as the person who is asked sees it.
+std::string programOf(const Caller& caller) {
+  const std::string path = executableOf(caller.process, caller.uid);
+  return path.empty() ? "?" : printable(path);
+}
+
 class PolkitQuestion final : public Question {
  public:
-  PolkitQuestion(sd_bus* bus, std::string cancellation, Policy::Answer answer)
-      : _bus(bus), _cancellation(std::move(cancellation)), _answer(std::move(answer)) {}
+  PolkitQuestion(sd_bus* bus, Journal& journal, std::string cancellation, Policy::Answer answer)
+      : _bus(bus), _journal(journal), _cancellation(std::move(cancellation)), _answer(std::move(answer)) {}
   PolkitQuestion(const PolkitQuestion&) = delete;
   PolkitQuestion& operator=(const PolkitQuestion&) = delete;
   ~PolkitQuestion() override {
@@ -61,12 +68,14 @@ class PolkitQuestion final : public Question {
     sd_bus_slot_unref(_slot);
   }
 
-  int send(const Caller& caller, bool interaction, const Patience& patience) {
+  int send(const Caller& caller, Right right, bool interaction, const Patience& patience) {
     sd_bus_message* call = nullptr;
     int status = sd_bus_message_new_method_call(_bus, &call, Service, Authority, AuthorityInterface, "CheckAuthorization");
     if (status < 0) return status;
-    status = sd_bus_message_append(call, "(sa{sv})sa{ss}us", "system-bus-name", 1, "name", "s", caller.name.c_str(),
-                                   ActionIdentifier, 0, interaction ? AllowUserInteraction : 0U, _cancellation.c_str());
+    const char* action = right == Right::admin ? protocol::adminAction : protocol::anyProgramAction;
+    status = sd_bus_message_append(call, "(sa{sv})sa{ss}us", "system-bus-name", 1, "name", "s", caller.name.c_str(), action,
+                                   1, protocol::programDetail, programOf(caller).c_str(),
+                                   interaction ? AllowUserInteraction : 0U, _cancellation.c_str());
     const auto wait = static_cast<std::uint64_t>((interaction ? patience.person : patience.service).count());
     if (status >= 0) status = sd_bus_call_async(_bus, &_slot, call, answered, this, wait);
     sd_bus_message_unref(call);
@@ -86,12 +95,12 @@ class PolkitQuestion final : public Question {
     // A question without an answer in time is withdrawn from the service by the destructor, one with an answer is not.
     if (!sd_bus_message_is_method_error(reply, SD_BUS_ERROR_NO_REPLY)) _slot = sd_bus_slot_unref(_slot);
     if (const sd_bus_error* error = sd_bus_message_get_error(reply)) {
-      report("the policy service failed: " + quoted(error->message != nullptr ? error->message : error->name));
+      _journal.record("the policy service failed: " + quoted(error->message != nullptr ? error->message : error->name));
       return errAuthorizationInternal;
     }
     Verdict verdict;
     if (readVerdict(reply, verdict)) return statusOf(verdict);
-    report("the policy service gave an answer of an unknown form");
+    _journal.record("the policy service gave an answer of an unknown form");
     return errAuthorizationInternal;
   }
 
@@ -109,6 +118,7 @@ class PolkitQuestion final : public Question {
   }
 
   sd_bus* _bus;
+  Journal& _journal;
   sd_bus_slot* _slot = nullptr;
   std::string _cancellation;
   Policy::Answer _answer;
@@ -116,11 +126,11 @@ class PolkitQuestion final : public Question {
 
 }  // namespace
 
-std::unique_ptr<Question> PolkitPolicy::ask(const Caller& caller, bool interaction, Answer answer) {
-  auto question = std::make_unique<PolkitQuestion>(_bus, "question-" + std::to_string(++_asked), answer);
-  const int status = question->send(caller, interaction, _patience);
+std::unique_ptr<Question> PolkitPolicy::ask(const Caller& caller, Right right, bool interaction, Answer answer) {
+  auto question = std::make_unique<PolkitQuestion>(_bus, _journal, "question-" + std::to_string(++_asked), answer);
+  const int status = question->send(caller, right, interaction, _patience);
   if (status >= 0) return question;
-  report(std::string("the policy service cannot be asked: ") + std::strerror(-status));
+  _journal.record(std::string("the policy service cannot be asked: ") + std::strerror(-status));
   answer(errAuthorizationInternal);
   return nullptr;
 }

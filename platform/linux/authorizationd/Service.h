@@ -11,24 +11,38 @@
 #include <optional>
 #include <string>
 
+#include "platform/linux/authorizationd/Journal.h"
 #include "platform/linux/authorizationd/Policy.h"
 #include "platform/linux/authorizationd/Sessions.h"
 #include "platform/linux/authorizationd/ToolRunner.h"
 
 namespace platform::Linux::authorizationd {
 
-// Who sent a call, or nothing when that is not known.
+// The caller of a call, or nothing when that is not known.
 using Identification = std::function<std::optional<Caller>(sd_bus* bus, sd_bus_message* call)>;
-// The bus daemon is asked: it knows which user opened a connection, whatever the message says.
+// The bus daemon is asked: it knows which process of which user opened a connection, whatever the message says.
 std::optional<Caller> callerKnownToBus(sd_bus* bus, sd_bus_message* call);
+
+// Why the program that the descriptor is open on is not a tool, or "".
+using ToolCheck = std::function<std::string(int program)>;
+
+// A call and its caller, for as long as the answer is owed.
+struct Call {
+  std::shared_ptr<sd_bus_message> message;
+  Caller caller;
+};
 
 class Service {
  public:
-  // Of one user; what is beyond is refused.
-  static constexpr std::size_t MaximumQuestions = 8;
+  struct Parts {
+    Policy& policy;
+    Journal& journal;
+    ToolCheck checkTool;
+    Identification identify = callerKnownToBus;
+  };
 
-  // `bus` (attached to `loop`) and `policy` outlive this object.
-  Service(sd_bus* bus, sd_event* loop, Policy& policy, Lifetimes lifetimes, Identification identify = callerKnownToBus);
+  // `bus` (attached to `loop`) and the parts outlive this object.
+  Service(sd_bus* bus, sd_event* loop, Parts parts, Lifetimes lifetimes);
   ~Service();
   Service(const Service&) = delete;
   Service& operator=(const Service&) = delete;
@@ -42,37 +56,50 @@ class Service {
   std::function<void()> onActivity = [] {};
 
  private:
+  using Decided = std::function<void(AuthorizationStatus status)>;
   struct OpenQuestion {
-    sd_bus_message* call;
-    Caller caller;
+    Call call;
     Handle handle;
+    Right right;
+    Decided decided;
     std::unique_ptr<Question> question;
   };
   using Method = int (Service::*)(sd_bus_message*, const Caller&);
 
   template <Method method>
   static int dispatch(sd_bus_message* call, void* self, sd_bus_error* error);
+  static int version(sd_bus* bus, const char* path, const char* interface, const char* property, sd_bus_message* reply,
+                     void* self, sd_bus_error* error);
   static int ownerChanged(sd_bus_message* signal, void* self, sd_bus_error* error);
 
   int create(sd_bus_message* call, const Caller& caller);
   int makeExternalForm(sd_bus_message* call, const Caller& caller);
+  int makeExternalFormFor(sd_bus_message* call, const Caller& caller);
   int createFromExternalForm(sd_bus_message* call, const Caller& caller);
+  int refuseForm(sd_bus_message* call, const Caller& caller, AuthorizationStatus status, const char* cause);
   int copyRights(sd_bus_message* call, const Caller& caller);
   int free(sd_bus_message* call, const Caller& caller);
   int executeWithPrivileges(sd_bus_message* call, const Caller& caller);
 
   [[nodiscard]] std::optional<Caller> callerOf(sd_bus_message* call);
-  int ask(sd_bus_message* call, const Caller& caller, Handle handle, bool interaction);
+  int exportForm(sd_bus_message* call, const Caller& caller, Handle handle, std::shared_ptr<const NamedProcess> recipient);
+  void ask(OpenQuestion question, bool interaction);
   void answered(unsigned question, AuthorizationStatus status);
+  void runTool(const Call& call, Handle handle, int tool);
+  void toolEnded(const Caller& caller, const ToolRunner::Job& job, const siginfo_t& end);
   void dropConnection(const std::string& name);
-  static void close(OpenQuestion& question);
 
-  static const sd_bus_vtable Methods[];
+  // Fields that every record of a call has.
+  static Fields fieldsOf(const char* method, const Caller& caller);
+  void reportRefusal(sd_bus_message* call, const Caller& caller, const std::string& reason, const Fields& more = {});
+  int refuse(sd_bus_message* call, const Caller& caller, AuthorizationStatus status, const std::string& reason);
+  int replyStatus(sd_bus_message* call, const Caller& caller, AuthorizationStatus status, const std::string& reason);
+
+  static const sd_bus_vtable methods[];
 
   sd_bus* _bus;
-  Policy& _policy;
-  Identification _identify;
-  std::map<std::string, uid_t> _users;  // of the connections that are there
+  Parts _parts;
+  std::map<std::string, Caller> _callers;  // of the connections that are there
   Sessions _sessions;
   ToolRunner _tools;
   unsigned _lastQuestion = 0;

@@ -2,7 +2,7 @@
 // The broker's memory: who holds which session, which sessions hold the right, and which external forms stand for them.
 //
 // A session lives as long as a handle on it. A handle belongs to one connection of the bus and is of no use to another. The
-// right belongs to the session, so that everyone who imported it shares it. Time is passed in. One thread.
+// rights belong to the session, so that everyone who imported it shares them. Time is passed in. One thread.
 #include <sys/types.h>
 
 #include <array>
@@ -16,6 +16,8 @@
 #include <vector>
 
 #include "platform/Authorization.h"
+#include "platform/linux/authorizationd/CallerProcess.h"
+#include "protocol/Broker.h"
 
 namespace platform::Linux::authorizationd {
 
@@ -27,7 +29,10 @@ using Handle = std::uint64_t;
 struct Caller {
   std::string name;
   uid_t uid;
+  pid_t process = 0;  // that opened the connection; 0 when the bus does not know
 };
+
+enum class Right { admin, anyProgram };
 
 struct Lifetimes {
   // From the export until it must have been imported: a hand-over takes seconds, a slow machine may take some more.
@@ -39,25 +44,23 @@ struct Lifetimes {
 
 class Sessions {
  public:
-  // Of one user, and of one connection; what is beyond fails, so that nobody can exhaust the memory that all users share,
-  // and no program what the programs of its user share.
-  static constexpr std::size_t MaximumHandles = 64;
-  static constexpr std::size_t MaximumHandlesOfConnection = 16;
-  static constexpr std::size_t MaximumForms = 16;
-
   explicit Sessions(Lifetimes lifetimes);
 
   // Each answers with a status; outputs are untouched on a status other than success.
   AuthorizationStatus create(const Caller& caller, Handle& handle);
-  // Beyond MaximumForms the user's oldest form ends.
-  AuthorizationStatus makeExternalForm(const Caller& caller, Handle handle, Time now, AuthorizationExternalForm& form);
-  // Denied, in the same way and time, whether the form never was, has ended, or is another user's.
+  // A form for `recipient` only, or for any process of the user when that is nullptr. Beyond the user's limit the oldest
+  // form ends.
+  AuthorizationStatus makeExternalForm(const Caller& caller, Handle handle, Time now, AuthorizationExternalForm& form,
+                                       std::shared_ptr<const NamedProcess> recipient = nullptr);
+  // A form is good once. Denied, in the same way and time, whether it never was, has ended, was used, or is another user's
+  // or another process's; `cause`, for the broker's own record, tells these apart as far as they can be.
   AuthorizationStatus createFromExternalForm(const Caller& caller, std::span<const std::byte> form, Time now,
-                                             Handle& handle);
+                                             Handle& handle, const char** cause = nullptr);
   // Success while the session holds the right, otherwise denied.
-  [[nodiscard]] AuthorizationStatus holdsRight(const Caller& caller, Handle handle, Time now) const;
-  AuthorizationStatus grantRight(const Caller& caller, Handle handle, Time now);
-  // Drops the handle; with `destroyRights` the session loses its right for everyone.
+  [[nodiscard]] AuthorizationStatus holdsRight(const Caller& caller, Handle handle, Time now,
+                                               Right right = Right::admin) const;
+  AuthorizationStatus grantRight(const Caller& caller, Handle handle, Time now, Right right = Right::admin);
+  // Drops the handle; with `destroyRights` the session loses its rights for everyone.
   AuthorizationStatus free(const Caller& caller, Handle handle, bool destroyRights);
   // Drops every handle of a connection that is gone; true when there was one.
   bool dropConnection(const std::string& name);
@@ -66,7 +69,7 @@ class Sessions {
 
  private:
   struct Session {
-    Time rightEnds{0};
+    std::array<Time, 2> rightEnds{};  // of each Right
   };
   struct Holder {
     Caller caller;
@@ -77,11 +80,15 @@ class Sessions {
     uid_t uid;
     Time ends;
     std::weak_ptr<Session> session;
+    std::shared_ptr<const NamedProcess> recipient;
+    bool isUsed = false;  // kept until its time is over, so that a second use can be told from a wrong form
   };
 
   [[nodiscard]] Session* sessionOf(const Caller& caller, Handle handle) const;
   AuthorizationStatus hold(const Caller& caller, std::shared_ptr<Session> session, Handle& handle);
   [[nodiscard]] bool mayHold(const Caller& caller) const;
+  [[nodiscard]] const char* causeOf(std::size_t known) const;
+  static bool isRecipientAlive(const ExportedForm& form);
   void dropEndedForms(Time now);
   void makeRoomForForm(uid_t uid);
 

@@ -15,14 +15,16 @@
 #include <cstdlib>
 #include <cstring>
 #include <utility>
+#include <vector>
 
+#include "protocol/Broker.h"
 #include "protocol/ToolProtocol.h"
 
 namespace platform::Linux::authorizationd {
 
 namespace {
 
-// Why the file must not be run for `caller`, or nullptr. What the kernel knows of the file is enough: its file system,
+// Why the file must not be run for `caller`, or nullptr. The kernel's own knowledge of the file is enough: its file system,
 // which may be a program of the caller's, is not asked and so cannot keep the broker waiting.
 const char* objection(int tool, const Caller& caller) {
   struct statx file {};
@@ -44,14 +46,18 @@ struct ChildStart {
   int stream;
   int nothing;  // open on /dev/null
   int failure;  // where the child writes errno when it cannot run the tool
-  const char* invokingUser;
-  char* dataFolder;  // a setting of the environment, or nullptr
+  std::vector<std::string> environment;
 };
 
-// Where the user keeps data and so has a Trash, as a setting of the environment. The broker knows for its own user only.
-std::string dataFolderSetting(uid_t user) {
+std::vector<std::string> environmentFor(uid_t user, const ToolRunner::Job& job) {
+  std::vector<std::string> settings{"PATH=/usr/sbin:/usr/bin:/sbin:/bin", "LANG=C.UTF-8",
+                                    std::string(protocol::invokingUserVariable) + "=" + std::to_string(user),
+                                    std::string(protocol::jobVariable) + "=" + job.number};
+  if (job.hasAnyProgramRight) settings.push_back(std::string(protocol::anyProgramVariable) + "=1");
+  // The folder in which the user keeps data and so has a Trash. The broker knows it for its own user only.
   const char* folder = ::getuid() == user ? std::getenv("XDG_DATA_HOME") : nullptr;
-  return folder == nullptr ? "" : std::string("XDG_DATA_HOME=") + folder;
+  if (folder != nullptr) settings.push_back(std::string("XDG_DATA_HOME=") + folder);
+  return settings;
 }
 
 // Keeps `start.tool` and `start.failure` open under the numbers after the standard ones, and nothing else: a program that
@@ -80,17 +86,14 @@ void becomeTool(ChildStart& start) {
   if (::dup2(start.nothing, STDERR_FILENO) < 0) return;
   if (!keepOnly(start) || ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) return;
   std::array<char, 16> name{"authorized-tool"};
-  std::array<char, 40> path{"PATH=/usr/sbin:/usr/bin:/sbin:/bin"};
-  std::array<char, 16> language{"LANG=C.UTF-8"};
-  std::array<char, 64> user{};
-  for (const char* part : {protocol::invokingUserVariable, "=", start.invokingUser})
-    std::strncat(user.data(), part, user.size() - std::strlen(user.data()) - 1);
   std::array<char*, 2> arguments{name.data(), nullptr};
-  std::array<char*, 5> environment{path.data(), language.data(), user.data(), start.dataFolder, nullptr};
+  std::array<char*, 8> environment{};
+  for (std::size_t i = 0; i + 1 < environment.size() && i < start.environment.size(); ++i)
+    environment[i] = start.environment[i].data();
   ::execveat(start.tool, "", arguments.data(), environment.data(), AT_EMPTY_PATH);
 }
 
-pid_t startChild(ChildStart start) {
+pid_t startChild(ChildStart&& start) {
   const pid_t process = ::fork();
   if (process != 0) return process;
   becomeTool(start);
@@ -112,7 +115,7 @@ int errorOfStart(int failure) {
 
 }  // namespace
 
-ToolRunner::ToolRunner(sd_event* loop, std::function<void()> ended) : _loop(loop), _ended(std::move(ended)) {}
+ToolRunner::ToolRunner(sd_event* loop, Ended ended) : _loop(loop), _ended(std::move(ended)) {}
 
 ToolRunner::~ToolRunner() {
   for (const auto& [process, child] : _children) {
@@ -121,11 +124,12 @@ ToolRunner::~ToolRunner() {
   }
 }
 
-void ToolRunner::run(const Caller& caller, int tool, Started started) {
+void ToolRunner::run(const Caller& caller, const Job& job, int tool, Started started) {
   const auto fail = [&started](const std::string& why) { started(errAuthorizationToolExecuteFailure, Descriptor(), why); };
-  const auto running =
-      std::count_if(_children.begin(), _children.end(), [&](const auto& entry) { return entry.second.uid == caller.uid; });
-  if (static_cast<std::size_t>(running) >= MaximumToolsOfUser) return fail("too many tools of this user are running");
+  const auto running = std::count_if(_children.begin(), _children.end(),
+                                     [&](const auto& entry) { return entry.second.caller.uid == caller.uid; });
+  if (static_cast<std::size_t>(running) >= protocol::maximumToolsOfUser)
+    return fail("too many tools of this user are running");
   if (const char* why = objection(tool, caller)) return fail(why);
 
   std::array<int, 2> ends{};
@@ -138,33 +142,30 @@ void ToolRunner::run(const Caller& caller, int tool, Started started) {
   Descriptor failureRead(failure[0]);
   const Descriptor failureWrite(failure[1]);
 
-  const std::string user = std::to_string(caller.uid);
-  std::string dataFolder = dataFolderSetting(caller.uid);
   const pid_t process = startChild({.tool = tool,
                                     .stream = theirs.get(),
                                     .nothing = nothing.get(),
                                     .failure = failureWrite.get(),
-                                    .invokingUser = user.c_str(),
-                                    .dataFolder = dataFolder.empty() ? nullptr : dataFolder.data()});
+                                    .environment = environmentFor(caller.uid, job)});
   if (process < 0) return fail(std::strerror(errno));
   auto start = std::make_unique<Start>();
   start->failure = std::move(failureRead);
   start->stream = std::move(ours);
   start->started = started;
-  if (watch(process, caller.uid, std::move(start))) return;
+  if (watch(process, caller, job, std::move(start))) return;
   ::kill(process, SIGKILL);
   ::waitpid(process, nullptr, 0);
   fail("the tool cannot be watched");
 }
 
-bool ToolRunner::watch(pid_t process, uid_t uid, std::unique_ptr<Start> start) {
+bool ToolRunner::watch(pid_t process, const Caller& caller, const Job& job, std::unique_ptr<Start> start) {
   sd_event_source* source = nullptr;
   if (sd_event_add_io(_loop, &start->source, start->failure.get(), EPOLLIN, startDecided, this) < 0) return false;
   if (sd_event_add_child(_loop, &source, process, WEXITED, childEnded, this) < 0) {
     sd_event_source_disable_unref(start->source);
     return false;
   }
-  _children.emplace(process, Child{uid, source, std::move(start)});
+  _children.emplace(process, Child{caller, job, source, std::move(start)});
   return true;
 }
 
@@ -192,9 +193,10 @@ int ToolRunner::childEnded(sd_event_source* source, const siginfo_t* info, void*
   const auto child = runner->_children.find(info->si_pid);
   // A program may end before it was noticed that it started.
   if (child->second.start) runner->finishStart(child->second);
+  const Child ended = std::move(child->second);
   runner->_children.erase(child);
   sd_event_source_disable_unref(source);
-  runner->_ended();
+  runner->_ended(ended.caller, ended.job, *info);
   return 0;
 }
 

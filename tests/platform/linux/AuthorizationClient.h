@@ -15,7 +15,7 @@
 #include "platform/fake/FakePlatform.h"
 #include "platform/linux/AuthorizationServices.h"
 #include "platform/linux/Descriptor.h"
-#include "platform/linux/authorizationd/Interface.h"
+#include "protocol/Broker.h"
 
 namespace tests {
 
@@ -48,10 +48,10 @@ class BrokerClient {
   platform::Linux::AuthorizationServices services{blockingCall, log};
 };
 
-// How long the slower half of all calls may take while somebody misbehaves. What one call takes now and then depends on who
+// How long the slower half of all calls may take while somebody misbehaves. The time of a single call depends on who
 // else uses the machine; the middle of many does not.
 inline constexpr std::chrono::milliseconds FairTime{50};
-// What no call at all may take, so that nobody is kept waiting even once.
+// The longest time for any call, so that nobody is kept waiting even once.
 inline constexpr std::chrono::seconds LongestTime{2};
 
 // A program makes a session, hands it over to itself and gives all back, again and again; the middle of the times of its
@@ -96,7 +96,7 @@ class RawCaller {
   enum class Answer { Wanted, NotWanted };
   void sendCreate(Answer answer) {
     std::uint64_t cookie = 0;
-    sd_bus_message* call = newCall("Create");
+    sd_bus_message* call = newCall(protocol::brokerMethod::create.name);
     EXPECT_GE(sd_bus_send(_bus, call, answer == Answer::Wanted ? &cookie : nullptr), 0);
     sd_bus_message_unref(call);
   }
@@ -111,7 +111,7 @@ class RawCaller {
     EXPECT_GE(sd_bus_flush(_bus), 0);
   }
   void sendForm(const std::string& bytes) {
-    sd_bus_message* call = newCall("CreateFromExternalForm");
+    sd_bus_message* call = newCall(protocol::brokerMethod::createFromExternalForm.name);
     std::uint64_t cookie = 0;
     sd_bus_message_append_array(call, 'y', bytes.data(), bytes.size());
     EXPECT_GE(sd_bus_send(_bus, call, &cookie), 0);
@@ -120,7 +120,7 @@ class RawCaller {
   }
   // The name of the error with which a form is refused, or nothing.
   std::string refusalOf(const std::string& form) {
-    sd_bus_message* call = newCall("CreateFromExternalForm");
+    sd_bus_message* call = newCall(protocol::brokerMethod::createFromExternalForm.name);
     sd_bus_error error{};
     sd_bus_message_append_array(call, 'y', form.data(), form.size());
     sd_bus_call(_bus, call, 0, &error, nullptr);
@@ -132,7 +132,9 @@ class RawCaller {
   std::uint64_t create() {
     std::uint64_t handle = 0;
     sd_bus_message* reply = nullptr;
-    EXPECT_GE(sd_bus_call_method(_bus, BusName, ObjectPath, InterfaceName, "Create", nullptr, &reply, ""), 0);
+    EXPECT_GE(sd_bus_call_method(_bus, BusName, ObjectPath, InterfaceName, protocol::brokerMethod::create.name, nullptr,
+                                 &reply, ""),
+              0);
     EXPECT_GE(sd_bus_message_read(reply, "t", &handle), 0);
     sd_bus_message_unref(reply);
     return handle;
@@ -140,7 +142,8 @@ class RawCaller {
   // A handle with the right, where nobody has to be asked.
   std::uint64_t authorized() {
     const auto handle = create();
-    EXPECT_GE(sd_bus_call_method(_bus, BusName, ObjectPath, InterfaceName, "CopyRights", nullptr, nullptr, "tsu", handle,
+    EXPECT_GE(sd_bus_call_method(_bus, BusName, ObjectPath, InterfaceName, protocol::brokerMethod::copyRights.name, nullptr,
+                                 nullptr, protocol::brokerMethod::copyRights.takes, handle,
                                  platform::kAuthorizationRightExecute, 18U),
               0);
     return handle;
@@ -149,8 +152,8 @@ class RawCaller {
   platform::Linux::Descriptor run(std::uint64_t handle, int tool) {
     sd_bus_message* reply = nullptr;
     int borrowed = -1;
-    if (sd_bus_call_method(_bus, BusName, ObjectPath, InterfaceName, "ExecuteWithPrivileges", nullptr, &reply, "thu",
-                           handle, tool, 0U) < 0) {
+    if (sd_bus_call_method(_bus, BusName, ObjectPath, InterfaceName, protocol::brokerMethod::executeWithPrivileges.name,
+                           nullptr, &reply, protocol::brokerMethod::executeWithPrivileges.takes, handle, tool, 0U) < 0) {
       return platform::Linux::Descriptor();
     }
     EXPECT_GE(sd_bus_message_read(reply, "h", &borrowed), 0);
@@ -161,9 +164,9 @@ class RawCaller {
   [[nodiscard]] sd_bus* bus() const { return _bus; }
 
  private:
-  static constexpr const char* BusName = platform::Linux::authorizationd::BusName;
-  static constexpr const char* ObjectPath = platform::Linux::authorizationd::ObjectPath;
-  static constexpr const char* InterfaceName = platform::Linux::authorizationd::InterfaceName;
+  static constexpr const char* BusName = protocol::brokerBusName;
+  static constexpr const char* ObjectPath = protocol::brokerObjectPath;
+  static constexpr const char* InterfaceName = protocol::brokerInterface;
 
   sd_bus_message* newCall(const char* method) {
     sd_bus_message* call = nullptr;

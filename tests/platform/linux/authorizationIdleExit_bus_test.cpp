@@ -9,13 +9,12 @@
 #include <string>
 
 #include "platform/linux/authorizationd/IdleExit.h"
-#include "platform/linux/authorizationd/Interface.h"
+#include "protocol/Broker.h"
 #include "tests/platform/linux/AuthorizationClient.h"
 #include "tests/support/PrivateBus.h"
 
 namespace {
 
-using namespace foundation;
 using namespace platform;
 using namespace platform::Linux::authorizationd;
 using namespace std::chrono_literals;
@@ -27,7 +26,7 @@ constexpr Time Idle = 10ms;
 class OpenPolicy final : public Policy {
  public:
   [[nodiscard]] bool serves(uid_t /*uid*/) const override { return true; }
-  std::unique_ptr<Question> ask(const Caller& /*caller*/, bool /*interaction*/, Answer answer) override {
+  std::unique_ptr<Question> ask(const Caller& /*caller*/, Right /*right*/, bool /*interaction*/, Answer answer) override {
     open = std::move(answer);
     return std::make_unique<Question>();
   }
@@ -45,14 +44,18 @@ class IdleBroker : public testing::Test {
     EXPECT_GE(sd_bus_open_user(&broker), 0);
     // After the timer: a call that waits at the bus is seen only when the broker looks for it.
     EXPECT_GE(sd_bus_attach_event(broker, loop, SD_EVENT_PRIORITY_NORMAL + 1), 0);
-    service = std::make_unique<Service>(broker, loop, policy, Lifetimes{});
+    service = std::make_unique<Service>(
+        broker, loop, Service::Parts{.policy = policy, .journal = journal, .checkTool = [](int) { return ""; }},
+        Lifetimes{});
     EXPECT_GE(service->publish(), 0);
-    EXPECT_GE(sd_bus_request_name(broker, BusName, 0), 0);
-    EXPECT_GE(sd_bus_add_match(watcher.bus(), nullptr,
-                               "type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged',"
-                               "arg0='com.kelto.Authorization1'",
-                               countChange, this),
-              0);
+    EXPECT_GE(sd_bus_request_name(broker, protocol::brokerBusName, 0), 0);
+    EXPECT_GE(
+        sd_bus_add_match(watcher.bus(), nullptr,
+                         (std::string("type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged',arg0='") +
+                          protocol::brokerBusName + "'")
+                             .c_str(),
+                         countChange, this),
+        0);
     EXPECT_GE(sd_bus_attach_event(client.bus(), loop, SD_EVENT_PRIORITY_NORMAL + 2), 0);
     EXPECT_GE(sd_bus_attach_event(watcher.bus(), loop, SD_EVENT_PRIORITY_NORMAL + 2), 0);
   }
@@ -97,7 +100,9 @@ class IdleBroker : public testing::Test {
   template <class... Values>
   void send(const char* method, const char* types, Values... values) {
     sd_bus_message* message = nullptr;
-    EXPECT_GE(sd_bus_message_new_method_call(client.bus(), &message, brokerName(), ObjectPath, InterfaceName, method), 0);
+    EXPECT_GE(sd_bus_message_new_method_call(client.bus(), &message, brokerName(), protocol::brokerObjectPath,
+                                             protocol::brokerInterface, method),
+              0);
     EXPECT_GE(sd_bus_message_append(message, types, values...), 0);
     EXPECT_GE(sd_bus_call_async(client.bus(), nullptr, message, keepAnswer, this, 0), 0);
     sd_bus_message_unref(message);
@@ -134,6 +139,8 @@ class IdleBroker : public testing::Test {
   tests::PrivateBus bus;
   sd_event* loop = nullptr;
   sd_bus* broker = nullptr;
+  // Nobody listens there.
+  Journal journal{{.journal = "/nowhere/journal", .log = "/nowhere/log"}, -1, [] { return std::chrono::microseconds(0); }};
   OpenPolicy policy;
   std::unique_ptr<Service> service;
   std::unique_ptr<IdleExit> idle;
@@ -152,19 +159,20 @@ TEST_F(IdleBroker, LeavesWhenNothingIsHeld) {
 }
 
 TEST_F(IdleBroker, StaysWhileAHandleIsHeldAndLeavesAfterwards) {
-  const auto handle = call("Create", "");
+  const auto handle = call(protocol::brokerMethod::create.name, "");
   startTimer();
   expectStays();
-  EXPECT_EQ(call("Free", "tu", handle, 8U), 0U);
+  EXPECT_EQ(call(protocol::brokerMethod::free.name, "tu", handle, 8U), 0U);
   expectLeaves();
 }
 
 TEST_F(IdleBroker, StaysWhileAQuestionIsOpenAlthoughItsHandleIsGone) {
-  const auto handle = call("Create", "");
+  const auto handle = call(protocol::brokerMethod::create.name, "");
   startTimer();
-  send("CopyRights", "tsu", handle, kAuthorizationRightExecute, 18U);
+  send(protocol::brokerMethod::copyRights.name, protocol::brokerMethod::copyRights.takes, handle,
+       kAuthorizationRightExecute, 18U);
   EXPECT_TRUE(runUntil([this] { return static_cast<bool>(policy.open); }));
-  EXPECT_EQ(call("Free", "tu", handle, 8U), 0U);
+  EXPECT_EQ(call(protocol::brokerMethod::free.name, "tu", handle, 8U), 0U);
   expectStays();
   answered = false;
   policy.open(errAuthorizationSuccess);
@@ -174,17 +182,19 @@ TEST_F(IdleBroker, StaysWhileAQuestionIsOpenAlthoughItsHandleIsGone) {
 }
 
 TEST_F(IdleBroker, StaysWhileAToolRunsAlthoughItsHandleIsGone) {
-  const auto handle = call("Create", "");
+  const auto handle = call(protocol::brokerMethod::create.name, "");
   startTimer();
-  send("CopyRights", "tsu", handle, kAuthorizationRightExecute, 18U);
+  send(protocol::brokerMethod::copyRights.name, protocol::brokerMethod::copyRights.takes, handle,
+       kAuthorizationRightExecute, 18U);
   EXPECT_TRUE(runUntil([this] { return static_cast<bool>(policy.open); }));
   answered = false;
   policy.open(errAuthorizationSuccess);
   EXPECT_TRUE(runUntil([this] { return answered; }));
   const platform::Linux::Descriptor tool(::open(KELTO_BIN_DIR "/authorization_probe", O_PATH | O_CLOEXEC));
-  call("ExecuteWithPrivileges", "thu", handle, tool.get(), 0U);
+  call(protocol::brokerMethod::executeWithPrivileges.name, protocol::brokerMethod::executeWithPrivileges.takes, handle,
+       tool.get(), 0U);
   ASSERT_TRUE(stream);
-  EXPECT_EQ(call("Free", "tu", handle, 8U), 0U);
+  EXPECT_EQ(call(protocol::brokerMethod::free.name, "tu", handle, 8U), 0U);
   expectStays();
   stream.reset();
   expectLeaves();
@@ -192,7 +202,7 @@ TEST_F(IdleBroker, StaysWhileAToolRunsAlthoughItsHandleIsGone) {
 
 // The call waits at the broker's end of the bus when the timer runs out, and is found before the broker goes.
 TEST_F(IdleBroker, AnswersACallThatCameAtTheLastMomentAndStays) {
-  send("Create", "");
+  send(protocol::brokerMethod::create.name, "");
   sd_bus_call_method(watcher.bus(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "GetId",
                      nullptr, nullptr, "");
   startTimer();
@@ -205,7 +215,7 @@ TEST_F(IdleBroker, AnswersACallThatCameAtTheLastMomentAndStays) {
 }
 
 TEST_F(IdleBroker, ARefusedCallDoesNotKeepIt) {
-  send("Free", "tu", std::uint64_t{7}, 8U);
+  send(protocol::brokerMethod::free.name, "tu", std::uint64_t{7}, 8U);
   sd_bus_call_method(watcher.bus(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "GetId",
                      nullptr, nullptr, "");
   startTimer();

@@ -13,20 +13,20 @@
 #include <thread>
 #include <vector>
 
+#include "protocol/Broker.h"
 #include "tests/platform/linux/AuthorizationClient.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/PrivateBus.h"
 
 namespace {
 
-using namespace foundation;
 using namespace platform;
 using namespace std::chrono_literals;
 using tests::BrokerClient;
 using tests::eventually;
 using Clock = std::chrono::steady_clock;
 
-constexpr const char* BrokerName = "com.kelto.Authorization1";
+constexpr const char* BrokerName = protocol::brokerBusName;
 
 enum class Behaviour { Hangs, GrantsWhenTold, AnswersNonsense, Leaves };
 
@@ -215,7 +215,8 @@ TEST_F(PolicyThat, GrantsToACallerWhoIsGoneGivesNothingToAnybody) {
   PolicyService policy(Behaviour::GrantsWhenTold);
   {
     tests::RawCaller gone;
-    gone.send("CopyRights", "tsu", gone.create(), kAuthorizationRightExecute, 19U);
+    gone.send(protocol::brokerMethod::copyRights.name, protocol::brokerMethod::copyRights.takes, gone.create(),
+              kAuthorizationRightExecute, 19U);
     ASSERT_TRUE(eventually([&] { return policy.asked == 1; }));
   }
   EXPECT_TRUE(eventually([&] { return policy.withdrawn == 1; }));
@@ -247,7 +248,9 @@ TEST_F(PolicyThat, HangsLeavesOneUserABoundedNumberOfOpenQuestions) {
   PolicyService policy(Behaviour::Hangs);
   tests::RawCaller caller;
   const auto handle = caller.create();
-  for (int i = 0; i < 50; ++i) caller.send("CopyRights", "tsu", handle, kAuthorizationRightExecute, 19U);
+  for (int i = 0; i < 50; ++i)
+    caller.send(protocol::brokerMethod::copyRights.name, protocol::brokerMethod::copyRights.takes, handle,
+                kAuthorizationRightExecute, 19U);
   expectServed();
   EXPECT_TRUE(eventually([&] { return policy.asked >= 8; }));
   expectServed();

@@ -8,7 +8,13 @@
 #include <array>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <regex>
 #include <string>
+#include <vector>
+
+#include "protocol/ToolProtocol.h"
 
 #include "protocol/ToolProtocol.h"
 
@@ -49,11 +55,11 @@ class AuthorizationPolicy : public testing::Test {
   }
   void TearDown() override { std::filesystem::remove_all(folder); }
 
-  // What `command`, a shell line, and the broker print.
-  static std::string output(const std::string& mode, const std::string& command) {
-    const std::string line = "exec 2>&1; exec setpriv --pdeathsig KILL -- " KELTO_SOURCE_DIR
-                             "/tests/support/system-bus.sh " +
-                             mode + " --build " KELTO_BIN_DIR "/.. -- bash -c '" + command + "'";
+  // The output of the shell line `command` and of the broker.
+  std::string output(const std::string& mode, const std::string& command) const {
+    const std::string line =
+        "exec 2>&1; exec setpriv --pdeathsig KILL -- " KELTO_SOURCE_DIR "/tests/support/system-bus.sh " + mode +
+        " --tools " + folder.string() + " --build " KELTO_BIN_DIR "/.. -- bash -c '" + command + "'";
     FILE* pipe = ::popen(line.c_str(), "r");
     if (pipe == nullptr) return "no pipe";
     std::string text;
@@ -136,6 +142,58 @@ TEST_F(AuthorizationPolicy, TheBrokerOfAUserServesNobodyElse) {
   EXPECT_THAT(text, HasSubstr("create answers -60005\n"));
   EXPECT_THAT(text, HasSubstr("authorizationd: refused Create of user 65534"));
   EXPECT_THAT(text, HasSubstr("copy answers 0\n"));
+}
+
+// The rule that docs/ shows, for a group of which the account is a member.
+TEST_F(AuthorizationPolicy, UnderTheRuleForUpdatesWithoutAPasswordTheToolRunsAndTheCallersOwnProgramDoesNot) {
+  std::ifstream page(KELTO_SOURCE_DIR "/docs/updates-without-password.md");
+  const std::string text((std::istreambuf_iterator<char>(page)), {});
+  const auto begin = text.find("polkit.addRule");
+  ASSERT_NE(begin, std::string::npos);
+  std::string rule = text.substr(begin, text.find("```", begin) - begin);
+  const auto group = rule.find("\"updaters\"");
+  ASSERT_NE(group, std::string::npos);
+  std::ofstream(folder / "rule") << rule.replace(group, 10, "\"nogroup\"");
+  std::filesystem::create_directory(folder / "own");
+  std::filesystem::copy_file(folder / "authorization_probe", folder / "own/authorization_probe");
+  const std::string as = "setpriv --reuid 65534 --regid 65534 --clear-groups " + (folder / "authorization_client").string();
+  const auto said =
+      output("--challenge", "cp " + (folder / "rule").string() +
+                                " /run/kelto/rules/10-updates.rules; mount -o "
+                                "remount /etc/polkit-1/rules.d; " +
+                                as + " create copy 18 execute " + (folder / "authorization_probe").string() + " execute " +
+                                (folder / "own/authorization_probe").string() + " execute /bin/sh");
+  EXPECT_THAT(said, HasSubstr("copy answers 0\n"));
+  EXPECT_THAT(said, HasSubstr("execute answers 0\n"));
+  const std::regex answer("execute answers (-?[0-9]+)\n");
+  std::vector<std::string> answers;
+  for (std::sregex_iterator each(said.begin(), said.end(), answer), end; each != end; ++each) answers.push_back((*each)[1]);
+  EXPECT_THAT(answers, testing::ElementsAre("0", "-60005", "-60005")) << said;
+  EXPECT_THAT(said, HasSubstr("the program lies in no folder for tools (" + (folder / "own/authorization_probe").string()));
+}
+
+TEST_F(AuthorizationPolicy, AnyOtherProgramRunsOnlyAfterAnAdministratorAllowedJustThat) {
+  std::filesystem::create_directory(folder / "own");
+  std::filesystem::copy_file(folder / "authorization_probe", folder / "own/authorization_probe");
+  const std::string own = (folder / "own/authorization_probe").string();
+  const auto said = output("--challenge --password secret", askedClient("right", "create copy 19 execute " + own));
+  EXPECT_THAT(said, HasSubstr("agent: asked for com.kelto.authorization.admin: "));
+  EXPECT_THAT(said, HasSubstr("agent: asked for com.kelto.authorization.run-any: Authentication is required so that " +
+                              (folder / "authorization_client").string() + " can run a program of its choice"));
+  EXPECT_THAT(said, HasSubstr(std::string(protocol::anyProgramVariable) + "=1\n"));
+  EXPECT_THAT(said, HasSubstr("execute answers 0\n"));
+}
+
+TEST_F(AuthorizationPolicy, TheQuestionNamesTheProgramThatAsks) {
+  const auto text = output("--challenge --password secret", askedClient("right", "create copy 19"));
+  EXPECT_THAT(text, HasSubstr("so that " + (folder / "authorization_client").string() + " can install, update or remove"));
+}
+
+TEST_F(AuthorizationPolicy, ThePolicyFileThatOthersCanWriteListsNoTool) {
+  const auto text = output("--grant", "chmod 666 /etc/kelto/authorization.conf; " + client() + "create copy 18 execute " +
+                                          (folder / "authorization_probe").string());
+  EXPECT_THAT(text, HasSubstr("authorization.conf is refused: can be written by others"));
+  EXPECT_THAT(text, HasSubstr("execute answers -60005\n"));
 }
 
 TEST_F(AuthorizationPolicy, ARightThatWasDestroyedHasToBeGivenAgain) {

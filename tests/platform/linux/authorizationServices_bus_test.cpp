@@ -1,24 +1,28 @@
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 
 #include "platform/fake/FakePlatform.h"
 #include "platform/linux/AuthorizationServices.h"
+#include "protocol/Broker.h"
 #include "protocol/ToolProtocol.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/PrivateBus.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace {
 
-using namespace foundation;
 using namespace platform;
 using namespace std::chrono_literals;
 using testing::Contains;
@@ -27,7 +31,7 @@ using testing::IsEmpty;
 using testing::Not;
 
 const std::string Broker = KELTO_BIN_DIR "/authorizationd";
-constexpr const char* BrokerName = "com.kelto.Authorization1";
+constexpr const char* BrokerName = protocol::brokerBusName;
 
 // Counts the calls that may block.
 class CountingCall final : public platform::Linux::BlockingCall {
@@ -94,10 +98,14 @@ class AuthorizationBroker : public testing::Test {
  protected:
   // A copy of the probe in a folder of the test, so that its mode is known and may be changed.
   std::string probe(mode_t mode = 0755) {
-    const auto path = bus.folder() / "probe";
+    const std::filesystem::path path = tools.path("probe");
     std::filesystem::copy_file(KELTO_BIN_DIR "/authorization_probe", path);
     EXPECT_EQ(::chmod(path.c_str(), mode), 0);
     return path;
+  }
+  std::string folderAmongTools() {
+    std::filesystem::create_directory(tools.path("folder"));
+    return tools.path("folder");
   }
   AuthorizationRef authorized(Client& client) {
     const AuthorizationRef authorization = client.create();
@@ -109,16 +117,19 @@ class AuthorizationBroker : public testing::Test {
     EXPECT_EQ(controller.execute(authorized(controller), path, stream), errAuthorizationSuccess);
     return stream;
   }
-  void expectRefused(const std::string& path, const std::string& reason) {
+  void expectRefused(const std::string& path, const std::string& reason,
+                     AuthorizationStatus status = errAuthorizationToolExecuteFailure) {
     std::unique_ptr<ByteStream> stream;
-    EXPECT_EQ(controller.execute(authorized(controller), path, stream), errAuthorizationToolExecuteFailure);
+    EXPECT_EQ(controller.execute(authorized(controller), path, stream), status);
     EXPECT_EQ(stream, nullptr);
     EXPECT_THAT(controller.log.lines, Contains(HasSubstr(reason)));
   }
 
   // The broker is started with a descriptor too many, which no tool may inherit.
   tests::ScopedEnvironment dataFolder{"XDG_DATA_HOME", "/data of mine"};
-  tests::PrivateBus bus{{{BrokerName, "/bin/sh -c 'exec " + Broker + " --session 7</dev/null'"}}};
+  tests::TemporaryFolder tools;
+  tests::PrivateBus bus{
+      {{BrokerName, "/bin/sh -c 'exec " + Broker + " --session --tools " + tools.path() + " 7</dev/null'"}}};
   Client controller;
   Client installer;
 };
@@ -212,9 +223,15 @@ TEST_F(AuthorizationBroker, RunsAToolWithNothingInheritedButTheUsersDataFolder) 
   const auto stream = started(probe());
   say(*stream, "report");
   const std::string user = std::to_string(::getuid());
-  EXPECT_EQ(readAll(*stream),
-            "environment PATH=/usr/sbin:/usr/bin:/sbin:/bin\nenvironment LANG=C.UTF-8\nenvironment " +
-                std::string(protocol::invokingUserVariable) + "=" + user +
+  const std::string said = readAll(*stream);
+  const std::string jobSetting = std::string("environment ") + protocol::jobVariable + "=";
+  const auto job = said.find(jobSetting);
+  ASSERT_NE(job, std::string::npos) << said;
+  const auto end = said.find('\n', job);
+  EXPECT_EQ(end - job, jobSetting.size() + 32) << "a number that no other broker gives";
+  EXPECT_EQ(said.substr(0, job) + said.substr(end + 1),
+            std::string("environment PATH=/usr/sbin:/usr/bin:/sbin:/bin\nenvironment LANG=C.UTF-8\nenvironment ") +
+                protocol::invokingUserVariable + "=" + user +
                 "\nenvironment XDG_DATA_HOME=/data of mine\ndescriptor 0 socket\ndescriptor 1 socket\ndescriptor 2 "
                 "/dev/null\numask 22\nfolder /\nnew privileges none\nsession own\nuser " +
                 user + " " + user + "\narguments 0\n");
@@ -244,26 +261,30 @@ TEST_F(AuthorizationBroker, KnowsNoOptionsForATool) {
   EXPECT_EQ(stream, nullptr);
 }
 
-TEST_F(AuthorizationBroker, RefusesAToolThatTheGroupMayWrite) { expectRefused(probe(0775), "writable by others"); }
+TEST_F(AuthorizationBroker, RefusesAToolThatTheGroupMayWrite) {
+  expectRefused(probe(0775), "writable by others", errAuthorizationDenied);
+}
 
-TEST_F(AuthorizationBroker, RefusesAToolThatEveryoneMayWrite) { expectRefused(probe(0757), "writable by others"); }
+TEST_F(AuthorizationBroker, RefusesAToolThatEveryoneMayWrite) {
+  expectRefused(probe(0757), "writable by others", errAuthorizationDenied);
+}
 
 TEST_F(AuthorizationBroker, RefusesAToolThatIsNotExecutable) { expectRefused(probe(0644), "not executable"); }
 
 TEST_F(AuthorizationBroker, RefusesASetUserIdTool) { expectRefused(probe(04755), "set-user-id"); }
 
-TEST_F(AuthorizationBroker, RefusesAFolder) { expectRefused(bus.folder(), "not a regular file"); }
+TEST_F(AuthorizationBroker, RefusesAFolder) { expectRefused(folderAmongTools(), "not a regular file"); }
 
 TEST_F(AuthorizationBroker, RefusesAPipeWithoutWaitingForIt) {
-  const auto path = bus.folder() / "pipe";
+  const std::string path = tools.path("pipe");
   ASSERT_EQ(::mkfifo(path.c_str(), 0700), 0);
   expectRefused(path, "not a regular file");
 }
 
-TEST_F(AuthorizationBroker, RefusesAMissingTool) { expectRefused(bus.folder() / "missing", "cannot be opened"); }
+TEST_F(AuthorizationBroker, RefusesAMissingTool) { expectRefused(tools.path("missing"), "cannot be opened"); }
 
-TEST_F(AuthorizationBroker, RefusesAFileThatIsNoProgram) {
-  const auto path = bus.folder() / "text";
+TEST_F(AuthorizationBroker, RefusesAFileThatIsNotAProgram) {
+  const std::string path = tools.path("text");
   std::ofstream(path) << "not a program";
   ASSERT_EQ(::chmod(path.c_str(), 0755), 0);
   expectRefused(path, "cannot be run");
@@ -273,7 +294,97 @@ TEST_F(AuthorizationBroker, RefusesAToolOfAnotherUser) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root can make a file that belongs to somebody else";
   const auto path = probe();
   ASSERT_EQ(::chown(path.c_str(), 65534, 65534), 0);
-  expectRefused(path, "belongs to another user");
+  expectRefused(path, "belongs to another user", errAuthorizationDenied);
+}
+
+TEST_F(AuthorizationBroker, RefusesAProgramThatLiesInNoFolderForTools) {
+  expectRefused("/bin/sh", "lies in no folder for tools", errAuthorizationDenied);
+  const auto own = bus.folder() / "probe";
+  std::filesystem::copy_file(probe(), own);
+  expectRefused(own, "lies in no folder for tools", errAuthorizationDenied);
+}
+
+TEST_F(AuthorizationBroker, RefusesAToolWhoseFolderOthersCanWrite) {
+  const auto path = probe();
+  ASSERT_EQ(::chmod(tools.path().c_str(), 01777), 0);
+  expectRefused(path, "can be written by others", errAuthorizationDenied);
+}
+
+TEST_F(AuthorizationBroker, RefusesAProgramThatHasTheNameOfAToolElsewhere) {
+  probe();
+  const auto own = bus.folder() / "probe";
+  std::filesystem::copy_file("/bin/sh", own);
+  expectRefused(own, "lies in no folder for tools", errAuthorizationDenied);
+}
+
+TEST_F(AuthorizationBroker, AFormForAProcessIsGoodForThatProcessOnce) {
+  const AuthorizationRef authorization = authorized(controller);
+  const platform::Linux::Descriptor self(static_cast<int>(::syscall(SYS_pidfd_open, ::getpid(), 0)));
+  AuthorizationExternalForm form;
+  ASSERT_EQ(controller.services.makeExternalFormFor(authorization, self.get(), form), errAuthorizationSuccess);
+  AuthorizationRef adopted = 0;
+  EXPECT_EQ(installer.services.createFromExternalForm(form, adopted), errAuthorizationSuccess);
+  EXPECT_EQ(installer.services.createFromExternalForm(form, adopted), errAuthorizationDenied);
+}
+
+TEST_F(AuthorizationBroker, AFormForAnotherProcessIsRefusedLikeAWrongOne) {
+  const AuthorizationRef authorization = authorized(controller);
+  const platform::Linux::Descriptor parent(static_cast<int>(::syscall(SYS_pidfd_open, ::getppid(), 0)));
+  AuthorizationExternalForm form;
+  ASSERT_EQ(controller.services.makeExternalFormFor(authorization, parent.get(), form), errAuthorizationSuccess);
+  AuthorizationRef adopted = 0;
+  EXPECT_EQ(installer.services.createFromExternalForm(form, adopted), errAuthorizationDenied);
+  EXPECT_EQ(installer.services.createFromExternalForm({}, adopted), errAuthorizationDenied);
+  ASSERT_GE(installer.log.lines.size(), 2U);
+  EXPECT_EQ(installer.log.lines.end()[-1], installer.log.lines.end()[-2]);
+}
+
+TEST_F(AuthorizationBroker, RefusesToMakeAFormForADescriptorThatNamesNoProcess) {
+  const platform::Linux::Descriptor folder(::open("/", O_PATH | O_CLOEXEC));
+  AuthorizationExternalForm form;
+  EXPECT_EQ(controller.services.makeExternalFormFor(authorized(controller), folder.get(), form), errAuthorizationDenied);
+}
+
+std::string lineAfterLine(const std::string& xml) {
+  std::string result;
+  std::istringstream lines(xml);
+  for (std::string line; std::getline(lines, line);) {
+    const auto begin = line.find_first_not_of(' ');
+    if (begin != std::string::npos) result += line.substr(begin) + "\n";
+  }
+  return result;
+}
+
+// The part of a description that is about the broker's own interface.
+std::string interfaceIn(const std::string& xml) {
+  const auto begin = xml.find(std::string("<interface name=\"") + protocol::brokerInterface + "\">");
+  if (begin == std::string::npos) return xml;
+  return lineAfterLine(xml.substr(begin, xml.find("</interface>", begin) - begin));
+}
+
+TEST_F(AuthorizationBroker, DescribesItselfOnTheBusAsTheFileOfItsInterfaceSays) {
+  controller.create();
+  const auto own = platform::Linux::Bus::openUser();
+  sd_bus_message* reply = nullptr;
+  const char* xml = "";
+  ASSERT_GE(sd_bus_call_method(own->get(), BrokerName, protocol::brokerObjectPath, "org.freedesktop.DBus.Introspectable",
+                               "Introspect", nullptr, &reply, ""),
+            0);
+  ASSERT_GE(sd_bus_message_read(reply, "s", &xml), 0);
+  std::ifstream file(KELTO_SOURCE_DIR "/protocol/com.kelto.Authorization1.xml");
+  const std::string described((std::istreambuf_iterator<char>(file)), {});
+  EXPECT_EQ(interfaceIn(xml), interfaceIn(described));
+  sd_bus_message_unref(reply);
+}
+
+TEST_F(AuthorizationBroker, TellsTheVersionOfItsInterface) {
+  controller.create();
+  const auto own = platform::Linux::Bus::openUser();
+  std::uint32_t version = 0;
+  ASSERT_GE(sd_bus_get_property_trivial(own->get(), BrokerName, protocol::brokerObjectPath, protocol::brokerInterface,
+                                        protocol::brokerVersionProperty, nullptr, 'u', &version),
+            0);
+  EXPECT_EQ(version, protocol::brokerVersion);
 }
 
 TEST_F(AuthorizationBroker, SevenHundredBytesInOneGoAreReadAs512And188) {
@@ -371,7 +482,7 @@ TEST(AuthorizationServices, WithoutABrokerCreatingFailsAndTheLogSaysOnceWhatToDo
   EXPECT_EQ(client.services.create(0, authorization), errAuthorizationInternal);
   EXPECT_EQ(client.services.createFromExternalForm({}, authorization), errAuthorizationInternal);
   EXPECT_EQ(authorization, 7U);
-  EXPECT_THAT(client.log.lines, testing::ElementsAre(HasSubstr("install com.kelto.Authorization1")));
+  EXPECT_THAT(client.log.lines, testing::ElementsAre(HasSubstr(std::string("install ") + protocol::brokerBusName)));
 }
 
 TEST(AuthorizationServices, WithoutAnyBusCreatingFails) {
@@ -387,13 +498,15 @@ TEST(AuthorizationLifetimes, AFormIsRefusedAfterItsTime) {
   tests::PrivateBus bus{{{BrokerName, Broker + " --session --form-seconds 1"}}};
   Client controller;
   Client installer;
-  const auto form = controller.exported(controller.create());
+  const AuthorizationRef authorization = controller.create();
+  std::vector<AuthorizationExternalForm> forms(16);
+  for (auto& form : forms) form = controller.exported(authorization);
   AuthorizationRef adopted = 0;
-  EXPECT_EQ(installer.services.createFromExternalForm(form, adopted), errAuthorizationSuccess);
-  EXPECT_TRUE(tests::eventually([&] {
-    installer.services.free(adopted, kAuthorizationFlagDefaults);
-    return installer.services.createFromExternalForm(form, adopted) == errAuthorizationDenied;
-  }));
+  EXPECT_EQ(installer.services.createFromExternalForm(forms.back(), adopted), errAuthorizationSuccess);
+  // Each of the others is good once, until its time is over.
+  const auto start = std::chrono::steady_clock::now();
+  ASSERT_TRUE(tests::eventually([&] { return std::chrono::steady_clock::now() - start > 1s; }));
+  EXPECT_EQ(installer.services.createFromExternalForm(forms.front(), adopted), errAuthorizationDenied);
 }
 
 TEST(AuthorizationLifetimes, TheRightEndsAfterItsTimeAndIsAskedForAgain) {

@@ -1,14 +1,18 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <csignal>
 
 #include <set>
 #include <vector>
 
-#include "platform/linux/authorizationd/Interface.h"
 #include "platform/linux/authorizationd/Sessions.h"
+#include "protocol/Broker.h"
 
 namespace {
 
-using namespace foundation;
 using namespace platform;
 using namespace platform::Linux::authorizationd;
 using namespace std::chrono_literals;
@@ -31,6 +35,11 @@ class AuthorizationSessions : public testing::Test {
   AuthorizationStatus import(const Caller& caller, const AuthorizationExternalForm& form) {
     Handle ignored = 0;
     return import(caller, form, ignored);
+  }
+
+  static std::shared_ptr<const NamedProcess> processOfThisTest() {
+    const platform::Linux::Descriptor pidfd(static_cast<int>(::syscall(SYS_pidfd_open, ::getpid(), 0)));
+    return NamedProcess::of(pidfd.get());
   }
 
   const Caller controller{":1.1", 1000};
@@ -139,13 +148,14 @@ TEST_F(AuthorizationSessions, AFormOfAnotherLengthIsRefused) {
   EXPECT_EQ(sessions.createFromExternalForm(installer, bytes, now, handle), errAuthorizationDenied);
 }
 
-TEST_F(AuthorizationSessions, AFormIsGoodMoreThanOnceUntilItsTimeEnds) {
-  const auto form = exported(controller, create(controller));
-  EXPECT_EQ(import(installer, form), errAuthorizationSuccess);
+TEST_F(AuthorizationSessions, AFormEndsWithItsTime) {
+  const Handle handle = create(controller);
+  const auto first = exported(controller, handle);
+  const auto second = exported(controller, handle);
   now += 60s - 1us;
-  EXPECT_EQ(import(installer, form), errAuthorizationSuccess);
+  EXPECT_EQ(import(installer, first), errAuthorizationSuccess);
   now += 1us;
-  EXPECT_EQ(import(installer, form), errAuthorizationDenied);
+  EXPECT_EQ(import(installer, second), errAuthorizationDenied);
 }
 
 TEST_F(AuthorizationSessions, SeveralFormsOfASessionAreGoodAtOnce) {
@@ -176,7 +186,7 @@ TEST_F(AuthorizationSessions, HandlesEndWithTheirConnection) {
 }
 
 TEST_F(AuthorizationSessions, OneConnectionCannotExhaustTheHandlesOfItsUser) {
-  for (std::size_t i = 0; i < Sessions::MaximumHandlesOfConnection; ++i) create(controller);
+  for (std::size_t i = 0; i < protocol::maximumHandlesOfConnection; ++i) create(controller);
   Handle handle = 7;
   EXPECT_EQ(sessions.create(controller, handle), errAuthorizationInternal);
   EXPECT_EQ(handle, 7U);
@@ -184,7 +194,7 @@ TEST_F(AuthorizationSessions, OneConnectionCannotExhaustTheHandlesOfItsUser) {
 }
 
 TEST_F(AuthorizationSessions, OneUserCannotExhaustTheHandlesOfAnother) {
-  for (std::size_t i = 0; i < Sessions::MaximumHandles; ++i) create({":2." + std::to_string(i), controller.uid});
+  for (std::size_t i = 0; i < protocol::maximumHandlesOfUser; ++i) create({":2." + std::to_string(i), controller.uid});
   Handle handle = 7;
   EXPECT_EQ(sessions.create(controller, handle), errAuthorizationInternal);
   EXPECT_EQ(handle, 7U);
@@ -192,10 +202,10 @@ TEST_F(AuthorizationSessions, OneUserCannotExhaustTheHandlesOfAnother) {
 }
 
 TEST_F(AuthorizationSessions, ImportsCountAsHandles) {
-  const auto form = exported(controller, create(controller));
-  for (std::size_t i = 0; i < Sessions::MaximumHandlesOfConnection; ++i)
-    ASSERT_EQ(import(installer, form), errAuthorizationSuccess);
-  EXPECT_EQ(import(installer, form), errAuthorizationInternal);
+  const Handle handle = create(controller);
+  for (std::size_t i = 0; i < protocol::maximumHandlesOfConnection; ++i)
+    ASSERT_EQ(import(installer, exported(controller, handle)), errAuthorizationSuccess);
+  EXPECT_EQ(import(installer, exported(controller, handle)), errAuthorizationInternal);
 }
 
 TEST_F(AuthorizationSessions, TheOldestFormOfAUserMakesRoomForANewOne) {
@@ -204,20 +214,84 @@ TEST_F(AuthorizationSessions, TheOldestFormOfAUserMakesRoomForANewOne) {
   const Handle handle = create(controller);
   const auto oldest = exported(controller, handle);
   const auto second = exported(controller, handle);
-  for (std::size_t i = 2; i < Sessions::MaximumForms; ++i) exported(controller, handle);
-  EXPECT_EQ(import(installer, oldest), errAuthorizationSuccess);
+  const auto third = exported(controller, handle);
+  for (std::size_t i = 3; i < protocol::maximumFormsOfUser; ++i) exported(controller, handle);
+  EXPECT_EQ(import(installer, second), errAuthorizationSuccess);
   exported(controller, handle);
   EXPECT_EQ(import(installer, oldest), errAuthorizationDenied);
-  EXPECT_EQ(import(installer, second), errAuthorizationSuccess);
+  EXPECT_EQ(import(installer, third), errAuthorizationSuccess);
   EXPECT_EQ(import(stranger, foreignForm), errAuthorizationSuccess);
+}
+
+TEST_F(AuthorizationSessions, AFormIsGoodOnceAndASecondUseIsToldFromAWrongForm) {
+  const auto form = exported(controller, create(controller));
+  ASSERT_EQ(import(installer, form), errAuthorizationSuccess);
+  const char* cause = "";
+  Handle handle = 7;
+  EXPECT_EQ(sessions.createFromExternalForm(installer, form.bytes, now, handle, &cause), errAuthorizationDenied);
+  EXPECT_STREQ(cause, "a form that was used before");
+  EXPECT_EQ(sessions.createFromExternalForm(installer, AuthorizationExternalForm{}.bytes, now, handle, &cause),
+            errAuthorizationDenied);
+  EXPECT_STREQ(cause, "a wrong form");
+  EXPECT_EQ(handle, 7U);
+}
+
+TEST_F(AuthorizationSessions, AFormForAProcessIsRefusedToAnotherAndStaysGoodForTheFirst) {
+  const auto named = processOfThisTest();
+  const Caller recipient{":1.4", 1000, named->number()};
+  const Caller thief{":1.5", 1000, named->number() + 1};
+  AuthorizationExternalForm form;
+  ASSERT_EQ(sessions.makeExternalForm(controller, create(controller), now, form, named), errAuthorizationSuccess);
+  const char* cause = "";
+  Handle handle = 0;
+  EXPECT_EQ(sessions.createFromExternalForm(thief, form.bytes, now, handle, &cause), errAuthorizationDenied);
+  EXPECT_STREQ(cause, "a form that was made for another process");
+  EXPECT_EQ(import({":1.6", 1000}, form), errAuthorizationDenied) << "a process that the bus does not know";
+  EXPECT_EQ(import({":1.7", 2000, named->number()}, form), errAuthorizationDenied) << "another user";
+  EXPECT_EQ(import(recipient, form), errAuthorizationSuccess);
+  EXPECT_EQ(import(recipient, form), errAuthorizationDenied);
+}
+
+// The number alone may belong to another process by now.
+TEST_F(AuthorizationSessions, AFormForAProcessThatEndedIsRefusedToOneOfTheSameNumber) {
+  const pid_t child = ::fork();
+  if (child == 0) ::pause();
+  const platform::Linux::Descriptor pidfd(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
+  const auto named = NamedProcess::of(pidfd.get());
+  ASSERT_NE(named, nullptr);
+  ASSERT_EQ(named->number(), child);
+  AuthorizationExternalForm form;
+  ASSERT_EQ(sessions.makeExternalForm(controller, create(controller), now, form, named), errAuthorizationSuccess);
+  ::kill(child, SIGKILL);
+  ::waitpid(child, nullptr, 0);
+  EXPECT_EQ(import({":1.4", 1000, child}, form), errAuthorizationDenied);
+  EXPECT_EQ(NamedProcess::of(pidfd.get()), nullptr);
+}
+
+TEST_F(AuthorizationSessions, ADescriptorOfAnotherKindNamesNoProcess) {
+  const platform::Linux::Descriptor folder(::open("/", O_PATH | O_CLOEXEC));
+  EXPECT_EQ(NamedProcess::of(folder.get()), nullptr);
+  EXPECT_EQ(NamedProcess::of(-1), nullptr);
+}
+
+TEST_F(AuthorizationSessions, EachRightIsGrantedByItselfAndAllAreDestroyedTogether) {
+  const Handle own = create(controller);
+  Handle adopted = 0;
+  ASSERT_EQ(import(installer, exported(controller, own), adopted), errAuthorizationSuccess);
+  ASSERT_EQ(sessions.grantRight(controller, own, now), errAuthorizationSuccess);
+  EXPECT_EQ(sessions.holdsRight(controller, own, now, Right::anyProgram), errAuthorizationDenied);
+  ASSERT_EQ(sessions.grantRight(controller, own, now, Right::anyProgram), errAuthorizationSuccess);
+  EXPECT_EQ(sessions.holdsRight(controller, own, now, Right::anyProgram), errAuthorizationSuccess);
+  ASSERT_EQ(sessions.free(installer, adopted, true), errAuthorizationSuccess);
+  EXPECT_EQ(sessions.holdsRight(controller, own, now, Right::anyProgram), errAuthorizationDenied);
 }
 
 TEST_F(AuthorizationSessions, AStatusTravelsAsAnErrorAndBack) {
   for (const auto status :
        {errAuthorizationInternal, errAuthorizationInvalidRef, errAuthorizationDenied, errAuthorizationToolExecuteFailure}) {
-    EXPECT_EQ(statusForErrorName(errorNameForStatus(status)), status);
+    EXPECT_EQ(protocol::brokerStatusForError(protocol::brokerErrorForStatus(status)), status);
   }
-  EXPECT_EQ(statusForErrorName("org.freedesktop.DBus.Error.NoReply"), errAuthorizationInternal);
+  EXPECT_EQ(protocol::brokerStatusForError("org.freedesktop.DBus.Error.NoReply"), errAuthorizationInternal);
 }
 
 }  // namespace

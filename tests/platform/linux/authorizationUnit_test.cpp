@@ -11,7 +11,7 @@
 namespace {
 
 const std::string Unit = KELTO_BIN_DIR "/../share/systemd/system/kelto-authorizationd.service";
-// In tenths, on the scale from 0 (nothing is exposed) to 10. What is left is what the jobs need: root, homes, /tmp and
+// In tenths, on the scale from 0 (nothing is exposed) to 10. The jobs need the rest: root, homes, /tmp and
 // /etc.
 constexpr int MostExposure = 23;
 

@@ -13,6 +13,7 @@
 
 #include "platform/linux/authorizationd/CallerProcess.h"
 #include "protocol/Broker.h"
+#include "protocol/ToolProtocol.h"
 
 namespace platform::Linux::authorizationd {
 
@@ -366,7 +367,7 @@ void Service::runTool(const Call& call, Handle handle, int tool) {
       .number = newJobNumber(),
       .hasAnyProgramRight = _sessions.holdsRight(call.caller, handle, now(), Right::anyProgram) == errAuthorizationSuccess};
   Fields fields = fieldsOf(sd_bus_message_get_member(call.message.get()), call.caller);
-  fields.emplace_back("KELTO_JOB", job.number);
+  fields.emplace_back(protocol::jobVariable, job.number);
   fields.emplace_back("KELTO_TOOL", pathOf(tool));
   _tools.run(call.caller, job, tool,
              [this, call, fields](AuthorizationStatus status, const Descriptor& stream, const std::string& reason) {
@@ -385,7 +386,7 @@ void Service::toolEnded(const Caller& caller, const ToolRunner::Job& job, const 
   const bool hasExited = end.si_code == CLD_EXITED;
   const std::string cause = (hasExited ? "exit status " : "signal ") + std::to_string(end.si_status);
   _parts.journal.record("a tool of user " + std::to_string(caller.uid) + " ended: " + cause,
-                        {{"KELTO_JOB", job.number},
+                        {{protocol::jobVariable, job.number},
                          {"KELTO_USER", std::to_string(caller.uid)},
                          {"KELTO_VERDICT", "ended"},
                          {"KELTO_CAUSE", cause}});

@@ -2,6 +2,7 @@
 #include <QPainter>
 
 #include "bench/Report.h"
+#include "foundation/views/ViewWindow.h"
 #include "platform/linux/qt/QtGraphicsContext.h"
 #include "tests/wizard/Wizard.h"
 

@@ -182,7 +182,7 @@ rc::Gen<Step> steps() {
   return rc::gen::construct<Step>(rc::gen::inRange(0, 5), index, index);
 }
 
-TEST(AppearanceCycle, FollowsItsTableWhateverIsDoneToTheViews) {
+TEST(KAViewAppearanceModelTest, FollowsItsTableWhateverIsDoneToTheViews) {
   platform::fake::FakePlatform fakes;
   const bool holds = rc::check([&fakes] {
     const auto todo = *rc::gen::container<std::vector<Step>>(steps());

@@ -12,7 +12,7 @@ namespace {
 
 using State = KAView::Appearance;
 
-struct Appearance : testing::Test {
+struct KAViewAppearanceTest : testing::Test {
   platform::fake::FakePlatform fakes;
   Calls calls;
   foundation::ViewWindow window{fakes.runLoop};
@@ -51,7 +51,7 @@ const Row rows[] = {
 };
 
 // Brings a view into any state and place, and sends it single notifications.
-struct AppearanceRows : Appearance {
+struct KAViewAppearanceRowsTest : KAViewAppearanceTest {
   // The states are passed through by notifications alone, while the view hangs in a window.
   void bringTo(State state) {
     auto stage = std::make_shared<View>();
@@ -112,55 +112,58 @@ struct AppearanceRows : Appearance {
   }
 };
 
-class AppearanceRow : public AppearanceRows, public testing::WithParamInterface<std::tuple<int, int>> {};
+class KAViewAppearanceRowTest : public KAViewAppearanceRowsTest,
+                                public testing::WithParamInterface<std::tuple<int, int>> {};
 
-TEST_P(AppearanceRow, MovesOnlyFromItsState) {
+TEST_P(KAViewAppearanceRowTest, MovesOnlyFromItsState) {
   const Row& row = rows[std::get<0>(GetParam())];
   const auto before = static_cast<State>(std::get<1>(GetParam()));
   expect(row, before, favourable(row), before == row.before);
 }
 
-INSTANTIATE_TEST_SUITE_P(Table, AppearanceRow, testing::Combine(testing::Range(0, 8), testing::Range(0, 4)));
+INSTANTIATE_TEST_SUITE_P(Table, KAViewAppearanceRowTest, testing::Combine(testing::Range(0, 8), testing::Range(0, 4)));
 
-TEST_F(AppearanceRows, WillMoveToASuperviewNeedsAWindowAroundIt) {
+TEST_F(KAViewAppearanceRowsTest, WillMoveToASuperviewNeedsAWindowAroundIt) {
   expect(rows[0], State::Disappeared, {.inWindow = false}, false);
 }
 
-TEST_F(AppearanceRows, WillMoveToASuperviewLooksAtTheOwnHiddenFlagOnly) {
+TEST_F(KAViewAppearanceRowsTest, WillMoveToASuperviewLooksAtTheOwnHiddenFlagOnly) {
   expect(rows[0], State::Disappeared, {.inWindow = true, .ownHidden = true}, false);
 }
 
-TEST_F(AppearanceRows, WillMoveToASuperviewThatIsHiddenStillAppears) {
+TEST_F(KAViewAppearanceRowsTest, WillMoveToASuperviewThatIsHiddenStillAppears) {
   expect(rows[0], State::Disappeared, {.inWindow = true, .ancestorHidden = true}, true);
 }
 
-TEST_F(AppearanceRows, DidMoveToASuperviewNeedsAWindow) {
+TEST_F(KAViewAppearanceRowsTest, DidMoveToASuperviewNeedsAWindow) {
   expect(rows[2], State::Appearing, {.hasSuperview = true}, false);
 }
 
-TEST_F(AppearanceRows, DidMoveToASuperviewLooksAtTheOwnFlag) {
+TEST_F(KAViewAppearanceRowsTest, DidMoveToASuperviewLooksAtTheOwnFlag) {
   expect(rows[2], State::Appearing, {.hasSuperview = true, .inWindow = true, .ownHidden = true}, false);
 }
 
-TEST_F(AppearanceRows, DidMoveToASuperviewLooksAtAncestorsToo) {
+TEST_F(KAViewAppearanceRowsTest, DidMoveToASuperviewLooksAtAncestorsToo) {
   expect(rows[2], State::Appearing, {.hasSuperview = true, .inWindow = true, .ancestorHidden = true}, false);
 }
 
-TEST_F(AppearanceRows, WillMoveToAWindowNeedsASuperview) { expect(rows[4], State::Disappeared, {.inWindow = true}, false); }
+TEST_F(KAViewAppearanceRowsTest, WillMoveToAWindowNeedsASuperview) {
+  expect(rows[4], State::Disappeared, {.inWindow = true}, false);
+}
 
-TEST_F(AppearanceRows, WillMoveToAWindowLooksAtTheOwnHiddenFlagOnly) {
+TEST_F(KAViewAppearanceRowsTest, WillMoveToAWindowLooksAtTheOwnHiddenFlagOnly) {
   expect(rows[4], State::Disappeared, {.hasSuperview = true, .ownHidden = true}, false);
 }
 
-TEST_F(AppearanceRows, WillMoveToAWindowUnderAHiddenAncestorStillAppears) {
+TEST_F(KAViewAppearanceRowsTest, WillMoveToAWindowUnderAHiddenAncestorStillAppears) {
   expect(rows[4], State::Disappeared, {.hasSuperview = true, .ancestorHidden = true}, true);
 }
 
-TEST_F(AppearanceRows, DidMoveToAWindowLooksAtAncestorsToo) {
+TEST_F(KAViewAppearanceRowsTest, DidMoveToAWindowLooksAtAncestorsToo) {
   expect(rows[6], State::Appearing, {.hasSuperview = true, .inWindow = true, .ancestorHidden = true}, false);
 }
 
-TEST_F(AppearanceRows, DidMoveToAWindowLooksAtTheOwnFlag) {
+TEST_F(KAViewAppearanceRowsTest, DidMoveToAWindowLooksAtTheOwnFlag) {
   expect(rows[6], State::Appearing, {.hasSuperview = true, .inWindow = true, .ownHidden = true}, false);
 }
 
@@ -171,9 +174,10 @@ struct HideRow {
   Calls callbacks;
 };
 
-class AppearanceHideRow : public AppearanceRows, public testing::WithParamInterface<std::tuple<HideRow, bool>> {};
+class KAViewAppearanceHideRowTest : public KAViewAppearanceRowsTest,
+                                    public testing::WithParamInterface<std::tuple<HideRow, bool>> {};
 
-TEST_P(AppearanceHideRow, MovesOnOnlyInAWindow) {
+TEST_P(KAViewAppearanceHideRowTest, MovesOnOnlyInAWindow) {
   const auto& [row, inWindow] = GetParam();
   bringTo(row.before);
   place({.hasSuperview = true, .inWindow = inWindow});
@@ -186,7 +190,7 @@ TEST_P(AppearanceHideRow, MovesOnOnlyInAWindow) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Table, AppearanceHideRow,
+    Table, KAViewAppearanceHideRowTest,
     testing::Combine(testing::Values(HideRow{true, State::Disappeared, State::Disappeared, {}},
                                      HideRow{true, State::Appearing, State::Appearing, {}},
                                      HideRow{true, State::Appeared, State::Disappeared, {"WillDisappear", "DidDisappear"}},
@@ -197,7 +201,7 @@ INSTANTIATE_TEST_SUITE_P(
                                      HideRow{false, State::Disappearing, State::Disappearing, {}}),
                      testing::Bool()));
 
-TEST_F(Appearance, WithoutControllerTheCycleStandsStill) {
+TEST_F(KAViewAppearanceTest, WithoutControllerTheCycleStandsStill) {
   window.setContentView(content);
   content->addSubview(view);
   view->setHidden(true);
@@ -205,7 +209,7 @@ TEST_F(Appearance, WithoutControllerTheCycleStandsStill) {
   EXPECT_EQ(view->viewAppearance(), State::Disappeared);
 }
 
-TEST_F(Appearance, HidingAndShowingYieldsTheFourCallbacksInOrder) {
+TEST_F(KAViewAppearanceTest, HidingAndShowingYieldsTheFourCallbacksInOrder) {
   controller->setView(view);
   window.setContentView(content);
   content->addSubview(view);
@@ -215,7 +219,7 @@ TEST_F(Appearance, HidingAndShowingYieldsTheFourCallbacksInOrder) {
   EXPECT_THAT(calls, ElementsAre("WillDisappear", "DidDisappear", "WillAppear", "DidAppear"));
 }
 
-TEST_F(Appearance, ASuperviewOutsideOfAnyWindowBringsNoAppearanceUntilItEntersOne) {
+TEST_F(KAViewAppearanceTest, ASuperviewOutsideOfAnyWindowBringsNoAppearanceUntilItEntersOne) {
   controller->setView(view);
   content->addSubview(view);
   EXPECT_THAT(calls, ElementsAre("WillMoveToSuperview", "DidMoveToSuperview"));
@@ -224,7 +228,7 @@ TEST_F(Appearance, ASuperviewOutsideOfAnyWindowBringsNoAppearanceUntilItEntersOn
   EXPECT_THAT(calls, ElementsAre("WillMoveToWindow", "WillAppear", "DidMoveToWindow", "DidAppear"));
 }
 
-TEST_F(Appearance, EnteringAndLeavingAShownSuperview) {
+TEST_F(KAViewAppearanceTest, EnteringAndLeavingAShownSuperview) {
   controller->setView(view);
   window.setContentView(content);
   content->addSubview(view);
@@ -236,7 +240,7 @@ TEST_F(Appearance, EnteringAndLeavingAShownSuperview) {
                                  "WasRemovedFromWindow", "DidDisappear", "WasRemovedFromSuperview"));
 }
 
-TEST_F(Appearance, CallbacksNameWhereTheViewWillMove) {
+TEST_F(KAViewAppearanceTest, CallbacksNameWhereTheViewWillMove) {
   controller->setView(view);
   view->viewWillMoveToSuperview(content.get());
   EXPECT_EQ(controller->movedTo, content.get());
@@ -244,7 +248,7 @@ TEST_F(Appearance, CallbacksNameWhereTheViewWillMove) {
   EXPECT_EQ(controller->movedTo, &window);
 }
 
-TEST_F(Appearance, ANotificationReachesTheControllerItHasThen) {
+TEST_F(KAViewAppearanceTest, ANotificationReachesTheControllerItHasThen) {
   window.setContentView(content);
   content->addSubview(view);
   view->setViewController(controller.get());

@@ -25,8 +25,8 @@ DrawingStep image(const char* operation, const Rect& rect, const char* name) {
   return {.operation = operation, .rect = rect, .image = name, .number = 1};
 }
 
-struct Drawing : testing::Test {
-  Drawing() {
+struct KMEmbeddedWindowBackgroundViewTest : testing::Test {
+  KMEmbeddedWindowBackgroundViewTest() {
     fakes.platform.views.resources = &resources;
     resources.addImage("s_bloom", {200, 100});
     resources.addImage("s_dot_pattern", {4, 4});
@@ -62,13 +62,13 @@ struct Drawing : testing::Test {
   static DrawingStep dots(const Rect& rect) { return {.operation = "fillPath", .rect = rect, .image = "s_dot_pattern"}; }
 };
 
-TEST_F(Drawing, WithoutBloomTheContentIsWhiteAndNoImageIsDrawn) {
+TEST_F(KMEmbeddedWindowBackgroundViewTest, WithoutBloomTheContentIsWhiteAndNoImageIsDrawn) {
   EXPECT_THAT(face({{0, 0}, {460, 206}}, false),
               ElementsAre(save(), clip({{0, 0}, {460, 206}}), footer(460), lowerHairline(460), upperHairline(460),
                           fill({{0, 60}, {460, 146}}, {1, 1, 1, 1}), restore()));
 }
 
-TEST_F(Drawing, WithBloomGradientBloomAndDotsFollowInThisOrder) {
+TEST_F(KMEmbeddedWindowBackgroundViewTest, WithBloomGradientBloomAndDotsFollowInThisOrder) {
   EXPECT_THAT(face({{0, 0}, {460, 320}}, true),
               ElementsAre(save(), clip({{0, 0}, {460, 320}}), footer(460), lowerHairline(460), upperHairline(460),
                           gradient({{0, 60}, {460, 260}}), image("drawImage over", {{260, 61}, {200, 100}}, "s_bloom"),
@@ -79,7 +79,7 @@ bool blooms(const std::vector<DrawingStep>& steps) {
   return std::ranges::any_of(steps, [](const DrawingStep& step) { return step.image == "s_bloom"; });
 }
 
-TEST_F(Drawing, ABloomNeedsThreeHundredPointsOfHeight) {
+TEST_F(KMEmbeddedWindowBackgroundViewTest, ABloomNeedsThreeHundredPointsOfHeight) {
   const auto low = face({{0, 0}, {460, 299.9}}, true);
   EXPECT_FALSE(blooms(low));
   EXPECT_THAT(low, testing::Contains(gradient({{0, 60}, {460, 299.9 - 60}})));
@@ -87,34 +87,34 @@ TEST_F(Drawing, ABloomNeedsThreeHundredPointsOfHeight) {
   EXPECT_TRUE(blooms(face({{0, 0}, {460, 300}}, true)));
 }
 
-TEST_F(Drawing, TheBoundsOriginCountsForTheClipAndTheTopOnly) {
+TEST_F(KMEmbeddedWindowBackgroundViewTest, TheBoundsOriginCountsForTheClipAndTheTopOnly) {
   EXPECT_THAT(face({{7, 9}, {460, 206}}, false),
               ElementsAre(save(), clip({{7, 9}, {460, 206}}), footer(460), lowerHairline(460), upperHairline(460),
                           fill({{0, 60}, {460, 155}}, {1, 1, 1, 1}), restore()));
 }
 
-TEST_F(Drawing, AViewLowerThanTheFooterHasAnEmptyContent) {
+TEST_F(KMEmbeddedWindowBackgroundViewTest, AViewLowerThanTheFooterHasAnEmptyContent) {
   const auto steps = face({{0, 0}, {460, 40}}, false);
   EXPECT_THAT(steps, ElementsAre(save(), clip({{0, 0}, {460, 40}}), footer(460), lowerHairline(460), upperHairline(460),
                                  fill({{0, 60}, {460, -20}}, {1, 1, 1, 1}), restore()));
   EXPECT_TRUE(steps[5].rect.isEmpty());
 }
 
-TEST_F(Drawing, AMissingBloomIsJustNotThere) {
+TEST_F(KMEmbeddedWindowBackgroundViewTest, AMissingBloomIsJustNotThere) {
   resources.images.erase("s_bloom");
   const auto steps = face({{0, 0}, {460, 320}}, true);
   EXPECT_FALSE(blooms(steps));
   EXPECT_THAT(steps, testing::Contains(dots({{0, 60}, {460, 260}})));
 }
 
-TEST_F(Drawing, WithoutDotPatternTheGradientStaysBare) {
+TEST_F(KMEmbeddedWindowBackgroundViewTest, WithoutDotPatternTheGradientStaysBare) {
   resources.images.erase("s_dot_pattern");
   const auto steps = face({{0, 0}, {460, 320}}, true);
   EXPECT_TRUE(blooms(steps));
   EXPECT_THAT(steps, testing::Not(testing::Contains(testing::Field(&DrawingStep::operation, "fillPath"))));
 }
 
-TEST_F(Drawing, HasBloomComesFromTheInterfaceDescriptionAndDrawsNothingByItself) {
+TEST_F(KMEmbeddedWindowBackgroundViewTest, HasBloomComesFromTheInterfaceDescriptionAndDrawsNothingByItself) {
   KMEmbeddedWindowBackgroundView view;
   view.setNeedsDisplay(false);
   EXPECT_FALSE(view.hasBloom());
@@ -124,13 +124,13 @@ TEST_F(Drawing, HasBloomComesFromTheInterfaceDescriptionAndDrawsNothingByItself)
   EXPECT_FALSE(view.setFlagForKey(true, "hasGloom"));
 }
 
-TEST_F(Drawing, OutsideOfDrawingNothingHappens) {
+TEST_F(KMEmbeddedWindowBackgroundViewTest, OutsideOfDrawingNothingHappens) {
   KMEmbeddedWindowBackgroundView view({{0, 0}, {460, 320}});
   view.drawRect(view.bounds());
   view.drawHeaderBackgroundHighlighted_rounded(true, true);
 }
 
-struct ThreeParts : Drawing {
+struct KAViewDrawingTest : KMEmbeddedWindowBackgroundViewTest {
   std::vector<DrawingStep> parts(const Rect& bounds, bool left, bool filled, bool right) {
     const platform::fake::FakeImage leftImage("left", {10, 30});
     const platform::fake::FakeImage fillImage("fill", {2, 25});
@@ -143,27 +143,27 @@ struct ThreeParts : Drawing {
   }
 };
 
-TEST_F(ThreeParts, StandAtTheBottomWhateverTheBoundsOriginAndHeight) {
+TEST_F(KAViewDrawingTest, StandAtTheBottomWhateverTheBoundsOriginAndHeight) {
   EXPECT_THAT(parts({{50, 60}, {100, 5}}, true, true, true),
               ElementsAre(image("drawImage over", {{0, 0}, {10, 30}}, "left"),
                           image("drawImage copy", {{88, 0}, {12, 28}}, "right"),
                           image("drawImage copy", {{10, 0}, {78, 25}}, "fill")));
 }
 
-TEST_F(ThreeParts, NarrowerThanTheCapsHaveAnEmptyMiddle) {
+TEST_F(KAViewDrawingTest, NarrowerThanTheCapsHaveAnEmptyMiddle) {
   const auto steps = parts({{0, 0}, {15, 30}}, true, true, true);
   EXPECT_EQ(steps[1], image("drawImage copy", {{3, 0}, {12, 28}}, "right"));
   EXPECT_EQ(steps[2], image("drawImage copy", {{10, 0}, {-7, 25}}, "fill"));
   EXPECT_TRUE(steps[2].rect.isEmpty());
 }
 
-TEST_F(ThreeParts, AMissingOneHasNoSizeAndDrawsNothing) {
+TEST_F(KAViewDrawingTest, AMissingOneHasNoSizeAndDrawsNothing) {
   EXPECT_THAT(parts({{0, 0}, {100, 30}}, false, true, false),
               ElementsAre(image("drawImage copy", {{0, 0}, {100, 25}}, "fill")));
   EXPECT_THAT(parts({{0, 0}, {100, 30}}, false, false, false), IsEmpty());
 }
 
-struct Header : Drawing {
+struct Header : KMEmbeddedWindowBackgroundViewTest {
   Header() {
     for (const char* part : {"-left", "-fill", "-right"}) {
       resources.addImage(std::string("headerbg-light") + part, {6, 22});

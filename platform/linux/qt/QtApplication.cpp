@@ -43,8 +43,7 @@ int QtApplication::run(Platform& platform, const std::string& path, const std::v
 bool QtApplication::load(Platform& platform, const std::string& path, const std::vector<DelegateClass>& classes,
                          const std::vector<ViewClass>& viewClasses) {
   std::string cause;
-  _interface = InterfaceDescription::load(
-      path, [this] { terminateOnRequest(); }, cause, {platform.runLoop, viewClasses});
+  _interface = InterfaceDescription::load(path, [this] { terminateOnRequest(); }, cause, {platform.runLoop, viewClasses});
   if (!_interface) {
     platform.systemLog.log("cannot load the interface description " + path + ": " + cause);
     return false;

@@ -38,8 +38,8 @@ struct OutletRecorder final : ApplicationDelegate {
   std::map<std::string, std::weak_ptr<InterfaceElement>> outlets;
 };
 
-struct MainWindow : testing::Test {
-  MainWindow() {
+struct InterfaceDescriptionTest : testing::Test {
+  InterfaceDescriptionTest() {
     std::string cause;
     description = InterfaceDescription::load(mainWindow, [this] { ++terminations; }, cause, {runLoop, {}});
     EXPECT_NE(description, nullptr) << cause;
@@ -63,7 +63,7 @@ struct MainWindow : testing::Test {
   OutletRecorder delegate;
 };
 
-TEST_F(MainWindow, HasEveryOutletOfTheDelegateAndNamesItsClass) {
+TEST_F(InterfaceDescriptionTest, HasEveryOutletOfTheDelegateAndNamesItsClass) {
   EXPECT_EQ(description->delegateClass(), "KMInstallerAppDelegate");
   EXPECT_NE(delegate.outlet<Window>("window"), nullptr);
   EXPECT_NE(delegate.outlet<TextField>("titleText"), nullptr);
@@ -73,17 +73,17 @@ TEST_F(MainWindow, HasEveryOutletOfTheDelegateAndNamesItsClass) {
   EXPECT_NE(delegate.outlet<ProgressIndicator>("progressBar"), nullptr);
 }
 
-TEST_F(MainWindow, ElementsGoWithTheDescription) {
+TEST_F(InterfaceDescriptionTest, ElementsGoWithTheDescription) {
   description.reset();
   EXPECT_EQ(delegate.outlet<Window>("window"), nullptr);
 }
 
-TEST_F(MainWindow, ItsLayoutGivesTheSizeOfTheUpdateMode) {
+TEST_F(InterfaceDescriptionTest, ItsLayoutGivesTheSizeOfTheUpdateMode) {
   const Rect frame = delegate.outlet<Window>("window")->frame();
   EXPECT_EQ(frame.size, (Size{460, 320}));
 }
 
-TEST_F(MainWindow, CancelTerminates) {
+TEST_F(InterfaceDescriptionTest, CancelTerminates) {
   show();
   const auto* cancel = widget<QPushButton>("cancelButton");
   const QPoint center = cancel->mapToGlobal(cancel->rect().center());
@@ -91,34 +91,36 @@ TEST_F(MainWindow, CancelTerminates) {
   EXPECT_TRUE(doUntil("xdotool mousemove " + place + " click 1", [this] { return terminations > 0; }));
 }
 
-TEST_F(MainWindow, EscapeTerminatesWhateverTheTitleOfCancelIs) {
+TEST_F(InterfaceDescriptionTest, EscapeTerminatesWhateverTheTitleOfCancelIs) {
   delegate.outlet<Button>("cancelButton")->setTitle("Abbrechen & mehr");
   show();
   EXPECT_TRUE(doUntil("xdotool key Escape", [this] { return terminations > 0; }));
 }
 
-TEST_F(MainWindow, TheWindowManagersCloseRequestTerminates) {
+TEST_F(InterfaceDescriptionTest, TheWindowManagersCloseRequestTerminates) {
   show();
   EXPECT_TRUE(doUntil("xdotool key alt+F4", [this] { return terminations > 0; }));
   EXPECT_TRUE(description->window().isVisible());
 }
 
-TEST_F(MainWindow, NeitherSpaceNorReturnPressesCancelByChance) {
+TEST_F(InterfaceDescriptionTest, NeitherSpaceNorReturnPressesCancelByChance) {
   show();
   outputOf("xdotool key space key Return");
   EXPECT_TRUE(inputArrives());
   EXPECT_EQ(terminations, 0);
 }
 
-TEST_F(MainWindow, CancelIsReachedByTheKeyboard) {
+TEST_F(InterfaceDescriptionTest, CancelIsReachedByTheKeyboard) {
   show();
   ASSERT_TRUE(doUntil("xdotool key Tab", [this] { return widget<QPushButton>("cancelButton")->hasFocus(); }));
   EXPECT_TRUE(doUntil("xdotool key space", [this] { return terminations > 0; }));
 }
 
-TEST_F(MainWindow, ThereIsNothingToPressForward) { EXPECT_FALSE(widget<QPushButton>("nextButton")->isEnabled()); }
+TEST_F(InterfaceDescriptionTest, ThereIsNothingToPressForward) {
+  EXPECT_FALSE(widget<QPushButton>("nextButton")->isEnabled());
+}
 
-TEST_F(MainWindow, TextsAreShownAsTheyStand) {
+TEST_F(InterfaceDescriptionTest, TextsAreShownAsTheyStand) {
   delegate.outlet<TextField>("titleText")->setStringValue("<b>R&D</b> 100% &amp;");
   delegate.outlet<Button>("nextButton")->setTitle("R&D");
   EXPECT_EQ(widget<QLabel>("titleText")->text(), "<b>R&D</b> 100% &amp;");
@@ -126,12 +128,12 @@ TEST_F(MainWindow, TextsAreShownAsTheyStand) {
   EXPECT_EQ(widget<QPushButton>("nextButton")->text(), "R&&D");
 }
 
-TEST_F(MainWindow, AssistiveToolsReadTheHeadlineAsTheNameOfTheProgressBar) {
+TEST_F(InterfaceDescriptionTest, AssistiveToolsReadTheHeadlineAsTheNameOfTheProgressBar) {
   delegate.outlet<TextField>("titleText")->setStringValue("Installing");
   EXPECT_EQ(widget<QProgressBar>("progressBar")->accessibleName(), "Installing");
 }
 
-TEST_F(MainWindow, TheProgressBarNeverShowsAValue) {
+TEST_F(InterfaceDescriptionTest, TheProgressBarNeverShowsAValue) {
   delegate.outlet<ProgressIndicator>("progressBar")->startAnimation();
   const auto* bar = widget<QProgressBar>("progressBar");
   EXPECT_EQ(bar->minimum(), bar->maximum());
@@ -145,7 +147,7 @@ struct Texts {
   std::string next;
 };
 
-struct MainWindowTexts : MainWindow {
+struct InterfaceDescriptionTextsTest : InterfaceDescriptionTest {
   void expectNothingIsCut(const Texts& texts, double height) {
     const auto window = delegate.outlet<Window>("window");
     window->setFrame({{100, 100}, {460, height}}, false);
@@ -174,43 +176,46 @@ const Texts longGerman{"Kelto wird von diesem Computer entfernt und dabei in den
                        "Augenblick; das Fenster schließt sich von selbst, sobald der Vorgang abgeschlossen ist.",
                        "Installation abbrechen", "Fertigstellen"};
 
-TEST_F(MainWindowTexts, LongOnesAreNotCutAtTheHeightOfTheUpdate) { expectNothingIsCut(longGerman, 320); }
+TEST_F(InterfaceDescriptionTextsTest, LongOnesAreNotCutAtTheHeightOfTheUpdate) { expectNothingIsCut(longGerman, 320); }
 
-TEST_F(MainWindowTexts, LongOnesAreNotCutAtTheHeightOfInstallAndUninstall) { expectNothingIsCut(longGerman, 206); }
+TEST_F(InterfaceDescriptionTextsTest, LongOnesAreNotCutAtTheHeightOfInstallAndUninstall) {
+  expectNothingIsCut(longGerman, 206);
+}
 
 // The texts that the installer comes with, in one language.
-struct MainWindowTranslations : MainWindowTexts, testing::WithParamInterface<const char*> {
-  MainWindowTranslations() {
+struct InterfaceDescriptionTranslationsTest : InterfaceDescriptionTextsTest, testing::WithParamInterface<const char*> {
+  InterfaceDescriptionTranslationsTest() {
     std::ifstream file(std::string(KELTO_SOURCE_DIR "/resources/") + GetParam() + ".lproj/Localizable.strings");
     const std::string bytes{std::istreambuf_iterator<char>(file), {}};
     if (auto parsed = parseStrings(bytes)) table = std::move(*parsed);
   }
 
   void expectNothingIsCut(const char* title, const char* body, const char* next, double height) {
-    MainWindowTexts::expectNothingIsCut({table.at(title), table.at(body), table.at("<Cancel>"), table.at(next)}, height);
+    InterfaceDescriptionTextsTest::expectNothingIsCut(
+        {table.at(title), table.at(body), table.at("<Cancel>"), table.at(next)}, height);
   }
 
   StringTable table;
 };
 
-TEST_P(MainWindowTranslations, OfTheUpdateAreNotCut) {
+TEST_P(InterfaceDescriptionTranslationsTest, OfTheUpdateAreNotCut) {
   expectNothingIsCut("<ControllerUpdateWizard_Title>", "<ControllerUpdateWizard_Installing>", "<Next>", 320);
 }
 
-TEST_P(MainWindowTranslations, OfTheInstallationAreNotCut) {
+TEST_P(InterfaceDescriptionTranslationsTest, OfTheInstallationAreNotCut) {
   expectNothingIsCut("<InstallerInstallKeltoSubtitle>", "<InstallerInstallKeltoBody>", "<Done>", 206);
 }
 
-TEST_P(MainWindowTranslations, OfTheUninstallationAreNotCut) {
+TEST_P(InterfaceDescriptionTranslationsTest, OfTheUninstallationAreNotCut) {
   expectNothingIsCut("<InstallerUninstallKeltoSubtitle>", "<InstallerUninstallKeltoBody>", "<Done>", 206);
 }
 
-INSTANTIATE_TEST_SUITE_P(Languages, MainWindowTranslations,
+INSTANTIATE_TEST_SUITE_P(Languages, InterfaceDescriptionTranslationsTest,
                          testing::Values("en", "en-GB", "da", "de", "es", "fr", "it", "nb", "pt-BR", "nl", "sv", "zh-Hans",
                                          "ja"));
 
 // Documents of the test's own.
-struct OtherDocument : testing::Test {
+struct InterfaceDescriptionDocumentTest : testing::Test {
   std::string write(const std::string& document) {
     const auto path = folder.filePath("Window.ui").toStdString();
     std::ofstream(path) << document;
@@ -224,7 +229,7 @@ struct OtherDocument : testing::Test {
   int terminations = 0;
 };
 
-TEST_F(OtherDocument, MissingOutletsAreSimplyNotConnected) {
+TEST_F(InterfaceDescriptionDocumentTest, MissingOutletsAreSimplyNotConnected) {
   const auto path = write(R"(<ui version="4.0"><widget class="QWidget" name="window">
     <widget class="QLabel" name="bodyText"/></widget></ui>)");
   const auto description = InterfaceDescription::load(path, [] {}, cause, {runLoop, {}});
@@ -235,7 +240,7 @@ TEST_F(OtherDocument, MissingOutletsAreSimplyNotConnected) {
   EXPECT_EQ(description->delegateClass(), "");
 }
 
-TEST_F(OtherDocument, AButtonWithoutActionDoesNothing) {
+TEST_F(InterfaceDescriptionDocumentTest, AButtonWithoutActionDoesNothing) {
   const auto path = write(R"(<ui version="4.0"><widget class="QWidget" name="window">
     <widget class="QPushButton" name="nextButton"/></widget></ui>)");
   const auto description = InterfaceDescription::load(path, [this] { ++terminations; }, cause, {runLoop, {}});
@@ -244,12 +249,12 @@ TEST_F(OtherDocument, AButtonWithoutActionDoesNothing) {
   EXPECT_EQ(terminations, 0);
 }
 
-TEST_F(OtherDocument, OneThatIsMissingIsRefusedWithACause) {
+TEST_F(InterfaceDescriptionDocumentTest, OneThatIsMissingIsRefusedWithACause) {
   EXPECT_EQ(InterfaceDescription::load(folder.filePath("none.ui").toStdString(), [] {}, cause, {runLoop, {}}), nullptr);
   EXPECT_NE(cause, "");
 }
 
-TEST_F(OtherDocument, OneThatIsMalformedIsRefusedWithACause) {
+TEST_F(InterfaceDescriptionDocumentTest, OneThatIsMalformedIsRefusedWithACause) {
   EXPECT_EQ(InterfaceDescription::load(write("<ui version=\"4.0\"><widget class="), [] {}, cause, {runLoop, {}}), nullptr);
   EXPECT_NE(cause, "");
 }

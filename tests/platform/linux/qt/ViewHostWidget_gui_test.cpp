@@ -41,7 +41,7 @@ class Panel : public View {
   std::vector<std::pair<std::string, bool>> flags;
 };
 
-struct HostedView : testing::Test {
+struct ViewHostWidgetTest : testing::Test {
   QImage drawn(int width, int height) {
     host.resize(width, height);
     window.hide();
@@ -58,7 +58,7 @@ struct HostedView : testing::Test {
   ViewHostWidget host{panel, runLoop, &window};
 };
 
-TEST_F(HostedView, FillsTheWidgetWithItsOriginAtTheBottom) {
+TEST_F(ViewHostWidgetTest, FillsTheWidgetWithItsOriginAtTheBottom) {
   const QImage image = drawn(100, 60);
   EXPECT_EQ(panel->drawn, (Rect{{0, 0}, {100, 60}}));
   EXPECT_EQ(image.pixelColor(50, 49), QColor(204, 204, 204));
@@ -66,18 +66,18 @@ TEST_F(HostedView, FillsTheWidgetWithItsOriginAtTheBottom) {
   EXPECT_EQ(image.pixelColor(50, 59), QColor(0, 0, 0));
 }
 
-TEST_F(HostedView, FollowsTheSizeOfTheWidget) {
+TEST_F(ViewHostWidgetTest, FollowsTheSizeOfTheWidget) {
   drawn(100, 60);
   drawn(120, 80);
   EXPECT_EQ(panel->drawn, (Rect{{0, 0}, {120, 80}}));
 }
 
-TEST_F(HostedView, GetsTheBooleanPropertiesOfTheWidget) {
+TEST_F(ViewHostWidgetTest, GetsTheBooleanPropertiesOfTheWidget) {
   host.setProperty("hasBloom", true);
   EXPECT_EQ(panel->flags, (std::vector<std::pair<std::string, bool>>{{"hasBloom", true}}));
 }
 
-TEST_F(HostedView, IsDrawnAgainWhenItNeedsTo) {
+TEST_F(ViewHostWidgetTest, IsDrawnAgainWhenItNeedsTo) {
   window.resize(100, 60);
   host.resize(100, 60);
   window.show();
@@ -87,7 +87,7 @@ TEST_F(HostedView, IsDrawnAgainWhenItNeedsTo) {
   EXPECT_TRUE(qt_test::spinUntil([this] { return panel->drawn.size.width == 100; }));
 }
 
-TEST_F(HostedView, ARecalculatedKeyViewLoopGoesRowByRow) {
+TEST_F(ViewHostWidgetTest, ARecalculatedKeyViewLoopGoesRowByRow) {
   window.resize(200, 100);
   host.resize(200, 100);
   QPushButton bottomRight("bottom right", &host);
@@ -112,7 +112,7 @@ TEST_F(HostedView, ARecalculatedKeyViewLoopGoesRowByRow) {
   EXPECT_EQ(loop(), (QStringList{"top", "bottom left", "bottom right"}));
 }
 
-TEST_F(HostedView, CornersAreSquareWithoutACompositor) {
+TEST_F(ViewHostWidgetTest, CornersAreSquareWithoutACompositor) {
   ASSERT_FALSE(platform::Linux::Display::composesWindows());
   EXPECT_EQ(drawn(100, 60).pixelColor(0, 0).alpha(), 255);
 }
@@ -138,7 +138,7 @@ class Compositor {
   xcb_connection_t* _connection;
 };
 
-TEST_F(HostedView, CornersAreRoundUnderACompositor) {
+TEST_F(ViewHostWidgetTest, CornersAreRoundUnderACompositor) {
   const Compositor compositor;
   ASSERT_TRUE(platform::Linux::Display::composesWindows());
   const QImage image = drawn(100, 60);

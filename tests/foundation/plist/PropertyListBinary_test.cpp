@@ -20,7 +20,7 @@ namespace {
 
 std::string bigEndian(std::uint64_t number, std::size_t size) {
   std::string bytes;
-  for (std::size_t i = size; i-- > 0;) bytes += static_cast<char>(number >> 8 * i & 0xFF);
+  for (std::size_t i = size; i-- > 0;) bytes += static_cast<char>(i < 8 ? number >> 8 * i & 0xFF : 0);
   return bytes;
 }
 
@@ -222,9 +222,9 @@ TEST(PropertyListBinary, ATrailerThatDoesNotFitIsRefused) {
     bytes[bytes.size() - fromEnd] = c;
     return bytes;
   };
-  for (const auto& bytes :
-       {changed(26, '\0'), changed(26, '\x09'), changed(25, '\0'), changed(25, '\x09'), changed(17, '\x02'),
-        changed(24, '\xFF'), changed(9, '\x01'), changed(1, '\x07'), changed(1, '\xFF'), changed(8, '\xFF')})
+  for (const auto& bytes : {changed(26, '\0'), changed(26, '\x09'), changed(25, '\0'), changed(25, '\x09'),
+                            changed(17, '\x02'), changed(24, '\xFF'), changed(9, '\x01'), changed(1, '\x07'),
+                            changed(1, '\x0E'), changed(1, '\xFF'), changed(8, '\xFF')})
     EXPECT_EQ(reasonFor(bytes), "the trailer of the binary property list does not fit its size");
   EXPECT_EQ(reasonFor("bplist00"), "the binary property list has no header and trailer of a known version");
   EXPECT_EQ(reasonFor("bplist15" + whole.substr(8)),
@@ -233,8 +233,25 @@ TEST(PropertyListBinary, ATrailerThatDoesNotFitIsRefused) {
 
 TEST(PropertyListBinary, AnOffsetOutsideOfTheObjectsIsRefused) {
   std::string whole = document({"\x09"});
-  whole[12] = '\x02';
-  EXPECT_EQ(reasonFor(whole), "an offset lies outside of the objects");
+  for (const char offset : {'\x02', '\x07', '\x09'}) {
+    whole[12] = offset;
+    EXPECT_EQ(reasonFor(whole), "an offset lies outside of the objects") << int{offset};
+  }
+}
+
+TEST(PropertyListBinary, OffsetsAndReferencesMayTakeOneToEightBytes) {
+  const auto listOfOne = [](std::size_t offsetSize, std::size_t referenceSize) {
+    const std::string objects = "\xA1" + bigEndian(1, referenceSize) + "\x09";
+    const std::string table = bigEndian(8, offsetSize) + bigEndian(8 + objects.size() - 1, offsetSize);
+    return "bplist00" + objects + table + std::string(6, '\0') + bigEndian(offsetSize, 1) + bigEndian(referenceSize, 1) +
+           bigEndian(2, 8) + bigEndian(0, 8) + bigEndian(8 + objects.size(), 8);
+  };
+  for (std::size_t size = 1; size <= 8; ++size) {
+    EXPECT_EQ(parse(listOfOne(size, 2)), Value(Array{true})) << size;
+    EXPECT_EQ(parse(listOfOne(2, size)), Value(Array{true})) << size;
+  }
+  EXPECT_FALSE(parse(listOfOne(9, 2)));
+  EXPECT_FALSE(parse(listOfOne(2, 9)));
 }
 
 namespace {

@@ -53,14 +53,6 @@ TEST_F(DebugDefaults, TheFirstEnablingKeyDecidesAlone) {
   EXPECT_FALSE(isInAppDebuggingEnabled(fake.defaults, fake.bundles.main));
 }
 
-TEST_F(DebugDefaults, TheFirstEnablingKeySwitchesDebuggingOnByItself) {
-  build("beta");
-  store("KTInAppDebugOptionsEnabled", true);
-  EXPECT_TRUE(isInAppDebuggingEnabled(fake.defaults, fake.bundles.main));
-  store("KTDebugEnabled", false);
-  EXPECT_TRUE(isInAppDebuggingEnabled(fake.defaults, fake.bundles.main));
-}
-
 TEST_F(DebugDefaults, TheBundleThatIsGivenDecidesWhetherTheBuildIsARelease) {
   store("KTDebugEnabled", true);
   platform::fake::FakeBundle other;
@@ -147,9 +139,9 @@ TEST_F(DebugDefaults, BuildTypesAreFoundAnywhereInTheTextWhateverTheCase) {
 TEST_F(DebugDefaults, TheFirstEnablingKeyAloneEnablesDebugging) {
   build("beta");
   store("KTInAppDebugOptionsEnabled", "YES");
-  EXPECT_TRUE(isInAppDebuggingEnabled(fake.defaults));
+  EXPECT_TRUE(isInAppDebuggingEnabled(fake.defaults, fake.bundles.main));
   store("KTDebugEnabled", false);
-  EXPECT_TRUE(isInAppDebuggingEnabled(fake.defaults));
+  EXPECT_TRUE(isInAppDebuggingEnabled(fake.defaults, fake.bundles.main));
   store("KTLoggingLevel", 7);
-  EXPECT_EQ(loggingLevel(fake.defaults), 7);
+  EXPECT_EQ(loggingLevel(fake.defaults, fake.bundles.main), 7);
 }

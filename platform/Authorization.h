@@ -10,12 +10,12 @@
 
 namespace platform {
 
-// A session of this process, or 0 for none. Handles are the platform's; they are freed with free() only.
+// A handle to a session, owned by this process; 0 names no session. Only free() ends it.
 using AuthorizationRef = std::uint64_t;
 using AuthorizationStatus = std::int32_t;
 using AuthorizationFlags = std::uint32_t;
 
-// Numbers of the platform's own interface.
+// The statuses and flags have the numbers of the system's own interface.
 inline constexpr AuthorizationStatus errAuthorizationSuccess = 0;
 inline constexpr AuthorizationStatus errAuthorizationInvalidRef = -60002;
 inline constexpr AuthorizationStatus errAuthorizationDenied = -60005;
@@ -53,9 +53,9 @@ struct AuthorizationExternalForm {
 class ByteStream {
  public:
   virtual ~ByteStream() = default;
-  // Writes until all is written or it fails; returns the bytes written.
+  // Writes everything unless it fails; returns the number of bytes written.
   virtual std::size_t write(const void* bytes, std::size_t length) = 0;
-  // One read of what is there, waiting until something is; 0 at the end or on an error.
+  // Reads once, as much as there is, waiting until there is something; 0 at the end or on an error.
   virtual std::size_t read(void* buffer, std::size_t capacity) = 0;
 };
 
@@ -63,12 +63,14 @@ class AuthorizationServices {
  public:
   virtual ~AuthorizationServices() = default;
 
-  // An empty session. Outputs are untouched on a status other than success, here and below.
+  // Makes an empty session. Here and below, outputs are untouched on a status other than success, and a handle that does
+  // not exist gives errAuthorizationInvalidRef.
   virtual AuthorizationStatus create(AuthorizationFlags flags, AuthorizationRef& authorization) = 0;
   virtual AuthorizationStatus makeExternalForm(AuthorizationRef authorization, AuthorizationExternalForm& form) = 0;
   virtual AuthorizationStatus createFromExternalForm(const AuthorizationExternalForm& form,
                                                      AuthorizationRef& authorization) = 0;
-  // Asks for the rights. Nobody is asked unless kAuthorizationFlagInteractionAllowed is set.
+  // Asks for the rights; only kAuthorizationFlagExtendRights adds one that the session does not hold yet. Asks a person
+  // only with kAuthorizationFlagInteractionAllowed.
   virtual AuthorizationStatus copyRights(AuthorizationRef authorization, const AuthorizationRights& rights,
                                          AuthorizationFlags flags) = 0;
   // Drops the handle; kAuthorizationFlagDestroyRights also ends the rights for everyone who shares the session.

@@ -1,10 +1,10 @@
 #pragma once
-// The cause of a failure as the operating system names it. A value; any thread.
+// The cause of a failure in the operating system's terms. A value type; any thread.
 #include <string>
 
 namespace platform {
 
-// The operating system's error number and its words for it.
+// An errno value and the operating system's text for it.
 struct Error {
   int code = 0;
   std::string description;

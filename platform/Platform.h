@@ -1,8 +1,8 @@
 #pragma once
-// Everything that the five subsystems may ask of the operating system, in one place.
+// All interfaces to the operating system in one place.
 //
-// One Platform lives in a process. The framework's main function makes it and installs it before anything else runs; tests
-// install one of fakes each. References stay valid for the life of the Platform.
+// Each process has one Platform. The framework's main function makes and installs it before anything else runs; each test
+// installs one made of fakes. The references stay valid as long as the Platform.
 #include "foundation/dispatch/RunLoop.h"
 #include "foundation/runtime/NotificationCenter.h"
 #include "foundation/runtime/ProcessScope.h"
@@ -34,21 +34,21 @@ struct Platform {
   ServiceManagement& serviceManagement;
   Shell& shell;
   SystemLog& systemLog;
-  // Without one nothing is logged but to the system log.
+  // Without a host, only the system log receives anything.
   LoggingHost* loggingHost = nullptr;
   // The part of this platform that views use.
   foundation::ViewEnvironment views{.runLoop = runLoop,
                                     .log = [&log = systemLog](std::string_view line) { log.log(line); }};
-  // The once-made objects of the process; last, so that they go before what they use.
+  // The singletons of the process; the last member, so that they are destroyed before the parts they use.
   foundation::ProcessScope process{};
 };
 
-// The installed platform. Terminates the process with a message when none is installed.
+// The installed platform. Aborts with a message if none is installed.
 Platform& current();
-// The same, or nullptr when none is installed.
+// The installed platform, or nullptr.
 Platform* installed();
 
-// Installs `platform` for the life of this object and takes it away again. Not nested; one thread, before others start.
+// Installs `platform` for the life of this object. Installations do not nest; make them before other threads start.
 class Installation {
  public:
   explicit Installation(Platform& platform);

@@ -1,5 +1,5 @@
 #pragma once
-// Background services of the machine, as the service manager describes them. Main thread.
+// Background services of the machine. Main thread.
 #include <optional>
 #include <string>
 
@@ -10,8 +10,8 @@ namespace platform {
 class ServiceManagement {
  public:
   virtual ~ServiceManagement() = default;
-  // The description of a job in the system domain, with "PID" when it runs now; nothing when the service manager does not
-  // know the job or cannot be asked.
+  // The service manager's description of a job in the system domain, with "PID" only while the job runs; nullopt if the
+  // manager does not know the job or does not answer.
   [[nodiscard]] virtual std::optional<foundation::PropertyList::Dictionary> copyJobDictionary(
       const std::string& label) const = 0;
 };

@@ -1,5 +1,5 @@
 #pragma once
-// Command lines, run as this user. Main thread; a call blocks until the command has ended.
+// Shell command lines. Main thread; a call blocks until the command has ended.
 #include <string>
 
 namespace platform {
@@ -7,8 +7,8 @@ namespace platform {
 class Shell {
  public:
   virtual ~Shell() = default;
-  // Runs the line through the C library's `system` as this user and waits for it; returns its status. The bundle's
-  // resources are searched first for commands.
+  // Runs the line as this user through the C library's `system` and returns its wait status. Commands are looked up in the
+  // bundle's resources first.
   virtual int system(const std::string& commandLine) = 0;
 };
 

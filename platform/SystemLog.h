@@ -1,5 +1,5 @@
 #pragma once
-// The system's log, for causes that no caller receives. Any thread.
+// The system's log, for causes of failure that no caller receives. Any thread.
 #include <string_view>
 
 namespace platform {
@@ -7,6 +7,7 @@ namespace platform {
 class SystemLog {
  public:
   virtual ~SystemLog() = default;
+  // Writes one line; control characters are written as "\xHH".
   virtual void log(std::string_view line) = 0;
 };
 

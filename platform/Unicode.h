@@ -1,17 +1,18 @@
 #pragma once
-// What the kit asks of the Unicode character data: the classes of characters, folding, and plain search.
+// Unicode character data: character classes, folding, and plain search.
 //
-// Pure functions; any thread. They are no part of Platform, because they answer the same in every process and in every
+// Pure functions; any thread. Platform does not hold them, because they give the same results in every process and in every
 // test: link the target kelto_platform_unicode, which carries the tables.
 //
-// Text is UTF-16. Classes are asked of single code units: half of a surrogate pair belongs to none.
+// Text is UTF-16. Classes apply to single code units; half of a surrogate pair belongs to no class.
 #include <cstdint>
 #include <string>
 #include <string_view>
 
 namespace platform::Unicode {
 
-// The comparison options of the platform, by value. Folding looks at case, diacritics and width, and at no other.
+// Comparison options, with the numbers of the system's own interface. Folding honours only those for case, diacritics and
+// width.
 using CompareOptions = std::uint64_t;
 inline constexpr CompareOptions CaseInsensitiveSearch = 1;
 inline constexpr CompareOptions LiteralSearch = 2;
@@ -22,7 +23,7 @@ inline constexpr CompareOptions DiacriticInsensitiveSearch = 128;
 inline constexpr CompareOptions WidthInsensitiveSearch = 256;
 inline constexpr CompareOptions ForcedOrderingSearch = 512;
 
-// Tab and the space separators; no line break.
+// Tab and the space separators, but no line breaks.
 bool isWhitespace(char16_t unit);
 // White space, the other separators and the line breaks.
 bool isWhitespaceOrNewline(char16_t unit);
@@ -31,17 +32,17 @@ bool isPunctuation(char16_t unit);
 // Letters, marks and numbers.
 bool isAlphanumeric(char16_t unit);
 
-// Replaces `folded` by `text` folded as the options ask, in this order: wide and narrow forms become ordinary ones; case is
-// folded fully ("ß" becomes "ss"), for no locale; nonspacing marks go. The length may change. `folded` keeps its capacity,
-// and nothing is allocated for a text that fits, unless it has characters that join with the one before.
+// Sets `folded` to `text` folded by the options, in this order: wide and narrow forms become ordinary ones; case is folded
+// fully ("ß" becomes "ss") and independently of the locale; nonspacing marks are dropped. The length may change. `folded`
+// keeps its capacity, so a text that fits costs no allocation unless it has characters that combine with the one before.
 void fold(std::u16string_view text, CompareOptions options, std::u16string& folded);
 std::u16string folded(std::u16string_view text, CompareOptions options);
 
-// The plain search: true when `searched` is not empty and stands in `text`, case ignored when asked. Texts that differ only
-// in how accents are spelled (composed or as marks) are the same, and a match never ends between a letter and its marks.
+// True if `text` contains `searched`, which must not be empty; optionally ignores case. Composed and decomposed accents
+// match each other, and a match never ends between a letter and its marks.
 bool containsString(std::u16string_view text, std::u16string_view searched, bool ignoringCase);
 
-// UTF-8 as UTF-16 and back; what is not well formed becomes U+FFFD.
+// Converts between UTF-8 and UTF-16; ill-formed input becomes U+FFFD.
 std::u16string utf16(std::string_view text);
 std::string utf8(std::u16string_view text);
 

@@ -15,23 +15,23 @@ class UserDefaults {
  public:
   virtual ~UserDefaults() = default;
 
-  // The value under `key` from the first domain that has it, or nothing.
+  // The value under `key` from the first domain that has it; nullopt if none has.
   [[nodiscard]] virtual std::optional<foundation::PropertyList::Value> objectForKey(std::string_view key) const = 0;
 
-  // Changes whenever this process changes a value, so that what was made of values can be kept until then; 0 when that
-  // cannot be told, and then every answer holds for now only. Other programs' changes do not count. Cheap.
+  // A number that changes whenever this process changes a value, so that results computed from values can be cached until
+  // then. Changes by other programs do not count. 0 means unknown: then nothing may be cached. Cheap.
   [[nodiscard]] virtual std::uint64_t generation() const { return 0; }
 
-  // Stores in the application's own domain, on disk when this returns; false when it could not be stored.
+  // Stores the value in the application's own domain; it is on disk when this returns. False on failure.
   virtual bool setObject(std::string_view key, const foundation::PropertyList::Value& value) = 0;
   virtual bool removeObject(std::string_view key) = 0;
 
-  // Typed reads with the platform's usual conversions: a number or boolean reads as its text, nothing otherwise.
+  // Typed reads with the usual conversions. A number or boolean reads as its text, any other kind as nullopt.
   [[nodiscard]] std::optional<std::string> stringForKey(std::string_view key) const;
-  // True for YES, true, a number other than zero, or text that starts (after blanks, sign and zeros) with Y, y, T, t or
-  // 1-9.
+  // True for true, for a number other than zero, and for text that starts, after blanks, a sign and zeros, with Y, y, T, t
+  // or 1-9.
   [[nodiscard]] bool boolForKey(std::string_view key) const;
-  // The leading decimal integer of a text, saturating; 0 when there is none.
+  // The leading decimal integer of a text, saturating; 0 without one.
   [[nodiscard]] std::int64_t integerForKey(std::string_view key) const;
 };
 

@@ -1,7 +1,7 @@
 #pragma once
-// The window and what stands in it, alerts, and the application that owns them. Main thread only.
+// The window and its elements, alerts, and the application that owns them. Main thread only.
 //
-// Elements are owned by the interface description that was loaded; everyone else holds weak references.
+// The loaded interface description owns the elements; everything else holds weak references.
 #include <functional>
 #include <memory>
 #include <string>
@@ -45,7 +45,7 @@ class Button : public InterfaceElement {
 
 class ProgressIndicator : public InterfaceElement {
  public:
-  // The animation goes on while the main thread is busy with a blocking call of the platform.
+  // Keeps the animation going while a blocking call of the platform occupies the main thread.
   virtual void setUsesThreadedAnimation(bool threaded) = 0;
   virtual void startAnimation() = 0;
 };
@@ -61,24 +61,24 @@ struct Alert {
 class Application {
  public:
   virtual ~Application() = default;
-  // Shows the alert and returns when it has been dismissed.
+  // Shows the alert and returns when it has been dismissed. Does nothing after termination.
   virtual void runModal(const Alert& alert) = 0;
-  // Ends the run: the delegate's applicationWillTerminate is called, then the will-terminate notification is posted, then
-  // the main function returns. A call during or after termination does nothing.
+  // Ends the run: calls the delegate's applicationWillTerminate, posts the will-terminate notification, then lets the main
+  // function return. A call during or after termination does nothing.
   virtual void terminate(const void* sender) = 0;
 };
 
-// What the framework calls. An interface description creates it by class name and connects its outlets.
+// The object that the framework calls. An interface description creates it by class name and connects its outlets.
 class ApplicationDelegate {
  public:
   virtual ~ApplicationDelegate() = default;
-  // Connects the outlet `name`; a name that the delegate does not have is ignored.
+  // Connects the outlet `name`; ignores a name that the delegate does not have.
   virtual void connectOutlet(std::string_view name, const std::shared_ptr<InterfaceElement>& element) = 0;
   virtual void applicationDidFinishLaunching(const foundation::Notification& notification) = 0;
   virtual void applicationWillTerminate(const foundation::Notification& notification) = 0;
 };
 
-// A class that an interface description may name, and how to make one.
+// A class that an interface description may name, and its factory.
 struct DelegateClass {
   std::string_view name;
   std::function<std::unique_ptr<ApplicationDelegate>(Platform&)> make;
@@ -89,9 +89,9 @@ struct ViewClass {
   std::function<std::shared_ptr<foundation::View>()> make;
 };
 
-// The application framework's main function: makes the platform, loads the main interface description (the information key
-// "NSMainNibFile" of the main bundle), makes the delegate that it names, connects its outlets and runs until
-// Application::terminate. Returns the exit status. Implemented once per platform.
+// The application framework's main function: makes the platform, loads the main interface description (named by
+// "NSMainNibFile" in the main bundle's information), makes the delegate that it names, connects its outlets and runs until
+// Application::terminate. Returns the exit status. Every platform implements it once.
 int ApplicationMain(int argc, char** argv, const std::vector<DelegateClass>& classes,
                     const std::vector<ViewClass>& viewClasses = {});
 

@@ -19,7 +19,7 @@ constexpr std::string_view serverProgram = "Application Support/Kelto/KeltoLibra
 constexpr std::string_view serverJob = "com.kelto.KeltoLibraryServer";
 constexpr std::string_view localLibraryFolder = "/Library";
 
-// What the controller's preferences are told after an upgrade.
+// The value that the controller's preferences get after an upgrade.
 constexpr std::string_view serverVersionKey = "LibraryServerVersion";
 constexpr int serverVersion = 2;
 

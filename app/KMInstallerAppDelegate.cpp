@@ -1,5 +1,5 @@
-// The delegate from launch until the controller has quit, and its ways of ending. What happens then is in
-// KMInstallerAppDelegate+Install.cpp.
+// The delegate from launch until the controller has quit, and its ways of ending. KMInstallerAppDelegate+Install.cpp takes
+// over from there.
 #include "app/KMInstallerAppDelegate.h"
 
 #include "app/InstallerTexts.h"
@@ -18,6 +18,12 @@ constexpr Seconds quitDelay{1.0};
 constexpr Seconds quitTimeout{5.0};
 // 0.2 in single precision: 0.20000000298023224 s.
 constexpr Seconds pollInterval{static_cast<double>(0.2F)};
+
+// Nothing without a path: the formatter then shows "(null)".
+std::optional<std::string> nameOfFolderAbove(const std::optional<std::string>& path) {
+  if (!path) return std::nullopt;
+  return foundation::Path::lastComponent(foundation::Path::deletingLastComponent(*path));
+}
 
 }  // namespace
 
@@ -50,7 +56,7 @@ void KMInstallerAppDelegate::didReceiveCredentials(const foundation::Notificatio
   _platform.runLoop.cancelPreviousPerformRequests(this);
   const auto credentials = notification.userInfo.find(protocol::credentialsKey);
   if (credentials == notification.userInfo.end()) return presentGeneralFailure();
-  // Something else than data is no external form; the session refuses it as it does one that is too short.
+  // The session refuses a value of another kind than data as it refuses data that is too short.
   const auto* data = credentials->second.as<foundation::PropertyList::Data>();
   KMAuthorization* session = KMAuthorization::sharedInstance();
   if (session != nullptr) session->setExternalRights(data != nullptr ? *data : foundation::PropertyList::Data{});
@@ -59,8 +65,7 @@ void KMInstallerAppDelegate::didReceiveCredentials(const foundation::Notificatio
     _platform.runLoop.performAfterDelay(quitDelay, this, [this] { quitApplications(this); });
     return;
   }
-  const auto folder = foundation::Path::lastComponent(foundation::Path::deletingLastComponent(_trashPath.value_or("")));
-  presentErrorMessage_title(localized(InstallerTexts::badPermissionMessage, folder),
+  presentErrorMessage_title(localized(InstallerTexts::badPermissionMessage, nameOfFolderAbove(_trashPath)),
                             localized(InstallerTexts::badPermissionSubtitle));
 }
 

@@ -50,26 +50,17 @@ class KMInstallerAppDelegate final : public platform::ApplicationDelegate {
 
   // Paths: the new bundle (nothing when uninstalling), where the installed bundle ends up, and the installed bundle.
   [[nodiscard]] const std::optional<std::string>& srcPath() const { return _srcPath; }
-  void setSrcPath(std::optional<std::string> srcPath) { _srcPath = std::move(srcPath); }
   [[nodiscard]] const std::optional<std::string>& dstPath() const { return _dstPath; }
-  void setDstPath(std::optional<std::string> dstPath) { _dstPath = std::move(dstPath); }
   [[nodiscard]] const std::optional<std::string>& trashPath() const { return _trashPath; }
-  void setTrashPath(std::optional<std::string> trashPath) { _trashPath = std::move(trashPath); }
   // The controller's identifier and name.
   [[nodiscard]] const std::optional<std::string>& bundleId() const { return _bundleId; }
-  void setBundleId(std::optional<std::string> bundleId) { _bundleId = std::move(bundleId); }
   [[nodiscard]] const std::optional<std::string>& bundleName() const { return _bundleName; }
-  void setBundleName(std::optional<std::string> bundleName) { _bundleName = std::move(bundleName); }
   // The moment after which a copy of the controller that still runs is a failure.
   [[nodiscard]] const std::optional<foundation::Date>& errorAt() const { return _errorAt; }
-  void setErrorAt(std::optional<foundation::Date> errorAt) { _errorAt = errorAt; }
   [[nodiscard]] bool isUpdate() const { return _isUpdate; }
-  void setIsUpdate(bool isUpdate) { _isUpdate = isUpdate; }
   [[nodiscard]] bool isUninstall() const { return _isUninstall; }
-  void setIsUninstall(bool isUninstall) { _isUninstall = isUninstall; }
   // True while the administrator rights are held.
   [[nodiscard]] bool authorized() const { return _authorized; }
-  void setAuthorized(bool authorized) { _authorized = authorized; }
 
  private:
   void readLaunchParameters();

@@ -5,7 +5,6 @@
 
 #include "foundation/text/UTF8.h"
 #include "logging/KTLogger.h"
-#include "platform/Platform.h"
 #include "privileged/KMAuthorization.h"
 #include "privileged/NSString+KAPathExtensions.h"
 #include "protocol/ToolProtocol.h"
@@ -19,8 +18,8 @@ std::optional<std::string> pathForKey(const InstructionArchive::Instructions& in
   return path ? std::optional(*path) : std::nullopt;
 }
 
-std::optional<std::string> takeText(const std::string& path) {
-  auto& files = platform::current().fileManager;
+// The text of a job's file, which is removed; nothing when it vanished or does not hold UTF-8.
+std::optional<std::string> takeText(platform::FileManager& files, const std::string& path) {
   auto text = files.contentsAtPath(path);
   files.removeItemAtPath(path);
   if (text && !foundation::isValidUTF8(*text)) return std::nullopt;
@@ -47,31 +46,30 @@ std::string readAnswer(platform::ByteStream& tool) {
 }  // namespace
 
 std::optional<std::string> KMAuthorization::_pathForTool() const {
-  auto& platform = platform::current();
-  auto path = platform.bundles.mainBundle().pathForResource(_toolName.value_or(""), "");
-  if (!path || !platform.fileManager.isExecutableFileAtPath(*path)) return std::nullopt;
+  auto path = _platform.bundles.mainBundle().pathForResource(_toolName.value_or(""), "");
+  if (!path || !_platform.fileManager.isExecutableFileAtPath(*path)) return std::nullopt;
   return path;
 }
 
 void KMAuthorization::_createOutputFileAtPath(const std::optional<std::string>& path) {
   if (!path || path->empty()) return;
-  platform::current().fileManager.createFileAtPath(*path, {.posixPermissions = 0666});
+  _platform.fileManager.createFileAtPath(*path, {.posixPermissions = 0666});
 }
 
 bool KMAuthorization::resultFromToolWithPrompt_instructions_output(std::string_view prompt,
                                                                    const Instructions& instructions,
                                                                    std::optional<std::string>* output) {
   Instructions complete = instructions;
-  const std::string resultPath = NSString::KAPathExtensions::temporaryPath();
+  const std::string resultPath = NSString::KAPathExtensions::temporaryPath(_platform.fileManager);
   InstructionArchive::setValueForKey(complete, protocol::resultPathKey, resultPath);
   std::string outputPath;
   if (output != nullptr) {
-    outputPath = NSString::KAPathExtensions::temporaryPath();
+    outputPath = NSString::KAPathExtensions::temporaryPath(_platform.fileManager);
     InstructionArchive::setValueForKey(complete, protocol::outputPathKey, outputPath);
   }
   _outputFromToolWithPrompt_andInstructions(prompt, complete);
-  if (output != nullptr) *output = takeText(outputPath);
-  return takeText(resultPath) == protocol::successVerdict;
+  if (output != nullptr) *output = takeText(_platform.fileManager, outputPath);
+  return takeText(_platform.fileManager, resultPath) == protocol::successVerdict;
 }
 
 std::optional<std::string> KMAuthorization::_outputFromToolWithPrompt_andInstructions(std::string_view prompt,
@@ -86,8 +84,8 @@ std::optional<std::string> KMAuthorization::_outputFromToolWithInstructions(cons
   const auto path = _pathForTool();
   if (!path) return std::nullopt;
   std::unique_ptr<platform::ByteStream> tool;
-  const auto status = platform::current().authorizationServices.executeWithPrivileges(
-      _authorization, *path, platform::kAuthorizationFlagDefaults, tool);
+  const auto status = _platform.authorizationServices.executeWithPrivileges(_authorization, *path,
+                                                                            platform::kAuthorizationFlagDefaults, tool);
   if (status != platform::errAuthorizationSuccess) return std::nullopt;
   if (!sendInstructions(*tool, instructions)) return std::nullopt;
   std::string answer = foundation::textFromASCII(readAnswer(*tool));

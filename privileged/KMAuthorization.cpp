@@ -2,35 +2,31 @@
 
 #include <cstring>
 
-#include "platform/Platform.h"
-
 using platform::AuthorizationExternalForm;
 using platform::AuthorizationFlags;
 using platform::AuthorizationRef;
 
-namespace {
-
-platform::AuthorizationServices& services() { return platform::current().authorizationServices; }
-
-}  // namespace
-
 KMAuthorization* KMAuthorization::sharedInstance() {
-  return platform::current().process.once<KMAuthorization>([] { return init(); });
+  platform::Platform& installed = platform::current();
+  return installed.process.once<KMAuthorization>([&] { return init(installed); });
 }
 
-std::shared_ptr<KMAuthorization> KMAuthorization::init() {
+std::shared_ptr<KMAuthorization> KMAuthorization::init(platform::Platform& platform) {
   AuthorizationRef authorization = 0;
-  if (services().create(platform::kAuthorizationFlagDefaults, authorization) != platform::errAuthorizationSuccess)
-    return nullptr;
-  std::shared_ptr<KMAuthorization> made(new KMAuthorization(authorization));
-  platform::current().defaultNotificationCenter.addObserver(
+  const auto status = platform.authorizationServices.create(platform::kAuthorizationFlagDefaults, authorization);
+  if (status != platform::errAuthorizationSuccess) return nullptr;
+  std::shared_ptr<KMAuthorization> made(new KMAuthorization(platform, authorization));
+  platform.defaultNotificationCenter.addObserver(
       foundation::applicationWillTerminateNotification,
       [made](const foundation::Notification& notification) { made->releaseRights(notification); });
   return made;
 }
 
-KMAuthorization::KMAuthorization(AuthorizationRef authorization)
-    : _authorization(authorization), _item{.name = platform::kAuthorizationRightExecute}, _rights{1, &_item} {
+KMAuthorization::KMAuthorization(platform::Platform& platform, AuthorizationRef authorization)
+    : _platform(platform),
+      _authorization(authorization),
+      _item{.name = platform::kAuthorizationRightExecute},
+      _rights{1, &_item} {
   setToolName("assistantTool");
 }
 
@@ -47,7 +43,8 @@ void KMAuthorization::setToolName(const std::optional<std::string>& toolName) {
 
 std::optional<foundation::PropertyList::Data> KMAuthorization::externalRights() const {
   AuthorizationExternalForm form;
-  if (services().makeExternalForm(_authorization, form) != platform::errAuthorizationSuccess) return std::nullopt;
+  if (_platform.authorizationServices.makeExternalForm(_authorization, form) != platform::errAuthorizationSuccess)
+    return std::nullopt;
   return foundation::PropertyList::Data(form.bytes.begin(), form.bytes.end());
 }
 
@@ -56,7 +53,7 @@ void KMAuthorization::setExternalRights(const foundation::PropertyList::Data& da
   const bool isWhole = data.size() >= form.bytes.size();
   if (isWhole) std::memcpy(form.bytes.data(), data.data(), form.bytes.size());
   if (!releaseRights() || !isWhole) return;
-  services().createFromExternalForm(form, _authorization);
+  _platform.authorizationServices.createFromExternalForm(form, _authorization);
 }
 
 bool KMAuthorization::authorizeForRootWithPrompt_preauthorize_allowInteraction(std::string_view /*prompt*/,
@@ -64,14 +61,14 @@ bool KMAuthorization::authorizeForRootWithPrompt_preauthorize_allowInteraction(s
   AuthorizationFlags flags = platform::kAuthorizationFlagExtendRights;
   if (preauthorize) flags |= platform::kAuthorizationFlagPreAuthorize;
   if (allowInteraction) flags |= platform::kAuthorizationFlagInteractionAllowed;
-  return services().copyRights(_authorization, _rights, flags) == platform::errAuthorizationSuccess;
+  return _platform.authorizationServices.copyRights(_authorization, _rights, flags) == platform::errAuthorizationSuccess;
 }
 
 bool KMAuthorization::releaseRights() {
   if (_authorization == 0) return true;
   const AuthorizationFlags flags =
       _useDefaultFlags ? platform::kAuthorizationFlagDefaults : platform::kAuthorizationFlagDestroyRights;
-  const auto status = services().free(_authorization, flags);
+  const auto status = _platform.authorizationServices.free(_authorization, flags);
   _authorization = 0;
   return status == platform::errAuthorizationSuccess;
 }

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "foundation/runtime/NotificationCenter.h"
-#include "platform/Authorization.h"
+#include "platform/Platform.h"
 #include "protocol/InstructionArchive.h"
 
 class KMAuthorization {
@@ -19,12 +19,12 @@ class KMAuthorization {
   using Instructions = InstructionArchive::Instructions;
 
   // The one instance of the process, made at the first call; nullptr for the rest of the process when no session could be
-  // made then. Owned by the process.
+  // made then. Uses the installed platform. Owned by the process.
   static KMAuthorization* sharedInstance();
 
   // A new object with an empty session, observing the application's termination from then on; nullptr when the platform
-  // gives no session.
-  static std::shared_ptr<KMAuthorization> init();
+  // gives no session. `platform` outlives the object.
+  static std::shared_ptr<KMAuthorization> init(platform::Platform& platform);
 
   KMAuthorization(const KMAuthorization&) = delete;
   KMAuthorization& operator=(const KMAuthorization&) = delete;
@@ -55,7 +55,8 @@ class KMAuthorization {
   void setUseDefaultFlags(bool useDefaultFlags) { _useDefaultFlags = useDefaultFlags; }
 
   // One job of the tool; true when its result file says so. `output`, when given, receives the text of the output file, or
-  // nothing when the file vanished or is no UTF-8. The caller's instructions are not changed; the job's files are removed.
+  // nothing when the file vanished or does not hold UTF-8. The caller's instructions are not changed; the job's files are
+  // removed.
   bool resultFromToolWithPrompt_instructions_output(std::string_view prompt, const Instructions& instructions,
                                                     std::optional<std::string>* output);
 
@@ -82,8 +83,9 @@ class KMAuthorization {
   [[nodiscard]] const platform::AuthorizationRights& rights() const { return _rights; }
 
  private:
-  explicit KMAuthorization(platform::AuthorizationRef authorization);
+  KMAuthorization(platform::Platform& platform, platform::AuthorizationRef authorization);
 
+  platform::Platform& _platform;
   platform::AuthorizationRef _authorization;
   std::optional<std::string> _toolName;
   // Every tool path that the right has ever pointed at; earlier ones are kept, because the right may still point there.

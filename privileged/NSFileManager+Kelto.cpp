@@ -2,14 +2,12 @@
 
 #include "foundation/text/FileURL.h"
 #include "foundation/text/Path.h"
-#include "platform/Platform.h"
 
 namespace NSFileManager::Kelto {
 
 std::optional<std::string> findOrCreateDirectory_inDomain_appendPathComponent_error(
-    platform::SearchPathDirectory kind, platform::SearchPathDomainMask domain, const std::optional<std::string>& component,
-    std::optional<platform::Error>* error) {
-  auto& files = platform::current().fileManager;
+    platform::FileManager& files, platform::SearchPathDirectory kind, platform::SearchPathDomainMask domain,
+    const std::optional<std::string>& component, std::optional<platform::Error>* error) {
   const auto folders = files.searchPathForDirectories(kind, domain, true);
   if (folders.empty()) return std::nullopt;
   const std::string path = component ? foundation::Path::appending(folders.front(), *component) : folders.front();
@@ -25,16 +23,18 @@ std::optional<std::string> findOrCreateDirectory_inDomain_appendPathComponent_er
   return path;
 }
 
-std::optional<std::string> findOrCreateDirectory_appendPathComponent_error(platform::SearchPathDirectory kind,
+std::optional<std::string> findOrCreateDirectory_appendPathComponent_error(platform::FileManager& files,
+                                                                           platform::SearchPathDirectory kind,
                                                                            const std::optional<std::string>& component,
                                                                            std::optional<platform::Error>* error) {
-  return findOrCreateDirectory_inDomain_appendPathComponent_error(kind, platform::NSUserDomainMask, component, error);
+  return findOrCreateDirectory_inDomain_appendPathComponent_error(files, kind, platform::NSUserDomainMask, component,
+                                                                  error);
 }
 
-bool isItemAtURLOnLocalFilesystem(std::string_view url) {
+bool isItemAtURLOnLocalFilesystem(const platform::FileManager& files, std::string_view url) {
   const auto path = foundation::FileURL::path(url);
   if (!path) return false;
-  const auto volume = platform::current().fileManager.volumeURLForPath(*path);
+  const auto volume = files.volumeURLForPath(*path);
   return volume && foundation::FileURL::path(*volume);
 }
 

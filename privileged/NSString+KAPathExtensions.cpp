@@ -1,12 +1,10 @@
 #include "privileged/NSString+KAPathExtensions.h"
 
 #include "foundation/text/Path.h"
-#include "platform/Platform.h"
 
 namespace NSString::KAPathExtensions {
 
-std::string temporaryPath() {
-  const auto& files = platform::current().fileManager;
+std::string temporaryPath(const platform::FileManager& files) {
   return files.unusedName(foundation::Path::appending(files.temporaryDirectory(), "/KeltoXXXXXXXXXX"));
 }
 

@@ -20,7 +20,7 @@ class FakeImage final : public foundation::Image {
   foundation::Size _size;
 };
 
-// What a context was asked to do, in order. Fields that an operation does not have are as they are made here.
+// The operations that a context received, in order. Fields that an operation does not have are as they are made here.
 struct DrawingStep {
   std::string operation;  // "save", "fillRect", "drawImage copy", ...
   foundation::Rect rect{};

@@ -129,15 +129,24 @@ bool FakeLogStorage::createDirectory(const std::string& path, Error& error) {
     return false;
   }
   const std::lock_guard lock(_mutex);
-  _folders[path] = true;
+  if (_files.contains(path)) {
+    error = {ENOTDIR, "Not a directory"};
+    return false;
+  }
+  for (std::string folder = path; !_folders.contains(folder); folder = foundation::Path::deletingLastComponent(folder))
+    _folders[folder] = true;
   return true;
 }
 
 std::vector<std::string> FakeLogStorage::namesInDirectory(const std::string& path) const {
   const std::lock_guard lock(_mutex);
   std::vector<std::string> names;
-  for (const auto& [file, item] : _files)
-    if (foundation::Path::deletingLastComponent(file) == path) names.push_back(foundation::Path::lastComponent(file));
+  const auto add = [&](const auto& entry) {
+    const bool isInside = entry.first != path && foundation::Path::deletingLastComponent(entry.first) == path;
+    if (isInside) names.push_back(foundation::Path::lastComponent(entry.first));
+  };
+  std::ranges::for_each(_files, add);
+  std::ranges::for_each(_folders, add);
   return names;
 }
 
@@ -178,11 +187,15 @@ bool FakeLogStorage::removeFile(const std::string& path) {
 
 bool FakeLogStorage::moveFile(const std::string& path, const std::string& newPath, Error& error) {
   const std::lock_guard lock(_mutex);
-  auto node = moveError == 0 ? _files.extract(path) : decltype(_files)::node_type();
-  if (node.empty()) {
-    error = {moveError == 0 ? ENOENT : moveError.load(), "The file stays"};
+  int status = moveError;
+  if (status == 0 && (!_files.contains(path) || !_folders.contains(foundation::Path::deletingLastComponent(newPath))))
+    status = ENOENT;
+  if (status == 0 && (_files.contains(newPath) || _folders.contains(newPath))) status = EEXIST;
+  if (status != 0) {
+    error = {status, "The file stays"};
     return false;
   }
+  auto node = _files.extract(path);
   node.key() = newPath;
   _files.insert(std::move(node));
   return true;
@@ -305,26 +318,37 @@ namespace {
 
 class FakeSurvivingMemory final : public SurvivingMemory {
  public:
-  explicit FakeSurvivingMemory(std::vector<std::byte> bytes) : _bytes(std::move(bytes)) {}
-  [[nodiscard]] std::span<std::byte> bytes() override { return _bytes; }
-  void discard() override {}
+  explicit FakeSurvivingMemory(std::shared_ptr<std::vector<std::byte>> bytes) : _bytes(std::move(bytes)) {}
+  [[nodiscard]] std::span<std::byte> bytes() override { return *_bytes; }
+  void discard() override { _bytes->clear(); }
 
  private:
-  std::vector<std::byte> _bytes;
+  const std::shared_ptr<std::vector<std::byte>> _bytes;
 };
 
 }  // namespace
 
-std::unique_ptr<SurvivingMemory> FakeSurvivingMemories::make(const std::string& /*name*/, std::size_t size) {
+std::unique_ptr<SurvivingMemory> FakeSurvivingMemories::make(const std::string& name, std::size_t size) {
   if (hasNone) return nullptr;
-  return std::make_unique<FakeSurvivingMemory>(std::vector<std::byte>(size));
+  auto bytes = std::make_shared<std::vector<std::byte>>(size);
+  _living.emplace_back(name, bytes);
+  return std::make_unique<FakeSurvivingMemory>(std::move(bytes));
 }
 
-std::vector<std::unique_ptr<SurvivingMemory>> FakeSurvivingMemories::orphans(const std::string& /*name*/,
-                                                                             std::size_t size) {
+void FakeSurvivingMemories::die() {
+  for (const auto& [name, bytes] : std::exchange(_living, {}))
+    if (!bytes->empty()) dead.emplace_back(*bytes, name);
+}
+
+std::vector<std::unique_ptr<SurvivingMemory>> FakeSurvivingMemories::orphans(const std::string& name, std::size_t size) {
   std::vector<std::unique_ptr<SurvivingMemory>> found;
-  for (auto& bytes : std::exchange(dead, {}))
-    if (bytes.size() == size) found.push_back(std::make_unique<FakeSurvivingMemory>(std::move(bytes)));
+  const auto wanted = [&](const Dead& one) { return (one.name.empty() || one.name == name) && one.bytes.size() == size; };
+  for (auto& one : dead)
+    if (wanted(one)) {
+      _living.emplace_back(name, std::make_shared<std::vector<std::byte>>(one.bytes));
+      found.push_back(std::make_unique<FakeSurvivingMemory>(_living.back().second));
+    }
+  std::erase_if(dead, wanted);
   return found;
 }
 

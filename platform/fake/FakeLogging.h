@@ -41,7 +41,7 @@ class FakeClock final : public foundation::Clock {
   std::map<std::pair<foundation::Uptime, CallID>, std::function<void()>> _calls;
 };
 
-// Files in memory, born at the time of the clock. A folder is there once it was made.
+// Files in memory, born at the time of the clock. A file needs a folder above it, which is there once it was made.
 class FakeLogStorage final : public LogStorage {
  public:
   struct Item {
@@ -142,9 +142,20 @@ class FakeSurvivingMemories final : public SurvivingMemories {
   std::unique_ptr<SurvivingMemory> make(const std::string& name, std::size_t size) override;
   std::vector<std::unique_ptr<SurvivingMemory>> orphans(const std::string& name, std::size_t size) override;
 
-  // The memories that died with their process, for the next one to find.
-  std::vector<std::vector<std::byte>> dead;
+  // The processes that made memories so far die: what they did not discard is there for the next one to find.
+  void die();
+
+  // Without a name it is of every name.
+  struct Dead {
+    Dead(std::vector<std::byte> memory, std::string owner = {}) : bytes(std::move(memory)), name(std::move(owner)) {}
+    std::vector<std::byte> bytes;
+    std::string name;
+  };
+  std::vector<Dead> dead;
   bool hasNone = true;
+
+ private:
+  std::vector<std::pair<std::string, std::shared_ptr<std::vector<std::byte>>>> _living;
 };
 
 struct FakeLoggingHost {

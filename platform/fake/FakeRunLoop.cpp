@@ -1,76 +1,101 @@
+#include "platform/fake/FakeRunLoop.h"
+
 #include <algorithm>
 
-#include "platform/fake/FakePlatform.h"
-
 namespace platform::fake {
+namespace {
 
-class FakeRunLoop::FakeTimer final : public foundation::Timer, public std::enable_shared_from_this<FakeTimer> {
- public:
-  FakeTimer(foundation::Seconds interval, bool repeats, std::function<void(foundation::Timer&)> action)
-      : interval(interval), repeats(repeats), _action(std::move(action)) {}
+using std::chrono::nanoseconds;
 
-  void invalidate() override { _isValid = false; }
-  [[nodiscard]] bool isValid() const override { return _isValid; }
+// A delay that is below zero, or not a number, counts as zero; an endless one as thirty years.
+nanoseconds lengthOf(foundation::Seconds delay) {
+  constexpr foundation::Seconds longest(1e9);
+  if (!(delay.count() > 0)) return nanoseconds(0);
+  return std::chrono::duration_cast<nanoseconds>(std::min(delay, longest));
+}
 
-  void fire() {
-    if (!repeats) _isValid = false;
-    _action(*this);
-  }
+}  // namespace
 
-  const foundation::Seconds interval;
-  const bool repeats;
+// Only the state of a timer; the run loop acts on it.
+struct FakeRunLoop::ScheduledTimer final : foundation::Timer {
+  void invalidate() override { isOver = true; }
+  [[nodiscard]] bool isValid() const override { return !isOver; }
 
- private:
-  std::function<void(foundation::Timer&)> _action;
-  bool _isValid = true;
+  foundation::Seconds asked{};
+  nanoseconds interval{};
+  foundation::Uptime due;
+  bool repeats = false;
+  bool isOver = false;
+  std::function<void(foundation::Timer&)> action;
 };
 
-void FakeRunLoop::schedule(foundation::Date due, const void* target, std::function<void()> action) {
+void FakeRunLoop::schedule(foundation::Uptime due, const void* target, std::function<void()> action) {
   _events.push_back({due, _order++, target, std::move(action)});
 }
 
 void FakeRunLoop::performAfterDelay(foundation::Seconds delay, const void* target, std::function<void()> action) {
-  schedule(foundation::dateByAdding(_now, delay), target, std::move(action));
+  schedule(_clock.uptime() + lengthOf(delay), target, std::move(action));
 }
 
 void FakeRunLoop::cancelPreviousPerformRequests(const void* target) {
   std::erase_if(_events, [target](const Event& event) { return event.target == target; });
 }
 
-void FakeRunLoop::scheduleTick(const std::shared_ptr<FakeTimer>& timer, foundation::Date due) {
-  schedule(due, nullptr, [this, timer, due] {
-    if (!timer->isValid()) return;
-    timer->fire();
-    if (timer->isValid()) scheduleTick(timer, foundation::dateByAdding(due, timer->interval));
-  });
-}
-
 std::shared_ptr<foundation::Timer> FakeRunLoop::scheduledTimer(foundation::Seconds interval, bool repeats,
                                                                std::function<void(foundation::Timer&)> action) {
-  auto timer = std::make_shared<FakeTimer>(interval, repeats, std::move(action));
+  const auto timer = std::make_shared<ScheduledTimer>();
+  timer->asked = interval;
+  timer->interval = std::max(lengthOf(interval), nanoseconds(1));
+  timer->due = _clock.uptime() + timer->interval;
+  timer->repeats = repeats;
+  timer->action = std::move(action);
   _timers.push_back(timer);
-  scheduleTick(timer, foundation::dateByAdding(_now, interval));
+  scheduleTick(timer);
   return timer;
 }
 
+// The next tick lies on the timer's grid, after now: those that passed while the main thread was busy are skipped.
+void FakeRunLoop::scheduleTick(const std::shared_ptr<ScheduledTimer>& timer) {
+  schedule(timer->due, timer.get(), [this, timer] {
+    if (timer->isOver) return;
+    timer->isOver = !timer->repeats;
+    timer->action(*timer);
+    if (timer->isOver) return;
+    while (timer->due <= _clock.uptime()) timer->due += timer->interval;
+    scheduleTick(timer);
+  });
+}
+
+// The clock drops fractions of a nanosecond; half a nanosecond more makes up for the rounding of the seconds.
+void FakeRunLoop::moveClockTo(foundation::Uptime moment) {
+  const auto step = moment - _clock.uptime();
+  if (step.count() <= 0) return;
+  _clock.advance(std::chrono::duration<double, std::nano>(static_cast<double>(step.count()) + 0.5));
+}
+
+bool FakeRunLoop::runNext(foundation::Uptime end) {
+  if (_pauses > 0) return false;
+  const auto next =
+      std::ranges::min_element(_events, {}, [](const Event& event) { return std::pair(event.due, event.order); });
+  if (next == _events.end() || next->due > end) return false;
+  const Event event = std::move(*next);
+  _events.erase(next);
+  moveClockTo(event.due);
+  event.action();
+  return true;
+}
+
 void FakeRunLoop::advance(foundation::Seconds duration) {
-  const foundation::Date end = foundation::dateByAdding(_now, duration);
-  for (;;) {
-    const auto next = std::ranges::min_element(
-        _events, [](const Event& a, const Event& b) { return std::pair(a.due, a.order) < std::pair(b.due, b.order); });
-    if (next == _events.end() || next->due > end) break;
-    const Event event = std::move(*next);
-    _events.erase(next);
-    _now = std::max(_now, event.due);
-    event.action();
+  const foundation::Uptime end = _clock.uptime() + lengthOf(duration);
+  while (runNext(end)) {
   }
-  _now = std::max(_now, end);
+  moveClockTo(end);
 }
 
 std::vector<foundation::Seconds> FakeRunLoop::pendingDelays(const void* target) const {
   std::vector<foundation::Seconds> delays;
   for (const auto& event : _events)
-    if (event.target == target) delays.emplace_back(event.due - _now);
+    if (event.target == target) delays.emplace_back(event.due - _clock.uptime());
   std::ranges::sort(delays);
   return delays;
 }
@@ -78,7 +103,7 @@ std::vector<foundation::Seconds> FakeRunLoop::pendingDelays(const void* target) 
 std::vector<foundation::Seconds> FakeRunLoop::timerIntervals() const {
   std::vector<foundation::Seconds> intervals;
   for (const auto& weak : _timers)
-    if (const auto timer = weak.lock(); timer && timer->isValid()) intervals.push_back(timer->interval);
+    if (const auto timer = weak.lock(); timer && timer->isValid()) intervals.push_back(timer->asked);
   return intervals;
 }
 

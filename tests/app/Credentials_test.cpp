@@ -46,6 +46,7 @@ TEST_F(Installer, NothingIsQuitBeforeTheSecondIsOver) {
 TEST_F(Installer, ANotificationWithoutCredentialsIsAGeneralFailure) {
   launchUpdate();
   fake.distributedNotificationCenter.post({protocol::credentialsNotification, "", {{"other", "text"}}});
+  fake.runLoop.runPending();
   EXPECT_THAT(fake.application.alerts, ElementsAre(generalFailure()));
   EXPECT_TRUE(fake.application.isTerminated);
   EXPECT_THAT(fake.authorization.calls, IsEmpty());
@@ -71,6 +72,25 @@ TEST_F(Installer, RefusedRightsNameTheFolderOfTheInstalledBundleWhenUninstalling
   EXPECT_EQ(fake.application.alerts[0].informativeText, "text of <InstallerBadPermissionMessage_1> with Applications");
 }
 
+TEST_F(Installer, WithoutAnInstalledBundleTheRefusalShowsThatNothingWasNamed) {
+  fake.authorization.copyRightsStatus = platform::errAuthorizationDenied;
+  argument(protocol::sourcePathArgument, newBundle);
+  launch();
+  postCredentials();
+  ASSERT_EQ(fake.application.alerts.size(), 1U);
+  EXPECT_EQ(fake.application.alerts[0].informativeText, "text of <InstallerBadPermissionMessage_1> with (null)");
+}
+
+TEST_F(Installer, CredentialsThatNobodyExportedAreRefused) {
+  launchUpdate();
+  fake.distributedNotificationCenter.post({protocol::credentialsNotification,
+                                           "any sender",
+                                           {{protocol::credentialsKey, foundation::PropertyList::Data(32, std::byte{8})}}});
+  fake.runLoop.runPending();
+  EXPECT_FALSE(delegate.authorized());
+  EXPECT_EQ(fake.application.alerts.at(0).messageText, "text of <InstallerBadPermissionSubtitle>");
+}
+
 TEST_F(Installer, CredentialsThatAreTooShortAreRefused) {
   launchUpdate();
   postCredentials(31);
@@ -79,9 +99,10 @@ TEST_F(Installer, CredentialsThatAreTooShortAreRefused) {
   EXPECT_EQ(fake.application.alerts.at(0).messageText, "text of <InstallerBadPermissionSubtitle>");
 }
 
-TEST_F(Installer, CredentialsThatAreNoDataAreRefused) {
+TEST_F(Installer, CredentialsOfAnotherKindThanDataAreRefused) {
   launchUpdate();
   fake.distributedNotificationCenter.post({protocol::credentialsNotification, "", {{protocol::credentialsKey, "text"}}});
+  fake.runLoop.runPending();
   EXPECT_EQ(fake.application.alerts.at(0).messageText, "text of <InstallerBadPermissionSubtitle>");
 }
 

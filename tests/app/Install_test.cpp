@@ -154,6 +154,53 @@ TEST_F(Install, TheRightsAreReleasedBeforeTheControllerIsLaunched) {
   EXPECT_EQ(fake.workspace.launches.size(), 1U);
 }
 
+TEST_F(Install, AFailedRelaunchIsSilentAndTheInstallerStillEnds) {
+  launchUpdate();
+  fake.workspace.applications.clear();
+  authorize();
+  fake.runLoop.advance(1s);
+  EXPECT_EQ(fake.workspace.launches.size(), 1U);
+  EXPECT_THAT(fake.application.alerts, IsEmpty());
+  EXPECT_TRUE(fake.application.isTerminated);
+}
+
+TEST_F(Install, TheLibraryServerIsLookedForOnlyOnceTheBundleIsInItsPlace) {
+  installLibraryServer();
+  launchRenamingUpdate();
+  tool.work = [this](const support::FakeTool::Job& job) {
+    if (job.at(protocol::commandKey) != protocol::upgradeServerCommand) fake.journal.clear();
+    EXPECT_EQ(fake.journal.contains("serviceManagement.copyJobDictionary"),
+              job.at(protocol::commandKey) == protocol::upgradeServerCommand);
+  };
+  authorize();
+  EXPECT_THAT(tool.commands(),
+              ElementsAre(protocol::replaceItemCommand, protocol::moveFileCommand, protocol::upgradeServerCommand));
+  EXPECT_EQ(fake.services.asked.size(), 1U);
+}
+
+TEST_F(Install, AFailedReplacementDoesNotAskForTheLibraryServer) {
+  installLibraryServer();
+  tool.results[protocol::replaceItemCommand] = "no";
+  launchUpdate();
+  authorize();
+  EXPECT_THAT(fake.services.asked, IsEmpty());
+}
+
+TEST_F(Install, WhileTheShellRunsNothingElseDoes) {
+  installLibraryServer();
+  launchUpdate();
+  bool hasRun = false;
+  fake.shell.whileRunning = [&](const std::string&) {
+    fake.runLoop.performAfterDelay(0s, this, [&] { hasRun = true; });
+    fake.clock.advance(30s);
+    EXPECT_FALSE(hasRun);
+  };
+  authorize();
+  fake.runLoop.runPending();
+  EXPECT_TRUE(hasRun);
+  EXPECT_TRUE(inOrder("shell.system", "workspace.launchApplication"));
+}
+
 TEST_F(Install, TheInstallerTerminatesAFifthOfASecondAfterTheLaunch) {
   launchUpdate();
   authorize();

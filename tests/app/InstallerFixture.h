@@ -32,6 +32,9 @@ class Installer : public testing::Test {
     for (const char* key : {"<InstallerBadPermissionMessage_1>", "<InstallerKeltoRunningSubtitle_1>",
                             "<InstallerUnableToUninstallMessage_1>"})
       fake.bundles.main.strings[key] = std::string("text of ") + key + " with %@";
+    platform::AuthorizationExternalForm form;
+    form.bytes.fill(std::byte{7});
+    fake.authorization.addForeignForm(form);
     connectOutlets();
   }
 
@@ -41,6 +44,7 @@ class Installer : public testing::Test {
     bundle->info = {{"CFBundleIdentifier", identifier}, {"CFBundleName", name}};
     fake.bundles.others[path] = bundle;
     fake.files.addFolder(path);
+    fake.workspace.applications[path] = identifier;
   }
 
   void connectOutlets() {
@@ -79,6 +83,12 @@ class Installer : public testing::Test {
         {protocol::credentialsNotification,
          "any sender",
          {{protocol::credentialsKey, foundation::PropertyList::Data(length, std::byte{7})}}});
+    fake.runLoop.runPending();
+  }
+
+  // True when a call that begins with `first` came before every one that begins with `second`, and both came.
+  [[nodiscard]] bool inOrder(std::string_view first, std::string_view second) const {
+    return fake.journal.contains(second) && fake.journal.place(first) < fake.journal.place(second);
   }
 
   // Hands over credentials and lets the second before the quitting pass.
@@ -109,11 +119,11 @@ class Installer : public testing::Test {
   platform::fake::FakePlatform fake;
   support::FakeTool tool{fake};
   KMInstallerAppDelegate delegate{fake.platform};
-  std::shared_ptr<platform::fake::FakeWindow> window = std::make_shared<platform::fake::FakeWindow>();
-  std::shared_ptr<platform::fake::FakeTextField> titleText = std::make_shared<platform::fake::FakeTextField>();
-  std::shared_ptr<platform::fake::FakeTextField> bodyText = std::make_shared<platform::fake::FakeTextField>();
-  std::shared_ptr<platform::fake::FakeButton> cancelButton = std::make_shared<platform::fake::FakeButton>();
-  std::shared_ptr<platform::fake::FakeButton> nextButton = std::make_shared<platform::fake::FakeButton>();
+  std::shared_ptr<platform::fake::FakeWindow> window = std::make_shared<platform::fake::FakeWindow>(&fake.journal);
+  std::shared_ptr<platform::fake::FakeTextField> titleText = std::make_shared<platform::fake::FakeTextField>(&fake.journal);
+  std::shared_ptr<platform::fake::FakeTextField> bodyText = std::make_shared<platform::fake::FakeTextField>(&fake.journal);
+  std::shared_ptr<platform::fake::FakeButton> cancelButton = std::make_shared<platform::fake::FakeButton>(&fake.journal);
+  std::shared_ptr<platform::fake::FakeButton> nextButton = std::make_shared<platform::fake::FakeButton>(&fake.journal);
   std::shared_ptr<platform::fake::FakeProgressIndicator> progressBar =
-      std::make_shared<platform::fake::FakeProgressIndicator>();
+      std::make_shared<platform::fake::FakeProgressIndicator>(&fake.journal);
 };

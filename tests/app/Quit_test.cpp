@@ -70,19 +70,63 @@ TEST_F(Installer, ACopyThatNeverQuitsIsNamedOnTheFirstTickAfterFiveSeconds) {
   EXPECT_THAT(tool.jobs, IsEmpty());
 }
 
-TEST_F(Installer, TheComparisonWithTheDeadlineIsStrict) {
+TEST_F(Installer, ATickAtTheDeadlineItselfIsNotTooLate) {
   launchUpdate();
   startController();
   authorize();
-  fake.runLoop.advance(pollInterval);
-  delegate.setErrorAt(foundation::dateByAdding(fake.runLoop.currentDate(), pollInterval));
-  fake.runLoop.advance(pollInterval);
+  ASSERT_TRUE(delegate.errorAt());
+  const auto timer = fake.runLoop.scheduledTimer(Seconds(60), true, [](foundation::Timer&) {});
+  fake.clock.advance(*delegate.errorAt() - fake.runLoop.currentDate());
+  delegate.pingQuittingApplications(*timer);
   EXPECT_THAT(fake.application.alerts, IsEmpty());
-  fake.runLoop.advance(pollInterval);
+  EXPECT_TRUE(timer->isValid());
+  fake.clock.advance(Seconds(2e-9));
+  delegate.pingQuittingApplications(*timer);
   EXPECT_EQ(fake.application.alerts.size(), 1U);
+  EXPECT_FALSE(timer->isValid());
 }
 
-TEST_F(Installer, InUninstallModeTheInstalledBundleSaysWhoMustQuit) {
+TEST_F(Installer, TheDeadlineCountsFromTheLastRequestHoweverLongTheyTake) {
+  launchUpdate();
+  startController()->onQuitRequest = [this] { fake.clock.advance(2s); };
+  startController()->onQuitRequest = [this] { fake.clock.advance(1s); };
+  authorize();
+  EXPECT_EQ(delegate.errorAt(), fake.runLoop.currentDate() + 5s);
+  fake.runLoop.advance(4999ms);
+  EXPECT_THAT(fake.application.alerts, IsEmpty());
+}
+
+TEST_F(Installer, ARequestThatCannotBeSentIsNotAFailure) {
+  launchUpdate();
+  const auto mute = startController();
+  mute->canBeAsked = false;
+  const auto other = startController();
+  authorize();
+  EXPECT_EQ(mute->quitRequests, 1);
+  EXPECT_EQ(other->quitRequests, 1);
+  EXPECT_THAT(fake.application.alerts, IsEmpty());
+  mute->isRunning = false;
+  other->isRunning = false;
+  fake.runLoop.advance(pollInterval);
+  EXPECT_THAT(tool.commands(), ElementsAre(protocol::replaceItemCommand));
+}
+
+TEST_F(Installer, ACopyThatStartsWhileTheOthersQuitIsWaitedForToo) {
+  launchUpdate();
+  const auto first = startController();
+  first->quitsWhenAsked = true;
+  const auto second = std::make_shared<platform::fake::FakeRunningApplication>();
+  first->onQuitRequest = [&] { fake.workspace.running["com.kelto.macController"].push_back(second); };
+  authorize();
+  fake.runLoop.advance(1s);
+  EXPECT_THAT(tool.jobs, IsEmpty());
+  EXPECT_EQ(second->quitRequests, 0);
+  second->isRunning = false;
+  fake.runLoop.advance(pollInterval);
+  EXPECT_THAT(tool.commands(), ElementsAre(protocol::replaceItemCommand));
+}
+
+TEST_F(Installer, InUninstallModeTheInstalledBundleTellsWhichApplicationMustQuit) {
   addController(installedBundle, "com.kelto.oldController", "Old Kelto");
   const auto copy = std::make_shared<platform::fake::FakeRunningApplication>();
   fake.workspace.running["com.kelto.oldController"].push_back(copy);

@@ -28,6 +28,19 @@ TEST_F(Installer, UninstallMovesTheInstalledBundleToTheTrashAndTerminates) {
   EXPECT_EQ(fake.authorization.calls.back(), "free 2 8");
 }
 
+TEST_F(Installer, ARemovalWithTheUpdateFlagKeepsTheRightsUntilTheBundleIsInTheTrash) {
+  argument(protocol::isUpdateArgument, "YES");
+  launchUninstall();
+  tool.work = [this](const support::FakeTool::Job&) { EXPECT_TRUE(delegate.authorized()); };
+  authorize();
+  ASSERT_THAT(tool.commands(), ElementsAre(protocol::trashFileCommand));
+  EXPECT_EQ(tool.jobs[0].at(protocol::filePathKey), installedBundle);
+  EXPECT_TRUE(inOrder("authorization.execute", "authorization.free 2 8"));
+  EXPECT_TRUE(fake.application.isTerminated);
+  EXPECT_THAT(fake.application.alerts, IsEmpty());
+  EXPECT_THAT(fake.workspace.launches, IsEmpty());
+}
+
 TEST_F(Installer, UninstallOfNothingTerminatesWithoutAnAlert) {
   launchUninstall();
   fake.files.items.erase(installedBundle);
@@ -61,9 +74,10 @@ TEST_F(LibraryServer, IsInstalledWhenItsFilesExistAndItsJobRuns) {
   EXPECT_THAT(fake.services.asked, ElementsAre("com.kelto.KeltoLibraryServer"));
 }
 
-TEST_F(LibraryServer, ProbesGoInOrder) {
+TEST_F(LibraryServer, TheFilesAreLookedForInOrderAndTheServiceManagerIsAskedLast) {
   EXPECT_TRUE(delegate.libraryServerInstalled());
   EXPECT_THAT(fake.files.existenceTests, ElementsAre(sharesFile, definition, program));
+  EXPECT_EQ(fake.journal.calls().back(), "serviceManagement.copyJobDictionary com.kelto.KeltoLibraryServer");
 }
 
 TEST_F(LibraryServer, AMissingMarkerFileEndsTheProbing) {
@@ -93,6 +107,23 @@ TEST_F(LibraryServer, AJobThatIsNotLoadedCountsAsNotInstalled) {
 
 TEST_F(LibraryServer, AJobWithoutAProcessCountsAsNotInstalled) {
   fake.services.jobs["com.kelto.KeltoLibraryServer"].erase("PID");
+  EXPECT_FALSE(delegate.libraryServerInstalled());
+}
+
+TEST_F(LibraryServer, TheTildeOfTheLocalLibraryFolderIsNotExpanded) {
+  fake.files.homeFolder = "/srv";
+  fake.files.searchPaths[{platform::SearchPathDirectory::library, platform::NSLocalDomainMask}] = {"/srv/Library"};
+  EXPECT_FALSE(delegate.libraryServerInstalled());
+  EXPECT_EQ(fake.files.existenceTests.at(1), "~/Library/LaunchDaemons/com.kelto.KeltoLibraryServer.plist");
+}
+
+TEST_F(LibraryServer, TheUsersLibraryFolderIsNotLookedInto) {
+  fake.files.searchPaths[{platform::SearchPathDirectory::library, platform::NSUserDomainMask}] = {"/srv/Library"};
+  EXPECT_TRUE(delegate.libraryServerInstalled());
+}
+
+TEST_F(LibraryServer, AServiceManagerThatCannotBeAskedCountsAsNotInstalled) {
+  fake.services.isReachable = false;
   EXPECT_FALSE(delegate.libraryServerInstalled());
 }
 

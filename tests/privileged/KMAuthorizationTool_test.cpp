@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "foundation/text/UTF8.h"
 #include "logging/KTLogger.h"
 #include "privileged/KMAuthorization.h"
 #include "protocol/ToolProtocol.h"
@@ -28,9 +29,15 @@ class AssistantToolExchange : public testing::Test {
     return session->resultFromToolWithPrompt_instructions_output("", instructions, output);
   }
 
+  // The run alone, with the right held.
+  std::optional<std::string> runTool() {
+    session->authorizeForRootWithPrompt_preauthorize_allowInteraction("", true, false);
+    return session->_outputFromToolWithInstructions(instructions);
+  }
+
   platform::fake::FakePlatform fake;
   support::FakeTool tool{fake};
-  std::shared_ptr<KMAuthorization> session = KMAuthorization::init();
+  std::shared_ptr<KMAuthorization> session = KMAuthorization::init(fake.platform);
   const KMAuthorization::Instructions instructions{{protocol::commandKey, protocol::removeFileCommand},
                                                    {protocol::filePathKey, "/A.app"}};
 };
@@ -80,7 +87,7 @@ TEST_F(AssistantToolExchange, TheToolIsAuthorizedAndRunWithoutOptions) {
               ElementsAre("create 0", "copyRights 1 system.privilege.admin 19", "execute 1 " + tool.path + " 0"));
 }
 
-TEST_F(AssistantToolExchange, BothFilesAreCreatedEmptyWithMode0666BeforeTheToolIsAuthorized) {
+TEST_F(AssistantToolExchange, BothFilesAreCreatedEmptyWithMode0666BeforeTheToolRuns) {
   std::map<std::string, platform::fake::FakeFileManager::Item> seen;
   tool.work = [&](const support::FakeTool::Job& job) {
     for (const char* key : {protocol::resultPathKey, protocol::outputPathKey}) seen[key] = fake.files.items.at(job.at(key));
@@ -92,6 +99,44 @@ TEST_F(AssistantToolExchange, BothFilesAreCreatedEmptyWithMode0666BeforeTheToolI
     EXPECT_EQ(item.attributes.posixPermissions, 438) << key;
     EXPECT_EQ(item.contents, "") << key;
   }
+}
+
+TEST_F(AssistantToolExchange, TheFilesExistBeforeTheRightIsAskedFor) {
+  std::optional<std::string> output;
+  fake.journal.clear();
+  run(&output);
+  const auto& calls = fake.journal.calls();
+  const auto asked = fake.journal.place("authorization.copyRights");
+  ASSERT_LT(asked, calls.size());
+  EXPECT_EQ(std::count_if(calls.begin(), calls.begin() + static_cast<std::ptrdiff_t>(asked),
+                          [](const auto& call) { return call.starts_with("fileManager.createFileAtPath /tmp/Kelto"); }),
+            2);
+  EXPECT_EQ(std::ranges::count_if(calls, [](const auto& call) { return call.starts_with("fileManager.createFileAtPath"); }),
+            2);
+}
+
+TEST_F(AssistantToolExchange, TheFilesAreReadAndRemovedOnlyAfterTheToolRan) {
+  std::optional<std::string> output;
+  run(&output);
+  EXPECT_LT(fake.journal.place("authorization.execute"), fake.journal.place("fileManager.contentsAtPath"));
+  EXPECT_LT(fake.journal.place("fileManager.contentsAtPath"), fake.journal.place("fileManager.removeItemAtPath"));
+  EXPECT_EQ(fake.files.removed.size(), 2U);
+}
+
+TEST_F(AssistantToolExchange, AResultFileThatCannotBeReadIsAFailure) {
+  fake.files.refusesToRead = true;
+  EXPECT_FALSE(run());
+}
+
+TEST_F(AssistantToolExchange, AResultFileThatCannotBeRemovedChangesNothing) {
+  fake.files.refusesToRemove = true;
+  EXPECT_TRUE(run());
+}
+
+TEST_F(AssistantToolExchange, AResultFileThatCannotBeMadeFailsTheJobAfterTheToolRan) {
+  fake.files.refusesToCreateFiles = true;
+  EXPECT_FALSE(run());
+  EXPECT_EQ(tool.jobs.size(), 1U);
 }
 
 TEST_F(AssistantToolExchange, NoFileIsCreatedForAMissingOrEmptyPath) {
@@ -128,7 +173,7 @@ TEST_F(AssistantToolExchange, WithoutAToolEveryJobFailsAndLeavesNoFileBehind) {
   EXPECT_THAT(fake.authorization.calls, Not(Contains(StartsWith("execute"))));
 }
 
-TEST_F(AssistantToolExchange, AToolThatIsNotExecutableIsNoTool) {
+TEST_F(AssistantToolExchange, AToolThatIsNotExecutableIsNotFound) {
   fake.files.addFile(tool.path, {}, false);
   EXPECT_EQ(session->_pathForTool(), std::nullopt);
   EXPECT_FALSE(run());
@@ -184,28 +229,37 @@ TEST_F(AssistantToolExchange, OutputIsHandedBackAsText) {
   EXPECT_EQ(output, "Trash: \xC3\xA9");
 }
 
-TEST_F(AssistantToolExchange, OutputThatIsNoUTF8GivesNothing) {
+TEST_F(AssistantToolExchange, OutputThatIsNotUTF8GivesNothing) {
   tool.output = "\xFF\xFE";
   std::optional<std::string> output = "before";
   run(&output);
   EXPECT_EQ(output, std::nullopt);
 }
 
-TEST_F(AssistantToolExchange, An512ByteAnswerIsReadUntilTheEnd) {
+TEST_F(AssistantToolExchange, A512ByteAnswerIsReadUntilTheEnd) {
   tool.answer = {std::string(512, 'a')};
   run();
   EXPECT_THAT(tool.lastStream->reads, ElementsAre(512U, 0U));
 }
 
+TEST_F(AssistantToolExchange, TheAnswerIsReadAsASCIIText) {
+  tool.answer = {"caf\xC3\xA9 \xFF ok"};
+  const auto text = runTool();
+  ASSERT_TRUE(text);
+  EXPECT_TRUE(foundation::isValidUTF8(*text));
+  EXPECT_EQ(*text, foundation::textFromASCII("caf\xC3\xA9 \xFF ok"));
+  EXPECT_NE(*text, "caf\xC3\xA9 \xFF ok");
+}
+
 TEST_F(AssistantToolExchange, A700ByteAnswerIsReadAs512And188) {
   tool.answer = {std::string(700, 'a')};
-  EXPECT_EQ(session->_outputFromToolWithInstructions(instructions)->size(), 700U);
+  EXPECT_EQ(runTool()->size(), 700U);
   EXPECT_THAT(tool.lastStream->reads, ElementsAre(512U, 188U));
 }
 
 TEST_F(AssistantToolExchange, AShortReadEndsTheReading) {
   tool.answer = {std::string(100, 'a'), std::string(50, 'b')};
-  EXPECT_EQ(session->_outputFromToolWithInstructions(instructions), std::string(100, 'a'));
+  EXPECT_EQ(runTool(), std::string(100, 'a'));
   EXPECT_THAT(tool.lastStream->reads, ElementsAre(100U));
 }
 

@@ -28,7 +28,13 @@ class KMAuthorizationSession : public testing::Test {
     fake.files.addFile(path, {}, true);
   }
 
-  void SetUp() override { addTool("assistantTool", toolPath); }
+  void SetUp() override {
+    addTool("assistantTool", toolPath);
+    platform::AuthorizationExternalForm form;
+    const Data bytes = dataOfLength(form.bytes.size());
+    std::copy(bytes.begin(), bytes.end(), form.bytes.begin());
+    fake.authorization.addForeignForm(form);
+  }
 
   std::vector<std::string>& calls() { return fake.authorization.calls; }
 
@@ -62,7 +68,7 @@ TEST_F(KMAuthorizationSession, AFailedCreationIsFinalForTheProcess) {
 }
 
 TEST_F(KMAuthorizationSession, TheRightIsTheAdministratorRightWithTheToolPathAsValue) {
-  const auto session = KMAuthorization::init();
+  const auto session = KMAuthorization::init(fake.platform);
   ASSERT_EQ(session->rights().count, 1U);
   const auto& item = session->rights().items[0];
   EXPECT_STREQ(item.name, "system.privilege.admin");
@@ -73,7 +79,7 @@ TEST_F(KMAuthorizationSession, TheRightIsTheAdministratorRightWithTheToolPathAsV
 }
 
 TEST_F(KMAuthorizationSession, ASecondEqualToolNameKeepsTheBufferAndDoesNotResolveAgain) {
-  const auto session = KMAuthorization::init();
+  const auto session = KMAuthorization::init(fake.platform);
   const void* buffer = session->rights().items[0].value;
   addTool("assistantTool", "/elsewhere/assistantTool");
   session->setToolName("assistantTool");
@@ -83,14 +89,14 @@ TEST_F(KMAuthorizationSession, ASecondEqualToolNameKeepsTheBufferAndDoesNotResol
 
 TEST_F(KMAuthorizationSession, ANewToolNamePointsTheRightAtItsPath) {
   addTool("otherTool", "/Apps/otherTool");
-  const auto session = KMAuthorization::init();
+  const auto session = KMAuthorization::init(fake.platform);
   session->setToolName("otherTool");
   EXPECT_STREQ(static_cast<const char*>(session->rights().items[0].value), "/Apps/otherTool");
   EXPECT_EQ(session->rights().items[0].valueLength, 15U);
 }
 
 TEST_F(KMAuthorizationSession, AToolNameWithoutExecutableEmptiesTheValueAndStillAsksForTheRight) {
-  const auto session = KMAuthorization::init();
+  const auto session = KMAuthorization::init(fake.platform);
   const void* buffer = session->rights().items[0].value;
   session->setToolName("noSuchTool");
   EXPECT_EQ(session->rights().items[0].valueLength, 0U);
@@ -102,17 +108,17 @@ TEST_F(KMAuthorizationSession, AToolNameWithoutExecutableEmptiesTheValueAndStill
 
 TEST_F(KMAuthorizationSession, ExternalRightsAreThe32BytesOfTheExternalForm) {
   const Data form = dataOfLength(32);
-  std::copy(form.begin(), form.end(), fake.authorization.externalForm.bytes.begin());
-  EXPECT_EQ(KMAuthorization::init()->externalRights(), form);
+  std::copy(form.begin(), form.end(), fake.authorization.externalForm.emplace().bytes.begin());
+  EXPECT_EQ(KMAuthorization::init(fake.platform)->externalRights(), form);
 }
 
 TEST_F(KMAuthorizationSession, ExternalRightsAreNothingWhenTheyCannotBeMade) {
   fake.authorization.makeExternalFormStatus = platform::errAuthorizationInternal;
-  EXPECT_EQ(KMAuthorization::init()->externalRights(), std::nullopt);
+  EXPECT_EQ(KMAuthorization::init(fake.platform)->externalRights(), std::nullopt);
 }
 
 TEST_F(KMAuthorizationSession, AuthorizingComposesTheFlags) {
-  const auto session = KMAuthorization::init();
+  const auto session = KMAuthorization::init(fake.platform);
   const auto flagsFor = [&](bool preauthorize, bool interaction) {
     session->authorizeForRootWithPrompt_preauthorize_allowInteraction("", preauthorize, interaction);
     return calls().back();
@@ -124,7 +130,7 @@ TEST_F(KMAuthorizationSession, AuthorizingComposesTheFlags) {
 }
 
 TEST_F(KMAuthorizationSession, AuthorizingIgnoresItsPrompt) {
-  const auto session = KMAuthorization::init();
+  const auto session = KMAuthorization::init(fake.platform);
   session->authorizeForRootWithPrompt_preauthorize_allowInteraction("", true, true);
   const auto without = calls().back();
   session->authorizeForRootWithPrompt_preauthorize_allowInteraction("Give me root", true, true);
@@ -132,7 +138,7 @@ TEST_F(KMAuthorizationSession, AuthorizingIgnoresItsPrompt) {
 }
 
 TEST_F(KMAuthorizationSession, AuthorizingSucceedsOnlyOnStatusZero) {
-  const auto session = KMAuthorization::init();
+  const auto session = KMAuthorization::init(fake.platform);
   for (const auto status : {platform::errAuthorizationDenied, platform::errAuthorizationCanceled, 1}) {
     fake.authorization.copyRightsStatus = status;
     EXPECT_FALSE(session->authorizeForRootWithPrompt_preauthorize_allowInteraction("", true, true));
@@ -140,13 +146,13 @@ TEST_F(KMAuthorizationSession, AuthorizingSucceedsOnlyOnStatusZero) {
 }
 
 TEST_F(KMAuthorizationSession, ReleasingDestroysTheRightsByDefault) {
-  const auto session = KMAuthorization::init();
+  const auto session = KMAuthorization::init(fake.platform);
   EXPECT_TRUE(session->releaseRights());
   EXPECT_EQ(calls().back(), "free 1 8");
 }
 
 TEST_F(KMAuthorizationSession, ReleasingWithDefaultFlagsOnlyDropsTheHandle) {
-  const auto session = KMAuthorization::init();
+  const auto session = KMAuthorization::init(fake.platform);
   EXPECT_FALSE(session->useDefaultFlags());
   session->setUseDefaultFlags(true);
   EXPECT_TRUE(session->releaseRights());
@@ -154,7 +160,7 @@ TEST_F(KMAuthorizationSession, ReleasingWithDefaultFlagsOnlyDropsTheHandle) {
 }
 
 TEST_F(KMAuthorizationSession, ReleasingAgainReturnsTrueAndCallsNothing) {
-  const auto session = KMAuthorization::init();
+  const auto session = KMAuthorization::init(fake.platform);
   session->releaseRights();
   calls().clear();
   EXPECT_TRUE(session->releaseRights());
@@ -162,21 +168,21 @@ TEST_F(KMAuthorizationSession, ReleasingAgainReturnsTrueAndCallsNothing) {
 }
 
 TEST_F(KMAuthorizationSession, AFailedFreeIsReportedAndDropsTheHandleAllTheSame) {
-  const auto session = KMAuthorization::init();
+  const auto session = KMAuthorization::init(fake.platform);
   fake.authorization.freeStatus = platform::errAuthorizationInternal;
   EXPECT_FALSE(session->releaseRights());
   EXPECT_TRUE(session->releaseRights());
 }
 
 TEST_F(KMAuthorizationSession, AfterReleaseNothingIsExportedAndAuthorizingFails) {
-  const auto session = KMAuthorization::init();
+  const auto session = KMAuthorization::init(fake.platform);
   session->releaseRights();
   EXPECT_EQ(session->externalRights(), std::nullopt);
   EXPECT_FALSE(session->authorizeForRootWithPrompt_preauthorize_allowInteraction("", true, true));
 }
 
 TEST_F(KMAuthorizationSession, AdoptingDestroysTheRightsHeldBeforeAndThenImports) {
-  const auto session = KMAuthorization::init();
+  const auto session = KMAuthorization::init(fake.platform);
   session->setExternalRights(dataOfLength(32));
   EXPECT_THAT(calls(), ElementsAre("create 0", "free 1 8", "createFromExternalForm"));
   session->authorizeForRootWithPrompt_preauthorize_allowInteraction("", true, false);
@@ -184,7 +190,7 @@ TEST_F(KMAuthorizationSession, AdoptingDestroysTheRightsHeldBeforeAndThenImports
 }
 
 TEST_F(KMAuthorizationSession, AdoptingTakesTheFirst32Bytes) {
-  const auto session = KMAuthorization::init();
+  const auto session = KMAuthorization::init(fake.platform);
   const Data data = dataOfLength(40);
   session->setExternalRights(data);
   EXPECT_TRUE(
@@ -193,7 +199,7 @@ TEST_F(KMAuthorizationSession, AdoptingTakesTheFirst32Bytes) {
 
 TEST_F(KMAuthorizationSession, ShorterDataIsRefusedAndLeavesNoSession) {
   for (const std::size_t length : {0, 1, 31}) {
-    const auto session = KMAuthorization::init();
+    const auto session = KMAuthorization::init(fake.platform);
     calls().clear();
     // On the heap at its exact size, so that a sanitizer sees a read past its end.
     session->setExternalRights(dataOfLength(length));
@@ -203,7 +209,7 @@ TEST_F(KMAuthorizationSession, ShorterDataIsRefusedAndLeavesNoSession) {
 }
 
 TEST_F(KMAuthorizationSession, AFormIsNotAdoptedWhenTheFormerSessionCouldNotBeFreed) {
-  const auto session = KMAuthorization::init();
+  const auto session = KMAuthorization::init(fake.platform);
   fake.authorization.freeStatus = platform::errAuthorizationInternal;
   session->setExternalRights(dataOfLength(32));
   EXPECT_THAT(calls(), ElementsAre("create 0", "free 1 8"));
@@ -211,11 +217,22 @@ TEST_F(KMAuthorizationSession, AFormIsNotAdoptedWhenTheFormerSessionCouldNotBeFr
 }
 
 TEST_F(KMAuthorizationSession, AFormThatIsNotGoodLeavesNoSession) {
-  const auto session = KMAuthorization::init();
+  const auto session = KMAuthorization::init(fake.platform);
   fake.authorization.createFromExternalFormStatus = platform::errAuthorizationDenied;
   session->setExternalRights(dataOfLength(32));
   EXPECT_FALSE(session->authorizeForRootWithPrompt_preauthorize_allowInteraction("", true, false));
   EXPECT_EQ(calls().back(), "copyRights 0 system.privilege.admin 18");
+}
+
+TEST_F(KMAuthorizationSession, AnObjectKeepsToThePlatformItWasMadeWith) {
+  const auto session = KMAuthorization::init(fake.platform);
+  platform::fake::FakePlatform other;
+  EXPECT_TRUE(session->authorizeForRootWithPrompt_preauthorize_allowInteraction("", true, false));
+  EXPECT_TRUE(session->externalRights());
+  session->setToolName("otherTool");
+  EXPECT_TRUE(session->releaseRights());
+  EXPECT_THAT(other.authorization.calls, IsEmpty());
+  EXPECT_EQ(calls().size(), 4U);
 }
 
 TEST_F(KMAuthorizationSession, TheRightsAreReleasedWhenTheApplicationTerminates) {

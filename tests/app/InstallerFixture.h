@@ -12,12 +12,12 @@ using namespace std::chrono_literals;
 using foundation::Seconds;
 using platform::Alert;
 
-class Installer : public testing::Test {
+class KMInstallerAppDelegateTest : public testing::Test {
  protected:
   static constexpr const char* newBundle = "/tmp/new/App.app";
   static constexpr const char* installedBundle = "/Applications/App.app";
 
-  Installer() {
+  KMInstallerAppDelegateTest() {
     fake.application.delegate = &delegate;
     fake.bundles.main.info = {{"CFBundleName", "Kelto Installer"}};
     addController(newBundle, "com.kelto.macController", "New Kelto");

@@ -12,7 +12,7 @@ Alert swappedFailure() {
   return {"text of <InstallerUnexpectedErrorMessage>", "text of <InstallerUnexpectedErrorSubtitle>", "text of <OK>"};
 }
 
-class Install : public Installer {
+class Install : public KMInstallerAppDelegateTest {
  protected:
   // The new bundle has another file name than the installed one.
   void launchRenamingUpdate() {

@@ -6,7 +6,7 @@
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-TEST_F(Installer, OnlyATrashPathMeansUninstall) {
+TEST_F(KMInstallerAppDelegateTest, OnlyATrashPathMeansUninstall) {
   launchUninstall();
   EXPECT_TRUE(delegate.isUninstall());
   EXPECT_FALSE(delegate.isUpdate());
@@ -20,7 +20,7 @@ TEST_F(Installer, OnlyATrashPathMeansUninstall) {
   EXPECT_EQ(window->currentFrame.size.height, 206.0);
 }
 
-TEST_F(Installer, BothPathsAndTheUpdateFlagMeanUpdate) {
+TEST_F(KMInstallerAppDelegateTest, BothPathsAndTheUpdateFlagMeanUpdate) {
   launchUpdate();
   EXPECT_FALSE(delegate.isUninstall());
   EXPECT_TRUE(delegate.isUpdate());
@@ -32,7 +32,7 @@ TEST_F(Installer, BothPathsAndTheUpdateFlagMeanUpdate) {
   EXPECT_EQ(nextButton->title, "text of <Next>");
 }
 
-TEST_F(Installer, BothPathsWithoutTheUpdateFlagMeanInstall) {
+TEST_F(KMInstallerAppDelegateTest, BothPathsWithoutTheUpdateFlagMeanInstall) {
   launchInstall();
   EXPECT_FALSE(delegate.isUninstall());
   EXPECT_FALSE(delegate.isUpdate());
@@ -42,7 +42,7 @@ TEST_F(Installer, BothPathsWithoutTheUpdateFlagMeanInstall) {
   EXPECT_EQ(nextButton->title, "text of <Done>");
 }
 
-TEST_F(Installer, InstallAndUninstallSetTheHeightTo206WithoutRedisplay) {
+TEST_F(KMInstallerAppDelegateTest, InstallAndUninstallSetTheHeightTo206WithoutRedisplay) {
   const foundation::Point origin = window->currentFrame.origin;
   argument(protocol::mainFrameArgument, "{{10, 20}, {400, 206}}");
   launchInstall();
@@ -51,7 +51,7 @@ TEST_F(Installer, InstallAndUninstallSetTheHeightTo206WithoutRedisplay) {
   EXPECT_EQ(window->currentFrame.origin, (foundation::Point{origin.x, origin.y + 6}));
 }
 
-TEST_F(Installer, TheUpdateFlagWithOnlyATrashPathShowsTheUpdateTextsInUninstallMode) {
+TEST_F(KMInstallerAppDelegateTest, TheUpdateFlagWithOnlyATrashPathShowsTheUpdateTextsInUninstallMode) {
   argument(protocol::isUpdateArgument, "YES");
   launchUninstall();
   EXPECT_TRUE(delegate.isUpdate());
@@ -61,52 +61,52 @@ TEST_F(Installer, TheUpdateFlagWithOnlyATrashPathShowsTheUpdateTextsInUninstallM
   EXPECT_THAT(window->displays, IsEmpty());
 }
 
-TEST_F(Installer, OnlyASourcePathIsAnInstall) {
+TEST_F(KMInstallerAppDelegateTest, OnlyASourcePathIsAnInstall) {
   argument(protocol::sourcePathArgument, newBundle);
   launch();
   EXPECT_FALSE(delegate.isUninstall());
   EXPECT_EQ(delegate.trashPath(), std::nullopt);
 }
 
-TEST_F(Installer, AValueOfAnotherKindStillCountsAsGiven) {
+TEST_F(KMInstallerAppDelegateTest, AValueOfAnotherKindStillCountsAsGiven) {
   argument(protocol::sourcePathArgument, foundation::PropertyList::Array{"a"});
   launchUninstall();
   EXPECT_FALSE(delegate.isUninstall());
   EXPECT_THAT(fake.application.alerts, ElementsAre(generalFailure()));
 }
 
-TEST_F(Installer, TheNewBundleDescribesTheControllerInInstallAndUpdateMode) {
+TEST_F(KMInstallerAppDelegateTest, TheNewBundleDescribesTheControllerInInstallAndUpdateMode) {
   launchInstall();
   EXPECT_EQ(delegate.bundleId(), "com.kelto.macController");
   EXPECT_EQ(delegate.bundleName(), "New Kelto");
 }
 
-TEST_F(Installer, TheWizardIsPlacedOverTheControllersWindow) {
+TEST_F(KMInstallerAppDelegateTest, TheWizardIsPlacedOverTheControllersWindow) {
   argument(protocol::mainFrameArgument, "r: {{100, 100}, {800, 600}}");
   launchInstall();
   EXPECT_EQ(window->currentFrame, (foundation::Rect{{300, 303}, {400, 206}}));
   EXPECT_FALSE(window->isCentered);
 }
 
-TEST_F(Installer, EveryOccurrenceOfThePrefixIsDeletedFromTheFrame) {
+TEST_F(KMInstallerAppDelegateTest, EveryOccurrenceOfThePrefixIsDeletedFromTheFrame) {
   argument(protocol::mainFrameArgument, "r: {r: {100, r: 100}, {800, 600}}");
   launchInstall();
   EXPECT_EQ(window->currentFrame.origin, (foundation::Point{300, 303}));
 }
 
-TEST_F(Installer, AnEmptyFrameCentresTheWindow) {
+TEST_F(KMInstallerAppDelegateTest, AnEmptyFrameCentresTheWindow) {
   argument(protocol::mainFrameArgument, "{{0, 0}, {0, 0}}");
   launchInstall();
   EXPECT_TRUE(window->isCentered);
   EXPECT_FALSE(fake.journal.contains("window.setFrameOrigin"));
 }
 
-TEST_F(Installer, AMissingFrameCentresTheWindow) {
+TEST_F(KMInstallerAppDelegateTest, AMissingFrameCentresTheWindow) {
   launchInstall();
   EXPECT_TRUE(window->isCentered);
 }
 
-class UnreadableFrame : public Installer, public testing::WithParamInterface<const char*> {};
+class UnreadableFrame : public KMInstallerAppDelegateTest, public testing::WithParamInterface<const char*> {};
 
 TEST_P(UnreadableFrame, CentresTheWindow) {
   argument(protocol::mainFrameArgument, GetParam());
@@ -119,31 +119,31 @@ INSTANTIATE_TEST_SUITE_P(Launch, UnreadableFrame,
                          testing::Values("", "rubbish", "800 600", "{{100, 100}, {800, 600", "{{100, 100}",
                                          "{100, 100, 800, 600}", "{{100, 100}, {wide, high}}", "r: ", "{{}, {}}"));
 
-TEST_F(Installer, AFrameOfAnotherKindThanTextCentresTheWindow) {
+TEST_F(KMInstallerAppDelegateTest, AFrameOfAnotherKindThanTextCentresTheWindow) {
   argument(protocol::mainFrameArgument, foundation::PropertyList::Array{"{{100, 100}, {800, 600}}"});
   launchInstall();
   EXPECT_TRUE(window->isCentered);
 }
 
-TEST_F(Installer, AFrameWithoutAreaCentresTheWindow) {
+TEST_F(KMInstallerAppDelegateTest, AFrameWithoutAreaCentresTheWindow) {
   argument(protocol::mainFrameArgument, "{{5, 5}, {800, -1}}");
   launchInstall();
   EXPECT_TRUE(window->isCentered);
 }
 
-TEST_F(Installer, AnOddHalvedDifferenceIsRoundedDown) {
+TEST_F(KMInstallerAppDelegateTest, AnOddHalvedDifferenceIsRoundedDown) {
   argument(protocol::mainFrameArgument, "{{0, 0}, {801, 207}}");
   launchInstall();
   EXPECT_EQ(window->currentFrame.origin, (foundation::Point{200, 0 + 0 + 6}));
 }
 
-TEST_F(Installer, ANegativeHalvedDifferenceIsRoundedDownToo) {
+TEST_F(KMInstallerAppDelegateTest, ANegativeHalvedDifferenceIsRoundedDownToo) {
   argument(protocol::mainFrameArgument, "{{50, 50}, {399, 205}}");
   launchInstall();
   EXPECT_EQ(window->currentFrame.origin, (foundation::Point{49, 55}));
 }
 
-TEST_F(Installer, TheHalvedDifferenceIsFlooredInSinglePrecision) {
+TEST_F(KMInstallerAppDelegateTest, TheHalvedDifferenceIsFlooredInSinglePrecision) {
   // (33554833.96 - 400) / 2 is 16777216.98; single precision knows only even numbers there and rounds it up to ...218.
   argument(protocol::mainFrameArgument, "{{0, 0}, {33554835.9, 206}}");
   launchInstall();
@@ -151,7 +151,7 @@ TEST_F(Installer, TheHalvedDifferenceIsFlooredInSinglePrecision) {
   EXPECT_EQ(window->currentFrame.origin.x, 16777218.0);
 }
 
-TEST_F(Installer, TheHalvedDifferenceOfTheHeightsIsFlooredInSinglePrecisionToo) {
+TEST_F(KMInstallerAppDelegateTest, TheHalvedDifferenceOfTheHeightsIsFlooredInSinglePrecisionToo) {
   argument(protocol::mainFrameArgument, "{{0, 0}, {400, 33554639.96}}");  // half the difference is 16777216.98
   launchInstall();
   EXPECT_EQ(window->currentFrame.origin, (foundation::Point{0, 16777216.0 + 6}));
@@ -160,7 +160,7 @@ TEST_F(Installer, TheHalvedDifferenceOfTheHeightsIsFlooredInSinglePrecisionToo) 
   EXPECT_EQ(window->currentFrame.origin, (foundation::Point{0, 16777218.0 + 6}));
 }
 
-TEST_F(Installer, TheWindowIsShownOnceItStandsInItsPlaceWithAllItsTexts) {
+TEST_F(KMInstallerAppDelegateTest, TheWindowIsShownOnceItStandsInItsPlaceWithAllItsTexts) {
   argument(protocol::mainFrameArgument, "{{100, 100}, {800, 600}}");
   launchInstall();
   EXPECT_THAT(fake.journal.calls(),
@@ -171,40 +171,40 @@ TEST_F(Installer, TheWindowIsShownOnceItStandsInItsPlaceWithAllItsTexts) {
   for (auto later = shown + 1; later < calls.end(); ++later) EXPECT_EQ(*later, "progressIndicator.startAnimation");
 }
 
-TEST_F(Installer, AWindowInTheMiddleOfTheScreenIsShownOnceItIsThere) {
+TEST_F(KMInstallerAppDelegateTest, AWindowInTheMiddleOfTheScreenIsShownOnceItIsThere) {
   launchInstall();
   EXPECT_TRUE(inOrder("window.center", "window.makeKeyAndOrderFront"));
 }
 
-TEST_F(Installer, TheCredentialsAreListenedForBeforeTheWindowIsShown) {
+TEST_F(KMInstallerAppDelegateTest, TheCredentialsAreListenedForBeforeTheWindowIsShown) {
   launchInstall();
   EXPECT_TRUE(inOrder("distributedNotificationCenter.addObserver", "window.makeKeyAndOrderFront"));
 }
 
-TEST_F(Installer, TheTitleIsTheInstallersOwnBundleName) {
+TEST_F(KMInstallerAppDelegateTest, TheTitleIsTheInstallersOwnBundleName) {
   launchUpdate();
   EXPECT_EQ(window->title, "Kelto Installer");
 }
 
-TEST_F(Installer, TheWindowIsShownAndTheProgressBarAnimatesOnItsOwnThread) {
+TEST_F(KMInstallerAppDelegateTest, TheWindowIsShownAndTheProgressBarAnimatesOnItsOwnThread) {
   launchUpdate();
   EXPECT_TRUE(window->isKey);
   EXPECT_TRUE(progressBar->usesThreadedAnimation);
   EXPECT_TRUE(progressBar->isAnimating);
 }
 
-TEST_F(Installer, TheCredentialsNotificationIsObserved) {
+TEST_F(KMInstallerAppDelegateTest, TheCredentialsNotificationIsObserved) {
   launchUpdate();
   EXPECT_THAT(fake.distributedNotificationCenter.observed, ElementsAre(protocol::credentialsNotification));
 }
 
-TEST_F(Installer, ABundleIdentifierSchedulesTheTimeOut) {
+TEST_F(KMInstallerAppDelegateTest, ABundleIdentifierSchedulesTheTimeOut) {
   launchUpdate();
   EXPECT_THAT(fake.runLoop.pendingDelays(&delegate), ElementsAre(Seconds(5.0)));
   EXPECT_THAT(fake.application.alerts, IsEmpty());
 }
 
-TEST_F(Installer, APathWithoutABundleIsAGeneralFailureAtOnce) {
+TEST_F(KMInstallerAppDelegateTest, APathWithoutABundleIsAGeneralFailureAtOnce) {
   argument(protocol::sourcePathArgument, "/tmp/nothing.app");
   argument(protocol::trashPathArgument, installedBundle);
   launch();
@@ -216,20 +216,20 @@ TEST_F(Installer, APathWithoutABundleIsAGeneralFailureAtOnce) {
   EXPECT_THAT(fake.authorization.calls, IsEmpty());
 }
 
-TEST_F(Installer, NoArgumentsAreAGeneralFailureAtOnce) {
+TEST_F(KMInstallerAppDelegateTest, NoArgumentsAreAGeneralFailureAtOnce) {
   launch();
   EXPECT_FALSE(delegate.isUninstall());
   EXPECT_THAT(fake.application.alerts, ElementsAre(generalFailure()));
   EXPECT_TRUE(fake.application.isTerminated);
 }
 
-TEST_F(Installer, ABundleWithoutIdentifierIsAGeneralFailureAtOnce) {
+TEST_F(KMInstallerAppDelegateTest, ABundleWithoutIdentifierIsAGeneralFailureAtOnce) {
   fake.bundles.others[newBundle]->info.erase("CFBundleIdentifier");
   launchUpdate();
   EXPECT_THAT(fake.application.alerts, ElementsAre(generalFailure()));
 }
 
-TEST_F(Installer, MissingOutletsAreTolerated) {
+TEST_F(KMInstallerAppDelegateTest, MissingOutletsAreTolerated) {
   window.reset();
   titleText.reset();
   bodyText.reset();
@@ -241,7 +241,7 @@ TEST_F(Installer, MissingOutletsAreTolerated) {
   EXPECT_THAT(fake.runLoop.pendingDelays(&delegate), ElementsAre(Seconds(5.0)));
 }
 
-TEST_F(Installer, AnOutletOfAnotherKindIsNotConnected) {
+TEST_F(KMInstallerAppDelegateTest, AnOutletOfAnotherKindIsNotConnected) {
   delegate.connectOutlet("window", titleText);
   delegate.connectOutlet("noSuchOutlet", titleText);
   launchInstall();
@@ -249,7 +249,7 @@ TEST_F(Installer, AnOutletOfAnotherKindIsNotConnected) {
   EXPECT_EQ(titleText->text, "text of <InstallerInstallKeltoSubtitle>");
 }
 
-TEST_F(Installer, AnErrorMessageIsShownAsItStandsAndThenTheRunEnds) {
+TEST_F(KMInstallerAppDelegateTest, AnErrorMessageIsShownAsItStandsAndThenTheRunEnds) {
   delegate.presentErrorMessage_title("100 %@ of %d", "Headline");
   EXPECT_THAT(fake.application.alerts, ElementsAre(Alert{"Headline", "100 %@ of %d", "text of <OK>"}));
   EXPECT_THAT(fake.application.terminateSenders, ElementsAre(static_cast<const void*>(&delegate)));

@@ -7,7 +7,7 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-TEST_F(Installer, TimeOutShowsGeneralFailureFiveSecondsAfterLaunch) {
+TEST_F(KMInstallerAppDelegateTest, TimeOutShowsGeneralFailureFiveSecondsAfterLaunch) {
   launchUpdate();
   fake.runLoop.advance(4999ms);
   EXPECT_THAT(fake.application.alerts, IsEmpty());
@@ -17,7 +17,7 @@ TEST_F(Installer, TimeOutShowsGeneralFailureFiveSecondsAfterLaunch) {
   EXPECT_TRUE(fake.application.isTerminated);
 }
 
-TEST_F(Installer, CredentialsCancelTheTimeOutAndScheduleTheQuitting) {
+TEST_F(KMInstallerAppDelegateTest, CredentialsCancelTheTimeOutAndScheduleTheQuitting) {
   launchUpdate();
   fake.runLoop.advance(2s);
   postCredentials();
@@ -25,7 +25,7 @@ TEST_F(Installer, CredentialsCancelTheTimeOutAndScheduleTheQuitting) {
   EXPECT_THAT(fake.runLoop.pendingDelays(&delegate), ElementsAre(Seconds(1.0)));
 }
 
-TEST_F(Installer, CredentialsAreAdoptedAndConfirmedWithoutInteraction) {
+TEST_F(KMInstallerAppDelegateTest, CredentialsAreAdoptedAndConfirmedWithoutInteraction) {
   launchUpdate();
   postCredentials();
   EXPECT_THAT(fake.authorization.calls,
@@ -33,7 +33,7 @@ TEST_F(Installer, CredentialsAreAdoptedAndConfirmedWithoutInteraction) {
   EXPECT_THAT(fake.authorization.adoptedForm.bytes, testing::Each(std::byte{7}));
 }
 
-TEST_F(Installer, NothingIsQuitBeforeTheSecondIsOver) {
+TEST_F(KMInstallerAppDelegateTest, NothingIsQuitBeforeTheSecondIsOver) {
   launchUpdate();
   const auto copy = startController();
   postCredentials();
@@ -43,7 +43,7 @@ TEST_F(Installer, NothingIsQuitBeforeTheSecondIsOver) {
   EXPECT_EQ(copy->quitRequests, 1);
 }
 
-TEST_F(Installer, ANotificationWithoutCredentialsIsAGeneralFailure) {
+TEST_F(KMInstallerAppDelegateTest, ANotificationWithoutCredentialsIsAGeneralFailure) {
   launchUpdate();
   fake.distributedNotificationCenter.post({protocol::credentialsNotification, "", {{"other", "text"}}});
   fake.runLoop.runPending();
@@ -52,7 +52,7 @@ TEST_F(Installer, ANotificationWithoutCredentialsIsAGeneralFailure) {
   EXPECT_THAT(fake.authorization.calls, IsEmpty());
 }
 
-TEST_F(Installer, RefusedRightsNameTheFolderOfTheInstalledBundle) {
+TEST_F(KMInstallerAppDelegateTest, RefusedRightsNameTheFolderOfTheInstalledBundle) {
   fake.authorization.copyRightsStatus = platform::errAuthorizationDenied;
   launchUpdate();
   postCredentials();
@@ -64,7 +64,7 @@ TEST_F(Installer, RefusedRightsNameTheFolderOfTheInstalledBundle) {
   EXPECT_THAT(fake.runLoop.pendingDelays(&delegate), IsEmpty());
 }
 
-TEST_F(Installer, RefusedRightsNameTheFolderOfTheInstalledBundleWhenUninstallingToo) {
+TEST_F(KMInstallerAppDelegateTest, RefusedRightsNameTheFolderOfTheInstalledBundleWhenUninstallingToo) {
   fake.authorization.copyRightsStatus = platform::errAuthorizationDenied;
   launchUninstall();
   postCredentials();
@@ -72,7 +72,7 @@ TEST_F(Installer, RefusedRightsNameTheFolderOfTheInstalledBundleWhenUninstalling
   EXPECT_EQ(fake.application.alerts[0].informativeText, "text of <InstallerBadPermissionMessage_1> with Applications");
 }
 
-TEST_F(Installer, WithoutAnInstalledBundleTheRefusalShowsThatNothingWasNamed) {
+TEST_F(KMInstallerAppDelegateTest, WithoutAnInstalledBundleTheRefusalShowsThatNothingWasNamed) {
   fake.authorization.copyRightsStatus = platform::errAuthorizationDenied;
   argument(protocol::sourcePathArgument, newBundle);
   launch();
@@ -81,7 +81,7 @@ TEST_F(Installer, WithoutAnInstalledBundleTheRefusalShowsThatNothingWasNamed) {
   EXPECT_EQ(fake.application.alerts[0].informativeText, "text of <InstallerBadPermissionMessage_1> with (null)");
 }
 
-TEST_F(Installer, CredentialsThatNobodyExportedAreRefused) {
+TEST_F(KMInstallerAppDelegateTest, CredentialsThatNobodyExportedAreRefused) {
   launchUpdate();
   fake.distributedNotificationCenter.post({protocol::credentialsNotification,
                                            "any sender",
@@ -91,7 +91,7 @@ TEST_F(Installer, CredentialsThatNobodyExportedAreRefused) {
   EXPECT_EQ(fake.application.alerts.at(0).messageText, "text of <InstallerBadPermissionSubtitle>");
 }
 
-TEST_F(Installer, CredentialsThatAreTooShortAreRefused) {
+TEST_F(KMInstallerAppDelegateTest, CredentialsThatAreTooShortAreRefused) {
   launchUpdate();
   postCredentials(31);
   EXPECT_FALSE(delegate.authorized());
@@ -99,21 +99,21 @@ TEST_F(Installer, CredentialsThatAreTooShortAreRefused) {
   EXPECT_EQ(fake.application.alerts.at(0).messageText, "text of <InstallerBadPermissionSubtitle>");
 }
 
-TEST_F(Installer, CredentialsOfAnotherKindThanDataAreRefused) {
+TEST_F(KMInstallerAppDelegateTest, CredentialsOfAnotherKindThanDataAreRefused) {
   launchUpdate();
   fake.distributedNotificationCenter.post({protocol::credentialsNotification, "", {{protocol::credentialsKey, "text"}}});
   fake.runLoop.runPending();
   EXPECT_EQ(fake.application.alerts.at(0).messageText, "text of <InstallerBadPermissionSubtitle>");
 }
 
-TEST_F(Installer, WithoutAuthorizationServicesTheRightsAreRefused) {
+TEST_F(KMInstallerAppDelegateTest, WithoutAuthorizationServicesTheRightsAreRefused) {
   fake.authorization.createStatus = platform::errAuthorizationInternal;
   launchUpdate();
   postCredentials();
   EXPECT_EQ(fake.application.alerts.at(0).messageText, "text of <InstallerBadPermissionSubtitle>");
 }
 
-TEST_F(Installer, ASecondNotificationIsHandledFromTheStart) {
+TEST_F(KMInstallerAppDelegateTest, ASecondNotificationIsHandledFromTheStart) {
   launchUpdate();
   const auto copy = startController();
   postCredentials();
@@ -126,7 +126,7 @@ TEST_F(Installer, ASecondNotificationIsHandledFromTheStart) {
   EXPECT_EQ(copy->quitRequests, 2);
 }
 
-TEST_F(Installer, ASecondNotificationBeforeTheQuittingReplacesTheDelayedCall) {
+TEST_F(KMInstallerAppDelegateTest, ASecondNotificationBeforeTheQuittingReplacesTheDelayedCall) {
   launchUpdate();
   postCredentials();
   fake.runLoop.advance(500ms);
@@ -134,7 +134,7 @@ TEST_F(Installer, ASecondNotificationBeforeTheQuittingReplacesTheDelayedCall) {
   EXPECT_THAT(fake.runLoop.pendingDelays(&delegate), ElementsAre(Seconds(1.0)));
 }
 
-TEST_F(Installer, TerminationGivesTheRightsBackOnce) {
+TEST_F(KMInstallerAppDelegateTest, TerminationGivesTheRightsBackOnce) {
   launchUpdate();
   postCredentials();
   fake.authorization.calls.clear();
@@ -143,7 +143,7 @@ TEST_F(Installer, TerminationGivesTheRightsBackOnce) {
   EXPECT_THAT(fake.authorization.calls, ElementsAre("free 2 8"));
 }
 
-TEST_F(Installer, ReleasingWithoutRightsDoesNothing) {
+TEST_F(KMInstallerAppDelegateTest, ReleasingWithoutRightsDoesNothing) {
   launchUpdate();
   delegate.releaseRights();
   delegate.releaseRights();

@@ -18,7 +18,7 @@ using testing::StartsWith;
 
 namespace {
 
-class AssistantToolExchange : public testing::Test {
+class KMAuthorizationToolTest : public testing::Test {
  protected:
   [[nodiscard]] std::size_t jobFiles() const {
     return static_cast<std::size_t>(
@@ -57,7 +57,7 @@ class RecordingLogger final : public KTAdditionalLoggerProtocol {
 
 }  // namespace
 
-TEST_F(AssistantToolExchange, AJobThatTheToolReportsAsDoneSucceeds) {
+TEST_F(KMAuthorizationToolTest, AJobThatTheToolReportsAsDoneSucceeds) {
   EXPECT_TRUE(run());
   ASSERT_EQ(tool.jobs.size(), 1U);
   EXPECT_THAT(tool.jobs[0], Contains(Pair(protocol::commandKey, protocol::removeFileCommand)));
@@ -66,13 +66,13 @@ TEST_F(AssistantToolExchange, AJobThatTheToolReportsAsDoneSucceeds) {
   EXPECT_FALSE(tool.jobs[0].contains(protocol::outputPathKey));
 }
 
-TEST_F(AssistantToolExchange, TheCallersInstructionsAreNotChanged) {
+TEST_F(KMAuthorizationToolTest, TheCallersInstructionsAreNotChanged) {
   run();
   EXPECT_THAT(instructions,
               ElementsAre(Pair(protocol::commandKey, protocol::removeFileCommand), Pair(protocol::filePathKey, "/A.app")));
 }
 
-TEST_F(AssistantToolExchange, TheLengthIsEightBytesLittleEndianBeforeTheArchive) {
+TEST_F(KMAuthorizationToolTest, TheLengthIsEightBytesLittleEndianBeforeTheArchive) {
   run();
   const std::string& written = tool.lastStream->written;
   ASSERT_GT(written.size(), 8U);
@@ -81,13 +81,13 @@ TEST_F(AssistantToolExchange, TheLengthIsEightBytesLittleEndianBeforeTheArchive)
   EXPECT_EQ(length, written.size() - 8);
 }
 
-TEST_F(AssistantToolExchange, TheToolIsAuthorizedAndRunWithoutOptions) {
+TEST_F(KMAuthorizationToolTest, TheToolIsAuthorizedAndRunWithoutOptions) {
   run();
   EXPECT_THAT(fake.authorization.calls,
               ElementsAre("create 0", "copyRights 1 system.privilege.admin 19", "execute 1 " + tool.path + " 0"));
 }
 
-TEST_F(AssistantToolExchange, BothFilesAreCreatedEmptyWithMode0666BeforeTheToolRuns) {
+TEST_F(KMAuthorizationToolTest, BothFilesAreCreatedEmptyWithMode0666BeforeTheToolRuns) {
   std::map<std::string, platform::fake::FakeFileManager::Item> seen;
   tool.work = [&](const support::FakeTool::Job& job) {
     for (const char* key : {protocol::resultPathKey, protocol::outputPathKey}) seen[key] = fake.files.items.at(job.at(key));
@@ -101,7 +101,7 @@ TEST_F(AssistantToolExchange, BothFilesAreCreatedEmptyWithMode0666BeforeTheToolR
   }
 }
 
-TEST_F(AssistantToolExchange, TheFilesExistBeforeTheRightIsAskedFor) {
+TEST_F(KMAuthorizationToolTest, TheFilesExistBeforeTheRightIsAskedFor) {
   std::optional<std::string> output;
   fake.journal.clear();
   run(&output);
@@ -115,7 +115,7 @@ TEST_F(AssistantToolExchange, TheFilesExistBeforeTheRightIsAskedFor) {
             2);
 }
 
-TEST_F(AssistantToolExchange, TheFilesAreReadAndRemovedOnlyAfterTheToolRan) {
+TEST_F(KMAuthorizationToolTest, TheFilesAreReadAndRemovedOnlyAfterTheToolRan) {
   std::optional<std::string> output;
   run(&output);
   EXPECT_LT(fake.journal.place("authorization.execute"), fake.journal.place("fileManager.contentsAtPath"));
@@ -123,36 +123,36 @@ TEST_F(AssistantToolExchange, TheFilesAreReadAndRemovedOnlyAfterTheToolRan) {
   EXPECT_EQ(fake.files.removed.size(), 2U);
 }
 
-TEST_F(AssistantToolExchange, AResultFileThatCannotBeReadIsAFailure) {
+TEST_F(KMAuthorizationToolTest, AResultFileThatCannotBeReadIsAFailure) {
   fake.files.refusesToRead = true;
   EXPECT_FALSE(run());
 }
 
-TEST_F(AssistantToolExchange, AResultFileThatCannotBeRemovedChangesNothing) {
+TEST_F(KMAuthorizationToolTest, AResultFileThatCannotBeRemovedChangesNothing) {
   fake.files.refusesToRemove = true;
   EXPECT_TRUE(run());
 }
 
-TEST_F(AssistantToolExchange, AResultFileThatCannotBeMadeFailsTheJobAfterTheToolRan) {
+TEST_F(KMAuthorizationToolTest, AResultFileThatCannotBeMadeFailsTheJobAfterTheToolRan) {
   fake.files.refusesToCreateFiles = true;
   EXPECT_FALSE(run());
   EXPECT_EQ(tool.jobs.size(), 1U);
 }
 
-TEST_F(AssistantToolExchange, NoFileIsCreatedForAMissingOrEmptyPath) {
+TEST_F(KMAuthorizationToolTest, NoFileIsCreatedForAMissingOrEmptyPath) {
   const auto before = fake.files.items.size();
   session->_createOutputFileAtPath(std::nullopt);
   session->_createOutputFileAtPath("");
   EXPECT_EQ(fake.files.items.size(), before);
 }
 
-TEST_F(AssistantToolExchange, AnExistingFileIsReplacedByAnEmptyOne) {
+TEST_F(KMAuthorizationToolTest, AnExistingFileIsReplacedByAnEmptyOne) {
   fake.files.addFile("/tmp/result", "old text");
   session->_createOutputFileAtPath("/tmp/result");
   EXPECT_EQ(fake.files.items.at("/tmp/result").contents, "");
 }
 
-TEST_F(AssistantToolExchange, ResultTextMustMatchExactly) {
+TEST_F(KMAuthorizationToolTest, ResultTextMustMatchExactly) {
   const std::string ok = protocol::successVerdict;
   for (const std::string& text :
        {ok + "\n", "T" + ok.substr(1), ok + " ", std::string(), ok.substr(0, ok.size() - 3), std::string("failed")}) {
@@ -161,25 +161,25 @@ TEST_F(AssistantToolExchange, ResultTextMustMatchExactly) {
   }
 }
 
-TEST_F(AssistantToolExchange, AVanishedResultFileIsAFailure) {
+TEST_F(KMAuthorizationToolTest, AVanishedResultFileIsAFailure) {
   tool.work = [&](const support::FakeTool::Job& job) { fake.files.items.erase(job.at(protocol::resultPathKey)); };
   EXPECT_FALSE(run());
 }
 
-TEST_F(AssistantToolExchange, WithoutAToolEveryJobFailsAndLeavesNoFileBehind) {
+TEST_F(KMAuthorizationToolTest, WithoutAToolEveryJobFailsAndLeavesNoFileBehind) {
   fake.bundles.main.resources.clear();
   EXPECT_FALSE(run());
   EXPECT_EQ(jobFiles(), 0U);
   EXPECT_THAT(fake.authorization.calls, Not(Contains(StartsWith("execute"))));
 }
 
-TEST_F(AssistantToolExchange, AToolThatIsNotExecutableIsNotFound) {
+TEST_F(KMAuthorizationToolTest, AToolThatIsNotExecutableIsNotFound) {
   fake.files.addFile(tool.path, {}, false);
   EXPECT_EQ(session->_pathForTool(), std::nullopt);
   EXPECT_FALSE(run());
 }
 
-TEST_F(AssistantToolExchange, FilesAreRemovedAlsoWhenTheToolNeverRan) {
+TEST_F(KMAuthorizationToolTest, FilesAreRemovedAlsoWhenTheToolNeverRan) {
   fake.authorization.copyRightsStatus = platform::errAuthorizationDenied;
   std::optional<std::string> output;
   EXPECT_FALSE(run(&output));
@@ -188,13 +188,13 @@ TEST_F(AssistantToolExchange, FilesAreRemovedAlsoWhenTheToolNeverRan) {
   EXPECT_THAT(tool.jobs, IsEmpty());
 }
 
-TEST_F(AssistantToolExchange, AFailedStartFailsTheJob) {
+TEST_F(KMAuthorizationToolTest, AFailedStartFailsTheJob) {
   fake.authorization.executeStatus = platform::errAuthorizationToolExecuteFailure;
   EXPECT_FALSE(run());
   EXPECT_EQ(jobFiles(), 0U);
 }
 
-TEST_F(AssistantToolExchange, AShortWriteOfTheLengthClosesThePipe) {
+TEST_F(KMAuthorizationToolTest, AShortWriteOfTheLengthClosesThePipe) {
   tool.writeLimit = 7;
   EXPECT_FALSE(run());
   EXPECT_TRUE(tool.lastStream->isClosed);
@@ -202,47 +202,47 @@ TEST_F(AssistantToolExchange, AShortWriteOfTheLengthClosesThePipe) {
   EXPECT_THAT(tool.lastStream->reads, IsEmpty());
 }
 
-TEST_F(AssistantToolExchange, AShortWriteOfTheArchiveClosesThePipe) {
+TEST_F(KMAuthorizationToolTest, AShortWriteOfTheArchiveClosesThePipe) {
   tool.writeLimit = 20;
   EXPECT_FALSE(run());
   EXPECT_TRUE(tool.lastStream->isClosed);
   EXPECT_THAT(tool.lastStream->reads, IsEmpty());
 }
 
-TEST_F(AssistantToolExchange, AnOutputFileThatTheToolLeftEmptyGivesAnEmptyString) {
+TEST_F(KMAuthorizationToolTest, AnOutputFileThatTheToolLeftEmptyGivesAnEmptyString) {
   std::optional<std::string> output;
   EXPECT_TRUE(run(&output));
   EXPECT_EQ(output, "");
 }
 
-TEST_F(AssistantToolExchange, AVanishedOutputFileGivesNothing) {
+TEST_F(KMAuthorizationToolTest, AVanishedOutputFileGivesNothing) {
   tool.work = [&](const support::FakeTool::Job& job) { fake.files.items.erase(job.at(protocol::outputPathKey)); };
   std::optional<std::string> output = "before";
   EXPECT_TRUE(run(&output));
   EXPECT_EQ(output, std::nullopt);
 }
 
-TEST_F(AssistantToolExchange, OutputIsHandedBackAsText) {
+TEST_F(KMAuthorizationToolTest, OutputIsHandedBackAsText) {
   tool.output = "Trash: \xC3\xA9";
   std::optional<std::string> output;
   EXPECT_TRUE(run(&output));
   EXPECT_EQ(output, "Trash: \xC3\xA9");
 }
 
-TEST_F(AssistantToolExchange, OutputThatIsNotUTF8GivesNothing) {
+TEST_F(KMAuthorizationToolTest, OutputThatIsNotUTF8GivesNothing) {
   tool.output = "\xFF\xFE";
   std::optional<std::string> output = "before";
   run(&output);
   EXPECT_EQ(output, std::nullopt);
 }
 
-TEST_F(AssistantToolExchange, A512ByteAnswerIsReadUntilTheEnd) {
+TEST_F(KMAuthorizationToolTest, A512ByteAnswerIsReadUntilTheEnd) {
   tool.answer = {std::string(512, 'a')};
   run();
   EXPECT_THAT(tool.lastStream->reads, ElementsAre(512U, 0U));
 }
 
-TEST_F(AssistantToolExchange, TheAnswerIsReadAsASCIIText) {
+TEST_F(KMAuthorizationToolTest, TheAnswerIsReadAsASCIIText) {
   tool.answer = {"caf\xC3\xA9 \xFF ok"};
   const auto text = runTool();
   ASSERT_TRUE(text);
@@ -251,19 +251,19 @@ TEST_F(AssistantToolExchange, TheAnswerIsReadAsASCIIText) {
   EXPECT_NE(*text, "caf\xC3\xA9 \xFF ok");
 }
 
-TEST_F(AssistantToolExchange, A700ByteAnswerIsReadAs512And188) {
+TEST_F(KMAuthorizationToolTest, A700ByteAnswerIsReadAs512And188) {
   tool.answer = {std::string(700, 'a')};
   EXPECT_EQ(runTool()->size(), 700U);
   EXPECT_THAT(tool.lastStream->reads, ElementsAre(512U, 188U));
 }
 
-TEST_F(AssistantToolExchange, AShortReadEndsTheReading) {
+TEST_F(KMAuthorizationToolTest, AShortReadEndsTheReading) {
   tool.answer = {std::string(100, 'a'), std::string(50, 'b')};
   EXPECT_EQ(runTool(), std::string(100, 'a'));
   EXPECT_THAT(tool.lastStream->reads, ElementsAre(100U));
 }
 
-TEST_F(AssistantToolExchange, TheAnswerIsLoggedToBothLoggersAtDebugLevel) {
+TEST_F(KMAuthorizationToolTest, TheAnswerIsLoggedToBothLoggersAtDebugLevel) {
   fake.enableDebugLogging();
   RecordingLogger additional;
   KTLogger::sharedLogger()->setAdditionalLogger(&additional);
@@ -277,74 +277,13 @@ TEST_F(AssistantToolExchange, TheAnswerIsLoggedToBothLoggersAtDebugLevel) {
   KTLogger::sharedLogger()->setAdditionalLogger(nullptr);
 }
 
-TEST_F(AssistantToolExchange, NothingIsLoggedAtTheDefaultLevel) {
+TEST_F(KMAuthorizationToolTest, NothingIsLoggedAtTheDefaultLevel) {
   run();
   EXPECT_THAT(fake.systemLog.lines, IsEmpty());
 }
 
-TEST_F(AssistantToolExchange, ReleasedRightsFailTheJobWithoutRunningTheTool) {
+TEST_F(KMAuthorizationToolTest, ReleasedRightsFailTheJobWithoutRunningTheTool) {
   session->releaseRights();
   EXPECT_FALSE(run());
-  EXPECT_THAT(tool.jobs, IsEmpty());
-}
-
-TEST_F(AssistantToolExchange, ReplaceSendsItsArgumentsCrossed) {
-  EXPECT_TRUE(session->replaceItemAtPath_withItemAtPath("/X", "/Y"));
-  ASSERT_EQ(tool.jobs.size(), 1U);
-  EXPECT_THAT(tool.jobs[0], Contains(Pair(protocol::commandKey, protocol::replaceItemCommand)));
-  EXPECT_THAT(tool.jobs[0], Contains(Pair(protocol::sourcePathKey, "/Y")));
-  EXPECT_THAT(tool.jobs[0], Contains(Pair(protocol::destinationPathKey, "/X")));
-}
-
-TEST_F(AssistantToolExchange, CopyAndMoveSendSourceThenDestination) {
-  EXPECT_TRUE(session->copyItemAtPath_toPath("/X", "/Y"));
-  EXPECT_TRUE(session->moveItemAtPath_toPath("/X", "/Y"));
-  EXPECT_THAT(tool.commands(), ElementsAre(protocol::copyFileCommand, protocol::moveFileCommand));
-  for (const auto& job : tool.jobs) {
-    EXPECT_EQ(job.at(protocol::sourcePathKey), "/X");
-    EXPECT_EQ(job.at(protocol::destinationPathKey), "/Y");
-  }
-}
-
-TEST_F(AssistantToolExchange, TrashAndRemoveSendTheFilePath) {
-  EXPECT_TRUE(session->trashItemAtPath("/X"));
-  EXPECT_TRUE(session->removeItemAtPath("/X"));
-  EXPECT_THAT(tool.commands(), ElementsAre(protocol::trashFileCommand, protocol::removeFileCommand));
-  for (const auto& job : tool.jobs) EXPECT_EQ(job.at(protocol::filePathKey), "/X");
-}
-
-TEST_F(AssistantToolExchange, CopyWithoutDestinationSendsOnlyCommandAndSource) {
-  session->copyItemAtPath_toPath("/X", std::nullopt);
-  ASSERT_EQ(tool.jobs.size(), 1U);
-  EXPECT_EQ(tool.jobs[0].size(), 3U);
-  EXPECT_TRUE(tool.jobs[0].contains(protocol::sourcePathKey));
-  EXPECT_TRUE(tool.jobs[0].contains(protocol::resultPathKey));
-}
-
-TEST_F(AssistantToolExchange, AMissingPathEndsTheInstructionThere) {
-  session->copyItemAtPath_toPath(std::nullopt, "/Y");
-  session->replaceItemAtPath_withItemAtPath("/X", std::nullopt);
-  ASSERT_EQ(tool.jobs.size(), 2U);
-  for (const auto& job : tool.jobs) EXPECT_EQ(job.size(), 2U);
-}
-
-TEST_F(AssistantToolExchange, FileOperationsReturnTheVerdict) {
-  for (const char* command : {protocol::trashFileCommand, protocol::removeFileCommand, protocol::copyFileCommand,
-                              protocol::moveFileCommand, protocol::replaceItemCommand})
-    tool.results[command] = "no";
-  EXPECT_FALSE(session->trashItemAtPath("/X"));
-  EXPECT_FALSE(session->removeItemAtPath("/X"));
-  EXPECT_FALSE(session->copyItemAtPath_toPath("/X", "/Y"));
-  EXPECT_FALSE(session->moveItemAtPath_toPath("/X", "/Y"));
-  EXPECT_FALSE(session->replaceItemAtPath_withItemAtPath("/X", "/Y"));
-}
-
-TEST_F(AssistantToolExchange, FileOperationsFailWithoutRunningTheToolOnceReleased) {
-  session->releaseRights();
-  EXPECT_FALSE(session->trashItemAtPath("/X"));
-  EXPECT_FALSE(session->removeItemAtPath("/X"));
-  EXPECT_FALSE(session->copyItemAtPath_toPath("/X", "/Y"));
-  EXPECT_FALSE(session->moveItemAtPath_toPath("/X", "/Y"));
-  EXPECT_FALSE(session->replaceItemAtPath_withItemAtPath("/X", "/Y"));
   EXPECT_THAT(tool.jobs, IsEmpty());
 }

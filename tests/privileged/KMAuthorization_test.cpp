@@ -19,7 +19,7 @@ Data dataOfLength(std::size_t length, unsigned char first = 1) {
   return data;
 }
 
-class KMAuthorizationSession : public testing::Test {
+class KMAuthorizationTest : public testing::Test {
  protected:
   static constexpr const char* toolPath = "/Apps/Installer.app/Contents/Resources/assistantTool";
 
@@ -43,14 +43,14 @@ class KMAuthorizationSession : public testing::Test {
 
 }  // namespace
 
-TEST_F(KMAuthorizationSession, SharedInstanceIsMadeOnceWithDefaultFlags) {
+TEST_F(KMAuthorizationTest, SharedInstanceIsMadeOnceWithDefaultFlags) {
   KMAuthorization* first = KMAuthorization::sharedInstance();
   ASSERT_NE(first, nullptr);
   EXPECT_EQ(KMAuthorization::sharedInstance(), first);
   EXPECT_THAT(calls(), ElementsAre("create 0"));
 }
 
-TEST_F(KMAuthorizationSession, SharedInstanceIsTheSameFromManyThreads) {
+TEST_F(KMAuthorizationTest, SharedInstanceIsTheSameFromManyThreads) {
   std::vector<KMAuthorization*> seen(8);
   std::vector<std::thread> threads;
   for (auto& place : seen) threads.emplace_back([&place] { place = KMAuthorization::sharedInstance(); });
@@ -59,7 +59,7 @@ TEST_F(KMAuthorizationSession, SharedInstanceIsTheSameFromManyThreads) {
   EXPECT_THAT(calls(), ElementsAre("create 0"));
 }
 
-TEST_F(KMAuthorizationSession, AFailedCreationIsFinalForTheProcess) {
+TEST_F(KMAuthorizationTest, AFailedCreationIsFinalForTheProcess) {
   fake.authorization.createStatus = platform::errAuthorizationInternal;
   EXPECT_EQ(KMAuthorization::sharedInstance(), nullptr);
   fake.authorization.createStatus = platform::errAuthorizationSuccess;
@@ -67,7 +67,7 @@ TEST_F(KMAuthorizationSession, AFailedCreationIsFinalForTheProcess) {
   EXPECT_THAT(calls(), ElementsAre("create 0"));
 }
 
-TEST_F(KMAuthorizationSession, TheRightIsTheAdministratorRightWithTheToolPathAsValue) {
+TEST_F(KMAuthorizationTest, TheRightIsTheAdministratorRightWithTheToolPathAsValue) {
   const auto session = KMAuthorization::init(fake.platform);
   ASSERT_EQ(session->rights().count, 1U);
   const auto& item = session->rights().items[0];
@@ -78,7 +78,7 @@ TEST_F(KMAuthorizationSession, TheRightIsTheAdministratorRightWithTheToolPathAsV
   EXPECT_EQ(session->toolName(), "assistantTool");
 }
 
-TEST_F(KMAuthorizationSession, ASecondEqualToolNameKeepsTheBufferAndDoesNotResolveAgain) {
+TEST_F(KMAuthorizationTest, ASecondEqualToolNameKeepsTheBufferAndDoesNotResolveAgain) {
   const auto session = KMAuthorization::init(fake.platform);
   const void* buffer = session->rights().items[0].value;
   addTool("assistantTool", "/elsewhere/assistantTool");
@@ -87,7 +87,7 @@ TEST_F(KMAuthorizationSession, ASecondEqualToolNameKeepsTheBufferAndDoesNotResol
   EXPECT_STREQ(static_cast<const char*>(buffer), toolPath);
 }
 
-TEST_F(KMAuthorizationSession, ANewToolNamePointsTheRightAtItsPath) {
+TEST_F(KMAuthorizationTest, ANewToolNamePointsTheRightAtItsPath) {
   addTool("otherTool", "/Apps/otherTool");
   const auto session = KMAuthorization::init(fake.platform);
   session->setToolName("otherTool");
@@ -95,7 +95,7 @@ TEST_F(KMAuthorizationSession, ANewToolNamePointsTheRightAtItsPath) {
   EXPECT_EQ(session->rights().items[0].valueLength, 15U);
 }
 
-TEST_F(KMAuthorizationSession, AToolNameWithoutExecutableEmptiesTheValueAndStillAsksForTheRight) {
+TEST_F(KMAuthorizationTest, AToolNameWithoutExecutableEmptiesTheValueAndStillAsksForTheRight) {
   const auto session = KMAuthorization::init(fake.platform);
   const void* buffer = session->rights().items[0].value;
   session->setToolName("noSuchTool");
@@ -106,18 +106,18 @@ TEST_F(KMAuthorizationSession, AToolNameWithoutExecutableEmptiesTheValueAndStill
   EXPECT_EQ(fake.authorization.rightValue, "");
 }
 
-TEST_F(KMAuthorizationSession, ExternalRightsAreThe32BytesOfTheExternalForm) {
+TEST_F(KMAuthorizationTest, ExternalRightsAreThe32BytesOfTheExternalForm) {
   const Data form = dataOfLength(32);
   std::copy(form.begin(), form.end(), fake.authorization.externalForm.emplace().bytes.begin());
   EXPECT_EQ(KMAuthorization::init(fake.platform)->externalRights(), form);
 }
 
-TEST_F(KMAuthorizationSession, ExternalRightsAreNothingWhenTheyCannotBeMade) {
+TEST_F(KMAuthorizationTest, ExternalRightsAreNothingWhenTheyCannotBeMade) {
   fake.authorization.makeExternalFormStatus = platform::errAuthorizationInternal;
   EXPECT_EQ(KMAuthorization::init(fake.platform)->externalRights(), std::nullopt);
 }
 
-TEST_F(KMAuthorizationSession, AuthorizingComposesTheFlags) {
+TEST_F(KMAuthorizationTest, AuthorizingComposesTheFlags) {
   const auto session = KMAuthorization::init(fake.platform);
   const auto flagsFor = [&](bool preauthorize, bool interaction) {
     session->authorizeForRootWithPrompt_preauthorize_allowInteraction("", preauthorize, interaction);
@@ -129,7 +129,7 @@ TEST_F(KMAuthorizationSession, AuthorizingComposesTheFlags) {
   EXPECT_EQ(flagsFor(false, true), "copyRights 1 system.privilege.admin 3");
 }
 
-TEST_F(KMAuthorizationSession, AuthorizingIgnoresItsPrompt) {
+TEST_F(KMAuthorizationTest, AuthorizingIgnoresItsPrompt) {
   const auto session = KMAuthorization::init(fake.platform);
   session->authorizeForRootWithPrompt_preauthorize_allowInteraction("", true, true);
   const auto without = calls().back();
@@ -137,7 +137,7 @@ TEST_F(KMAuthorizationSession, AuthorizingIgnoresItsPrompt) {
   EXPECT_EQ(calls().back(), without);
 }
 
-TEST_F(KMAuthorizationSession, AuthorizingSucceedsOnlyOnStatusZero) {
+TEST_F(KMAuthorizationTest, AuthorizingSucceedsOnlyOnStatusZero) {
   const auto session = KMAuthorization::init(fake.platform);
   for (const auto status : {platform::errAuthorizationDenied, platform::errAuthorizationCanceled, 1}) {
     fake.authorization.copyRightsStatus = status;
@@ -145,13 +145,13 @@ TEST_F(KMAuthorizationSession, AuthorizingSucceedsOnlyOnStatusZero) {
   }
 }
 
-TEST_F(KMAuthorizationSession, ReleasingDestroysTheRightsByDefault) {
+TEST_F(KMAuthorizationTest, ReleasingDestroysTheRightsByDefault) {
   const auto session = KMAuthorization::init(fake.platform);
   EXPECT_TRUE(session->releaseRights());
   EXPECT_EQ(calls().back(), "free 1 8");
 }
 
-TEST_F(KMAuthorizationSession, ReleasingWithDefaultFlagsOnlyDropsTheHandle) {
+TEST_F(KMAuthorizationTest, ReleasingWithDefaultFlagsOnlyDropsTheHandle) {
   const auto session = KMAuthorization::init(fake.platform);
   EXPECT_FALSE(session->useDefaultFlags());
   session->setUseDefaultFlags(true);
@@ -159,7 +159,7 @@ TEST_F(KMAuthorizationSession, ReleasingWithDefaultFlagsOnlyDropsTheHandle) {
   EXPECT_EQ(calls().back(), "free 1 0");
 }
 
-TEST_F(KMAuthorizationSession, ReleasingAgainReturnsTrueAndCallsNothing) {
+TEST_F(KMAuthorizationTest, ReleasingAgainReturnsTrueAndCallsNothing) {
   const auto session = KMAuthorization::init(fake.platform);
   session->releaseRights();
   calls().clear();
@@ -167,21 +167,21 @@ TEST_F(KMAuthorizationSession, ReleasingAgainReturnsTrueAndCallsNothing) {
   EXPECT_THAT(calls(), IsEmpty());
 }
 
-TEST_F(KMAuthorizationSession, AFailedFreeIsReportedAndDropsTheHandleAllTheSame) {
+TEST_F(KMAuthorizationTest, AFailedFreeIsReportedAndDropsTheHandleAllTheSame) {
   const auto session = KMAuthorization::init(fake.platform);
   fake.authorization.freeStatus = platform::errAuthorizationInternal;
   EXPECT_FALSE(session->releaseRights());
   EXPECT_TRUE(session->releaseRights());
 }
 
-TEST_F(KMAuthorizationSession, AfterReleaseNothingIsExportedAndAuthorizingFails) {
+TEST_F(KMAuthorizationTest, AfterReleaseNothingIsExportedAndAuthorizingFails) {
   const auto session = KMAuthorization::init(fake.platform);
   session->releaseRights();
   EXPECT_EQ(session->externalRights(), std::nullopt);
   EXPECT_FALSE(session->authorizeForRootWithPrompt_preauthorize_allowInteraction("", true, true));
 }
 
-TEST_F(KMAuthorizationSession, AdoptingDestroysTheRightsHeldBeforeAndThenImports) {
+TEST_F(KMAuthorizationTest, AdoptingDestroysTheRightsHeldBeforeAndThenImports) {
   const auto session = KMAuthorization::init(fake.platform);
   session->setExternalRights(dataOfLength(32));
   EXPECT_THAT(calls(), ElementsAre("create 0", "free 1 8", "createFromExternalForm"));
@@ -189,7 +189,7 @@ TEST_F(KMAuthorizationSession, AdoptingDestroysTheRightsHeldBeforeAndThenImports
   EXPECT_EQ(calls().back(), "copyRights 2 system.privilege.admin 18");
 }
 
-TEST_F(KMAuthorizationSession, AdoptingTakesTheFirst32Bytes) {
+TEST_F(KMAuthorizationTest, AdoptingTakesTheFirst32Bytes) {
   const auto session = KMAuthorization::init(fake.platform);
   const Data data = dataOfLength(40);
   session->setExternalRights(data);
@@ -197,7 +197,7 @@ TEST_F(KMAuthorizationSession, AdoptingTakesTheFirst32Bytes) {
       std::equal(fake.authorization.adoptedForm.bytes.begin(), fake.authorization.adoptedForm.bytes.end(), data.begin()));
 }
 
-TEST_F(KMAuthorizationSession, ShorterDataIsRefusedAndLeavesNoSession) {
+TEST_F(KMAuthorizationTest, ShorterDataIsRefusedAndLeavesNoSession) {
   for (const std::size_t length : {0, 1, 31}) {
     const auto session = KMAuthorization::init(fake.platform);
     calls().clear();
@@ -208,7 +208,7 @@ TEST_F(KMAuthorizationSession, ShorterDataIsRefusedAndLeavesNoSession) {
   }
 }
 
-TEST_F(KMAuthorizationSession, AFormIsNotAdoptedWhenTheFormerSessionCouldNotBeFreed) {
+TEST_F(KMAuthorizationTest, AFormIsNotAdoptedWhenTheFormerSessionCouldNotBeFreed) {
   const auto session = KMAuthorization::init(fake.platform);
   fake.authorization.freeStatus = platform::errAuthorizationInternal;
   session->setExternalRights(dataOfLength(32));
@@ -216,7 +216,7 @@ TEST_F(KMAuthorizationSession, AFormIsNotAdoptedWhenTheFormerSessionCouldNotBeFr
   EXPECT_FALSE(session->authorizeForRootWithPrompt_preauthorize_allowInteraction("", true, false));
 }
 
-TEST_F(KMAuthorizationSession, AFormThatIsNotGoodLeavesNoSession) {
+TEST_F(KMAuthorizationTest, AFormThatIsNotGoodLeavesNoSession) {
   const auto session = KMAuthorization::init(fake.platform);
   fake.authorization.createFromExternalFormStatus = platform::errAuthorizationDenied;
   session->setExternalRights(dataOfLength(32));
@@ -224,7 +224,7 @@ TEST_F(KMAuthorizationSession, AFormThatIsNotGoodLeavesNoSession) {
   EXPECT_EQ(calls().back(), "copyRights 0 system.privilege.admin 18");
 }
 
-TEST_F(KMAuthorizationSession, AnObjectKeepsToThePlatformItWasMadeWith) {
+TEST_F(KMAuthorizationTest, AnObjectKeepsToThePlatformItWasMadeWith) {
   const auto session = KMAuthorization::init(fake.platform);
   platform::fake::FakePlatform other;
   EXPECT_TRUE(session->authorizeForRootWithPrompt_preauthorize_allowInteraction("", true, false));
@@ -235,7 +235,7 @@ TEST_F(KMAuthorizationSession, AnObjectKeepsToThePlatformItWasMadeWith) {
   EXPECT_EQ(calls().size(), 4U);
 }
 
-TEST_F(KMAuthorizationSession, TheRightsAreReleasedWhenTheApplicationTerminates) {
+TEST_F(KMAuthorizationTest, TheRightsAreReleasedWhenTheApplicationTerminates) {
   ASSERT_NE(KMAuthorization::sharedInstance(), nullptr);
   fake.notificationCenter.post({std::string(foundation::applicationWillTerminateNotification), "", {}});
   EXPECT_EQ(calls().back(), "free 1 8");

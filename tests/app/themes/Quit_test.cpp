@@ -11,7 +11,7 @@ constexpr Seconds pollInterval{0.20000000298023224};
 
 }  // namespace
 
-TEST_F(Installer, WithoutARunningCopyTheWorkStartsWithinTheSameCall) {
+TEST_F(KMInstallerAppDelegateTest, WithoutARunningCopyTheWorkStartsWithinTheSameCall) {
   launchUpdate();
   postCredentials();
   delegate.quitApplications(&delegate);
@@ -19,7 +19,7 @@ TEST_F(Installer, WithoutARunningCopyTheWorkStartsWithinTheSameCall) {
   EXPECT_THAT(fake.runLoop.timerIntervals(), IsEmpty());
 }
 
-TEST_F(Installer, EveryRunningCopyIsAskedToQuitOnce) {
+TEST_F(KMInstallerAppDelegateTest, EveryRunningCopyIsAskedToQuitOnce) {
   launchUpdate();
   const auto first = startController();
   const auto second = startController();
@@ -30,21 +30,21 @@ TEST_F(Installer, EveryRunningCopyIsAskedToQuitOnce) {
   EXPECT_THAT(tool.jobs, IsEmpty());
 }
 
-TEST_F(Installer, ThePollIntervalIsTheSinglePrecisionValueWidened) {
+TEST_F(KMInstallerAppDelegateTest, ThePollIntervalIsTheSinglePrecisionValueWidened) {
   launchUpdate();
   startController();
   authorize();
   EXPECT_THAT(fake.runLoop.timerIntervals(), ElementsAre(pollInterval));
 }
 
-TEST_F(Installer, TheDeadlineIsFiveSecondsAfterTheRequests) {
+TEST_F(KMInstallerAppDelegateTest, TheDeadlineIsFiveSecondsAfterTheRequests) {
   launchUpdate();
   startController();
   authorize();
   EXPECT_EQ(delegate.errorAt(), fake.runLoop.currentDate() + 5s);
 }
 
-TEST_F(Installer, TheWorkStartsOnTheFirstTickAfterTheCopyIsGone) {
+TEST_F(KMInstallerAppDelegateTest, TheWorkStartsOnTheFirstTickAfterTheCopyIsGone) {
   launchUpdate();
   startController();
   authorize();
@@ -56,7 +56,7 @@ TEST_F(Installer, TheWorkStartsOnTheFirstTickAfterTheCopyIsGone) {
   EXPECT_THAT(fake.runLoop.timerIntervals(), IsEmpty());
 }
 
-TEST_F(Installer, ACopyThatNeverQuitsIsNamedOnTheFirstTickAfterFiveSeconds) {
+TEST_F(KMInstallerAppDelegateTest, ACopyThatNeverQuitsIsNamedOnTheFirstTickAfterFiveSeconds) {
   launchUpdate();
   startController();
   authorize();
@@ -70,7 +70,7 @@ TEST_F(Installer, ACopyThatNeverQuitsIsNamedOnTheFirstTickAfterFiveSeconds) {
   EXPECT_THAT(tool.jobs, IsEmpty());
 }
 
-TEST_F(Installer, ATickAtTheDeadlineItselfIsNotTooLate) {
+TEST_F(KMInstallerAppDelegateTest, ATickAtTheDeadlineItselfIsNotTooLate) {
   launchUpdate();
   startController();
   authorize();
@@ -86,7 +86,7 @@ TEST_F(Installer, ATickAtTheDeadlineItselfIsNotTooLate) {
   EXPECT_FALSE(timer->isValid());
 }
 
-TEST_F(Installer, TheDeadlineCountsFromTheLastRequestHoweverLongTheyTake) {
+TEST_F(KMInstallerAppDelegateTest, TheDeadlineCountsFromTheLastRequestHoweverLongTheyTake) {
   launchUpdate();
   startController()->onQuitRequest = [this] { fake.clock.advance(2s); };
   startController()->onQuitRequest = [this] { fake.clock.advance(1s); };
@@ -96,7 +96,7 @@ TEST_F(Installer, TheDeadlineCountsFromTheLastRequestHoweverLongTheyTake) {
   EXPECT_THAT(fake.application.alerts, IsEmpty());
 }
 
-TEST_F(Installer, ARequestThatCannotBeSentIsNotAFailure) {
+TEST_F(KMInstallerAppDelegateTest, ARequestThatCannotBeSentIsNotAFailure) {
   launchUpdate();
   const auto mute = startController();
   mute->canBeAsked = false;
@@ -111,7 +111,7 @@ TEST_F(Installer, ARequestThatCannotBeSentIsNotAFailure) {
   EXPECT_THAT(tool.commands(), ElementsAre(protocol::replaceItemCommand));
 }
 
-TEST_F(Installer, ACopyThatStartsWhileTheOthersQuitIsWaitedForToo) {
+TEST_F(KMInstallerAppDelegateTest, ACopyThatStartsWhileTheOthersQuitIsWaitedForToo) {
   launchUpdate();
   const auto first = startController();
   first->quitsWhenAsked = true;
@@ -126,7 +126,7 @@ TEST_F(Installer, ACopyThatStartsWhileTheOthersQuitIsWaitedForToo) {
   EXPECT_THAT(tool.commands(), ElementsAre(protocol::replaceItemCommand));
 }
 
-TEST_F(Installer, InUninstallModeTheInstalledBundleTellsWhichApplicationMustQuit) {
+TEST_F(KMInstallerAppDelegateTest, InUninstallModeTheInstalledBundleTellsWhichApplicationMustQuit) {
   addController(installedBundle, "com.kelto.oldController", "Old Kelto");
   const auto copy = std::make_shared<platform::fake::FakeRunningApplication>();
   fake.workspace.running["com.kelto.oldController"].push_back(copy);
@@ -137,7 +137,7 @@ TEST_F(Installer, InUninstallModeTheInstalledBundleTellsWhichApplicationMustQuit
   EXPECT_EQ(fake.application.alerts.at(0).messageText, "text of <InstallerKeltoRunningSubtitle_1> with Old Kelto");
 }
 
-TEST_F(Installer, OnceTheCopiesAreGoneAnUninstallGoesOnUninstalling) {
+TEST_F(KMInstallerAppDelegateTest, OnceTheCopiesAreGoneAnUninstallGoesOnUninstalling) {
   launchUninstall();
   startController();
   authorize();

@@ -10,14 +10,14 @@ constexpr const char* sharesFile = "/Users/Shared/Kelto/Shares.plist";
 constexpr const char* definition = "/Library/LaunchDaemons/com.kelto.KeltoLibraryServer.plist";
 constexpr const char* program = "/Library/Application Support/Kelto/KeltoLibraryServer";
 
-class LibraryServer : public Installer {
+class LibraryServer : public KMInstallerAppDelegateTest {
  protected:
   void SetUp() override { installLibraryServer(); }
 };
 
 }  // namespace
 
-TEST_F(Installer, UninstallMovesTheInstalledBundleToTheTrashAndTerminates) {
+TEST_F(KMInstallerAppDelegateTest, UninstallMovesTheInstalledBundleToTheTrashAndTerminates) {
   launchUninstall();
   authorize();
   ASSERT_THAT(tool.commands(), ElementsAre(protocol::trashFileCommand));
@@ -28,7 +28,7 @@ TEST_F(Installer, UninstallMovesTheInstalledBundleToTheTrashAndTerminates) {
   EXPECT_EQ(fake.authorization.calls.back(), "free 2 8");
 }
 
-TEST_F(Installer, ARemovalWithTheUpdateFlagKeepsTheRightsUntilTheBundleIsInTheTrash) {
+TEST_F(KMInstallerAppDelegateTest, ARemovalWithTheUpdateFlagKeepsTheRightsUntilTheBundleIsInTheTrash) {
   argument(protocol::isUpdateArgument, "YES");
   launchUninstall();
   tool.work = [this](const support::FakeTool::Job&) { EXPECT_TRUE(delegate.authorized()); };
@@ -41,7 +41,7 @@ TEST_F(Installer, ARemovalWithTheUpdateFlagKeepsTheRightsUntilTheBundleIsInTheTr
   EXPECT_THAT(fake.workspace.launches, IsEmpty());
 }
 
-TEST_F(Installer, UninstallOfNothingTerminatesWithoutAnAlert) {
+TEST_F(KMInstallerAppDelegateTest, UninstallOfNothingTerminatesWithoutAnAlert) {
   launchUninstall();
   fake.files.items.erase(installedBundle);
   authorize();
@@ -50,7 +50,7 @@ TEST_F(Installer, UninstallOfNothingTerminatesWithoutAnAlert) {
   EXPECT_THAT(tool.jobs, IsEmpty());
 }
 
-TEST_F(Installer, AFailedTrashNamesTheBundleWithoutItsExtension) {
+TEST_F(KMInstallerAppDelegateTest, AFailedTrashNamesTheBundleWithoutItsExtension) {
   tool.results[protocol::trashFileCommand] = "no";
   launchUninstall();
   authorize();
@@ -61,7 +61,7 @@ TEST_F(Installer, AFailedTrashNamesTheBundleWithoutItsExtension) {
   EXPECT_EQ(fake.application.terminateSenders.size(), 1U);
 }
 
-TEST_F(Installer, UninstallLeavesTheLibraryServerAlone) {
+TEST_F(KMInstallerAppDelegateTest, UninstallLeavesTheLibraryServerAlone) {
   installLibraryServer();
   launchUninstall();
   authorize();

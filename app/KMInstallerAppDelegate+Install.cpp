@@ -57,7 +57,7 @@ void KMInstallerAppDelegate::upgradeLibraryServer() {
         foundation::formatted("defaults write com.kelto.macController %@ %d", serverVersionKey, serverVersion));
     return;
   }
-  // Headline and text stand the other way round than in every other alert, and the run goes on.
+  // Unlike in every other alert, headline and text are swapped, and the run goes on.
   runAlert(localized(InstallerTexts::unexpectedErrorMessage), localized(InstallerTexts::unexpectedErrorSubtitle));
 }
 

@@ -9,13 +9,13 @@ namespace {
 
 // Points. In update mode the window keeps the height of its layout.
 constexpr double installHeight = 206.0;
-// Lifts the window over the true centre of the controller's.
+// Raises the window above the true centre of the controller's window.
 constexpr double raisedBy = 6.0;
 
-// Half the difference rounded down, on a single-precision number.
+// Half the difference, rounded down after conversion to single precision.
 double flooredHalf(double difference) { return std::floor(static_cast<float>(difference * 0.5)); }
 
-// A path as it was passed. A value of another kind than text still says that the path was given, but names nothing.
+// A path as it was passed. A value that is not text still counts as given: as an empty path.
 std::optional<std::string> pathForKey(const platform::UserDefaults& defaults, std::string_view key) {
   if (!defaults.objectForKey(key)) return std::nullopt;
   return defaults.stringForKey(key).value_or("");

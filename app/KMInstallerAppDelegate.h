@@ -2,10 +2,10 @@
 // The installer's application delegate: the whole run from launch to termination, for its three modes.
 //
 // Main thread only. Every step schedules the next as a delayed call or timer on the main run loop, so the window stays live
-// between steps. Every failure ends in presentErrorMessage_title, after which nothing more is done; only a failed upgrade
-// of the Library Server is shown and passed over. Nothing is retried.
+// between steps. Every failure ends the run through presentErrorMessage_title, except a failed upgrade of the Library
+// Server, which only shows an alert. Nothing is retried.
 //
-// The mode is not one value: the window's height and texts look at isUpdate first and then at isUninstall, the choice
+// No single value holds the mode: the window's height and texts look at isUpdate first and then at isUninstall, the choice
 // between installing and uninstalling looks at isUninstall alone, the relaunch arguments look at isUpdate alone. With both
 // set the wizard shows the update texts and the run uninstalls.
 #include <memory>
@@ -26,7 +26,7 @@ class KMInstallerAppDelegate final : public platform::ApplicationDelegate {
   void applicationWillTerminate(const foundation::Notification& notification) override;
 
   // The credentials notification: `protocol::credentialsKey` in its user information holds the controller's rights in
-  // external form. Nothing guards against a second one; it is handled from the start again.
+  // external form. A second notification is handled from the start again.
   void didReceiveCredentials(const foundation::Notification& notification);
   // The time-out for that notification.
   void didNotReceiveCredentials();
@@ -48,14 +48,14 @@ class KMInstallerAppDelegate final : public platform::ApplicationDelegate {
   // True when the Library Server is installed and running at this moment.
   [[nodiscard]] bool libraryServerInstalled() const;
 
-  // Paths: the new bundle (nothing when uninstalling), where the installed bundle ends up, and the installed bundle.
+  // Paths: the new bundle (nullopt when uninstalling), the place where it ends up, and the installed bundle.
   [[nodiscard]] const std::optional<std::string>& srcPath() const { return _srcPath; }
   [[nodiscard]] const std::optional<std::string>& dstPath() const { return _dstPath; }
   [[nodiscard]] const std::optional<std::string>& trashPath() const { return _trashPath; }
   // The controller's identifier and name.
   [[nodiscard]] const std::optional<std::string>& bundleId() const { return _bundleId; }
   [[nodiscard]] const std::optional<std::string>& bundleName() const { return _bundleName; }
-  // The moment after which a copy of the controller that still runs is a failure.
+  // The deadline for all running copies of the controller to quit.
   [[nodiscard]] const std::optional<foundation::Date>& errorAt() const { return _errorAt; }
   [[nodiscard]] bool isUpdate() const { return _isUpdate; }
   [[nodiscard]] bool isUninstall() const { return _isUninstall; }

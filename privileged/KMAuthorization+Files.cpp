@@ -11,7 +11,7 @@ struct Entry {
   const std::optional<std::string>& value;
 };
 
-// The instruction for `command`. The first missing value ends it, as in a list that ends at its first empty place.
+// The instruction for `command`. Ends at the first missing value, as a nil-terminated list does.
 InstructionArchive::Instructions instructionsForCommand(std::string_view command, std::initializer_list<Entry> entries) {
   InstructionArchive::Instructions instructions;
   InstructionArchive::setValueForKey(instructions, protocol::commandKey, std::string(command));

@@ -2,8 +2,8 @@
 // The one object that holds administrator rights: an authorization session with the single right "system.privilege.admin",
 // the exchange with the assistant tool that does the privileged work, and the five file operations that go through it.
 //
-// Main thread, except sharedInstance, which any thread may call. Every operation answers with a boolean or nothing, never
-// with an exception. Jobs block the caller until the tool has answered; the platform keeps the window alive meanwhile.
+// Main thread, except sharedInstance, which any thread may call. Operations report success as a boolean
+// and never throw. A job blocks the caller until the tool has answered; the platform keeps the window alive meanwhile.
 #include <memory>
 #include <optional>
 #include <string>

@@ -1,9 +1,9 @@
 #pragma once
-// The contracts of the small interfaces that logging uses: ProcessInfo, Terminal, LeveledSystemLog, SurvivingMemories.
+// The contracts of the small interfaces that logging uses: ProcessInfo, Terminal, SurvivingMemories.
 //
 // A World for ProcessInfo has: `process()`; for Terminal: `terminal()`, which is a file, and `text()`, all that was
-// written; for LeveledSystemLog: `log()` and `lines()`, pairs of level and text; for SurvivingMemories: `memories()`, and
-// `die()`, after which the memories made so far belong to a process that has died.
+// written; for SurvivingMemories: `memories()`, and `die()`, after which the memories made so far belong to a process that
+// has died.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

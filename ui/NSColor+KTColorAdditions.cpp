@@ -1,6 +1,7 @@
 #include "ui/NSColor+KTColorAdditions.h"
 
-namespace NSColor::inline KTColorAdditions {
+namespace NSColor {
+inline namespace KTColorAdditions {
 
 foundation::Color colorWithStandardRed_green_blue(double red, double green, double blue) {
   return colorWithStandardRed_green_blue_alpha(red, green, blue, 1);
@@ -14,4 +15,5 @@ foundation::Color colorWithStandardWhite_alpha(double white, double alpha) {
   return colorWithStandardRed_green_blue_alpha(white, white, white, alpha);
 }
 
-}  // namespace NSColor::inline KTColorAdditions
+}  // namespace KTColorAdditions
+}  // namespace NSColor

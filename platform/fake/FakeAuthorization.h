@@ -11,6 +11,11 @@
 
 namespace platform::fake {
 
+// The note that FakeAuthorization takes of a request for the administrator right.
+inline std::string copiedRights(AuthorizationRef authorization, AuthorizationFlags flags) {
+  return "copyRights " + std::to_string(authorization) + " " + kAuthorizationRightExecute + " " + std::to_string(flags);
+}
+
 // A tool process: takes what is written and answers in the given chunks, each handed out by one or more reads.
 class FakeByteStream final : public ByteStream {
  public:

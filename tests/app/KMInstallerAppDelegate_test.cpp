@@ -29,7 +29,7 @@ TEST_F(KMInstallerAppDelegateTest, CredentialsAreAdoptedAndConfirmedWithoutInter
   launchUpdate();
   postCredentials();
   EXPECT_THAT(fake.authorization.calls,
-              ElementsAre("create 0", "free 1 8", "createFromExternalForm", "copyRights 2 system.privilege.admin 18"));
+              ElementsAre("create 0", "free 1 8", "createFromExternalForm", platform::fake::copiedRights(2, 18)));
   EXPECT_THAT(fake.authorization.adoptedForm.bytes, testing::Each(std::byte{7}));
 }
 

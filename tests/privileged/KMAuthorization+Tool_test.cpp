@@ -84,7 +84,7 @@ TEST_F(KMAuthorizationToolTest, TheLengthIsEightBytesLittleEndianBeforeTheArchiv
 TEST_F(KMAuthorizationToolTest, TheToolIsAuthorizedAndRunWithoutOptions) {
   run();
   EXPECT_THAT(fake.authorization.calls,
-              ElementsAre("create 0", "copyRights 1 system.privilege.admin 19", "execute 1 " + tool.path + " 0"));
+              ElementsAre("create 0", platform::fake::copiedRights(1, 19), "execute 1 " + tool.path + " 0"));
 }
 
 TEST_F(KMAuthorizationToolTest, BothFilesAreCreatedEmptyWithMode0666BeforeTheToolRuns) {

@@ -71,7 +71,7 @@ TEST_F(KMAuthorizationTest, TheRightIsTheAdministratorRightWithTheToolPathAsValu
   const auto session = KMAuthorization::init(fake.platform);
   ASSERT_EQ(session->rights().count, 1U);
   const auto& item = session->rights().items[0];
-  EXPECT_STREQ(item.name, "system.privilege.admin");
+  EXPECT_STREQ(item.name, platform::kAuthorizationRightExecute);
   EXPECT_EQ(item.flags, 0U);
   EXPECT_EQ(item.valueLength, std::string(toolPath).size());
   EXPECT_STREQ(static_cast<const char*>(item.value), toolPath);
@@ -102,7 +102,7 @@ TEST_F(KMAuthorizationTest, AToolNameWithoutExecutableEmptiesTheValueAndStillAsk
   EXPECT_EQ(session->rights().items[0].valueLength, 0U);
   EXPECT_EQ(session->rights().items[0].value, buffer);
   EXPECT_TRUE(session->authorizeForRootWithPrompt_preauthorize_allowInteraction("", true, false));
-  EXPECT_EQ(calls().back(), "copyRights 1 system.privilege.admin 18");
+  EXPECT_EQ(calls().back(), platform::fake::copiedRights(1, 18));
   EXPECT_EQ(fake.authorization.rightValue, "");
 }
 
@@ -123,10 +123,10 @@ TEST_F(KMAuthorizationTest, AuthorizingComposesTheFlags) {
     session->authorizeForRootWithPrompt_preauthorize_allowInteraction("", preauthorize, interaction);
     return calls().back();
   };
-  EXPECT_EQ(flagsFor(true, false), "copyRights 1 system.privilege.admin 18");
-  EXPECT_EQ(flagsFor(true, true), "copyRights 1 system.privilege.admin 19");
-  EXPECT_EQ(flagsFor(false, false), "copyRights 1 system.privilege.admin 2");
-  EXPECT_EQ(flagsFor(false, true), "copyRights 1 system.privilege.admin 3");
+  EXPECT_EQ(flagsFor(true, false), platform::fake::copiedRights(1, 18));
+  EXPECT_EQ(flagsFor(true, true), platform::fake::copiedRights(1, 19));
+  EXPECT_EQ(flagsFor(false, false), platform::fake::copiedRights(1, 2));
+  EXPECT_EQ(flagsFor(false, true), platform::fake::copiedRights(1, 3));
 }
 
 TEST_F(KMAuthorizationTest, AuthorizingIgnoresItsPrompt) {
@@ -186,7 +186,7 @@ TEST_F(KMAuthorizationTest, AdoptingDestroysTheRightsHeldBeforeAndThenImports) {
   session->setExternalRights(dataOfLength(32));
   EXPECT_THAT(calls(), ElementsAre("create 0", "free 1 8", "createFromExternalForm"));
   session->authorizeForRootWithPrompt_preauthorize_allowInteraction("", true, false);
-  EXPECT_EQ(calls().back(), "copyRights 2 system.privilege.admin 18");
+  EXPECT_EQ(calls().back(), platform::fake::copiedRights(2, 18));
 }
 
 TEST_F(KMAuthorizationTest, AdoptingTakesTheFirst32Bytes) {
@@ -221,7 +221,7 @@ TEST_F(KMAuthorizationTest, AFormThatIsNotGoodLeavesNoSession) {
   fake.authorization.createFromExternalFormStatus = platform::errAuthorizationDenied;
   session->setExternalRights(dataOfLength(32));
   EXPECT_FALSE(session->authorizeForRootWithPrompt_preauthorize_allowInteraction("", true, false));
-  EXPECT_EQ(calls().back(), "copyRights 0 system.privilege.admin 18");
+  EXPECT_EQ(calls().back(), platform::fake::copiedRights(0, 18));
 }
 
 TEST_F(KMAuthorizationTest, AnObjectKeepsToThePlatformItWasMadeWith) {

@@ -16,7 +16,7 @@ std::string causeOf(const std::string& text) {
 TEST(PolicyFileTest, AnEmptyFileKeepsTheDefaults) {
   EXPECT_EQ(parsePolicy(""), Policy());
   EXPECT_EQ(parsePolicy("\n# nothing\n\t \n"), Policy());
-  EXPECT_EQ(Policy().tools, std::vector<std::string>{"/usr/lib/kelto"});
+  EXPECT_EQ(Policy().tools, std::vector<std::string>{protocol::packagedToolFolder});
 }
 
 TEST(PolicyFileTest, ReadsEveryKey) {

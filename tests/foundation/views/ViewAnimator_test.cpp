@@ -33,7 +33,7 @@ TEST_F(ViewAnimatorTest, AFrameArrivesAfterAQuarterOfASecond) {
 }
 
 TEST_F(ViewAnimatorTest, InAWindowTheRunLoopOfTheWindowDrivesIt) {
-  platform::fake::FakeRunLoop own;
+  platform::fake::FakeRunLoop own{fakes.clock};
   foundation::ViewWindow window{own};
   window.setContentView(content);
   content->animator().setFrameOrigin({100, 200});

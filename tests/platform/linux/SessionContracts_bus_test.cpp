@@ -7,10 +7,12 @@
 #include "platform/linux/AuthorizationServices.h"
 #include "platform/linux/DistributedNotificationCenter.h"
 #include "platform/linux/ServiceManagement.h"
+#include "protocol/Broker.h"
 #include "tests/platform/contracts/AuthorizationContract.h"
 #include "tests/platform/contracts/DistributedNotificationCenterContract.h"
 #include "tests/platform/contracts/ServiceManagementContract.h"
 #include "tests/platform/linux/Applications.h"
+#include "tests/support/TemporaryFolder.h"
 
 using namespace contracts;
 using platform::Linux::TestProgram;
@@ -75,7 +77,7 @@ class RealServices {
 
 class RealAuthorization {
  public:
-  RealAuthorization() : _tool(_bus.folder() / "probe") {
+  RealAuthorization() {
     std::filesystem::copy_file(KELTO_BIN_DIR "/authorization_probe", _tool);
     EXPECT_EQ(::chmod(_tool.c_str(), 0755), 0);
   }
@@ -84,8 +86,9 @@ class RealAuthorization {
   [[nodiscard]] std::string tool() const { return _tool; }
 
  private:
-  tests::PrivateBus _bus{{{"com.kelto.Authorization1", KELTO_BIN_DIR "/authorizationd --session"}}};
-  const std::string _tool;
+  tests::TemporaryFolder _tools;
+  tests::PrivateBus _bus{{{protocol::brokerBusName, KELTO_BIN_DIR "/authorizationd --session --tools " + _tools.path()}}};
+  const std::string _tool = _tools.path("probe");
   platform::Linux::DirectCall _direct;
   platform::fake::FakeSystemLog _log;
   platform::Linux::AuthorizationServices _services{_direct, _log};

@@ -14,8 +14,8 @@
 #include <string>
 #include <vector>
 
-#include "protocol/ToolProtocol.h"
-
+#include "protocol/Broker.h"
+#include "protocol/PolicyFile.h"
 #include "protocol/ToolProtocol.h"
 
 namespace {
@@ -96,7 +96,8 @@ TEST_F(AuthorizationPolicy, RunsTheToolAsRootAndSaysForWhom) {
 TEST_F(AuthorizationPolicy, NeedsAPersonWithoutInteraction) {
   const auto text = output("--challenge", client() + "create copy 18");
   EXPECT_THAT(text, HasSubstr("copy answers -60007\n"));
-  EXPECT_THAT(text, HasSubstr("authorizationd: refused CopyRights of user 65534"));
+  EXPECT_THAT(text, HasSubstr(std::string("authorizationd: refused ") + protocol::brokerMethod::copyRights.name +
+                              " of user 65534"));
 }
 
 TEST_F(AuthorizationPolicy, NeedsAPersonAlsoWhenThereIsNoAgentToAskOne) {
@@ -107,7 +108,8 @@ TEST_F(AuthorizationPolicy, DeniesWhatTheRulesRefuse) {
   const auto text = output("--deny", client() + "create copy 19 execute " + (folder / "authorization_probe").string());
   EXPECT_THAT(text, HasSubstr("copy answers -60005\n"));
   EXPECT_THAT(text, HasSubstr("execute answers -60005\n"));
-  EXPECT_THAT(text, HasSubstr("authorizationd: refused ExecuteWithPrivileges of user 65534"));
+  EXPECT_THAT(text, HasSubstr(std::string("authorizationd: refused ") + protocol::brokerMethod::executeWithPrivileges.name +
+                              " of user 65534"));
 }
 
 TEST_F(AuthorizationPolicy, AnActionThatIsNotRegisteredIsAnErrorAndNotANo) {
@@ -136,7 +138,9 @@ TEST_F(AuthorizationPolicy, TheBrokerOfAUserServesNobodyElse) {
   const auto text =
       output("--grant", "DBUS_SESSION_BUS_ADDRESS=" + bus + " " KELTO_BIN_DIR "/authorizationd --session & " +
                             "timeout 20 bash -c \"until dbus-send --system --print-reply --dest=org.freedesktop.DBus / "
-                            "org.freedesktop.DBus.GetNameOwner string:com.kelto.Authorization1 "
+                            "org.freedesktop.DBus.GetNameOwner string:" +
+                            std::string(protocol::brokerBusName) +
+                            " "
                             ">/dev/null 2>&1; do sleep 0.01; done\"; " +
                             client() + "create; " + client(0) + "create copy 18");
   EXPECT_THAT(text, HasSubstr("create answers -60005\n"));
@@ -177,9 +181,10 @@ TEST_F(AuthorizationPolicy, AnyOtherProgramRunsOnlyAfterAnAdministratorAllowedJu
   std::filesystem::copy_file(folder / "authorization_probe", folder / "own/authorization_probe");
   const std::string own = (folder / "own/authorization_probe").string();
   const auto said = output("--challenge --password secret", askedClient("right", "create copy 19 execute " + own));
-  EXPECT_THAT(said, HasSubstr("agent: asked for com.kelto.authorization.admin: "));
-  EXPECT_THAT(said, HasSubstr("agent: asked for com.kelto.authorization.run-any: Authentication is required so that " +
-                              (folder / "authorization_client").string() + " can run a program of its choice"));
+  EXPECT_THAT(said, HasSubstr(std::string("agent: asked for ") + protocol::adminAction + ": "));
+  EXPECT_THAT(said, HasSubstr(std::string("agent: asked for ") + protocol::anyProgramAction +
+                              ": Authentication is required so that " + (folder / "authorization_client").string() +
+                              " can run a program of its choice"));
   EXPECT_THAT(said, HasSubstr(std::string(protocol::anyProgramVariable) + "=1\n"));
   EXPECT_THAT(said, HasSubstr("execute answers 0\n"));
 }
@@ -190,8 +195,8 @@ TEST_F(AuthorizationPolicy, TheQuestionNamesTheProgramThatAsks) {
 }
 
 TEST_F(AuthorizationPolicy, ThePolicyFileThatOthersCanWriteListsNoTool) {
-  const auto text = output("--grant", "chmod 666 /etc/kelto/authorization.conf; " + client() + "create copy 18 execute " +
-                                          (folder / "authorization_probe").string());
+  const auto text = output("--grant", std::string("chmod 666 ") + protocol::policyFilePath + "; " + client() +
+                                          "create copy 18 execute " + (folder / "authorization_probe").string());
   EXPECT_THAT(text, HasSubstr("authorization.conf is refused: can be written by others"));
   EXPECT_THAT(text, HasSubstr("execute answers -60005\n"));
 }
@@ -205,7 +210,7 @@ TEST_F(AuthorizationPolicy, ARightThatWasDestroyedHasToBeGivenAgain) {
 
 TEST_F(AuthorizationPolicy, TheRightPasswordGivesTheRight) {
   const auto text = output("--challenge --password secret", askedClient("right", "create copy 19"));
-  EXPECT_THAT(text, HasSubstr("agent: asked for com.kelto.authorization.admin: Authentication is required"));
+  EXPECT_THAT(text, HasSubstr(std::string("agent: asked for ") + protocol::adminAction + ": Authentication is required"));
   EXPECT_THAT(text, HasSubstr("copy answers 0\n"));
 }
 

@@ -371,7 +371,7 @@ TEST_F(AuthorizationBroker, DescribesItselfOnTheBusAsTheFileOfItsInterfaceSays) 
                                "Introspect", nullptr, &reply, ""),
             0);
   ASSERT_GE(sd_bus_message_read(reply, "s", &xml), 0);
-  std::ifstream file(KELTO_SOURCE_DIR "/protocol/com.kelto.Authorization1.xml");
+  std::ifstream file(std::string(KELTO_SOURCE_DIR "/protocol/") + protocol::brokerInterface + ".xml");
   const std::string described((std::istreambuf_iterator<char>(file)), {});
   EXPECT_EQ(interfaceIn(xml), interfaceIn(described));
   sd_bus_message_unref(reply);

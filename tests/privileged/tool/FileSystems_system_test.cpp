@@ -292,14 +292,14 @@ TEST_F(TrashOfAnotherUser, IsRefusedFromAReadOnlyVolume) {
 
 class AsRootForAnother : public TrashOfAnotherUser {};
 
-TEST_F(AsRootForAnother, TheResultFileMayLieInAStickyFolder) {
+TEST_F(AsRootForAnother, AResultFileInAStickyFolderIsRefused) {
   const auto sticky = folder / "tmp";
   fs::create_directory(sticky);
   ASSERT_EQ(::chmod(sticky.c_str(), 01777), 0);
   fs::rename(result, sticky / "result");
   result = sticky / "result";
   write(folder / "item", "item");
-  expectSuccess(remove(folder / "item"));
+  expectRefusal(remove(folder / "item"), "others can enter");
 }
 
 TEST_F(AsRootForAnother, AStagingFolderCannotBeEnteredByAnyoneElse) {

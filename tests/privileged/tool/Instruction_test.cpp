@@ -183,14 +183,14 @@ TEST_F(RefusedResultFile, ThatBelongsToSomeoneElse) {
 }
 TEST_F(RefusedResultFile, InAFolderThatOthersCanEnterOrWrite) {
   for (const unsigned mode : {0701U, 0710U, 0702U, 0720U, 01777U}) {
-    fs::permissions(folder, fs::perms(mode));
+    fs::permissions(result.parent_path(), fs::perms(mode));
     expectRefused(result, "others can enter");
     EXPECT_EQ(read(result), "") << std::oct << mode;
   }
 }
 TEST_F(RefusedResultFile, InAFolderOfSomeoneElse) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root can give its folder to another account";
-  ASSERT_EQ(::chown(folder.c_str(), 65533, 65533), 0);
+  ASSERT_EQ(::chown(result.parent_path().c_str(), 65533, 65533), 0);
   ASSERT_EQ(::chown(result.c_str(), 65534, 65534), 0);
   environment.emplace_back(std::string(protocol::invokingUserVariable) + "=65534");
   expectRefused(result, "belongs to someone else");

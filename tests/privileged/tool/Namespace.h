@@ -15,7 +15,7 @@ class NamespaceTest : public ToolTest {
     ASSERT_EQ(::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
     // The test's own folder is a volume too, so that nothing looks for a Trash on the machine's.
     volume("");
-    write(result, "");
+    makeResultFile();
   }
   void TearDown() override {
     for (auto mounted = _mounts.rbegin(); mounted != _mounts.rend(); ++mounted) ::umount2(mounted->c_str(), MNT_DETACH);
@@ -63,6 +63,7 @@ class NamespaceTest : public ToolTest {
       write(folder / "passwd", "");
       bind(folder / "passwd", "/etc/passwd");
       fs::permissions(folder, fs::perms(0755));
+      giveToUser(result.parent_path());
       giveToUser(result);
       environment.push_back(std::string(protocol::invokingUserVariable) + "=" + number);
     }

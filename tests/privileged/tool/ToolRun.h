@@ -144,11 +144,17 @@ class ToolTest : public ::testing::Test {
   explicit ToolTest(const fs::path& parent = fs::temp_directory_path()) {
     std::string pattern = (fs::canonical(parent) / "assistantToolTest-XXXXXX").string();
     folder = ::mkdtemp(pattern.data());
-    result = folder / "result";
-    write(result, "");
-    fs::permissions(result, fs::perms(0666));
+    makeResultFile();
   }
   ~ToolTest() override { ::system(("chmod -R u+rwX '" + folder.string() + "'; rm -rf '" + folder.string() + "'").c_str()); }
+
+  // Where nobody but its user can enter: the tool refuses a result file elsewhere.
+  void makeResultFile() {
+    result = folder / "answers/result";
+    write(result, "");
+    fs::permissions(result.parent_path(), fs::perms(0700));
+    fs::permissions(result, fs::perms(0666));
+  }
 
   // Runs one job; the instruction gets the test's result file.
   Answer run(const InstructionArchive::Instructions& instructions) {

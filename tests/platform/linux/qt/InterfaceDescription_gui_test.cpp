@@ -57,7 +57,8 @@ struct InterfaceDescriptionTest : testing::Test {
     ASSERT_TRUE(inputArrives());
   }
 
-  fake::FakeRunLoop runLoop;
+  fake::FakeClock clock;
+  fake::FakeRunLoop runLoop{clock};
   int terminations = 0;
   std::unique_ptr<InterfaceDescription> description;
   OutletRecorder delegate;
@@ -225,7 +226,8 @@ struct InterfaceDescriptionDocumentTest : testing::Test {
   QTemporaryDir folder;
   std::string cause;
   OutletRecorder delegate;
-  fake::FakeRunLoop runLoop;
+  fake::FakeClock clock;
+  fake::FakeRunLoop runLoop{clock};
   int terminations = 0;
 };
 

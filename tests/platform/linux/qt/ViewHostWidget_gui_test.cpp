@@ -52,7 +52,8 @@ struct ViewHostWidgetTest : testing::Test {
     return image;
   }
 
-  fake::FakeRunLoop runLoop;
+  fake::FakeClock clock;
+  fake::FakeRunLoop runLoop{clock};
   std::shared_ptr<Panel> panel = std::make_shared<Panel>();
   QWidget window;
   ViewHostWidget host{panel, runLoop, &window};

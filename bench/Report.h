@@ -1,5 +1,5 @@
 #pragma once
-// What the benchmark programs share: rounds in turn, medians, the table for people and the list for programs.
+// Shared by the benchmark programs: interleaved rounds, medians, the table for people and the list for programs.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>

@@ -20,8 +20,8 @@ from desktop import Desktop, end_on_signals, missing_programs, started_at, wait_
 from road import BROKER, Road, tools_of  # noqa: E402
 
 ROUNDS = 7
-# What the design prescribes between the start of the installer and that of the new controller: the second before quitting,
-# and one tick of the poll, because the controller quits within the first.
+# The design prescribes this delay between the start of the installer and that of the new controller: the second before
+# quitting, and one tick of the poll, because the controller quits within the first.
 PRESCRIBED = 1.0 + 0.20000000298023224
 
 

@@ -135,7 +135,7 @@ struct SwapTimes {
   std::vector<double> renames;
 };
 
-// What this disk takes for the least such a job can do: one rename of an empty file, on the disk.
+// The floor for such a job on this disk: one rename of an empty file, synced.
 double renameByPeer(const AssistantTool::Location& beside, int round) {
   const auto folder = beside.openFolder();
   const auto name = [](int number) { return "peer" + std::to_string(number); };

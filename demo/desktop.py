@@ -163,7 +163,7 @@ class Desktop:
         return program
 
     def ask(self, *words):
-        """What a short command prints."""
+        """Runs a short command and returns its output."""
         done = subprocess.run(words, env=self.environment, text=True, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                               stderr=subprocess.DEVNULL, timeout=20)
         return done.stdout
@@ -251,7 +251,7 @@ class Desktop:
         if self._reader.stdout.readline() != "ready\n":
             raise Failure("there is no accessibility bus")
 
-    # What is on the screen.
+    # Contents of the screen.
 
     def _read(self, **question):
         self._reader.stdin.write(json.dumps(question) + "\n")

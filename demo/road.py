@@ -1,4 +1,4 @@
-"""What a run of the installer needs on disk, and the steps that it takes: shared by the demo and the end-to-end tests."""
+"""The files that a run of the installer needs, and the steps that it takes: shared by the demo and the end-to-end tests."""
 import os
 import pathlib
 import plistlib

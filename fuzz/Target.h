@@ -1,6 +1,6 @@
 #pragma once
-// What every fuzz target has: one function that takes any bytes. It returns when the code under test kept its promises, and
-// ends the process when it did not.
+// Every fuzz target has one function that takes any bytes. It returns when the code under test kept its promises, and ends
+// the process when it did not.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>

@@ -1,4 +1,4 @@
-// Whatever is taken for an archive is a dictionary within its limits, which reads the same when it is written again.
+// Every accepted archive is a dictionary within its limits, which reads the same when it is written again.
 #include <set>
 
 #include "foundation/text/UTF8.h"

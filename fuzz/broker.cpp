@@ -1,8 +1,8 @@
 // No message ends the broker or gives anybody anything that the policy has not granted.
 //
 // The broker's own service answers over a socket pair; this side writes the messages byte by byte. An input is a row of
-// records: a kind, what the kind needs, and for a call the length and the bytes of its body. Bytes that are no message are
-// the last record: after them a reader may wait for the rest of a hundred megabytes.
+// records: a kind, what the kind needs, and for a call the length and the bytes of its body. Raw bytes, which need not
+// be a message, are the last record: after them a reader may wait for the rest of a hundred megabytes.
 #include <sys/socket.h>
 #include <sys/uio.h>
 #include <systemd/sd-bus.h>
@@ -270,7 +270,7 @@ class Broker {
     std::uint32_t status = 0;
     std::memcpy(&status, body.data(), sizeof status);
     if (wasCopy) fuzz::require(status != 0 || policy.hasGranted, "no right without the policy");
-    fuzz::require(!wasExecute, "nothing is run that is no program");
+    fuzz::require(!wasExecute, "only programs are run");
   }
 
  public:

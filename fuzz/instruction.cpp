@@ -1,5 +1,5 @@
-// Whatever comes over the tool's standard input, at most one job is done, it is the one that was named, and the verdict
-// says so exactly then. The jobs are noted instead of done: nothing is changed on the disk.
+// For any bytes on its standard input the tool does at most one job, namely the one that was named, and the verdict says so
+// exactly then. The jobs are noted instead of done: nothing is changed on the disk.
 //
 // An input that begins with an even byte is what the tool reads, with its length before it; after an odd byte there are
 // keys and values, each ended by a zero byte, which are archived first.

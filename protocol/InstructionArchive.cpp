@@ -251,7 +251,7 @@ class Reader {
       if (*head != NewTag) {
         number = referenceAfter(*head, objects_.size());
         if (!number) return false;
-        if (objects_[*number].kind != Entry::Kind::aClass) return refuse("a class that is none");
+        if (objects_[*number].kind != Entry::Kind::aClass) return refuse("a class reference to something else");
       } else {
         number = newClass();
         if (!number) return false;

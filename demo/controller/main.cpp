@@ -9,8 +9,8 @@
 //   KDInstalledBundle BUNDLE       what it is to replace or remove; this bundle without the switch
 //   KDFrame "{{x, y}, {w, h}}"     where the window is, origin bottom-left
 // and, to see what the installer does then:
-//   KDCredentials KIND             "none" sends no rights, "empty" an authorization without rights, "wrong" 32 bytes that
-//                                  are none, "twice" sends the rights two times
+//   KDCredentials KIND             "none" sends no rights, "empty" an authorization without rights, "wrong" 32 arbitrary
+//                                  bytes, "twice" sends the rights two times
 //   KDHandOverWhen FILE            sends them not before there is such a file
 //   KDRefuseToQuit YES             stays when asked to quit
 #include <QApplication>

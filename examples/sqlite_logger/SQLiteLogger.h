@@ -28,7 +28,7 @@ class SQLiteLogger : public DDAbstractDatabaseLogger {
  public:
   // Makes the database and its table when they are not there; nullptr when that is not possible.
   static std::shared_ptr<SQLiteLogger> open(const std::string& path);
-  // What `open` is for.
+  // Public for std::make_shared only; use open().
   SQLiteLogger(Database database, Query insert, Query remove);
 
  protected:

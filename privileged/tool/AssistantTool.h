@@ -7,8 +7,8 @@ namespace AssistantTool {
 
 class Operations;
 
-// The user who asked: for a tool started as root what its starter says in the environment, else the process's own.
-// Throws Failure when that text is no user id.
+// The user who asked: for a tool started as root the user named in its environment, else the process's own. Throws Failure
+// when the variable does not hold a user id.
 uid_t invokingUser();
 
 // Reads from `input`, which holds the length (8 bytes, host order) and as many bytes of archive; writes to `output`. On

@@ -1,6 +1,6 @@
 #pragma once
 // Why a job was refused or failed. Thrown inside the tool and caught in one place, where the reason is printed; it never
-// leaves the program. Whoever throws has put back what it changed.
+// leaves the program. Code that throws has undone its changes first.
 #include <stdexcept>
 #include <string>
 #include <string_view>

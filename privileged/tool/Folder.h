@@ -18,7 +18,8 @@ struct FolderEntry {
 // All entries but "." and "..", read before the caller changes anything. Throws Failure.
 std::vector<FolderEntry> entriesOf(int folder);
 
-// Opens the folder `name` in `parent` for reading. Not open, with errno set, when it is no folder, a link or a mount.
+// Opens the folder `name` in `parent` for reading. Not open, with errno set, when it is not a folder, or is a link or
+// a mount.
 FileDescriptor openFolderIn(int parent, const std::string& name);
 
 // Renames and never overwrites, also on a file system that has no such rename. 0 or an error number; EEXIST when something

@@ -12,7 +12,7 @@
 
 namespace AssistantTool {
 
-// What is at `item`. Throws Failure when nothing is, or when it is or holds the root of a mounted file system.
+// The status of the item. Throws Failure when it is missing, or when it is or holds the root of a mounted file system.
 struct stat requireItem(const Location& item);
 // Throws Failure when something is at `item` already.
 void requireNothing(const Location& item);

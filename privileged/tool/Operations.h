@@ -1,6 +1,6 @@
 #pragma once
-// What a job does outside the program. `JobOperations` does it; one that only takes notes lets the handling of instructions
-// be tried with any input and without effect.
+// The effects of a job outside the program. `JobOperations` performs them; an implementation that only takes notes lets
+// tests try the handling of instructions with any input and without effect.
 #include <sys/types.h>
 
 #include <memory>
@@ -22,7 +22,7 @@ class Answer {
 
   // Writes the whole answer. Throws Failure.
   virtual void write(std::string_view text) const = 0;
-  // What tells it from every other file.
+  // Device and inode, which tell the file from every other.
   [[nodiscard]] virtual std::pair<dev_t, ino_t> identity() const = 0;
 };
 

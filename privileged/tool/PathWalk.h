@@ -23,7 +23,7 @@ struct Location {
   std::string name;
   std::string path;  // absolute, without links in the folders
 
-  // What is there now, links not followed; nothing when nothing is.
+  // The current status, without following a link; nullopt when the item is missing.
   [[nodiscard]] std::optional<struct stat> status() const;
   [[nodiscard]] bool exists() const { return status().has_value(); }
   // The folder opened for reading and syncing.

@@ -1,6 +1,6 @@
 #pragma once
-// What the tool gives up of the rights that it is started with, so that neither a fault of its own nor a hostile file can
-// use them. Nothing of it comes back; programs that the tool starts have given it up as well.
+// Drops the rights that the tool is started with but does not need, so that neither a fault of its own nor a hostile file
+// can use them. It cannot regain them, and neither can the programs that it starts.
 #include <cstdint>
 
 namespace AssistantTool {

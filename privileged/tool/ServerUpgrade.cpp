@@ -34,7 +34,7 @@ constexpr std::array<ServerFile, 3> ServerFiles{{
     {"com.kelto.KeltoLibraryServer.service", "/etc/systemd/system/com.kelto.KeltoLibraryServer.service", DefinitionMode},
 }};
 
-// What root is going to run may be written by nobody but root and the user who asked for it.
+// Root is going to run these files: only root and the user who asked may be able to write them.
 FileDescriptor openServerFile(const std::string& folder, const ServerFile& file, const PathWalk& walk) {
   const auto source = walk.locate(folder + "/" + file.name);
   FileDescriptor opened(::openat(source.folder.get(), source.name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));

@@ -35,7 +35,7 @@ milliseconds until(steady_clock::time_point deadline) {
   return std::max(milliseconds{0}, std::chrono::duration_cast<milliseconds>(deadline - steady_clock::now()));
 }
 
-// What is not closed by itself is the child's standard input, output and error; they lead nowhere, or to `output`.
+// The child inherits only standard input, output and error: the output goes to `output`, the other two to /dev/null.
 std::optional<pid_t> spawn(const std::vector<std::string>& words, int output) {
   std::vector<char*> arguments;
   arguments.reserve(words.size() + 1);

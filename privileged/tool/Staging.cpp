@@ -122,7 +122,7 @@ void undo(int staging, int folder) {
 // Every staging folder in the folder that holds `destination` which its job left behind, held for the time of the visit.
 void visitLeftovers(const Location& destination, const std::function<void(int, const std::string&, int)>& visit) {
   const FileDescriptor parent(::openat(destination.folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!parent) return;  // a folder that we cannot read is none in which we can have worked
+  if (!parent) return;  // we cannot have worked in a folder that we cannot read
   for (const auto& entry : entriesOf(parent.get())) {
     if (!entry.isFolder || !isStagingName(entry.name)) continue;
     const auto folder = openFolderIn(parent.get(), entry.name);

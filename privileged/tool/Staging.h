@@ -54,7 +54,7 @@ class Staging {
     std::string name;
     std::string inode;
   };
-  // What is still to be done for a killed job; false when it cannot be done now.
+  // Does the remaining work of a killed job; returns false when that is not possible now.
   using Finish = std::function<bool(const TrashName&)>;
 
   // Clears what killed jobs left in the folder that holds `destination`. Throws Failure when something that has to go back

@@ -31,7 +31,7 @@ TreeSurvey survey(int parent, const std::string& name, std::optional<Owner> owne
 
 // Gives every entry of a tree to one owner (when there is one) and drops its set-id bits; contents come before their
 // folder, so that nobody gains a folder in which others still have something. A file with several names is left alone:
-// one of them may be outside the tree, and counting those inside is no proof against someone who moves them about.
+// one of them may be outside the tree, and counting those inside does not protect against someone who moves them about.
 class Adoption {
  public:
   explicit Adoption(std::optional<Owner> owner) : _owner(owner) {}

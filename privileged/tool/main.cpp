@@ -30,7 +30,7 @@ int main() {
   std::signal(SIGPIPE, SIG_IGN);
   ::umask(S_IWGRP | S_IWOTH);
   if (::chdir("/") != 0) return EXIT_FAILURE;
-  // What root's groups may do is nothing that a job needs, and must not help when it acts as an ordinary user.
+  // Drop root's supplementary groups: no job needs them, and they must not help while acting as an ordinary user.
   if (::geteuid() == 0 && ::setgroups(0, nullptr) != 0) return EXIT_FAILURE;
   allowDeepTrees();
   try {

@@ -22,7 +22,7 @@ class SQLite : public testing::Test {
     DDLog::loggingQueue().sync([] {});
   }
 
-  // What another connection sees now: the first column of a query's rows.
+  // The first column of a query's rows, as another connection sees them now.
   std::vector<std::string> read(const std::string& query) {
     std::vector<std::string> rows;
     sqlite3* reader = nullptr;

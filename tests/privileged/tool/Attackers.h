@@ -271,7 +271,7 @@ class Attackers : public NamespaceTest {
     return command;
   }
 
-  // What can be told of root's files and folders without reading them; when they were read too.
+  // The metadata of root's files and folders; their access times show when they were read.
   std::map<std::string, std::string> looks() const {
     std::map<std::string, std::string> all;
     for (const auto& path : _guarded) {

@@ -49,7 +49,7 @@ class FaultCase {
   [[nodiscard]] virtual InstructionArchive::Instructions next(Found found) = 0;
   [[nodiscard]] virtual bool isSettled() const = 0;
 
-  // What the job ends in when nothing interrupts it; with anything but `done` it fails.
+  // The state after an uninterrupted job; the job fails unless this is `done`.
   [[nodiscard]] virtual Found end() const { return Found::done; }
   // Whether the same job can be asked for again after `found`, and then ends as it should have.
   [[nodiscard]] virtual bool canBeAskedAgain(Found found) const { return found == Found::old || found == Found::missing; }
@@ -57,14 +57,14 @@ class FaultCase {
   [[nodiscard]] virtual InstructionArchive::Instructions refused() const { return {}; }
 
  protected:
-  // The whole tree that was prepared, at `path` now? Who owns it is not asked: a source may have been given away already.
+  // Whether the whole prepared tree is at `path` now. Ignores its owner: a source may have been given away already.
   static bool isWhole(const fs::path& path, const Tree& tree) { return treeOf(path, Ids{}) == tree; }
   const Places& _places;
 };
 
 class ReplaceCase : public FaultCase {
  public:
-  // What belonged to root, or to nobody yet, replaced by what someone downloaded; or what belonged to an ordinary user.
+  // The item to be replaced by a download: root's, one that is not there yet, or an ordinary user's.
   enum class Kind { folder, manyFiles, file, nothingThere, ofAUser };
   ReplaceCase(const Places& places, Kind kind, bool across) : FaultCase(places), _kind(kind), _across(across) {}
 

@@ -195,7 +195,7 @@ class FaultMatrix : public NamespaceTest {
   static bool isTimeSetting(long call) {
     return call == SYS_utimensat || call == SYS_openat2 || call == SYS_fstat || call == SYS_newfstatat;
   }
-  // What is wrong with the run; empty when nothing is.
+  // Describes the defect of the run; empty when it was correct.
   std::string judge(FaultCase& job, const Places& places, const Traced& traced, const Fault& fault, Results& row) {
     const bool isOk = read(result) == protocol::successVerdict;
     const Found found = job.look();

@@ -10,7 +10,7 @@ class WholeFaultMatrix : public FaultMatrix, public ::testing::WithParamInterfac
   void runOn(const std::string& name, const fs::path& here, const fs::path& there) {
     runAll(name, here, there, AllFaults, std::get<0>(GetParam()), true);
   }
-  // The image lies in memory: what a disk does with the calls is no matter here.
+  // The image lies in memory: this test is not about a disk's handling of the calls.
   void runOn(const FileSystemKind& kind, const fs::path& images, const fs::path& there) {
     const auto reason = makeImage(kind, images / kind.name);
     if (!reason.empty()) return skip(kind.name, reason);

@@ -3,7 +3,7 @@
 namespace ToolTests {
 namespace {
 
-// What can be run in seconds: some of the calls, and in memory. The whole matrix is among the slow tests.
+// The part that runs in seconds: some of the calls, and in memory. The whole matrix is among the slow tests.
 class ShortFaultMatrix : public FaultMatrix {
  protected:
   void runShort(const std::vector<FaultKind>& faults, bool exchange, int every, const std::vector<NamedCase>& cases) {

@@ -277,7 +277,7 @@ TEST_P(FidelityOfHoles, ASparseFileOfFourGigabytes) {
 
 INSTANTIATE_TEST_SUITE_P(Table, FidelityOfHoles, ::testing::ValuesIn(FidelityOfHoles::ways()), wayOf);
 
-// What the trash program makes of an item's own name and of an item that is a link, in the one way and in the other.
+// Tests how the trash program restores an item's own name and an item that is a link, renamed and copied.
 class FidelityOfItem : public Fidelity, public ::testing::WithParamInterface<bool> {
  protected:
   [[nodiscard]] fs::path folderOf() const { return source({"trash", GetParam()}).parent_path(); }

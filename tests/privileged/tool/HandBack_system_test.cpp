@@ -38,7 +38,7 @@ class Opened {
 struct Attack {
   std::string name;
   std::string command;
-  // What makes the job fail: the user takes an item off its path for the time of one call, or the disk fails.
+  // The cause of the job's failure: the user moves an item off its path during one call, or the disk fails.
   bool failsByUser = false;
   // The new item belongs to the user, the old one to root.
   bool isUsersOwn = false;
@@ -180,7 +180,7 @@ TEST_P(HandBack, PutsNothingBackAsRootsThatTheUserCouldWrite) {
   while (attackAt(at)) ++at;
   std::printf("%zu runs, %d failed, in %d the user could write to what had been root's\n", at - 1, _failed, _gained);
   EXPECT_GT(_failed, 0);
-  // What comes into the Trash becomes the user's; what replaces the user's item is a copy.
+  // A trashed item becomes the user's; a copy replaces the user's item.
   EXPECT_EQ(_gained > 0, GetParam().command == protocol::trashFileCommand);
 }
 

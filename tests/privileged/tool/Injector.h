@@ -23,8 +23,8 @@ struct Fault {
   bool withoutTreeSync = false;     // the new tree is not brought to the disk although the calls say so
 };
 
-// What someone else does at that moment, instead of a fault: `meddle` before the call, `undo` before the one after it. Both
-// kinds of calls are counted then. From that call on the disk may fail: nothing can be brought to it any more.
+// Somebody else's interference at that moment, instead of a fault: `meddle` before the call, `undo` before the one after
+// it. Both kinds of calls are counted then. With `thenDiskFails` every sync from that call on fails.
 struct Meddler {
   std::function<void()> meddle;
   std::function<void()> undo = [] {};

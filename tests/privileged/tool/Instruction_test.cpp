@@ -200,7 +200,7 @@ TEST_F(RefusedResultFile, ThatIsNotEmpty) {
   expectRefused(result, "not empty");
 }
 TEST_F(RefusedResultFile, ThatIsNamedRelatively) { expectRefused("result", "not absolute"); }
-TEST_F(RefusedResultFile, WhenTheInvokingUserIsNoNumber) {
+TEST_F(RefusedResultFile, WhenTheInvokingUserIsNotANumber) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root takes the invoking user from its environment";
   environment.emplace_back(std::string(protocol::invokingUserVariable) + "=root");
   expectRefused(result, "not known");

@@ -131,8 +131,8 @@ class PowerCut : public NamespaceTest {
     EXPECT_EQ(job.look(), job.end());
     return verdict;
   }
-  // Kills the job a call later each time, until everything is new for the first time: that was not decided on yet. What
-  // the others leave is settled, so that each begins in the same way.
+  // Kills the job a call later each time, until everything is new for the first time: that was not decided on yet.
+  // Remains of the other runs are settled, so that each begins in the same way.
   void killLate(const FaultCase& job) {
     fs::resize_file(result, 0);
     std::string text;
@@ -167,7 +167,7 @@ class PowerCut : public NamespaceTest {
     }
     unmountDisk();
   }
-  // What the jobs find that follow the power cut. False when they leave something else than they have to.
+  // Runs the jobs that follow the power cut. False when they leave a wrong state.
   bool isSettledByNext(const FaultCase& job, bool isAfterVerdict, std::string& text) {
     if (const auto refused = job.refused(); !refused.empty()) {
       if (doesNext(refused, text)) return false;

@@ -43,9 +43,9 @@ class RecordedDisk {
   void startRecord() { ask({.what = Order::startRecord}); }
   [[nodiscard]] std::size_t recorded() { return ask({.what = Order::count}); }
   void stopRecord() { ask({.what = Order::stopRecord}); }
-  // What survives of the writes that no flush followed.
+  // The share of unflushed writes that survives a cut.
   enum class Unflushed { none, some, all };
-  // The disk as it would be if the power had gone after `events`. False when that is no other disk than `none` gives.
+  // The disk as it would be if the power had gone after `events`. False when this disk equals the one that `none` gives.
   bool cutAfter(std::size_t events, Unflushed unflushed) {
     return ask({.what = Order::cut, .events = events, .unflushed = unflushed}) != 0;
   }

@@ -1,4 +1,4 @@
-// What the tool has given up: tried in a process of its own, and seen from outside on the real tool.
+// Checks the rights that the tool has given up, in a process of its own and from outside on the real tool.
 #include "privileged/tool/Rights.h"
 
 #include <fcntl.h>
@@ -69,7 +69,7 @@ TEST(Rights, ACallByTheProcessorsOtherNumbersEndsTheProcess) {
 }
 #endif
 
-TEST(Rights, WhatJobsDoStaysAllowed) {
+TEST(Rights, CallsThatJobsNeedStayAllowed) {
   EXPECT_EQ(errorOf([] { return ::getpid() > 0 ? 0L : -1L; }, true), 0);
   EXPECT_EQ(errorOf([] { return ::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC) >= 0 ? 0L : -1L; }, true), 0);
   EXPECT_EQ(errorOf([] { return ::socket(AF_UNIX, SOCK_DGRAM, 0); }, true), 0) << "for the system log";

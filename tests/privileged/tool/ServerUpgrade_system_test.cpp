@@ -141,7 +141,7 @@ TEST_F(UpgradeServer, GoesBackWhenTheNewUnitIsBroken) {
   expectOldServerBack(upgrade());
 }
 
-TEST_F(UpgradeServer, GoesBackWhenTheNewUnitIsNoText) {
+TEST_F(UpgradeServer, GoesBackWhenTheNewUnitIsNotText) {
   write(offered / (Label + ".service"), std::string("\x7f\0\xff[Service\n\0", 14) + std::string(5000, '\xfe'));
   expectOldServerBack(upgrade());
 }
@@ -156,7 +156,7 @@ TEST_F(UpgradeServer, GoesBackWhenTheNewUnitIsEmpty) {
   expectOldServerBack(upgrade());
 }
 
-TEST_F(UpgradeServer, GoesBackWhenTheNewProgramIsNoProgram) {
+TEST_F(UpgradeServer, GoesBackWhenTheNewProgramIsNotAProgram) {
   write(offered / "KeltoLibraryServer", std::string("\x7f"
                                                     "ELF\0 and nothing after it",
                                                     26));

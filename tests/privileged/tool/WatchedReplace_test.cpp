@@ -20,7 +20,7 @@ std::string readIn(int directory, const char* name) {
   return length < 0 ? std::string("missing") : std::string(text, static_cast<std::size_t>(length));
 }
 
-// A bundle that was swapped out while we looked at it is being deleted; that is no fault.
+// A bundle that was swapped out while we looked at it is being deleted; that is expected.
 bool isStillThere(int directory, const std::string& app) {
   struct stat held {};
   struct stat now {};

@@ -72,7 +72,7 @@ class Bundle final : public platform::Bundle {
     auto value = document ? foundation::PropertyList::parse(document->bytes, &failure.reason) : std::nullopt;
     if (!value) return report(path, failure.reason);
     const auto* dictionary = value->as<foundation::PropertyList::Dictionary>();
-    if (dictionary == nullptr) return report(path, "it is no dictionary");
+    if (dictionary == nullptr) return report(path, "it is not a dictionary");
     _information = *dictionary;
   }
 

@@ -22,7 +22,7 @@ class Bundles final : public platform::Bundles {
   // Best language first. Asked on the first look-up of a text or localised resource in a bundle, and not again for it.
   using Languages = std::function<std::vector<std::string>()>;
 
-  // What is wrong with an information list or a string table is written to `log`, with the reason.
+  // Defects of an information list or a string table are written to `log`, with the reason.
   explicit Bundles(platform::SystemLog& log, Languages languages = languagesOfTheEnvironment);
 
   [[nodiscard]] const platform::Bundle& mainBundle() const override { return *_main; }

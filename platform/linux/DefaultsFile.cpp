@@ -114,7 +114,7 @@ std::optional<foundation::PropertyList::Dictionary> DefaultsFile::read(std::stri
   }
   const auto* dictionary = value ? value->as<foundation::PropertyList::Dictionary>() : nullptr;
   if (dictionary != nullptr) return *dictionary;
-  reason = "cannot read '" + _path + "': " + (value ? "it is no dictionary" : failure.reason);
+  reason = "cannot read '" + _path + "': " + (value ? "it is not a dictionary" : failure.reason);
   return std::nullopt;
 }
 
@@ -127,7 +127,7 @@ bool DefaultsFile::update(const std::function<bool(foundation::PropertyList::Dic
   if (!values) return false;
   if (!change(*values)) return true;
   const std::string bytes = foundation::PropertyList::serializeXML(std::move(*values));
-  // What could not be read back would lock the user out of all that is stored.
+  // A file that cannot be read back would lock the user out of everything stored in it.
   std::string refusal;
   if (foundation::PropertyList::parse(bytes, &refusal)) return replaceFile(resolved(_path), bytes, reason);
   reason = "the value cannot be stored: " + refusal;

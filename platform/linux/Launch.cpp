@@ -41,7 +41,7 @@ std::vector<char*> pointersTo(std::vector<std::string>& words) {
   return pointers;
 }
 
-// What the new process needs, all made beforehand: between fork and exec nothing may be allocated.
+// Everything that the new process needs, made beforehand: nothing may be allocated between fork and exec.
 struct Start {
   const char* program;
   char* const* arguments;
@@ -104,7 +104,7 @@ pid_t forkWithSignalsBlocked(const Start& start) {
   return middle;
 }
 
-// What the new process wrote about its failure; 0 when it ran and so closed its end without a word.
+// The error number that the new process wrote, or 0 if exec succeeded and so closed its end of the pipe.
 int errorFrom(int descriptor) {
   int status = 0;
   ssize_t length = 0;

@@ -20,7 +20,7 @@ std::optional<ReadDocument> readDocument(const std::string& path, std::size_t li
   ReadDocument document{Descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)), {}, {}};
   if (!document.file) return refuse(failure, std::strerror(errno), errno == ENOENT || errno == ENOTDIR);
   if (::fstat(document.file.get(), &document.status) != 0) return refuse(failure, std::strerror(errno));
-  if (!S_ISREG(document.status.st_mode)) return refuse(failure, "it is no regular file");
+  if (!S_ISREG(document.status.st_mode)) return refuse(failure, "it is not a regular file");
   char buffer[16384];
   for (;;) {
     const auto count = ::read(document.file.get(), buffer, sizeof buffer);

@@ -16,14 +16,14 @@ struct ReadDocument {
   std::string bytes;
 };
 
-// What a document that cannot be read lacks: nothing is there, or something is wrong with it.
+// Why a document cannot be read: it is missing, or something is wrong with it.
 struct ReadFailure {
   bool isMissing = false;
   std::string reason;
 };
 
-// Reads the document at `path`, links followed. Refused is what is no regular file (a pipe would never end) or larger than
-// `limit` bytes; `failure` then says why.
+// Reads the document at `path` and follows links. Refuses anything but a regular file (a pipe would never end), and files
+// larger than `limit` bytes; `failure` then says why.
 std::optional<ReadDocument> readDocument(const std::string& path, std::size_t limit, ReadFailure& failure);
 
 }  // namespace platform::Linux

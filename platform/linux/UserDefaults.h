@@ -14,8 +14,8 @@
 namespace platform::Linux {
 
 // The argument domain: "-Key" followed by its value, always kept as text. An argument that itself looks like a key (a dash
-// and then no number) is no value, so a key before it, or at the end, has none and is left out; the last of two equal keys
-// counts. The first argument is the program.
+// and then no number) does not count as a value. A key that is followed by another key, or stands at the end, is left out;
+// the last of two equal keys counts. The first argument is the program.
 foundation::PropertyList::Dictionary argumentDomain(int argc, const char* const* argv);
 
 class UserDefaults final : public platform::UserDefaults {

@@ -7,7 +7,7 @@
 
 namespace platform::Linux {
 
-// Main thread. What is given must outlive this object and the RunningApplications that it hands out.
+// Main thread. The constructor's arguments must outlive this object and the RunningApplications that it hands out.
 class Workspace final : public platform::Workspace {
  public:
   Workspace(const platform::Bundles& bundles, platform::SystemLog& log, BlockingCall& blockingCall)

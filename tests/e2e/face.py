@@ -1,4 +1,4 @@
-"""What the running installer looks like, to the eye and to assistive tools."""
+"""The looks of the running installer, to the eye and to assistive tools."""
 import protocol
 from desktop import wait_for
 from world import check, english, equal, scenario
@@ -7,7 +7,7 @@ FOOTER, LOWER_HAIRLINE, UPPER_HAIRLINE = 214, 232, 171
 
 
 def pixels_of(world, window):
-    """What is on the screen at a window: width, height and a function from x and the height above its bottom to a colour."""
+    """The pixels of a window on the screen: width, height and a function from x and the height above its bottom to a colour."""
     left, top, width, height = world.desktop.frame_of(window)
     path = world.folder / "face.ppm"
     world.desktop.ask("import", "-silent", "-window", "root", "-depth", "8", "-crop", f"{width}x{height}+{left}+{top}",

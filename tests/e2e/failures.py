@@ -129,7 +129,7 @@ def nothing_installed(world):
 
 @scenario("gui")
 def uninstall_of_nothing(world):
-    """A bundle that has gone by the time it is to be removed is no error: the installer ends quietly."""
+    """The installer ends quietly when the bundle that it is to remove has already gone."""
     installer = world.start_waiting("uninstall")
     shutil.rmtree(world.road.installed)
     world.hand_over()

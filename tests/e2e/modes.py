@@ -98,7 +98,7 @@ def new_file_name(world):
 
 @scenario("gui", road={"new_name": "Kelto 2.app"})
 def new_name_already_taken(world):
-    """What already has the new name stays and is what is started; the new version keeps the old name."""
+    """A bundle that already has the new name stays and is started; the new version keeps the old name."""
     taken = world.road.applications / "Kelto 2.app"
     shutil.copytree(world.road.installed, taken)
     information = taken / "Contents/Info.plist"

@@ -29,7 +29,7 @@ from world import SCENARIOS, Bare, Skip, World  # noqa: E402
 
 UNITS = {
     "test.target": "[Unit]\nDefaultDependencies=no\n",
-    # What an ordinary unit wants of the machine's start.
+    # The units that an ordinary unit depends on by default.
     "sysinit.target": "[Unit]\nDefaultDependencies=no\n",
     "basic.target": "[Unit]\nDefaultDependencies=no\n",
     "shutdown.target": "[Unit]\nDefaultDependencies=no\n",

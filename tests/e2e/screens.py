@@ -89,7 +89,7 @@ def wizard_without_frame_on_primary_screen(world):
 
 
 class Events:
-    """What the display server tells of the windows on its top level: "MapNotify" and so on, window and geometry."""
+    """Events of the display server about its top-level windows: "MapNotify" and so on, window and geometry."""
 
     def __init__(self, desktop):
         self.desktop = desktop

@@ -24,7 +24,7 @@ def system_update(world):
 
 @scenario("system", where="grant", **PERSON)
 def system_uninstall(world):
-    """What belonged to root is in the user's own Trash, and belongs to that user there."""
+    """The bundle that belonged to root is in the user's own Trash, and belongs to that user there."""
     installer = world.start("uninstall")
     world.road.installer_gone(installer)
     check("the installed bundle is gone", not os.path.lexists(world.road.installed))
@@ -45,13 +45,13 @@ def expect_refusal(world):
 
 @scenario("system", where="challenge", **PERSON)
 def system_challenge(world):
-    """A right that a person would have to be asked for is no right: the installer asks nobody."""
+    """A right that would need a person's consent counts as refused: the installer asks nobody."""
     expect_refusal(world)
 
 
 @scenario("system", where="deny", **PERSON)
 def system_denied(world):
-    """What the policy refuses, the installer refuses."""
+    """The installer refuses whatever the policy refuses."""
     expect_refusal(world)
 
 

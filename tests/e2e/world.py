@@ -1,4 +1,4 @@
-"""What every scenario has: a desktop with two versions of the controller and the installer, and what is asked of them."""
+"""The base of every scenario: a desktop with two versions of the controller and the installer, and checks on them."""
 import contextlib
 import os
 import pathlib

@@ -21,7 +21,7 @@ inline int distance(QRgb a, QRgb b) {
                    std::abs(qAlpha(a) - qAlpha(b))});
 }
 
-// What only one of the pictures has differs altogether.
+// A pixel that only one of the pictures has differs completely.
 inline Comparison compare(QImage expected, QImage found) {
   for (QImage* image : {&expected, &found}) {
     image->setDevicePixelRatio(1);

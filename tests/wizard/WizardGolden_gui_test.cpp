@@ -51,7 +51,7 @@ INSTANTIATE_TEST_SUITE_P(Pictures, WizardGolden,
                                          Picture{"install", 2}, Picture{"uninstall", 1}, Picture{"uninstall", 2},
                                          Picture{"alert", 1}, Picture{"alert", 2}));
 
-// What the comparison sees, and what it lets pass.
+// The differences that the comparison reports, and those that it tolerates.
 struct PictureComparison : testing::Test {
   QImage picture{golden + "update.png"};
 };

@@ -118,7 +118,7 @@ void printContrasts(const std::string& where, QWidget& window) {
     text->setPalette(without);
     const QImage ground = opaque();
     text->setPalette(before);
-    // A button's frame and the ground around it are no ground of its letters.
+    // A button's frame and the area around it are not behind its letters.
     const int edge = qobject_cast<QPushButton*>(text) != nullptr ? 4 : 0;
     const QRect inside = text->rect().adjusted(edge, edge, -edge, -edge);
     const QRectF place(QPointF(text->mapTo(&window, inside.topLeft())) * shown.devicePixelRatio(),

@@ -123,7 +123,7 @@ int write(Arguments arguments) {
   if (!file) return failWithName(arguments[0]);
   const auto value = valueFrom(arguments.subspan(2));
   if (!value && arguments.size() == 4 && isType(arguments[2]))
-    return fail("'" + arguments[3] + "' is no value of the type " + arguments[2].substr(1));
+    return fail("'" + arguments[3] + "' is not a value of the type " + arguments[2].substr(1));
   if (!value) return failWithUsage();
   std::string reason;
   const bool isStored = file->update(

@@ -8,7 +8,7 @@ namespace {
 
 using std::chrono::nanoseconds;
 
-// What a steady deadline can hold with room to spare.
+// In seconds; a deadline of the steady clock can hold this with room to spare.
 constexpr double longestDelay = 1e9;
 // Qt's timer counts milliseconds in an int; waking up early does no harm.
 constexpr std::chrono::milliseconds longestSleep = std::chrono::hours(24);

@@ -13,7 +13,7 @@
 namespace platform::Linux {
 namespace {
 
-// Coordinates beyond this are no place on any screen, and would not fit the display server's numbers.
+// Coordinates beyond this lie outside every screen, and would not fit the display server's numbers.
 constexpr double farthest = 30000;
 
 int whole(double points) { return static_cast<int>(std::lround(std::fmin(std::fmax(points, -farthest), farthest))); }

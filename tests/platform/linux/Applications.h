@@ -53,7 +53,7 @@ class TestProgram {
   }
 
   [[nodiscard]] pid_t number() const { return _process; }
-  // What it prints can be read here.
+  // The read end of its standard output.
   [[nodiscard]] int output() const { return _output.get(); }
 
   // The next line that it prints; empty when it ended or says nothing for a while.

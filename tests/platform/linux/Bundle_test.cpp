@@ -77,7 +77,7 @@ TEST_F(BundleTest, AnInformationListThatCannotBeReadIsReportedWithTheReason) {
 TEST_F(BundleTest, AnInformationListOfAnotherShapeIsReported) {
   write("Info.plist", "<plist><array/></plist>");
   EXPECT_THAT(open()->infoDictionary(), IsEmpty());
-  EXPECT_THAT(log.lines, ElementsAre(testing::EndsWith("Info.plist': it is no dictionary")));
+  EXPECT_THAT(log.lines, ElementsAre(testing::EndsWith("Info.plist': it is not a dictionary")));
 }
 
 TEST_F(BundleTest, AMissingInformationListIsReported) {
@@ -90,7 +90,7 @@ TEST_F(BundleTest, APipeInPlaceOfTheInformationListDoesNotStopTheReader) {
   std::filesystem::create_directories(path + "/Contents");
   ASSERT_EQ(::mkfifo((path + "/Contents/Info.plist").c_str(), 0600), 0);
   EXPECT_THAT(open()->infoDictionary(), IsEmpty());
-  EXPECT_THAT(log.lines, ElementsAre(testing::EndsWith("Info.plist': it is no regular file")));
+  EXPECT_THAT(log.lines, ElementsAre(testing::EndsWith("Info.plist': it is not a regular file")));
 }
 
 TEST_F(BundleTest, AReplacedBundleIsReadAfresh) {
@@ -116,7 +116,7 @@ TEST_F(BundleTest, AResourceIsFoundInTheBestLocalizationThenInBaseThenOutside) {
   EXPECT_EQ(open()->pathForResource("a.txt", ""), resources + "/de.lproj/a.txt");
 }
 
-TEST_F(BundleTest, WhatIsNotThereHasNoPath) {
+TEST_F(BundleTest, AMissingResourceHasNoPath) {
   write("Info.plist", information);
   EXPECT_EQ(open()->pathForResource("a", "txt"), std::nullopt);
   EXPECT_EQ(open()->pathForResource("", ""), std::nullopt);

@@ -90,7 +90,7 @@ TEST_F(DefaultsCommand, WritesEveryType) {
 }
 
 TEST_F(DefaultsCommand, RefusesValuesThatAreNotOfTheirType) {
-  EXPECT_EQ(run("write d k -int 5x"), (Outcome{1, "defaults: '5x' is no value of the type int\n"}));
+  EXPECT_EQ(run("write d k -int 5x"), (Outcome{1, "defaults: '5x' is not a value of the type int\n"}));
   EXPECT_EQ(run("write d k -int 99999999999999999999").status, 1);
   EXPECT_EQ(run("write d k -float x").status, 1);
   EXPECT_EQ(run("write d k -bool maybe").status, 1);
@@ -109,7 +109,7 @@ TEST_F(DefaultsCommand, DeletesAKeyOrAWholeDomain) {
   EXPECT_FALSE(std::filesystem::exists(file));
 }
 
-TEST_F(DefaultsCommand, WhatIsMissingIsNamed) {
+TEST_F(DefaultsCommand, NamesAMissingDomainOrKey) {
   run("write here k 1");
   EXPECT_EQ(run("read nowhere"), (Outcome{1, "defaults: the domain 'nowhere' does not exist\n"}));
   EXPECT_EQ(run("read here x"), (Outcome{1, "defaults: the domain 'here' has no value for 'x'\n"}));

@@ -110,7 +110,7 @@ TEST_F(DistributedNotifications, AnySenderObjectIsAccepted) {
   EXPECT_EQ(installer.received[2].object, "an object with blanks/ä");
 }
 
-TEST_F(DistributedNotifications, WhatWasPostedBeforeTheObserverIsLost) {
+TEST_F(DistributedNotifications, APostBeforeTheObserverIsLost) {
   controller.center.post({credentials, "early", {}});
   installer.observe(credentials);
   controller.center.post({credentials, "late", {}});
@@ -120,7 +120,7 @@ TEST_F(DistributedNotifications, WhatWasPostedBeforeTheObserverIsLost) {
   EXPECT_EQ(installer.received[0].object, "late");
 }
 
-TEST_F(DistributedNotifications, WhatIsPostedRightAfterAddObserverIsDelivered) {
+TEST_F(DistributedNotifications, APostRightAfterAddObserverIsDelivered) {
   for (int round = 0; round < 50; ++round) {
     Program fresh("com.kelto.Installer" + std::to_string(round));
     fresh.observe(credentials);
@@ -164,7 +164,7 @@ TEST_F(DistributedNotifications, AnotherOwnerOfTheNameIsFine) {
   EXPECT_TRUE(second.log.lines.empty());
 }
 
-TEST_F(DistributedNotifications, AnIdentifierThatIsNoBusNameIsLoggedAndBroadcastsStillArrive) {
+TEST_F(DistributedNotifications, AnIdentifierThatIsNotABusNameIsLoggedAndBroadcastsStillArrive) {
   Program odd("installer");
   odd.observe(credentials);
   controller.center.post({credentials, {}, {}});
@@ -248,7 +248,7 @@ TEST_F(DistributedNotifications, EveryKindOfValueArrivesButDates) {
   EXPECT_EQ(installer.received[0].userInfo, userInfo);
 }
 
-TEST_F(DistributedNotifications, WhatTheBusCannotCarryIsNotPosted) {
+TEST_F(DistributedNotifications, TextThatTheBusCannotCarryIsNotPosted) {
   const std::string zero("a\0b", 3);
   EXPECT_FALSE(controller.center.post({zero, {}, {}}));
   EXPECT_FALSE(controller.center.post({credentials, zero, {}}));
@@ -276,7 +276,7 @@ TEST_F(DistributedNotifications, AHandlerNeverRunsInsideACall) {
 }
 
 // Waiting for the bus's answer reads whatever comes before it; the descriptor is silent about that afterwards.
-TEST_F(DistributedNotifications, WhatArrivedDuringAQuestionToTheBusIsNotForgotten) {
+TEST_F(DistributedNotifications, APostThatArrivesDuringAQuestionToTheBusIsDelivered) {
   installer.observe(credentials);
   installer.turn();
   ASSERT_TRUE(controller.center.post({credentials, {}, {}}));
@@ -366,7 +366,7 @@ TEST_F(ForeignSignals, AnotherSignatureIsRefused) {
   EXPECT_EQ(installer.log.lines.size(), 3U);
 }
 
-TEST_F(ForeignSignals, WhatIsNestedTooDeeplyIsLeftOut) {
+TEST_F(ForeignSignals, ValuesNestedTooDeeplyAreLeftOut) {
   Value deep = Array{"bottom"};
   for (int i = 0; i < 18; ++i) deep = Array{deep};
   ASSERT_TRUE(controller.center.post({credentials, {}, {{"deep", deep}, {"text", "kept"}}}));

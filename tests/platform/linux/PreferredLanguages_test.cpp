@@ -19,7 +19,7 @@ namespace {
 
 using Names = std::vector<std::string>;
 
-// What the installer has.
+// The installer's own localizations.
 const Names shipped{"Base", "da", "de", "en", "en-GB", "es", "fr", "it", "ja", "nb", "nl", "pt-BR", "sv", "zh-Hans"};
 
 Names matches(const Names& wanted, const Names& available = shipped) {
@@ -138,7 +138,7 @@ TEST(MatchingLocalizations, SeveralLanguagesKeepTheirOrderAndAppearOnce) {
   EXPECT_THAT(matches({"en", "sv"}), ElementsAre("en", "sv"));
 }
 
-TEST(MatchingLocalizations, WhatSuitsNobodyGivesTheDevelopmentRegion) {
+TEST(MatchingLocalizations, TheDevelopmentRegionIsUsedWhenNoLanguageMatches) {
   EXPECT_THAT(matches({"ko"}), ElementsAre("en"));
   EXPECT_THAT(matches({}), ElementsAre("en"));
   EXPECT_THAT(matches({"ko"}, {}), ElementsAre("en"));

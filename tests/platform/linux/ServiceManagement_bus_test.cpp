@@ -41,14 +41,14 @@ TEST_F(ServiceManagementOverTheBus, AStoppedServiceHasNone) {
   EXPECT_EQ(ask("known"), (foundation::PropertyList::Dictionary{{"Label", "known"}}));
 }
 
-TEST_F(ServiceManagementOverTheBus, AUnitThatCouldNotBeLoadedIsNoJob) {
+TEST_F(ServiceManagementOverTheBus, AUnitThatCouldNotBeLoadedIsNotAJob) {
   auto systemd = manager("not-found", "0");
   ASSERT_TRUE(systemd.isReady());
   EXPECT_EQ(ask("known"), std::nullopt);
   EXPECT_TRUE(log.lines.empty());
 }
 
-TEST_F(ServiceManagementOverTheBus, AnUnknownUnitIsNoJobAndNoError) {
+TEST_F(ServiceManagementOverTheBus, AnUnknownUnitIsNeitherAJobNorAnError) {
   auto systemd = manager("loaded", "1");
   ASSERT_TRUE(systemd.isReady());
   EXPECT_EQ(ask("unknown"), std::nullopt);

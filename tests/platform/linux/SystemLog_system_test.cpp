@@ -14,7 +14,7 @@
 namespace platform::Linux {
 namespace {
 
-// What arrived at /dev/log of a mount namespace of its own; empty when no such namespace is to be had.
+// Logs `line` in a mount namespace of its own and returns what arrives at /dev/log; empty if that cannot be set up.
 std::string lineInTheSystemLog(const tests::TemporaryFolder& folder, const std::string& line) {
   if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
       ::mount("kelto", "/dev", "tmpfs", 0, nullptr) != 0)

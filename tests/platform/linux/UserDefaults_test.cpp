@@ -72,7 +72,7 @@ TEST(ArgumentDomain, AKeyWithoutValueIsLeftOut) {
   EXPECT_EQ(arguments({"-A", "a", "-B"}), (Dictionary{{"A", "a"}}));
 }
 
-TEST(ArgumentDomain, WhatIsNoKeyIsPassedOver) {
+TEST(ArgumentDomain, ArgumentsThatAreNotKeysAreSkipped) {
   EXPECT_EQ(arguments({"word", "-", "-5", "x", "-A", "a", "left"}), (Dictionary{{"A", "a"}}));
   EXPECT_EQ(argumentDomain(0, nullptr), Dictionary());
 }
@@ -98,7 +98,7 @@ TEST_F(UserDefaultsTest, ArgumentsComeBeforeWhatIsStoredAndThatBeforeWhatIsRegis
   EXPECT_EQ(defaults.stringForKey("d"), std::nullopt);
 }
 
-TEST_F(UserDefaultsTest, WhatIsSetDoesNotHideAnArgument) {
+TEST_F(UserDefaultsTest, ASetValueDoesNotHideAnArgument) {
   auto defaults = open({"-a", "argument"});
   EXPECT_TRUE(defaults.setObject("a", "stored"));
   EXPECT_EQ(defaults.stringForKey("a"), "argument");
@@ -107,7 +107,7 @@ TEST_F(UserDefaultsTest, WhatIsSetDoesNotHideAnArgument) {
 
 // The stored domain.
 
-TEST_F(UserDefaultsTest, WhatIsSetIsOnDiskForTheNextProgram) {
+TEST_F(UserDefaultsTest, ASetValueIsOnDiskForTheNextProgram) {
   const Value value = Dictionary{{"list", Array{1, 2.5, true, "é"}}};
   auto defaults = open();
   EXPECT_TRUE(defaults.setObject("a", value));
@@ -173,7 +173,7 @@ TEST_F(UserDefaultsTest, AFileOfAnotherShapeIsNeverReplaced) {
   store("<plist><array/></plist>");
   EXPECT_FALSE(open().setObject("a", 1));
   EXPECT_EQ(tests::readFile(file), "<plist><array/></plist>");
-  EXPECT_THAT(log.lines, ElementsAre(HasSubstr("it is no dictionary")));
+  EXPECT_THAT(log.lines, ElementsAre(HasSubstr("it is not a dictionary")));
 }
 
 TEST_F(UserDefaultsTest, AValueThatCouldNotBeReadBackIsNotStored) {
@@ -195,7 +195,7 @@ TEST_F(UserDefaultsTest, NothingIsLeftBesideTheFileButItsLock) {
   EXPECT_THAT(names, testing::UnorderedElementsAre("com.kelto.test.plist", "com.kelto.test.plist.lock"));
 }
 
-TEST_F(UserDefaultsTest, WhatAKilledWriterLeftBehindIsInNobodysWay) {
+TEST_F(UserDefaultsTest, FilesOfAKilledWriterDoNotBlockTheNextOne) {
   store("<plist><dict><key>a</key><true/></dict></plist>");
   tests::writeFile(file + ".new", "half");
   tests::writeFile(file + ".lock", "");

@@ -44,7 +44,7 @@ TEST_F(QuitOverTheBus, SilenceIsNotFollowedByASignal) {
   EXPECT_EQ(copy.line(), quitAction);
 }
 
-TEST_F(QuitOverTheBus, ANameWithoutActionsIsNoWayToAsk) {
+TEST_F(QuitOverTheBus, AnOwnerOfTheNameWithoutActionsGetsTheSignal) {
   TestProgram copy({makeBundle("App.app") + program, "bus", identifier, "none"});
   ASSERT_TRUE(copy.isReady());
   EXPECT_TRUE(askOnlyCopy());
@@ -76,7 +76,7 @@ TEST_F(QuitOverTheBus, TwoCopiesAreAskedEachInItsWay) {
   EXPECT_EQ(second.line(), "SIGTERM");
 }
 
-TEST_F(QuitOverTheBus, AnIdentifierThatIsNoBusNameLeavesTheSignal) {
+TEST_F(QuitOverTheBus, AnIdentifierThatIsNotABusNameLeavesTheSignal) {
   TestProgram copy({makeBundle("App.app", "no bus name") + program, "handler"});
   ASSERT_TRUE(copy.isReady());
   EXPECT_TRUE(workspace.runningApplications("no bus name").at(0)->terminate());

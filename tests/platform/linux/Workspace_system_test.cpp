@@ -42,7 +42,7 @@ class WorkspaceAsRoot : public ApplicationTest {
     EXPECT_EQ(tests::readFile(root + "/outcome"), "");
   }
 
-  // A copy ends, and a program outside every bundle gets its number and behaves as told. What went wrong, or nothing.
+  // A copy ends, and a program outside every bundle gets its number and behaves as told. Returns the failure, if any.
   std::string askWhenNumberIsUsedAgain(const std::string& bundle, std::vector<std::string> behaviour) {
     TestProgram copy({bundle + program, "handler"});
     if (!copy.isReady()) return "not ready";

@@ -68,14 +68,14 @@ TEST_F(RunningApplications, TheMacOSFolderHoldsProgramsToo) {
   EXPECT_EQ(running().size(), 1U);
 }
 
-TEST_F(RunningApplications, AProgramAmongTheResourcesIsNoCopy) {
+TEST_F(RunningApplications, AProgramAmongTheResourcesDoesNotCount) {
   const std::string place = "Contents/Resources/LibraryServer";
   TestProgram server({makeBundle("App.app", identifier, place) + "/" + place + "/program", "plain"});
   ASSERT_TRUE(server.isReady());
   EXPECT_TRUE(running().empty());
 }
 
-TEST_F(RunningApplications, AProgramOutsideABundleIsNoCopy) {
+TEST_F(RunningApplications, AProgramOutsideABundleDoesNotCount) {
   fs::create_directories(root + "/App.app.d/Contents/Linux");
   fs::copy_file(KELTO_BIN_DIR "/test_application", root + "/App.app.d" + program);
   TestProgram copy({root + "/App.app.d" + program, "plain"});
@@ -197,7 +197,7 @@ TEST_F(RunningApplications, AskingBlocksThroughTheBlockingCall) {
 
 class LaunchApplication : public ApplicationTest {
  protected:
-  // What the launched program wrote about itself.
+  // The launched program's report about itself.
   std::multimap<std::string, std::string> report() {
     EXPECT_TRUE(tests::eventually([&] { return fs::exists(file); }));
     std::multimap<std::string, std::string> facts;
@@ -356,7 +356,7 @@ TEST_F(LaunchApplication, AProgramOutsideTheBundleIsNotRun) {
   }
 }
 
-TEST_F(LaunchApplication, WhatTheSystemCannotExecuteIsAFailure) {
+TEST_F(LaunchApplication, AProgramThatTheSystemCannotExecuteIsAFailure) {
   const std::string bundle = makeBundle("App.app");
   fs::remove(bundle + program);
   tests::writeFile(bundle + program, "no program");

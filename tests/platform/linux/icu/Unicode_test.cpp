@@ -251,7 +251,7 @@ TEST(Text, GoesFromUTF8ToUTF16AndBack) {
   EXPECT_EQ(utf16(""), u"");
 }
 
-TEST(Text, WhatIsNotWellFormedBecomesTheReplacementCharacter) {
+TEST(Text, IllFormedTextBecomesTheReplacementCharacter) {
   EXPECT_EQ(utf16("a\xFFz"), u"a\uFFFDz");
   EXPECT_EQ(utf8(std::u16string{u'a', 0xD800}), "a\uFFFD");
 }

@@ -135,7 +135,7 @@ TEST(QtAlert, WithoutAWindowItStandsInTheMiddleOfTheScreen) {
       "xdotool key Return");
 }
 
-TEST(QtAlert, AHiddenWindowIsNoParent) {
+TEST(QtAlert, AHiddenWindowDoesNotBecomeItsParent) {
   WindowWidget window;
   runAlertAnd(
       plain, &window, [](QDialog& dialog) { EXPECT_EQ(dialog.parentWidget(), nullptr); }, "xdotool key Return");

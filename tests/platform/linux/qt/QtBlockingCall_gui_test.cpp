@@ -160,7 +160,7 @@ TEST_F(QtBlockingCallTest, ACloseRequestDuringTheCallIsDropped) {
   EXPECT_TRUE(widget.isVisible());
 }
 
-TEST_F(QtBlockingCallTest, APressBeforeTheCallIsNoClickAfterIt) {
+TEST_F(QtBlockingCallTest, APressBeforeTheCallDoesNotClickAfterIt) {
   show();
   outputOf("xdotool mousemove 250 250 mousedown 1");
   ASSERT_TRUE(spinUntil([this] { return button.isDown(); }));

@@ -1,5 +1,5 @@
 #pragma once
-// What the tests of the Qt side share: waiting for a condition while the event loop runs, and looking from outside.
+// Helpers that the tests of the Qt side share: waiting for a condition while the event loop runs, and looking from outside.
 #include <gtest/gtest.h>
 
 #include <QApplication>

@@ -18,7 +18,7 @@ int main(int argc, char** argv) {
   const QTemporaryDir home;
   for (const char* variable : {"HOME", "XDG_RUNTIME_DIR", "XDG_CONFIG_HOME", "XDG_CACHE_HOME", "XDG_DATA_HOME"})
     setenv(variable, home.path().toUtf8().constData(), 1);
-  // What is started here talks to no service of the machine.
+  // Programs started here must not talk to the machine's services.
   for (const char* variable : {"DBUS_SESSION_BUS_ADDRESS", "DBUS_SYSTEM_BUS_ADDRESS"})
     setenv(variable, ("unix:path=" + home.filePath("no-bus")).toUtf8().constData(), 1);
   const tests::PrivateDisplay display;

@@ -1,8 +1,11 @@
 #include "privileged/tool/FileCommands.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <memory>
 
+#include "privileged/tool/BundleVerification.h"
 #include "privileged/tool/Failure.h"
 #include "privileged/tool/Folder.h"
 #include "privileged/tool/Items.h"
@@ -35,6 +38,29 @@ bool takeIntoStaging(const Location& source, const TreeSurvey& found, Staging& s
   if (renameWithoutReplacing(source.folder.get(), source.name, staging.folder(), Staging::NewItem) == 0) return true;
   staging.forgetSource();
   return false;
+}
+
+// Root works for somebody else.
+bool worksForAnother(const PathWalk& walk) { return ::geteuid() == 0 && walk.user() != 0; }
+
+// The owners of what lies at the destination or, where nothing does, of the folder it goes into when that is root's; none
+// when the new item keeps its own.
+std::optional<Owner> ownerAt(const Location& destination, const std::optional<struct stat>& old, const PathWalk& walk) {
+  if (old) {
+    if (worksForAnother(walk) && old->st_uid != 0 && old->st_uid != walk.user())
+      throw Failure("the installed item belongs to a third account: " + destination.path);
+    return Owner{old->st_uid, old->st_gid};
+  }
+  struct stat folder {};
+  if (::fstat(destination.folder.get(), &folder) != 0) failWithSystemError("cannot look at " + destination.folderPath());
+  if (worksForAnother(walk) && folder.st_uid == 0) return Owner{0, 0};
+  return std::nullopt;
+}
+
+// Programs of the user may hold files of the new item open, or keep second names of them. So nothing that was theirs is
+// taken over where it becomes root's, or where it must stay as it was verified: it is copied.
+bool mustBeFresh(const std::optional<Owner>& owner, const PathWalk& walk, const std::vector<TrustedKey>& keys) {
+  return !keys.empty() || (worksForAnother(walk) && owner && owner->user == 0);
 }
 
 void giveBack(const Location& source, Staging& staging, const Adoption& adoption) {
@@ -107,8 +133,10 @@ Outcome moveFile(const Request& request) {
 Outcome replaceItem(const Request& request) {
   const auto [source, destination] = bothItems(request);
   const auto old = destination.status();
-  const auto owner = old ? std::optional(Owner{old->st_uid, old->st_gid}) : std::nullopt;
-  const auto found = surveyWithoutSpecialFiles(source, owner);
+  const auto owner = ownerAt(destination, old, request.walk);
+  const auto keys = trustedKeys();
+  auto found = surveyWithoutSpecialFiles(source, owner);
+  if (mustBeFresh(owner, request.walk, keys)) found.mustBeCopied = true;
   const auto staging = std::make_shared<Staging>(destination);
   // From here to the try nothing may throw: the staging folder may hold the only copy of the new item.
   Swap swap(*staging, destination, old);
@@ -123,6 +151,7 @@ Outcome replaceItem(const Request& request) {
       syncFolder(staging->folder());
       syncTree(staging->folder(), Staging::NewItem, found.entries);
     }
+    verifyReplacement({staging->folder(), Staging::NewItem}, {destination.folder.get(), destination.name}, keys, {});
     swap.in();
   } catch (const Failure&) {
     if (moved) giveBack(source, *staging, adoption);

@@ -20,9 +20,10 @@ constexpr off_t BytesPerBlock = 512;  // the unit of st_blocks
 
 bool isSparse(const struct stat& status) { return status.st_blocks * BytesPerBlock < status.st_size; }
 
-bool isCopiedAttribute(std::string_view attribute) {
-  return attribute.starts_with("user.") || attribute == "system.posix_acl_access" ||
-         attribute == "system.posix_acl_default";
+bool isCopiedAttribute(std::string_view attribute, AccessLists accessLists) {
+  if (attribute.starts_with("user.")) return true;
+  if (accessLists == AccessLists::left) return false;
+  return attribute == "system.posix_acl_access" || attribute == "system.posix_acl_default";
 }
 
 void copyAttribute(int source, int target, const char* attribute, const std::string& name) {
@@ -96,7 +97,7 @@ ssize_t FileContents::readAndWrite(int source, int target, off_t at, std::size_t
   return got;
 }
 
-void copyExtendedAttributes(int source, int target, const std::string& name) {
+void copyExtendedAttributes(int source, int target, const std::string& name, AccessLists accessLists) {
   const auto size = ::flistxattr(source, nullptr, 0);
   if (size == 0 || (size < 0 && errno == EOPNOTSUPP)) return;
   std::vector<char> names(static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
@@ -105,7 +106,7 @@ void copyExtendedAttributes(int source, int target, const std::string& name) {
   std::string_view rest(names.data(), static_cast<std::size_t>(length));
   while (!rest.empty()) {
     const std::string attribute(rest.substr(0, rest.find('\0')));
-    if (isCopiedAttribute(attribute)) copyAttribute(source, target, attribute.c_str(), name);
+    if (isCopiedAttribute(attribute, accessLists)) copyAttribute(source, target, attribute.c_str(), name);
     rest.remove_prefix(std::min(rest.size(), attribute.size() + 1));
   }
 }

@@ -26,7 +26,9 @@ class FileContents {
   std::vector<char> _buffer;
 };
 
-// User extended attributes and access lists. Throws Failure; a target that knows no attributes goes without.
-void copyExtendedAttributes(int source, int target, const std::string& name);
+enum class AccessLists { copied, left };
+
+// User extended attributes and, when asked, access lists. Throws Failure; a target that knows no attributes goes without.
+void copyExtendedAttributes(int source, int target, const std::string& name, AccessLists accessLists);
 
 }  // namespace AssistantTool

@@ -83,8 +83,10 @@ class TreeCopier {
     const Owner owner = ownerFor(status);
     const auto made = statusOf(target, name);
     if (Owner{made.st_uid, made.st_gid} != owner) checkGiven(::fchown(target, owner.user, owner.group), name);
-    copyExtendedAttributes(source, target, name);
-    if (::fchmod(target, status.st_mode & PermissionBits) != 0) failWithSystemError("cannot set the mode of " + name);
+    const bool becomesRoots = owner.user == 0 && status.st_uid != 0;
+    copyExtendedAttributes(source, target, name, becomesRoots ? AccessLists::left : AccessLists::copied);
+    const mode_t kept = becomesRoots ? PermissionBits & ~(S_IWGRP | S_IWOTH) : PermissionBits;
+    if (::fchmod(target, status.st_mode & kept) != 0) failWithSystemError("cannot set the mode of " + name);
     const std::array<timespec, 2> times{status.st_atim, status.st_mtim};
     if (::futimens(target, times.data()) != 0) failWithSystemError("cannot set the times of " + name);
   }

@@ -1,0 +1,207 @@
+// A client of the broker that does what it should not, for tests of attacks. Whether it may is for others to say: it tells
+// what it was answered, on standard output.
+//
+//   authorization_attacker --system|--session COMMAND
+//
+//   run PROGRAM [FILE]      gets the right, hands PROGRAM over and tells what it printed; its input is FILE, or "report"
+//   run-memory PROGRAM [FILE]   the same with a copy of PROGRAM in memory that has no name anywhere
+//   flood                   asks for handles with wrong forms as fast as it is refused, until SIGTERM; then tells how often
+//   call N                  behaves: makes and frees N sessions, and tells how long a call took and how many were lost
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <systemd/sd-bus.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr const char* brokerName = "com.kelto.Authorization1";
+constexpr const char* brokerPath = "/com/kelto/Authorization1";
+constexpr const char* adminRight = "system.privilege.admin";
+constexpr unsigned extendAndPreAuthorize = 18;
+
+sd_bus* connected(const std::string& which) {
+  sd_bus* bus = nullptr;
+  const int status = which == "--system" ? sd_bus_open_system(&bus) : sd_bus_open_user(&bus);
+  if (status >= 0) return bus;
+  std::printf("no bus: %s\n", std::strerror(-status));
+  std::exit(2);
+}
+
+std::string contentsOf(const char* path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+int inMemory(const char* program) {
+  const int copy = ::memfd_create("tool", MFD_CLOEXEC);
+  const std::string bytes = contentsOf(program);
+  if (::write(copy, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size()) || ::fchmod(copy, 0755) != 0)
+    return -1;
+  // The kernel runs nothing that is open for writing.
+  const int readable = ::open(("/proc/self/fd/" + std::to_string(copy)).c_str(), O_RDONLY | O_CLOEXEC);
+  ::close(copy);
+  return readable;
+}
+
+// Ends the program when a call fails.
+sd_bus_message* answerTo(sd_bus* bus, const char* method, const char* types, const auto&... values) {
+  sd_bus_error error{};
+  sd_bus_message* reply = nullptr;
+  if (sd_bus_call_method(bus, brokerName, brokerPath, brokerName, method, &error, &reply, types, values...) >= 0)
+    return reply;
+  std::printf("%s refused: %s: %s\n", method, error.name, error.message);
+  std::exit(1);
+}
+
+// A handle, with the right if that was given.
+std::uint64_t authorized(sd_bus* bus) {
+  std::uint64_t handle = 0;
+  std::uint32_t status = 0;
+  sd_bus_message_read(answerTo(bus, "Create", ""), "t", &handle);
+  sd_bus_message_read(answerTo(bus, "CopyRights", "tsu", handle, adminRight, extendAndPreAuthorize), "u", &status);
+  std::printf("right: %d\n", static_cast<int>(status));
+  return handle;
+}
+
+int run(sd_bus* bus, int program, const std::string& input) {
+  const auto handle = authorized(bus);
+  int stream = -1;
+  sd_bus_message_read(answerTo(bus, "ExecuteWithPrivileges", "thu", handle, program, 0U), "h", &stream);
+  std::printf("runs\n");
+  if (::send(stream, input.data(), input.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(input.size())) return 1;
+  std::array<char, 4096> chunk{};
+  for (ssize_t got = 0; (got = ::read(stream, chunk.data(), chunk.size())) > 0;)
+    std::fwrite(chunk.data(), 1, static_cast<std::size_t>(got), stdout);
+  std::printf("ended\n");
+  return 0;
+}
+
+volatile std::sig_atomic_t isOver = 0;
+
+// Connections that keep the broker at work: each has as many calls open as the bus allows.
+class Flood {
+ public:
+  explicit Flood(const std::string& which) {
+    for (auto& each : _connections) each = {.bus = connected(which), .flood = this};
+  }
+  void goOn() {
+    const auto start = std::chrono::steady_clock::now();
+    while (isOver == 0) {
+      for (auto& each : _connections) {
+        do {
+          while (each.open < mostOpen) ask(each);
+        } while (sd_bus_process(each.bus, nullptr) > 0 && isOver == 0);
+      }
+      waitForAny();
+    }
+    const std::chrono::duration<double> time = std::chrono::steady_clock::now() - start;
+    std::printf("sent %ld refused %ld seconds %.2f rate %.0f\n", _sent, _refused, time.count(),
+                static_cast<double>(_refused) / time.count());
+  }
+
+ private:
+  static constexpr int mostOpen = 100;
+  struct Connection {
+    sd_bus* bus = nullptr;
+    Flood* flood = nullptr;
+    int open = 0;  // calls without an answer
+  };
+
+  void ask(Connection& from) {
+    static const std::array<unsigned char, 32> form{};
+    sd_bus_message* call = nullptr;
+    sd_bus_message_new_method_call(from.bus, &call, brokerName, brokerPath, brokerName, "CreateFromExternalForm");
+    sd_bus_message_append_array(call, 'y', form.data(), form.size());
+    sd_bus_call_async(from.bus, nullptr, call, answered, &from, UINT64_MAX);
+    sd_bus_message_unref(call);
+    ++_sent;
+    ++from.open;
+  }
+  static int answered(sd_bus_message* reply, void* connection, sd_bus_error* /*error*/) {
+    auto& from = *static_cast<Connection*>(connection);
+    --from.open;
+    if (sd_bus_message_is_method_error(reply, "com.kelto.Authorization1.Error.Denied") > 0) from.flood->countRefusal();
+    return 0;
+  }
+  void countRefusal() {
+    if (++_refused > 1) return;
+    std::printf("started\n");
+    std::fflush(stdout);
+  }
+  void waitForAny() {
+    std::array<pollfd, connectionCount> all{};
+    for (std::size_t i = 0; i < all.size(); ++i) {
+      sd_bus* bus = _connections[i].bus;
+      all[i] = {.fd = sd_bus_get_fd(bus), .events = static_cast<short>(sd_bus_get_events(bus)), .revents = 0};
+    }
+    ::poll(all.data(), all.size(), 100);
+  }
+
+  static constexpr std::size_t connectionCount = 2;
+  std::array<Connection, connectionCount> _connections{};
+  long _sent = 0;
+  long _refused = 0;
+};
+
+int call(sd_bus* bus, int rounds) {
+  using Clock = std::chrono::steady_clock;
+  constexpr std::uint64_t patience = 5'000'000;
+  constexpr int enough = 3;
+  sd_bus_set_method_call_timeout(bus, patience);
+  std::vector<long> times;
+  int lost = 0;
+  std::uint64_t handle = 0;
+  const auto timed = [&](const char* method, const char* types, const auto&... values) {
+    sd_bus_message* reply = nullptr;
+    const auto start = Clock::now();
+    const int status =
+        sd_bus_call_method(bus, brokerName, brokerPath, brokerName, method, nullptr, &reply, types, values...);
+    times.push_back(std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start).count());
+    if (status < 0) ++lost;
+    if (status >= 0 && std::strcmp(method, "Create") == 0) sd_bus_message_read(reply, "t", &handle);
+    sd_bus_message_unref(reply);
+  };
+  for (int i = 0; i < rounds && lost < enough; ++i) {
+    timed("Create", "");
+    timed("MakeExternalForm", "t", handle);
+    timed("Free", "tu", handle, 8U);
+  }
+  std::sort(times.begin(), times.end());
+  std::printf("calls %zu lost %d median %ld longest %ld\n", times.size(), lost, times[times.size() / 2], times.back());
+  return 0;
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  if (count < 3) return 2;
+  const std::string which = arguments[1];
+  const std::string command = arguments[2];
+  if (command == "flood") {
+    std::signal(SIGTERM, [](int) { isOver = 1; });
+    Flood(which).goOn();
+    return 0;
+  }
+  if (count < 4) return 2;
+  sd_bus* bus = connected(which);
+  if (command == "call") return call(bus, std::atoi(arguments[3]));
+  const int program = command == "run-memory" ? inMemory(arguments[3]) : ::open(arguments[3], O_PATH | O_CLOEXEC);
+  if (program < 0) return 2;
+  return run(bus, program, count > 4 ? contentsOf(arguments[4]) : "report\n");
+}

@@ -91,7 +91,8 @@ endfunction()
 
 # kelto_tests(FOLDER LINK target... [RUNS target...] [MAIN file] [ALONE file...]): the tests of tests/FOLDER and of tests/FOLDER/themes, one
 # program per label, built after the programs that it RUNS. The end of a file's name gives its label: x_test.cpp is "unit",
-# x_gui_test.cpp, x_bus_test.cpp, x_system_test.cpp and x_slow_test.cpp are "gui", "bus", "system" and "slow". MAIN, in the
+# x_gui_test.cpp, x_bus_test.cpp, x_system_test.cpp, x_slow_test.cpp and x_open_test.cpp are "gui", "bus",
+# "system", "slow" and "open". MAIN, in the
 # folder, is the main function in place of GoogleTest's. An ALONE file cannot be joined with others.
 function(kelto_tests folder)
   cmake_parse_arguments(ARG "" "MAIN" "LINK;RUNS;ALONE" ${ARGN})
@@ -110,14 +111,14 @@ function(kelto_tests folder)
   endif()
   set_property(GLOBAL APPEND PROPERTY KELTO_TEST_FILES ${all})
   list(TRANSFORM ARG_ALONE PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/ OUTPUT_VARIABLE alone)
-  foreach(label IN ITEMS gui bus system slow unit)
+  foreach(label IN ITEMS gui bus system slow open unit)
     set(sources ${all})
     set(timeout 120)
     if(label STREQUAL "slow")
       set(timeout 3600)
     endif()
     if(label STREQUAL "unit")
-      list(FILTER sources EXCLUDE REGEX "_(gui|bus|system|slow)_test\\.cpp$")
+      list(FILTER sources EXCLUDE REGEX "_(gui|bus|system|slow|open)_test\\.cpp$")
     else()
       list(FILTER sources INCLUDE REGEX "_${label}_test\\.cpp$")
     endif()

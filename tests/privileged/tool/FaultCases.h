@@ -64,7 +64,7 @@ class FaultCase {
 
 class ReplaceCase : public FaultCase {
  public:
-  // The item to be replaced by a download: root's, one that is not there yet, or an ordinary user's.
+  // The item to be replaced by a download: root's, one that is not there yet, or the invoking user's.
   enum class Kind { folder, manyFiles, file, nothingThere, ofAUser };
   ReplaceCase(const Places& places, Kind kind, bool across) : FaultCase(places), _kind(kind), _across(across) {}
 
@@ -73,7 +73,7 @@ class ReplaceCase : public FaultCase {
     _destination = _places.here / "Applications/App.app";
     fs::create_directories(_destination.parent_path());
     if (_kind != Kind::nothingThere) make(_destination, "1");
-    if (_kind == Kind::ofAUser && _places.isRoot) giveTree(_destination, SomeUser);
+    if (_kind == Kind::ofAUser && _places.isRoot) giveTree(_destination, _places.user);
     _places.afterOld();
     makeSource("2");
     _old = treeOf(_destination);
@@ -112,14 +112,12 @@ class ReplaceCase : public FaultCase {
   void makeSource(const std::string& version) {
     make(_source, version);
     if (_places.isRoot) giveTree(_source, Downloader);
-    const bool hasOwner = _kind != Kind::nothingThere && _places.isRoot;
-    _new = treeOf(_source, hasOwner ? std::optional(_kind == Kind::ofAUser ? SomeUser : Ids{}) : std::nullopt);
+    _new = treeOf(_source, _places.isRoot ? std::optional(_kind == Kind::ofAUser ? _places.user : Ids{}) : std::nullopt);
   }
   static Tree withoutTop(Tree tree) {
     tree.erase(".");
     return tree;
   }
-  static constexpr Ids SomeUser{.user = 54321, .group = 54322};
   static constexpr Ids Downloader{.user = 54323, .group = 54324};
   Kind _kind;
   bool _across;

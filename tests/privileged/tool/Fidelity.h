@@ -50,7 +50,7 @@ inline std::string wayOf(const ::testing::TestParamInfo<Way>& info) { return let
 class Fidelity : public NamespaceTest {
  protected:
   static constexpr Ids SourceOwner{.user = 4001, .group = 4002};
-  static constexpr Ids OldOwner{.user = 5001, .group = 5002};
+  static constexpr Ids OldOwner{.user = User, .group = 5002};
 
   void SetUp() override {
     NamespaceTest::SetUp();

@@ -304,7 +304,7 @@ TEST_F(AsRootForAnother, AResultFileInAStickyFolderIsRefused) {
 
 TEST_F(AsRootForAnother, AStagingFolderCannotBeEnteredByAnyoneElse) {
   // Stops before the swap, and leaves what the next job would find.
-  command = withFaults({"renameat2:signal=KILL:when=2"});
+  command = withFaults({"renameat2:signal=KILL:when=1"});
   if (command.empty()) GTEST_SKIP() << "strace cannot trace here";
   makeBundle(home() / "App.app", "1");
   makeBundle(home() / "New.app", "2");

@@ -75,7 +75,7 @@ class ForgedVerdict : public AttackGround, public ::testing::WithParamInterface<
                return std::make_unique<RunningTool>(std::vector{tool},
                                                     std::vector<std::string>{"ASAN_OPTIONS=detect_leaks=0"});
              };
-             const auto session = KMAuthorization::init();
+             const auto session = KMAuthorization::init(installer.platform);
              return std::string(session->replaceItemAtPath_withItemAtPath(app.string(), source.string()) ? "ok" : "failed");
            }) == "ok";
   }

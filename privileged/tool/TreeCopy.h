@@ -1,8 +1,8 @@
 #pragma once
 // A faithful copy of a tree: contents (shared blocks where the file system can, holes kept), modes without set-id bits,
 // owners as far as this process may give them, times to the nanosecond, user extended attributes and access lists,
-// symbolic links as links, hard links inside the tree as hard links. What becomes root's and was not before loses its
-// access lists and lets only root write.
+// symbolic links as links, hard links inside the tree as hard links. A file or folder that becomes root's by
+// the copy loses its access lists, and only root may write it.
 #include <sys/stat.h>
 
 #include <optional>

@@ -28,11 +28,13 @@
 #include <string>
 #include <vector>
 
+#include "protocol/Broker.h"
+
 namespace {
 
-constexpr const char* brokerName = "com.kelto.Authorization1";
-constexpr const char* brokerPath = "/com/kelto/Authorization1";
-constexpr const char* adminRight = "system.privilege.admin";
+constexpr const char* brokerName = protocol::brokerBusName;
+constexpr const char* brokerPath = protocol::brokerObjectPath;
+constexpr const char* adminRight = protocol::adminRight;
 constexpr unsigned extendAndPreAuthorize = 18;
 
 sd_bus* connected(const std::string& which) {
@@ -73,8 +75,10 @@ sd_bus_message* answerTo(sd_bus* bus, const char* method, const char* types, con
 std::uint64_t authorized(sd_bus* bus) {
   std::uint64_t handle = 0;
   std::uint32_t status = 0;
-  sd_bus_message_read(answerTo(bus, "Create", ""), "t", &handle);
-  sd_bus_message_read(answerTo(bus, "CopyRights", "tsu", handle, adminRight, extendAndPreAuthorize), "u", &status);
+  sd_bus_message_read(answerTo(bus, protocol::brokerMethod::create.name, ""), "t", &handle);
+  sd_bus_message_read(answerTo(bus, protocol::brokerMethod::copyRights.name, protocol::brokerMethod::copyRights.takes,
+                               handle, adminRight, extendAndPreAuthorize),
+                      "u", &status);
   std::printf("right: %d\n", static_cast<int>(status));
   return handle;
 }
@@ -82,7 +86,9 @@ std::uint64_t authorized(sd_bus* bus) {
 int run(sd_bus* bus, int program, const std::string& input) {
   const auto handle = authorized(bus);
   int stream = -1;
-  sd_bus_message_read(answerTo(bus, "ExecuteWithPrivileges", "thu", handle, program, 0U), "h", &stream);
+  sd_bus_message_read(answerTo(bus, protocol::brokerMethod::executeWithPrivileges.name,
+                               protocol::brokerMethod::executeWithPrivileges.takes, handle, program, 0U),
+                      "h", &stream);
   std::printf("runs\n");
   if (::send(stream, input.data(), input.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(input.size())) return 1;
   std::array<char, 4096> chunk{};
@@ -126,7 +132,8 @@ class Flood {
   void ask(Connection& from) {
     static const std::array<unsigned char, 32> form{};
     sd_bus_message* call = nullptr;
-    sd_bus_message_new_method_call(from.bus, &call, brokerName, brokerPath, brokerName, "CreateFromExternalForm");
+    sd_bus_message_new_method_call(from.bus, &call, brokerName, brokerPath, brokerName,
+                                   protocol::brokerMethod::createFromExternalForm.name);
     sd_bus_message_append_array(call, 'y', form.data(), form.size());
     sd_bus_call_async(from.bus, nullptr, call, answered, &from, UINT64_MAX);
     sd_bus_message_unref(call);
@@ -136,7 +143,8 @@ class Flood {
   static int answered(sd_bus_message* reply, void* connection, sd_bus_error* /*error*/) {
     auto& from = *static_cast<Connection*>(connection);
     --from.open;
-    if (sd_bus_message_is_method_error(reply, "com.kelto.Authorization1.Error.Denied") > 0) from.flood->countRefusal();
+    if (sd_bus_message_is_method_error(reply, protocol::brokerErrorForStatus(protocol::brokerStatusDenied)) > 0)
+      from.flood->countRefusal();
     return 0;
   }
   void countRefusal() {
@@ -174,13 +182,14 @@ int call(sd_bus* bus, int rounds) {
         sd_bus_call_method(bus, brokerName, brokerPath, brokerName, method, nullptr, &reply, types, values...);
     times.push_back(std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start).count());
     if (status < 0) ++lost;
-    if (status >= 0 && std::strcmp(method, "Create") == 0) sd_bus_message_read(reply, "t", &handle);
+    if (status >= 0 && std::strcmp(method, protocol::brokerMethod::create.name) == 0)
+      sd_bus_message_read(reply, "t", &handle);
     sd_bus_message_unref(reply);
   };
   for (int i = 0; i < rounds && lost < enough; ++i) {
-    timed("Create", "");
-    timed("MakeExternalForm", "t", handle);
-    timed("Free", "tu", handle, 8U);
+    timed(protocol::brokerMethod::create.name, "");
+    timed(protocol::brokerMethod::makeExternalForm.name, "t", handle);
+    timed(protocol::brokerMethod::free.name, "tu", handle, 8U);
   }
   std::sort(times.begin(), times.end());
   std::printf("calls %zu lost %d median %ld longest %ld\n", times.size(), lost, times[times.size() / 2], times.back());

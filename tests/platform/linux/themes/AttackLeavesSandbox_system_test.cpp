@@ -1,4 +1,5 @@
 // A program in a sandbox reaches the session bus. The broker there must not run what it hands over outside of the sandbox.
+#include "protocol/Broker.h"
 #include "tests/platform/linux/themes/BrokerGround.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/PrivateBus.h"
@@ -92,7 +93,7 @@ class Sandbox : public BrokerGround {
   void runSession() const {
     ::setenv("TMPDIR", (folder / "session").c_str(), 1);
     const tests::PrivateBus bus(
-        {{"com.kelto.Authorization1", (tests::testedPrograms() / "authorizationd").string() + " --session"}});
+        {{protocol::brokerBusName, (tests::testedPrograms() / "authorizationd").string() + " --session"}});
     const auto path = bus.address().substr(bus.address().find('=') + 1);
     fs::create_symlink(path.substr(0, path.find(',')), folder / "session/bus");
     write(folder / "session/address", bus.address());

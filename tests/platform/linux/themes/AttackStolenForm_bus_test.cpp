@@ -13,6 +13,7 @@
 #include <new>
 #include <string>
 
+#include "protocol/Broker.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/OtherProcess.h"
 #include "tests/support/PrivateBus.h"
@@ -20,9 +21,9 @@
 
 namespace {
 
-constexpr const char* brokerName = "com.kelto.Authorization1";
-constexpr const char* brokerPath = "/com/kelto/Authorization1";
-constexpr const char* adminRight = "system.privilege.admin";
+constexpr const char* brokerName = protocol::brokerBusName;
+constexpr const char* brokerPath = protocol::brokerObjectPath;
+constexpr const char* adminRight = protocol::adminRight;
 constexpr const char* notificationPath = "/com/kelto/DistributedNotifications";
 constexpr const char* notificationInterface = "com.kelto.DistributedNotifications";
 using Form = std::array<unsigned char, 32>;
@@ -62,7 +63,9 @@ class Program {
   std::uint64_t authorized() {
     std::uint64_t handle = 0;
     sd_bus_message* reply = nullptr;
-    if (sd_bus_call_method(_bus, brokerName, brokerPath, brokerName, "Create", nullptr, &reply, "") < 0) return 0;
+    if (sd_bus_call_method(_bus, brokerName, brokerPath, brokerName, protocol::brokerMethod::create.name, nullptr, &reply,
+                           "") < 0)
+      return 0;
     sd_bus_message_read(reply, "t", &handle);
     sd_bus_message_unref(reply);
     return copyRight(handle, 18) ? handle : 0;
@@ -70,8 +73,8 @@ class Program {
   bool copyRight(std::uint64_t handle, unsigned flags) {
     std::uint32_t status = 1;
     sd_bus_message* reply = nullptr;
-    if (sd_bus_call_method(_bus, brokerName, brokerPath, brokerName, "CopyRights", nullptr, &reply, "tsu", handle,
-                           adminRight, flags) < 0)
+    if (sd_bus_call_method(_bus, brokerName, brokerPath, brokerName, protocol::brokerMethod::copyRights.name, nullptr,
+                           &reply, protocol::brokerMethod::copyRights.takes, handle, adminRight, flags) < 0)
       return false;
     sd_bus_message_read(reply, "u", &status);
     sd_bus_message_unref(reply);
@@ -84,14 +87,14 @@ class Program {
     int status = -1;
     if (pidfd >= 0) {
       sd_bus_error error{};
-      status = sd_bus_call_method(_bus, brokerName, brokerPath, brokerName, "MakeExternalFormFor", &error, &reply, "th",
-                                  handle, pidfd);
+      status = sd_bus_call_method(_bus, brokerName, brokerPath, brokerName,
+                                  protocol::brokerMethod::makeExternalFormFor.name, &error, &reply, "th", handle, pidfd);
       ::close(pidfd);
       if (status < 0 && sd_bus_error_has_name(&error, SD_BUS_ERROR_UNKNOWN_METHOD) == 0) return false;
     }
     if (status < 0)
-      status =
-          sd_bus_call_method(_bus, brokerName, brokerPath, brokerName, "MakeExternalForm", nullptr, &reply, "t", handle);
+      status = sd_bus_call_method(_bus, brokerName, brokerPath, brokerName, protocol::brokerMethod::makeExternalForm.name,
+                                  nullptr, &reply, "t", handle);
     const void* bytes = nullptr;
     std::size_t length = 0;
     if (status < 0 || sd_bus_message_read_array(reply, 'y', &bytes, &length) < 0 || length != form.size()) return false;
@@ -103,7 +106,8 @@ class Program {
     sd_bus_message* call = nullptr;
     sd_bus_message* reply = nullptr;
     std::uint64_t handle = 0;
-    sd_bus_message_new_method_call(_bus, &call, brokerName, brokerPath, brokerName, "CreateFromExternalForm");
+    sd_bus_message_new_method_call(_bus, &call, brokerName, brokerPath, brokerName,
+                                   protocol::brokerMethod::createFromExternalForm.name);
     sd_bus_message_append_array(call, 'y', form.data(), form.size());
     const int status = sd_bus_call(_bus, call, 0, nullptr, &reply);
     sd_bus_message_unref(call);

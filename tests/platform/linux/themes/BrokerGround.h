@@ -1,6 +1,8 @@
 #pragma once
 // For tests of attacks on the broker: a system bus with the real policy service, an administrator's rule that allows
 // updates without a password, and the tool where the rule for tools expects it. In a mount namespace of the test's own.
+#include "protocol/Broker.h"
+#include "protocol/PolicyFile.h"
 #include "tests/privileged/tool/themes/AttackGround.h"
 #include "tests/support/CommandLine.h"
 
@@ -54,15 +56,17 @@ class BrokerGround : public AttackGround {
   void writeRule() const {
     write(folder / "rules/10-updates.rules",
           "polkit.addRule(function(action, subject) {\n"
-          "  if (action.id == 'com.kelto.authorization.admin' && subject.user == 'tester') return polkit.Result.YES;\n"
-          "});\n");
+          "  if (action.id == '" +
+              std::string(protocol::adminAction) +
+              "' && subject.user == 'tester') return polkit.Result.YES;\n"
+              "});\n");
   }
   // Programs in that folder are the system's own tools, for both buses.
   void listFolder(const fs::path& tools) {
     ASSERT_TRUE(overlay("/etc", "/etc")) << "no overlay of /etc: " << std::strerror(errno);
     // The overlay hides what was bound in /etc before.
     bind(folder / "passwd", "/etc/passwd");
-    write("/etc/kelto/authorization.conf", "tools = " + tools.string() + "\nsession-tools = " + tools.string() + "\n");
+    write(protocol::policyFilePath, "tools = " + tools.string() + "\nsession-tools = " + tools.string() + "\n");
   }
 };
 

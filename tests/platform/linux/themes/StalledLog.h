@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <optional>
 
+#include "protocol/Broker.h"
 #include "tests/platform/linux/themes/BrokerGround.h"
 
 namespace ToolTests {
@@ -101,7 +102,8 @@ class StalledLog : public BrokerGround, public testing::WithParamInterface<Log> 
     if (GetParam() == Log::StandardOutput) {
       // The kernel keeps its output as long as there is room, and nobody reads it.
       lines += "mkfifo /run/output; sleep 1000 <>/run/output & " + (tests::testedPrograms() / "authorizationd").string() +
-               " --system >/run/output &\n" + until("busctl --system status com.kelto.Authorization1 >/dev/null 2>&1");
+               " --system >/run/output &\n" +
+               until(std::string("busctl --system status ") + protocol::brokerBusName + " >/dev/null 2>&1");
     }
     return lines + as(User, "--system call 1 >/dev/null\n") + as(otherAccount, "--system flood >" + said + " &\n") +
            "flood=$!\n" + until("grep -q started " + said) + as(User, "--system call " + std::to_string(rounds)) +

@@ -1,6 +1,7 @@
 #include "privileged/tool/PathWalk.h"
 
 #include <fcntl.h>
+#include <sys/statvfs.h>
 
 #include <array>
 #include <cerrno>
@@ -40,6 +41,13 @@ struct stat statusOf(int descriptor) {
   struct stat status {};
   if (::fstat(descriptor, &status) != 0) failWithSystemError("cannot look at a folder");
   return status;
+}
+
+// Owners prove nothing on a file system that people bring along; those are mounted without set-id programs.
+bool isRoots(int folder) {
+  struct statvfs fileSystem {};
+  if (::fstatvfs(folder, &fileSystem) != 0) failWithSystemError("cannot look at a file system");
+  return statusOf(folder).st_uid == 0 && (fileSystem.f_flag & ST_NOSUID) == 0;
 }
 
 class Walker {
@@ -93,7 +101,7 @@ class Walker {
     const auto status = statusOf(item.get());
     if (S_ISLNK(status.st_mode)) {
       judgeLink(name);
-      if (::geteuid() == 0 && statusOf(_folder.get()).st_uid != 0) _isLedByUser = true;
+      if (::geteuid() == 0 && !isRoots(_folder.get())) _isLedByUser = true;
       return targetOf(item.get());
     }
     if (!S_ISDIR(status.st_mode)) throw Failure("not a folder: " + _path + "/" + name);

@@ -3,9 +3,9 @@
 //
 // The walk starts at "/" and takes one step at a time, so that each symbolic link is judged where it lies: it is followed
 // only when nobody but root and the invoking user can write the folder that holds it. Root follows one that the invoking
-// user could have laid to folders of that user only: else any program of theirs could turn a job against the machine, by
-// laying a link while it runs. The last component is never followed. Paths that are relative, hold "." or "..", or name "/"
-// are refused.
+// user could have laid, in a folder of theirs or on a volume they brought along, to folders of that user only: else any
+// program of theirs could turn a job against the machine, by laying a link while it runs. The last component is never
+// followed. Paths that are relative, hold "." or "..", or name "/" are refused.
 #include <sys/stat.h>
 #include <sys/types.h>
 

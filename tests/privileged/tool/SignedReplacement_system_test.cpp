@@ -1,0 +1,55 @@
+// The tool itself under an administrator's keys: a replacement is verified before anything of the old item is touched.
+#include "tests/privileged/tool/Namespace.h"
+#include "tests/privileged/tool/SignedBundle.h"
+
+namespace ToolTests {
+namespace {
+
+class SignedReplacement : public NamespaceTest {
+ protected:
+  void SetUp() override {
+    NamespaceTest::SetUp();
+    if (IsSkipped()) return;
+    if (!overlay("/etc", "/etc")) GTEST_SKIP() << "needs an overlay over /etc";
+    fs::create_directories("/etc/kelto/trust.d");
+    for (const char* path : {"/etc/kelto", "/etc/kelto/trust.d"}) fs::permissions(path, fs::perms(0755));
+    writeWithMode("/etc/kelto/trust.d/publisher.pub", publisher.file());
+    makeVersion(installed, "1.0");
+    makeVersion(download, "2.0");
+  }
+  static void makeVersion(const fs::path& bundle, const std::string& version) {
+    writeWithMode(bundle / "Contents/Info.plist", informationList("com.example.App", version));
+    writeWithMode(bundle / "Contents/Linux/Controller", "program " + version, 0755);
+  }
+  void signDownload() {
+    ASSERT_TRUE(runs(KELTO_BIN_DIR "/kelto-manifest " + shellWord(download)));
+    publisher.sign(download / "Contents/_Signature/manifest");
+  }
+  [[nodiscard]] std::string installedProgram() const { return read(installed / "Contents/Linux/Controller"); }
+
+  tests::TemporaryFolder keys;
+  KeyPair publisher{keys, "publisher"};
+  const fs::path installed = folder / "Applications/App.app";
+  const fs::path download = folder / "Download/App.app";
+};
+
+TEST_F(SignedReplacement, TakesABundleAsItsPublisherSignedIt) {
+  signDownload();
+  expectSuccess(replace(installed, download));
+  EXPECT_EQ(installedProgram(), "program 2.0");
+}
+
+TEST_F(SignedReplacement, RefusesABundleWithoutASignature) {
+  expectRefusal(replace(installed, download), "is not signed");
+  EXPECT_EQ(installedProgram(), "program 1.0");
+}
+
+TEST_F(SignedReplacement, RefusesABundleThatWasChangedAfterItWasSigned) {
+  signDownload();
+  writeWithMode(download / "Contents/Linux/Controller", "program 6.6", 0755);
+  expectRefusal(replace(installed, download), "Contents/Linux/Controller");
+  EXPECT_EQ(installedProgram(), "program 1.0");
+}
+
+}  // namespace
+}  // namespace ToolTests

@@ -8,15 +8,12 @@
 
 #include "platform/linux/BusCall.h"
 #include "platform/linux/BusValues.h"
+#include "protocol/Notifications.h"
 
 namespace platform::Linux {
 
 namespace {
 
-constexpr const char* objectPath = "/com/kelto/DistributedNotifications";
-constexpr const char* interfaceName = "com.kelto.DistributedNotifications";
-constexpr const char* signalName = "Posted";
-constexpr const char* signalSignature = "ssa{sv}";
 constexpr std::uint64_t callPatience = 5'000'000;  // microseconds
 constexpr int messagesAtOnce = 256;                // then the run loop has its turn
 
@@ -24,7 +21,7 @@ constexpr int messagesAtOnce = 256;                // then the run loop has its 
 BusMessage signalOf(sd_bus* bus, const foundation::Notification& notification) {
   if (notification.name.find('\0') != std::string::npos || notification.object.find('\0') != std::string::npos) return {};
   sd_bus_message* message = nullptr;
-  if (sd_bus_message_new_signal(bus, &message, objectPath, interfaceName, signalName) < 0) return {};
+  if (sd_bus_message_new_signal(bus, &message, protocol::notificationsPath, protocol::notificationsInterface, protocol::notificationSignal) < 0) return {};
   BusMessage owned(message);
   int status = sd_bus_message_append(message, "ss", notification.name.c_str(), notification.object.c_str());
   if (status >= 0) status = appendDictionary(message, notification.userInfo);
@@ -32,7 +29,7 @@ BusMessage signalOf(sd_bus* bus, const foundation::Notification& notification) {
 }
 
 std::optional<foundation::Notification> notificationOf(sd_bus_message* message) {
-  if (sd_bus_message_has_signature(message, signalSignature) <= 0) return std::nullopt;
+  if (sd_bus_message_has_signature(message, protocol::notificationSignature) <= 0) return std::nullopt;
   const char* name = nullptr;
   const char* object = nullptr;
   if (sd_bus_message_read(message, "ss", &name, &object) < 0) return std::nullopt;
@@ -83,7 +80,7 @@ void DistributedNotificationCenter::State::observe() {
     static_cast<State*>(state)->receive(message);
     return 0;
   };
-  int status = sd_bus_match_signal(connection(), nullptr, nullptr, objectPath, interfaceName, signalName, onSignal, this);
+  int status = sd_bus_match_signal(connection(), nullptr, nullptr, protocol::notificationsPath, protocol::notificationsInterface, protocol::notificationSignal, onSignal, this);
   if (status < 0) log.log("Notifications from other programs cannot be received: " + std::string(std::strerror(-status)));
   status = sd_bus_request_name(connection(), identifier.c_str(), 0);
   if (status < 0 && status != -EEXIST) log.log("The bus name " + identifier + " was not given: " + std::strerror(-status));

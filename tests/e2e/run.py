@@ -21,6 +21,7 @@ import failures  # noqa: E402,F401
 import keyboard  # noqa: E402,F401
 import modes  # noqa: E402,F401
 import screens  # noqa: E402,F401
+import sdk  # noqa: E402,F401
 import server  # noqa: E402,F401
 import system  # noqa: E402,F401
 from desktop import LIBC, PR_SET_PDEATHSIG, Failure, end_on_signals, missing_programs  # noqa: E402

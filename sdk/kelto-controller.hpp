@@ -1,0 +1,60 @@
+#pragma once
+// The C++ form of kelto-controller.h: one class that owns a controller and calls a function object. Header only.
+//
+// The rules of kelto-controller.h hold: one thread at a time; nothing blocks.
+#include <functional>
+#include <memory>
+#include <new>
+#include <string>
+#include <utility>
+
+#include "kelto-controller.h"
+
+namespace kelto {
+
+class Controller {
+ public:
+  using Handler = std::function<void(int event, int number, const std::string& text)>;
+
+  // An empty identifier: the application owns its bus name and answers "quit" by itself. Throws std::bad_alloc.
+  Controller(const std::string& bundleIdentifier, Handler handler)
+      : _handler(std::make_unique<Handler>(std::move(handler))),
+        _controller(kelto_controller_new(bundleIdentifier.empty() ? nullptr : bundleIdentifier.c_str(), &happened,
+                                         _handler.get())) {
+    if (!_controller) throw std::bad_alloc();
+  }
+
+  [[nodiscard]] int fd() const { return kelto_controller_fd(_controller.get()); }
+  void dispatch() { kelto_controller_dispatch(_controller.get()); }
+
+  int setInstaller(const std::string& bundlePath) {
+    return kelto_controller_set_installer(_controller.get(), bundlePath.c_str());
+  }
+  int setWindowFrame(double x, double y, double width, double height) {
+    return kelto_controller_set_window_frame(_controller.get(), x, y, width, height);
+  }
+
+  int obtainRight() { return kelto_controller_obtain_right(_controller.get()); }
+  int install(const std::string& newBundle, const std::string& installedBundle) {
+    return kelto_controller_install(_controller.get(), newBundle.c_str(), installedBundle.c_str());
+  }
+  int update(const std::string& newBundle, const std::string& installedBundle) {
+    return kelto_controller_update(_controller.get(), newBundle.c_str(), installedBundle.c_str());
+  }
+  int remove(const std::string& installedBundle) {
+    return kelto_controller_remove(_controller.get(), installedBundle.c_str());
+  }
+
+ private:
+  static void happened(void* data, int event, int number, const char* text) {
+    (*static_cast<Handler*>(data))(event, number, text);
+  }
+
+  struct Free {
+    void operator()(kelto_controller* controller) const { kelto_controller_free(controller); }
+  };
+  std::unique_ptr<Handler> _handler;
+  std::unique_ptr<kelto_controller, Free> _controller;
+};
+
+}  // namespace kelto

@@ -3,7 +3,7 @@
 #include <cstring>
 #include <utility>
 
-#include "sdk/kelto-controller.h"
+#include <kelto/controller.h>
 
 namespace sdk {
 namespace {
@@ -77,7 +77,8 @@ void BrokerSession::copyRight() {
     const auto result = static_cast<std::int32_t>(status);
     if (result == protocol::brokerStatusSuccess) return answer(std::nullopt);
     const bool isDenied = result == protocol::brokerStatusDenied;
-    answer(Failure{isDenied ? KELTO_ERROR_DENIED : KELTO_ERROR_BROKER, "the right was not given: " + std::to_string(result)});
+    answer(
+        Failure{isDenied ? KELTO_ERROR_DENIED : KELTO_ERROR_BROKER, "the right was not given: " + std::to_string(result)});
   });
   if (!sent) answer(noCall);
 }

@@ -174,7 +174,8 @@ void Controller::handOver(const std::string& connection) {
 void Controller::installerEnded(int status) {
   if (!_job) return;
   if (!_hasHandedOver)
-    return fail({KELTO_ERROR_SILENT, "the installer ended before it had the rights, with status " + std::to_string(status)});
+    return fail(
+        {KELTO_ERROR_SILENT, "the installer ended before it had the rights, with status " + std::to_string(status)});
   _job.reset();
   _session.end();
   enter(KELTO_INSTALLER_ENDED, status, status == 0 ? "the job is done" : "the job was not done");

@@ -9,10 +9,11 @@
 #include <string>
 #include <vector>
 
+#include <kelto/controller.h>
+#include "protocol/PolicyFile.h"
 #include "sdk/BrokerSession.h"
 #include "sdk/InstallerProcess.h"
 #include "sdk/SessionBus.h"
-#include "sdk/kelto-controller.h"
 
 namespace sdk {
 
@@ -88,7 +89,7 @@ class Controller {
   bool _isDispatching = false;
   bool _isFreed = false;
 
-  std::string _installerPath = "/usr/lib/kelto/KeltoInstaller.app";
+  std::string _installerPath = std::string(protocol::packagedToolFolder) + "/KeltoInstaller.app";
   std::optional<Frame> _frame;
   std::optional<Job> _job;
   bool _isAsking = false;

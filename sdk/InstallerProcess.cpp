@@ -67,7 +67,8 @@ std::optional<InstallerBundle> readInstallerBundle(const std::string& path, std:
   const auto value = file ? foundation::PropertyList::parse(bytes, &cause) : std::nullopt;
   const auto* dictionary = value ? value->as<foundation::PropertyList::Dictionary>() : nullptr;
   const auto text = [&](const char* key) -> const std::string* {
-    const auto place = dictionary != nullptr ? dictionary->find(key) : foundation::PropertyList::Dictionary::const_iterator();
+    const auto place =
+        dictionary != nullptr ? dictionary->find(key) : foundation::PropertyList::Dictionary::const_iterator();
     return dictionary != nullptr && place != dictionary->end() ? place->second.as<std::string>() : nullptr;
   };
   const auto* executable = text("CFBundleExecutable");

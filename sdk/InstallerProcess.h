@@ -11,7 +11,7 @@
 
 namespace sdk {
 
-// What the information list of an installer's bundle says.
+// The facts of an installer's bundle, from its information list.
 struct InstallerBundle {
   std::string program;     // absolute path of the executable
   std::string identifier;  // its name on the session bus

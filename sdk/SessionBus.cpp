@@ -4,9 +4,9 @@
 #include <string_view>
 #include <utility>
 
+#include <kelto/controller.h>
 #include "protocol/Credentials.h"
 #include "protocol/Notifications.h"
-#include "sdk/kelto-controller.h"
 
 namespace sdk {
 namespace {
@@ -80,8 +80,8 @@ void SessionBus::whenOwned(const std::string& name, pid_t process, Found found) 
     return 0;
   };
   const std::string rule =
-      "type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',member='NameOwnerChanged',arg0='" + name +
-      "'";
+      "type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',member='NameOwnerChanged',arg0='" +
+      name + "'";
   sd_bus_slot* slot = nullptr;
   if (sd_bus_add_match_async(_bus.get(), &slot, rule.c_str(), onChange, nullptr, this) >= 0) _ownerChanges.reset(slot);
   // It may have been quicker than the rule.
@@ -103,13 +103,15 @@ void SessionBus::lookForOwner() {
 
 void SessionBus::compareProcess(const std::string& owner) {
   const auto write = [&](sd_bus_message* request) { return sd_bus_message_append(request, "s", owner.c_str()); };
-  callLater(_bus.get(), busMethod("GetConnectionUnixProcessID"), patienceForBus, write, [this, owner](sd_bus_message* reply) {
-    std::uint32_t number = 0;
-    if (hasFailed(reply) || sd_bus_message_read(reply, "u", &number) < 0 || static_cast<pid_t>(number) != _process) return;
-    const auto found = std::exchange(_found, nullptr);
-    stopWaiting();
-    if (found) found(owner);
-  });
+  callLater(
+      _bus.get(), busMethod("GetConnectionUnixProcessID"), patienceForBus, write, [this, owner](sd_bus_message* reply) {
+        std::uint32_t number = 0;
+        if (hasFailed(reply) || sd_bus_message_read(reply, "u", &number) < 0 || static_cast<pid_t>(number) != _process)
+          return;
+        const auto found = std::exchange(_found, nullptr);
+        stopWaiting();
+        if (found) found(owner);
+      });
 }
 
 void SessionBus::sendForm(const Form& form, const std::string& connection, Done done) {

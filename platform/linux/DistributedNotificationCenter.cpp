@@ -14,6 +14,7 @@ namespace platform::Linux {
 
 namespace {
 
+constexpr const char* signalSignature = "ssa{sv}";
 constexpr std::uint64_t callPatience = 5'000'000;  // microseconds
 constexpr int messagesAtOnce = 256;                // then the run loop has its turn
 
@@ -29,7 +30,7 @@ BusMessage signalOf(sd_bus* bus, const foundation::Notification& notification) {
 }
 
 std::optional<foundation::Notification> notificationOf(sd_bus_message* message) {
-  if (sd_bus_message_has_signature(message, protocol::notificationSignature) <= 0) return std::nullopt;
+  if (sd_bus_message_has_signature(message, signalSignature) <= 0) return std::nullopt;
   const char* name = nullptr;
   const char* object = nullptr;
   if (sd_bus_message_read(message, "ss", &name, &object) < 0) return std::nullopt;

@@ -1,4 +1,4 @@
-"""The application's side of an installation, for Python: kelto-controller.h through ctypes.
+"""The application's side of an installation, for Python: kelto/controller.h through ctypes.
 
 One thread at a time; nothing blocks. Watch `controller.fileno()` with any event loop and call `controller.dispatch()` when it
 is readable. The handler gets (event, number, text), see Event and the C header.

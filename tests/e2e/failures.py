@@ -40,8 +40,8 @@ def notification_without_credentials(world):
     installer = world.start_installer(protocol.trashPathArgument, world.road.installed)
     started = uptime()
     subprocess.run(["busctl", f"--address={world.desktop.environment['DBUS_SESSION_BUS_ADDRESS']}", "emit",
-                    "--destination=com.kelto.installer", "/com/kelto/DistributedNotifications",
-                    "com.kelto.DistributedNotifications", "Posted", "ssa{sv}", protocol.credentialsNotification, "",
+                    "--destination=com.kelto.installer", protocol.notificationsPath,
+                    protocol.notificationsInterface, protocol.notificationSignal, "ssa{sv}", protocol.credentialsNotification, "",
                     "0"], check=True)
     world.alert(installer)
     check("it did not wait for the time-out", uptime() - started < 3)

@@ -160,7 +160,7 @@ def update_flag_with_a_removal(world):
 @scenario("bus")
 def second_notification(world):
     """Rights that come twice are taken twice, and the update happens once; only the installer's connection gets them."""
-    monitor = world.desktop.start("monitor", ["dbus-monitor", "--session", "interface='com.kelto.DistributedNotifications'"])
+    monitor = world.desktop.start("monitor", ["dbus-monitor", "--session", f"interface='{protocol.notificationsInterface}'"])
     wait_for("the monitor", lambda: "NameLost" in monitor.text())
     installer = world.start("update", Credentials="twice")
     world.expect_update_ends(installer)

@@ -12,7 +12,7 @@
 #include <string.h>
 #include <unistd.h>
 
-#include "kelto-controller.h"
+#include <kelto/controller.h>
 
 static int running = 1;
 
@@ -24,7 +24,7 @@ static void happened(void* data, int event, int number, const char* text) {
   if (event == KELTO_QUIT_REQUESTED) running = 0;
 }
 
-/* What the information list of the bundle says. A test gives each run one of its own. */
+/* The bundle identifier, as in the information list. A test gives each run one of its own. */
 static const char* identifier(void) {
   const char* given = getenv("EDITOR_IDENTIFIER");
   return given != NULL ? given : "com.example.Editor";

@@ -11,7 +11,7 @@ import sys
 import kelto_controller
 from kelto_controller import Event
 
-# What the information list of the bundle says. A test gives each run one of its own.
+# The bundle identifier, as in the information list. A test gives each run one of its own.
 IDENTIFIER = os.environ.get("EDITOR_IDENTIFIER", "com.example.Editor")
 BUNDLE = pathlib.Path(__file__).resolve().parents[2]
 

@@ -7,11 +7,11 @@
 #include <QSocketNotifier>
 #include <cstdio>
 
-#include "kelto-controller.hpp"
+#include <kelto/controller.hpp>
 
 namespace {
 
-// What the information list of the bundle says. A test gives each run one of its own.
+// The bundle identifier, as in the information list. A test gives each run one of its own.
 std::string identifier() { return qEnvironmentVariable("EDITOR_IDENTIFIER", "com.example.Editor").toStdString(); }
 
 // This program is BUNDLE/Contents/Linux/editor.
@@ -21,7 +21,8 @@ class Editor final : public QLabel {
  public:
   explicit Editor(bool resumed)
       : QLabel(resumed ? "A new version runs" : "Ready"),
-        _controller(identifier(), [this](int event, int number, const std::string& text) { happened(event, number, text); }),
+        _controller(identifier(),
+                    [this](int event, int number, const std::string& text) { happened(event, number, text); }),
         _notifier(_controller.fd(), QSocketNotifier::Read) {
     QObject::connect(&_notifier, &QSocketNotifier::activated, this, [this] { _controller.dispatch(); });
     setWindowTitle("Editor");

@@ -17,6 +17,7 @@
 #include "platform/linux/BusValues.h"
 #include "platform/linux/Descriptor.h"
 #include "protocol/Credentials.h"
+#include "protocol/Notifications.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/PrivateBus.h"
 #include "tests/support/TemporaryFolder.h"
@@ -332,8 +333,8 @@ class ForeignSignals : public DistributedNotifications {
 
   template <class... Arguments>
   void send(const char* types, Arguments... arguments) {
-    ASSERT_GE(sd_bus_emit_signal(connection.get(), "/com/kelto/DistributedNotifications",
-                                 "com.kelto.DistributedNotifications", "Posted", types, arguments...),
+    ASSERT_GE(sd_bus_emit_signal(connection.get(), protocol::notificationsPath, protocol::notificationsInterface,
+                                 protocol::notificationSignal, types, arguments...),
               0);
     sd_bus_flush(connection.get());
   }

@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "platform/Platform.h"
+#include "protocol/Notifications.h"
 #include "tests/platform/linux/qt/QtTest.h"
 #include "tests/platform/linux/qt/TestApplication.h"
 #include "tests/support/Eventually.h"
@@ -240,9 +241,9 @@ TEST_F(ApplicationMainTest, ANotificationOfAnotherProgramReachesTheDelegate) {
   const tests::PrivateBus bus;
   auto application = start("-Observe Credentials");
   ASSERT_TRUE(eventually([this] { return hasSaid("shown"); })) << errors();
-  const std::string emit =
-      "busctl --user emit /com/kelto/DistributedNotifications com.kelto.DistributedNotifications Posted 'ssa{sv}' "
-      "Credentials '' 0 2>&1";
+  const std::string emit = std::string("busctl --user emit ") + protocol::notificationsPath + " " +
+                           protocol::notificationsInterface + " " + protocol::notificationSignal +
+                           " 'ssa{sv}' Credentials '' 0 2>&1";
   EXPECT_EQ(outputOf(emit), "");
   EXPECT_TRUE(eventually([this] { return hasSaid("received Credentials"); })) << errors();
 }

@@ -14,6 +14,7 @@
 #include <string>
 
 #include "protocol/Broker.h"
+#include "protocol/Notifications.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/OtherProcess.h"
 #include "tests/support/PrivateBus.h"
@@ -24,8 +25,8 @@ namespace {
 constexpr const char* brokerName = protocol::brokerBusName;
 constexpr const char* brokerPath = protocol::brokerObjectPath;
 constexpr const char* adminRight = protocol::adminRight;
-constexpr const char* notificationPath = "/com/kelto/DistributedNotifications";
-constexpr const char* notificationInterface = "com.kelto.DistributedNotifications";
+constexpr const char* notificationPath = protocol::notificationsPath;
+constexpr const char* notificationInterface = protocol::notificationsInterface;
 using Form = std::array<unsigned char, 32>;
 
 enum class Use { NotYet, Refused, Gained };
@@ -117,7 +118,7 @@ class Program {
   }
   void handOver(const char* receiver, const Form& form) {
     sd_bus_message* signal = nullptr;
-    sd_bus_message_new_signal(_bus, &signal, notificationPath, notificationInterface, "Posted");
+    sd_bus_message_new_signal(_bus, &signal, notificationPath, notificationInterface, protocol::notificationSignal);
     sd_bus_message_set_destination(signal, receiver);
     sd_bus_message_append(signal, "ss", "KeltoCredentials", "com.kelto.Kelto");
     sd_bus_message_open_container(signal, 'a', "{sv}");
@@ -136,7 +137,8 @@ class Program {
       sd_bus_message* message = nullptr;
       if (sd_bus_process(_bus, &message) == 0) sd_bus_wait(_bus, UINT64_MAX);
       Form form{};
-      const bool found = message != nullptr && sd_bus_message_is_signal(message, notificationInterface, "Posted") > 0 &&
+      const bool found = message != nullptr &&
+                         sd_bus_message_is_signal(message, notificationInterface, protocol::notificationSignal) > 0 &&
                          readForm(message, form);
       sd_bus_message_unref(message);
       if (found) return form;

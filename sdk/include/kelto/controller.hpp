@@ -1,14 +1,14 @@
 #pragma once
-// The C++ form of kelto-controller.h: one class that owns a controller and calls a function object. Header only.
+// The C++ form of kelto/controller.h: one class that owns a controller and calls a function object. Header only.
 //
-// The rules of kelto-controller.h hold: one thread at a time; nothing blocks.
+// The rules of kelto/controller.h hold: one thread at a time; nothing blocks.
 #include <functional>
 #include <memory>
 #include <new>
 #include <string>
 #include <utility>
 
-#include "kelto-controller.h"
+#include <kelto/controller.h>
 
 namespace kelto {
 

@@ -2,11 +2,12 @@
  * The application's side of an installation: obtains administrator rights, starts the installer, hands the rights over to
  * that process and to no other, and answers the installer's request to quit.
  *
- * Nothing here blocks, and nothing here makes a thread. A controller has one file descriptor: when it becomes readable, call
- * kelto_controller_dispatch(), which calls the handler with what has happened. Any event loop can watch the descriptor.
+ * Nothing here blocks, and nothing here makes a thread. A controller has one file descriptor: when it becomes readable,
+ * call kelto_controller_dispatch(), which calls the handler with what has happened. Any event loop can watch the
+ * descriptor.
  *
- * A controller belongs to one thread at a time. Paths and texts are UTF-8. Functions that return int return 0, or a negative
- * errno value when they were called in a way that cannot work; what goes wrong later is told by KELTO_FAILED.
+ * A controller belongs to one thread at a time. Paths and texts are UTF-8. Functions that return int return 0, or a
+ * negative errno value when they were called in a way that cannot work; what goes wrong later is told by KELTO_FAILED.
  *
  *     static void happened(void* data, int event, int number, const char* text) { ... }
  *
@@ -29,7 +30,7 @@ extern "C" {
 
 typedef struct kelto_controller kelto_controller;
 
-/* What the handler is told. `number` and `text` depend on the event; `text` is English, for a log, never NULL, and valid
+/* The events. `number` and `text` depend on the event; `text` is English, for a log, never NULL, and valid
  * until the handler returns. */
 enum kelto_event {
   /* The user, or a rule of the administrator, gave the right. */
@@ -79,7 +80,7 @@ KELTO_API int kelto_controller_fd(const kelto_controller* controller);
 /* Does what can be done without waiting, and calls the handler for each event. */
 KELTO_API void kelto_controller_dispatch(kelto_controller* controller);
 
-/* The installer's bundle; without it "/usr/lib/kelto/KeltoInstaller.app". */
+/* The installer's bundle. Without a call it is the one that the distribution's package installs. */
 KELTO_API int kelto_controller_set_installer(kelto_controller* controller, const char* bundle_path);
 
 /* Where the application's window is, so that the installer's window comes to lie over it: points, origin at the bottom left
@@ -91,14 +92,14 @@ KELTO_API int kelto_controller_set_window_frame(kelto_controller* controller, do
 KELTO_API int kelto_controller_obtain_right(kelto_controller* controller);
 
 /* The jobs, with absolute paths. The new bundle is taken from where it is; the installed one is replaced, or moved to the
- * Trash. After an update the installer starts the new version, which kelto_take_resume_argument() tells. -EBUSY while another
- * job runs. */
+ * Trash. After an update the installer starts the new version, which kelto_take_resume_argument() tells. -EBUSY while
+ * another job runs. */
 KELTO_API int kelto_controller_install(kelto_controller* controller, const char* new_bundle, const char* installed_bundle);
 KELTO_API int kelto_controller_update(kelto_controller* controller, const char* new_bundle, const char* installed_bundle);
 KELTO_API int kelto_controller_remove(kelto_controller* controller, const char* installed_bundle);
 
-/* Whether the installer started this process to finish an update. The arguments that say so are taken out of `argv`, so that
- * the application's own parser never meets them. Call it first in main(). */
+/* Whether the installer started this process to finish an update. The arguments that say so are taken out of `argv`, so
+ * that the application's own parser never meets them. Call it first in main(). */
 KELTO_API int kelto_take_resume_argument(int* argc, char** argv);
 
 /* The version of the library that runs, as "major.minor.patch". */

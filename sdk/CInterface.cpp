@@ -1,4 +1,4 @@
-#include "sdk/kelto-controller.h"
+#include <kelto/controller.h>
 
 #include <cerrno>
 #include <cstring>

@@ -8,4 +8,8 @@ inline constexpr const char* notificationsPath = "/com/kelto/DistributedNotifica
 inline constexpr const char* notificationsInterface = "com.kelto.DistributedNotifications";
 inline constexpr const char* notificationSignal = "Posted";
 
+// A program that gets notifications owns two names on the bus: its bundle identifier, which one process at a time can have,
+// and the identifier with this word and the process's number, by which the program that started it finds it.
+inline constexpr const char* processNameInfix = ".Process";
+
 }  // namespace protocol

@@ -80,7 +80,8 @@ void SessionBus::whenOwned(const std::string& name, pid_t process, Found found) 
     return 0;
   };
   const std::string rule =
-      "type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',member='NameOwnerChanged',arg0='" +
+      "type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',member='NameOwnerChanged',"
+      "arg0namespace='" +
       name + "'";
   sd_bus_slot* slot = nullptr;
   if (sd_bus_add_match_async(_bus.get(), &slot, rule.c_str(), onChange, nullptr, this) >= 0) _ownerChanges.reset(slot);
@@ -88,13 +89,19 @@ void SessionBus::whenOwned(const std::string& name, pid_t process, Found found) 
   lookForOwner();
 }
 
+// Another installer may have the common name, while it still shows an alert.
+void SessionBus::lookForOwner() {
+  lookForOwnerOf(_name + protocol::processNameInfix + std::to_string(_process));
+  lookForOwnerOf(_name);
+}
+
 void SessionBus::stopWaiting() {
   _ownerChanges.reset();
   _found = nullptr;
 }
 
-void SessionBus::lookForOwner() {
-  const auto write = [this](sd_bus_message* request) { return sd_bus_message_append(request, "s", _name.c_str()); };
+void SessionBus::lookForOwnerOf(const std::string& name) {
+  const auto write = [&](sd_bus_message* request) { return sd_bus_message_append(request, "s", name.c_str()); };
   callLater(_bus.get(), busMethod("GetNameOwner"), patienceForBus, write, [this](sd_bus_message* reply) {
     const char* owner = nullptr;
     if (!hasFailed(reply) && sd_bus_message_read(reply, "s", &owner) >= 0) compareProcess(owner);

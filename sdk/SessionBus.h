@@ -40,6 +40,7 @@ class SessionBus {
   using Slot = std::unique_ptr<sd_bus_slot, Unref>;
 
   void lookForOwner();
+  void lookForOwnerOf(const std::string& name);
   void compareProcess(const std::string& owner);
 
   static const sd_bus_vtable applicationMethods[];

@@ -66,7 +66,9 @@ def start_installer(installer, new_bundle):
 
 
 def when_owned_by(bus, name, process, found):
-    """Calls found(connection) once that process owns the name: it listens then."""
+    """Calls found(connection) once that process owns its name, the bundle identifier with its number: it listens then."""
+    name = f"{name}.Process{process.pid}"
+
     def look(*_):
         try:
             owner = bus_call(bus, "GetNameOwner", GLib.Variant("(s)", (name,)))
@@ -74,8 +76,10 @@ def when_owned_by(bus, name, process, found):
         except GLib.Error:
             return
         if number == process.pid:
+            bus.signal_unsubscribe(subscription)
             found(owner)
-    bus.signal_subscribe("org.freedesktop.DBus", "org.freedesktop.DBus", "NameOwnerChanged", None, name, 0, look)
+
+    subscription = bus.signal_subscribe("org.freedesktop.DBus", "org.freedesktop.DBus", "NameOwnerChanged", None, name, 0, look)
     look()
 
 

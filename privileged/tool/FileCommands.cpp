@@ -25,7 +25,7 @@ SourceAndDestination bothItems(const Request& request) {
   Staging::clearLeftovers(items.destination, request.walk);
   Staging::clearLeftovers(items.source, request.walk);
   requireItem(items.source);
-  if (items.destination.exists()) requireItem(items.destination);
+  if (items.destination.exists()) requireBoundedItem(items.destination, request.bounds);
   refuseNesting(items.source, items.destination);
   return items;
 }
@@ -83,7 +83,7 @@ std::function<bool()> takeAwayIfPossible(const Location& source) {
 Outcome removeFile(const Request& request) {
   const auto item = request.locate(protocol::filePathKey);
   Staging::clearLeftovers(item, request.walk);
-  requireItem(item);
+  requireBoundedItem(item, request.bounds);
   if (!takeAway(item)()) throw Failure("could not delete all of " + item.path);
   return {.report = "removed " + item.path, .output = "removed " + item.path, .afterwards = {}};
 }
@@ -91,9 +91,9 @@ Outcome removeFile(const Request& request) {
 Outcome copyFile(const Request& request) {
   const auto [source, destination] = bothItems(request);
   requireNothing(destination);
-  const auto found = surveyWithoutSpecialFiles(source, std::nullopt);
+  const auto found = surveyWithoutSpecialFiles(source, std::nullopt, request.bounds);
   const Staging staging(destination);
-  stageCopy(source, staging, std::nullopt, found.entries);
+  stageCopy(source, staging, std::nullopt, found);
   placeNewItem(staging, destination);
   return {.report = "copied to " + destination.path, .output = "copied to " + destination.path, .afterwards = {}};
 }
@@ -115,9 +115,9 @@ Outcome moveFile(const Request& request) {
     return outcome;
   }
   if (error != EXDEV) failWithSystemError("cannot move " + source.path, error);
-  const auto found = surveyWithoutSpecialFiles(source, std::nullopt);
+  const auto found = surveyWithoutSpecialFiles(source, std::nullopt, request.bounds);
   const Staging staging(destination);
-  stageCopy(source, staging, std::nullopt, found.entries);
+  stageCopy(source, staging, std::nullopt, found);
   placeNewItem(staging, destination);
   try {
     outcome.afterwards = [remove = takeAway(source)] {
@@ -135,7 +135,7 @@ Outcome replaceItem(const Request& request) {
   const auto old = destination.status();
   const auto owner = ownerAt(destination, old, request.walk);
   const auto keys = trustedKeys();
-  auto found = surveyWithoutSpecialFiles(source, owner);
+  auto found = surveyWithoutSpecialFiles(source, owner, request.bounds);
   if (mustBeFresh(owner, request.walk, keys)) found.mustBeCopied = true;
   const auto staging = std::make_shared<Staging>(destination);
   // From here to the try nothing may throw: the staging folder may hold the only copy of the new item.
@@ -144,7 +144,7 @@ Outcome replaceItem(const Request& request) {
   const bool moved = takeIntoStaging(source, found, *staging);
   try {
     if (!moved) {
-      stageCopy(source, *staging, owner, found.entries);
+      stageCopy(source, *staging, owner, found);
     } else {
       if (found.needsAdoption) adoption.apply(staging->folder(), Staging::NewItem);
       // The notes with it: were the item's new place on the disk without them, nobody would know where it belongs.

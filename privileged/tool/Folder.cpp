@@ -11,6 +11,7 @@
 #include <climits>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 
 #include "privileged/tool/Failure.h"
 
@@ -30,15 +31,6 @@ int renameInTwoSteps(int fromFolder, const std::string& from, int toFolder, cons
   return error;
 }
 
-// A user's own folder may lack the rights that emptying it needs.
-FileDescriptor openFolderToEmpty(int parent, const std::string& name) {
-  auto folder = openFolderIn(parent, name);
-  struct stat status {};
-  if (!folder || ::geteuid() == 0 || ::fstat(folder.get(), &status) != 0) return folder;
-  if ((status.st_mode & S_IRWXU) != S_IRWXU) ::fchmod(folder.get(), (status.st_mode & ALLPERMS) | S_IRWXU);
-  return folder;
-}
-
 void appendEntries(const char* bytes, long length, std::vector<FolderEntry>& entries) {
   for (long offset = 0; offset < length;) {
     dirent64 entry{};
@@ -54,17 +46,20 @@ void appendEntries(const char* bytes, long length, std::vector<FolderEntry>& ent
 
 }  // namespace
 
-std::vector<FolderEntry> entriesOf(int folder) {
+std::optional<std::vector<FolderEntry>> entriesOf(int folder, std::size_t maximum) {
   std::vector<FolderEntry> entries;
-  static std::array<char, 32768> buffer;  // one thread; kept off the stack, which grows with the depth of trees
+  static std::array<char, 32768> buffer;  // one thread
   if (::lseek(folder, 0, SEEK_SET) < 0) failWithSystemError("cannot read a folder");
   for (;;) {
     const long length = ::syscall(SYS_getdents64, folder, buffer.data(), buffer.size());
     if (length < 0) failWithSystemError("cannot read a folder");
     if (length == 0) return entries;
     appendEntries(buffer.data(), length, entries);
+    if (entries.size() > maximum) return std::nullopt;
   }
 }
+
+std::vector<FolderEntry> entriesOf(int folder) { return *entriesOf(folder, std::numeric_limits<std::size_t>::max()); }
 
 FileDescriptor openFolderIn(int parent, const std::string& name) {
   open_how how{};
@@ -89,23 +84,6 @@ std::string pathOfDescriptor(int descriptor) { return "/proc/self/fd/" + std::to
 
 void syncFolder(int folder) {
   if (::fsync(folder) != 0) failWithSystemError("cannot sync a folder");
-}
-
-bool emptyFolder(int folder) {
-  bool complete = true;
-  try {
-    for (const auto& entry : entriesOf(folder)) complete = removeTree(folder, entry.name) && complete;
-  } catch (const Failure&) {
-    complete = false;
-  }
-  return complete;
-}
-
-bool removeTree(int parent, const std::string& name) {
-  if (::unlinkat(parent, name.c_str(), 0) == 0 || errno == ENOENT) return true;
-  const auto folder = openFolderToEmpty(parent, name);
-  if (!folder || !emptyFolder(folder.get())) return false;
-  return ::unlinkat(parent, name.c_str(), AT_REMOVEDIR) == 0;
 }
 
 }  // namespace AssistantTool

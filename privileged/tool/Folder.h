@@ -3,6 +3,8 @@
 // or goes from one file system to another.
 #include <sys/types.h>
 
+#include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,10 +14,12 @@ namespace AssistantTool {
 
 struct FolderEntry {
   std::string name;
-  bool isFolder = false;
+  bool isFolder = false;  // or may be one: some file systems do not tell
 };
 
-// All entries but "." and "..", read before the caller changes anything. Throws Failure.
+// All entries but "." and "..", read before the caller changes anything; nullopt when there are more than `maximum`. Throws
+// Failure.
+std::optional<std::vector<FolderEntry>> entriesOf(int folder, std::size_t maximum);
 std::vector<FolderEntry> entriesOf(int folder);
 
 // Opens the folder `name` in `parent` for reading. Not open, with errno set, when it is not a folder, or is a link or
@@ -34,10 +38,5 @@ std::string pathOfDescriptor(int descriptor);
 
 // Brings a folder's own entries to the disk. Throws Failure.
 void syncFolder(int folder);
-
-// Removes `name` and all below it, or all below `folder`. Mounts inside are left, and the folders above them. True when
-// nothing is left.
-bool removeTree(int parent, const std::string& name);
-bool emptyFolder(int folder);
 
 }  // namespace AssistantTool

@@ -9,6 +9,7 @@
 #include "privileged/tool/Folder.h"
 #include "privileged/tool/MountTable.h"
 #include "privileged/tool/TreeCopy.h"
+#include "privileged/tool/TreeRemoval.h"
 
 namespace AssistantTool {
 namespace {
@@ -40,6 +41,12 @@ struct stat requireItem(const Location& item) {
   return *status;
 }
 
+struct stat requireBoundedItem(const Location& item, const TreeBounds& bounds) {
+  const auto status = requireItem(item);
+  requireBounded(item.folder.get(), item.name, bounds);
+  return status;
+}
+
 void requireNothing(const Location& item) {
   if (item.exists()) throw Failure("something is already at " + item.path);
 }
@@ -53,20 +60,20 @@ void refuseNesting(const Location& one, const Location& other) {
   if (first && liesInside(other, *first)) throw Failure("the destination is inside the source");
 }
 
-TreeSurvey surveyWithoutSpecialFiles(const Location& item, std::optional<Owner> owner) {
-  const auto found = survey(item.folder.get(), item.name, owner);
+TreeSurvey surveyWithoutSpecialFiles(const Location& item, std::optional<Owner> owner, const TreeBounds& bounds) {
+  const auto found = survey(item.folder.get(), item.name, owner, bounds);
   if (found.hasSpecialFiles) throw Failure("a device, socket or pipe is in " + item.path);
   return found;
 }
 
-void stageCopy(const Location& source, const Staging& staging, std::optional<Owner> owner, std::size_t entries) {
+void stageCopy(const Location& source, const Staging& staging, std::optional<Owner> owner, const TreeSurvey& found) {
   if (::mkdirat(staging.folder(), Staging::HardLinks, S_IRWXU) != 0)
     failWithSystemError("cannot write in the staging folder");
   const auto links = openFolderIn(staging.folder(), Staging::HardLinks);
   if (!links) failWithSystemError("cannot open the staging folder");
-  copyTree(source.folder.get(), source.name, staging.folder(), Staging::NewItem, links.get(), owner);
+  copyTree(source.folder.get(), source.name, staging.folder(), Staging::NewItem, links.get(), owner, found.bounds);
   removeTree(staging.folder(), Staging::HardLinks);
-  syncTree(staging.folder(), Staging::NewItem, entries);
+  syncTree(staging.folder(), Staging::NewItem, found.entries);
 }
 
 void placeNewItem(const Staging& staging, const Location& destination) {

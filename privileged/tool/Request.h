@@ -4,6 +4,7 @@
 #include <string>
 
 #include "privileged/tool/PathWalk.h"
+#include "privileged/tool/TreeWalk.h"
 #include "protocol/InstructionArchive.h"
 
 namespace AssistantTool {
@@ -11,6 +12,7 @@ namespace AssistantTool {
 struct Request {
   const InstructionArchive::Instructions& instructions;
   const PathWalk& walk;
+  TreeBounds bounds{};  // of the trees that the job goes through
 
   // The item named by the value of `key`. Throws Failure when the key is missing or the path refused.
   [[nodiscard]] Location locate(const char* key) const;

@@ -14,6 +14,7 @@
 
 #include "privileged/tool/Failure.h"
 #include "privileged/tool/Folder.h"
+#include "privileged/tool/TreeRemoval.h"
 
 namespace AssistantTool {
 namespace {

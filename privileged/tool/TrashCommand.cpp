@@ -13,6 +13,7 @@
 #include "privileged/tool/Items.h"
 #include "privileged/tool/MountTable.h"
 #include "privileged/tool/TrashFolder.h"
+#include "privileged/tool/TreeRemoval.h"
 #include "protocol/ToolProtocol.h"
 
 namespace AssistantTool {
@@ -40,8 +41,8 @@ User userOf(uid_t number) {
 
 class Trasher {
  public:
-  Trasher(const Location& item, const struct stat& status, const PathWalk& walk)
-      : _item(item), _status(status), _walk(walk), _user(userOf(walk.user())) {}
+  Trasher(const Location& item, const struct stat& status, const Request& request)
+      : _item(item), _status(status), _walk(request.walk), _bounds(request.bounds), _user(userOf(_walk.user())) {}
 
   // The home Trash when it is on the same file system, else the volume's. File managers do not look for a Trash on the root
   // file system, so from there an item is copied to the home Trash first.
@@ -114,14 +115,14 @@ class Trasher {
   }
 
   Outcome copyTo(const TrashFolder& trash) {
-    const auto found = surveyWithoutSpecialFiles(_item, _user.owner);
+    const auto found = surveyWithoutSpecialFiles(_item, _user.owner, _bounds);
     trash.finishKilledJobs(_walk);
     Staging staging(trash.itemLocation("."));
     const auto name = trash.reserveName(_item.path, _status, staging);
     const auto place = trash.itemLocation(name);
     bool placed = false;
     try {
-      stageCopy(_item, staging, _user.owner, found.entries);
+      stageCopy(_item, staging, _user.owner, found);
       placeNewItem(staging, place);
       placed = true;
       trash.sync();
@@ -143,6 +144,7 @@ class Trasher {
   const Location& _item;
   struct stat _status;
   const PathWalk& _walk;
+  TreeBounds _bounds;
   User _user;
   Outcome _outcome;
 };
@@ -152,8 +154,8 @@ class Trasher {
 Outcome trashFile(const Request& request) {
   const auto item = request.locate(protocol::filePathKey);
   Staging::clearLeftovers(item, request.walk);
-  const auto status = requireItem(item);
-  return Trasher(item, status, request.walk).perform();
+  const auto status = requireBoundedItem(item, request.bounds);
+  return Trasher(item, status, request).perform();
 }
 
 }  // namespace AssistantTool

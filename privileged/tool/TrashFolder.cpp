@@ -187,7 +187,7 @@ void TrashFolder::sync() const {
 }
 
 void TrashFolder::handOver(const std::string& name) const {
-  if (!survey(_files.get(), name, _user).needsAdoption) return;
+  if (!survey(_files.get(), name, _user, anyNumberOfEntries).needsAdoption) return;
   Adoption(_user).apply(_files.get(), name);
   // Entry by entry would not do: a symbolic link, whose owner is new too, cannot be synced by itself.
   syncFileSystem(_files.get());

@@ -9,6 +9,7 @@
 
 #include "privileged/tool/Failure.h"
 #include "privileged/tool/Folder.h"
+#include "privileged/tool/TreeWalk.h"
 
 namespace AssistantTool {
 namespace {
@@ -33,22 +34,27 @@ bool isGainedByAUser(const struct stat& status, std::optional<Owner> owner) {
   return owner && owner->user != 0 && owner->user != status.st_uid && ::geteuid() == 0;
 }
 
-FileDescriptor folderToRead(int parent, const std::string& name) {
-  auto folder = openFolderIn(parent, name);
-  if (!folder) failWithSystemError("cannot open the folder " + name);
-  return folder;
-}
-
 bool hasSeveralNames(const struct stat& status) { return !S_ISDIR(status.st_mode) && status.st_nlink > 1; }
 
 // For every entry of the tree, contents before their folder.
 template <typename Visit>
-void visitTree(int parent, const std::string& name, const Visit& visit) {
-  if (S_ISDIR(statusIn(parent, name).st_mode)) {
-    const auto folder = folderToRead(parent, name);
-    for (const auto& entry : entriesOf(folder.get())) visitTree(folder.get(), entry.name, visit);
+class ContentsFirst final : public TreeVisitor {
+ public:
+  explicit ContentsFirst(const Visit& visit) : _visit(visit) {}
+  FileDescriptor arrive(int parent, const FolderEntry& entry) override {
+    auto folder = openIfFolder(parent, entry);
+    if (!folder) _visit(parent, entry.name);
+    return folder;
   }
-  visit(parent, name);
+  void leave(int parent, const std::string& name, int /*folder*/) override { _visit(parent, name); }
+
+ private:
+  const Visit& _visit;
+};
+template <typename Visit>
+void visitTree(int parent, const std::string& name, const Visit& visit) {
+  ContentsFirst<Visit> visitor(visit);
+  walkTree(parent, name, visitor, anyNumberOfEntries);
 }
 
 // The names that files with several have in one tree.
@@ -72,12 +78,12 @@ class LinkCounts {
   std::map<ino_t, Names> _names;
 };
 
-class Surveyor {
+class Surveyor final : public TreeVisitor {
  public:
-  explicit Surveyor(std::optional<Owner> owner) : _owner(owner) {}
+  Surveyor(std::optional<Owner> owner, const TreeBounds& bounds) : _owner(owner) { _found.bounds = bounds; }
 
-  void look(int parent, const std::string& name) {
-    const auto status = statusIn(parent, name);
+  FileDescriptor arrive(int parent, const FolderEntry& entry) override {
+    const auto status = statusIn(parent, entry.name);
     ++_found.entries;
     _links.add(status);
     if (isToBeAdopted(status, _owner)) {
@@ -85,12 +91,9 @@ class Surveyor {
       const bool losesBits = S_ISREG(status.st_mode) && (status.st_mode & SetIDBits) != 0;
       if (hasSeveralNames(status) || losesBits || isGainedByAUser(status, _owner)) _found.mustBeCopied = true;
     }
-    if (!S_ISDIR(status.st_mode)) {
-      if (!S_ISREG(status.st_mode) && !S_ISLNK(status.st_mode)) _found.hasSpecialFiles = true;
-      return;
-    }
-    const auto folder = folderToRead(parent, name);
-    for (const auto& entry : entriesOf(folder.get())) look(folder.get(), entry.name);
+    const auto kind = status.st_mode & S_IFMT;
+    if (kind != S_IFDIR && kind != S_IFREG && kind != S_IFLNK) _found.hasSpecialFiles = true;
+    return kind == S_IFDIR ? openIfFolder(parent, {.name = entry.name, .isFolder = true}) : FileDescriptor();
   }
   TreeSurvey finish() {
     if (_links.hasOutsideLinks()) _found.mustBeCopied = true;
@@ -107,25 +110,29 @@ void changeMode(int item, mode_t mode, const std::string& name) {
   if (::chmod(pathOfDescriptor(item).c_str(), mode) != 0) failWithSystemError("cannot change the mode of " + name);
 }
 
-void syncEntries(int parent, const std::string& name) {
-  const auto status = statusIn(parent, name);
-  if (S_ISDIR(status.st_mode)) {
-    const auto folder = folderToRead(parent, name);
-    for (const auto& entry : entriesOf(folder.get())) syncEntries(folder.get(), entry.name);
-    return syncFolder(folder.get());
-  }
-  if (!S_ISREG(status.st_mode)) return;
+void syncFile(int parent, const std::string& name) {
+  if (!S_ISREG(statusIn(parent, name).st_mode)) return;
   const FileDescriptor file(::openat(parent, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   // A file that its user may write but not read is left to the file system's own pace.
   if (!file && errno == EACCES) return;
   if (!file || ::fsync(file.get()) != 0) failWithSystemError("cannot sync " + name);
 }
 
+class Syncer final : public TreeVisitor {
+ public:
+  FileDescriptor arrive(int parent, const FolderEntry& entry) override {
+    auto folder = openIfFolder(parent, entry);
+    if (!folder) syncFile(parent, entry.name);
+    return folder;
+  }
+  void leave(int /*parent*/, const std::string& /*name*/, int folder) override { syncFolder(folder); }
+};
+
 }  // namespace
 
-TreeSurvey survey(int parent, const std::string& name, std::optional<Owner> owner) {
-  Surveyor surveyor(owner);
-  surveyor.look(parent, name);
+TreeSurvey survey(int parent, const std::string& name, std::optional<Owner> owner, const TreeBounds& bounds) {
+  Surveyor surveyor(owner, bounds);
+  walkTree(parent, name, surveyor, bounds);
   return surveyor.finish();
 }
 
@@ -175,10 +182,9 @@ void Adoption::undo(int parent, const std::string& name) const {
 }
 
 void syncTree(int parent, const std::string& name, std::size_t entries) {
-  if (entries <= FewEntries)
-    syncEntries(parent, name);
-  else
-    syncFileSystem(parent);
+  if (entries > FewEntries) return syncFileSystem(parent);
+  Syncer syncer;
+  walkTree(parent, name, syncer, anyNumberOfEntries);
 }
 
 void syncFileSystem(int folder) {

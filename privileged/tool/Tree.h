@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "privileged/tool/TreeWalk.h"
+
 namespace AssistantTool {
 
 struct Owner {
@@ -17,6 +19,7 @@ struct Owner {
 };
 
 struct TreeSurvey {
+  TreeBounds bounds;  // that the tree is within
   std::size_t entries = 0;
   // An entry belongs to someone other than the wanted owner, or carries a set-id bit.
   bool needsAdoption = false;
@@ -26,8 +29,9 @@ struct TreeSurvey {
   bool hasSpecialFiles = false;  // a device, socket or pipe
 };
 
-// Looks at every entry of the tree `name` in `parent`; changes nothing. Throws Failure when something cannot be read.
-TreeSurvey survey(int parent, const std::string& name, std::optional<Owner> owner);
+// Looks at every entry of the tree `name` in `parent`; changes nothing. Throws Failure when something cannot be read, and
+// when the tree is beyond the bounds.
+TreeSurvey survey(int parent, const std::string& name, std::optional<Owner> owner, const TreeBounds& bounds);
 
 // Gives every entry of a tree to one owner (when there is one) and drops its set-id bits; contents come before their
 // folder, so that nobody gains a folder in which others still have something. A file with several names is left alone:

@@ -5,10 +5,12 @@
 
 #include <array>
 #include <cerrno>
+#include <vector>
 
 #include "privileged/tool/Failure.h"
 #include "privileged/tool/FileContents.h"
 #include "privileged/tool/Folder.h"
+#include "privileged/tool/FolderChain.h"
 
 namespace AssistantTool {
 namespace {
@@ -21,35 +23,47 @@ struct stat statusOf(int item, const std::string& name) {
   return status;
 }
 
-class TreeCopier {
+class TreeCopier final : public TreeVisitor {
  public:
-  TreeCopier(int links, std::optional<Owner> owner) : _links(links), _owner(owner) {
+  // The copy of the tree's topmost entry is to be called `newName`.
+  TreeCopier(int to, std::string newName, int links, std::optional<Owner> owner)
+      : _to(to), _newName(std::move(newName)), _links(links), _owner(owner) {
     if (::fstatat(links, "..", &_staging, AT_SYMLINK_NOFOLLOW) != 0)
       failWithSystemError("cannot look at the staging folder");
   }
 
-  void copy(int from, const std::string& name, int to, const std::string& newName) {
+  FileDescriptor arrive(int from, const FolderEntry& entry) override {
+    const bool isTop = _copies.levels() == 0;
+    const int to = isTop ? _to : _copies.deepest();
+    const auto& newName = isTop ? _newName : entry.name;
     struct stat status {};
-    if (::fstatat(from, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) failWithSystemError("cannot look at " + name);
-    if (S_ISDIR(status.st_mode)) return copyFolder(from, name, to, newName);
-    if (S_ISLNK(status.st_mode)) return copyLink(from, name, to, newName, status);
-    if (S_ISREG(status.st_mode)) return copyFile(from, name, to, newName);
-    throw Failure("not a file, folder or link: " + name);
+    if (::fstatat(from, entry.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+      failWithSystemError("cannot look at " + entry.name);
+    if (S_ISDIR(status.st_mode)) return startFolder(from, entry.name, to, newName);
+    if (!S_ISLNK(status.st_mode) && !S_ISREG(status.st_mode)) throw Failure("not a file, folder or link: " + entry.name);
+    S_ISLNK(status.st_mode) ? copyLink(from, entry.name, to, newName, status) : copyFile(from, entry.name, to, newName);
+    return {};
+  }
+  void leave(int /*parent*/, const std::string& name, int source) override {
+    finish(source, _copies.deepest(), _statuses.back(), name);
+    _copies.leave();
+    _statuses.pop_back();
   }
 
  private:
-  void copyFolder(int from, const std::string& name, int to, const std::string& newName) {
-    const auto source = openFolderIn(from, name);
+  FileDescriptor startFolder(int from, const std::string& name, int to, const std::string& newName) {
+    auto source = openFolderIn(from, name);
     if (!source) failWithSystemError("cannot open the folder " + name);
     const auto status = statusOf(source.get(), name);
     if (status.st_dev == _staging.st_dev && status.st_ino == _staging.st_ino) {
       throw Failure("the destination is inside the source");
     }
     if (::mkdirat(to, newName.c_str(), S_IRWXU) != 0) failWithSystemError("cannot make the folder " + name);
-    const auto target = openFolderIn(to, newName);
+    auto target = openFolderIn(to, newName);
     if (!target) failWithSystemError("cannot open the copy of " + name);
-    for (const auto& entry : entriesOf(source.get())) copy(source.get(), entry.name, target.get(), entry.name);
-    finish(source.get(), target.get(), status, name);
+    _copies.enter(std::move(target));
+    _statuses.push_back(status);
+    return source;
   }
 
   void copyLink(int from, const std::string& name, int to, const std::string& newName, const struct stat& status) {
@@ -99,17 +113,22 @@ class TreeCopier {
     if (result != 0 && (errno != EPERM || ::geteuid() == 0)) failWithSystemError("cannot set the owner of " + name);
   }
 
+  int _to;
+  std::string _newName;
   int _links;
   std::optional<Owner> _owner;
+  FolderChain _copies;                 // of the folders that the walk is in
+  std::vector<struct stat> _statuses;  // of these folders
   struct stat _staging {};  // the folder that holds copy and links: met inside the source it would be copied into itself
   FileContents _contents;
 };
 
 }  // namespace
 
-void copyTree(int from, const std::string& name, int to, const std::string& newName, int links,
-              std::optional<Owner> owner) {
-  TreeCopier(links, owner).copy(from, name, to, newName);
+void copyTree(int from, const std::string& name, int to, const std::string& newName, int links, std::optional<Owner> owner,
+              const TreeBounds& bounds) {
+  TreeCopier copier(to, newName, links, owner);
+  walkTree(from, name, copier, bounds);
 }
 
 }  // namespace AssistantTool

@@ -1,6 +1,5 @@
 // The assistant tool: does one job with the rights that it is started with, usually root's. No arguments.
 #include <grp.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,27 +11,12 @@
 #include "privileged/tool/Operations.h"
 #include "privileged/tool/Rights.h"
 
-namespace {
-
-// Walking down a tree holds two folders open for each level, and root may have as many as it wants.
-void allowDeepTrees() {
-  constexpr rlim_t Enough = 16384;
-  rlimit limit{};
-  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
-  if (::geteuid() == 0 && limit.rlim_max < Enough) limit.rlim_max = Enough;
-  limit.rlim_cur = limit.rlim_max;
-  ::setrlimit(RLIMIT_NOFILE, &limit);
-}
-
-}  // namespace
-
 int main() {
   std::signal(SIGPIPE, SIG_IGN);
   ::umask(S_IWGRP | S_IWOTH);
   if (::chdir("/") != 0) return EXIT_FAILURE;
   // Drop root's supplementary groups: no job needs them, and they must not help while acting as an ordinary user.
   if (::geteuid() == 0 && ::setgroups(0, nullptr) != 0) return EXIT_FAILURE;
-  allowDeepTrees();
   try {
     AssistantTool::giveUpRights();
   } catch (const AssistantTool::Failure&) {

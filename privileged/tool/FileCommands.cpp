@@ -63,10 +63,21 @@ bool mustBeFresh(const std::optional<Owner>& owner, const PathWalk& walk, const 
   return !keys.empty() || (worksForAnother(walk) && owner && owner->user == 0);
 }
 
+// Before the notes of an item go that is back at its place. What cannot be brought to the disk is left to the next job.
+void syncLastStep(const Location& item, Staging& staging) {
+  try {
+    syncFolder(item.openFolder().get());
+  } catch (const Failure&) {
+    staging.keep();
+  }
+}
+
 void giveBack(const Location& source, Staging& staging, const Adoption& adoption) {
   if (staging.isKept()) return;
   adoption.undo(staging.folder(), Staging::NewItem);
-  if (renameWithoutReplacing(staging.folder(), Staging::NewItem, source.folder.get(), source.name) != 0) staging.keep();
+  if (renameWithoutReplacing(staging.folder(), Staging::NewItem, source.folder.get(), source.name) != 0)
+    return staging.keep();
+  syncLastStep(source, staging);
 }
 
 // Takes a source away that was copied; nothing when it has to stay, as one on a read-only medium has.
@@ -147,7 +158,6 @@ Outcome replaceItem(const Request& request) {
       stageCopy(source, *staging, owner, found);
     } else {
       if (found.needsAdoption) adoption.apply(staging->folder(), Staging::NewItem);
-      // The notes with it: were the item's new place on the disk without them, nobody would know where it belongs.
       syncFolder(staging->folder());
       syncTree(staging->folder(), Staging::NewItem, found.entries);
     }

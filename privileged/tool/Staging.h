@@ -3,13 +3,16 @@
 // rename brings the result to its place, and to which what is replaced or removed goes to be deleted.
 //
 // It belongs to this process's user, nobody else can enter it, and it is locked while its job runs. A job that was killed
-// leaves it unlocked: the next job in the same folder puts back what was still needed, then removes it.
+// leaves it unlocked: the next job in the same folder puts back what was still needed, then removes it. The journal tells
+// the jobs' folders from others and holds their notes: by device, inode and time of birth, because anybody who may rename
+// can lay a folder of that name there. Notes are on the disk before anything lies in the folder, and go last.
 #include <sys/stat.h>
 
 #include <functional>
 #include <string>
 
 #include "privileged/tool/FileDescriptor.h"
+#include "privileged/tool/Journal.h"
 #include "privileged/tool/PathWalk.h"
 
 namespace AssistantTool {
@@ -29,14 +32,16 @@ class Staging {
   Staging(const Staging&) = delete;
   Staging& operator=(const Staging&) = delete;
 
-  [[nodiscard]] int folder() const { return _folder.get(); }
+  // To put something in or take it out. Throws Failure when the notes cannot be brought to the disk; not after it once
+  // succeeded, until something is noted again.
+  [[nodiscard]] int folder() const;
 
   // Notes where the item comes from that is about to be renamed to NewItem, so that it can go back.
   void noteSource(const Location& source, const struct stat& status);
   void forgetSource();
   // Notes where the item belongs that is about to be renamed to OldItem.
   void noteDestination(const std::string& name);
-  // Notes the name under which the item with that status is going to the Trash.
+  // Notes, on the disk, the name under which the item with that status is going to the Trash.
   void noteTrashName(const std::string& name, const struct stat& status);
   void forgetTrashName();
   // Notes, on the disk, that `name` beside the folder has to become OldItem again, or nothing when there is no OldItem,
@@ -62,13 +67,19 @@ class Staging {
   static void clearLeftovers(const Location& destination, const PathWalk& walk, const Finish& finish = {});
   // True when a killed job left a note of noteUndo() in the folder that holds `destination`.
   static bool hasUndo(const Location& destination);
-  // Clears such folders; first does what the note says when `undoes`. Throws Failure when that cannot be done.
+  // Clears such folders; first does what the note says when `undoes`. Throws Failure when that cannot be done, or the note
+  // stays: a later job would follow it.
   static void settleUndo(const Location& destination, bool undoes);
 
  private:
+  void begin(const std::string& folderPath);
+  void note(const char* name, const std::string& text);
+
+  Journal _journal;
   FileDescriptor _parent;
-  std::string _name;
+  std::string _number;
   FileDescriptor _folder;
+  mutable bool _isNoted = false;  // on the disk
   bool _kept = false;
 };
 

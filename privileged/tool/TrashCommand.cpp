@@ -97,7 +97,10 @@ class Trasher {
     if (renamed(place.folder.get(), place.name, staging.folder(), Staging::NewItem)) {
       const bool isItem = ::fstatat(staging.folder(), Staging::NewItem, &taken, AT_SYMLINK_NOFOLLOW) == 0 &&
                           taken.st_dev == _status.st_dev && taken.st_ino == _status.st_ino;
-      if (isItem && renamed(staging.folder(), Staging::NewItem, _item.folder.get(), _item.name)) return true;
+      if (isItem && renamed(staging.folder(), Staging::NewItem, _item.folder.get(), _item.name)) {
+        if (::fsync(_item.openFolder().get()) != 0) staging.keep();
+        return true;
+      }
       renamed(staging.folder(), Staging::NewItem, place.folder.get(), place.name);
     }
     staging.keep();

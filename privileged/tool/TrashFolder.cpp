@@ -155,7 +155,8 @@ bool TrashFolder::writeInfo(const std::string& name, const std::string& text) co
 }
 
 bool TrashFolder::removeInfo(const std::string& name) const {
-  return ::unlinkat(_info.get(), (name + std::string(InfoSuffix)).c_str(), 0) == 0 || errno == ENOENT;
+  const bool isGone = ::unlinkat(_info.get(), (name + std::string(InfoSuffix)).c_str(), 0) == 0 || errno == ENOENT;
+  return isGone && ::fsync(_info.get()) == 0;  // before the note of it goes
 }
 
 void TrashFolder::releaseName(const std::string& name, Staging& staging) const {

@@ -54,9 +54,11 @@ std::vector<std::string> environmentFor(uid_t user, const ToolRunner::Job& job) 
                                     std::string(protocol::invokingUserVariable) + "=" + std::to_string(user),
                                     std::string(protocol::jobVariable) + "=" + job.number};
   if (job.hasAnyProgramRight) settings.push_back(std::string(protocol::anyProgramVariable) + "=1");
-  // The folder in which the user keeps data and so has a Trash. The broker knows it for its own user only.
-  const char* folder = ::getuid() == user ? std::getenv("XDG_DATA_HOME") : nullptr;
-  if (folder != nullptr) settings.push_back(std::string("XDG_DATA_HOME=") + folder);
+  // The folders in which the user keeps data, and so has a Trash, and notes. The broker knows them for its own user only.
+  for (const char* variable : {"XDG_DATA_HOME", "XDG_STATE_HOME"}) {
+    const char* folder = ::getuid() == user ? std::getenv(variable) : nullptr;
+    if (folder != nullptr) settings.push_back(std::string(variable) + "=" + folder);
+  }
   return settings;
 }
 

@@ -126,7 +126,7 @@ class FaultMatrix : public NamespaceTest {
       std::optional<ServerRoot> root;
       places.root = named.needsRoot ? folder / ("root-" + name) : fs::path();
       if (named.needsRoot)
-        root.emplace(places.root, places.here / "Library", places.units,
+        root.emplace(places.root, places.here / "Library", places.units, folder / ("state-" + name),
                      std::vector<fs::path>{folder, here, KELTO_BIN_DIR});
       for (const auto& fault : faults) {
         auto& row = table.row(named.name, name, exchange, fault.name);

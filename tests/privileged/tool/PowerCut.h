@@ -97,12 +97,17 @@ class PowerCut : public NamespaceTest {
     if (isSplit && !mountPart(disk, kind.bytes, kindOfEtc(), "etc")) return unmountDisk(), false;
     if (!places.root.empty()) {
       const std::vector<fs::path> seen{folder, folder / "disk", KELTO_BIN_DIR};
-      _root.emplace(places.root, places.here / "Library", places.units, seen);
+      _root.emplace(places.root, places.here / "Library", places.units, folder / "disk/state", seen);
     }
+    // The tool's notes lie on the same disk as everything else.
+    fs::create_directories(folder / "disk/state/kelto");
+    fs::create_directories("/var/lib/kelto");
+    EXPECT_EQ(::mount((folder / "disk/state/kelto").c_str(), "/var/lib/kelto", nullptr, MS_BIND, nullptr), 0);
     return true;
   }
   void unmountDisk() {
     _root.reset();
+    ::umount2("/var/lib/kelto", 0);
     if (isSplit) ::umount2((folder / "etc").c_str(), 0);
     EXPECT_EQ(::umount2((folder / "again").c_str(), 0), 0) << std::strerror(errno);
     EXPECT_EQ(::umount2((folder / "disk").c_str(), 0), 0) << std::strerror(errno);

@@ -1,8 +1,11 @@
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/xattr.h>
 
+#include <functional>
+
+#include "privileged/tool/Staging.h"
 #include "tests/privileged/tool/ToolRun.h"
+#include "tests/support/Environment.h"
 
 namespace ToolTests {
 namespace {
@@ -19,22 +22,32 @@ class ReplaceItem : public ToolTest {
     EXPECT_EQ(read(oldApp / "Contents/Linux/Controller"), "program 2");
     EXPECT_FALSE(isThere(newApp));
   }
-  // Leaves a staging folder behind as a job does that was killed.
-  fs::path leaveStaging(const std::string& digits = "0123456789abcdef") {
-    const auto staging = oldApp.parent_path() / (".kelto-staging-" + digits);
-    fs::create_directory(staging);
-    fs::permissions(staging, fs::perms(0700));
-    return staging;
+  // Leaves a staging folder behind as a job does that was killed after `work`, which gets the folder's path as well.
+  void leaveStaging(const std::function<void(AssistantTool::Staging&, const fs::path&)>& work) {
+    AssistantTool::Staging staging(located(oldApp));
+    work(staging, pathOf(staging));
+    staging.keep();
+  }
+  static AssistantTool::Location located(const fs::path& path) {
+    return AssistantTool::PathWalk(::getuid()).locate(path.string());
+  }
+  static fs::path pathOf(const AssistantTool::Staging& staging) {
+    return fs::read_symlink("/proc/self/fd/" + std::to_string(staging.folder()));
   }
   // So that there is something to adopt, where that is possible.
   void giveOldAppAway() {
     const int given = ::lchown(oldApp.c_str(), 65534, 65534);
     EXPECT_EQ(given == 0, ::geteuid() == 0 || ::geteuid() == 65534);
   }
+  // With many files the file system is synced as a whole. Single syncs are those of the journal, which is made by two
+  // steps, of the notes, of the staging folder, and the one after the swap.
+  static constexpr const char* syncOfTheSwap = "fsync:error=EIO:when=5";
+  static constexpr const char* syncOfTheSwapAfterCopying = "fsync:error=EIO:when=4";  // nothing was moved there
   bool injectFaults(const std::vector<std::string>& faults) {
     command = withFaults(faults);
     return !command.empty();
   }
+  tests::EnvironmentVariable stateFolder{"XDG_STATE_HOME", folder / "state"};  // of the test as of the tool
   fs::path oldApp = folder / "Applications/App.app";
   fs::path newApp = folder / "Download/App.app";
 };
@@ -172,12 +185,11 @@ TEST_F(ReplaceItem, PutsEverythingBackWhenTheSwapFails) {
 }
 
 TEST_F(ReplaceItem, PutsEverythingBackWhenTheSwapCannotBeSynced) {
-  // With so many files the file system is synced as a whole, and the only single sync is the one after the swap.
   for (int i = 0; i < 20; ++i) write(newApp / "Contents" / std::to_string(i), "file");
-  if (!injectFaults({"fsync:error=EIO"})) GTEST_SKIP() << "strace cannot trace here";
+  if (!injectFaults({syncOfTheSwap})) GTEST_SKIP() << "strace cannot trace here";
   const auto wantedOld = snapshot(oldApp);
   const auto wantedNew = snapshot(newApp);
-  expectRefusal(replace(oldApp, newApp), "cannot sync");
+  expectRefusal(replace(oldApp, newApp), "cannot sync " + oldApp.parent_path().string());
   EXPECT_EQ(snapshot(oldApp), wantedOld);
   EXPECT_EQ(snapshot(newApp), wantedNew);
 }
@@ -186,9 +198,9 @@ TEST_F(ReplaceItem, LeavesTheSourceItsSetIDBitsWhenTheSwapCannotBeSynced) {
   for (int i = 0; i < 20; ++i) write(newApp / "Contents" / std::to_string(i), "file");
   ASSERT_EQ(::chmod((newApp / "Contents/Linux/Controller").c_str(), 06755), 0);
   ASSERT_EQ(::chmod((newApp / "Contents/Resources").c_str(), 02755), 0);
-  if (!injectFaults({"fsync:error=EIO"})) GTEST_SKIP() << "strace cannot trace here";
+  if (!injectFaults({syncOfTheSwapAfterCopying})) GTEST_SKIP() << "strace cannot trace here";
   const auto wanted = snapshot(newApp);
-  expectRefusal(replace(oldApp, newApp), "cannot sync");
+  expectRefusal(replace(oldApp, newApp), "cannot sync " + oldApp.parent_path().string());
   EXPECT_EQ(snapshot(newApp), wanted);
 }
 
@@ -210,55 +222,72 @@ TEST_F(ReplaceItem, LeavesACopiedSourceThatCannotBeRemoved) {
 }
 
 TEST_F(ReplaceItem, ClearsWhatAKilledJobLeft) {
-  write(leaveStaging() / "doomed/file", "half an old tree");
+  leaveStaging([](auto&, const fs::path& place) { write(place / "doomed/file", "half an old tree"); });
   expectSuccess(replace(oldApp, newApp));
   expectReplaced();
 }
 
 TEST_F(ReplaceItem, PutsBackTheNewItemThatAKilledJobHadTaken) {
-  const auto staging = leaveStaging();
-  fs::rename(newApp, staging / "new");
-  fs::create_symlink(newApp, staging / "source");
-  fs::create_symlink(std::to_string(statusOf(staging / "new").st_ino), staging / "source-inode");
+  leaveStaging([&](auto& staging, const fs::path& place) {
+    staging.noteSource(located(newApp), statusOf(newApp));
+    fs::rename(newApp, place / "new");
+  });
   expectSuccess(replace(oldApp, newApp));
   expectReplaced();
 }
 
 TEST_F(ReplaceItem, DoesNotTakeTheOldItemForTheNewOneAfterAKilledJob) {
   // Killed after the exchange: what lies under the new item's name is the old one.
-  const auto staging = leaveStaging();
-  fs::create_symlink(newApp, staging / "source");
-  fs::create_symlink(std::to_string(statusOf(newApp).st_ino), staging / "source-inode");
-  fs::rename(oldApp, staging / "new");
-  fs::rename(newApp, oldApp);
+  leaveStaging([&](auto& staging, const fs::path& place) {
+    staging.noteSource(located(newApp), statusOf(newApp));
+    fs::rename(oldApp, place / "new");
+    fs::rename(newApp, oldApp);
+  });
   expectRefusal(replace(oldApp, newApp), "nothing is at");
   EXPECT_EQ(read(oldApp / "Contents/Info.plist"), "version 2");
 }
 
 TEST_F(ReplaceItem, PutsBackTheOldItemOfAJobKilledBetweenItsTwoRenames) {
-  const auto staging = leaveStaging();
-  fs::create_symlink("App.app", staging / "destination");
-  fs::rename(oldApp, staging / "old");
+  leaveStaging([&](auto& staging, const fs::path& place) {
+    staging.noteDestination("App.app");
+    fs::rename(oldApp, place / "old");
+  });
   expectRefusal(replace(oldApp, folder / "Missing"), "nothing is at");
   EXPECT_EQ(read(oldApp / "Contents/Info.plist"), "version 1");
 }
 
 TEST_F(ReplaceItem, LeavesTheStagingFolderOfARunningJobAlone) {
-  const auto staging = leaveStaging();
-  const int lock = ::open(staging.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  ASSERT_EQ(::flock(lock, LOCK_EX), 0);
+  const AssistantTool::Staging running(located(oldApp));
   const auto answer = replace(oldApp, newApp);
   EXPECT_EQ(answer.status, 0) << answer.text;
-  EXPECT_TRUE(isThere(staging));
-  ::close(lock);
+  EXPECT_TRUE(isThere(pathOf(running)));
 }
 
-TEST_F(ReplaceItem, LeavesFoldersAloneThatOnlyResembleAStagingFolder) {
-  const auto open = oldApp.parent_path() / ".kelto-staging-fedcba9876543210";
-  fs::create_directory(open);  // others can enter it: not one of ours
+TEST_F(ReplaceItem, LeavesFoldersAloneOfWhichNothingIsNoted) {
+  const auto lookalike = oldApp.parent_path() / ".kelto-staging-fedcba9876543210";
+  fs::create_directory(lookalike);
+  fs::permissions(lookalike, fs::perms(0700));
+  fs::create_symlink("App.app", lookalike / "destination");
   const auto answer = replace(oldApp, newApp);
   EXPECT_EQ(answer.status, 0) << answer.text;
-  EXPECT_TRUE(isThere(open));
+  EXPECT_TRUE(isThere(lookalike / "destination"));
+}
+
+TEST_F(ReplaceItem, LeavesAFolderAloneThatTookTheNameOfAStagingFolder) {
+  fs::path staging;
+  leaveStaging([&](auto&, const fs::path& place) { staging = place; });
+  fs::rename(staging, folder / "elsewhere");
+  fs::create_directory(staging);
+  fs::permissions(staging, fs::perms(0700));
+  write(staging / "doomed", "somebody's");
+  const auto answer = replace(oldApp, newApp);
+  EXPECT_EQ(answer.status, 0) << answer.text;
+  EXPECT_EQ(read(staging / "doomed"), "somebody's");
+}
+
+TEST_F(ReplaceItem, ForgetsAStagingFolderThatIsGone) {
+  leaveStaging([](auto&, const fs::path& place) { fs::remove(place); });
+  expectSuccess(replace(oldApp, newApp));
 }
 
 // Kills the tool before each call of one kind in turn.

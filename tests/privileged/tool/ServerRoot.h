@@ -8,17 +8,20 @@ namespace ToolTests {
 
 class ServerRoot {
  public:
-  // `library` and `units` are made where they are missing; what is in a folder of `seen`, but in no mount below it, has its
-  // own path inside as well.
-  ServerRoot(const fs::path& root, const fs::path& library, const fs::path& units, const std::vector<fs::path>& seen)
+  // `library`, `units` and `state`, which is /var/lib there, are made where they are missing; what is in a folder of
+  // `seen`, but in no mount below it, has its own path inside as well.
+  ServerRoot(const fs::path& root, const fs::path& library, const fs::path& units, const fs::path& state,
+             const std::vector<fs::path>& seen)
       : _root(root) {
     if (!isThere(root)) makeSystem();
     for (const char* name : {"usr", "proc", "dev"}) bind(fs::path("/") / name, root / name);
     bind(root / "systemctl", root / "usr/bin/systemctl");
     fs::create_directories(library);
     fs::create_directories(units);
+    fs::create_directories(state);
     bind(library, root / "Library");
     bind(units, root / "etc/systemd/system");
+    bind(state, root / "var/lib");
     for (const auto& folder : seen) {
       fs::create_directories(root / folder.relative_path());
       bind(folder, root / folder.relative_path());
@@ -34,7 +37,8 @@ class ServerRoot {
  private:
   // A server whose first line says that it does not run fails when it is started.
   void makeSystem() const {
-    for (const char* name : {"usr", "proc", "dev", "Library", "etc/systemd/system"}) fs::create_directories(_root / name);
+    for (const char* name : {"usr", "proc", "dev", "Library", "etc/systemd/system", "var/lib"})
+      fs::create_directories(_root / name);
     for (const char* name : {"bin", "sbin", "lib", "lib64"}) fs::create_symlink(std::string("usr/") + name, _root / name);
     write(_root / "systemctl",
           "#!/bin/sh\nstate=inactive\n[ -e /failed ] && state=failed\ncase \"$*\" in\n"

@@ -22,6 +22,7 @@
 
 #include "protocol/InstructionArchive.h"
 #include "protocol/ToolProtocol.h"
+#include "tests/support/PrivateState.h"
 
 namespace ToolTests {
 
@@ -144,6 +145,8 @@ class ToolTest : public ::testing::Test {
   explicit ToolTest(const fs::path& parent = fs::temp_directory_path()) {
     std::string pattern = (fs::canonical(parent) / "assistantToolTest-XXXXXX").string();
     folder = ::mkdtemp(pattern.data());
+    tests::PrivateState::clear();
+    environment.push_back("XDG_STATE_HOME=" + (folder / "state").string());
     makeResultFile();
   }
   ~ToolTest() override { ::system(("chmod -R u+rwX '" + folder.string() + "'; rm -rf '" + folder.string() + "'").c_str()); }
@@ -205,7 +208,11 @@ class ToolTest : public ::testing::Test {
     for (const auto& entry : fs::recursive_directory_iterator(folder)) {
       EXPECT_FALSE(entry.path().filename().string().starts_with(".kelto-staging-")) << entry.path();
     }
+    EXPECT_THAT(snapshot(journal()), ::testing::IsEmpty());
   }
+
+  // Where the tool keeps notes about its staging folders when it runs with the rights of this process.
+  [[nodiscard]] fs::path journal() const { return ::geteuid() == 0 ? "/var/lib/kelto/jobs" : folder / "state/kelto/jobs"; }
 
   fs::path folder;
   fs::path result;

@@ -19,7 +19,6 @@ class AttackGround : public NamespaceTest {
   void SetUp() override {
     NamespaceTest::SetUp();
     if (IsSkipped()) return;
-    hideStateFolder();
     command = {tests::testedPrograms() / "assistantTool"};
     result = folder / "verdict/result";
     write(result, "");
@@ -81,19 +80,6 @@ class AttackGround : public NamespaceTest {
   }
 
   std::string lastText;  // what the tool said about the last job
-
- private:
-  // Root's tool may keep a state of its own below /var/lib; not the machine's in a test.
-  void hideStateFolder() {
-    struct stat above {};
-    struct stat own {};
-    const bool isHidden =
-        ::stat("/var/lib", &above) == 0 && ::stat("/var/lib/kelto", &own) == 0 && above.st_dev != own.st_dev;
-    if (isHidden) return;
-    volume("/var/lib");
-    fs::create_directory("/var/lib/kelto");
-    fs::permissions("/var/lib/kelto", fs::perms(0700));
-  }
 };
 
 }  // namespace ToolTests

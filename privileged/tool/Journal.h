@@ -1,0 +1,45 @@
+#pragma once
+// Notes for the next job about the staging folders of this one, in case it is killed or the power fails, in a folder that
+// only this process's user can enter. A staging folder without a note here is somebody else's, whatever it looks like.
+//
+// Root's journal is /var/lib/kelto/jobs, that of a user's own job "kelto/jobs" in the user's state folder. A note is a
+// symbolic link called "<folder's number>.<note>", because making one is a single step; nobody follows it.
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "privileged/tool/FileDescriptor.h"
+
+namespace AssistantTool {
+
+class Journal {
+ public:
+  // Opens it, and makes it when it is missing. Throws Failure when nothing can be noted there.
+  static Journal made();
+  // nullopt when there is none. Throws Failure when others can write it.
+  static std::optional<Journal> existing();
+
+  // Throws Failure.
+  void write(const std::string& number, const char* note, const std::string& text) const;
+  // The text of the note; empty when there is none.
+  [[nodiscard]] std::string read(const std::string& number, const char* note) const;
+  // True when the note is not there any more.
+  [[nodiscard]] bool remove(const std::string& number, const char* note) const;
+  // Brings all notes to the disk. Throws Failure.
+  void sync() const;
+  // The numbers that have this note.
+  [[nodiscard]] std::vector<std::string> numbersWith(const char* note) const;
+
+  // Jobs hold the journal shared while they begin a staging folder. Throws Failure.
+  void share() const;
+  // True when nobody begins one now: then a folder that was only begun is a killed job's.
+  [[nodiscard]] bool hold() const;
+  void release() const;
+
+ private:
+  explicit Journal(FileDescriptor folder) : _folder(std::move(folder)) {}
+
+  FileDescriptor _folder;
+};
+
+}  // namespace AssistantTool

@@ -76,7 +76,7 @@ class NotedOperations final : public Operations {
     fuzz::require((location.path + "/").find("/../") == std::string::npos, "no place is above another");
   }
   Outcome note(const std::string& job, const Request& request, std::initializer_list<const char*> keys) {
-    Outcome outcome{.report = job, .output = "output of " + job, .afterwards = [] { return true; }};
+    Outcome outcome{.report = job, .output = "output of " + job, .afterwards = [] { return std::string(); }};
     for (const char* key : keys) {
       const auto location = request.locate(key);
       check(location);

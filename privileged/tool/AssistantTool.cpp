@@ -97,8 +97,8 @@ int run(int input, int output, Operations& operations) {
     const auto outcome = job(input, operations);
     tell(output, outcome.report);
     operations.log(LOG_NOTICE, line(outcome.report));
-    if (outcome.afterwards && !outcome.afterwards())
-      operations.log(LOG_WARNING, "something replaced could not be deleted completely");
+    const auto warning = outcome.afterwards ? outcome.afterwards() : std::string();
+    if (!warning.empty()) operations.log(LOG_WARNING, line(warning));
     return EXIT_SUCCESS;
   } catch (const std::exception& failure) {
     tell(output, failure.what());

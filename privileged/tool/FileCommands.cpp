@@ -81,7 +81,7 @@ void giveBack(const Location& source, Staging& staging, const Adoption& adoption
 }
 
 // Takes a source away that was copied; nothing when it has to stay, as one on a read-only medium has.
-std::function<bool()> takeAwayIfPossible(const Location& source) {
+std::function<std::string()> takeAwayIfPossible(const Location& source) {
   try {
     return takeAway(source);
   } catch (const Failure&) {
@@ -95,7 +95,7 @@ Outcome removeFile(const Request& request) {
   const auto item = request.locate(protocol::filePathKey);
   Staging::clearLeftovers(item, request.walk);
   requireBoundedItem(item, request.bounds);
-  if (!takeAway(item)()) throw Failure("could not delete all of " + item.path);
+  if (const auto warning = takeAway(item)(); !warning.empty()) throw Failure("removed " + item.path + ", but " + warning);
   return {.report = "removed " + item.path, .output = "removed " + item.path, .afterwards = {}};
 }
 
@@ -131,9 +131,7 @@ Outcome moveFile(const Request& request) {
   stageCopy(source, staging, std::nullopt, found);
   placeNewItem(staging, destination);
   try {
-    outcome.afterwards = [remove = takeAway(source)] {
-      return remove() ? "" : "the source could not be deleted completely";
-    };
+    outcome.afterwards = takeAway(source);
   } catch (const Failure&) {
     takeAway(destination)();
     throw;
@@ -168,12 +166,13 @@ Outcome replaceItem(const Request& request) {
     throw;
   }
   Outcome outcome{.report = (old ? "replaced " : "installed ") + destination.path, .output = {}, .afterwards = {}};
-  const auto deleteSource = moved ? std::function<bool()>() : takeAwayIfPossible(source);
+  const auto deleteSource = moved ? std::function<std::string()>() : takeAwayIfPossible(source);
   if (!moved && !deleteSource) outcome.report += "; the new item was left at its old place";
   outcome.output = outcome.report;
   outcome.afterwards = [staging, deleteSource] {
-    const bool sourceGone = !deleteSource || deleteSource();
-    return staging->discard() && sourceGone;
+    const auto ofSource = deleteSource ? deleteSource() : std::string();
+    const auto ofOld = staging->discard();
+    return ofSource + (ofSource.empty() || ofOld.empty() ? "" : "; ") + ofOld;
   };
   return outcome;
 }

@@ -88,7 +88,7 @@ void placeNewItem(const Staging& staging, const Location& destination) {
   }
 }
 
-std::function<bool()> takeAway(const Location& item) {
+std::function<std::string()> takeAway(const Location& item) {
   const auto staging = std::make_shared<Staging>(item);
   const auto folder = item.openFolder();
   if (::renameat(item.folder.get(), item.name.c_str(), staging->folder(), Staging::Doomed) != 0) {

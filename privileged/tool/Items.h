@@ -28,8 +28,8 @@ TreeSurvey surveyWithoutSpecialFiles(const Location& item, std::optional<Owner> 
 void stageCopy(const Location& source, const Staging& staging, std::optional<Owner> owner, const TreeSurvey& found);
 // Renames NewItem to `destination`, where nothing may be, and syncs. Throws Failure.
 void placeNewItem(const Staging& staging, const Location& destination);
-// Takes `item` off its path at once; the function returned deletes it and answers whether nothing is left of it. Throws
-// Failure when the item cannot be taken.
-std::function<bool()> takeAway(const Location& item);
+// Takes `item` off its path at once; the function returned deletes it, and answers as Staging::discard(). Throws Failure
+// when the item cannot be taken.
+std::function<std::string()> takeAway(const Location& item);
 
 }  // namespace AssistantTool

@@ -21,9 +21,9 @@ struct Request {
 struct Outcome {
   std::string report;  // one line for the log
   std::string output;  // for the caller's output file
-  // What is done when the caller already knows: deleting what the job replaced, which can take long on a slow disk. False
-  // when something of it is left; the next job in that folder tries again.
-  std::function<bool()> afterwards;
+  // What is done when the caller already knows: deleting what the job replaced, which can take long on a slow disk. Returns
+  // a warning when something of it is left, else nothing; the next job in that folder tries again.
+  std::function<std::string()> afterwards;
 };
 
 }  // namespace AssistantTool

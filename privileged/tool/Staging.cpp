@@ -203,10 +203,13 @@ void visitLeftovers(const Location& destination, const std::function<void(const 
 }  // namespace
 
 Staging::Staging(const Location& destination)
-    : _journal(Journal::made()), _parent(destination.openFolder()), _number(newNumber()) {
+    : _journal(Journal::made()),
+      _folderPath(destination.folderPath()),
+      _parent(destination.openFolder()),
+      _number(newNumber()) {
   _journal.share();
   try {
-    begin(destination.folderPath());
+    begin();
   } catch (const Failure&) {
     const Leftover begun{.journal = _journal, .number = _number, .parent = _parent.get(), .folder = _folder.get()};
     ::unlinkat(_parent.get(), (prefix + _number).c_str(), AT_REMOVEDIR);
@@ -216,13 +219,13 @@ Staging::Staging(const Location& destination)
   _journal.release();
 }
 
-void Staging::begin(const std::string& folderPath) {
+void Staging::begin() {
   const auto name = prefix + _number;
   note(placeNote, identityOf(_parent.get()).text());
-  if (::mkdirat(_parent.get(), name.c_str(), S_IRWXU) != 0) failWithSystemError("cannot write in " + folderPath);
+  if (::mkdirat(_parent.get(), name.c_str(), S_IRWXU) != 0) failWithSystemError("cannot write in " + _folderPath);
   _folder = openFolderIn(_parent.get(), name);
   const bool isLocked = _folder && isOurs(_folder.get()) && ::flock(_folder.get(), LOCK_EX | LOCK_NB) == 0;
-  if (!isLocked) throw Failure("cannot use a staging folder in " + folderPath);
+  if (!isLocked) throw Failure("cannot use a staging folder in " + _folderPath);
   // Access lists that the folder hands down are not the new item's.
   ::fremovexattr(_folder.get(), "system.posix_acl_default");
   note(identityNote, identityOf(_folder.get()).text());
@@ -255,9 +258,10 @@ void Staging::forgetSource() {
   static_cast<void>(_journal.remove(_number, sourceNote));
 }
 
-bool Staging::discard() {
+std::string Staging::discard() {
   _kept = true;
-  return Leftover{.journal = _journal, .number = _number, .parent = _parent.get(), .folder = _folder.get()}.clear();
+  const Leftover rest{.journal = _journal, .number = _number, .parent = _parent.get(), .folder = _folder.get()};
+  return rest.clear() ? "" : "could not delete all of " + _folderPath + "/" + prefix + _number;
 }
 
 void Staging::noteTrashName(const std::string& name, const struct stat& status) {

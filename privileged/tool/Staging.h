@@ -48,8 +48,9 @@ class Staging {
   // until forgetUndo() is reached. A folder with this note is left to settleUndo().
   void noteUndo(const std::string& name);
   void forgetUndo();
-  // Nothing inside is needed any more: deletes the folder. True when nothing is left. Once only.
-  bool discard();
+  // Nothing inside is needed any more: deletes the folder. Returns a warning when something is left, which the next job in
+  // the same place tries to delete again. Once only.
+  std::string discard();
   // Leaves the folder as it is, because it holds the only copy of something.
   void keep() { _kept = true; }
   [[nodiscard]] bool isKept() const { return _kept; }
@@ -72,10 +73,11 @@ class Staging {
   static void settleUndo(const Location& destination, bool undoes);
 
  private:
-  void begin(const std::string& folderPath);
+  void begin();
   void note(const char* name, const std::string& text);
 
   Journal _journal;
+  std::string _folderPath;  // of the folder above
   FileDescriptor _parent;
   std::string _number;
   FileDescriptor _folder;

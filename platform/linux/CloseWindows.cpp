@@ -1,11 +1,14 @@
 #include "platform/linux/CloseWindows.h"
 
 #include <unistd.h>
+#include <xcb/res.h>
 #include <xcb/xcb.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,6 +19,8 @@ namespace {
 
 constexpr std::uint32_t longestProperty = 16384;  // in units of four bytes
 constexpr std::uint32_t fromThePersonsTool = 2;   // a request of the user's, not of the window's own program
+constexpr std::uint32_t isIconified = 3;          // in WM_STATE
+constexpr int deepestWindow = 3;                  // below the root: a window manager's frames, then the program's window
 
 struct FreeReply {
   void operator()(void* reply) const { std::free(reply); }
@@ -54,28 +59,62 @@ class Display {
     return {bytes, static_cast<std::size_t>(xcb_get_property_value_length(property.get()))};
   }
 
-  // True when the display has taken the request.
-  [[nodiscard]] bool requestClosing(xcb_window_t root, xcb_window_t window) const {
+  [[nodiscard]] std::vector<xcb_window_t> children(xcb_window_t window) const {
+    const Reply<xcb_query_tree_reply_t> reply(
+        xcb_query_tree_reply(_connection, xcb_query_tree(_connection, window), nullptr));
+    if (!reply) return {};
+    const auto* windows = xcb_query_tree_children(reply.get());
+    return {windows, windows + xcb_query_tree_children_length(reply.get())};
+  }
+
+  [[nodiscard]] bool isOnScreen(xcb_window_t window) const {
+    const auto cookie = xcb_get_window_attributes(_connection, window);
+    const Reply<xcb_get_window_attributes_reply_t> reply(xcb_get_window_attributes_reply(_connection, cookie, nullptr));
+    return reply && reply->map_state == XCB_MAP_STATE_VIEWABLE && reply->override_redirect == 0;
+  }
+
+  // The process that made the window, as the display server knows it; nothing when it does not, or when the process is on
+  // another machine.
+  [[nodiscard]] std::optional<pid_t> maker(xcb_window_t window) const {
+    const auto* extension = xcb_get_extension_data(_connection, &xcb_res_id);
+    if (extension == nullptr || extension->present == 0) return std::nullopt;
+    const xcb_res_client_id_spec_t question{window, XCB_RES_CLIENT_ID_MASK_LOCAL_CLIENT_PID};
+    const auto cookie = xcb_res_query_client_ids(_connection, 1, &question);
+    const Reply<xcb_res_query_client_ids_reply_t> reply(xcb_res_query_client_ids_reply(_connection, cookie, nullptr));
+    if (!reply) return std::nullopt;
+    for (auto each = xcb_res_query_client_ids_ids_iterator(reply.get()); each.rem > 0; xcb_res_client_id_value_next(&each))
+      if (each.data->spec.mask == XCB_RES_CLIENT_ID_MASK_LOCAL_CLIENT_PID && each.data->length >= 4)
+        return static_cast<pid_t>(*xcb_res_client_id_value_value(each.data));
+    return std::nullopt;
+  }
+
+  // True when the display has taken the message.
+  [[nodiscard]] bool send(xcb_window_t receiver, std::uint32_t events, xcb_window_t about, std::string_view type,
+                          std::uint32_t first) const {
     xcb_client_message_event_t event{};
     event.response_type = XCB_CLIENT_MESSAGE;
     event.format = 32;
-    event.window = window;
-    event.type = atom("_NET_CLOSE_WINDOW");
-    event.data.data32[0] = XCB_CURRENT_TIME;
-    event.data.data32[1] = fromThePersonsTool;
-    const auto cookie = xcb_send_event_checked(_connection, 0, root,
-                                               XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY | XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT,
-                                               reinterpret_cast<const char*>(&event));
+    event.window = about;
+    event.type = atom(type);
+    event.data.data32[0] = first;
+    event.data.data32[1] = XCB_CURRENT_TIME;
+    const auto cookie = xcb_send_event_checked(_connection, 0, receiver, events, reinterpret_cast<const char*>(&event));
     return !Reply<xcb_generic_error_t>(xcb_request_check(_connection, cookie)) && isOpen();
   }
 
- private:
+  void raise(xcb_window_t window) const {
+    const std::uint32_t above = XCB_STACK_MODE_ABOVE;
+    const auto cookie = xcb_configure_window_checked(_connection, window, XCB_CONFIG_WINDOW_STACK_MODE, &above);
+    const Reply<xcb_generic_error_t> error(xcb_request_check(_connection, cookie));
+  }
+
   [[nodiscard]] xcb_atom_t atom(std::string_view name) const {
     const auto cookie = xcb_intern_atom(_connection, 0, static_cast<std::uint16_t>(name.size()), name.data());
     const Reply<xcb_intern_atom_reply_t> reply(xcb_intern_atom_reply(_connection, cookie, nullptr));
     return reply ? reply->atom : xcb_atom_t{XCB_ATOM_NONE};
   }
 
+ private:
   [[nodiscard]] Reply<xcb_get_property_reply_t> read(xcb_window_t window, std::string_view name) const {
     const auto cookie = xcb_get_property(_connection, 0, window, atom(name), XCB_ATOM_ANY, 0, longestProperty);
     return Reply<xcb_get_property_reply_t>(xcb_get_property_reply(_connection, cookie, nullptr));
@@ -95,24 +134,73 @@ std::string machineName() {
   return ::gethostname(name, sizeof name - 1) == 0 ? name : "";
 }
 
-// A window may come from another machine, where the same number is another process.
+// Display servers without that extension leave what the window says of itself. It may come from another machine, where the
+// same number is another process.
 bool isWindowOf(const Display& display, xcb_window_t window, pid_t process) {
+  if (const auto maker = display.maker(window)) return *maker == process;
   if (display.numbers(window, "_NET_WM_PID") != std::vector{static_cast<std::uint32_t>(process)}) return false;
   const std::string machine = display.text(window, "WM_CLIENT_MACHINE");
   return machine.empty() || machine == machineName();
 }
 
+// A window that does not offer this would be closed by ending its program on the spot.
+bool canBeClosed(const Display& display, xcb_window_t window) {
+  const auto protocols = display.numbers(window, "WM_PROTOCOLS");
+  return std::find(protocols.begin(), protocols.end(), display.atom("WM_DELETE_WINDOW")) != protocols.end();
+}
+
+bool isShown(const Display& display, xcb_window_t window) {
+  const auto state = display.numbers(window, "WM_STATE");
+  return display.isOnScreen(window) || (!state.empty() && state[0] == isIconified);
+}
+
+void addShownWindows(const Display& display, xcb_window_t parent, int depth, std::vector<xcb_window_t>& windows) {
+  for (const auto window : display.children(parent)) {
+    if (canBeClosed(display, window) && isShown(display, window))
+      windows.push_back(window);
+    else if (depth > 1)
+      addShownWindows(display, window, depth - 1, windows);
+  }
+}
+
+// The windows of the process that can be closed, from the lowest to the topmost: those in the window manager's list, or
+// where there is no such manager those that are found on the screen.
+std::vector<xcb_window_t> windowsOf(const Display& display, xcb_window_t root, pid_t process) {
+  std::vector<xcb_window_t> windows;
+  if (!hasWindowManager(display, root)) addShownWindows(display, root, deepestWindow, windows);
+  for (const auto* list : {"_NET_CLIENT_LIST_STACKING", "_NET_CLIENT_LIST"})
+    if (windows.empty() && hasWindowManager(display, root)) windows = display.numbers(root, list);
+  const auto isOther = [&](xcb_window_t window) {
+    return !isWindowOf(display, window, process) || !canBeClosed(display, window);
+  };
+  windows.erase(std::remove_if(windows.begin(), windows.end(), isOther), windows.end());
+  return windows;
+}
+
+void activate(const Display& display, xcb_window_t root, xcb_window_t window) {
+  constexpr std::uint32_t toTheManager = XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY | XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT;
+  if (!hasWindowManager(display, root) ||
+      !display.send(root, toTheManager, window, "_NET_ACTIVE_WINDOW", fromThePersonsTool))
+    display.raise(window);
+}
+
 }  // namespace
+
+void bringForward(pid_t process) {
+  const Display display;
+  if (!display.isOpen()) return;
+  for (const auto root : display.roots())
+    if (const auto windows = windowsOf(display, root, process); !windows.empty()) activate(display, root, windows.back());
+}
 
 bool closeWindows(pid_t process) {
   const Display display;
   if (!display.isOpen()) return false;
   bool isAsked = false;
-  for (const auto root : display.roots()) {
-    if (!hasWindowManager(display, root)) continue;
-    for (const auto window : display.numbers(root, "_NET_CLIENT_LIST"))
-      if (isWindowOf(display, window, process) && display.requestClosing(root, window)) isAsked = true;
-  }
+  for (const auto root : display.roots())
+    for (const auto window : windowsOf(display, root, process))
+      if (display.send(window, XCB_EVENT_MASK_NO_EVENT, window, "WM_PROTOCOLS", display.atom("WM_DELETE_WINDOW")))
+        isAsked = true;
   return isAsked;
 }
 

@@ -4,14 +4,14 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
 #include <csignal>
 #include <cstdint>
-#include <fstream>
 
 #include "platform/linux/Bus.h"
 #include "platform/linux/BusCall.h"
 #include "platform/linux/CloseWindows.h"
+#include "platform/linux/DisplayConnection.h"
+#include "platform/linux/ProcessFacts.h"
 
 namespace platform::Linux {
 
@@ -27,20 +27,36 @@ std::string objectPathOf(std::string identifier) {
   return "/" + identifier;
 }
 
-BusMessage quitMessage(sd_bus* bus, const std::string& receiver, const std::string& identifier) {
+BusMessage quitMessage(sd_bus* bus, const std::string& receiver, const std::string& object, const char* interface,
+                       const char* member) {
   sd_bus_message* message = nullptr;
-  if (sd_bus_message_new_method_call(bus, &message, receiver.c_str(), objectPathOf(identifier).c_str(),
-                                     "org.freedesktop.Application", "ActivateAction") < 0)
-    return {};
+  if (sd_bus_message_new_method_call(bus, &message, receiver.c_str(), object.c_str(), interface, member) < 0) return {};
   BusMessage owned(message);
-  return sd_bus_message_append(message, "sava{sv}", "quit", 0, 0) >= 0 ? std::move(owned) : BusMessage();
+  return sd_bus_message_append(message, "s", "quit") >= 0 ? std::move(owned) : BusMessage();
+}
+
+// An application that lists its actions answers an unknown one with success, and does nothing. One that keeps no such list,
+// or is too busy to answer, is taken to know the action.
+bool knowsQuit(sd_bus* bus, const std::string& receiver, const std::string& object) {
+  const BusMessage question = quitMessage(bus, receiver, object, "org.gtk.Actions", "Describe");
+  if (!question) return false;
+  BusError error;
+  sd_bus_message* answer = nullptr;
+  if (sd_bus_call(bus, question.get(), answerPatience, error.get(), &answer) < 0)
+    return !error.has(SD_BUS_ERROR_INVALID_ARGS);
+  const BusMessage description(answer);
+  int isEnabled = 0;
+  return sd_bus_message_enter_container(answer, 'r', "bgav") > 0 &&
+         sd_bus_message_read_basic(answer, 'b', &isEnabled) > 0 && isEnabled != 0;
 }
 
 // True when the action was asked for. An application that has no such action answers so at once; silence is taken as
 // thinking it over.
 bool activateQuit(sd_bus* bus, const std::string& receiver, const std::string& identifier) {
-  const BusMessage message = quitMessage(bus, receiver, identifier);
-  if (!message) return false;
+  const std::string object = objectPathOf(identifier);
+  if (!knowsQuit(bus, receiver, object)) return false;
+  const BusMessage message = quitMessage(bus, receiver, object, "org.freedesktop.Application", "ActivateAction");
+  if (!message || sd_bus_message_append(message.get(), "ava{sv}", 0, 0) < 0) return false;
   BusError error;
   const int status = sd_bus_call(bus, message.get(), answerPatience, error.get(), nullptr);
   return status >= 0 || !(error.has(SD_BUS_ERROR_UNKNOWN_METHOD) || error.has(SD_BUS_ERROR_UNKNOWN_OBJECT) ||
@@ -59,27 +75,19 @@ bool quitOverBus(const RunningProcess& process, const std::string& identifier) {
   return activateQuit(bus->get(), *owner, identifier);
 }
 
-// True when the process has a handler of its own for SIGTERM, which would end it on the spot otherwise.
-bool handlesTermination(pid_t process) {
-  constexpr std::string_view start = "SigCgt:\t";
-  std::ifstream status("/proc/" + std::to_string(process) + "/status");
-  for (std::string line; std::getline(status, line);) {
-    if (!line.starts_with(start)) continue;
-    std::uint64_t caught = 0;
-    std::from_chars(line.data() + start.size(), line.data() + line.size(), caught, 16);
-    return (caught >> (SIGTERM - 1) & 1U) != 0;
-  }
-  return false;
+// A toolkit's handler for the signal closes the windows without asking, and unsaved work is gone. A process without a
+// handler would be ended on the spot.
+bool terminateWindowless(const RunningProcess& process) {
+  if (!handlesSignal(process.number, SIGTERM) || mayShowWindows(process.number) || !isRunning(process)) return false;
+  return ::syscall(SYS_pidfd_send_signal, process.handle.get(), SIGTERM, nullptr, 0) == 0;
 }
 
 }  // namespace
 
 bool askToQuit(const RunningProcess& process, const std::string& bundleIdentifier) {
-  if (quitOverBus(process, bundleIdentifier)) return true;
   if (!isRunning(process)) return false;
-  if (closeWindows(process.number)) return true;
-  return handlesTermination(process.number) &&
-         ::syscall(SYS_pidfd_send_signal, process.handle.get(), SIGTERM, nullptr, 0) == 0;
+  bringForward(process.number);
+  return quitOverBus(process, bundleIdentifier) || closeWindows(process.number) || terminateWindowless(process);
 }
 
 }  // namespace platform::Linux

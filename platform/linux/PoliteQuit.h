@@ -7,11 +7,11 @@
 namespace platform::Linux {
 
 // Asks in the first of these ways that the process offers, and in no other:
-//   - the application action "quit", when the process owns its bundle identifier on the session bus;
-//   - closing its windows, through the window manager;
-//   - SIGTERM, when it handles that signal.
-// False when it offers none, or has ended. Does not wait for the effect, but up to a few seconds for bus and display.
-// Any thread.
+//   - the application action "quit", when the process owns its bundle identifier on the session bus and has that action;
+//   - closing its windows on the X display;
+//   - SIGTERM, when it handles that signal and is connected to no display.
+// Its windows come to the front before, so that its question does. False when it offers none, or has ended. Does not wait
+// for the effect, but up to a few seconds for bus and display. Any thread.
 bool askToQuit(const RunningProcess& process, const std::string& bundleIdentifier);
 
 }  // namespace platform::Linux

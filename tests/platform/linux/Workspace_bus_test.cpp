@@ -51,6 +51,17 @@ TEST_F(QuitOverTheBus, AnOwnerOfTheNameWithoutActionsGetsTheSignal) {
   EXPECT_EQ(copy.line(), "SIGTERM");
 }
 
+// It would answer success to the action, and do nothing.
+TEST_F(QuitOverTheBus, AnApplicationWithoutThatActionGetsTheSignal) {
+  for (const auto* kind : {"without", "disabled"}) {
+    TestProgram copy({makeBundle(std::string(kind) + ".app") + program, "bus", identifier, kind});
+    ASSERT_TRUE(copy.isReady()) << kind;
+    EXPECT_TRUE(askOnlyCopy()) << kind;
+    EXPECT_EQ(copy.line(), "SIGTERM") << kind;
+    copy.reap();
+  }
+}
+
 TEST_F(QuitOverTheBus, OnlyTheOwnerOfTheNameIsAskedThatWay) {
   TestProgram stranger({makeBundle("Other.app", "com.kelto.other") + program, "bus", identifier, "refuse"});
   ASSERT_TRUE(stranger.isReady());

@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -59,11 +60,55 @@ TEST_F(QuitOverTheDisplay, WindowsOfOthersStayOpen) {
   EXPECT_EQ(other.line(), "");
 }
 
-TEST_F(QuitOverTheDisplay, WindowsFromAnotherMachineAreNotItsOwn) {
-  TestProgram copy({makeBundle("App.app") + program, "window", "foreign"});
+TEST_F(QuitOverTheDisplay, TheDisplayServerTellsWhoseAWindowIs) {
+  for (const auto* kind : {"foreign", "unnamed"}) {
+    TestProgram copy({makeBundle(std::string(kind) + ".app") + program, "window", kind});
+    ASSERT_TRUE(copy.isReady() && areListed(2)) << kind;
+    EXPECT_TRUE(askOnlyCopy()) << kind;
+    EXPECT_EQ(copy.line(), "close") << kind;
+    EXPECT_EQ(copy.line(), "close") << kind;
+    copy.kill();
+    copy.reap();
+    ASSERT_TRUE(areListed(0));
+  }
+}
+
+// A window manager would end the program of such a window on the spot.
+TEST_F(QuitOverTheDisplay, AWindowThatDoesNotOfferToBeClosedIsLeftAlone) {
+  TestProgram copy({makeBundle("App.app") + program, "window", "stubborn"});
   ASSERT_TRUE(copy.isReady() && areListed(2));
+  EXPECT_FALSE(askOnlyCopy());
+  EXPECT_FALSE(askOnlyCopy());
+  EXPECT_TRUE(copy.isAlive());
+  copy.kill();
+  EXPECT_EQ(copy.line(), "");
+}
+
+TEST_F(QuitOverTheDisplay, AnApplicationWithoutTheActionIsAskedThroughItsWindows) {
+  const tests::PrivateBus bus;
+  for (const auto* kind : {"without", "disabled"}) {
+    TestProgram copy({makeBundle(std::string(kind) + ".app") + program, "window", identifier, kind});
+    ASSERT_TRUE(copy.isReady() && areListed(2)) << kind;
+    EXPECT_TRUE(askOnlyCopy()) << kind;
+    EXPECT_EQ(copy.line(), "close") << kind;
+    copy.kill();
+    copy.reap();
+    ASSERT_TRUE(areListed(0));
+  }
+}
+
+TEST_F(QuitOverTheDisplay, TheCopyIsInFrontOnceItIsAsked) {
+  TestProgram copy({makeBundle("App.app") + program, "window", "refuse"});
+  ASSERT_TRUE(copy.isReady() && areListed(2));
+  TestProgram other({makeBundle("Other.app", "com.kelto.other") + program, "window", "refuse"});
+  ASSERT_TRUE(other.isReady() && areListed(4));
+  const auto numberInFront = [] {
+    return tests::outputOf("xprop -id $(xprop -root _NET_CLIENT_LIST_STACKING | sed 's/.* //') _NET_WM_PID");
+  };
+  ASSERT_THAT(numberInFront(), testing::HasSubstr("= " + std::to_string(other.number())));
   EXPECT_TRUE(askOnlyCopy());
-  EXPECT_EQ(copy.line(), "SIGTERM");
+  EXPECT_TRUE(
+      tests::eventually([&] { return numberInFront().find("= " + std::to_string(copy.number())) != std::string::npos; }));
 }
 
 TEST_F(QuitOverTheDisplay, ACopyWithoutWindowsGetsTheSignal) {
@@ -84,11 +129,11 @@ TEST_F(QuitOverTheDisplay, TheActionOnTheBusComesFirst) {
 // A display without a window manager: nobody there would close a window.
 class DisplayAlone : public ApplicationTest {
  protected:
-  static std::string startServer(std::optional<tests::ChildProcess>& server) {
+  static std::string startServer(std::optional<tests::ChildProcess>& server, const std::string& missing) {
     int ends[2];
     EXPECT_EQ(::pipe(ends), 0);
     server.emplace(std::vector<std::string>{"Xvfb", "-displayfd", std::to_string(ends[1]), "-screen", "0", "640x480x24",
-                                            "-nolisten", "tcp", "-noreset", "-ac"});
+                                            "-nolisten", "tcp", "-noreset", "-ac", "-extension", missing});
     ::close(ends[1]);
     std::string number;
     for (char digit = 0; ::read(ends[0], &digit, 1) == 1 && digit != '\n';) number += digit;
@@ -96,19 +141,52 @@ class DisplayAlone : public ApplicationTest {
     return ":" + number;
   }
 
+  explicit DisplayAlone(const std::string& missing = "XTEST") : _name("DISPLAY", startServer(server, missing)) {}
+
   tests::ScopedEnvironment _bus{"DBUS_SESSION_BUS_ADDRESS", "unix:path=/no/such/bus"};
   std::optional<tests::ChildProcess> server;
-  tests::ScopedEnvironment _name{"DISPLAY", startServer(server)};
+  tests::ScopedEnvironment _name;
 };
 
-TEST_F(DisplayAlone, TheCopyGetsTheSignal) {
+// One that does not tell which process made a window.
+class DisplayThatDoesNotTell : public DisplayAlone {
+ protected:
+  DisplayThatDoesNotTell() : DisplayAlone("X-Resource") {}
+};
+
+TEST_F(DisplayAlone, ItsWindowsAreClosedAndTheCopyQuits) {
   TestProgram copy({makeBundle("App.app") + program, "window", "quit"});
   ASSERT_TRUE(copy.isReady());
   EXPECT_TRUE(askOnlyCopy());
-  EXPECT_EQ(copy.line(), "SIGTERM");
+  EXPECT_EQ(copy.line(), "close");
+  EXPECT_EQ(copy.reap(), 0);
 }
 
-TEST_F(DisplayAlone, TheListThatADeadWindowManagerLeftIsNotBelieved) {
+TEST_F(DisplayAlone, ACopyThatIsConnectedAndHasNoWindowIsNotSignalled) {
+  const std::string socket = "/tmp/.X11-unix/X" + std::string(std::getenv("DISPLAY")).substr(1);
+  TestProgram copy({makeBundle("App.app") + program, "connect", socket});
+  ASSERT_TRUE(copy.isReady());
+  EXPECT_FALSE(askOnlyCopy());
+  EXPECT_TRUE(copy.isAlive());
+}
+
+TEST_F(DisplayThatDoesNotTell, AWindowIsTheProcesssThatItNames) {
+  TestProgram copy({makeBundle("App.app") + program, "window", "quit"});
+  ASSERT_TRUE(copy.isReady());
+  EXPECT_TRUE(askOnlyCopy());
+  EXPECT_EQ(copy.line(), "close");
+}
+
+TEST_F(DisplayThatDoesNotTell, WindowsFromAnotherMachineAreNotItsOwn) {
+  TestProgram copy({makeBundle("App.app") + program, "window", "foreign"});
+  ASSERT_TRUE(copy.isReady());
+  EXPECT_FALSE(askOnlyCopy());
+  EXPECT_TRUE(copy.isAlive());
+  copy.kill();
+  EXPECT_EQ(copy.line(), "");
+}
+
+TEST_F(DisplayAlone, ItsWindowsAreClosedThoughTheWindowManagerHasDied) {
   tests::ChildProcess manager({"openbox", "--sm-disable"});
   TestProgram copy({makeBundle("App.app") + program, "window", "quit"});
   ASSERT_TRUE(copy.isReady());
@@ -121,7 +199,7 @@ TEST_F(DisplayAlone, TheListThatADeadWindowManagerLeftIsNotBelieved) {
   }));
   ASSERT_TRUE(areListed(2));
   EXPECT_TRUE(askOnlyCopy());
-  EXPECT_EQ(copy.line(), "SIGTERM");
+  EXPECT_EQ(copy.line(), "close");
 }
 
 }  // namespace

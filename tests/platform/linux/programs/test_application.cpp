@@ -4,14 +4,23 @@
 //   ignore               ignores SIGTERM
 //   handler | refuse     handles SIGTERM by ending, or by staying
 //   bus NAME KIND        owns NAME on the session bus; KIND says how it takes the action "quit": "quit" ends, "refuse"
-//                        answers and stays, "silent" never answers, "none" has no actions at all
-//   window KIND          has two windows; KIND as above, or "foreign" as if the windows came from another machine
+//                        answers and stays, "silent" never answers, "none" has no actions at all, "without" lists its
+//                        actions and has no such one, "disabled" has it switched off
+//   window KIND          has two windows; KIND as above, or "foreign" as if the windows came from another machine,
+//   "unnamed"
+//                        as if they came from no process, "stubborn" when they do not offer to be closed; with a NAME in
+//                        between it owns that too
+//   connect PATH         is connected to the socket at PATH, and handles SIGTERM by ending
+//   parent PATH          is not, but has a child that is
 //   manager STATE PID    is a service manager on the system bus with the one unit "known.service"
 //   count                prints how many processes of its own bundle it sees, and ends
 //
 // With a file named by KELTO_TEST_REPORT it writes all that it was started with to that file, and ends. It prints "ready"
 // when it is, and a line for everything that it is asked. It ends by itself after two minutes.
 #include <signal.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <systemd/sd-bus.h>
 #include <unistd.h>
 #include <xcb/xcb.h>
@@ -23,6 +32,7 @@
 #include <fstream>
 #include <iostream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/linux/RunningProcesses.h"
@@ -60,6 +70,11 @@ int takeAction(sd_bus_message* message, void* /*data*/, sd_bus_error* /*error*/)
   return sd_bus_reply_method_return(message, "");
 }
 
+int describeAction(sd_bus_message* message, void* /*data*/, sd_bus_error* error) {
+  if (kind == "disabled") return sd_bus_reply_method_return(message, "(bgav)", 0, "", 0);
+  return sd_bus_error_set(error, SD_BUS_ERROR_INVALID_ARGS, "The named action ('quit') does not exist.");
+}
+
 int serve(sd_bus* bus) {
   say("ready");
   for (;;) {
@@ -69,18 +84,46 @@ int serve(sd_bus* bus) {
   }
 }
 
-int offerActions(std::string name) {
+sd_bus* ownName(std::string name) {
   static const sd_bus_vtable actions[] = {
       SD_BUS_VTABLE_START(0), SD_BUS_METHOD("ActivateAction", "sava{sv}", "", takeAction, SD_BUS_VTABLE_UNPRIVILEGED),
       SD_BUS_VTABLE_END};
-  ::signal(SIGTERM, onTerminationQuit);
+  static const sd_bus_vtable list[] = {SD_BUS_VTABLE_START(0),
+                                       SD_BUS_METHOD("Describe", "s", "(bgav)", describeAction, SD_BUS_VTABLE_UNPRIVILEGED),
+                                       SD_BUS_VTABLE_END};
   sd_bus* bus = nullptr;
-  if (sd_bus_open_user(&bus) < 0 || sd_bus_request_name(bus, name.c_str(), 0) < 0) return 1;
+  if (sd_bus_open_user(&bus) < 0 || sd_bus_request_name(bus, name.c_str(), 0) < 0) return nullptr;
   std::replace(name.begin(), name.end(), '.', '/');
   std::replace(name.begin(), name.end(), '-', '_');
   if (kind != "none")
     sd_bus_add_object_vtable(bus, nullptr, ("/" + name).c_str(), "org.freedesktop.Application", actions, nullptr);
-  return serve(bus);
+  if (kind == "without" || kind == "disabled")
+    sd_bus_add_object_vtable(bus, nullptr, ("/" + name).c_str(), "org.gtk.Actions", list, nullptr);
+  return bus;
+}
+
+int offerActions(const std::string& name) {
+  ::signal(SIGTERM, onTerminationQuit);
+  sd_bus* bus = ownName(name);
+  return bus == nullptr ? 1 : serve(bus);
+}
+
+// Also serves the bus from a thread, as toolkits do.
+int offerActionsAside(const std::string& name) {
+  sd_bus* bus = ownName(name);
+  if (bus == nullptr) return 1;
+  std::thread([bus] {
+    while (sd_bus_process(bus, nullptr) >= 0) sd_bus_wait(bus, UINT64_MAX);
+  }).detach();
+  return 0;
+}
+
+int connectTo(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  const int connection = ::socket(AF_UNIX, SOCK_STREAM, 0);
+  return ::connect(connection, reinterpret_cast<const sockaddr*>(&address), sizeof address);
 }
 
 std::string loadState;
@@ -157,8 +200,8 @@ class Windows {
     xcb_create_window(_display, XCB_COPY_FROM_PARENT, window, screen->root, 0, 0, 100, 100, 0,
                       XCB_WINDOW_CLASS_INPUT_OUTPUT, screen->root_visual, XCB_CW_EVENT_MASK, &events);
     const auto process = static_cast<std::uint32_t>(::getpid());
-    set(window, "_NET_WM_PID", XCB_ATOM_CARDINAL, 32, 1, &process);
-    const xcb_atom_t deletion = atom("WM_DELETE_WINDOW");
+    if (kind != "unnamed") set(window, "_NET_WM_PID", XCB_ATOM_CARDINAL, 32, 1, &process);
+    const xcb_atom_t deletion = atom(kind == "stubborn" ? "KELTO_TEST_PROTOCOL" : "WM_DELETE_WINDOW");
     set(window, "WM_PROTOCOLS", XCB_ATOM_ATOM, 32, 1, &deletion);
     char machine[256] = "elsewhere.example";
     if (kind != "foreign") ::gethostname(machine, sizeof machine - 1);
@@ -221,10 +264,17 @@ int main(int argumentCount, char** arguments) {
   const std::string behaviour = words.empty() ? "plain" : words[0];
   if (words.size() > 1) kind = words.back();
   if (behaviour == "ignore") ::signal(SIGTERM, SIG_IGN);
-  if (behaviour == "handler") ::signal(SIGTERM, onTerminationQuit);
+  if (behaviour == "handler" || behaviour == "parent" || behaviour == "connect") ::signal(SIGTERM, onTerminationQuit);
   if (behaviour == "refuse") ::signal(SIGTERM, onTerminationStay);
   if (behaviour == "bus") return offerActions(words.at(1));
+  if (behaviour == "window" && words.size() > 2 && offerActionsAside(words.at(1)) != 0) return 1;
   if (behaviour == "window") return Windows().show();
+  if (behaviour == "connect" && connectTo(words.at(1)) != 0) return 1;
+  if (behaviour == "parent" && ::fork() == 0) {
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (connectTo(words.at(1)) == 0) say("child");
+    for (;;) ::pause();
+  }
   if (behaviour == "count") return count();
   if (behaviour == "manager") {
     loadState = words.at(1);

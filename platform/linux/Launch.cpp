@@ -13,12 +13,15 @@
 
 #include "platform/linux/Accounts.h"
 #include "platform/linux/Descriptor.h"
+#include "platform/linux/LaunchMark.h"
 
 namespace platform::Linux {
 
 namespace {
 
 constexpr std::string_view originalPath = "KELTO_ORIGINAL_PATH=";
+constexpr std::string_view launchedMark = "KELTO_LAUNCHED_";
+constexpr std::size_t digitsOfProcess = 10;
 
 std::vector<std::string> originalEnvironment() {
   const char* original = std::getenv("KELTO_ORIGINAL_PATH");
@@ -26,7 +29,8 @@ std::vector<std::string> originalEnvironment() {
   for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
     const std::string_view variable = *entry;
     const bool isReplaced = original != nullptr && variable.starts_with("PATH=");
-    if (!isReplaced && !variable.starts_with(originalPath)) environment.emplace_back(variable);
+    const bool isOwn = variable.starts_with(originalPath) || variable.starts_with(launchedMark);
+    if (!isReplaced && !isOwn) environment.emplace_back(variable);
   }
   if (original != nullptr) environment.push_back(std::string("PATH=") + original);
   return environment;
@@ -46,6 +50,7 @@ struct Start {
   const char* program;
   char* const* arguments;
   char* const* environment;
+  char* markedProcess;  // where the new process writes its number: this many digits, the rest of them zero bytes
   const char* folder;
   int errors;  // closed by a successful exec
 };
@@ -73,7 +78,17 @@ bool arrangeDescriptors() {
   ::_exit(written == sizeof status ? 127 : 126);
 }
 
+// By hand: nothing that formats text may be called between fork and exec.
+void writeNumber(char* place, pid_t number) {
+  char digits[digitsOfProcess];
+  std::size_t count = 0;
+  for (; number > 0 && count < digitsOfProcess; number /= 10) digits[count++] = static_cast<char>('0' + number % 10);
+  while (count > 0) *place++ = digits[--count];
+  *place = 0;
+}
+
 [[noreturn]] void become(const Start& start) {
+  writeNumber(start.markedProcess, ::getpid());
   resetSignals();
   if (!arrangeDescriptors()) fail(start);
   if (::chdir(start.folder) != 0 && ::chdir("/") != 0) fail(start);
@@ -116,10 +131,12 @@ int errorFrom(int descriptor) {
 
 }  // namespace
 
-int launch(const std::string& program, const std::vector<std::string>& arguments) {
+int launch(const std::string& program, const std::vector<std::string>& arguments, const std::string& identifier) {
   std::vector<std::string> words{program};
   words.insert(words.end(), arguments.begin(), arguments.end());
   std::vector<std::string> environment = originalEnvironment();
+  environment.push_back(std::string(launchedIdentifierVariable) + "=" + identifier);
+  environment.push_back(std::string(launchedProcessVariable) + "=" + std::string(digitsOfProcess, '0'));
   const auto argumentPointers = pointersTo(words);
   const auto environmentPointers = pointersTo(environment);
   const std::string home = homeFolder();
@@ -133,7 +150,11 @@ int launch(const std::string& program, const std::vector<std::string>& arguments
   if (!errors) return errno;
   writing.reset();
 
-  const Start start{program.c_str(), argumentPointers.data(), environmentPointers.data(), home.empty() ? "/" : home.c_str(),
+  const Start start{program.c_str(),
+                    argumentPointers.data(),
+                    environmentPointers.data(),
+                    environment.back().data() + environment.back().size() - digitsOfProcess,
+                    home.empty() ? "/" : home.c_str(),
                     errors.get()};
   const pid_t middle = forkWithSignalsBlocked(start);
   if (middle < 0) return errno;

@@ -78,6 +78,7 @@ bool quitOverBus(const RunningProcess& process, const std::string& identifier) {
 // A toolkit's handler for the signal closes the windows without asking, and unsaved work is gone. A process without a
 // handler would be ended on the spot.
 bool terminateWindowless(const RunningProcess& process) {
+  if (programOf(parentOf(process.number)) == programOf(process.number)) return false;
   if (!handlesSignal(process.number, SIGTERM) || mayShowWindows(process.number) || !isRunning(process)) return false;
   return ::syscall(SYS_pidfd_send_signal, process.handle.get(), SIGTERM, nullptr, 0) == 0;
 }

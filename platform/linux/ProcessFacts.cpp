@@ -1,8 +1,10 @@
 #include "platform/linux/ProcessFacts.h"
 
 #include <dirent.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
 #include <climits>
 #include <cstdint>
@@ -80,6 +82,12 @@ std::vector<pid_t> allProcesses() {
 
 std::string programOf(pid_t process) { return targetOf(fileOf(process, "exe")); }
 
+std::string nameOf(pid_t process) {
+  std::string name = contentsOf(fileOf(process, "comm"));
+  if (name.ends_with('\n')) name.pop_back();
+  return name;
+}
+
 std::vector<std::string> argumentsOf(pid_t process) { return splitAtZero(contentsOf(fileOf(process, "cmdline"))); }
 
 std::optional<std::string> environmentValueOf(pid_t process, std::string_view name) {
@@ -93,11 +101,17 @@ std::string controlGroupOf(pid_t process) {
   const std::string groups = contentsOf(fileOf(process, "cgroup"));
   const auto line = groups.rfind("0::", 0) == 0 ? 0 : groups.find("\n0::");
   if (line == std::string::npos) return {};
-  const std::string path = groups.substr(0, groups.find('\n', line + 1)).substr(line);
+  const std::string path = groups.substr(line, groups.find('\n', line + 1) - line);
   return path.substr(path.rfind('/') + 1);
 }
 
 pid_t parentOf(pid_t process) { return numberIn<pid_t>(statusWords(process), 1); }
+
+std::optional<uid_t> ownerOf(pid_t process) {
+  struct stat status {};
+  if (::stat(("/proc/" + std::to_string(process)).c_str(), &status) != 0) return std::nullopt;
+  return status.st_uid;
+}
 
 unsigned long long startOf(pid_t process) { return numberIn<unsigned long long>(statusWords(process), 19); }
 

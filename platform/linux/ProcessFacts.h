@@ -16,6 +16,8 @@ std::vector<pid_t> allProcesses();
 
 // The path of the program file, as the kernel knows it now: " (deleted)" follows that of a file which is gone.
 std::string programOf(pid_t process);
+// What the kernel calls it: the first 15 bytes of the file name that it was started by, unless it has changed that.
+std::string nameOf(pid_t process);
 // The words it was started with. Other users' processes show theirs too.
 std::vector<std::string> argumentsOf(pid_t process);
 // The value of a variable in the environment it was started with.
@@ -23,6 +25,7 @@ std::optional<std::string> environmentValueOf(pid_t process, std::string_view na
 // The last component of its control group's path: the unit that the desktop or the service manager started it in.
 std::string controlGroupOf(pid_t process);
 pid_t parentOf(pid_t process);
+std::optional<uid_t> ownerOf(pid_t process);
 // When it was started, in clock ticks since the machine's start; 0 when not known.
 unsigned long long startOf(pid_t process);
 // True when it has a handler of its own for the signal.

@@ -1,13 +1,15 @@
 #include "platform/linux/Workspace.h"
 
+#include <unistd.h>
+
 #include <system_error>
 #include <utility>
 
-#include "foundation/text/Path.h"
-#include "platform/linux/FileManager.h"
+#include "platform/linux/BundleProgram.h"
 #include "platform/linux/Launch.h"
 #include "platform/linux/PoliteQuit.h"
-#include "platform/linux/RunningProcesses.h"
+#include "platform/linux/ProcessFacts.h"
+#include "platform/linux/RunningCopies.h"
 
 namespace platform::Linux {
 
@@ -22,49 +24,40 @@ class RunningApplication final : public platform::RunningApplication {
   bool terminate() override {
     bool isAsked = false;
     _blockingCall.run([&] { isAsked = askToQuit(_process, _bundleIdentifier); });
-    if (!isAsked) _log.log("Process " + std::to_string(_process.number) + " could not be asked to quit");
+    if (!isAsked) _log.log("Process " + std::to_string(_process.number) + whose() + " could not be asked to quit");
     return isAsked;
   }
 
  private:
+  // The person at the screen can do nothing about another user's copy, and has to hear whose it is.
+  [[nodiscard]] std::string whose() const {
+    const auto owner = ownerOf(_process.number);
+    return !owner || *owner == ::getuid() ? ""
+                                          : ", which belongs to the user with the number " + std::to_string(*owner) + ",";
+  }
+
   const RunningProcess _process;
   const std::string _bundleIdentifier;
   platform::SystemLog& _log;
   BlockingCall& _blockingCall;
 };
 
-bool isOneComponent(std::string_view name) {
-  return !name.empty() && name != "." && name != ".." && name.find('/') == std::string_view::npos;
-}
-
 }  // namespace
 
 std::vector<std::shared_ptr<platform::RunningApplication>> Workspace::runningApplications(
     std::string_view bundleIdentifier) const {
+  std::vector<RunningProcess> processes;
+  _blockingCall.run([&] { processes = copiesOf({std::string(bundleIdentifier), _installedBundle}, _bundles); });
   std::vector<std::shared_ptr<platform::RunningApplication>> applications;
-  for (auto& process : processesOfBundles()) {
-    const auto bundle = _bundles.bundleWithPath(process.bundlePath);
-    if (bundle && bundle->bundleIdentifier() == bundleIdentifier)
-      applications.push_back(
-          std::make_shared<RunningApplication>(std::move(process), bundleIdentifier, _log, _blockingCall));
-  }
+  for (auto& process : processes)
+    applications.push_back(std::make_shared<RunningApplication>(std::move(process), bundleIdentifier, _log, _blockingCall));
   return applications;
-}
-
-std::optional<std::string> Workspace::executableOfBundle(const std::string& path) const {
-  const auto bundle = _bundles.bundleWithPath(path);
-  const auto name = bundle ? bundle->infoString("CFBundleExecutable") : std::nullopt;
-  if (!name || !isOneComponent(*name)) return std::nullopt;
-  for (const auto* folder : {"Contents/Linux", "Contents/MacOS"}) {
-    auto executable = foundation::Path::appending(foundation::Path::appending(path, folder), *name);
-    if (FileManager().isExecutableFileAtPath(executable)) return executable;
-  }
-  return std::nullopt;
 }
 
 bool Workspace::launchApplication(const std::string& path, std::uint32_t /*options*/,
                                   const LaunchConfiguration* configuration) {
-  const auto executable = executableOfBundle(path);
+  const auto bundle = _bundles.bundleWithPath(path);
+  const auto executable = bundle ? mainExecutableOf(*bundle) : std::nullopt;
   if (!executable) {
     _log.log(path + " was not launched: no program in it that can be executed");
     return false;
@@ -72,7 +65,7 @@ bool Workspace::launchApplication(const std::string& path, std::uint32_t /*optio
   int status = 0;
   const std::vector<std::string> arguments =
       configuration != nullptr ? configuration->arguments : std::vector<std::string>();
-  _blockingCall.run([&] { status = launch(*executable, arguments); });
+  _blockingCall.run([&] { status = launch(*executable, arguments, bundle->bundleIdentifier().value_or("")); });
   if (status != 0) _log.log(path + " was not launched: " + std::generic_category().message(status));
   return status == 0;
 }

@@ -10,11 +10,12 @@ namespace platform::Linux {
 // Main thread. The constructor's arguments must outlive this object and the RunningApplications that it hands out.
 class Workspace final : public platform::Workspace {
  public:
-  Workspace(const platform::Bundles& bundles, platform::SystemLog& log, BlockingCall& blockingCall)
-      : _bundles(bundles), _log(log), _blockingCall(blockingCall) {}
+  // `installedBundle` is the path of the bundle that a run is about, when it is about one.
+  Workspace(const platform::Bundles& bundles, platform::SystemLog& log, BlockingCall& blockingCall,
+            std::string installedBundle = {})
+      : _bundles(bundles), _log(log), _blockingCall(blockingCall), _installedBundle(std::move(installedBundle)) {}
 
-  // Processes whose program is inside a bundle with this identifier. Those of other users are seen where this user may
-  // look into them.
+  // See copiesOf() for what counts as a copy.
   [[nodiscard]] std::vector<std::shared_ptr<platform::RunningApplication>> runningApplications(
       std::string_view bundleIdentifier) const override;
 
@@ -23,11 +24,10 @@ class Workspace final : public platform::Workspace {
   bool launchApplication(const std::string& path, std::uint32_t options, const LaunchConfiguration* configuration) override;
 
  private:
-  [[nodiscard]] std::optional<std::string> executableOfBundle(const std::string& path) const;
-
   const platform::Bundles& _bundles;
   platform::SystemLog& _log;
   BlockingCall& _blockingCall;
+  std::string _installedBundle;
 };
 
 }  // namespace platform::Linux

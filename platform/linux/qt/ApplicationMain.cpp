@@ -20,6 +20,7 @@
 #include "platform/linux/qt/QtBlockingCall.h"
 #include "platform/linux/qt/QtViewResources.h"
 #include "platform/linux/qt/TerminationSignals.h"
+#include "protocol/LaunchArguments.h"
 
 namespace platform::Linux {
 namespace {
@@ -90,7 +91,7 @@ class Framework {
   DistributedNotificationCenter _distributedCenter;
   FileManager _fileManager;
   AuthorizationServices _authorizationServices{_blockingCall, _log};
-  Workspace _workspace{_bundles, _log, _blockingCall};
+  Workspace _workspace{_bundles, _log, _blockingCall, _defaults.stringForKey(protocol::trashPathArgument).value_or("")};
   ServiceManagement _serviceManagement{_log};
   Shell _shell{_blockingCall};
   LoggingHost _loggingHost;

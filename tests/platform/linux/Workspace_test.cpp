@@ -7,8 +7,8 @@
 #include <thread>
 
 #include "platform/linux/Bundle.h"
+#include "platform/linux/BundleProgram.h"
 #include "platform/linux/Launch.h"
-#include "platform/linux/RunningProcesses.h"
 #include "tests/platform/linux/Applications.h"
 
 namespace platform::Linux {
@@ -92,13 +92,11 @@ TEST_F(RunningApplications, AnInnerBundleCountsForItself) {
   EXPECT_EQ(workspace.runningApplications("com.kelto.helper").size(), 1U);
 }
 
-TEST_F(RunningApplications, AFolderWithABundlesNameAloneIsPassedOver) {
-  makeBundle("App.app");
+TEST_F(RunningApplications, AFolderWithABundlesNameAloneIsNoBundleOfItsOwn) {
+  const std::string outer = makeBundle("App.app");
   const std::string inner = makeBundle("App.app/Contents/Linux/Helper.app", "com.kelto.helper");
   fs::remove(inner + "/Contents/Info.plist");
-  TestProgram copy({inner + program, "plain"});
-  ASSERT_TRUE(copy.isReady());
-  EXPECT_EQ(running().size(), 1U);
+  EXPECT_EQ(bundleOfProgram(inner + program), outer);
 }
 
 TEST_F(RunningApplications, ACopyWhoseBundleWasReplacedUnderItStillCounts) {
@@ -124,7 +122,10 @@ TEST_F(RunningApplications, TheProcessThatAsksIsNotAmongThem) {
   const std::string bundle = makeBundle("App.app");
   TestProgram other({bundle + program, "plain"});
   ASSERT_TRUE(other.isReady());
-  TestProgram counting({bundle + program, "count"});
+  tests::writeFile(bundle + "/Contents/Info.plist",
+                   "<plist version=\"1.0\"><dict><key>CFBundleIdentifier</key><string>" + std::string(identifier) +
+                       "</string><key>CFBundleExecutable</key><string>program</string></dict></plist>");
+  TestProgram counting({bundle + program, "count", identifier});
   EXPECT_EQ(counting.line(), "1");
 }
 
@@ -179,7 +180,7 @@ TEST_F(RunningApplications, OneThatHasEndedCannotBeAsked) {
   EXPECT_FALSE(copies[0]->terminate());
 }
 
-TEST_F(RunningApplications, AskingBlocksThroughTheBlockingCall) {
+TEST_F(RunningApplications, ListingAndAskingBlockThroughTheBlockingCall) {
   class Counting final : public BlockingCall {
    public:
     void run(const std::function<void()>& call) override {
@@ -192,7 +193,7 @@ TEST_F(RunningApplications, AskingBlocksThroughTheBlockingCall) {
   ASSERT_TRUE(copy.isReady());
   platform::Linux::Workspace own(bundles, log, counting);
   EXPECT_TRUE(own.runningApplications(identifier).at(0)->terminate());
-  EXPECT_EQ(counting.count, 1);
+  EXPECT_EQ(counting.count, 2);
 }
 
 class LaunchApplication : public ApplicationTest {

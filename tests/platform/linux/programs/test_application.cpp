@@ -11,9 +11,10 @@
 //                        as if they came from no process, "stubborn" when they do not offer to be closed; with a NAME in
 //                        between it owns that too
 //   connect PATH         is connected to the socket at PATH, and handles SIGTERM by ending
+//   twice                handles SIGTERM by ending, and so does a child of its own
 //   parent PATH          is not, but has a child that is
 //   manager STATE PID    is a service manager on the system bus with the one unit "known.service"
-//   count                prints how many processes of its own bundle it sees, and ends
+//   count IDENTIFIER     prints how many copies of that application it sees, and ends
 //
 // With a file named by KELTO_TEST_REPORT it writes all that it was started with to that file, and ends. It prints "ready"
 // when it is, and a line for everything that it is asked. It ends by itself after two minutes.
@@ -35,7 +36,9 @@
 #include <thread>
 #include <vector>
 
-#include "platform/linux/RunningProcesses.h"
+#include "platform/linux/Bundle.h"
+#include "platform/linux/RunningCopies.h"
+#include "platform/linux/SystemLog.h"
 
 namespace {
 
@@ -212,11 +215,10 @@ class Windows {
   xcb_connection_t* _display = xcb_connect(nullptr, nullptr);
 };
 
-int count() {
-  const std::string own = std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path().parent_path();
-  const auto processes = platform::Linux::processesOfBundles();
-  say(std::to_string(
-      std::count_if(processes.begin(), processes.end(), [&](const auto& p) { return p.bundlePath == own; })));
+int count(const std::string& identifier) {
+  platform::Linux::SystemLog log("test");
+  const platform::Linux::Bundles bundles(log);
+  say(std::to_string(platform::Linux::copiesOf({identifier, ""}, bundles).size()));
   return 0;
 }
 
@@ -264,7 +266,8 @@ int main(int argumentCount, char** arguments) {
   const std::string behaviour = words.empty() ? "plain" : words[0];
   if (words.size() > 1) kind = words.back();
   if (behaviour == "ignore") ::signal(SIGTERM, SIG_IGN);
-  if (behaviour == "handler" || behaviour == "parent" || behaviour == "connect") ::signal(SIGTERM, onTerminationQuit);
+  if (behaviour == "handler" || behaviour == "parent" || behaviour == "twice" || behaviour == "connect")
+    ::signal(SIGTERM, onTerminationQuit);
   if (behaviour == "refuse") ::signal(SIGTERM, onTerminationStay);
   if (behaviour == "bus") return offerActions(words.at(1));
   if (behaviour == "window" && words.size() > 2 && offerActionsAside(words.at(1)) != 0) return 1;
@@ -275,7 +278,12 @@ int main(int argumentCount, char** arguments) {
     if (connectTo(words.at(1)) == 0) say("child");
     for (;;) ::pause();
   }
-  if (behaviour == "count") return count();
+  if (behaviour == "twice" && ::fork() == 0) {
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    say("child");
+    for (;;) ::pause();
+  }
+  if (behaviour == "count") return count(words.at(1));
   if (behaviour == "manager") {
     loadState = words.at(1);
     mainProcess = static_cast<std::uint32_t>(std::stoul(words.at(2)));

@@ -4,7 +4,6 @@
 #include <thread>
 
 #include "foundation/dispatch/Fork.h"
-#include "platform/Platform.h"
 
 namespace CallingThread {
 namespace {
@@ -15,20 +14,18 @@ struct Known {
   bool isKnown = false;
 };
 
-std::uint32_t ask() {
-  const platform::Platform* platform = platform::installed();
-  if (platform != nullptr && platform->loggingHost != nullptr)
-    return platform->loggingHost->process.currentThreadIdentifier();
+std::uint32_t ask(const platform::ProcessInfo* process) {
+  if (process != nullptr) return process->currentThreadIdentifier();
   return static_cast<std::uint32_t>(std::hash<std::thread::id>()(std::this_thread::get_id()));
 }
 
 }  // namespace
 
-std::uint32_t identifier() {
+std::uint32_t identifier(const platform::ProcessInfo* process) {
   thread_local Known known;
   // The one thread of a forked child has another number than the thread it was.
   if (!known.isKnown || known.generation != foundation::Fork::generation())
-    known = {.identifier = ask(), .generation = foundation::Fork::generation(), .isKnown = true};
+    known = {.identifier = ask(process), .generation = foundation::Fork::generation(), .isKnown = true};
   return known.identifier;
 }
 

@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "foundation/dispatch/Clock.h"
-#include "foundation/dispatch/Fork.h"
 #include "logging/DDLog.h"
 #include "logging/LogCore.h"
 
@@ -93,11 +92,8 @@ void DDFileLogger::rollLogFile() {
 // Writing.
 
 void DDFileLogger::logMessage(const DDLogMessage& message) {
-  const foundation::Fork::Witness witness;
   _writer.beginRecord();
   if (const auto text = textOf(message)) {
-    // The formatter forked, and the record is the parent's.
-    if (witness.isInChild()) return;
     const auto sinceLook = message.timestamp() - _lastVerified;
     if (sinceLook >= verifyingInterval || sinceLook < std::chrono::nanoseconds(0)) {
       verifyPlace();

@@ -1,7 +1,7 @@
 #include "logging/DDLog.h"
 
 #include "foundation/dispatch/Clock.h"
-#include "logging/CallingThread.h"
+#include "foundation/runtime/Lasting.h"
 #include "logging/LogCore.h"
 
 namespace {
@@ -37,8 +37,10 @@ void DDLog::initialize() { LogCore::current(); }
 foundation::Dispatch::Queue& DDLog::loggingQueue() {
   if (LogCore* core = LogCore::current()) return *core;
   // Without a platform there is nothing to be in order with.
-  static auto* queue = new std::shared_ptr(foundation::Dispatch::SerialQueue::make("cocoa.plamaiskre"));
-  return **queue;
+  using SharedQueue = std::shared_ptr<foundation::Dispatch::SerialQueue>;
+  static constinit foundation::Lasting<SharedQueue> queue;
+  return *queue.get(
+      [] { return std::make_unique<SharedQueue>(foundation::Dispatch::SerialQueue::make("cocoa.plamaiskre")); });
 }
 
 void DDLog::addLogger(std::shared_ptr<DDLogger> logger) {
@@ -73,7 +75,8 @@ void DDLog::log(const Statement& statement, std::string_view format,
 }
 
 void DDLog::logText(const Statement& statement, std::string_view text) {
-  if (LogCore* core = LogCore::current()) record(*core, statement, foundation::Clock::current().now(), text);
+  LogCore* core = LogCore::current();
+  if (core != nullptr && !core->isStray()) record(*core, statement, foundation::Clock::current().now(), text);
 }
 
 void DDLog::record(LogCore& core, const Statement& statement, foundation::Date timestamp, std::string_view text) {
@@ -84,7 +87,7 @@ void DDLog::record(LogCore& core, const Statement& statement, foundation::Date t
                .flag = statement.flag,
                .context = statement.context,
                .line = statement.line,
-               .thread = CallingThread::identifier()},
+               .thread = core.callingThread()},
               text, foundation::Dispatch::currentQueueLabel(), statement.asynchronous);
 }
 

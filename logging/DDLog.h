@@ -75,7 +75,8 @@ class DDLog {
   };
   static void log(const Statement& statement, std::string_view format,
                   std::span<const foundation::FormatArgument> arguments);
-  // The same with a text that is formatted already, which is copied.
+  // The same with a text that is formatted already, which is copied. For callers that echo to the system log: where
+  // statements go there only, this does nothing.
   static void logText(const Statement& statement, std::string_view text);
 
  private:

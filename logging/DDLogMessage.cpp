@@ -3,7 +3,7 @@
 #include "foundation/dispatch/Clock.h"
 #include "foundation/dispatch/Dispatch.h"
 #include "foundation/text/Format.h"
-#include "logging/CallingThread.h"
+#include "logging/LogCore.h"
 
 DDLogMessage::DDLogMessage(std::string_view logMsg, std::int32_t level, std::int32_t flag, std::int32_t context,
                            const char* file, const char* function, std::int32_t line)
@@ -14,7 +14,7 @@ DDLogMessage::DDLogMessage(std::string_view logMsg, std::int32_t level, std::int
              .flag = flag,
              .context = context,
              .line = line,
-             .thread = CallingThread::identifier()} {
+             .thread = LogCore::threadOfCaller()} {
   own(logMsg, foundation::Dispatch::currentQueueLabel());
 }
 

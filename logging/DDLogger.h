@@ -47,7 +47,11 @@ class DDLogger {
   virtual void didBecomeIdle() {}
   // The process, or the platform, ends: things that were put off must be done now.
   virtual void willEnd() {}
-  // In a forked child: what was put aside is the parent's to write, and open files are shared with it. A child that was
-  // forked inside the logger is outside of it: it may log and flush, and the record at hand stays readable there.
+  // In a forked child, while nothing else of the logger runs: what was put aside is the parent's to write, and open files
+  // are shared with it.
+  //
+  // Forking inside a logger, a formatter or a block of the logging queue is not supported: such a child calls no logger any
+  // more, this operation included, and its statements go to the system log only. The same happens to the child of another
+  // thread when a logger has been busy for a fifth of a second: a fork waits no longer.
   virtual void didFork() {}
 };

@@ -42,8 +42,8 @@ class Doorbell {
     _calls.wait(calls, std::memory_order_acquire);
   }
 
-  // In a forked child, which has no sleeper.
-  void didFork() { _isAsleep.store(true); }
+  // There is no sleeper, in a forked child for example: the next caller is told to wake one.
+  void hasNoSleeper() { _isAsleep.store(true); }
 
  private:
   const bool _fencesForOthers;

@@ -1,5 +1,6 @@
 #include "logging/KTLogger.h"
 
+#include "foundation/runtime/Lasting.h"
 #include "kit/NSUserDefaults+Debug.h"
 #include "logging/DDLog.h"
 
@@ -33,19 +34,20 @@ constexpr std::size_t maximumNumberOfLogFiles = 7;
 
 }  // namespace
 
-std::atomic<KTLogger*> KTLogger::_shared{nullptr};
+constinit std::atomic<KTLogger*> KTLogger::_shared{nullptr};
 
 KTLogger* KTLogger::makeSharedLogger() {
   // For statements outside the life of a platform, even at the very end of the process.
-  static auto* const mute = new KTLogger(SingletonKey{}, nullptr);
+  static constinit foundation::Lasting<KTLogger> lasting;
+  const auto mute = [] { return &lasting.get([] { return std::make_unique<KTLogger>(SingletonKey{}, nullptr); }); };
   platform::Platform* platform = platform::installed();
-  if (platform == nullptr) return mute;
+  if (platform == nullptr) return mute();
   KTLogger* logger = platform->process.once<KTLogger>([&] {
     auto made = std::make_shared<KTLogger>(SingletonKey{}, platform);
     made->initSingleton(*platform);
     return made;
   });
-  return logger == nullptr ? mute : logger;
+  return logger == nullptr ? mute() : logger;
 }
 
 KTLogger::KTLogger(SingletonKey /*key*/, platform::Platform* platform)

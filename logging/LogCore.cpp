@@ -2,8 +2,10 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <system_error>
 #include <utility>
 
+#include "foundation/dispatch/Threads.h"
 #include "logging/Nap.h"
 
 using foundation::Dispatch::Block;
@@ -11,7 +13,7 @@ using SteadyClock = std::chrono::steady_clock;
 
 namespace {
 
-std::atomic<LogCore*> theCore{nullptr};
+constinit std::atomic<LogCore*> theCore{nullptr};
 
 // The core whose drain the calling thread holds.
 thread_local const LogCore* heldDrain = nullptr;
@@ -24,6 +26,8 @@ constexpr std::uint64_t recordsBetweenLooks = 32;
 // the ring would be full before it woke up.
 constexpr std::uint64_t recordsOfARush = 100;
 constexpr int breathsInARush = 10;
+// A fork waits this long for the loggers to come to rest.
+constexpr std::chrono::milliseconds forkPatience{200};
 // Prefetch distance, in records.
 constexpr std::uint64_t recordsAhead = 6;
 
@@ -51,12 +55,12 @@ LogCore* LogCore::current() {
 
 LogCore::LogCore(platform::Platform& platform)
     : Queue("cocoa.plamaiskre"),
+      _systemLog(platform.systemLog),
+      _process(platform.loggingHost != nullptr ? &platform.loggingHost->process : nullptr),
       _journal(std::make_shared<LogJournal>(platform.loggingHost)),
       _ring(_journal->ringMemory()),
-      _delivery(platform.loggingHost != nullptr ? platform.loggingHost->process.processorCount()
-                                                : std::thread::hardware_concurrency(),
-                platform.systemLog),
-      _bell(platform.loggingHost != nullptr ? &platform.loggingHost->process : nullptr) {
+      _delivery(_process, platform.systemLog),
+      _bell(_process) {
   _forkHandlers = foundation::Fork::addHandlers({.stage = foundation::Fork::Stage::work,
                                                  .prepare = [this] { prepareFork(); },
                                                  .parent = [this] { endFork(); },
@@ -68,6 +72,11 @@ LogCore::LogCore(platform::Platform& platform)
                                                  });
   theCore.store(this, std::memory_order_release);
   [[maybe_unused]] static const int once = std::atexit(finishAtExit);
+}
+
+std::uint32_t LogCore::threadOfCaller() {
+  const LogCore* core = current();
+  return core == nullptr ? CallingThread::identifier(nullptr) : core->callingThread();
 }
 
 LogCore::~LogCore() {
@@ -82,8 +91,9 @@ LogCore::~LogCore() {
 
 // The last flush, and the last moments of loggers that were removed. Later statements are written by their callers.
 void LogCore::finish() {
-  _isExiting.store(true, std::memory_order_release);
-  if (heldDrain == this) return;
+  Phase running = Phase::running;
+  _phase.compare_exchange_strong(running, Phase::ending);
+  if (heldDrain == this || isStray()) return;
   sync([this] { lt_flush(); });
   _delivery.waitForRemoved();
   // Loggers may have logged in their last moments; those records wait for nobody but this.
@@ -105,14 +115,17 @@ void LogCore::record(const DDLogMessage& message, bool asynchronous) {
 }
 
 void LogCore::record(const DDLogMessage::Facts& facts, std::string_view text, std::string_view label, bool asynchronous) {
+  const Phase phase = _phase.load(std::memory_order_relaxed);
+  if (phase == Phase::stray) {
+    _systemLog.log(text);
+    return;
+  }
   // While the process ends a block cannot wait for its record: a logger that logs would wait for itself.
-  const bool waits = !asynchronous || (_isExiting.load(std::memory_order_relaxed) && Queue::current() == nullptr);
-  Ticket ticket = 0;
-  do {
-    // Without a ticket nobody else has to wait for this thread to wake up again.
-    if (!_ring.hasRoom()) waitForRoom();
-    ticket = _ring.takeTicket();
-  } while (!_ring.isFree(ticket) && !waitForSlot(ticket));
+  const bool waits = !asynchronous || (phase == Phase::ending && Queue::current() == nullptr);
+  // Without a ticket nobody else has to wait for this thread to wake up again.
+  if (!_ring.hasRoom()) waitForRoom();
+  const Ticket ticket = _ring.takeTicket();
+  if (!_ring.isFree(ticket)) waitForSlot(ticket);
   LogSlot& slot = _ring.slotOf(ticket);
   slot.fill(facts, text, label, waits, _ring.texts());
   const std::size_t bytes = slot.filledBytes();
@@ -127,17 +140,20 @@ void LogCore::waitForRoom() {
   waitUntil([&] { return _ring.hasRoom(); }, _ring.nextTicket());
 }
 
-bool LogCore::waitForSlot(Ticket ticket) {
+void LogCore::waitForSlot(Ticket ticket) {
   rouse();
-  return waitUntil([&] { return _ring.isFree(ticket); }, ticket);
+  waitUntil([&] { return _ring.isFree(ticket); }, ticket);
 }
 
-void LogCore::async(Block block) { place(std::move(block), nullptr); }
+void LogCore::async(Block block) {
+  if (!isStray()) place(std::move(block), nullptr);
+}
 
 void LogCore::sync(const Block& block) {
+  if (isStray()) return;
   std::atomic<bool> isDone{false};
-  do place(block, &isDone);
-  while (!waitUntil([&] { return isDone.load(std::memory_order_acquire); }, _ring.nextTicket()));
+  place(block, &isDone);
+  waitUntil([&] { return isDone.load(std::memory_order_acquire); }, _ring.nextTicket());
 }
 
 void LogCore::place(Block block, std::atomic<bool>* isDone) {
@@ -150,21 +166,20 @@ void LogCore::place(Block block, std::atomic<bool>* isDone) {
   rouse();
 }
 
-// Waits by doing the work, as long as nobody else does it. Returns false in a child that was forked by this work: tickets
-// and blocks of the parent mean nothing there.
+// Waits by doing the work, as long as nobody else does it. In a child that was forked by this work there is nothing to wait
+// for.
 template <class IsDone>
-bool LogCore::waitUntil(const IsDone& isDone, Ticket limit) {
+void LogCore::waitUntil(const IsDone& isDone, Ticket limit) {
   // A statement between a failed call and the look at its error must not change the error.
   const PreservedError error;
-  for (Nap nap(Nap::patient); !isDone();) {
+  for (Nap nap(Nap::patient); !isDone() && !isStray();) {
     bool hasAdvanced = false;
     if (tryHoldDrain()) {
       hasAdvanced = drain(limit, limit);
-      if (!dropDrain()) return false;
+      dropDrain();
     }
     if (!hasAdvanced) nap.take();
   }
-  return true;
 }
 
 bool LogCore::tryHoldDrain() {
@@ -173,12 +188,9 @@ bool LogCore::tryHoldDrain() {
   return true;
 }
 
-// Returns false in a child that was forked while this thread held the drain, where it holds nothing.
-bool LogCore::dropDrain() {
-  if (heldDrain != this) return false;
+void LogCore::dropDrain() {
   heldDrain = nullptr;
   _isDraining.store(false, std::memory_order_release);
-  return true;
 }
 
 // Runs blocks and delivers records until it comes to `limit` or to a record that is not there yet. Whether anything was.
@@ -187,7 +199,6 @@ bool LogCore::drain(Ticket limit, Ticket taken) {
   const Current queue(this);
   LogDelivery::Round round(_delivery);
   bool hasAdvanced = false;
-  _delivery.wakeOnlooker();
   for (;;) {
     const Ticket head = _ring.head();
     if (_nextBlock.load(std::memory_order_acquire) <= head) {
@@ -199,7 +210,7 @@ bool LogCore::drain(Ticket limit, Ticket taken) {
     } else {
       return hasAdvanced;
     }
-    if (heldDrain != this) return true;
+    if (isStray()) return true;
     hasAdvanced = true;
   }
 }
@@ -213,7 +224,7 @@ void LogCore::runBlocks(Ticket head) {
     lock.unlock();
     _delivery.attempt(next.block);
     next.block = nullptr;
-    if (heldDrain != this) return;
+    if (isStray()) return;
     if (next.isDone != nullptr) next.isDone->store(true, std::memory_order_release);
     lock.lock();
   }
@@ -223,10 +234,7 @@ void LogCore::deliver(LogDelivery::Round& round, Ticket ticket) {
   const LogSlot& slot = _ring.slotOf(ticket);
   const bool isSynchronous = slot.isSynchronous;
   _journal->setTicket(ticket);
-  _isDelivering = true;
   round.deliver(slot.message(), isSynchronous);
-  if (heldDrain != this) return;
-  _isDelivering = false;
   _ring.release(ticket);
   if (isSynchronous) {
     _hasUnwritten = false;
@@ -261,10 +269,26 @@ void LogCore::lt_flush() {
 
 // The watch.
 
-void LogCore::wakeWatch() {
+// False when there is no thread to be had; the next caller asks again.
+bool LogCore::wakeWatch() {
   const std::lock_guard lock(_watchMutex);
-  if (!_watch.joinable()) _watch = std::thread([this] { keepWatch(); });
+  try {
+    if (!_watch.joinable()) _watch = foundation::Threads::start([this] { keepWatch(); });
+  } catch (const std::system_error&) {
+    _bell.hasNoSleeper();
+    return false;
+  }
   _bell.wake();
+  return true;
+}
+
+// A caller does what the watch would do, unless it is inside a block or a logger: whoever runs that goes on.
+void LogCore::standIn() {
+  while (Queue::current() == nullptr && hasWork() && tryHoldDrain()) {
+    drain(_ring.nextTicket(), _ring.nextTicket());
+    settle();
+    dropDrain();
+  }
 }
 
 bool LogCore::hasWork() { return _ring.hasRecord() || _nextBlock.load(std::memory_order_seq_cst) != none; }
@@ -281,7 +305,7 @@ void LogCore::keepWatch() {
       hasAdvanced = drain(breaths > 0 ? taken : _ring.head() + recordsOfARush, taken);
       if (!hasAdvanced) settle();
       isBusy = _hasUnwritten;
-      if (!dropDrain()) return;
+      dropDrain();
     }
     // Others may have drained meanwhile.
     const Ticket head = _ring.head();
@@ -314,7 +338,6 @@ void LogCore::settle() {
 }
 
 void LogCore::sleepUntilRoused() {
-  _delivery.letOnlookerSleep();
   _bell.sleepUnless([this] { return hasWork() || _isStopping.load(std::memory_order_acquire); });
 }
 
@@ -329,44 +352,55 @@ void LogCore::stopWatch() {
   if (watch.joinable()) watch.join();
 }
 
-// Forks. Nobody delivers anything and nobody starts a thread while the process forks, unless it is a logger that forks:
-// then whoever drains is inside that logger's part, or waits for it.
+// Forks. Nobody delivers anything and no logger does anything while the process forks: then the child can go on with
+// loggers of its own. If that cannot be had, because a logger forks or one is busy for long, the child is a stray: it must
+// not touch what was in the middle of something in the parent.
 
 void LogCore::prepareFork() {
-  _forkedInside = heldDrain == this || _delivery.isPartHere();
-  for (Nap nap(Nap::patient); !_forkedInside && !tryHoldDrain();) nap.take();
-  if (_forkedInside && _isDelivering) _headAtFork = _ring.copyOfHead();
+  const auto end = SteadyClock::now() + forkPatience;
+  for (Nap nap(Nap::patient); !_isAtRest && heldDrain != this && !isStray() && SteadyClock::now() < end;) {
+    if (tryHoldDrain()) {
+      _isAtRest = _delivery.tryHold();
+      if (!_isAtRest) dropDrain();
+    }
+    if (!_isAtRest) nap.take();
+  }
   _blocksMutex.lock();
   _watchMutex.lock();
 }
 
 void LogCore::endFork() {
-  _headAtFork.reset();
   _watchMutex.unlock();
   _blocksMutex.unlock();
-  if (!_forkedInside) dropDrain();
+  if (!std::exchange(_isAtRest, false)) return;
+  _delivery.letGo();
+  dropDrain();
 }
 
 void LogCore::beginChild() {
-  // The waiting records are the parent's, and so are the threads, which cannot be joined here.
+  // The threads are the parent's, and cannot be joined here.
   std::construct_at(&_watch);
-  if (_headAtFork) {
-    // Which is still being read where it is; the child's own records go elsewhere.
-    _ring.putBack(*_headAtFork);
-    std::construct_at(&_ring, _journal->anotherRingMemory());
-  } else {
-    _ring.reset();
-  }
-  _isDelivering = false;
+  _bell.hasNoSleeper();
+  if (_isAtRest)
+    startOver();
+  else
+    goAstray();
+  endFork();
+}
+
+// The waiting records and blocks are the parent's.
+void LogCore::startOver() {
+  _ring.reset();
   _blocks.clear();
   _nextBlock.store(none);
   _written.store(0);
   _hasUnwritten = false;
   _lastSeen = _settledAt = 0;
-  _bell.didFork();
   _delivery.didFork();
-  // Only this thread is left to drop the drain, whichever held it; a logger that forked is not inside anything here.
-  heldDrain = this;
-  _forkedInside = false;
-  endFork();
+}
+
+void LogCore::goAstray() {
+  _phase.store(Phase::stray);
+  _isStopping.store(true);
+  _delivery.goAstray();
 }

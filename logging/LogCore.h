@@ -20,6 +20,7 @@
 #include <thread>
 
 #include "foundation/dispatch/Fork.h"
+#include "logging/CallingThread.h"
 #include "logging/DDLogger.h"
 #include "logging/Doorbell.h"
 #include "logging/LogDelivery.h"
@@ -42,6 +43,14 @@ class LogCore final : public foundation::Dispatch::Queue {
   void record(const DDLogMessage::Facts& facts, std::string_view text, std::string_view label, bool asynchronous);
   void record(const DDLogMessage& message, bool asynchronous);
 
+  // Whether this is the child of a fork that no logger was prepared for (DDLogger::didFork): statements go to the system
+  // log only, and nothing else here does anything.
+  [[nodiscard]] bool isStray() const { return _phase.load(std::memory_order_relaxed) == Phase::stray; }
+
+  // The kernel's number of the calling thread.
+  [[nodiscard]] std::uint32_t callingThread() const { return CallingThread::identifier(_process); }
+  static std::uint32_t threadOfCaller();
+
   // On the logging queue.
   void lt_addLogger(std::shared_ptr<DDLogger> logger);
   void lt_removeLogger(const std::shared_ptr<DDLogger>& logger);
@@ -59,16 +68,18 @@ class LogCore final : public foundation::Dispatch::Queue {
     std::atomic<bool>* isDone;
   };
   static constexpr Ticket none = ~Ticket{0};
+  // At the end callers deliver their records themselves.
+  enum class Phase : std::uint8_t { running, ending, stray };
 
   void place(foundation::Dispatch::Block block, std::atomic<bool>* isDone);
   void waitForRoom();
-  bool waitForSlot(Ticket ticket);
+  void waitForSlot(Ticket ticket);
   template <class IsDone>
-  bool waitUntil(const IsDone& isDone, Ticket limit);
+  void waitUntil(const IsDone& isDone, Ticket limit);
 
   // The holder of the drain.
   bool tryHoldDrain();
-  bool dropDrain();
+  void dropDrain();
   bool drain(Ticket limit, Ticket taken);
   void runBlocks(Ticket head);
   void deliver(LogDelivery::Round& round, Ticket ticket);
@@ -77,9 +88,10 @@ class LogCore final : public foundation::Dispatch::Queue {
 
   // The watch.
   void rouse() {
-    if (_bell.mustWake()) wakeWatch();
+    if (_bell.mustWake() && !wakeWatch()) standIn();
   }
-  void wakeWatch();
+  bool wakeWatch();
+  void standIn();
   void keepWatch();
   void settle();
   [[nodiscard]] bool hasWork();
@@ -91,29 +103,29 @@ class LogCore final : public foundation::Dispatch::Queue {
   void prepareFork();
   void endFork();
   void beginChild();
+  void startOver();
+  void goAstray();
 
+  platform::SystemLog& _systemLog;
+  platform::ProcessInfo* const _process;  // or nullptr
   const std::shared_ptr<LogJournal> _journal;
   LogRing _ring;
   LogDelivery _delivery;
 
   // Every caller reads these; they are written seldom.
   alignas(64) Doorbell _bell;
-  std::atomic<bool> _isExiting{false};
+  std::atomic<Phase> _phase{Phase::running};
   std::atomic<bool> _isStopping{false};
   std::atomic<Ticket> _nextBlock{none};  // the place of the first waiting block
   std::mutex _watchMutex;
   std::thread _watch;
   std::mutex _blocksMutex;
   std::deque<PlacedBlock> _blocks;
-  // While the process forks: whether that happens inside a logger's part or a block, and the record that is being
-  // delivered.
-  bool _forkedInside = false;
-  std::optional<LogRing::HeadCopy> _headAtFork;
+  bool _isAtRest = false;  // while the process forks: whether this thread holds the drain and the loggers' queues
   foundation::Fork::HandlersID _forkHandlers = 0;
 
   // The holder of the drain writes these, mostly with every record.
   alignas(64) std::atomic<bool> _isDraining{false};
-  bool _isDelivering = false;
   bool _hasUnwritten = false;
   std::chrono::steady_clock::time_point _unwrittenSince;
   // Every record below this ticket has been handed on by every logger, not only received.

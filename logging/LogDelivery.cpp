@@ -1,26 +1,38 @@
 #include "logging/LogDelivery.h"
 
 #include <algorithm>
+#include <system_error>
 #include <utility>
 
-#include "foundation/dispatch/Fork.h"
+#include "foundation/dispatch/Threads.h"
 
 using foundation::Dispatch::SerialQueue;
 
 namespace {
 
-constexpr std::chrono::microseconds look{500};
-// A logger that has not come further after this many looks is stuck.
-constexpr int looksUntilStuck = 3;
-
-// The delivery whose part the calling thread is doing on a logger's queue.
-thread_local const LogDelivery* partHere = nullptr;
+// A delivery that stands where it stood this long ago is stuck.
+constexpr std::chrono::milliseconds look{1};
 
 }  // namespace
 
-void LogDelivery::report(const char* reason) {
-  if (!_hasReported.exchange(true))
+LogDelivery::LogDelivery(platform::ProcessInfo* process, platform::SystemLog& systemLog)
+    : _processors(std::max(1U, process != nullptr ? process->processorCount() : std::thread::hardware_concurrency())),
+      _systemLog(systemLog),
+      _bell(process) {}
+
+LogDelivery::~LogDelivery() {
+  stop();
+  // Loggers end with what they have put aside, which is the parent's.
+  if (_isStray) new std::vector(std::move(_nodes));
+}
+
+void LogDelivery::report(const char* reason) noexcept {
+  if (_hasReported.exchange(true)) return;
+  try {
     _systemLog.log(std::string("DDLog: a logger or a formatter has thrown an exception: ") + reason);
+  } catch (...) {
+    // Without memory there is nothing to say it with.
+  }
 }
 
 void LogDelivery::perform(DDLogger& logger, const DDLogMessage& message, bool andWrite) {
@@ -33,7 +45,7 @@ void LogDelivery::add(std::shared_ptr<DDLogger> logger) {
   if (!queue) queue = SerialQueue::make(logger->loggerName());
   queue->async([this, logger] { attempt([&] { logger->didAddLogger(); }); });
   _nodes.push_back({.logger = std::move(logger), .loggerQueue = std::move(queue)});
-  wakeOnlooker();
+  _held.reserve(_nodes.size());
 }
 
 void LogDelivery::remove(const std::shared_ptr<DDLogger>& logger) {
@@ -75,10 +87,7 @@ void LogDelivery::Round::writePending() {
     _delivery.attempt([&] { only().writePending(); });
     return;
   }
-  for (const auto& node : _delivery._nodes) {
-    const SerialQueue::Turn turn(*node.loggerQueue);
-    _delivery.attempt([&] { node.logger->writePending(); });
-  }
+  _delivery.performOnQueues([](DDLogger& logger) { logger.writePending(); });
 }
 
 // The only logger, on its queue.
@@ -89,104 +98,100 @@ DDLogger& LogDelivery::Round::only() {
   return *node.logger;
 }
 
-void LogDelivery::deliverInTurn(const DDLogMessage& message, bool andWrite) {
-  const foundation::Fork::Witness witness;
+// One logger after the other.
+template <class Part>
+void LogDelivery::performOnQueues(const Part& part) {
   for (const auto& node : _nodes) {
+    if (_isStray) return;
     const SerialQueue::Turn turn(*node.loggerQueue);
-    perform(*node.logger, message, andWrite);
-    if (witness.isInChild()) return;
+    attempt([&] { part(*node.logger); });
   }
 }
 
+void LogDelivery::deliverInTurn(const DDLogMessage& message, bool andWrite) {
+  performOnQueues([&](DDLogger& logger) { perform(logger, message, andWrite); });
+}
+
 void LogDelivery::deliverWatched(const DDLogMessage& message, bool andWrite) {
-  const foundation::Fork::Witness witness;
   const std::uint64_t number = ++_number;
   const std::size_t count = _nodes.size();
+  const Progress over = progress(number, 0, 0);
   _message = &message;
   _andWrite = andWrite;
   _progress.store(progress(number, count, 0), std::memory_order_release);
+  if (_bell.mustWake()) wakeOnlooker();
   for (std::size_t i = 0; i < count; ++i) {
     Progress expected = progress(number, count, i);
     if (!_progress.compare_exchange_strong(expected, progress(number, count, i + 1), std::memory_order_acq_rel)) break;
     const SerialQueue::Turn turn(*_nodes[i].loggerQueue);
     perform(*_nodes[i].logger, message, andWrite);
-    if (witness.isInChild()) return;
+    if (_isStray) return;
   }
   Progress own = progress(number, count, count);
-  if (_progress.compare_exchange_strong(own, 0, std::memory_order_acq_rel)) return;
+  if (_progress.compare_exchange_strong(own, over, std::memory_order_acq_rel)) return;
   while (_startedElsewhere.load(std::memory_order_acquire) != number) std::this_thread::yield();
   _group.wait();
 }
 
-// Progress 0 with the number on is a place that the draining thread never expects.
 void LogDelivery::startRestElsewhere(Progress seen) {
-  const std::uint64_t number = seen >> (2 * indexBits);
-  if (!_progress.compare_exchange_strong(seen, 0, std::memory_order_acq_rel)) return;
-  // Should one of them fork, then the child has neither the draining thread nor what lies on its stack.
-  const auto message = std::make_shared<const DDLogMessage>(*_message);
+  const std::uint64_t number = numberOf(seen);
+  if (!_progress.compare_exchange_strong(seen, progress(number, 0, 0), std::memory_order_acq_rel)) return;
   for (std::size_t i = seen & indexMask; i < _nodes.size(); ++i)
-    startPart(*_nodes[i].loggerQueue,
-              [this, logger = _nodes[i].logger, message, andWrite = _andWrite] { perform(*logger, *message, andWrite); });
+    startPart(*_nodes[i].loggerQueue, [this, &node = _nodes[i]] { perform(*node.logger, *_message, _andWrite); });
   _startedElsewhere.store(number, std::memory_order_release);
 }
 
-void LogDelivery::startPart(SerialQueue& queue, foundation::Dispatch::Block part) {
-  queue.async(_group, [this, part = std::move(part)] {
-    partHere = this;
+// Runs `part` on the queue and some other thread, as a member of the group; on this one when there is no memory for that.
+void LogDelivery::startPart(SerialQueue& queue, const foundation::Dispatch::Block& part) {
+  try {
+    queue.async(_group, part);
+  } catch (...) {
+    const SerialQueue::Turn turn(queue);
     part();
-    partHere = nullptr;
-  });
-}
-
-bool LogDelivery::isPartHere() const { return partHere == this; }
-
-void LogDelivery::lookOn() {
-  Progress last = 0;
-  int looks = 0;
-  while (!_isStopping.load(std::memory_order_acquire)) {
-    const std::uint32_t calls = _calls.load(std::memory_order_acquire);
-    if (!_isOnlookerNeeded.load(std::memory_order_acquire)) {
-      _calls.wait(calls, std::memory_order_acquire);
-      continue;
-    }
-    std::this_thread::sleep_for(look);
-    const Progress now = _progress.load(std::memory_order_acquire);
-    const bool hasRest = (now & indexMask) < ((now >> indexBits) & indexMask);
-    looks = now == last && hasRest ? looks + 1 : 0;
-    last = now;
-    if (looks >= looksUntilStuck - 1) startRestElsewhere(now);
   }
 }
 
+// The onlooker.
+
+void LogDelivery::lookOn() {
+  Progress seen = 0;
+  while (!_isStopping.load(std::memory_order_acquire)) {
+    const Progress now = _progress.load(std::memory_order_acquire);
+    if (std::exchange(seen, now) != now) {
+      std::this_thread::sleep_for(look);
+      continue;
+    }
+    if (hasRest(now)) startRestElsewhere(now);
+    _bell.sleepUnless(
+        [&] { return _progress.load(std::memory_order_seq_cst) != now || _isStopping.load(std::memory_order_acquire); });
+  }
+}
+
+// Without a thread to be had there is no onlooker until the next delivery asks for one.
 void LogDelivery::wakeOnlooker() {
-  if (!hasSeveral() || _processors < 2) return;
-  if (_isOnlookerNeeded.exchange(true, std::memory_order_acq_rel)) return;
-  _calls.fetch_add(1, std::memory_order_release);
-  _calls.notify_all();
-  if (!_onlooker.joinable()) _onlooker = std::thread([this] { lookOn(); });
+  try {
+    if (!_onlooker.joinable()) _onlooker = foundation::Threads::start([this] { lookOn(); });
+    _bell.wake();
+  } catch (const std::system_error&) {
+    _bell.hasNoSleeper();
+  }
 }
 
 void LogDelivery::stop() {
+  if (_isStray) return;
   _isStopping.store(true, std::memory_order_release);
-  _calls.fetch_add(1, std::memory_order_release);
-  _calls.notify_all();
+  _bell.wake();
   if (_onlooker.joinable()) _onlooker.join();
   for (const auto& node : _nodes) node.loggerQueue->sync([] {});
   waitForRemoved();
 }
 
 void LogDelivery::didBecomeIdle() {
-  for (const auto& node : _nodes) {
-    const SerialQueue::Turn turn(*node.loggerQueue);
-    attempt([&] { node.logger->didBecomeIdle(); });
-  }
+  performOnQueues([](DDLogger& logger) { logger.didBecomeIdle(); });
 }
 
 void LogDelivery::willEnd() {
-  for (const auto& node : _nodes) {
-    const SerialQueue::Turn turn(*node.loggerQueue);
-    attempt([&] { node.logger->willEnd(); });
-  }
+  performOnQueues([](DDLogger& logger) { logger.willEnd(); });
 }
 
 void LogDelivery::flush() {
@@ -194,16 +199,44 @@ void LogDelivery::flush() {
   _group.wait();
 }
 
-void LogDelivery::didFork() {
-  partHere = nullptr;
-  // The threads are the parent's; their objects cannot be joined here.
+// Forks.
+
+bool LogDelivery::tryHold() {
+  for (const auto& node : _nodes) {
+    // A logger may be there twice.
+    if (std::ranges::find(_held, node.loggerQueue.get()) != _held.end()) continue;
+    if (!node.loggerQueue->tryEnter()) {
+      letGo();
+      return false;
+    }
+    _held.push_back(node.loggerQueue.get());
+  }
+  return true;
+}
+
+void LogDelivery::letGo() {
+  for (auto* queue : _held) queue->leave();
+  _held.clear();
+}
+
+// The threads are the parent's; their objects cannot be joined here.
+void LogDelivery::forgetThreads() {
   std::construct_at(&_onlooker);
   std::construct_at(&_group);
   std::construct_at(&_leaving);
-  _progress.store(0);
-  _isOnlookerNeeded.store(false);
+  _bell.hasNoSleeper();
+}
+
+void LogDelivery::didFork() {
+  forgetThreads();
+  _held.clear();
   for (const auto& node : _nodes) {
     node.loggerQueue->resetAfterFork();
     node.logger->didFork();
   }
+}
+
+void LogDelivery::goAstray() {
+  forgetThreads();
+  _isStray = true;
 }

@@ -4,9 +4,10 @@
 // The idea. Every logger has a queue of its own, and two loggers may wait for each other, so each record must be able to be
 // with all of them at once. But handing a record to another thread costs more than most loggers need for it. So the thread
 // that drains pretends: it runs each logger's part itself, in order, as the current block of that logger's queue. That is
-// right as long as no part waits for a later one. A second thread, the onlooker, checks that: when one part takes longer
-// than about a millisecond, it starts the parts that have not begun on threads of their own. Both threads move the same
-// counter on by compare-and-swap, so each part is started exactly once. With one processor there is no onlooker, and
+// right as long as no part waits for a later one. A second thread, the onlooker, checks that: when a delivery stands where
+// it stood a millisecond ago, it starts the parts that have not begun on threads of their own. Both threads move the same
+// counter on by compare-and-swap, so each part is started exactly once. When a millisecond has passed without a delivery
+// the onlooker sleeps, and the next delivery rings for it (Doorbell.h). With one processor there is no onlooker, and
 // loggers run strictly one after the other.
 //
 // Everything runs on the logging queue, except for the onlooker's thread, which comes with the second logger.
@@ -16,6 +17,7 @@
 #include <vector>
 
 #include "logging/DDLogger.h"
+#include "logging/Doorbell.h"
 #include "platform/SystemLog.h"
 
 // The core's entry for one logger.
@@ -26,9 +28,9 @@ struct DDLoggerNode {
 
 class LogDelivery {
  public:
-  LogDelivery(std::uint32_t processors, platform::SystemLog& systemLog)
-      : _processors(processors == 0 ? 1 : processors), _systemLog(systemLog) {}
-  ~LogDelivery() { stop(); }
+  // `process` may be nullptr.
+  LogDelivery(platform::ProcessInfo* process, platform::SystemLog& systemLog);
+  ~LogDelivery();
   LogDelivery(const LogDelivery&) = delete;
   LogDelivery& operator=(const LogDelivery&) = delete;
 
@@ -65,6 +67,7 @@ class LogDelivery {
   // the record counts as handled, and everybody who waits goes on.
   template <class Work>
   void attempt(const Work& work) {
+    if (_isStray) return;
     try {
       work();
     } catch (const std::exception& exception) {
@@ -80,40 +83,48 @@ class LogDelivery {
   // Every logger on its own queue and all at once; returns when all have flushed.
   void flush();
 
-  // The onlooker looks on while somebody drains now and then, and sleeps otherwise.
-  void wakeOnlooker();
-  void letOnlookerSleep() { _isOnlookerNeeded.store(false, std::memory_order_relaxed); }
   // No more onlooker; what is on its way to the loggers' queues has been done.
   void stop();
 
-  // Whether the calling thread is doing a logger's part on the logger's own queue, for which somebody waits who drains.
-  [[nodiscard]] bool isPartHere() const;
-  // In a forked child. A logger's part that forked goes on there as well, but the loggers after it are left out.
+  // Around a fork. Keeps every logger's queue at rest, or none of them: false when one of them is busy.
+  bool tryHold();
+  void letGo();
+  // In a forked child, with all queues at rest.
   void didFork();
+  // In a forked child, with some logger in the middle of its work. No logger is called any more.
+  void goAstray();
 
  private:
-  // Where the delivery of the current record stands: its number, how many loggers there are, and how many have begun. 0
-  // when there is none. The thread that moves it on by compare-and-swap runs the logger it passes.
+  // Where the delivery of a record stands: its number, how many loggers there are, and how many have begun. Without loggers
+  // when it is over, or the onlooker's. The thread that moves it on by compare-and-swap runs the logger it passes.
   using Progress = std::uint64_t;
   static constexpr Progress indexBits = 12;
   static constexpr Progress indexMask = (Progress{1} << indexBits) - 1;
   static Progress progress(std::uint64_t number, std::size_t count, std::size_t begun) {
     return number << (2 * indexBits) | count << indexBits | begun;
   }
+  static std::uint64_t numberOf(Progress progress) { return progress >> (2 * indexBits); }
+  static bool hasRest(Progress progress) { return (progress & indexMask) < (progress >> indexBits & indexMask); }
 
-  void report(const char* reason);
+  void report(const char* reason) noexcept;
   void perform(DDLogger& logger, const DDLogMessage& message, bool andWrite);
-  void startPart(foundation::Dispatch::SerialQueue& queue, foundation::Dispatch::Block part);
+  template <class Part>
+  void performOnQueues(const Part& part);
+  void startPart(foundation::Dispatch::SerialQueue& queue, const foundation::Dispatch::Block& part);
   void dismiss(DDLoggerNode node);
   void deliverInTurn(const DDLogMessage& message, bool andWrite);
   void deliverWatched(const DDLogMessage& message, bool andWrite);
   void lookOn();
   void startRestElsewhere(Progress seen);
+  void wakeOnlooker();
+  void forgetThreads();
 
   const std::uint32_t _processors;
   platform::SystemLog& _systemLog;
   std::atomic<bool> _hasReported{false};
+  bool _isStray = false;
   std::vector<DDLoggerNode> _nodes;
+  std::vector<foundation::Dispatch::SerialQueue*> _held;
   foundation::Dispatch::Group _group;
   foundation::Dispatch::Group _leaving;  // the loggers that were removed and may not know it yet
 
@@ -123,8 +134,7 @@ class LogDelivery {
   const DDLogMessage* _message = nullptr;
   bool _andWrite = false;
 
-  std::atomic<bool> _isOnlookerNeeded{false};
   std::atomic<bool> _isStopping{false};
-  std::atomic<std::uint32_t> _calls{0};
+  Doorbell _bell;
   std::thread _onlooker;
 };

@@ -20,6 +20,7 @@ LogFileWriter::~LogFileWriter() {
 
 void LogFileWriter::open(std::unique_ptr<platform::LogFile> file, const std::string& path) {
   _file = std::move(file);
+  _generation = foundation::Fork::generation();
   _fileSize = _verifiedSize = _file->size();
   _lines->fileSize = _fileSize;
   const std::size_t length = path.size() < LogLines::longestPath ? path.size() : 0;
@@ -62,7 +63,7 @@ void LogFileWriter::endRecord() {
 
 void LogFileWriter::write() {
   const std::size_t length = _lines->length();
-  if (!_file || length == 0) return;
+  if (!isOwnFile() || length == 0) return;
   int error = 0;
   const std::size_t written = _file->append({_lines->bytes, length}, error);
   if (written > 0 && written < length) std::memmove(_lines->bytes, _lines->bytes + written, length - written);
@@ -75,6 +76,7 @@ void LogFileWriter::write() {
 
 // Whole lines that have no room among the others.
 void LogFileWriter::writeThrough(std::string_view text) {
+  if (!isOwnFile()) return;
   int error = 0;
   const std::size_t written = _file->append(text, error);
   _fileSize += written;

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "foundation/dispatch/Fork.h"
 #include "logging/LogJournal.h"
 
 class LogFileWriter {
@@ -45,6 +46,7 @@ class LogFileWriter {
   void forget();
 
  private:
+  [[nodiscard]] bool isOwnFile() const { return _file && _generation == foundation::Fork::generation(); }
   void put(std::string_view text, std::string_view end);
   void writeThrough(std::string_view text);
   void report(int error);
@@ -58,6 +60,7 @@ class LogFileWriter {
   std::uint64_t _verifiedSize = 0;  // at the last look that found the file in its place
   std::string _salvaged;            // out of a file that was deleted
   std::uint64_t _ticket = 0;
+  std::uint32_t _generation = 0;  // of the process that opened the file: no other one writes
   bool _isInTrouble = false;
   std::uint64_t _dropped = 0;
 };

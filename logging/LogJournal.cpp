@@ -49,7 +49,8 @@ void LogJournal::Free::operator()(LogMemory* memory) const {
 LogJournal::LogJournal(platform::LoggingHost* host)
     : _name(host == nullptr ? std::string() : host->process.processName()), _host(host) {
   if (host != nullptr) _surviving = host->memories.make(_name, sizeof(LogMemory));
-  _memory = _surviving ? memoryIn(*_surviving) : _plain.emplace_back(makePlain()).get();
+  if (!_surviving) _plain = makePlain();
+  _memory = _surviving ? memoryIn(*_surviving) : _plain.get();
 }
 
 // Texts are not touched before they are written: most processes never need the memory.
@@ -59,8 +60,6 @@ LogJournal::Plain LogJournal::makePlain() {
   std::memset(static_cast<void*>(&memory->lines), 0, offsetof(LogLines, bytes));
   return memory;
 }
-
-LogRingMemory& LogJournal::anotherRingMemory() { return _plain.emplace_back(makePlain())->ring; }
 
 LogLines* LogJournal::claimLines() { return _areLinesClaimed.exchange(true) ? nullptr : &_memory->lines; }
 

@@ -55,8 +55,6 @@ class LogJournal {
   LogJournal& operator=(const LogJournal&) = delete;
 
   [[nodiscard]] LogRingMemory& ringMemory() { return _memory->ring; }
-  // More memory for a ring, which dies with the process. It stays the journal's.
-  LogRingMemory& anotherRingMemory();
 
   // The record that is being delivered.
   void setTicket(std::uint64_t ticket) { _ticket.store(ticket, std::memory_order_relaxed); }
@@ -84,7 +82,7 @@ class LogJournal {
   const std::string _name;
   platform::LoggingHost* const _host;
   std::unique_ptr<platform::SurvivingMemory> _surviving;
-  std::vector<Plain> _plain;
+  Plain _plain;
   LogMemory* _memory = nullptr;
   std::atomic<bool> _areLinesClaimed{false};
   std::atomic<std::uint64_t> _ticket{0};

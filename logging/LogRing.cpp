@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <new>
 
 namespace {
 
@@ -43,17 +44,25 @@ void LogSlot::fill(const DDLogMessage::Facts& facts, std::string_view text, std:
   context = facts.context;
   line = facts.line;
   thread = facts.thread;
-  textLength = static_cast<std::uint32_t>(text.size());
-  labelLength = label.data() == nullptr ? noLabel : static_cast<std::int16_t>(label.size());
   isSynchronous = synchronous;
   isSpilled = text.size() + label.size() > inlineCapacity ? 1 : 0;
   char* place = inlineText;
   if (isSpilled != 0) {
-    spilledBlock = texts.take(textSize());
-    place = spilledBlock == LogTexts::none ? new char[textSize()] : texts.at(spilledBlock);
+    const std::size_t wanted = text.size() + label.size();
+    spilledBlock = texts.take(wanted);
+    place = spilledBlock == LogTexts::none ? new (std::nothrow) char[wanted] : texts.at(spilledBlock);
     std::memcpy(inlineText, &place, sizeof place);
     text.copy(inlineText + sizeof place, inlineCapacity - sizeof place);
   }
+  if (place == nullptr) {
+    // The ticket is taken, and everybody would wait for a record that never comes. So its beginning comes.
+    isSpilled = 0;
+    place = inlineText;
+    label = label.data() == nullptr ? label : label.substr(0, 0);
+    text = text.substr(0, inlineCapacity);
+  }
+  textLength = static_cast<std::uint32_t>(text.size());
+  labelLength = label.data() == nullptr ? noLabel : static_cast<std::int16_t>(label.size());
   text.copy(place, text.size());
   label.copy(place + text.size(), label.size());
 }
@@ -110,11 +119,6 @@ DDLogMessage LogSlot::survivingRecord(const LogTexts& texts) const {
   return DDLogMessage(borrowed);
 }
 
-std::span<char> LogSlot::textInBlocks() const {
-  if (isSpilled == 0 || spilledBlock == LogTexts::none) return {};
-  return {spilled(), textSize()};
-}
-
 void LogRing::prefetchForReading(std::uint64_t ticket, std::size_t bytes) {
   const char* slot = reinterpret_cast<const char*>(&slotOf(ticket));
   for (std::size_t offset = 0; offset < bytes; offset += cacheLine) __builtin_prefetch(slot + offset, 0);
@@ -135,20 +139,6 @@ void LogRing::prefetchForWriting(std::uint64_t ticket, std::size_t bytes) {
 void LogRing::release(std::uint64_t ticket) {
   slotOf(ticket).releaseSpilledText(_texts);
   _memory.head.store(ticket + 1, std::memory_order_release);
-}
-
-LogRing::HeadCopy LogRing::copyOfHead() {
-  const LogSlot& slot = slotOf(head());
-  const auto text = slot.textInBlocks();
-  HeadCopy copy{.ticket = head(), .slot = {}, .text = {text.data(), text.size()}};
-  std::memcpy(copy.slot.data(), &slot, copy.slot.size());
-  return copy;
-}
-
-void LogRing::putBack(const HeadCopy& head) {
-  LogSlot& slot = slotOf(head.ticket);
-  std::memcpy(static_cast<void*>(&slot), head.slot.data(), head.slot.size());
-  head.text.copy(slot.textInBlocks().data(), head.text.size());
 }
 
 void LogRing::reset() {

@@ -3,10 +3,8 @@
 //
 // Any number of threads put records in; one at a time takes them out. Slots are plain bytes, so that they may lie in a
 // memory that outlives the process.
-#include <array>
 #include <atomic>
 #include <cstddef>
-#include <span>
 #include <string>
 
 #include "logging/DDLogMessage.h"
@@ -52,8 +50,6 @@ struct alignas(64) LogSlot {
   [[nodiscard]] DDLogMessage survivingRecord(const LogTexts& texts) const;
   // The number of bytes of the slot that are in use.
   [[nodiscard]] std::size_t filledBytes() const;
-  // The texts that are in LogTexts; empty when they are not there.
-  [[nodiscard]] std::span<char> textInBlocks() const;
 
   std::atomic<std::uint64_t> sequence;
   foundation::Date timestamp;
@@ -135,20 +131,8 @@ class LogRing {
   void prefetchForReading(std::uint64_t ticket, std::size_t bytes);
   void prefetchForWriting(std::uint64_t ticket, std::size_t bytes);
 
-  // The record at the head, byte for byte. The consumer's, while it has one.
-  struct HeadCopy {
-    std::uint64_t ticket;
-    std::array<std::byte, LogSlot::size> slot;
-    std::string text;  // of those that are longer than a slot
-  };
-  [[nodiscard]] HeadCopy copyOfHead();
-
-  // In the one thread of a forked child.
-
-  // Empty again.
+  // In the one thread of a forked child: empty again.
   void reset();
-  // The record back in its place; where it has been read from it can still be read then.
-  void putBack(const HeadCopy& head);
 
  private:
   LogRingMemory& _memory;

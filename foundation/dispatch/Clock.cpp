@@ -5,10 +5,12 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <thread>
+#include <system_error>
 #include <utility>
 
 #include "foundation/dispatch/Fork.h"
+#include "foundation/dispatch/Threads.h"
+#include "foundation/runtime/Lasting.h"
 
 namespace foundation {
 namespace {
@@ -17,16 +19,21 @@ namespace {
 class SystemClock final : public Clock {
  public:
   SystemClock() {
-    Fork::addHandlers({.prepare = [this] { _mutex.lock(); },
-                       .parent = [this] { _mutex.unlock(); },
-                       .child =
-                           [this] {
-                             _hasThread = false;
-                             _calls.clear();
-                             std::construct_at(&_changed);  // the thread that is gone was waiting on it
-                             _mutex.unlock();
-                           }});
+    _handlers = Fork::addHandlers({.prepare = [this] { _mutex.lock(); },
+                                   .parent = [this] { _mutex.unlock(); },
+                                   .child =
+                                       [this] {
+                                         _hasThread = false;
+                                         _calls.clear();
+                                         std::construct_at(&_changed);  // the thread that is gone was waiting on it
+                                         _mutex.unlock();
+                                       }});
   }
+
+  // Before its first call.
+  ~SystemClock() override { Fork::removeHandlers(_handlers); }
+  SystemClock(const SystemClock&) = delete;
+  SystemClock& operator=(const SystemClock&) = delete;
 
   [[nodiscard]] Date now() const override { return std::chrono::system_clock::now(); }
   [[nodiscard]] Uptime uptime() const override { return std::chrono::steady_clock::now(); }
@@ -35,7 +42,7 @@ class SystemClock final : public Clock {
     const std::lock_guard lock(_mutex);
     const CallID call = ++_lastCall;
     const auto place = _calls.emplace(std::pair(when, call), std::move(action)).first;
-    if (!std::exchange(_hasThread, true)) std::thread([this] { run(); }).detach();
+    if (!_hasThread) startThread();
     if (place == _calls.begin()) _changed.notify_one();
     return call;
   }
@@ -46,6 +53,15 @@ class SystemClock final : public Clock {
   }
 
  private:
+  // Where there is no thread to be had, the next call tries again.
+  void startThread() {
+    try {
+      Threads::start([this] { run(); }).detach();
+      _hasThread = true;
+    } catch (const std::system_error&) {
+    }
+  }
+
   [[noreturn]] void run() {
     std::unique_lock lock(_mutex);
     for (;;) {
@@ -68,17 +84,18 @@ class SystemClock final : public Clock {
   std::map<std::pair<Uptime, CallID>, std::function<void()>> _calls;
   CallID _lastCall = 0;
   bool _hasThread = false;
+  Fork::HandlersID _handlers = 0;
 };
 
-std::atomic<Clock*> replacement{nullptr};
+constinit std::atomic<Clock*> replacement{nullptr};
+// Objects of static storage may still ask for the time while the process ends.
+constinit Lasting<Clock> systemClock;
 
 }  // namespace
 
 Clock& Clock::current() {
   if (Clock* clock = replacement.load(std::memory_order_acquire)) return *clock;
-  // Never destroyed: objects of static storage may still ask for the time while the process ends.
-  static auto* system = new SystemClock;
-  return *system;
+  return systemClock.get([] { return std::make_unique<SystemClock>(); });
 }
 
 void Clock::replaceCurrent(Clock* clock) { replacement.store(clock, std::memory_order_release); }

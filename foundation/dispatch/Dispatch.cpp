@@ -55,11 +55,15 @@ void SerialQueue::async(Block block) { append({.block = std::move(block)}); }
 
 void SerialQueue::async(Group& group, Block block) {
   group.enter();
-  async([&group, block = std::move(block)] {
-    const Fork::Witness witness;
-    block();
-    if (!witness.isInChild()) group.leave();
-  });
+  try {
+    async([&group, block = std::move(block)] {
+      block();
+      group.leave();
+    });
+  } catch (...) {
+    group.leave();
+    throw;
+  }
 }
 
 void SerialQueue::sync(const Block& block) {
@@ -69,13 +73,15 @@ void SerialQueue::sync(const Block& block) {
 
 SerialQueue::Turn::Turn(SerialQueue& queue) : _queue(queue.take()), _current(&queue) {}
 
-SerialQueue::Turn::~Turn() {
-  if (!_witness.isInChild()) _queue.leave();
+SerialQueue::Turn::~Turn() { _queue.leave(); }
+
+bool SerialQueue::tryEnter() {
+  std::uint32_t idle = 0;
+  return _state.compare_exchange_strong(idle, busy, std::memory_order_acquire);
 }
 
 SerialQueue& SerialQueue::take() {
-  std::uint32_t idle = 0;
-  if (_state.compare_exchange_strong(idle, busy, std::memory_order_acquire)) return *this;
+  if (tryEnter()) return *this;
   Waiter waiter;
   append({.block = nullptr, .waiter = &waiter});
   waiter.turn.acquire();
@@ -106,7 +112,6 @@ void SerialQueue::schedule() {
 void SerialQueue::drain() {
   _state.fetch_add(busy, std::memory_order_acq_rel);
   const Current current(this);
-  const Fork::Witness witness;
   for (;;) {
     Entry entry = next();
     if (entry.waiter != nullptr) {
@@ -115,7 +120,6 @@ void SerialQueue::drain() {
     }
     entry.block();
     entry.block = nullptr;
-    if (witness.isInChild()) return;
     std::uint32_t alone = busy;
     if (_state.compare_exchange_strong(alone, 0, std::memory_order_acq_rel)) return;
   }

@@ -14,7 +14,6 @@
 #include <string>
 
 #include "foundation/dispatch/Clock.h"
-#include "foundation/dispatch/Fork.h"
 
 namespace foundation::Dispatch {
 
@@ -98,13 +97,15 @@ class SerialQueue final : public Queue, public std::enable_shared_from_this<Seri
     [[nodiscard]] bool isAwaited() const { return _queue._state.load(std::memory_order_acquire) != busy; }
 
    private:
-    const Fork::Witness _witness;
     SerialQueue& _queue;
     Current _current;
   };
 
-  // In a forked child: forgets what threads of the parent were doing or going to do here. A block that forked goes on in
-  // the child as well, but it no longer has the turn there.
+  // Keeps the queue at rest: takes the turn if nothing runs or waits there, without becoming the current queue. The turn
+  // ends with `leave`.
+  bool tryEnter();
+  void leave();
+  // In a forked child, when the queue was at rest in the parent: free, with nothing waiting.
   void resetAfterFork();
 
  private:
@@ -116,7 +117,6 @@ class SerialQueue final : public Queue, public std::enable_shared_from_this<Seri
 
   explicit SerialQueue(std::optional<std::string> label) : Queue(std::move(label)) {}
   SerialQueue& take();
-  void leave();
   void append(Entry entry);
   void schedule();
   void drain();

@@ -1,9 +1,11 @@
 #include "foundation/dispatch/DispatchPool.h"
 
 #include <chrono>
-#include <thread>
+#include <memory>
+#include <system_error>
 
-#include "foundation/dispatch/Fork.h"
+#include "foundation/dispatch/Threads.h"
+#include "foundation/runtime/Lasting.h"
 
 namespace foundation::Dispatch {
 namespace {
@@ -16,41 +18,59 @@ constexpr std::chrono::milliseconds forkPatience{200};
 }  // namespace
 
 Pool& Pool::shared() {
-  static auto* pool = new Pool;
-  return *pool;
+  static constinit Lasting<Pool> pool;
+  return pool.get([] { return std::make_unique<Pool>(); });
 }
 
 Pool::Pool() {
-  Fork::addHandlers({.stage = Fork::Stage::threads,
-                     .prepare =
-                         [this] {
-                           std::unique_lock lock(_mutex);
-                           waitUntilNothingRuns(lock);
-                           lock.release();
-                         },
-                     .parent = [this] { _mutex.unlock(); },
-                     .child =
-                         [this] {
-                           // The parent runs what was submitted there. Its threads may have been waiting on these.
-                           _jobs.clear();
-                           _idle = _running = 0;
-                           std::construct_at(&_hasJob);
-                           std::construct_at(&_hasFinished);
-                           _mutex.unlock();
-                         }});
+  _handlers = Fork::addHandlers({.stage = Fork::Stage::threads,
+                                 .prepare =
+                                     [this] {
+                                       std::unique_lock lock(_mutex);
+                                       waitUntilNothingRuns(lock);
+                                       lock.release();
+                                     },
+                                 .parent = [this] { _mutex.unlock(); },
+                                 .child =
+                                     [this] {
+                                       // The parent runs what was submitted there. Its threads may have been waiting on
+                                       // these.
+                                       _jobs.clear();
+                                       _idle = _running = _threads = 0;
+                                       std::construct_at(&_hasJob);
+                                       std::construct_at(&_hasFinished);
+                                       _mutex.unlock();
+                                     }});
 }
+
+Pool::~Pool() { Fork::removeHandlers(_handlers); }
 
 void Pool::waitUntilNothingRuns(std::unique_lock<std::mutex>& lock) {
   _hasFinished.wait_for(lock, forkPatience, [this] { return _running == 0; });
 }
 
 void Pool::submit(std::function<void()> job) {
-  const std::lock_guard lock(_mutex);
+  std::unique_lock lock(_mutex);
   _jobs.push_back(std::move(job));
-  if (_idle >= _jobs.size())
+  if (_idle >= _jobs.size()) {
     _hasJob.notify_one();
-  else
-    std::thread([this] { work(); }).detach();
+    return;
+  }
+  if (startThread() || _threads > 0) return;
+  job = std::move(_jobs.back());
+  _jobs.pop_back();
+  lock.unlock();
+  job();
+}
+
+bool Pool::startThread() {
+  try {
+    Threads::start([this] { work(); }).detach();
+  } catch (const std::system_error&) {
+    return false;
+  }
+  ++_threads;
+  return true;
 }
 
 void Pool::work() {
@@ -59,16 +79,19 @@ void Pool::work() {
     ++_idle;
     const bool hasJob = _hasJob.wait_for(lock, patience, [this] { return !_jobs.empty(); });
     --_idle;
-    if (!hasJob) return;
+    if (!hasJob) {
+      --_threads;
+      return;
+    }
     auto job = std::move(_jobs.front());
     _jobs.pop_front();
     ++_running;
     lock.unlock();
-    const Fork::Witness witness;
     job();
     job = nullptr;
-    if (witness.isInChild()) return;
     lock.lock();
+    // A job that forked goes on in the child as well, where neither it nor its thread is counted.
+    if (_running == 0) return;
     if (--_running == 0) _hasFinished.notify_all();
   }
 }

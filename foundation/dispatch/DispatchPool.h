@@ -5,18 +5,26 @@
 #include <functional>
 #include <mutex>
 
+#include "foundation/dispatch/Fork.h"
+
 namespace foundation::Dispatch {
 
 class Pool {
  public:
   // Never destroyed.
   static Pool& shared();
+  Pool();
+  // Before its first job.
+  ~Pool();
+  Pool(const Pool&) = delete;
+  Pool& operator=(const Pool&) = delete;
 
-  // Runs `job` on a thread of the pool. Every job gets a thread at once: jobs may wait for each other.
+  // Runs `job` on a thread of the pool. Every job gets a thread at once: jobs may wait for each other. Where there is no
+  // thread to be had, a job waits for one of those that there are; without any the caller runs it.
   void submit(std::function<void()> job);
 
  private:
-  Pool();
+  bool startThread();
   void work();
   void waitUntilNothingRuns(std::unique_lock<std::mutex>& lock);
 
@@ -26,6 +34,8 @@ class Pool {
   std::deque<std::function<void()>> _jobs;
   std::size_t _idle = 0;
   std::size_t _running = 0;
+  std::size_t _threads = 0;
+  Fork::HandlersID _handlers = 0;
 };
 
 }  // namespace foundation::Dispatch

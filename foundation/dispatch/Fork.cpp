@@ -8,6 +8,8 @@
 #include <mutex>
 #include <vector>
 
+#include "foundation/runtime/Lasting.h"
+
 namespace foundation::Fork {
 namespace {
 
@@ -25,13 +27,13 @@ struct Registry {
   [[nodiscard]] bool isUnderWay(HandlersID one) const { return std::ranges::find(underWay, one) != underWay.end(); }
 };
 
-// Never destroyed: a process may fork while it ends.
+// A process may fork while it ends.
 Registry& registry() {
-  static auto* const all = new Registry;
-  return *all;
+  static constinit Lasting<Registry> all;
+  return all.get([] { return std::make_unique<Registry>(); });
 }
 
-std::atomic<std::uint32_t> forks{0};
+constinit std::atomic<std::uint32_t> forks{0};
 
 // 0 for none.
 HandlersID nextToPrepare(const Registry& all) {

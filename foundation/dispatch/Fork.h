@@ -11,6 +11,7 @@ namespace foundation::Fork {
 // The kind of a handler, by the things it holds while the process forks. Handlers prepare in this order and go on in the
 // opposite one: those that wait for other threads do so while these can still get all they need.
 enum class Stage {
+  making,   // waits until nothing is half made
   work,     // waits until other threads have done something
   threads,  // keeps threads from beginning anything
   locks     // takes locks that are held for moments only
@@ -34,15 +35,6 @@ void removeHandlers(HandlersID handlers);
 // How many forks lie between the first process and this one: what a thread remembers about its process holds only as long
 // as this number stays.
 std::uint32_t generation();
-
-// Tells whether the process forked during this object's life and the child is asking.
-class Witness {
- public:
-  [[nodiscard]] bool isInChild() const { return generation() != _before; }
-
- private:
-  const std::uint32_t _before = generation();
-};
 
 void prepare();
 void parent();

@@ -9,17 +9,20 @@
 #include <typeindex>
 #include <vector>
 
+#include "foundation/dispatch/Fork.h"
+
 namespace foundation {
 
 class ProcessScope {
  public:
-  ProcessScope() = default;
+  ProcessScope();
   ProcessScope(const ProcessScope&) = delete;
   ProcessScope& operator=(const ProcessScope&) = delete;
   ~ProcessScope();
 
   // The one T of the process. The first call makes it with `make`, which returns a shared_ptr<T>; if that is nullptr, every
-  // later call returns nullptr too. Concurrent first calls wait for the one that makes it; `make` may ask for other types.
+  // later call returns nullptr too. Concurrent first calls wait for the one that makes it, and so does a fork; `make` may
+  // ask for other types.
   // The scope owns its objects, and destroys them in the reverse order of their making.
   template <class T, class Make>
   T* once(Make make) {
@@ -28,15 +31,18 @@ class ProcessScope {
 
  private:
   struct Slot {
-    std::once_flag made;
+    bool isMade = false;
     std::shared_ptr<void> object;
   };
 
   void* object(std::type_index type, const std::function<std::shared_ptr<void>()>& make);
 
-  std::mutex _mutex;
-  std::map<std::type_index, std::unique_ptr<Slot>> _slots;
+  std::recursive_mutex _making;  // held while an object is made; taken before `mutex`
+  std::mutex _mutex;             // guards what follows
+  std::map<std::type_index, Slot> _slots;
   std::vector<Slot*> _order;
+  Fork::HandlersID _makingHandlers = 0;
+  Fork::HandlersID _handlers = 0;
 };
 
 }  // namespace foundation

@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <csignal>
 #include <thread>
 
@@ -97,29 +98,57 @@ TEST(DispatchFork, ABlockThatIsStuckHoldsNoForkUp) {
   queue->sync([] {});
 }
 
-TEST(DispatchFork, ABlockThatForkedHasNoTurnInTheChild) {
-  // In a process of its own, since the forking thread goes on in both.
+TEST(DispatchFork, AQueueThatIsKeptAtRestIsFreeInTheChildAndAfterwards) {
+  const auto queue = SerialQueue::make("resting");
+  ASSERT_TRUE(queue->tryEnter());
+  EXPECT_FALSE(queue->tryEnter());
+  EXPECT_EQ(statusOfChild([&] {
+              queue->resetAfterFork();
+              queue->sync([] {});
+              return 0;
+            }),
+            0);
+  queue->leave();
+  queue->sync([] {});
+}
+
+TEST(DispatchFork, AQueueWithABlockIsNotAtRest) {
+  Semaphore mayEnd(0);
+  const auto queue = SerialQueue::make("busy");
+  queue->async([&] { mayEnd.acquire(); });
+  EXPECT_FALSE(queue->tryEnter());
+  mayEnd.release();
+  queue->sync([] {});
+  EXPECT_TRUE(queue->tryEnter());
+  queue->leave();
+}
+
+TEST(DispatchFork, ABlockThatForksGoesOnInTheChild) {
   EXPECT_EQ(statusOfChild([] {
               const auto queue = SerialQueue::make("forking");
-              pid_t child = 0;
-              queue->sync([&] {
+              std::atomic<int> status{-1};
+              Semaphore hasForked(0);
+              queue->async([&] {
                 foundation::Fork::prepare();
-                child = ::fork();
-                if (child != 0) {
-                  foundation::Fork::parent();
+                const pid_t child = ::fork();
+                if (child == 0) {
+                  foundation::Fork::child();
+                  ::alarm(30);
+                  std::thread([&] {
+                    queue->sync([] {});
+                    runSomething();
+                    ::_exit(0);
+                  }).detach();
                   return;
                 }
-                foundation::Fork::child();
-                ::alarm(30);
-                queue->resetAfterFork();
-                queue->sync([] {});
+                foundation::Fork::parent();
+                int result = -1;
+                ::waitpid(child, &result, 0);
+                status = result;
+                hasForked.release();
               });
-              // The turn that ended was the parent's; in the child the queue is as free as before.
-              queue->sync([] {});
-              if (child == 0) ::_exit(0);
-              int status = -1;
-              ::waitpid(child, &status, 0);
-              return status;
+              hasForked.acquire();
+              return status.load();
             }),
             0);
 }

@@ -63,7 +63,7 @@ std::vector<FolderEntry> entriesOf(int folder) { return *entriesOf(folder, std::
 
 FileDescriptor openFolderIn(int parent, const std::string& name) {
   open_how how{};
-  how.flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+  how.flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
   how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_XDEV;
   return FileDescriptor(static_cast<int>(::syscall(SYS_openat2, parent, name.c_str(), &how, sizeof how)));
 }

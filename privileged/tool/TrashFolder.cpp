@@ -146,7 +146,7 @@ bool TrashFolder::writeInfo(const std::string& name, const std::string& text) co
   const ActingAs acting(_user);
   const auto fileName = name + std::string(InfoSuffix);
   const FileDescriptor file(
-      ::openat(_info.get(), fileName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
+      ::openat(_info.get(), fileName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
   if (!file && errno == EEXIST) return false;
   if (!file) failWithSystemError("cannot write in the Trash");
   if (::write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size()) && ::fsync(file.get()) == 0)

@@ -84,8 +84,7 @@ class TreeCopier final : public TreeVisitor {
     if (!S_ISREG(status.st_mode)) throw Failure("not a file: " + name);
     const auto number = std::to_string(status.st_ino);
     if (status.st_nlink > 1 && ::linkat(_links, number.c_str(), to, newName.c_str(), 0) == 0) return;
-    const FileDescriptor target(
-        ::openat(to, newName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    const FileDescriptor target(::openat(to, newName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
     if (!target) failWithSystemError("cannot make the copy of " + name);
     _contents.copy(source.get(), target.get(), status, name);
     finish(source.get(), target.get(), status, name);

@@ -63,7 +63,7 @@ bool mustBeFresh(const std::optional<Owner>& owner, const PathWalk& walk, const 
   return !keys.empty() || (worksForAnother(walk) && owner && owner->user == 0);
 }
 
-// Before the notes of an item go that is back at its place. What cannot be brought to the disk is left to the next job.
+// Before the notes of an item go that is back at its place. The next job does it when the disk fails.
 void syncLastStep(const Location& item, Staging& staging) {
   try {
     syncFolder(item.openFolder().get());

@@ -1,4 +1,4 @@
-// What a job cannot delete: it is told with its path, and the next job in the same place deletes it.
+// Things that a job cannot delete are told with their path, and deleted by the next job in the same place.
 #include <linux/fs.h>
 #include <sys/ioctl.h>
 
@@ -88,7 +88,7 @@ TEST_F(Leftover, OfAMoveIsToldAndClearedByTheNextJob) {
   expectToldAndClearedByTheNextJob(endOf(outcome), from, "doomed/Contents/Info.plist");
 }
 
-TEST_F(Leftover, ThatIsNoneGivesNoWarning) {
+TEST_F(Leftover, GivesNoWarningWhenAllIsDeleted) {
   const auto from = volume("from");
   makeBundle(from / "App.app", "1");
   fs::create_directory(folder / "to");

@@ -22,8 +22,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
       length += text.size();
     }
   }
-  fuzz::require(read->size() <= MaximumPairs && length <= MaximumBytes, "the limits hold");
+  fuzz::require(read->size() <= maximumPairs && length <= maximumBytes, "the limits hold");
   const auto written = archivedData(*read);
-  if (written.size() <= MaximumBytes) fuzz::require(unarchived(written) == read, "what is written reads the same");
+  if (written.size() <= maximumBytes) fuzz::require(unarchived(written) == read, "what is written reads the same");
   return 0;
 }

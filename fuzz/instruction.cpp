@@ -15,8 +15,8 @@
 
 #include "fuzz/Target.h"
 #include "privileged/tool/AssistantTool.h"
-#include "privileged/tool/Failure.h"
-#include "privileged/tool/Operations.h"
+#include "privileged/tool/Effects.h"
+
 #include "protocol/ToolProtocol.h"
 
 namespace {
@@ -39,53 +39,38 @@ class NotedAnswer final : public Answer {
   Notes& _notes;
 };
 
-class NotedOperations final : public Operations {
- public:
-  std::unique_ptr<Answer> answerAt(const std::string& path, const PathWalk& walk) override {
-    check(walk.locate(path));
-    return std::make_unique<NotedAnswer>(path, notes);
-  }
-  Outcome trashFile(const Request& request) override {
-    return note(protocol::trashFileCommand, request, {protocol::filePathKey});
-  }
-  Outcome removeFile(const Request& request) override {
-    return note(protocol::removeFileCommand, request, {protocol::filePathKey});
-  }
-  Outcome copyFile(const Request& request) override {
-    return note(protocol::copyFileCommand, request, {protocol::sourcePathKey, protocol::destinationPathKey});
-  }
-  Outcome moveFile(const Request& request) override {
-    return note(protocol::moveFileCommand, request, {protocol::sourcePathKey, protocol::destinationPathKey});
-  }
-  Outcome replaceItem(const Request& request) override {
-    return note(protocol::replaceItemCommand, request, {protocol::sourcePathKey, protocol::destinationPathKey});
-  }
-  Outcome upgradeServer(const Request& request) override {
-    return note(protocol::upgradeServerCommand, request, {protocol::filePathKey});
-  }
-  void log(int /*level*/, const std::string& line) override {
-    fuzz::require(line.find_first_of("\0\r", 0, 2) == std::string::npos, "a log line is one line");
-  }
+void check(const Location& location) {
+  fuzz::require(location.path.starts_with('/') && location.path.ends_with("/" + location.name), "a place is absolute");
+  fuzz::require(location.name.find('/') == std::string::npos && !location.name.empty(), "a name is one name");
+  fuzz::require((location.path + "/").find("/../") == std::string::npos, "no place is above another");
+}
 
-  Notes notes;
+Outcome note(const Command& command, const Request& request, Notes& notes) {
+  const std::string job(command.name);
+  Outcome outcome{.report = job, .output = "output of " + job, .afterwards = [] { return std::string(); }};
+  for (const char* key : command.paths) {
+    if (key == nullptr) continue;
+    const auto location = request.locate(key);
+    check(location);
+    outcome.report += " " + location.path;
+  }
+  notes.jobs.push_back(job);
+  return outcome;
+}
 
- private:
-  static void check(const Location& location) {
-    fuzz::require(location.path.starts_with('/') && location.path.ends_with("/" + location.name), "a place is absolute");
-    fuzz::require(location.name.find('/') == std::string::npos && !location.name.empty(), "a name is one name");
-    fuzz::require((location.path + "/").find("/../") == std::string::npos, "no place is above another");
-  }
-  Outcome note(const std::string& job, const Request& request, std::initializer_list<const char*> keys) {
-    Outcome outcome{.report = job, .output = "output of " + job, .afterwards = [] { return std::string(); }};
-    for (const char* key : keys) {
-      const auto location = request.locate(key);
-      check(location);
-      outcome.report += " " + location.path;
-    }
-    notes.jobs.push_back(job);
-    return outcome;
-  }
-};
+Effects effectsNotedIn(Notes& notes) {
+  return {.rules = {},
+          .openAnswer =
+              [&notes](const std::string& path, const PathWalk& walk) {
+                check(walk.locate(path));
+                return std::make_unique<NotedAnswer>(path, notes);
+              },
+          .perform = [&notes](const Command& command, const Request& request) { return note(command, request, notes); },
+          .record =
+              [](const JobRecord& record) {
+                fuzz::require(record.line.find_first_of("\0\r\n", 0, 3) == std::string::npos, "a record is one line");
+              }};
+}
 
 // An open file in memory that holds `bytes`, at its beginning.
 int fileWith(std::string_view bytes) {
@@ -141,13 +126,13 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string bytes = inputOf(fuzz::text(data, size));
   const int input = fileWith(bytes);
   const int output = fileWith({});
-  NotedOperations operations;
-  const int status = run(input, output, operations);
+  Notes notes;
+  const int status = run(input, output, effectsNotedIn(notes));
   const std::string said = contentsOf(output);
   ::close(input);
   ::close(output);
 
-  const auto& [jobs, verdicts] = operations.notes;
+  const auto& [jobs, verdicts] = notes;
   fuzz::require(said.size() < 512 && said.find('\n') == said.size() - 1, "one short line is said");
   if (status != 0) {
     fuzz::require(jobs.empty() && verdicts.empty(), "a refusal does nothing and writes no verdict");

@@ -236,7 +236,7 @@ class Reader {
     if (!value(IntegerType)) return std::nullopt;
     const auto count = integer();
     if (!count) return std::nullopt;
-    if (*count < 0 || *count > static_cast<std::int64_t>(MaximumPairs)) return refuse("too many pairs"), std::nullopt;
+    if (*count < 0 || *count > static_cast<std::int64_t>(maximumPairs)) return refuse("too many pairs"), std::nullopt;
     return count;
   }
 
@@ -321,7 +321,7 @@ class Reader {
     if (valueForKey(instructions, *key) != nullptr) return refuse("a key stands twice");
     // References repeat a string for two bytes: what they expand to is bounded like the archive itself.
     expanded_ += key->size() + text->size();
-    if (expanded_ > MaximumBytes) return refuse("the strings are too long");
+    if (expanded_ > maximumBytes) return refuse("the strings are too long");
     instructions.emplace_back(*key, *text);
     return true;
   }
@@ -353,7 +353,7 @@ void setValueForKey(Instructions& instructions, std::string_view key, std::strin
 std::string archivedData(const Instructions& instructions) { return Writer().dictionary(instructions); }
 
 std::optional<Instructions> unarchived(std::string_view bytes, std::string* reason) {
-  if (bytes.size() > MaximumBytes) {
+  if (bytes.size() > maximumBytes) {
     if (reason != nullptr) *reason = "the archive is too long";
     return std::nullopt;
   }

@@ -16,8 +16,8 @@ namespace InstructionArchive {
 // Pairs in the order in which they were put in; keys are unique, strings are UTF-8.
 using Instructions = std::vector<std::pair<std::string, std::string>>;
 
-inline constexpr std::size_t MaximumBytes = std::size_t{1} << 20;
-inline constexpr std::size_t MaximumPairs = 64;
+inline constexpr std::size_t maximumBytes = std::size_t{1} << 20;
+inline constexpr std::size_t maximumPairs = 64;
 
 // The value for `key`, or nullptr. Owned by `instructions`.
 const std::string* valueForKey(const Instructions& instructions, std::string_view key);

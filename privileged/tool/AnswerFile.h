@@ -3,8 +3,8 @@
 #include <string>
 #include <string_view>
 
+#include "privileged/tool/Answer.h"
 #include "privileged/tool/FileDescriptor.h"
-#include "privileged/tool/Operations.h"
 #include "privileged/tool/PathWalk.h"
 
 namespace AssistantTool {

@@ -1,9 +1,7 @@
 #include "privileged/tool/AssistantTool.h"
 
-#include <syslog.h>
 #include <unistd.h>
 
-#include <array>
 #include <charconv>
 #include <cstdlib>
 #include <exception>
@@ -11,53 +9,30 @@
 #include <string>
 #include <string_view>
 
+#include "privileged/tool/Effects.h"
 #include "privileged/tool/Failure.h"
 #include "privileged/tool/Instruction.h"
-#include "privileged/tool/Operations.h"
-#include "privileged/tool/Request.h"
 #include "protocol/ToolProtocol.h"
 
 namespace AssistantTool {
 namespace {
 
-struct Command {
-  std::string_view name;
-  Outcome (Operations::*perform)(const Request&);
-};
-constexpr std::array<Command, 6> Commands{{
-    {protocol::trashFileCommand, &Operations::trashFile},
-    {protocol::removeFileCommand, &Operations::removeFile},
-    {protocol::copyFileCommand, &Operations::copyFile},
-    {protocol::moveFileCommand, &Operations::moveFile},
-    {protocol::replaceItemCommand, &Operations::replaceItem},
-    {protocol::upgradeServerCommand, &Operations::upgradeServer},
-}};
-
-Outcome perform(Operations& operations, const Request& request, const std::string& name) {
-  for (const auto& command : Commands) {
-    if (command.name == name) return (operations.*command.perform)(request);
-  }
-  throw Failure("unknown command: " + name);
-}
-
-const std::string& required(const InstructionArchive::Instructions& instructions, std::string_view key) {
-  const auto* value = InstructionArchive::valueForKey(instructions, key);
-  if (value == nullptr) throw Failure("no \"" + std::string(key) + "\" in the instruction");
-  return *value;
-}
-
-// Does the job and writes the verdict.
-Outcome job(int input, Operations& operations) {
+// Does the job and writes the verdict; `record` gets to know what it is about, also when it fails.
+Outcome job(int input, const Effects& effects, JobRecord& record) {
   const auto instructions = readInstruction(input);
+  for (const char* key : {protocol::filePathKey, protocol::sourcePathKey, protocol::destinationPathKey}) {
+    if (const auto* path = InstructionArchive::valueForKey(instructions, key)) record.paths.push_back(*path);
+  }
+  record.command = requiredValue(instructions, protocol::commandKey);
   const PathWalk walk(invokingUser());
-  const auto& command = required(instructions, protocol::commandKey);
-  const auto result = operations.answerAt(required(instructions, protocol::resultPathKey), walk);
+  const auto result = effects.openAnswer(requiredValue(instructions, protocol::resultPathKey), walk);
   std::unique_ptr<Answer> output;
   if (const auto* path = InstructionArchive::valueForKey(instructions, protocol::outputPathKey)) {
-    output = operations.answerAt(*path, walk);
+    output = effects.openAnswer(*path, walk);
   }
   if (output && output->identity() == result->identity()) throw Failure("result and output are the same file");
-  Outcome outcome = perform(operations, {instructions, walk}, command);
+  Outcome outcome = effects.perform(commandNamed(record.command),
+                                    {instructions, walk, effects.rules, record.bundles, effects.rules.bounds()});
   if (output) output->write(outcome.output);
   result->write(protocol::successVerdict);
   return outcome;
@@ -79,8 +54,6 @@ void tell(int output, const std::string& text) {
 
 }  // namespace
 
-Location Request::locate(const char* key) const { return walk.locate(required(instructions, key)); }
-
 uid_t invokingUser() {
   const char* text = ::getuid() == 0 && ::geteuid() == 0 ? std::getenv(protocol::invokingUserVariable) : nullptr;
   if (text == nullptr) return ::getuid();
@@ -92,17 +65,24 @@ uid_t invokingUser() {
   return user;
 }
 
-int run(int input, int output, Operations& operations) {
+int run(int input, int output, const Effects& effects) {
+  JobRecord record;
+  const auto report = [&](JobRecord::Verdict verdict, const std::string& text) {
+    record.verdict = verdict;
+    record.line = line(text);
+    record.line.pop_back();
+    effects.record(record);
+  };
   try {
-    const auto outcome = job(input, operations);
+    const auto outcome = job(input, effects, record);
     tell(output, outcome.report);
-    operations.log(LOG_NOTICE, line(outcome.report));
+    report(JobRecord::Verdict::done, outcome.report);
     const auto warning = outcome.afterwards ? outcome.afterwards() : std::string();
-    if (!warning.empty()) operations.log(LOG_WARNING, line(warning));
+    if (!warning.empty()) report(JobRecord::Verdict::incomplete, warning);
     return EXIT_SUCCESS;
   } catch (const std::exception& failure) {
     tell(output, failure.what());
-    operations.log(LOG_WARNING, line(failure.what()));
+    report(JobRecord::Verdict::refused, failure.what());
     return EXIT_FAILURE;
   }
 }

@@ -5,7 +5,7 @@
 
 namespace AssistantTool {
 
-class Operations;
+struct Effects;
 
 // The user who asked: for a tool started as root the user named in its environment, else the process's own. Throws Failure
 // when the variable does not hold a user id.
@@ -15,6 +15,6 @@ uid_t invokingUser();
 // success the result file holds exactly "tool result ok" before anything is printed; what the job replaced is deleted after
 // that, so that nobody waits for it. Returns the exit status: 0, or 1 with the reason printed and nothing in the result
 // file.
-int run(int input, int output, Operations& operations);
+int run(int input, int output, const Effects& effects);
 
 }  // namespace AssistantTool

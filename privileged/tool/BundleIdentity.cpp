@@ -68,6 +68,14 @@ std::optional<BundleIdentity> identityOf(int parent, const std::string& name) {
   return identity ? identity : unsignedIdentityOf(bundle.get());
 }
 
+std::optional<BundleIdentity> toldIdentityOf(int parent, const std::string& name) {
+  try {
+    return identityOf(parent, name);
+  } catch (const Failure&) {
+    return BundleIdentity();
+  }
+}
+
 void refuseForeignIdentifier(const BundleIdentity& replacement, const BundleIdentity& installed) {
   if (!isEitherSigned(replacement, installed)) return;
   // The signed one of the two has an identifier, so two that are unknown do not meet here.

@@ -19,6 +19,9 @@ struct BundleIdentity {
 // Throws Failure when the item cannot be looked at.
 std::optional<BundleIdentity> identityOf(int parent, const std::string& name);
 
+// The same where it is only told, and decides nothing: an item that cannot be looked at has an identity without anything.
+std::optional<BundleIdentity> toldIdentityOf(int parent, const std::string& name);
+
 // Each throws Failure with its cause when `replacement` may not take the place of `installed`. The first two let everything
 // pass when neither of the two is signed.
 //

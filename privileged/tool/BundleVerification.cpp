@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "privileged/tool/BundleItem.h"
 #include "privileged/tool/Failure.h"
@@ -82,8 +83,8 @@ FileDescriptor openSignedBundle(const ItemInFolder& item) {
 
 void requireUnsignedAllowed(const SignaturePolicy& policy) {
   using Unsigned = SignaturePolicy::Unsigned;
-  if (policy.unsignedBundles == Unsigned::allowed) return;
-  if (policy.unsignedBundles == Unsigned::refused) throw Failure("the bundle is not signed");
+  if (policy.unsignedBundles == Unsigned::allow) return;
+  if (policy.unsignedBundles == Unsigned::refuse) throw Failure("the bundle is not signed");
   if (!policy.isUnsignedGranted) throw Failure("the bundle is not signed, and nobody granted that");
 }
 
@@ -112,30 +113,41 @@ void verifyContents(int file, const Manifest& manifest, const std::string& path)
   const auto* entry = manifest.find(path);
   if (entry == nullptr || entry->kind != EntryKind::file) throw Failure("not in the manifest: " + printable(path));
   struct stat status {};
-  if (::fstat(file, &status) != 0) failWithSystemError("cannot look at " + printable(path));
+  if (::fstat(file, &status) != 0 || ::lseek(file, 0, SEEK_SET) != 0)
+    failWithSystemError("cannot look at " + printable(path));
   const bool isSame =
       static_cast<std::uint64_t>(status.st_size) == entry->size && digestOfFile(file, entry->size, path) == entry->digest;
   if (!isSame) throw Failure("the contents differ from the manifest: " + printable(path));
 }
 
-std::optional<BundleIdentity> verifyReplacement(const ItemInFolder& replacement, const ItemInFolder& installed,
-                                                const std::vector<TrustedKey>& keys, const SignaturePolicy& policy) {
-  if (keys.empty()) return std::nullopt;
-  const auto old = identityOf(installed.folder, installed.name);
-  const auto bundle = openSignedBundle(replacement);
+AcceptedBundle acceptBundle(const ItemInFolder& replacement, const std::optional<BundleIdentity>& installed,
+                            const std::vector<TrustedKey>& keys, const SignaturePolicy& policy) {
+  if (keys.empty())
+    return {.identity = toldIdentityOf(replacement.folder, replacement.name).value_or(BundleIdentity()),
+            .manifest = {},
+            .folder = {}};
+  auto bundle = openSignedBundle(replacement);
   if (!bundle) {
     requireUnsignedAllowed(policy);
-    auto claimed = identityOf(replacement.folder, replacement.name);
-    if (old && claimed) refuseIntruder(*claimed, *old, policy);
-    return claimed;
+    AcceptedBundle accepted{.identity = identityOf(replacement.folder, replacement.name).value_or(BundleIdentity()),
+                            .manifest = {},
+                            .folder = {}};
+    if (installed) refuseIntruder(accepted.identity, *installed, policy);
+    return accepted;
   }
-  const auto [manifest, key, keyName] = signedManifestOf(bundle.get(), keys);
+  auto [manifest, key, keyName] = signedManifestOf(bundle.get(), keys);
   const BundleIdentity verified{
       .identifier = manifest.identifier, .version = manifest.version, .isSigned = true, .key = key};
-  if (old) refuseIntruder(verified, *old, policy);
-  if (old) refuseOtherKey(verified, manifest.previousKey, *old);
-  verifyEntries(bundle.get(), manifest);
-  return verified;
+  if (installed) refuseIntruder(verified, *installed, policy);
+  if (installed) refuseOtherKey(verified, manifest.previousKey, *installed);
+  return {.identity = verified, .manifest = std::move(manifest), .folder = std::move(bundle)};
+}
+
+BundleIdentity verifyReplacement(const ItemInFolder& replacement, const std::optional<BundleIdentity>& installed,
+                                 const std::vector<TrustedKey>& keys, const SignaturePolicy& policy) {
+  auto accepted = acceptBundle(replacement, installed, keys, policy);
+  if (accepted.manifest) verifyEntries(accepted.folder.get(), *accepted.manifest);
+  return std::move(accepted.identity);
 }
 
 }  // namespace AssistantTool

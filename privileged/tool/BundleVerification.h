@@ -11,8 +11,10 @@
 #include <vector>
 
 #include "privileged/tool/BundleIdentity.h"
+#include "privileged/tool/FileDescriptor.h"
 #include "privileged/tool/Manifest.h"
 #include "privileged/tool/TrustedKeys.h"
+#include "protocol/PolicyFile.h"
 
 namespace AssistantTool {
 
@@ -31,12 +33,12 @@ void verifyEntries(int bundle, const Manifest& manifest);
 // Compares an open file, a copy that was made of the entry `path`, with the manifest: contents only.
 void verifyContents(int file, const Manifest& manifest, const std::string& path);
 
-// The administrator's policy for signatures. It counts once there are keys.
+// The administrators' policy for signatures. It counts once there are keys.
 struct SignaturePolicy {
-  enum class Unsigned { refused, ask, allowed };
-  Unsigned unsignedBundles = Unsigned::refused;
+  using Unsigned = protocol::Policy::Unsigned;
+  Unsigned unsignedBundles = Unsigned::refuse;
   bool areDowngradesAllowed = false;
-  // The caller holds the right that Unsigned::ask asks for.
+  // The caller's session holds the right that Unsigned::ask asks for.
   bool isUnsignedGranted = false;
 };
 
@@ -46,10 +48,22 @@ struct ItemInFolder {
   std::string name;
 };
 
-// The whole check of one replacement, after `replacement` was staged and before it is swapped with `installed`, where
-// nothing need be. Without keys nothing is checked, and nullopt returned; else the identity that was verified, or that an
-// unsigned bundle which is let through claims.
-std::optional<BundleIdentity> verifyReplacement(const ItemInFolder& replacement, const ItemInFolder& installed,
-                                                const std::vector<TrustedKey>& keys, const SignaturePolicy& policy);
+// A bundle that may be installed.
+struct AcceptedBundle {
+  BundleIdentity identity;  // that the manifest tells, or that an unsigned bundle claims
+  std::optional<Manifest> manifest;
+  FileDescriptor folder;  // the bundle's, when there is a manifest
+};
+
+// Whether the administrators let `replacement` take the place of what is `installed`, where nothing need be: by its signed
+// manifest, if it has one. Its entries have still to be compared with that. Without keys everything is accepted, without a
+// manifest.
+AcceptedBundle acceptBundle(const ItemInFolder& replacement, const std::optional<BundleIdentity>& installed,
+                            const std::vector<TrustedKey>& keys, const SignaturePolicy& policy);
+
+// The whole check of one replacement, after it was staged and before it is swapped with what is `installed`. The identity
+// is the one that was verified, or the one that an unsigned bundle claims.
+BundleIdentity verifyReplacement(const ItemInFolder& replacement, const std::optional<BundleIdentity>& installed,
+                                 const std::vector<TrustedKey>& keys, const SignaturePolicy& policy);
 
 }  // namespace AssistantTool

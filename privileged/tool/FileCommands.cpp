@@ -144,6 +144,7 @@ Outcome replaceItem(const Request& request) {
   const auto old = destination.status();
   const auto owner = ownerAt(destination, old, request.walk);
   const auto keys = trustedKeys();
+  request.bundles.installed = (keys.empty() ? toldIdentityOf : identityOf)(destination.folder.get(), destination.name);
   auto found = surveyWithoutSpecialFiles(source, owner, request.bounds);
   if (mustBeFresh(owner, request.walk, keys)) found.mustBeCopied = true;
   const auto staging = std::make_shared<Staging>(destination);
@@ -159,7 +160,8 @@ Outcome replaceItem(const Request& request) {
       syncFolder(staging->folder());
       syncTree(staging->folder(), Staging::NewItem, found.entries);
     }
-    verifyReplacement({staging->folder(), Staging::NewItem}, {destination.folder.get(), destination.name}, keys, {});
+    request.bundles.replacement = verifyReplacement({staging->folder(), Staging::NewItem}, request.bundles.installed, keys,
+                                                    request.rules.signatures());
     swap.in();
   } catch (const Failure&) {
     if (moved) giveBack(source, *staging, adoption);

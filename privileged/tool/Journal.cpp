@@ -23,17 +23,6 @@ constexpr mode_t readableByAll = S_IRWXU | S_IRGRP | S_IXGRP | S_IROTH | S_IXOTH
 
 std::string nameOf(const std::string& number, const char* note) { return number + "." + note; }
 
-// Nothing of the environment counts for root. A user's belongs to that user, unless the program was started with rights of
-// another one. Empty when there is no home.
-std::string stateFolder() {
-  if (::geteuid() == 0) return folderOfState;
-  const char* named = ::geteuid() == ::getuid() ? std::getenv("XDG_STATE_HOME") : nullptr;
-  if (named != nullptr && *named == '/') return named;
-  const auto* account = ::getpwuid(::geteuid());
-  if (account == nullptr || account->pw_dir == nullptr || *account->pw_dir != '/') return {};
-  return std::string(account->pw_dir) + "/.local/state";
-}
-
 // A user's own state folder; the machine's is there.
 void makeStateFolder(const std::string& path) {
   if (::geteuid() == 0) return;
@@ -84,6 +73,17 @@ FileDescriptor journal(bool isMade) {
 }
 
 }  // namespace
+
+// Nothing of the environment counts for root. A user's belongs to that user, unless the program was started with rights of
+// another one. Empty when there is no home.
+std::string stateFolder() {
+  if (::geteuid() == 0) return folderOfState;
+  const char* named = ::geteuid() == ::getuid() ? std::getenv("XDG_STATE_HOME") : nullptr;
+  if (named != nullptr && *named == '/') return named;
+  const auto* account = ::getpwuid(::geteuid());
+  if (account == nullptr || account->pw_dir == nullptr || *account->pw_dir != '/') return {};
+  return std::string(account->pw_dir) + "/.local/state";
+}
 
 Journal Journal::made() { return Journal(journal(true)); }
 

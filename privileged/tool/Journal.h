@@ -12,12 +12,17 @@
 
 namespace AssistantTool {
 
+// The folder above the journal's; empty when there is no home.
+std::string stateFolder();
+
 class Journal {
  public:
   // Opens it, and makes it when it is missing. Throws Failure when nothing can be noted there.
   static Journal made();
   // nullopt when there is none. Throws Failure when others can write it.
   static std::optional<Journal> existing();
+
+  [[nodiscard]] int descriptor() const { return _folder.get(); }
 
   // Throws Failure.
   void write(const std::string& number, const char* note, const std::string& text) const;

@@ -42,12 +42,6 @@ std::string_view folderOf(std::string_view path) {
   return slash == std::string_view::npos ? bundleItself : path.substr(0, slash);
 }
 
-std::string hexadecimal(const Digest& digest) {
-  std::array<char, 2 * sizeof(Digest) + 1> text{};
-  sodium_bin2hex(text.data(), text.size(), digest.data(), digest.size());
-  return text.data();
-}
-
 std::string lineOf(const ManifestEntry& entry) {
   const auto digest = entry.kind == EntryKind::folder ? "-" : hexadecimal(entry.digest);
   return std::string(nameOf(entry.kind)) + " " + octal(entry.mode) + " " + std::to_string(entry.size) + " " + digest + " " +
@@ -253,6 +247,12 @@ std::string octal(mode_t mode) {
   std::string text(4, '0');
   for (auto digit = text.rbegin(); digit != text.rend(); ++digit, mode >>= 3) *digit = static_cast<char>('0' + (mode & 7));
   return text;
+}
+
+std::string hexadecimal(const Digest& digest) {
+  std::array<char, 2 * sizeof(Digest) + 1> text{};
+  sodium_bin2hex(text.data(), text.size(), digest.data(), digest.size());
+  return text.data();
 }
 
 }  // namespace AssistantTool

@@ -82,5 +82,7 @@ std::string printable(std::string_view path);
 // "file", "folder" or "link".
 std::string_view nameOf(EntryKind kind);
 std::string octal(mode_t mode);
+// In lower case.
+std::string hexadecimal(const Digest& digest);
 
 }  // namespace AssistantTool

@@ -1,17 +1,46 @@
 #pragma once
 // One job: what it may do, what it was asked, and what came of it.
 #include <functional>
+#include <optional>
 #include <string>
 
+#include "privileged/tool/BundleVerification.h"
 #include "privileged/tool/PathWalk.h"
 #include "privileged/tool/TreeWalk.h"
 #include "protocol/InstructionArchive.h"
+#include "protocol/PolicyFile.h"
 
 namespace AssistantTool {
+
+// The limits that this machine's administrators set.
+struct Rules {
+  protocol::Policy policy;
+  // The caller's session holds the right to run any program, which an administrator gave it.
+  bool hasAnyProgramRight = false;
+
+  [[nodiscard]] TreeBounds bounds() const {
+    TreeBounds bounds;
+    bounds.entries = policy.maximumEntries;
+    return bounds;
+  }
+  [[nodiscard]] SignaturePolicy signatures() const {
+    return {.unsignedBundles = policy.unsignedBundles,
+            .areDowngradesAllowed = policy.areDowngradesAllowed,
+            .isUnsignedGranted = hasAnyProgramRight};
+  }
+};
+
+// The bundles of a job, as it gets to know them; for the log, also when it fails afterwards.
+struct Bundles {
+  std::optional<BundleIdentity> installed;
+  std::optional<BundleIdentity> replacement;
+};
 
 struct Request {
   const InstructionArchive::Instructions& instructions;
   const PathWalk& walk;
+  const Rules& rules;
+  Bundles& bundles;
   TreeBounds bounds{};  // of the trees that the job goes through
 
   // The item named by the value of `key`. Throws Failure when the key is missing or the path refused.

@@ -21,22 +21,22 @@ namespace AssistantTool {
 namespace {
 
 #if defined(__x86_64__)
-constexpr std::uint32_t Architecture = AUDIT_ARCH_X86_64;
+constexpr std::uint32_t architecture = AUDIT_ARCH_X86_64;
 // The same processor has a second set of numbers from here on, which nobody uses.
-constexpr std::uint32_t FirstForeignNumber = 0x40000000;
+constexpr std::uint32_t firstForeignNumber = 0x40000000;
 #elif defined(__aarch64__)
-constexpr std::uint32_t Architecture = AUDIT_ARCH_AARCH64;
-constexpr std::uint32_t FirstForeignNumber = 0xFFFFFFFF;
+constexpr std::uint32_t architecture = AUDIT_ARCH_AARCH64;
+constexpr std::uint32_t firstForeignNumber = 0xFFFFFFFF;
 #else
 #error "name this processor's architecture as the kernel does"
 #endif
 
-constexpr std::uint32_t NoCall = 0xFFFFFFFF;
+constexpr std::uint32_t noCall = 0xFFFFFFFF;
 
-constexpr std::array Needed{CAP_CHOWN, CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH, CAP_FOWNER, CAP_SETGID, CAP_SETUID};
+constexpr std::array needed{CAP_CHOWN, CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH, CAP_FOWNER, CAP_SETGID, CAP_SETUID};
 
 // The system calls of no job. Numbers, because the names of the newest are not in every header.
-constexpr std::array Forbidden{
+constexpr std::array forbidden{
     SYS_ptrace, SYS_process_vm_readv, SYS_process_vm_writev, SYS_kcmp, SYS_pidfd_getfd,
     // mounts and namespaces
     SYS_mount, SYS_umount2, SYS_pivot_root, SYS_chroot, SYS_move_mount, SYS_open_tree, SYS_fsopen, SYS_fsconfig,
@@ -55,14 +55,14 @@ constexpr std::array Forbidden{
     SYS_mbind, SYS_set_mempolicy, SYS_migrate_pages, SYS_move_pages, SYS_remap_file_pages, SYS_msgget, SYS_shmget,
     SYS_semget};
 
-constexpr std::array Starting{
-    SYS_execve, SYS_execveat, SYS_clone, SYS_clone3,
+constexpr std::array startingOrConnecting{
+    SYS_socket, SYS_socketpair, SYS_execve, SYS_execveat, SYS_clone, SYS_clone3,
 #ifdef SYS_fork
     SYS_fork,   SYS_vfork,
 #endif
 };
 
-constexpr std::uint32_t NewNamespaces =
+constexpr std::uint32_t newNamespaces =
     CLONE_NEWNS | CLONE_NEWCGROUP | CLONE_NEWUTS | CLONE_NEWIPC | CLONE_NEWUSER | CLONE_NEWPID | CLONE_NEWNET;
 
 // A filter put together line by line; the first verdict that is reached holds.
@@ -70,13 +70,13 @@ class Filter {
  public:
   Filter() {
     load(offsetof(seccomp_data, arch));
-    add({BPF_JMP | BPF_JEQ | BPF_K, 1, 0, Architecture});
+    add({BPF_JMP | BPF_JEQ | BPF_K, 1, 0, architecture});
     verdict(SECCOMP_RET_KILL_PROCESS);
     load(offsetof(seccomp_data, nr));
     // No call at all: a tracer has taken it away, and answers in the kernel's place.
-    add({BPF_JMP | BPF_JEQ | BPF_K, 0, 1, NoCall});
+    add({BPF_JMP | BPF_JEQ | BPF_K, 0, 1, noCall});
     verdict(SECCOMP_RET_ALLOW);
-    add({BPF_JMP | BPF_JGE | BPF_K, 0, 1, FirstForeignNumber});
+    add({BPF_JMP | BPF_JGE | BPF_K, 0, 1, firstForeignNumber});
     verdict(SECCOMP_RET_KILL_PROCESS);
   }
 
@@ -87,7 +87,7 @@ class Filter {
   // Only with this first argument.
   void allowOnly(std::uint32_t call, std::uint32_t argument) {
     add({BPF_JMP | BPF_JEQ | BPF_K, 0, 4, call});
-    load(FirstArgument);
+    load(firstArgument);
     add({BPF_JMP | BPF_JEQ | BPF_K, 1, 0, argument});
     refusal(EPERM);
     verdict(SECCOMP_RET_ALLOW);
@@ -95,7 +95,7 @@ class Filter {
   // Not with any of these bits in the first argument.
   void refuseBits(std::uint32_t call, std::uint32_t bits) {
     add({BPF_JMP | BPF_JEQ | BPF_K, 0, 4, call});
-    load(FirstArgument);
+    load(firstArgument);
     add({BPF_JMP | BPF_JSET | BPF_K, 0, 1, bits});
     refusal(EPERM);
     verdict(SECCOMP_RET_ALLOW);
@@ -109,7 +109,7 @@ class Filter {
 
  private:
   // Both processors are little-endian, and the arguments looked at are of 32 bits.
-  static constexpr std::uint32_t FirstArgument = offsetof(seccomp_data, args);
+  static constexpr std::uint32_t firstArgument = offsetof(seccomp_data, args);
 
   void add(sock_filter line) { _lines.push_back(line); }
   void load(std::uint32_t offset) { add({BPF_LD | BPF_W | BPF_ABS, 0, 0, offset}); }
@@ -140,7 +140,7 @@ void giveUpCapabilities() {
 
 std::uint64_t neededCapabilities() {
   std::uint64_t bits = 0;
-  for (const int each : Needed) bits |= std::uint64_t{1} << each;
+  for (const int each : needed) bits |= std::uint64_t{1} << each;
   return bits;
 }
 
@@ -148,16 +148,16 @@ void giveUpRights() {
   if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) failWithSystemError("cannot give up rights");
   giveUpCapabilities();
   Filter filter;
-  for (const int call : Forbidden) filter.refuse(static_cast<std::uint32_t>(call));
+  for (const int call : forbidden) filter.refuse(static_cast<std::uint32_t>(call));
   filter.refuse(SYS_clone3, ENOSYS);  // its arguments cannot be looked at; everybody has the older call to fall back on
-  filter.refuseBits(SYS_clone, NewNamespaces);
+  filter.refuseBits(SYS_clone, newNamespaces);
   filter.allowOnly(SYS_socket, AF_UNIX);
   filter.install();
 }
 
-void giveUpPrograms() {
+void giveUpProgramsAndSockets() {
   Filter filter;
-  for (const int call : Starting) filter.refuse(static_cast<std::uint32_t>(call));
+  for (const int call : startingOrConnecting) filter.refuse(static_cast<std::uint32_t>(call));
   filter.install();
 }
 

@@ -13,7 +13,7 @@ std::uint64_t neededCapabilities();
 // mounting, tracing, loading modules, setting clocks, entering namespaces and every network but the machine's own sockets.
 // Such a call fails with EPERM; one of another architecture ends the process. Throws Failure.
 void giveUpRights();
-// Before a job that runs no program: starting one. Throws Failure.
-void giveUpPrograms();
+// Before a job that works on files only: starting programs, and making sockets; one that is open stays so. Throws Failure.
+void giveUpProgramsAndSockets();
 
 }  // namespace AssistantTool

@@ -8,59 +8,68 @@
 #include <memory>
 #include <vector>
 
+#include "privileged/tool/BundleItem.h"
+#include "privileged/tool/BundleVerification.h"
 #include "privileged/tool/Failure.h"
 #include "privileged/tool/FileContents.h"
 #include "privileged/tool/Folder.h"
 #include "privileged/tool/Items.h"
+#include "privileged/tool/ServerUnit.h"
 #include "privileged/tool/ServiceManager.h"
 #include "protocol/ToolProtocol.h"
 
 namespace AssistantTool {
 namespace {
 
-constexpr const char* Unit = "com.kelto.KeltoLibraryServer.service";
-constexpr std::string_view ServerFolder = "/Contents/Resources/LibraryServer";
+constexpr std::string_view serverFolder = "Contents/Resources/LibraryServer";
 
 struct ServerFile {
   const char* name;  // in the bundle's server folder
-  const char* destination;
+  std::string_view destination;
   mode_t mode;
 };
-constexpr mode_t ProgramMode = 0755;
-constexpr mode_t DefinitionMode = 0644;
-constexpr std::array<ServerFile, 3> ServerFiles{{
-    {"KeltoLibraryServer", "/Library/Application Support/Kelto/KeltoLibraryServer", ProgramMode},
-    {"com.kelto.KeltoLibraryServer.plist", "/Library/LaunchDaemons/com.kelto.KeltoLibraryServer.plist", DefinitionMode},
-    {"com.kelto.KeltoLibraryServer.service", "/etc/systemd/system/com.kelto.KeltoLibraryServer.service", DefinitionMode},
+constexpr mode_t programMode = 0755;
+constexpr mode_t definitionMode = 0644;
+constexpr std::string_view unitPath = "/etc/systemd/system/com.kelto.KeltoLibraryServer.service";
+constexpr std::array<ServerFile, 3> serverFiles{{
+    {"KeltoLibraryServer", serverProgramPath, programMode},
+    {"com.kelto.KeltoLibraryServer.plist", "/Library/LaunchDaemons/com.kelto.KeltoLibraryServer.plist", definitionMode},
+    {serverUnitName, unitPath, definitionMode},
 }};
 
+// The bundle that a server comes with, and where it lies.
+struct ServerBundle {
+  std::string path;
+  AcceptedBundle accepted;
+};
+
 // Root is going to run these files: only root and the user who asked may be able to write them.
-FileDescriptor openServerFile(const std::string& folder, const ServerFile& file, const PathWalk& walk) {
-  const auto source = walk.locate(folder + "/" + file.name);
+FileDescriptor openServerFile(const std::string& bundle, const ServerFile& file, const PathWalk& walk) {
+  const auto source = walk.locate(bundle + "/" + std::string(serverFolder) + "/" + file.name);
   FileDescriptor opened(::openat(source.folder.get(), source.name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   if (!opened) failWithSystemError("cannot open " + source.path);
   struct stat status {};
   if (::fstat(opened.get(), &status) != 0 || !S_ISREG(status.st_mode)) throw Failure("not a file: " + source.path);
   if (canBeWrittenByOthers(status, walk.user())) throw Failure("others can write " + source.path);
-  if (file.mode == ProgramMode && (status.st_mode & S_IXUSR) == 0) throw Failure("not executable: " + source.path);
+  if (file.mode == programMode && (status.st_mode & S_IXUSR) == 0) throw Failure("not executable: " + source.path);
   return opened;
 }
 
 // One file: the new one made beside the old, which keeps a second name until all is decided.
 class FileUpgrade {
  public:
-  FileUpgrade(const std::string& bundleFolder, const ServerFile& file, const PathWalk& walk)
+  FileUpgrade(const ServerBundle& bundle, const ServerFile& file, const PathWalk& walk)
       : _destination(cleared(walk.locate(file.destination), walk)),
         _staging(_destination),
         _folder(_destination.openFolder()) {
-    const auto source = openServerFile(bundleFolder, file, walk);
+    const auto source = openServerFile(bundle.path, file, walk);
     const auto old = _destination.status();
     if (old && !S_ISREG(old->st_mode)) throw Failure("not a file: " + _destination.path);
     _hadOld = old.has_value();
     if (_hadOld && ::linkat(_folder.get(), _destination.name.c_str(), _staging.folder(), Staging::OldItem, 0) != 0) {
       failWithSystemError("cannot keep " + _destination.path);
     }
-    write(source.get(), file.mode);
+    write(source.get(), bundle.accepted, file);
     _staging.noteUndo(_destination.name);
   }
 
@@ -91,13 +100,23 @@ class FileUpgrade {
     Staging::clearLeftovers(destination, walk);
     return destination;
   }
-  void write(int source, mode_t mode) const {
+  // Verifies root's own copy, and reads the unit from it.
+  void write(int source, const AcceptedBundle& bundle, const ServerFile& file) const {
     const FileDescriptor made(::openat(_staging.folder(), Staging::NewItem,
-                                       O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
+                                       O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
     struct stat status {};
     if (!made || ::fstat(source, &status) != 0) failWithSystemError("cannot write beside " + _destination.path);
     FileContents().copy(source, made.get(), status, _destination.path);
-    if (::fchmod(made.get(), mode) != 0 || ::fsync(made.get()) != 0)
+    if (bundle.manifest) verifyContents(made.get(), *bundle.manifest, std::string(serverFolder) + "/" + file.name);
+    if (file.destination == unitPath) replaceByUnit(made.get(), bundle.identity);
+    if (::fchmod(made.get(), file.mode) != 0 || ::fsync(made.get()) != 0)
+      failWithSystemError("cannot write beside " + _destination.path);
+  }
+  void replaceByUnit(int file, const BundleIdentity& bundle) const {
+    ::lseek(file, 0, SEEK_SET);
+    const auto unit = serverUnitFor(contentsOfFile(file, maximumServerUnitBytes, serverUnitName), bundle);
+    const auto length = static_cast<ssize_t>(unit.size());
+    if (::ftruncate(file, 0) != 0 || ::pwrite(file, unit.data(), unit.size(), 0) != length)
       failWithSystemError("cannot write beside " + _destination.path);
   }
 
@@ -112,9 +131,28 @@ using FileUpgrades = std::vector<std::unique_ptr<FileUpgrade>>;
 
 // A job was killed: while the first file has its note nothing was decided, and all the old ones come back, it last.
 void settleKilledUpgrade(const PathWalk& walk) {
-  const bool isUndecided = Staging::hasUndo(walk.locate(ServerFiles.front().destination));
-  for (auto file = ServerFiles.rbegin(); file != ServerFiles.rend(); ++file)
+  const bool isUndecided = Staging::hasUndo(walk.locate(serverFiles.front().destination));
+  for (auto file = serverFiles.rbegin(); file != serverFiles.rend(); ++file)
     Staging::settleUndo(walk.locate(file->destination), isUndecided);
+}
+
+// The bundle of the server that runs, as its unit tells.
+std::optional<BundleIdentity> installedBundle(const PathWalk& walk) {
+  const auto unit = walk.locate(unitPath);
+  const FileDescriptor file(::openat(unit.folder.get(), unit.name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  struct stat status {};
+  if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
+  if (static_cast<std::size_t>(status.st_size) > maximumServerUnitBytes) return std::nullopt;
+  return bundleNamedIn(contentsOfFile(file.get(), maximumServerUnitBytes, serverUnitName));
+}
+
+ServerBundle acceptServerBundle(const Location& application, const Request& request) {
+  request.bundles.installed = installedBundle(request.walk);
+  ServerBundle bundle{.path = application.path,
+                      .accepted = acceptBundle({application.folder.get(), application.name}, request.bundles.installed,
+                                               trustedKeys(), request.rules.signatures())};
+  request.bundles.replacement = bundle.accepted.identity;
+  return bundle;
 }
 
 [[noreturn]] void restoreOldServer(const FileUpgrades& files, const Service& service, const std::string& reason) {
@@ -130,11 +168,10 @@ Outcome upgradeServer(const Request& request) {
   const auto application = request.locate(protocol::filePathKey);
   requireItem(application);
   settleKilledUpgrade(request.walk);
+  const auto bundle = acceptServerBundle(application, request);
   FileUpgrades files;
-  for (const auto& file : ServerFiles) {
-    files.push_back(std::make_unique<FileUpgrade>(application.path + std::string(ServerFolder), file, request.walk));
-  }
-  const Service service(Unit);
+  for (const auto& file : serverFiles) files.push_back(std::make_unique<FileUpgrade>(bundle, file, request.walk));
+  const Service service(serverUnitName);
   if (!service.stop()) restoreOldServer(files, service, "the Library Server does not stop");
   try {
     for (const auto& file : files) file->install();

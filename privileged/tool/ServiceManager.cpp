@@ -24,10 +24,10 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 using std::chrono::steady_clock;
 
-constexpr seconds TimeToRun{10};
-constexpr seconds TimeForACommand{15};
-constexpr milliseconds Poll{50};
-constexpr milliseconds Stability{500};
+constexpr seconds timeToRun{10};
+constexpr seconds timeForACommand{15};
+constexpr milliseconds pollInterval{50};
+constexpr milliseconds stability{500};
 
 const char* program() { return ::access("/usr/bin/systemctl", X_OK) == 0 ? "/usr/bin/systemctl" : "/bin/systemctl"; }
 
@@ -99,7 +99,7 @@ Answer systemctl(std::vector<std::string> words) {
   if (::pipe2(ends.data(), O_CLOEXEC) != 0) return {};
   const FileDescriptor reading(ends[0]);
   FileDescriptor writing(ends[1]);
-  const auto deadline = steady_clock::now() + TimeForACommand;
+  const auto deadline = steady_clock::now() + timeForACommand;
   const auto child = spawn(words, writing.get());
   writing = FileDescriptor();
   if (!child) return {};
@@ -118,7 +118,7 @@ bool Service::stop() const {
 }
 
 bool Service::startAnew() const {
-  const auto deadline = steady_clock::now() + TimeToRun;
+  const auto deadline = steady_clock::now() + timeToRun;
   if (systemctl({"daemon-reload"}).status != 0) return false;
   systemctl({"reset-failed", _unit});  // an old failure must neither be taken for a new one nor forbid the start
   if (systemctl({"start", "--no-block", _unit}).status != 0) return false;
@@ -126,13 +126,13 @@ bool Service::startAnew() const {
     const auto now = state();
     if (now.active == "failed") return false;
     if (now.isRunning() && staysRunning(now.mainProcess)) return true;
-    std::this_thread::sleep_for(Poll);
+    std::this_thread::sleep_for(pollInterval);
   }
   return false;
 }
 
 bool Service::staysRunning(pid_t process) const {
-  std::this_thread::sleep_for(Stability);
+  std::this_thread::sleep_for(stability);
   const auto later = state();
   return later.isRunning() && later.mainProcess == process;
 }

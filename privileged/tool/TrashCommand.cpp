@@ -1,13 +1,12 @@
 #include "privileged/tool/TrashCommand.h"
 
 #include <fcntl.h>
-#include <pwd.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <optional>
 
+#include "privileged/tool/Account.h"
 #include "privileged/tool/Failure.h"
 #include "privileged/tool/Folder.h"
 #include "privileged/tool/Items.h"
@@ -25,18 +24,9 @@ struct User {
 };
 
 User userOf(uid_t number) {
-  const auto* account = ::getpwuid(number);
-  if (account == nullptr) throw Failure("the invoking user has no account");
-  User user{.owner = {account->pw_uid, account->pw_gid}, .dataFolder = {}};
-  // The environment is that user's own only when we are no more than that user.
-  const char* named = ::geteuid() == number ? std::getenv("XDG_DATA_HOME") : nullptr;
-  const std::string home = account->pw_dir == nullptr ? "" : account->pw_dir;
-  if (named != nullptr && *named == '/') {
-    user.dataFolder = named;
-  } else if (home.starts_with('/')) {
-    user.dataFolder = home + "/.local/share";
-  }
-  return user;
+  const auto& account = accountOf(number);
+  if (!account) throw Failure("the invoking user has no account");
+  return {.owner = {account->user, account->group}, .dataFolder = account->dataFolder};
 }
 
 class Trasher {

@@ -1,17 +1,11 @@
 #include "privileged/tool/TrustedKeys.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <optional>
 
-#include "privileged/tool/BundleItem.h"
 #include "privileged/tool/Failure.h"
-#include "privileged/tool/FileDescriptor.h"
 #include "privileged/tool/Folder.h"
 #include "privileged/tool/Manifest.h"
+#include "privileged/tool/TrustedFile.h"
 
 namespace AssistantTool {
 namespace {
@@ -37,15 +31,7 @@ std::vector<std::string> identifiersIn(std::string_view list) {
 
 class TrustFolder {
  public:
-  TrustFolder(const std::string& path, uid_t owner)
-      : _path(path), _owner(owner), _folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)) {
-    if (!_folder && errno == ENOENT) return;
-    if (!_folder) failWithSystemError("cannot open " + path);
-    requireOwned(_folder.get(), path);
-    // Everybody who can write the folder above could take this one away, and all keys with it.
-    const FileDescriptor above(::openat(_folder.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
-    requireOwned(above.get(), "the folder above " + path);
-  }
+  TrustFolder(const std::string& path, uid_t owner) : _path(path), _folder(path, owner) {}
 
   [[nodiscard]] std::vector<TrustedKey> keys() const {
     std::vector<TrustedKey> keys;
@@ -61,17 +47,10 @@ class TrustFolder {
  private:
   [[nodiscard]] std::vector<std::string> sortedNames() const {
     std::vector<std::string> names;
-    if (!_folder) return names;
-    for (auto& entry : entriesOf(_folder.get())) names.push_back(std::move(entry.name));
+    if (!_folder.exists()) return names;
+    for (auto& entry : entriesOf(_folder.descriptor())) names.push_back(std::move(entry.name));
     std::ranges::sort(names);
     return names;
-  }
-
-  void requireOwned(int item, const std::string& path) const {
-    struct stat status {};
-    if (::fstat(item, &status) != 0) failWithSystemError("cannot look at " + path);
-    if (status.st_uid != _owner) throw Failure("not root's: " + path);
-    if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0) throw Failure("others can write " + path);
   }
 
   void requireKeyOf(std::string_view list, const std::vector<std::string>& names) const {
@@ -84,14 +63,10 @@ class TrustFolder {
   template <typename Parse>
   [[nodiscard]] auto read(const std::string& name, std::size_t maximum, const Parse& parse) const {
     const auto path = _path + "/" + name;
-    const FileDescriptor file(::openat(_folder.get(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    struct stat status {};
-    if (!file || ::fstat(file.get(), &status) != 0) failWithSystemError("cannot open " + printable(path));
-    if (!S_ISREG(status.st_mode)) throw Failure("not a file: " + printable(path));
-    requireOwned(file.get(), printable(path));
-    const auto contents = contentsOfFile(file.get(), maximum, path);
+    const auto contents = _folder.contents(name, maximum);
+    if (!contents) throw Failure("missing: " + printable(path));
     try {
-      return parse(contents);
+      return parse(*contents);
     } catch (const Failure& failure) {
       throw Failure(printable(path) + ": " + failure.what());
     }
@@ -106,8 +81,7 @@ class TrustFolder {
   }
 
   std::string _path;
-  uid_t _owner;
-  FileDescriptor _folder;
+  TrustedFolder _folder;
 };
 
 }  // namespace

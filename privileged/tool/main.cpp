@@ -7,8 +7,8 @@
 #include <cstdlib>
 
 #include "privileged/tool/AssistantTool.h"
+#include "privileged/tool/Effects.h"
 #include "privileged/tool/Failure.h"
-#include "privileged/tool/Operations.h"
 #include "privileged/tool/Rights.h"
 
 int main() {
@@ -22,6 +22,5 @@ int main() {
   } catch (const AssistantTool::Failure&) {
     return EXIT_FAILURE;
   }
-  AssistantTool::JobOperations operations;
-  return AssistantTool::run(STDIN_FILENO, STDOUT_FILENO, operations);
+  return AssistantTool::run(STDIN_FILENO, STDOUT_FILENO, AssistantTool::effectsOnThisMachine());
 }

@@ -215,7 +215,7 @@ TEST(InstructionArchive, SixtyFourPairsAreRead) { EXPECT_EQ(unarchived(archivedD
 TEST(InstructionArchive, SixtyFivePairsAreRefused) { EXPECT_THAT(reasonFor(archivedData(pairs(65))), HasSubstr("pairs")); }
 
 TEST(InstructionArchive, AnArchiveAboveOneMebibyteIsRefused) {
-  EXPECT_THAT(reasonFor(archivedData({{"k", std::string(InstructionArchive::MaximumBytes, 'x')}})), HasSubstr("too long"));
+  EXPECT_THAT(reasonFor(archivedData({{"k", std::string(InstructionArchive::maximumBytes, 'x')}})), HasSubstr("too long"));
 }
 
 TEST(InstructionArchive, ReferencesCannotExpandBeyondTheLimit) {
@@ -270,7 +270,7 @@ RC_GTEST_PROP(InstructionArchive, WhatIsWrittenIsReadBack, ()) {
   const auto text = rc::gen::container<std::string>(rc::gen::inRange<char>(1, 127));
   const auto map = *rc::gen::resize(60, rc::gen::container<std::map<std::string, std::string>>(text, text));
   const Instructions instructions(map.begin(), map.end());
-  RC_PRE(instructions.size() <= InstructionArchive::MaximumPairs);
+  RC_PRE(instructions.size() <= InstructionArchive::maximumPairs);
   RC_ASSERT(unarchived(archivedData(instructions)) == instructions);
 }
 

@@ -78,9 +78,9 @@ class BundleReplacementTest : public SignedBundleTest {
  protected:
   BundleReplacementTest() { keys = {publisher.trusted()}; }
 
-  std::optional<BundleIdentity> verify(const std::string& replacement, const std::string& installed = "nothing") {
+  BundleIdentity verify(const std::string& replacement, const std::string& installed = "nothing") {
     const auto parent = opened(folder.path());
-    return verifyReplacement({parent.get(), replacement}, {parent.get(), installed}, keys, policy);
+    return verifyReplacement({parent.get(), replacement}, identityOf(parent.get(), installed), keys, policy);
   }
   std::string refusal(const std::string& replacement, const std::string& installed = "nothing") {
     return refusalOf([&] { (void)verify(replacement, installed); });
@@ -96,22 +96,21 @@ TEST_F(BundleReplacementTest, WithoutKeysNothingIsChecked) {
   makeBundle();
   const auto broken = makeSignedBundle("Broken.app");
   fs::remove(broken / "Contents/Info.plist");
-  EXPECT_EQ(verify("App.app"), std::nullopt);
-  EXPECT_EQ(verify("Broken.app", "App.app"), std::nullopt);
+  EXPECT_EQ(refusal("App.app"), "");
+  EXPECT_EQ(refusal("Broken.app", "App.app"), "");
 }
 
 TEST_F(BundleReplacementTest, ASignedBundleIsTakenAndTold) {
   makeSignedBundle();
   const auto found = verify("App.app");
-  ASSERT_TRUE(found);
-  EXPECT_EQ(found->identifier, "com.example.App");
-  EXPECT_EQ(found->version, "2.0");
-  EXPECT_TRUE(found->isSigned);
-  EXPECT_EQ(found->key, publisher.key().identifier);
+  EXPECT_EQ(found.identifier, "com.example.App");
+  EXPECT_EQ(found.version, "2.0");
+  EXPECT_TRUE(found.isSigned);
+  EXPECT_EQ(found.key, publisher.key().identifier);
 }
 
 TEST_F(BundleReplacementTest, ASignedBundleThatWasChangedIsRefusedWhateverThePolicySays) {
-  policy = {.unsignedBundles = Unsigned::allowed, .areDowngradesAllowed = true, .isUnsignedGranted = true};
+  policy = {.unsignedBundles = Unsigned::allow, .areDowngradesAllowed = true, .isUnsignedGranted = true};
   writeWithMode(makeSignedBundle() / "extra", "");
   EXPECT_EQ(refusal("App.app"), "not in the manifest: extra");
 }
@@ -125,15 +124,15 @@ TEST_F(BundleReplacementTest, AnUnsignedBundleIsLetThroughAsThePolicySays) {
   EXPECT_EQ(refusal("App.app"), "the bundle is not signed, and nobody granted that");
   policy.isUnsignedGranted = true;
   EXPECT_EQ(refusal("App.app"), "");
-  policy = {.unsignedBundles = Unsigned::allowed, .areDowngradesAllowed = false, .isUnsignedGranted = false};
+  policy = {.unsignedBundles = Unsigned::allow, .areDowngradesAllowed = false, .isUnsignedGranted = false};
   EXPECT_EQ(refusal("App.app"), "");
-  EXPECT_FALSE(verify("App.app")->isSigned);
+  EXPECT_FALSE(verify("App.app").isSigned);
 }
 
 TEST_F(BundleReplacementTest, APlainFileIsAnUnsignedItem) {
   writeWithMode(folder.path("file"), "text");
   EXPECT_EQ(refusal("file"), "the bundle is not signed");
-  policy.unsignedBundles = Unsigned::allowed;
+  policy.unsignedBundles = Unsigned::allow;
   EXPECT_EQ(refusal("file"), "");
 }
 
@@ -166,7 +165,7 @@ TEST_F(BundleReplacementTest, AnUpgradeAndTheSameVersionAreTaken) {
 }
 
 TEST_F(BundleReplacementTest, AForeignIdentifierIsRefusedWhateverThePolicySays) {
-  policy = {.unsignedBundles = Unsigned::allowed, .areDowngradesAllowed = true, .isUnsignedGranted = true};
+  policy = {.unsignedBundles = Unsigned::allow, .areDowngradesAllowed = true, .isUnsignedGranted = true};
   makeSignedBundle("New.app", "com.example.App");
   makeBundle("UnsignedNew.app", "com.example.App");
   makeSignedBundle("Other.app", "com.example.Other");

@@ -56,7 +56,7 @@ TEST_F(BundleVerificationTest, WorksAfterTheToolHasGivenUpItsRights) {
   const pid_t child = ::fork();
   if (child == 0) {
     giveUpRights();
-    giveUpPrograms();
+    giveUpProgramsAndSockets();
     ::_exit(refusal(bundle, keys).empty() ? 0 : 1);
   }
   int status = -1;

@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 
+#include "privileged/tool/ServerUnit.h"
 #include "protocol/ToolProtocol.h"
 #include "tests/privileged/tool/TreeState.h"
 
@@ -391,7 +392,9 @@ class UpgradeCase : public FaultCase {
     return name + " version " + version + "\n" + std::string(name == Program ? 100'000 : 100, version.front());
   }
   bool isNew(const std::string& name, const fs::path& path) const {
-    if (!isThere(path) || read(path) != textOf(name, _version)) return false;
+    const auto offered = textOf(name, _version);
+    const auto expected = name.ends_with(".service") ? AssistantTool::serverUnitFor(offered, {}) : offered;
+    if (!isThere(path) || read(path) != expected) return false;
     return (statusOf(path).st_mode & ALLPERMS) == (name == Program ? 0755U : 0644U) && statusOf(path).st_nlink == 1;
   }
   Kind _kind;

@@ -44,7 +44,7 @@ TEST_F(Refusal, ATruncatedArchive) {
 }
 
 TEST_F(Refusal, AnOversizedLengthIsRefusedWithoutWaitingForItsBytes) {
-  std::uint64_t length = InstructionArchive::MaximumBytes + 1;
+  std::uint64_t length = InstructionArchive::maximumBytes + 1;
   const std::string bytes(reinterpret_cast<const char*>(&length), sizeof length);
   expectRefusal(runWithBytes(command, bytes, environment), "too long");
 }

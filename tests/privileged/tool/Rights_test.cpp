@@ -19,11 +19,11 @@ namespace {
 
 // The error number of `call` in a process that has given up its rights, 0 when the call succeeds; negative when it is
 // killed.
-int errorOf(const std::function<long()>& call, bool alsoPrograms = false) {
+int errorOf(const std::function<long()>& call, bool isFileJob = false) {
   const pid_t child = ::fork();
   if (child == 0) {
     AssistantTool::giveUpRights();
-    if (alsoPrograms) AssistantTool::giveUpPrograms();
+    if (isFileJob) AssistantTool::giveUpProgramsAndSockets();
     errno = 0;
     ::_exit(call() < 0 ? errno : 0);
   }
@@ -72,7 +72,6 @@ TEST(Rights, ACallByTheProcessorsOtherNumbersEndsTheProcess) {
 TEST(Rights, CallsThatJobsNeedStayAllowed) {
   EXPECT_EQ(errorOf([] { return ::getpid() > 0 ? 0L : -1L; }, true), 0);
   EXPECT_EQ(errorOf([] { return ::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC) >= 0 ? 0L : -1L; }, true), 0);
-  EXPECT_EQ(errorOf([] { return ::socket(AF_UNIX, SOCK_DGRAM, 0); }, true), 0) << "for the system log";
 }
 
 TEST(Rights, ProgramsCanBeStartedUntilThatIsGivenUpToo) {
@@ -87,6 +86,16 @@ TEST(Rights, ProgramsCanBeStartedUntilThatIsGivenUpToo) {
   EXPECT_EQ(errorOf(startsTrue), 0);
   EXPECT_EQ(errorOf(startsTrue, true), EPERM);
   EXPECT_EQ(errorOf([] { return ::execl("/bin/true", "true", nullptr); }, true), EPERM);
+}
+
+TEST(Rights, NoSocketCanBeMadeOnceThatIsGivenUpToo) {
+  EXPECT_EQ(errorOf([] { return ::socket(AF_UNIX, SOCK_DGRAM, 0); }), 0) << "for the system log";
+  EXPECT_EQ(errorOf([] { return ::socket(AF_UNIX, SOCK_DGRAM, 0); }, true), EPERM);
+  const auto makesPair = [] {
+    int ends[2];
+    return static_cast<long>(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends));
+  };
+  EXPECT_EQ(errorOf(makesPair, true), EPERM);
 }
 
 TEST(Rights, AStartedProgramHasGivenThemUpToo) {

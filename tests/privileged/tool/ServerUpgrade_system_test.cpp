@@ -1,6 +1,8 @@
 #include <optional>
 
+#include "privileged/tool/ServerUnit.h"
 #include "protocol/ToolProtocol.h"
+#include "tests/privileged/tool/SignedBundle.h"
 #include "tests/privileged/tool/ToolRun.h"
 
 namespace ToolTests {
@@ -20,7 +22,7 @@ struct Server {
   }
   [[nodiscard]] std::string definition() const { return "definition " + version + "\n"; }
   [[nodiscard]] std::string unit() const {
-    return "# version " + version + "\n[Unit]\nDefaultDependencies=no\n[Service]\nType=" + type +
+    return "[Unit]\nDefaultDependencies=no\n[Service]\nEnvironment=KELTO_VERSION=" + version + "\nType=" + type +
            "\nTimeoutStopSec=2\nExecStart=\"/Library/Application Support/Kelto/KeltoLibraryServer\"\n";
   }
 };
@@ -31,7 +33,8 @@ class UpgradeServer : public ToolTest {
     if (::geteuid() != 0) GTEST_SKIP() << "needs root";
     for (const char* name : {"box", "Library", "units"}) fs::create_directory(folder / name);
     install(program, {.version = "1"}, definition, unit);
-    write(folder / "units/test.target", "[Unit]\nDefaultDependencies=no\n");
+    for (const char* name : {"test", "sysinit", "basic", "shutdown"})
+      write(folder / "units" / (std::string(name) + ".target"), "[Unit]\nDefaultDependencies=no\n");
     makeBundle(app, "2");
     offer({.version = "2"});
   }
@@ -52,15 +55,16 @@ class UpgradeServer : public ToolTest {
     std::string ran;             // the version of each server that was started, in order
   };
   // Starts the installed server, runs the tool and looks what runs afterwards. Empty when this machine cannot.
-  std::optional<Upgrade> upgrade(const std::string& afterwards = "true") {
+  std::optional<Upgrade> upgrade(const std::string& afterwards = "true", const std::string& before = "") {
     const InstructionArchive::Instructions instructions{{protocol::commandKey, protocol::upgradeServerCommand},
                                                         {protocol::filePathKey, app},
                                                         {protocol::resultPathKey, result}};
     write(folder / "instruction", framed(InstructionArchive::archivedData(instructions)));
     const auto show = "systemctl show --property=MainPID --value " + Label + ".service";
-    write(folder / "job.sh", "cd '" + folder.string() + "'\nsystemctl start " + Label + "\n" + show + " > before\n" + Tool +
-                                 " < instruction > answer\necho $? > exit\n" + show + " > after\nsystemctl is-active " +
-                                 Label + " > active\ncp /run/ran ran\n" + afterwards + "\n");
+    write(folder / "job.sh", "cd '" + folder.string() + "'\n" + before + "systemctl start " + Label + "\n" + show +
+                                 " > before\n" + Tool + " < instruction > answer\necho $? > exit\n" + show +
+                                 " > after\nsystemctl is-active " + Label + " > active\ncp /run/ran ran\n" + afterwards +
+                                 "\n");
     const std::string box = KELTO_SOURCE_DIR "/tests/privileged/tool/systemd-box.sh";
     std::system(("sh '" + box + "' '" + folder.string() + "'").c_str());
     if (!isThere(folder / "status")) return std::nullopt;
@@ -74,7 +78,7 @@ class UpgradeServer : public ToolTest {
   void expectInstalled(const std::string& version) {
     EXPECT_THAT(read(program), ::testing::HasSubstr("version " + version));
     EXPECT_THAT(read(definition), ::testing::HasSubstr("definition " + version));
-    EXPECT_THAT(read(unit), ::testing::HasSubstr("version " + version));
+    EXPECT_THAT(read(unit), ::testing::HasSubstr("\nEnvironment=KELTO_VERSION=" + version + "\n"));
     EXPECT_EQ(statusOf(program).st_mode & ALLPERMS, 0755U);
     EXPECT_EQ(statusOf(unit).st_mode & ALLPERMS, 0644U);
   }
@@ -136,25 +140,24 @@ TEST_F(UpgradeServer, GoesBackWhenTheNewServerIsNeverReady) {
   expectOldServerBack(upgrade());
 }
 
-TEST_F(UpgradeServer, GoesBackWhenTheNewUnitIsBroken) {
-  write(offered / (Label + ".service"), "[Service]\nType=nonsense\n");
-  expectOldServerBack(upgrade());
+// The definition that the bundle brings is data: the server runs by the template, whatever it says.
+class UnitOfBundle : public UpgradeServer, public ::testing::WithParamInterface<const char*> {};
+TEST_P(UnitOfBundle, HasNoEffectBeyondThePermittedValues) {
+  write(offered / (Label + ".service"), GetParam());
+  const auto done = upgrade("ls /run/evil > evil 2>&1; systemctl show --property=User,ExecStartPre " + Label + " > shown");
+  if (!done) GTEST_SKIP() << "no service manager can be run here";
+  expectSuccess(done->answer);
+  EXPECT_EQ(done->ran, "1\n2\n");
+  EXPECT_EQ(read(unit), AssistantTool::serverUnitFor("", {}));
+  EXPECT_THAT(read(folder / "evil"), ::testing::HasSubstr("No such file"));
+  EXPECT_EQ(read(folder / "shown"), "User=\n");
 }
-
-TEST_F(UpgradeServer, GoesBackWhenTheNewUnitIsNotText) {
-  write(offered / (Label + ".service"), std::string("\x7f\0\xff[Service\n\0", 14) + std::string(5000, '\xfe'));
-  expectOldServerBack(upgrade());
-}
-
-TEST_F(UpgradeServer, GoesBackWhenTheNewUnitStartsNothing) {
-  write(offered / (Label + ".service"), "[Unit]\nDefaultDependencies=no\n[Service]\nType=simple\n");
-  expectOldServerBack(upgrade());
-}
-
-TEST_F(UpgradeServer, GoesBackWhenTheNewUnitIsEmpty) {
-  write(offered / (Label + ".service"), "");
-  expectOldServerBack(upgrade());
-}
+INSTANTIATE_TEST_SUITE_P(
+    Units, UnitOfBundle,
+    ::testing::Values("", "[Service]\nType=nonsense\n", "\x7f\xff[Service\n\xfe\xfe",
+                      "[Service]\nExecStart=/bin/touch /run/evil\nExecStartPre=/bin/touch /run/evil\nUser=nobody\n",
+                      "[Service]\nExecStopPost=+/bin/touch /run/evil\nEnvironment=LD_PRELOAD=/evil.so\nRootDirectory=/x\n",
+                      "[Unit]\nWants=evil.service\nOnSuccess=evil.service\n[Service]\nType=simple\\\nUser=nobody\n"));
 
 TEST_F(UpgradeServer, GoesBackWhenTheNewProgramIsNotAProgram) {
   write(offered / "KeltoLibraryServer", std::string("\x7f"
@@ -236,6 +239,86 @@ TEST_F(UpgradeServer, IsRefusedWhenTheProgramIsAPipe) {
   fs::remove(offered / "KeltoLibraryServer");
   ASSERT_EQ(::mkfifo((offered / "KeltoLibraryServer").c_str(), 0755), 0);
   expectUntouched(upgrade(), "not a file");
+}
+
+// Under an administrator's keys.
+class SignedUpgrade : public UpgradeServer {
+ protected:
+  void SetUp() override {
+    UpgradeServer::SetUp();
+    if (IsSkipped()) return;
+    fs::remove(app / "Contents/Link");
+    makeVersion("2.0");
+  }
+  void makeVersion(const std::string& version) {
+    writeWithMode(app / "Contents/Info.plist", informationList("com.example.App", version));
+    sign();
+  }
+  void sign() {
+    ASSERT_TRUE(runs(KELTO_BIN_DIR "/kelto-manifest " + shellWord(app)));
+    publisher.sign(app / "Contents/_Signature/manifest");
+  }
+  // With the publisher's key in the trust folder of the box.
+  std::optional<Upgrade> upgradeWithKeys(const std::string& policy = "") {
+    write(folder / "policy", policy);
+    write(publisherKey, publisher.file());
+    for (const char* left : {"box", "status"}) fs::remove_all(folder / left);
+    fs::create_directory(folder / "box");
+    return upgrade("true",
+                   "mkdir -p /etc/kelto/trust.d\nchmod 755 /etc/kelto /etc/kelto/trust.d\n"
+                   "install -m 644 '" +
+                       publisherKey +
+                       "' /etc/kelto/trust.d/publisher.pub\n"
+                       "install -m 644 policy " +
+                       std::string(protocol::policyFilePath) + "\n");
+  }
+  tests::TemporaryFolder keys{};
+  KeyPair publisher{keys, "publisher"};
+  const std::string publisherKey = folder / "publisher.pub";
+};
+
+TEST_F(SignedUpgrade, TakesAServerAsItsPublisherSignedIt) {
+  const auto done = upgradeWithKeys();
+  if (!done) GTEST_SKIP() << "no service manager can be run here";
+  expectSuccess(done->answer);
+  expectInstalled("2");
+  EXPECT_THAT(read(unit), ::testing::HasSubstr("X-KeltoBundle=com.example.App\nX-KeltoVersion=2.0\nX-KeltoSigned=yes\n"));
+}
+
+TEST_F(SignedUpgrade, RefusesABundleWithoutASignature) {
+  fs::remove_all(app / "Contents/_Signature");
+  expectUntouched(upgradeWithKeys(), "is not signed");
+}
+
+TEST_F(SignedUpgrade, RefusesAServerThatWasChangedAfterItWasSigned) {
+  for (const auto& name : {std::string("KeltoLibraryServer"), Label + ".plist", Label + ".service"}) {
+    offer({.version = "2"});
+    sign();
+    std::ofstream(offered / name, std::ios::app) << "# changed\n";
+    expectUntouched(upgradeWithKeys(), name);
+  }
+}
+
+TEST_F(SignedUpgrade, RefusesAKeyThatIsNotTrusted) {
+  const KeyPair other{keys, "other"};
+  other.sign(app / "Contents/_Signature/manifest");
+  expectUntouched(upgradeWithKeys(), "is not trusted");
+}
+
+TEST_F(SignedUpgrade, RefusesALowerVersionThanTheServersUnlessThePolicyAllowsIt) {
+  write(unit, AssistantTool::serverUnitFor(
+                  read(unit), {.identifier = "com.example.App", .version = "3.0", .isSigned = true, .key = {}}));
+  expectUntouched(upgradeWithKeys(), "a downgrade is not allowed");
+  const auto done = upgradeWithKeys("downgrades = allow\n");
+  if (!done) return;
+  expectSuccess(done->answer);
+  expectInstalled("2");
+}
+
+TEST_F(SignedUpgrade, RefusesAnotherBundleThanTheServers) {
+  write(unit, AssistantTool::serverUnitFor(
+                  read(unit), {.identifier = "com.example.Other", .version = "1.0", .isSigned = true, .key = {}}));
+  expectUntouched(upgradeWithKeys(), "another bundle is installed");
 }
 
 }  // namespace

@@ -51,5 +51,57 @@ TEST_F(SignedReplacement, RefusesABundleThatWasChangedAfterItWasSigned) {
   EXPECT_EQ(installedProgram(), "program 1.0");
 }
 
+TEST_F(SignedReplacement, LetsAnUnsignedBundleThroughOnlyWithTheRightThatThePolicyAsksFor) {
+  writeWithMode(protocol::policyFilePath, "unsigned = ask\n");
+  expectRefusal(replace(installed, download), "nobody granted that");
+  EXPECT_EQ(installedProgram(), "program 1.0");
+  // The broker says so, for a session that holds the right.
+  environment.push_back(std::string(protocol::anyProgramVariable) + "=1");
+  expectSuccess(replace(installed, download));
+  EXPECT_EQ(installedProgram(), "program 2.0");
+}
+
+TEST_F(SignedReplacement, BelievesNobodyButTheBrokerThatTheRightIsHeld) {
+  writeWithMode(protocol::policyFilePath, "unsigned = ask\n");
+  // Not root's own process: it was not started by the broker of the machine, so its environment is its caller's.
+  giveToUser(folder);
+  for (const char* name : {"answers", "Applications", "Download"}) {
+    giveToUser(folder / name);
+    for (const auto& entry : fs::recursive_directory_iterator(folder / name)) giveToUser(entry.path());
+  }
+  const auto number = std::to_string(User);
+  command = {"/usr/bin/setpriv", "--reuid", number, "--regid", number, "--clear-groups", Tool};
+  environment.push_back(std::string(protocol::anyProgramVariable) + "=1");
+  expectRefusal(replace(installed, download), "nobody granted that");
+}
+
+TEST_F(SignedReplacement, LetsAnUnsignedBundleThroughWhenThePolicyAllowsIt) {
+  writeWithMode(protocol::policyFilePath, "unsigned = allow\n");
+  expectSuccess(replace(installed, download));
+  EXPECT_EQ(installedProgram(), "program 2.0");
+}
+
+TEST_F(SignedReplacement, BelievesNoPolicyThatOthersCanWrite) {
+  writeWithMode(protocol::policyFilePath, "unsigned = allow\n", 0666);
+  expectRefusal(replace(installed, download), "is not signed");
+}
+
+TEST_F(SignedReplacement, RefusesALowerVersionUnlessThePolicyAllowsIt) {
+  makeVersion(installed, "3.0");
+  signDownload();
+  expectRefusal(replace(installed, download), "a downgrade is not allowed");
+  EXPECT_EQ(installedProgram(), "program 3.0");
+  writeWithMode(protocol::policyFilePath, "downgrades = allow\n");
+  expectSuccess(replace(installed, download));
+  EXPECT_EQ(installedProgram(), "program 2.0");
+}
+
+TEST_F(SignedReplacement, RefusesAnotherBundleThanTheInstalledOne) {
+  writeWithMode(installed / "Contents/Info.plist", informationList("com.example.Other", "1.0"));
+  signDownload();
+  expectRefusal(replace(installed, download), "another bundle is installed");
+  EXPECT_EQ(installedProgram(), "program 1.0");
+}
+
 }  // namespace
 }  // namespace ToolTests

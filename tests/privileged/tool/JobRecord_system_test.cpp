@@ -1,0 +1,113 @@
+// The records of real jobs, as the journal gets them.
+#include "privileged/tool/JobRecord.h"
+
+#include <sys/un.h>
+
+#include "tests/privileged/tool/Namespace.h"
+#include "tests/privileged/tool/SignedBundle.h"
+
+namespace ToolTests {
+namespace {
+
+class JobRecord : public NamespaceTest {
+ protected:
+  void SetUp() override {
+    NamespaceTest::SetUp();
+    if (IsSkipped()) return;
+    fs::create_directories(folder / "run/systemd/journal");
+    listen();
+    bind(folder / "run", "/run");
+    becomeAnotherUsersTool();
+    environment.push_back(std::string(protocol::jobVariable) + "=job-7");
+    makeVersion(app, "1.0");
+    makeVersion(download, "2.0");
+  }
+  void TearDown() override {
+    ::close(_journal);
+    NamespaceTest::TearDown();
+  }
+  static void makeVersion(const fs::path& bundle, const std::string& version) {
+    writeWithMode(bundle / "Contents/Info.plist", informationList("com.example.App", version));
+  }
+  // The fields of the next record; several values of one field stand one below the other.
+  std::map<std::string, std::string> nextRecord() const {
+    std::string datagram(65536, '\0');
+    const auto got = ::recv(_journal, datagram.data(), datagram.size(), MSG_DONTWAIT);
+    datagram.resize(static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+    std::map<std::string, std::string> fields;
+    std::istringstream lines(datagram);
+    for (std::string line; std::getline(lines, line);) {
+      auto& value = fields[line.substr(0, line.find('='))];
+      value += (value.empty() ? "" : "\n") + line.substr(line.find('=') + 1);
+    }
+    return fields;
+  }
+  static std::string digestOfTool() {
+    tests::TemporaryFolder output;
+    EXPECT_TRUE(runs("sha256sum " + shellWord(Tool), output.path("sum")));
+    return tests::readFile(output.path("sum")).substr(0, 64);
+  }
+
+  const fs::path app = folder / "App.app";
+  const fs::path download = folder / "Download/App.app";
+  int _journal = -1;
+
+ private:
+  void listen() {
+    _journal = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+    (folder / "run/systemd/journal/socket").string().copy(address.sun_path, sizeof address.sun_path - 1);
+    ASSERT_EQ(::bind(_journal, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0) << std::strerror(errno);
+  }
+};
+
+TEST_F(JobRecord, OfAJobThatWasDoneTellsAllAboutIt) {
+  expectSuccess(replace(app, download));
+  const auto record = nextRecord();
+  const std::map<std::string, std::string> expected{
+      {"PRIORITY", "5"},
+      {"SYSLOG_IDENTIFIER", "assistantTool"},
+      {protocol::jobVariable, "job-7"},
+      {"KELTO_USER", std::to_string(User)},
+      {"KELTO_TOOL_SHA256", digestOfTool()},
+      {"KELTO_COMMAND", protocol::replaceItemCommand},
+      {"KELTO_PATH", download.string() + "\n" + app.string()},
+      {"KELTO_BUNDLE", "com.example.App"},
+      {"KELTO_OLD_VERSION", "1.0"},
+      {"KELTO_NEW_VERSION", "2.0"},
+      {"KELTO_VERDICT", "done"},
+  };
+  for (const auto& [name, value] : expected) EXPECT_EQ(record.count(name) == 0 ? "" : record.at(name), value) << name;
+  EXPECT_THAT(record.at("MESSAGE"), ::testing::StartsWith("replaced " + app.string()));
+  EXPECT_GT(std::stoi(record.at("SYSLOG_PID")), 1);
+}
+
+TEST_F(JobRecord, OfARefusalIsAWarningWithTheCause) {
+  fs::remove_all(app);
+  expectRefusal(replace(app, download / "Missing"), "nothing is at");
+  const auto record = nextRecord();
+  ASSERT_TRUE(record.contains("KELTO_VERDICT"));
+  EXPECT_EQ(record.at("PRIORITY"), "4");
+  EXPECT_EQ(record.at("KELTO_VERDICT"), "refused");
+  EXPECT_EQ(record.at("KELTO_CAUSE"), "nothing is at " + (download / "Missing").string());
+  EXPECT_EQ(record.at("KELTO_COMMAND"), protocol::replaceItemCommand);
+  EXPECT_EQ(record.at(protocol::jobVariable), "job-7");
+}
+
+TEST_F(JobRecord, OfAMalformedInstructionIsThereToo) {
+  runWithBytes(command, framed("not an archive"), environment);
+  const auto record = nextRecord();
+  ASSERT_TRUE(record.contains("KELTO_CAUSE"));
+  EXPECT_THAT(record.at("KELTO_CAUSE"), ::testing::HasSubstr("malformed"));
+}
+
+TEST_F(JobRecord, KeepsNobodyWaitingWhenTheLogIsNotRead) {
+  const int flood = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  sockaddr_un address{.sun_family = AF_UNIX, .sun_path = "/run/systemd/journal/socket"};
+  while (::sendto(flood, "x", 1, MSG_DONTWAIT, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 1) continue;
+  ::close(flood);
+  expectSuccess(replace(app, download));
+}
+
+}  // namespace
+}  // namespace ToolTests

@@ -4,19 +4,16 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <ctime>
 
 namespace platform::Linux::authorizationd {
 
 namespace {
 
 constexpr std::chrono::seconds second{1};
-constexpr int priority = LOG_NOTICE;
 
 // 0, or the error number.
 int sendTo(int socket, const std::string& path, const std::string& datagram) {
@@ -30,23 +27,6 @@ int sendTo(int socket, const std::string& path, const std::string& datagram) {
 }
 
 bool isAbsent(int error) { return error == ENOENT || error == ECONNREFUSED || error == ENOTDIR; }
-
-std::string journalDatagram(const std::string& line, const Fields& fields) {
-  std::string datagram = "MESSAGE=" + line + "\nPRIORITY=" + std::to_string(priority) +
-                         "\nSYSLOG_FACILITY=" + std::to_string(LOG_FAC(LOG_AUTHPRIV)) +
-                         "\nSYSLOG_IDENTIFIER=authorizationd\n";
-  for (const auto& [name, value] : fields) datagram += name + "=" + printable(value) + "\n";
-  return datagram;
-}
-
-std::string logDatagram(const std::string& line) {
-  const std::time_t now = std::time(nullptr);
-  tm local{};
-  char stamp[32] = {};
-  if (::localtime_r(&now, &local) != nullptr) std::strftime(stamp, sizeof stamp, "%b %e %T ", &local);
-  return "<" + std::to_string(LOG_AUTHPRIV | priority) + ">" + stamp + "authorizationd[" + std::to_string(::getpid()) +
-         "]: " + line;
-}
 
 bool isSocket(int descriptor) {
   struct stat file {};
@@ -65,9 +45,9 @@ Journal::Journal(Sockets sockets, int output, Clock clock)
   }
 }
 
-void Journal::record(const std::string& line, const Fields& fields) {
+void Journal::record(const std::string& line, const Fields& fields, Priority priority) {
   reportCountedUntil(_clock() - second);
-  write(line, fields);
+  write(line, fields, priority);
 }
 
 void Journal::recordRefusal(uid_t user, const std::function<void()>& write) {
@@ -95,26 +75,28 @@ void Journal::reportCountedUntil(std::chrono::microseconds end) {
     entry = _refusals.erase(entry);
     if (refusals.counted == 0) continue;
     write("refused user " + std::to_string(user) + " " + std::to_string(refusals.counted) + " more times within a second",
-          {{"KELTO_USER", std::to_string(user)}, {"KELTO_VERDICT", "refused"}});
+          {{"KELTO_USER", std::to_string(user)}, {"KELTO_VERDICT", "refused"}}, Priority::warning);
   }
 }
 
-void Journal::write(const std::string& line, const Fields& fields) {
+void Journal::write(const std::string& line, const Fields& fields, Priority priority) {
   if (_lost > 0) {
     const std::string lost = std::to_string(_lost) + " records were lost: the log had no room for them";
-    if (send(lost, {})) {
+    if (send(lost, {}, Priority::warning)) {
       print(lost);
       _lost = 0;
     }
   }
-  if (!send(line, fields)) ++_lost;
+  if (!send(line, fields, priority)) ++_lost;
   print(line);
 }
 
 // A machine without any log daemon loses nothing.
-bool Journal::send(const std::string& line, const Fields& fields) const {
-  int error = sendTo(_socket.get(), _sockets.journal, journalDatagram(line, fields));
-  if (isAbsent(error)) error = sendTo(_socket.get(), _sockets.log, logDatagram(line));
+bool Journal::send(const std::string& line, const Fields& fields, Priority priority) const {
+  const protocol::LogRecord record{
+      .program = "authorizationd", .process = ::getpid(), .priority = priority, .line = line, .fields = fields};
+  int error = sendTo(_socket.get(), _sockets.journal, protocol::journalDatagram(record));
+  if (isAbsent(error)) error = sendTo(_socket.get(), _sockets.log, protocol::logDatagram(record));
   return error == 0 || isAbsent(error);
 }
 
@@ -123,14 +105,6 @@ bool Journal::print(const std::string& line) const {
   const auto length = static_cast<ssize_t>(text.size());
   if (_outputSocket >= 0) return ::send(_outputSocket, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL) == length;
   return ::write(_output.get(), text.data(), text.size()) == length;
-}
-
-std::string printable(std::string_view text) {
-  constexpr std::size_t longest = 200;
-  std::string result(text.substr(0, longest));
-  std::replace_if(
-      result.begin(), result.end(), [](char character) { return character < ' ' || character > '~'; }, '?');
-  return text.size() > longest ? result + "..." : result;
 }
 
 std::string quoted(std::string_view text) {

@@ -16,11 +16,13 @@
 #include <vector>
 
 #include "platform/linux/Descriptor.h"
+#include "protocol/LogRecord.h"
 
 namespace platform::Linux::authorizationd {
 
-// Names in capitals, as the journal wants them; values are made printable.
-using Fields = std::vector<std::pair<std::string, std::string>>;
+using Fields = protocol::LogFields;
+using Priority = protocol::LogPriority;
+using protocol::printable;
 
 class Journal {
  public:
@@ -35,7 +37,7 @@ class Journal {
   // `output` is the descriptor for the lines; it stays the caller's.
   Journal(Sockets sockets, int output, Clock clock);
 
-  void record(const std::string& line, const Fields& fields = {});
+  void record(const std::string& line, const Fields& fields = {}, Priority priority = Priority::notice);
   // Calls `write`, which makes the record, unless this user has had as many as a second may bring.
   void recordRefusal(uid_t user, const std::function<void()>& write);
   // Reports the refusals that were only counted; before the broker leaves.
@@ -49,8 +51,8 @@ class Journal {
   };
 
   void reportCountedUntil(std::chrono::microseconds end);
-  void write(const std::string& line, const Fields& fields);
-  bool send(const std::string& line, const Fields& fields) const;
+  void write(const std::string& line, const Fields& fields, Priority priority);
+  [[nodiscard]] bool send(const std::string& line, const Fields& fields, Priority priority) const;
   bool print(const std::string& line) const;
 
   Sockets _sockets;
@@ -62,8 +64,7 @@ class Journal {
   std::map<uid_t, Refusals> _refusals;
 };
 
-// Text of a caller, made fit for a log: printable, one line, at most 200 characters.
-std::string printable(std::string_view text);
+// The same as printable(), between quotation marks.
 std::string quoted(std::string_view text);
 
 }  // namespace platform::Linux::authorizationd

@@ -12,10 +12,10 @@ namespace platform::Linux::authorizationd {
 
 namespace {
 
-constexpr const char* Service = "org.freedesktop.PolicyKit1";
-constexpr const char* Authority = "/org/freedesktop/PolicyKit1/Authority";
-constexpr const char* AuthorityInterface = "org.freedesktop.PolicyKit1.Authority";
-constexpr unsigned AllowUserInteraction = 1;
+constexpr const char* service = "org.freedesktop.PolicyKit1";
+constexpr const char* authority = "/org/freedesktop/PolicyKit1/Authority";
+constexpr const char* authorityInterface = "org.freedesktop.PolicyKit1.Authority";
+constexpr unsigned allowUserInteraction = 1;
 
 struct Verdict {
   bool authorized = false;
@@ -70,12 +70,12 @@ class PolkitQuestion final : public Question {
 
   int send(const Caller& caller, Right right, bool interaction, const Patience& patience) {
     sd_bus_message* call = nullptr;
-    int status = sd_bus_message_new_method_call(_bus, &call, Service, Authority, AuthorityInterface, "CheckAuthorization");
+    int status = sd_bus_message_new_method_call(_bus, &call, service, authority, authorityInterface, "CheckAuthorization");
     if (status < 0) return status;
     const char* action = right == Right::admin ? protocol::adminAction : protocol::anyProgramAction;
     status = sd_bus_message_append(call, "(sa{sv})sa{ss}us", "system-bus-name", 1, "name", "s", caller.name.c_str(), action,
                                    1, protocol::programDetail, programOf(caller).c_str(),
-                                   interaction ? AllowUserInteraction : 0U, _cancellation.c_str());
+                                   interaction ? allowUserInteraction : 0U, _cancellation.c_str());
     const auto wait = static_cast<std::uint64_t>((interaction ? patience.person : patience.service).count());
     if (status >= 0) status = sd_bus_call_async(_bus, &_slot, call, answered, this, wait);
     sd_bus_message_unref(call);
@@ -106,7 +106,7 @@ class PolkitQuestion final : public Question {
 
   void cancel() {
     sd_bus_message* call = nullptr;
-    if (sd_bus_message_new_method_call(_bus, &call, Service, Authority, AuthorityInterface, "CancelCheckAuthorization") <
+    if (sd_bus_message_new_method_call(_bus, &call, service, authority, authorityInterface, "CancelCheckAuthorization") <
         0) {
       return;
     }

@@ -1,6 +1,9 @@
 #pragma once
 // The broker's methods on the bus: reads each call, knows its caller from the bus itself, and answers.
 //
+// Service.cpp holds the object on the bus and its callers; the files Service+X.cpp hold the methods on sessions and their
+// forms, rights, and tools, and the records.
+//
 // One thread: that of the event loop to which the bus is attached. No call waits for another one: the policy is asked
 // meanwhile.
 #include <systemd/sd-bus.h>
@@ -89,6 +92,10 @@ class Service {
   void toolEnded(const Caller& caller, const ToolRunner::Job& job, const siginfo_t& end);
   void dropConnection(const std::string& name);
 
+  // Since the machine was started, suspension included.
+  static Time now();
+  static const char* reasonOf(AuthorizationStatus status);
+  static std::shared_ptr<sd_bus_message> kept(sd_bus_message* call);
   // Fields that every record of a call has.
   static Fields fieldsOf(const char* method, const Caller& caller);
   void reportRefusal(sd_bus_message* call, const Caller& caller, const std::string& reason, const Fields& more = {});

@@ -28,9 +28,9 @@ namespace {
 // which may be a program of the caller's, is not asked and so cannot keep the broker waiting.
 const char* objection(int tool, const Caller& caller) {
   struct statx file {};
-  constexpr int Flags = AT_EMPTY_PATH | AT_STATX_DONT_SYNC;
-  constexpr unsigned Needed = STATX_TYPE | STATX_MODE | STATX_UID;
-  if (::statx(tool, "", Flags, Needed, &file) != 0 || (file.stx_mask & Needed) != Needed) {
+  constexpr int flags = AT_EMPTY_PATH | AT_STATX_DONT_SYNC;
+  constexpr unsigned needed = STATX_TYPE | STATX_MODE | STATX_UID;
+  if (::statx(tool, "", flags, needed, &file) != 0 || (file.stx_mask & needed) != needed) {
     return "the tool cannot be examined";
   }
   if (!S_ISREG(file.stx_mode)) return "the tool is not a regular file";
@@ -65,15 +65,15 @@ std::vector<std::string> environmentFor(uid_t user, const ToolRunner::Job& job) 
 // Keeps `start.tool` and `start.failure` open under the numbers after the standard ones, and nothing else: a program that
 // is slow to start must not hold on to the broker's connections. Both end with the exec.
 bool keepOnly(ChildStart& start) {
-  constexpr int Tool = STDERR_FILENO + 1;
-  constexpr int Failure = Tool + 1;
-  const int tool = ::fcntl(start.tool, F_DUPFD_CLOEXEC, Failure + 1);
-  const int failure = ::fcntl(start.failure, F_DUPFD_CLOEXEC, Failure + 1);
-  if (tool < 0 || failure < 0 || ::dup3(failure, Failure, O_CLOEXEC) < 0) return false;
-  start.failure = Failure;
-  if (::dup3(tool, Tool, O_CLOEXEC) < 0) return false;
-  start.tool = Tool;
-  return ::close_range(Failure + 1, ~0U, 0) == 0;
+  constexpr int toolNumber = STDERR_FILENO + 1;
+  constexpr int failureNumber = toolNumber + 1;
+  const int tool = ::fcntl(start.tool, F_DUPFD_CLOEXEC, failureNumber + 1);
+  const int failure = ::fcntl(start.failure, F_DUPFD_CLOEXEC, failureNumber + 1);
+  if (tool < 0 || failure < 0 || ::dup3(failure, failureNumber, O_CLOEXEC) < 0) return false;
+  start.failure = failureNumber;
+  if (::dup3(tool, toolNumber, O_CLOEXEC) < 0) return false;
+  start.tool = toolNumber;
+  return ::close_range(failureNumber + 1, ~0U, 0) == 0;
 }
 
 // In the child, between fork and exec: only calls that are safe there. Returns when something failed.

@@ -64,6 +64,18 @@ TEST_F(JournalTest, WritesFieldsToTheJournalAndALineToTheOutput) {
   EXPECT_EQ(tests::readFile(folder.path("output")), "authorizationd: refused Free\n");
 }
 
+TEST_F(JournalTest, GivesEachRecordItsPriority) {
+  LogSocket socket(folder.path("journal"));
+  auto log = journal();
+  log.record("granted");
+  EXPECT_THAT(socket.next(), HasSubstr("\nPRIORITY=5\n"));
+  log.record("refused Free", {}, Priority::warning);
+  EXPECT_THAT(socket.next(), HasSubstr("\nPRIORITY=4\n"));
+  for (unsigned i = 0; i <= Journal::maximumRefusalsASecond; ++i) log.recordRefusal(7, [] {});
+  log.reportCounted();
+  EXPECT_THAT(socket.next(), HasSubstr("\nPRIORITY=4\n"));
+}
+
 TEST_F(JournalTest, WritesToTheLogDaemonWhereThereIsNoJournal) {
   LogSocket socket(folder.path("log"));
   journal().record("granted");

@@ -103,5 +103,43 @@ TEST_F(SignedReplacement, RefusesAnotherBundleThanTheInstalledOne) {
   EXPECT_EQ(installedProgram(), "program 1.0");
 }
 
+// The most memory that the tool held, in bytes, when it ends; it is stopped there to be looked at.
+long peakMemoryOf(pid_t tool) {
+  int status = 0;
+  ::waitpid(tool, &status, 0);
+  ::ptrace(PTRACE_SETOPTIONS, tool, nullptr, PTRACE_O_TRACEEXIT | PTRACE_O_EXITKILL);
+  long kilobytes = 0;
+  for (int signal = 0; ::ptrace(PTRACE_CONT, tool, nullptr, signal) == 0; signal = WSTOPSIG(status)) {
+    if (::waitpid(tool, &status, 0) != tool || !WIFSTOPPED(status)) break;
+    if (status >> 8 != (SIGTRAP | (PTRACE_EVENT_EXIT << 8))) continue;
+    const auto text = read("/proc/" + std::to_string(tool) + "/status");
+    kilobytes = std::stol(text.substr(text.find("VmHWM:") + 6));
+    status = 0;
+  }
+  return kilobytes * 1024;
+}
+
+TEST_F(SignedReplacement, UsesAtMostEightMegabytesForABundleOfThousandsOfFiles) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "sanitizers need memory of their own";
+#endif
+  for (int i = 0; i < 3000; ++i) writeWithMode(download / "Contents/Resources" / std::to_string(i), "resource");
+  writeWithMode(download / "Contents/Resources/large", std::string(32 << 20, 'x'));
+  signDownload();
+  int ends[2];
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+  const auto bytes = bytesOf({{protocol::commandKey, protocol::replaceItemCommand},
+                              {protocol::sourcePathKey, download},
+                              {protocol::destinationPathKey, installed}});
+  ASSERT_EQ(::write(ends[0], bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+  const long peak = peakMemoryOf(spawn(command, ends[1], environment, true));
+  ::close(ends[1]);
+  ::close(ends[0]);
+  EXPECT_EQ(read(result), protocol::successVerdict);
+  EXPECT_GT(peak, 0);
+  EXPECT_LE(peak, 8L << 20);
+  std::printf("peak %ld bytes\n", peak);
+}
+
 }  // namespace
 }  // namespace ToolTests

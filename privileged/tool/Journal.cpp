@@ -1,7 +1,6 @@
 #include "privileged/tool/Journal.h"
 
 #include <fcntl.h>
-#include <pwd.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -10,6 +9,7 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "privileged/tool/Account.h"
 #include "privileged/tool/Failure.h"
 #include "privileged/tool/Folder.h"
 
@@ -80,9 +80,8 @@ std::string stateFolder() {
   if (::geteuid() == 0) return folderOfState;
   const char* named = ::geteuid() == ::getuid() ? std::getenv("XDG_STATE_HOME") : nullptr;
   if (named != nullptr && *named == '/') return named;
-  const auto* account = ::getpwuid(::geteuid());
-  if (account == nullptr || account->pw_dir == nullptr || *account->pw_dir != '/') return {};
-  return std::string(account->pw_dir) + "/.local/state";
+  const auto& account = accountOf(::geteuid());
+  return account && !account->home.empty() ? account->home + "/.local/state" : "";
 }
 
 Journal Journal::made() { return Journal(journal(true)); }

@@ -3,13 +3,15 @@ import math
 import os
 import pathlib
 import plistlib
+import re
 import shutil
+import subprocess
 import urllib.parse
 
 import protocol
 from desktop import is_running, processes_of, wait_for
 from road import version_of
-from world import arguments_of, check, english, equal, scenario
+from world import Skip, arguments_of, check, english, equal, scenario
 
 
 def expected_origin(main, width, height):
@@ -177,3 +179,40 @@ def preference_is_left_alone(world):
     installer = world.start("update")
     world.expect_update_ends(installer)
     equal("preferences", list(pathlib.Path(world.desktop.environment["XDG_CONFIG_HOME"]).glob("*.plist")), [])
+
+
+@scenario("gui")
+def threads_of_an_update(world):
+    """From the hand-over on, one update starts at most three threads: one makes the long calls, the others log."""
+    require_tracing()
+    installer = world.start_waiting("update")
+    trace = world.folder / "trace"
+    tracer = world.desktop.start("strace", ["strace", "-f", "-qq", "-o", trace, "-e", "trace=clone,clone3", "-p", installer])
+    wait_for("the tracer", lambda: tracer_of(installer) != "0")
+    world.hand_over()
+    world.expect_update_ends(installer)
+    started = len(threads_started_by(installer, trace.read_text()))
+    check(f"at most three threads are started ({started})", started <= 3)
+
+
+def tracer_of(process):
+    return re.search(r"TracerPid:\s*(\d+)", pathlib.Path(f"/proc/{process}/status").read_text()).group(1)
+
+
+def threads_started_by(process, trace):
+    """The threads that the traced process has started, and these; not those of the programs that it has started."""
+    threads, open_calls = {str(process)}, set()
+    for line in trace.splitlines():
+        thread, _, call = line.partition(" ")
+        if call.lstrip().startswith("clone") and "CLONE_THREAD" in call:
+            open_calls.add(thread)
+        number = call.rpartition(" = ")[2].split()[0] if " = " in call else ""
+        if thread in threads and thread in open_calls and number.isdigit():
+            open_calls.discard(thread)
+            threads.add(number)
+    return threads - {str(process)}
+
+
+def require_tracing():
+    if not shutil.which("strace") or subprocess.run(["strace", "-o", "/dev/null", "true"], capture_output=True).returncode:
+        raise Skip("processes cannot be traced here")

@@ -1,12 +1,11 @@
 #include "platform/linux/qt/QtBlockingCall.h"
 
-#include <sys/eventfd.h>
-#include <unistd.h>
-
 #include <QAbstractButton>
 #include <QApplication>
 #include <QEventLoop>
-#include <QSocketNotifier>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
 #include <system_error>
 
 namespace platform::Linux {
@@ -65,47 +64,94 @@ class InputFilter final : public QObject {
   }
 };
 
-class EventDescriptor {
+}  // namespace
+
+// Takes one call at a time. Most calls of a run are over within a moment; only a longer one needs the event loop.
+class QtBlockingCall::Worker {
  public:
-  EventDescriptor() : number(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
-  ~EventDescriptor() {
-    if (number >= 0) close(number);
+  ~Worker() {
+    {
+      const std::lock_guard lock(_mutex);
+      _isOver = true;
+    }
+    _changed.notify_all();
+    _thread.join();
   }
-  EventDescriptor(const EventDescriptor&) = delete;
-  EventDescriptor& operator=(const EventDescriptor&) = delete;
 
-  const int number;
-};
+  [[nodiscard]] bool isBusy() const { return _isBusy; }
 
-// Runs `call` on a thread of its own and spins the event loop until it has returned. False, with nothing run, when the
-// system has no descriptor or thread to spare.
-bool runBesideEventLoop(const std::function<void()>& call) {
-  const EventDescriptor finished;
-  if (finished.number < 0) return false;
-  QSocketNotifier notifier(finished.number, QSocketNotifier::Read);
-  QEventLoop loop;
-  QObject::connect(&notifier, &QSocketNotifier::activated, &loop, &QEventLoop::quit);
-  std::thread worker;
-  try {
-    worker = std::thread([&] {
-      call();
-      eventfd_write(finished.number, 1);
-    });
-  } catch (const std::system_error&) {
+  void make(const std::function<void()>& call) {
+    _isBusy = true;
+    QEventLoop loop;
+    {
+      const std::lock_guard lock(_mutex);
+      _call = &call;
+      _loop = nullptr;
+    }
+    _changed.notify_all();
+    if (!isMadeWithinAMoment(loop)) loop.exec();
+    // The loop ends early, or at once, when the application has ended.
+    std::unique_lock lock(_mutex);
+    _changed.wait(lock, [this] { return _call == nullptr; });
+    _isBusy = false;
+  }
+
+ private:
+  // When not, `loop` is told of the end.
+  bool isMadeWithinAMoment(QEventLoop& loop) {
+    constexpr std::chrono::milliseconds moment{2};
+    std::unique_lock lock(_mutex);
+    if (_changed.wait_for(lock, moment, [this] { return _call == nullptr; })) return true;
+    _loop = &loop;
     return false;
   }
-  loop.exec();
-  worker.join();
-  return true;
-}
 
-}  // namespace
+  void work() {
+    std::unique_lock lock(_mutex);
+    for (;;) {
+      _changed.wait(lock, [this] { return _call != nullptr || _isOver; });
+      if (_call == nullptr) return;
+      const auto* call = _call;
+      lock.unlock();
+      (*call)();
+      lock.lock();
+      _call = nullptr;
+      if (_loop != nullptr) QMetaObject::invokeMethod(_loop, &QEventLoop::quit, Qt::QueuedConnection);
+      _changed.notify_all();
+    }
+  }
+
+  std::mutex _mutex;
+  std::condition_variable _changed;
+  const std::function<void()>* _call = nullptr;
+  QEventLoop* _loop = nullptr;
+  bool _isOver = false;
+  bool _isBusy = false;  // of the main thread
+  std::thread _thread{[this] { work(); }};
+};
+
+QtBlockingCall::QtBlockingCall(QtRunLoop& runLoop) : _runLoop(runLoop) {}
+
+QtBlockingCall::~QtBlockingCall() = default;
+
+// Nothing when it is at work, or when the system has no thread to spare.
+QtBlockingCall::Worker* QtBlockingCall::freeWorker() {
+  try {
+    if (!_worker) _worker = std::make_unique<Worker>();
+  } catch (const std::system_error&) {
+    return nullptr;
+  }
+  return _worker->isBusy() ? nullptr : _worker.get();
+}
 
 void QtBlockingCall::run(const std::function<void()>& call) {
   if (std::this_thread::get_id() != _mainThread) return call();
   const QtRunLoop::Pause pause(_runLoop);
   const InputFilter filter;
-  if (!runBesideEventLoop(call)) call();
+  if (Worker* worker = freeWorker())
+    worker->make(call);
+  else
+    call();
   QCoreApplication::processEvents();  // what was typed or clicked up to now goes with the filter
 }
 

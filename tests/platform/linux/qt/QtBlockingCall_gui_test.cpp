@@ -3,6 +3,7 @@
 #include <QPushButton>
 #include <atomic>
 #include <ctime>
+#include <set>
 
 #include "platform/linux/qt/QtAlert.h"
 #include "platform/linux/qt/QtProgressBar.h"
@@ -60,6 +61,21 @@ TEST_F(QtBlockingCallTest, TheCallRunsOnceOnAnotherThreadAndIsOverOnReturn) {
   });
   EXPECT_EQ(runs, 1);
   EXPECT_NE(thread, std::this_thread::get_id());
+}
+
+TEST_F(QtBlockingCallTest, AllCallsAreMadeByOneThread) {
+  std::set<std::thread::id> threads;
+  for (int call = 0; call < 20; ++call) blockingCall.run([&] { threads.insert(std::this_thread::get_id()); });
+  EXPECT_EQ(threads.size(), 1U);
+}
+
+TEST_F(QtBlockingCallTest, ACallFromAnEventHandlerDuringAnotherIsMadeAtOnce) {
+  std::atomic<bool> isMade = false;
+  QTimer::singleShot(0, &widget, [&] { blockingCall.run([&] { isMade = true; }); });
+  blockingCall.run([&] {
+    while (!isMade) std::this_thread::sleep_for(milliseconds(1));
+  });
+  EXPECT_TRUE(isMade);
 }
 
 TEST_F(QtBlockingCallTest, OffTheMainThreadItIsMadeDirectly) {

@@ -1,11 +1,16 @@
 #include "platform/linux/PrivateTemporaryFolder.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
+#include <filesystem>
 #include <optional>
+#include <system_error>
+#include <utility>
 
 namespace platform::Linux {
 namespace {
@@ -60,6 +65,32 @@ std::string privateTemporaryFolder() {
   if (const auto runtime = folderFrom("XDG_RUNTIME_DIR"); runtime && makePrivate(*runtime + "/kelto"))
     return *runtime + "/kelto";
   return privateFolderIn(folderFrom("TMPDIR").value_or("/tmp"));
+}
+
+TemporaryFolderClaim::TemporaryFolderClaim(std::string prefix, std::size_t suffixLength)
+    : _prefix(std::move(prefix)),
+      _suffixLength(suffixLength),
+      _path(privateTemporaryFolder()),
+      _folder(::open(_path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)) {
+  if (!_folder) return;
+  clearIfAlone();
+  ::flock(_folder.get(), LOCK_SH);
+}
+
+TemporaryFolderClaim::~TemporaryFolderClaim() {
+  if (_folder && clearIfAlone()) ::rmdir(_path.c_str());
+}
+
+// The lock goes with the process, however that ends. True when this program is the only one with a claim.
+bool TemporaryFolderClaim::clearIfAlone() const {
+  if (::flock(_folder.get(), LOCK_EX | LOCK_NB) != 0) return false;
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator(_path, error)) {
+    const std::string name = entry.path().filename();
+    if (!name.starts_with(_prefix) || name.size() != _prefix.size() + _suffixLength) continue;
+    if (entry.is_regular_file(error) && !entry.is_symlink(error)) ::unlinkat(_folder.get(), name.c_str(), 0);
+  }
+  return true;
 }
 
 }  // namespace platform::Linux

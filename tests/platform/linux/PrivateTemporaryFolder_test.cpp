@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <memory>
 
 #include "tests/support/Environment.h"
 #include "tests/support/TemporaryFolder.h"
@@ -74,6 +75,33 @@ TEST_F(PrivateTemporaryFolder, HasARandomNameWhenAllOthersAreTaken) {
   const auto path = privateTemporaryFolder();
   EXPECT_EQ(path.rfind(nameInTmp("-"), 0), 0U) << path;
   EXPECT_EQ(modeOf(path), 0700U);
+}
+
+using Claim = platform::Linux::TemporaryFolderClaim;
+
+TEST_F(PrivateTemporaryFolder, AClaimDeletesWhatAKilledProgramLeftAndNothingElse) {
+  const auto path = privateTemporaryFolder();
+  for (const char* name : {"/KeltoAAAAAAAAAA", "/Kelto", "/KeltoAAAAAAAAAAA", "/other"}) tests::writeFile(path + name, "");
+  fs::create_symlink("/etc/passwd", path + "/KeltoBBBBBBBBBB");
+  const Claim claim("Kelto", 10);
+  EXPECT_FALSE(fs::exists(path + "/KeltoAAAAAAAAAA"));
+  for (const char* name : {"/Kelto", "/KeltoAAAAAAAAAAA", "/other", "/KeltoBBBBBBBBBB"})
+    EXPECT_TRUE(fs::is_symlink(path + name) || fs::exists(path + name)) << name;
+}
+
+TEST_F(PrivateTemporaryFolder, AClaimLeavesTheFilesOfAnotherAlone) {
+  auto first = std::make_unique<Claim>("Kelto", 10);
+  const auto file = privateTemporaryFolder() + "/KeltoAAAAAAAAAA";
+  tests::writeFile(file, "");
+  { const Claim second("Kelto", 10); }
+  EXPECT_TRUE(fs::exists(file));
+  first.reset();
+  EXPECT_FALSE(fs::exists(file));
+}
+
+TEST_F(PrivateTemporaryFolder, TheLastClaimTakesTheEmptyFolderAlong) {
+  { const Claim claim("Kelto", 10); }
+  EXPECT_FALSE(fs::exists(folder.path("runtime") + "/kelto"));
 }
 
 }  // namespace

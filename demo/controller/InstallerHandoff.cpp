@@ -92,17 +92,23 @@ void InstallerHandoff::whenInstallerListens(const platform::Bundle& installer, q
   _name = QString::fromStdString(installer.bundleIdentifier().value_or(""));
   _process = process;
   _listens = std::move(listens);
-  _watcher.setWatchedServices({_name});
+  _watcher.setWatchedServices({_name, nameOfInstaller()});
   _patience.start(patience);
   // It may have been quicker than the watcher.
   QTimer::singleShot(0, &_watcher, [this] { look(); });
+}
+
+QString InstallerHandoff::nameOfInstaller() const {
+  return QString::fromStdString(platform::Linux::nameOfProcess(_name.toStdString(), static_cast<pid_t>(_process)));
 }
 
 void InstallerHandoff::look() {
   // The process is held first: the connection that is then seen to be its own cannot be that of a later process with the
   // same number.
   platform::Linux::Descriptor pidfd(static_cast<int>(::syscall(SYS_pidfd_open, static_cast<pid_t>(_process), 0)));
-  const QString connection = connectionOf(_name, _process);
+  // Another installer may have the common name, while it still shows an alert.
+  QString connection = connectionOf(nameOfInstaller(), _process);
+  if (connection.isEmpty()) connection = connectionOf(_name, _process);
   if (!pidfd || connection.isEmpty()) return;
   _pidfd = std::move(pidfd);
   finishWaiting(connection);

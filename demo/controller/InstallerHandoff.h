@@ -51,8 +51,8 @@ class InstallerHandoff final {
   // Starts the installer; its process number, or nothing when it could not be started.
   static std::optional<qint64> startInstaller(const platform::Bundle& installer, const InstallerTask& task);
 
-  // Calls `listens` once, when that process has taken the installer's name on the session bus, which it does when it is
-  // ready for the rights. The argument is its connection, or empty when it did not appear within 10 seconds.
+  // Calls `listens` once, when that process has taken a name of the installer's on the session bus, which it does when it
+  // is ready for the rights. The argument is its connection, or empty when it did not appear within 10 seconds.
   using Listens = std::function<void(const QString& connection)>;
   void whenInstallerListens(const platform::Bundle& installer, qint64 process, Listens listens);
 
@@ -66,6 +66,7 @@ class InstallerHandoff final {
 
  private:
   bool createSession();
+  [[nodiscard]] QString nameOfInstaller() const;
   void look();
   void finishWaiting(const QString& connection);
 

@@ -1,5 +1,8 @@
 #include "platform/linux/DistributedNotificationCenter.h"
 
+#include <unistd.h>
+
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <string_view>
@@ -45,6 +48,10 @@ bool send(sd_bus* bus, const BusMessage& message) {
 
 }  // namespace
 
+std::string nameOfProcess(const std::string& applicationIdentifier, pid_t process) {
+  return applicationIdentifier + ".Process" + std::to_string(process);
+}
+
 struct DistributedNotificationCenter::State : std::enable_shared_from_this<State> {
   State(std::string givenIdentifier, platform::SystemLog& givenLog, Deliver givenDeliver)
       : identifier(std::move(givenIdentifier)),
@@ -55,6 +62,7 @@ struct DistributedNotificationCenter::State : std::enable_shared_from_this<State
   }
 
   [[nodiscard]] sd_bus* connection() const { return bus && !isBroken ? bus->get() : nullptr; }
+  [[nodiscard]] std::array<std::string, 2> names() const { return {identifier, nameOfProcess(identifier, ::getpid())}; }
   void observe();
   void processLater();
   void process();
@@ -83,8 +91,11 @@ void DistributedNotificationCenter::State::observe() {
   };
   int status = sd_bus_match_signal(connection(), nullptr, nullptr, protocol::notificationsPath, protocol::notificationsInterface, protocol::notificationSignal, onSignal, this);
   if (status < 0) log.log("Notifications from other programs cannot be received: " + std::string(std::strerror(-status)));
-  status = sd_bus_request_name(connection(), identifier.c_str(), 0);
-  if (status < 0 && status != -EEXIST) log.log("The bus name " + identifier + " was not given: " + std::strerror(-status));
+  for (const auto& name : names()) {
+    status = sd_bus_request_name(connection(), name.c_str(), 0);
+    if (status >= 0 || status == -EEXIST) continue;
+    return log.log("The bus name " + name + " was not given: " + std::strerror(-status));
+  }
 }
 
 // A call that waits for its answer may have read signals too, and what has been read no longer makes the descriptor
@@ -131,6 +142,14 @@ void DistributedNotificationCenter::addObserver(std::string_view name, foundatio
   if (_state->isObserving) return;
   _state->observe();
   _state->processLater();
+}
+
+// The answers are not waited for: who gives a name up needs none.
+void DistributedNotificationCenter::giveUpNames() {
+  sd_bus* bus = _state->connection();
+  if (bus == nullptr || !_state->isObserving) return;
+  for (const auto& name : _state->names()) sd_bus_release_name_async(bus, nullptr, name.c_str(), nullptr, nullptr);
+  sd_bus_flush(bus);
 }
 
 bool DistributedNotificationCenter::post(const foundation::Notification& notification) {

@@ -5,6 +5,8 @@
 //   signal Posted(s name, s object, a{sv} userInfo)
 //
 // A signal may be broadcast or sent to one connection.
+#include <sys/types.h>
+
 #include <functional>
 #include <memory>
 #include <optional>
@@ -16,6 +18,9 @@
 
 namespace platform::Linux {
 
+// The name on the bus of one process of an application, of which several may run.
+std::string nameOfProcess(const std::string& applicationIdentifier, pid_t process);
+
 class DistributedNotificationCenter final : public platform::DistributedNotificationCenter {
  public:
   // Runs a call later on the main run loop, never at once.
@@ -24,9 +29,13 @@ class DistributedNotificationCenter final : public platform::DistributedNotifica
   // Connects to the session bus. `log` must outlive this object; calls given to `deliver` may run after its end.
   DistributedNotificationCenter(std::string applicationIdentifier, platform::SystemLog& log, Deliver deliver);
 
-  // With the first observer the connection also takes `applicationIdentifier` as its name on the bus, when nobody else has
-  // it: whoever starts this program can wait for that name and then send to this connection alone.
+  // With the first observer the connection also takes two names on the bus: nameOfProcess for this process, and
+  // `applicationIdentifier` when nobody else has it. The program that started this one can wait for a name and then send to
+  // this connection alone.
   void addObserver(std::string_view name, foundation::NotificationHandler handler) override;
+
+  // Gives both names up: nothing is to be sent to this program any more.
+  void giveUpNames();
 
   // Values that D-Bus cannot carry (dates) are left out.
   bool post(const foundation::Notification& notification) override;

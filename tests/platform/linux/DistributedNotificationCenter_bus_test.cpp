@@ -155,6 +155,28 @@ TEST_F(DistributedNotifications, TheNameIsTakenWithTheFirstObserver) {
   EXPECT_EQ(processOfConnection(connection->get(), *owner), ::getpid());
 }
 
+TEST_F(DistributedNotifications, ASecondProcessOfAnApplicationIsReachedByTheNameOfItsProcess) {
+  installer.observe(credentials);
+  const auto name = nameOfProcess("com.kelto.Installer", ::getpid());
+  EXPECT_EQ(name, "com.kelto.Installer.Process" + std::to_string(::getpid()));
+  ASSERT_TRUE(controller.center.postTo({credentials, {}, {}}, name));
+  EXPECT_TRUE(installer.receives(1));
+}
+
+TEST_F(DistributedNotifications, NamesThatWereGivenUpAreFreeForAnother) {
+  installer.observe(credentials);
+  installer.center.giveUpNames();
+  ASSERT_TRUE(tests::eventually([&] {
+    installer.turn();
+    return !controller.center.postTo({credentials, {}, {}}, "com.kelto.Installer") &&
+           !controller.center.postTo({credentials, {}, {}}, nameOfProcess("com.kelto.Installer", ::getpid()));
+  }));
+  Program second("com.kelto.Installer");
+  second.observe(credentials);
+  ASSERT_TRUE(controller.center.postTo({credentials, {}, {}}, "com.kelto.Installer"));
+  EXPECT_TRUE(second.receives(1));
+}
+
 TEST_F(DistributedNotifications, AnotherOwnerOfTheNameIsFine) {
   installer.observe(credentials);
   Program second("com.kelto.Installer");

@@ -5,12 +5,6 @@
 namespace NSUserDefaults::Debug {
 namespace {
 
-constexpr std::string_view inAppDebugOptionsKey = "KTInAppDebugOptionsEnabled";
-constexpr std::string_view debugKey = "KTDebugEnabled";
-constexpr std::string_view loggingLevelKey = "KTLoggingLevel";
-constexpr std::string_view purgeCachesKey = "KTPurgeCachesOnStartup";
-constexpr std::string_view purgePreferencesKey = "KTPurgePreferencesOnStartup";
-
 bool isPresent(const platform::UserDefaults& defaults, std::string_view key) {
   return defaults.objectForKey(key).has_value();
 }

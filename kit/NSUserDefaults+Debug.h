@@ -4,11 +4,18 @@
 //
 // Any thread that may use the given user defaults.
 #include <cstdint>
+#include <string_view>
 
 #include "platform/Bundle.h"
 #include "platform/UserDefaults.h"
 
 namespace NSUserDefaults::Debug {
+
+inline constexpr std::string_view inAppDebugOptionsKey = "KTInAppDebugOptionsEnabled";
+inline constexpr std::string_view debugKey = "KTDebugEnabled";
+inline constexpr std::string_view loggingLevelKey = "KTLoggingLevel";
+inline constexpr std::string_view purgeCachesKey = "KTPurgeCachesOnStartup";
+inline constexpr std::string_view purgePreferencesKey = "KTPurgePreferencesOnStartup";
 
 // The threshold if debugging is off or no level is stored: warnings and anything graver.
 inline constexpr std::int64_t defaultLoggingLevel = 4;

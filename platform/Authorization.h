@@ -63,6 +63,9 @@ class AuthorizationServices {
  public:
   virtual ~AuthorizationServices() = default;
 
+  // Why the last call failed, in words; empty if its status says all.
+  [[nodiscard]] virtual std::string cause() const = 0;
+
   // Makes an empty session. Here and below, outputs are untouched on a status other than success, and a handle that does
   // not exist gives errAuthorizationInvalidRef.
   virtual AuthorizationStatus create(AuthorizationFlags flags, AuthorizationRef& authorization) = 0;

@@ -12,6 +12,7 @@
 #include "platform/DistributedNotificationCenter.h"
 #include "platform/FileManager.h"
 #include "platform/LoggingHost.h"
+#include "platform/RunReport.h"
 #include "platform/ServiceManagement.h"
 #include "platform/Shell.h"
 #include "platform/SystemLog.h"
@@ -36,6 +37,8 @@ struct Platform {
   SystemLog& systemLog;
   // Without a host, only the system log receives anything.
   LoggingHost* loggingHost = nullptr;
+  // How the run ends, and why.
+  RunReport report{systemLog};
   // The part of this platform that views use.
   foundation::ViewEnvironment views{.runLoop = runLoop,
                                     .log = [&log = systemLog](std::string_view line) { log.log(line); }};

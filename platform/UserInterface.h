@@ -89,10 +89,17 @@ struct ViewClass {
   std::function<std::shared_ptr<foundation::View>()> make;
 };
 
+// The arguments that an application takes. The views outlive the main function's call.
+struct CommandLine {
+  std::string_view help;               // for "--help"
+  std::vector<std::string_view> keys;  // of the arguments "-key value"
+};
+
 // The application framework's main function: makes the platform, loads the main interface description (named by
 // "NSMainNibFile" in the main bundle's information), makes the delegate that it names, connects its outlets and runs until
-// Application::terminate. Returns the exit status. Every platform implements it once.
+// Application::terminate. Returns the exit status (see Ending). With a command line, "--help" and "--version" are answered
+// and nothing else happens, and an argument that it does not name is an error. Every platform implements this once.
 int ApplicationMain(int argc, char** argv, const std::vector<DelegateClass>& classes,
-                    const std::vector<ViewClass>& viewClasses = {});
+                    const std::vector<ViewClass>& viewClasses = {}, const CommandLine* commandLine = nullptr);
 
 }  // namespace platform

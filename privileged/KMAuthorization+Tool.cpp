@@ -2,6 +2,7 @@
 #include <array>
 #include <bit>
 #include <cstdint>
+#include <cstring>
 
 #include "foundation/text/UTF8.h"
 #include "logging/KTLogger.h"
@@ -26,11 +27,17 @@ std::optional<std::string> takeText(platform::FileManager& files, const std::str
   return text;
 }
 
+// The length, in the byte order of the machine, and the archive in one write: a tool never wakes up for a part.
 bool sendInstructions(platform::ByteStream& tool, const InstructionArchive::Instructions& instructions) {
   const std::string archive = InstructionArchive::archivedData(instructions);
   const std::uint64_t length = archive.size();
-  return tool.write(&length, sizeof length) == sizeof length && tool.write(archive.data(), length) == length;
+  std::string message(sizeof length, '\0');
+  std::memcpy(message.data(), &length, sizeof length);
+  message += archive;
+  return tool.write(message.data(), message.size()) == message.size();
 }
+
+std::string firstLine(std::string_view text) { return std::string(text.substr(0, text.find('\n'))); }
 
 std::string readAnswer(platform::ByteStream& tool) {
   std::string answer;
@@ -67,29 +74,54 @@ bool KMAuthorization::resultFromToolWithPrompt_instructions_output(std::string_v
     outputPath = NSString::KAPathExtensions::temporaryPath(_platform.fileManager);
     InstructionArchive::setValueForKey(complete, protocol::outputPathKey, outputPath);
   }
+  _ending = platform::Ending::failed;
+  _cause = "the tool ended without a word";
   _outputFromToolWithPrompt_andInstructions(prompt, complete);
   if (output != nullptr) *output = takeText(_platform.fileManager, outputPath);
-  return takeText(_platform.fileManager, resultPath) == protocol::successVerdict;
+  const bool isDone = takeText(_platform.fileManager, resultPath) == protocol::successVerdict;
+  if (!isDone) reportFailedJob(instructions);
+  _cause.clear();
+  return isDone;
 }
 
-std::optional<std::string> KMAuthorization::_outputFromToolWithPrompt_andInstructions(std::string_view prompt,
+void KMAuthorization::reportFailedJob(const Instructions& instructions) {
+  const std::string step = pathForKey(instructions, protocol::commandKey).value_or("no command");
+  auto path = pathForKey(instructions, protocol::destinationPathKey);
+  if (!path) path = pathForKey(instructions, protocol::filePathKey);
+  _platform.report.fail({_ending, step, path.value_or(""), _cause});
+}
+
+std::optional<std::string> KMAuthorization::_outputFromToolWithPrompt_andInstructions(std::string_view /*prompt*/,
                                                                                       const Instructions& instructions) {
   _createOutputFileAtPath(pathForKey(instructions, protocol::resultPathKey));
   _createOutputFileAtPath(pathForKey(instructions, protocol::outputPathKey));
-  if (!authorizeForRootWithPrompt_preauthorize_allowInteraction(prompt, true, true)) return std::nullopt;
+  if (!obtainRight(true, true)) {
+    _ending = platform::Ending::refused;
+    return std::nullopt;
+  }
   return _outputFromToolWithInstructions(instructions);
 }
 
 std::optional<std::string> KMAuthorization::_outputFromToolWithInstructions(const Instructions& instructions) {
   const auto path = _pathForTool();
-  if (!path) return std::nullopt;
+  if (!path) {
+    _cause = "the bundle has no executable tool " + _toolName.value_or("");
+    return std::nullopt;
+  }
   std::unique_ptr<platform::ByteStream> tool;
   const auto status = _platform.authorizationServices.executeWithPrivileges(_authorization, *path,
                                                                             platform::kAuthorizationFlagDefaults, tool);
-  if (status != platform::errAuthorizationSuccess) return std::nullopt;
-  if (!sendInstructions(*tool, instructions)) return std::nullopt;
+  if (status != platform::errAuthorizationSuccess) {
+    _cause = causeOf(_platform, status);
+    return std::nullopt;
+  }
+  if (!sendInstructions(*tool, instructions)) {
+    _cause = "the tool did not take the instruction";
+    return std::nullopt;
+  }
   std::string answer = foundation::textFromASCII(readAnswer(*tool));
   tool.reset();
+  if (const auto line = firstLine(answer); !line.empty()) _cause = line;
   KTDiagnostics::log({"KMAuthorization", this, "_outputFromToolWithInstructions:", 102}, 7, "output is '%@'", answer);
   return answer;
 }

@@ -3,7 +3,8 @@
 // the exchange with the assistant tool that does the privileged work, and the five file operations that go through it.
 //
 // Main thread, except sharedInstance, which any thread may call. Operations report success as a boolean
-// and never throw. A job blocks the caller until the tool has answered; the platform keeps the window alive meanwhile.
+// and never throw; whatever fails is in the platform's report of the run, with its cause. A job blocks the caller until the
+// tool has answered; the platform keeps the window alive meanwhile.
 #include <memory>
 #include <optional>
 #include <string>
@@ -85,6 +86,10 @@ class KMAuthorization {
  private:
   KMAuthorization(platform::Platform& platform, platform::AuthorizationRef authorization);
 
+  static std::string causeOf(const platform::Platform& platform, platform::AuthorizationStatus status);
+  bool obtainRight(bool preauthorize, bool allowInteraction);
+  void reportFailedJob(const Instructions& instructions);
+
   platform::Platform& _platform;
   platform::AuthorizationRef _authorization;
   std::optional<std::string> _toolName;
@@ -93,4 +98,8 @@ class KMAuthorization {
   platform::AuthorizationItem _item;
   platform::AuthorizationRights _rights;
   bool _useDefaultFlags = false;
+  // Why the last operation failed, as far as it is known yet.
+  platform::Ending _ending = platform::Ending::failed;
+  std::string _cause;
+  std::string _causeWithoutSession;
 };

@@ -59,7 +59,10 @@ InstallerTask Controller::taskFor(const std::string& mode) const {
 
 void Controller::runInstaller(const std::string& mode) {
   const auto credentials = setting("KDCredentials");
-  if (credentials != "empty" && !_handoff.obtainRights()) return enter("Administrator rights were refused");
+  if (credentials != "empty" && !_handoff.obtainRights()) {
+    std::fprintf(stderr, "KeltoController: %s\n", _parts.authorizationServices.cause().c_str());
+    return enter("Administrator rights were refused");
+  }
   _installer = _parts.bundles.bundleWithPath(setting("KDInstaller"));
   const auto process = _installer ? InstallerHandoff::startInstaller(*_installer, taskFor(mode)) : std::nullopt;
   if (!process) return enter("The installer could not be started");

@@ -11,6 +11,7 @@ FakeByteStream::~FakeByteStream() { record->isClosed = true; }
 
 std::size_t FakeByteStream::write(const void* bytes, std::size_t length) {
   const std::size_t taken = std::min(length, writeLimit - std::min(writeLimit, record->written.size()));
+  ++record->writes;
   record->written.append(static_cast<const char*>(bytes), taken);
   return taken;
 }

@@ -25,6 +25,7 @@ class FakeByteStream final : public ByteStream {
 
   struct Record {
     std::string written;
+    std::size_t writes = 0;
     std::vector<std::size_t> reads;  // bytes given by every read
     bool isClosed = false;
   };
@@ -40,6 +41,7 @@ class FakeAuthorizationServices final : public AuthorizationServices, public Jou
  public:
   using Journaled::Journaled;
 
+  [[nodiscard]] std::string cause() const override { return failureCause; }
   AuthorizationStatus create(AuthorizationFlags flags, AuthorizationRef& authorization) override;
   AuthorizationStatus makeExternalForm(AuthorizationRef authorization, AuthorizationExternalForm& form) override;
   AuthorizationStatus createFromExternalForm(const AuthorizationExternalForm& form,
@@ -62,6 +64,7 @@ class FakeAuthorizationServices final : public AuthorizationServices, public Jou
   AuthorizationStatus copyRightsStatus = errAuthorizationSuccess;
   AuthorizationStatus freeStatus = errAuthorizationSuccess;
   AuthorizationStatus executeStatus = errAuthorizationSuccess;
+  std::string failureCause;                               // what cause() answers
   std::optional<AuthorizationExternalForm> externalForm;  // handed out by makeExternalForm; otherwise each is another
   AuthorizationExternalForm adoptedForm{};                // taken by createFromExternalForm
   std::string rightValue;                                 // value of the right last asked for

@@ -32,7 +32,15 @@ constexpr std::uint64_t WaitForBroker = Minute;
 
 class SocketStream final : public ByteStream {
  public:
-  SocketStream(Descriptor socket, BlockingCall& blockingCall) : _socket(std::move(socket)), _blockingCall(blockingCall) {}
+  SocketStream(Descriptor socket, BlockingCall& blockingCall, const std::function<void(bool)>& onToolRuns)
+      : _socket(std::move(socket)), _blockingCall(blockingCall), _onToolRuns(onToolRuns) {
+    if (_onToolRuns) _onToolRuns(true);
+  }
+  ~SocketStream() override {
+    if (_onToolRuns) _onToolRuns(false);
+  }
+  SocketStream(const SocketStream&) = delete;
+  SocketStream& operator=(const SocketStream&) = delete;
 
   std::size_t write(const void* bytes, std::size_t length) override {
     std::size_t written = 0;
@@ -79,6 +87,7 @@ class SocketStream final : public ByteStream {
 
   Descriptor _socket;
   BlockingCall& _blockingCall;
+  const std::function<void(bool)>& _onToolRuns;
 };
 
 int readForm(sd_bus_message* reply, AuthorizationExternalForm& form) {
@@ -122,17 +131,17 @@ bool AuthorizationServices::connect() {
   std::string cause;
   _blockingCall.run([&] { _bus = busWithBroker(cause); });
   if (_bus) return true;
-  if (!std::exchange(_missingBrokerLogged, true)) {
-    _log.log(std::string("No authorization broker: install ") + protocol::brokerBusName +
-             " on the system bus, or make it startable on the session bus (" + cause + ")");
-  }
+  _cause = std::string("No authorization broker: install ") + protocol::brokerBusName +
+           " on the system bus, or make it startable on the session bus (" + cause + ")";
   return false;
 }
 
 AuthorizationStatus AuthorizationServices::call(const Method& method, std::uint64_t timeoutMicroseconds,
                                                 const Part& writeArguments, const Part& readAnswer) {
   AuthorizationStatus status = errAuthorizationInternal;
-  if (_bus) _blockingCall.run([&] { status = exchange(method, timeoutMicroseconds, writeArguments, readAnswer); });
+  if (!_bus) return status;
+  _cause.clear();
+  _blockingCall.run([&] { status = exchange(method, timeoutMicroseconds, writeArguments, readAnswer); });
   return status;
 }
 
@@ -150,10 +159,8 @@ AuthorizationStatus AuthorizationServices::exchange(const Method& method, std::u
   AuthorizationStatus status = result >= 0 ? errAuthorizationSuccess : errAuthorizationInternal;
   if (sd_bus_error_is_set(&error) != 0) status = protocol::brokerStatusForError(error.name);
   _isMethodMissing = sd_bus_error_has_name(&error, SD_BUS_ERROR_UNKNOWN_METHOD) != 0;
-  if (status != errAuthorizationSuccess) {
-    _log.log(std::string("authorizationd: ") + method.name + ": " +
-             (error.message != nullptr ? error.message : std::strerror(-result)));
-  }
+  if (status != errAuthorizationSuccess)
+    _cause = std::string(method.name) + ": " + (error.message != nullptr ? error.message : std::strerror(-result));
   sd_bus_error_free(&error);
   sd_bus_message_unref(reply);
   sd_bus_message_unref(request);
@@ -231,6 +238,8 @@ AuthorizationStatus AuthorizationServices::free(AuthorizationRef authorization, 
         return sd_bus_message_append(request, brokerMethod::free.takes, authorization, flags);
       },
       [&](sd_bus_message* reply) { return sd_bus_message_read(reply, "u", &answer); });
+  // Nobody above has anything to say about rights that are given back.
+  if (status != errAuthorizationSuccess) _log.log("authorizationd: " + _cause);
   return status != errAuthorizationSuccess ? status : static_cast<AuthorizationStatus>(answer);
 }
 
@@ -240,9 +249,13 @@ AuthorizationStatus AuthorizationServices::executeWithPrivileges(AuthorizationRe
   if (authorization == 0) return errAuthorizationInvalidRef;
   // Naming the file is enough for the broker to examine and run it; opening it further could wait or have side effects.
   Descriptor tool;
-  _blockingCall.run([&] { tool = Descriptor(::open(path.c_str(), O_PATH | O_CLOEXEC)); });
+  int error = 0;
+  _blockingCall.run([&] {
+    tool = Descriptor(::open(path.c_str(), O_PATH | O_CLOEXEC));
+    error = errno;
+  });
   if (!tool) {
-    _log.log("The tool " + path + " cannot be opened");
+    _cause = path + ": " + std::strerror(error);
     return errAuthorizationToolExecuteFailure;
   }
   Descriptor socket;
@@ -258,7 +271,8 @@ AuthorizationStatus AuthorizationServices::executeWithPrivileges(AuthorizationRe
         socket = Descriptor(::fcntl(borrowed, F_DUPFD_CLOEXEC, 3));
         return socket ? 0 : -errno;
       });
-  if (status == errAuthorizationSuccess) stream = std::make_unique<SocketStream>(std::move(socket), _blockingCall);
+  if (status == errAuthorizationSuccess)
+    stream = std::make_unique<SocketStream>(std::move(socket), _blockingCall, onToolRuns);
   return status;
 }
 

@@ -17,9 +17,13 @@ namespace platform::Linux {
 
 class AuthorizationServices final : public platform::AuthorizationServices {
  public:
-  // Both outlive this object; `blockingCall` also the streams that it hands out.
+  // Called with true when a tool has been started, and with false when its stream is closed.
+  std::function<void(bool)> onToolRuns;
+
+  // Both outlive this object, and this object the streams that it hands out.
   AuthorizationServices(BlockingCall& blockingCall, platform::SystemLog& log) : _blockingCall(blockingCall), _log(log) {}
 
+  [[nodiscard]] std::string cause() const override { return _cause; }
   // The flags are of no effect: no rights are asked for here.
   AuthorizationStatus create(AuthorizationFlags flags, AuthorizationRef& authorization) override;
   AuthorizationStatus makeExternalForm(AuthorizationRef authorization, AuthorizationExternalForm& form) override;
@@ -47,7 +51,7 @@ class AuthorizationServices final : public platform::AuthorizationServices {
   BlockingCall& _blockingCall;
   platform::SystemLog& _log;
   std::optional<Bus> _bus;
-  bool _missingBrokerLogged = false;
+  std::string _cause;             // of the last call's failure
   bool _isMethodMissing = false;  // in the broker, of the last call
 };
 

@@ -3,11 +3,6 @@
 namespace platform::Linux {
 namespace {
 
-bool looksLikeKey(std::string_view argument) {
-  if (argument.size() < 2 || argument.front() != '-') return false;
-  return std::string_view("0123456789.").find(argument[1]) == std::string_view::npos;
-}
-
 // A length of time, in nanoseconds.
 constexpr std::int64_t nanoseconds(const timespec& time) { return time.tv_sec * 1'000'000'000LL + time.tv_nsec; }
 
@@ -17,6 +12,11 @@ const foundation::PropertyList::Value* find(const foundation::PropertyList::Dict
 }
 
 }  // namespace
+
+bool looksLikeKey(std::string_view argument) {
+  if (argument.size() < 2 || argument.front() != '-') return false;
+  return std::string_view("0123456789.").find(argument[1]) == std::string_view::npos;
+}
 
 foundation::PropertyList::Dictionary argumentDomain(int argc, const char* const* argv) {
   foundation::PropertyList::Dictionary values;

@@ -13,6 +13,9 @@
 
 namespace platform::Linux {
 
+// A dash, and then no number: the key of an argument "-Key value", which is never a value itself.
+bool looksLikeKey(std::string_view argument);
+
 // The argument domain: "-Key" followed by its value, always kept as text. An argument that itself looks like a key (a dash
 // and then no number) does not count as a value. A key that is followed by another key, or stands at the end, is left out;
 // the last of two equal keys counts. The first argument is the program.

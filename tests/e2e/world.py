@@ -2,6 +2,7 @@
 import contextlib
 import os
 import pathlib
+import plistlib
 import re
 import shutil
 import tempfile
@@ -154,6 +155,12 @@ class World(Bare):
         equal("what is hidden beside the bundle", [each.name for each in self.road.applications.glob(".*")], [])
 
     # Questions.
+
+    def identifier_of(self, bundle):
+        return plistlib.loads((bundle / "Contents/Info.plist").read_bytes())["CFBundleIdentifier"]
+
+    def installers(self):
+        return processes_of(self.road.installer)
 
     def frame_of_wizard(self, process):
         """Its frame as the display server sees it, origin bottom-left: x, y, width, height."""

@@ -287,3 +287,50 @@ TEST_F(KMAuthorizationToolTest, ReleasedRightsFailTheJobWithoutRunningTheTool) {
   EXPECT_FALSE(run());
   EXPECT_THAT(tool.jobs, IsEmpty());
 }
+
+TEST_F(KMAuthorizationToolTest, TheToolsReasonIsTheCauseInTheReport) {
+  tool.results[protocol::removeFileCommand] = "";
+  tool.answer = {"the disk is full\n"};
+  EXPECT_FALSE(run());
+  EXPECT_THAT(fake.systemLog.lines, ElementsAre(std::string("Failed (status 1): step \"") + protocol::removeFileCommand +
+                                                "\", path \"/A.app\", cause: the disk is full"));
+}
+
+TEST_F(KMAuthorizationToolTest, EveryFailedJobIsReportedInOneLineWithItsCause) {
+  struct Case {
+    std::function<void()> mistake;
+    const char* cause;
+    platform::Ending ending;
+  };
+  const std::vector<Case> cases{
+      {[&] { tool.results[protocol::removeFileCommand] = "", tool.answer.clear(); }, "the tool ended without a word",
+       platform::Ending::failed},
+      {[&] { tool.writeLimit = 20; }, "the tool did not take the instruction", platform::Ending::failed},
+      {[&] {
+         fake.authorization.executeStatus = platform::errAuthorizationToolExecuteFailure;
+         fake.authorization.failureCause = "no such file";
+       },
+       "the tool could not be started: no such file", platform::Ending::failed},
+      {[&] {
+         fake.authorization.failureCause.clear(), fake.authorization.copyRightsStatus = platform::errAuthorizationDenied;
+       },
+       "the right is denied (-60005)", platform::Ending::refused},
+      {[&] { fake.authorization.copyRightsStatus = 0, fake.bundles.main.resources.clear(); },
+       "the bundle has no executable tool assistantTool", platform::Ending::failed},
+      {[&] { session->releaseRights(); }, "there is no session, or it has been released (-60002)",
+       platform::Ending::refused},
+  };
+  for (const auto& one : cases) {
+    one.mistake();
+    fake.systemLog.lines.clear();
+    EXPECT_FALSE(run());
+    ASSERT_EQ(fake.systemLog.lines.size(), 1U) << one.cause;
+    EXPECT_THAT(fake.systemLog.lines[0], EndsWith(std::string("cause: ") + one.cause));
+    EXPECT_THAT(fake.systemLog.lines[0], HasSubstr("status " + std::to_string(static_cast<int>(one.ending))));
+  }
+}
+
+TEST_F(KMAuthorizationToolTest, LengthAndArchiveAreOneWrite) {
+  run();
+  EXPECT_EQ(tool.lastStream->writes, 1U);
+}

@@ -240,3 +240,15 @@ TEST_F(KMAuthorizationTest, TheRightsAreReleasedWhenTheApplicationTerminates) {
   fake.notificationCenter.post({std::string(foundation::applicationWillTerminateNotification), "", {}});
   EXPECT_EQ(calls().back(), "free 1 8");
 }
+
+TEST_F(KMAuthorizationTest, RightsThatAreNotGoodAreReportedWithTheBrokersReason) {
+  fake.authorization.createFromExternalFormStatus = platform::errAuthorizationDenied;
+  fake.authorization.failureCause = "the form has been used";
+  const auto session = KMAuthorization::init(fake.platform);
+  session->setExternalRights(foundation::PropertyList::Data(32, std::byte{1}));
+  EXPECT_FALSE(session->authorizeForRootWithPrompt_preauthorize_allowInteraction("", true, false));
+  EXPECT_EQ(
+      fake.systemLog.lines,
+      std::vector<std::string>{"Refused (status 4): step \"take over the rights\", cause: the right is denied: the form "
+                               "has been used"});
+}

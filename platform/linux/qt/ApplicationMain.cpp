@@ -1,14 +1,22 @@
 // The application framework's main function on Linux: the parts of the platform, put together.
+#include <unistd.h>
+
 #include <QApplication>
+#include <QTimer>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
 
 #include "platform/linux/AuthorizationServices.h"
 #include "platform/linux/Bundle.h"
+#include "platform/linux/CommandLine.h"
 #include "platform/linux/DistributedNotificationCenter.h"
 #include "platform/linux/FileManager.h"
+#include "platform/linux/LaunchCheck.h"
 #include "platform/linux/LoggingHost.h"
+#include "platform/linux/PrivateTemporaryFolder.h"
+#include "platform/linux/ReportedSession.h"
 #include "platform/linux/ServiceManagement.h"
 #include "platform/linux/Shell.h"
 #include "platform/linux/SystemLog.h"
@@ -72,33 +80,59 @@ class Framework {
     const auto path = _bundles.mainBundle().pathForResource(name, "ui");
     if (!path) {
       _log.log("the bundle " + _bundles.mainBundle().bundlePath() + " has no interface description " + name + ".ui");
-      return 1;
+      return static_cast<int>(Ending::failed);
     }
     const auto notifier = watch(_distributedCenter);
-    const TerminationSignals signals([this] { _runLoop.deliver([this] { _application.terminateOnRequest(); }); });
+    _platform.report.expect(_refusal.value_or(failureWithoutRights(_defaults)));
+    _application.onFailure = [this] { _distributedCenter.giveUpNames(); };
+    _authorizationServices.onToolRuns = [this](bool runs) {
+      _toolHasRun = true;
+      _application.setJobRuns(runs);
+    };
+    const TerminationSignals signals([this](const char* signal) { endBecauseOf(signal); });
     return _application.run(_platform, *path, classes, _viewClasses);
   }
 
  private:
+  // In the ordinary way, if that is possible in time: a bus or a broker that does not answer can hold the main thread. The
+  // broker then ends the rights with the connection. Once a tool has been started, the run goes to its end.
+  void endBecauseOf(const char* signal) {
+    constexpr std::chrono::milliseconds patience{1500};
+    _application.terminateOnSignal(signal);
+    QTimer::singleShot(patience, Qt::PreciseTimer, qApp, [this, signal] {
+      if (_application.isTerminated() || _toolHasRun) return;
+      _platform.report.cancel(signal);
+      _temporaryFolder.reset();
+      std::_Exit(static_cast<int>(_platform.report.ending()));
+    });
+  }
+
   SystemLog& _log;
   const std::vector<ViewClass>& _viewClasses;
   Bundles _bundles{_log, [this] { return preferredLanguages(_defaults); }};
   UserDefaults _defaults;
+  const std::optional<Failure> _refusal = reasonToRefuse(_defaults);
   foundation::NotificationCenter _center;
   QtRunLoop _runLoop;
   QtBlockingCall _blockingCall{_runLoop};
   QtApplication _application;
   DistributedNotificationCenter _distributedCenter;
   FileManager _fileManager;
+  // The names of the files of a job (see NSString::KAPathExtensions::temporaryPath).
+  std::optional<TemporaryFolderClaim> _temporaryFolder{std::in_place, "Kelto", 10};
+  bool _toolHasRun = false;
   AuthorizationServices _authorizationServices{_blockingCall, _log};
-  Workspace _workspace{_bundles, _log, _blockingCall, _defaults.stringForKey(protocol::trashPathArgument).value_or("")};
+  Workspace _applications{_bundles, _log, _blockingCall,
+                          _defaults.stringForKey(protocol::trashPathArgument).value_or("")};
   ServiceManagement _serviceManagement{_log};
   Shell _shell{_blockingCall};
   LoggingHost _loggingHost;
   QtViewResources _viewResources{
       _bundles.mainBundle(), {_runLoop, _viewClasses}, [this] { _application.terminateOnRequest(); }};
+  CheckedBundles _checkedBundles{_bundles, _refusal, _platform.report};
+  ReportedWorkspace _workspace{_applications, _platform.report};
   Platform _platform{_application,       _runLoop,           _defaults,    _center,
-                     _distributedCenter, _bundles,           _fileManager, _authorizationServices,
+                     _distributedCenter, _checkedBundles,    _fileManager, _authorizationServices,
                      _workspace,         _serviceManagement, _shell,       _log,
                      &_loggingHost.host};
   Installation _installation{_platform};
@@ -110,14 +144,20 @@ class Framework {
 namespace platform {
 
 int ApplicationMain(int argc, char** argv, const std::vector<DelegateClass>& classes,
-                    const std::vector<ViewClass>& viewClasses) {
+                    const std::vector<ViewClass>& viewClasses, const CommandLine* commandLine) {
   const auto name = Linux::programName(argv[0]);
+  Linux::SystemLog log(name);
+  if (commandLine != nullptr) {
+    const Linux::Bundles bundles(log);
+    if (const auto status = Linux::answerToCommandLine(argc, argv, *commandLine, name, bundles.mainBundle(), log))
+      return *status;
+  }
   const auto display = Linux::Display::choose();
   if (!display.problem.empty()) {
-    std::fprintf(stderr, "%s: %s\n", name.c_str(), display.problem.c_str());
-    return 1;
+    RunReport(log).fail({Ending::noDisplay, "open the display", "", display.problem});
+    return static_cast<int>(Ending::noDisplay);
   }
-  Linux::SystemLog log(name);
+  if (::geteuid() == 0) log.log("It runs as root; start it as the user whose application it is. Nothing here needs root.");
   if (!display.note.empty()) log.log(display.note);
   // The arguments are the user defaults' and none of Qt's: it gets the name alone.
   int count = 1;

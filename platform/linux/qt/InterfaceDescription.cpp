@@ -93,10 +93,16 @@ std::vector<Outlet> controlsIn(const QWidget& topLevel) {
   return controls;
 }
 
-void connectActions(const QWidget& topLevel, const std::function<void()>& terminate) {
+std::vector<QAbstractButton*> buttonsThatTerminate(const QWidget& topLevel) {
+  std::vector<QAbstractButton*> buttons;
   for (auto* button : topLevel.findChildren<QAbstractButton*>())
-    if (button->property("action").toString() == "terminate:")
-      QObject::connect(button, &QAbstractButton::clicked, button, [terminate] { terminate(); });
+    if (button->property("action").toString() == "terminate:") buttons.push_back(button);
+  return buttons;
+}
+
+void connectActions(const QWidget& topLevel, const std::function<void()>& terminate) {
+  for (auto* button : buttonsThatTerminate(topLevel))
+    QObject::connect(button, &QAbstractButton::clicked, button, [terminate] { terminate(); });
 }
 
 }  // namespace
@@ -147,6 +153,10 @@ std::shared_ptr<foundation::View> InterfaceDescription::loadView(const std::stri
 
 std::string InterfaceDescription::delegateClass() const {
   return _window->property("delegateClass").toString().toStdString();
+}
+
+void InterfaceDescription::setActionsEnabled(bool enabled) const {
+  for (auto* button : buttonsThatTerminate(*_window)) button->setEnabled(enabled);
 }
 
 void InterfaceDescription::connectOutlets(ApplicationDelegate& delegate) const {

@@ -49,6 +49,8 @@ class InterfaceDescription {
   [[nodiscard]] std::string delegateClass() const;
   // The delegate holds the elements weakly; they live as long as this object.
   void connectOutlets(ApplicationDelegate& delegate) const;
+  // Enables or disables the buttons with the action "terminate:".
+  void setActionsEnabled(bool enabled) const;
   [[nodiscard]] QWidget& window() const { return *_window; }
 
  private:

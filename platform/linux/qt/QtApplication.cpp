@@ -1,6 +1,6 @@
 #include "platform/linux/qt/QtApplication.h"
 
-#include <QCoreApplication>
+#include <QApplication>
 #include <QTimer>
 #include <algorithm>
 
@@ -13,6 +13,9 @@ QtApplication::QtApplication(QtRunLoop& runLoop, foundation::NotificationCenter&
 
 void QtApplication::runModal(const Alert& alert) {
   if (_isTerminated) return;
+  if (_report != nullptr) _report->failAsExpected();
+  if (onFailure) onFailure();
+  if (_isAskedBySignal) return;
   const QtRunLoop::Pause pause(_runLoop);
   runAlert(alert, _name, _interface ? &_interface->window() : nullptr);
 }
@@ -27,17 +30,31 @@ void QtApplication::terminate(const void* /*sender*/) {
   QCoreApplication::exit(0);
 }
 
-void QtApplication::terminateOnRequest() {
-  if (!_runLoop.isPaused()) terminate(nullptr);
+void QtApplication::terminateOnRequest(const std::string& cause) {
+  if (_runLoop.isPaused()) return;
+  if (_report != nullptr) _report->cancel(cause);
+  terminate(nullptr);
+}
+
+void QtApplication::terminateOnSignal(const std::string& name) {
+  _isAskedBySignal = true;
+  if (QWidget* alert = QApplication::activeModalWidget()) alert->close();
+  _runLoop.deliver([this, name] { terminateOnRequest(name); });
+}
+
+void QtApplication::setJobRuns(bool runs) {
+  if (_interface) _interface->setActionsEnabled(!runs);
 }
 
 int QtApplication::run(Platform& platform, const std::string& path, const std::vector<DelegateClass>& classes,
                        const std::vector<ViewClass>& viewClasses) {
-  if (!load(platform, path, classes, viewClasses)) return 1;
+  _report = &platform.report;
+  if (!load(platform, path, classes, viewClasses)) return static_cast<int>(Ending::failed);
   QTimer::singleShot(0, qApp, [this] {
     _delegate->applicationDidFinishLaunching({"NSApplicationDidFinishLaunchingNotification", {}, {}});
   });
-  return QCoreApplication::exec();
+  QCoreApplication::exec();
+  return static_cast<int>(_report->ending());
 }
 
 bool QtApplication::load(Platform& platform, const std::string& path, const std::vector<DelegateClass>& classes,

@@ -9,7 +9,7 @@
 namespace platform::Linux {
 namespace {
 
-constexpr int requests[] = {SIGTERM, SIGINT};
+constexpr int requests[] = {SIGTERM, SIGINT, SIGHUP};
 
 // Written by the handler, so it stays open for the life of the process.
 int wakeUp() {
@@ -18,8 +18,12 @@ int wakeUp() {
 }
 
 int handlerDescriptor = -1;
+volatile std::sig_atomic_t lastSignal = 0;
 
-void noteRequest(int /*signal*/) {
+const char* nameOf(int signal) { return signal == SIGTERM ? "SIGTERM" : signal == SIGINT ? "SIGINT" : "SIGHUP"; }
+
+void noteRequest(int signal) {
+  lastSignal = signal;
   const int before = errno;
   eventfd_write(handlerDescriptor, 1);
   errno = before;
@@ -37,14 +41,14 @@ void setHandler(int signal, void (*handler)(int)) {
 
 }  // namespace
 
-TerminationSignals::TerminationSignals(std::function<void()> onRequest) {
+TerminationSignals::TerminationSignals(std::function<void(const char* name)> onRequest) {
   handlerDescriptor = wakeUp();
   if (handlerDescriptor < 0) return;
   _notifier = std::make_unique<QSocketNotifier>(handlerDescriptor, QSocketNotifier::Read);
   QObject::connect(_notifier.get(), &QSocketNotifier::activated, _notifier.get(), [action = std::move(onRequest)] {
     eventfd_t count = 0;
     eventfd_read(handlerDescriptor, &count);
-    action();
+    action(nameOf(lastSignal));
   });
   for (const int signal : requests) setHandler(signal, noteRequest);
 }

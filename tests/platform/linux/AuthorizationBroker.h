@@ -124,7 +124,7 @@ class AuthorizationBroker : public testing::Test {
     std::unique_ptr<ByteStream> stream;
     EXPECT_EQ(controller.execute(authorized(controller), path, stream), status);
     EXPECT_EQ(stream, nullptr);
-    EXPECT_THAT(controller.log.lines, Contains(HasSubstr(reason)));
+    EXPECT_THAT(controller.services.cause(), HasSubstr(reason));
   }
 
   // The broker is started with a descriptor too many, which no tool may inherit.

@@ -117,13 +117,14 @@ bool isIdle(pid_t process) {
   return processorTicks(process) - before < 5;
 }
 
+constexpr int cancelled = static_cast<int>(Ending::cancelled);
 const std::string willTerminate = "NSApplicationWillTerminateNotification";
 
 TEST_F(ApplicationMainTest, SigtermEndsItInTheOrdinaryWay) {
   auto application = start();
   ASSERT_TRUE(eventually([this] { return hasSaid("shown"); })) << errors();
   application.send(SIGTERM);
-  EXPECT_EQ(application.wait(), 0);
+  EXPECT_EQ(application.wait(), cancelled);
   EXPECT_TRUE(hasSaid(willTerminate));
 }
 
@@ -132,8 +133,17 @@ TEST_F(ApplicationMainTest, SigintEndsItInTheOrdinaryWay) {
   auto application = start();
   ASSERT_TRUE(eventually([this] { return hasSaid("shown"); })) << errors();
   application.send(SIGINT);
-  EXPECT_EQ(application.wait(), 0);
+  EXPECT_EQ(application.wait(), cancelled);
   EXPECT_TRUE(hasSaid(willTerminate));
+}
+
+TEST_F(ApplicationMainTest, SighupEndsItInTheOrdinaryWay) {
+  auto application = start();
+  ASSERT_TRUE(eventually([this] { return hasSaid("shown"); })) << errors();
+  application.send(SIGHUP);
+  EXPECT_EQ(application.wait(), cancelled);
+  EXPECT_TRUE(hasSaid(willTerminate));
+  EXPECT_NE(errors().find("cause: SIGHUP"), std::string::npos) << errors();
 }
 
 TEST_F(ApplicationMainTest, SigtermDuringABlockingCallWaitsForItsEnd) {
@@ -144,7 +154,7 @@ TEST_F(ApplicationMainTest, SigtermDuringABlockingCallWaitsForItsEnd) {
   application.send(SIGTERM);
   application.send(SIGTERM);
   writeFile(go, "");
-  EXPECT_EQ(application.wait(), 0);
+  EXPECT_EQ(application.wait(), cancelled);
   EXPECT_TRUE(output().ends_with("shell line done\n" + willTerminate + "\n")) << output();
 }
 
@@ -181,7 +191,7 @@ TEST_F(ApplicationMainTest, EscapeEndsIt) {
     outputOf("xdotool key Escape");
     return hasSaid(willTerminate);
   }));
-  EXPECT_EQ(application.wait(), 0);
+  EXPECT_EQ(application.wait(), cancelled);
 }
 
 TEST_F(ApplicationMainTest, ItsArgumentsAreUserDefaultsAndNoneIsQts) {
@@ -204,16 +214,15 @@ TEST_F(ApplicationMainTest, ShellLinesFindTheBundlesResourcesFirstAndNothingOfQt
 
 TEST_F(ApplicationMainTest, WithoutADisplayItSaysWhatToDo) {
   auto application = start("", "-u DISPLAY -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM");
-  EXPECT_EQ(application.wait(), 1);
-  EXPECT_NE(errors().find("KeltoInstaller: there is no display (DISPLAY is not set). Start it from a desktop session"),
-            std::string::npos)
+  EXPECT_EQ(application.wait(), static_cast<int>(Ending::noDisplay));
+  EXPECT_NE(errors().find("there is no display (DISPLAY is not set). Start it from a desktop session"), std::string::npos)
       << errors();
   EXPECT_EQ(output(), "");
 }
 
 TEST_F(ApplicationMainTest, WithADisplayThatCannotBeOpenedItSaysWhich) {
   auto application = start("", "-u WAYLAND_DISPLAY -u QT_QPA_PLATFORM DISPLAY=:4321");
-  EXPECT_EQ(application.wait(), 1);
+  EXPECT_EQ(application.wait(), static_cast<int>(Ending::noDisplay));
   EXPECT_NE(errors().find("the display \":4321\" cannot be opened"), std::string::npos) << errors();
 }
 
@@ -234,7 +243,7 @@ TEST_F(ApplicationMainTest, ItRunsWithoutASessionBus) {
   auto application = start("-Observe Credentials", "DBUS_SESSION_BUS_ADDRESS=unix:path=/nowhere");
   ASSERT_TRUE(eventually([this] { return hasSaid("shown"); })) << errors();
   application.send(SIGTERM);
-  EXPECT_EQ(application.wait(), 0);
+  EXPECT_EQ(application.wait(), cancelled);
 }
 
 TEST_F(ApplicationMainTest, ANotificationOfAnotherProgramReachesTheDelegate) {
@@ -256,7 +265,7 @@ TEST_F(ApplicationMainTest, ABusThatEndsLeavesItRunningAndIdle) {
   EXPECT_TRUE(eventually([this] { return errors().find("broke") != std::string::npos; })) << errors();
   EXPECT_TRUE(eventually([&] { return isIdle(application.pid()); }));
   application.send(SIGTERM);
-  EXPECT_EQ(application.wait(), 0);
+  EXPECT_EQ(application.wait(), cancelled);
   EXPECT_EQ(errors().find("broke"), errors().rfind("broke")) << "it is said once";
 }
 

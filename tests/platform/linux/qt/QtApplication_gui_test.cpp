@@ -147,8 +147,59 @@ TEST_F(QtApplicationTest, ARequestDuringABlockingCallIsIgnored) {
       application.terminateOnRequest();
     });
   };
-  EXPECT_EQ(run(), 0);
+  EXPECT_EQ(run(), static_cast<int>(Ending::cancelled));
   EXPECT_NE(trace.find("delegate:"), std::string::npos);
+}
+
+// Long before the ten seconds that a test waits for an alert to be dismissed.
+TEST_F(QtApplicationTest, ASignalClosesTheAlertAndNoOtherIsShown) {
+  onLaunch = [this] {
+    QTimer::singleShot(0, qApp, [this] {
+      EXPECT_TRUE(spinUntil([] { return QApplication::activeModalWidget() != nullptr; }));
+      application.terminateOnSignal("SIGTERM");
+    });
+    application.runModal({"Headline", "Text", "OK"});
+    application.runModal({"Another", "Text", "OK"});
+    EXPECT_EQ(trace.find("delegate:"), std::string::npos) << "the delegate goes on first";
+  };
+  EXPECT_EQ(run(), static_cast<int>(Ending::cancelled));
+  EXPECT_NE(trace.find("delegate:"), std::string::npos);
+}
+
+TEST_F(QtApplicationTest, AnAlertReportsWhatWasExpectedAndTellsOfTheFailureBeforeItIsShown) {
+  std::string seen;
+  application.onFailure = [&] {
+    seen += QApplication::activeModalWidget() == nullptr ? "before " : "after ";
+    seen += platform.report.failure() ? "reported" : "unreported";
+  };
+  onLaunch = [this] {
+    platform.report.expect({Ending::stillRunning, "quit", "/App.app", "it still runs"});
+    QTimer::singleShot(0, qApp, [] {
+      EXPECT_TRUE(spinUntil([] { return QApplication::activeModalWidget() != nullptr; }));
+      QApplication::activeModalWidget()->close();
+    });
+    application.runModal({"Headline", "Text", "OK"});
+    application.terminate(this);
+  };
+  EXPECT_EQ(run(), static_cast<int>(Ending::stillRunning));
+  EXPECT_EQ(seen, "before reported");
+}
+
+TEST_F(QtApplicationTest, WhileAJobRunsTheButtonThatTerminatesIsDisabled) {
+  onLaunch = [this] {
+    showWindow();
+    const auto isEnabled = [] {
+      const auto* button = QApplication::topLevelWidgets().front()->window()->findChild<QPushButton*>("cancelButton");
+      return button != nullptr && button->isEnabled();
+    };
+    EXPECT_TRUE(isEnabled());
+    application.setJobRuns(true);
+    EXPECT_FALSE(isEnabled());
+    application.setJobRuns(false);
+    EXPECT_TRUE(isEnabled());
+    application.terminate(this);
+  };
+  EXPECT_EQ(run(), 0);
 }
 
 TEST_F(QtApplicationTest, NothingFiresUnderAnAlertAndAllFiresAfterwards) {

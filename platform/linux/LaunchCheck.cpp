@@ -1,0 +1,138 @@
+#include "platform/linux/LaunchCheck.h"
+
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+#include "protocol/LaunchArguments.h"
+
+namespace platform::Linux {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* step = "check the paths";
+
+// Empty if there is no cause. Each of these looks at one path.
+using Cause = std::string;
+
+Cause ofForm(const std::string& path) {
+  if (path.empty() || path.front() != '/') return "the path is not absolute";
+  if (path.size() >= PATH_MAX) return "the path is too long";
+  const fs::path whole(path);
+  for (const auto& component : whole)
+    if (component == "." || component == "..") return "the path holds \"" + component.string() + "\"";
+  if (whole.relative_path().empty()) return "the path is /";
+  return {};
+}
+
+bool canBeWrittenByOthers(const struct stat& status) {
+  if (status.st_uid != 0 && status.st_uid != ::geteuid()) return true;
+  return (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+}
+
+// The tool follows no link that somebody else could have laid.
+Cause ofLinks(const fs::path& path) {
+  fs::path walked;
+  for (const auto& component : path) {
+    struct stat folder {};
+    struct stat status {};
+    const fs::path above = walked;
+    walked /= component;
+    if (::lstat(walked.c_str(), &status) != 0 || !S_ISLNK(status.st_mode)) continue;
+    if (::stat(above.c_str(), &folder) != 0 || !canBeWrittenByOthers(folder)) continue;
+    return walked.string() + " is a symbolic link in a folder that others can write";
+  }
+  return {};
+}
+
+// The folder that the item at `path` lies in.
+Cause ofFolderAbove(const fs::path& path) {
+  fs::path above = path;
+  if (!above.has_filename()) above = above.parent_path();
+  above = above.parent_path();
+  struct stat status {};
+  if (::stat(above.c_str(), &status) != 0) return above.string() + ": " + std::strerror(errno);
+  if (!S_ISDIR(status.st_mode)) return above.string() + " is not a folder";
+  struct statvfs fileSystem {};
+  const bool isReadOnly = ::statvfs(above.c_str(), &fileSystem) == 0 && (fileSystem.f_flag & ST_RDONLY) != 0;
+  return isReadOnly ? above.string() + ": " + std::strerror(EROFS) : Cause();
+}
+
+Cause ofPresence(const std::string& path) {
+  struct stat status {};
+  if (::stat(path.c_str(), &status) != 0) return std::strerror(errno);
+  return S_ISDIR(status.st_mode) ? Cause() : "it is not a folder";
+}
+
+bool isInside(const fs::path& inner, const fs::path& outer) {
+  auto place = inner.begin();
+  for (const auto& component : outer) {
+    if (component.empty()) continue;
+    if (place == inner.end() || *place++ != component) return false;
+  }
+  return true;
+}
+
+Cause ofNesting(const std::string& source, const std::string& destination) {
+  std::error_code error;
+  const fs::path from = fs::weakly_canonical(source, error);
+  const fs::path to = fs::weakly_canonical(destination, error);
+  if (error) return {};
+  if (isInside(from, to) && isInside(to, from)) return "the new bundle is the installed one";
+  if (isInside(from, to)) return "the new bundle lies inside the installed one";
+  if (isInside(to, from)) return "the installed bundle lies inside the new one";
+  return {};
+}
+
+// Pipes, sockets and devices are not what a bundle is made of.
+Cause ofContents(const std::string& source) {
+  std::error_code error;
+  auto entry = fs::recursive_directory_iterator(source, fs::directory_options::skip_permission_denied, error);
+  for (; !error && entry != fs::recursive_directory_iterator(); entry.increment(error)) {
+    const auto type = entry->symlink_status(error).type();
+    if (error || type == fs::file_type::regular || type == fs::file_type::directory || type == fs::file_type::symlink)
+      continue;
+    return entry->path().string() + " is a pipe, a socket or a device";
+  }
+  return {};
+}
+
+std::optional<Failure> firstCause(const std::string& path, std::initializer_list<Cause (*)(const std::string&)> questions) {
+  for (const auto question : questions)
+    if (auto cause = question(path); !cause.empty()) return Failure{Ending::failed, step, path, std::move(cause)};
+  return std::nullopt;
+}
+
+constexpr auto links = [](const std::string& path) { return ofLinks(path); };
+constexpr auto folderAbove = [](const std::string& path) { return ofFolderAbove(path); };
+
+}  // namespace
+
+std::optional<Failure> reasonToRefuse(const platform::UserDefaults& arguments) {
+  const auto installed = arguments.stringForKey(protocol::trashPathArgument);
+  const auto source = arguments.stringForKey(protocol::sourcePathArgument);
+  if (!installed)
+    return Failure{Ending::badArguments, "read the arguments", "",
+                   std::string("-") + protocol::trashPathArgument + " is missing"};
+  if (auto failure = firstCause(*installed, {ofForm, folderAbove, links})) return failure;
+  if (!source) return firstCause(*installed, {ofPresence});
+  if (auto failure = firstCause(*source, {ofForm, ofPresence, links, ofContents})) return failure;
+  if (auto cause = ofNesting(*source, *installed); !cause.empty())
+    return Failure{Ending::failed, step, *installed, std::move(cause)};
+  return std::nullopt;
+}
+
+Failure failureWithoutRights(const platform::UserDefaults& arguments) {
+  return {Ending::refused, "wait for the rights", arguments.stringForKey(protocol::trashPathArgument).value_or(""),
+          "no rights were handed over"};
+}
+
+}  // namespace platform::Linux

@@ -255,7 +255,7 @@ AuthorizationStatus AuthorizationServices::executeWithPrivileges(AuthorizationRe
     error = errno;
   });
   if (!tool) {
-    _cause = path + ": " + std::strerror(error);
+    _cause = "The tool " + path + " cannot be opened: " + std::strerror(error);
     return errAuthorizationToolExecuteFailure;
   }
   Descriptor socket;

@@ -25,7 +25,9 @@ constexpr int messagesAtOnce = 256;                // then the run loop has its 
 BusMessage signalOf(sd_bus* bus, const foundation::Notification& notification) {
   if (notification.name.find('\0') != std::string::npos || notification.object.find('\0') != std::string::npos) return {};
   sd_bus_message* message = nullptr;
-  if (sd_bus_message_new_signal(bus, &message, protocol::notificationsPath, protocol::notificationsInterface, protocol::notificationSignal) < 0) return {};
+  if (sd_bus_message_new_signal(bus, &message, protocol::notificationsPath, protocol::notificationsInterface,
+                                protocol::notificationSignal) < 0)
+    return {};
   BusMessage owned(message);
   int status = sd_bus_message_append(message, "ss", notification.name.c_str(), notification.object.c_str());
   if (status >= 0) status = appendDictionary(message, notification.userInfo);
@@ -49,7 +51,7 @@ bool send(sd_bus* bus, const BusMessage& message) {
 }  // namespace
 
 std::string nameOfProcess(const std::string& applicationIdentifier, pid_t process) {
-  return applicationIdentifier + ".Process" + std::to_string(process);
+  return applicationIdentifier + protocol::processNameInfix + std::to_string(process);
 }
 
 struct DistributedNotificationCenter::State : std::enable_shared_from_this<State> {
@@ -89,7 +91,8 @@ void DistributedNotificationCenter::State::observe() {
     static_cast<State*>(state)->receive(message);
     return 0;
   };
-  int status = sd_bus_match_signal(connection(), nullptr, nullptr, protocol::notificationsPath, protocol::notificationsInterface, protocol::notificationSignal, onSignal, this);
+  int status = sd_bus_match_signal(connection(), nullptr, nullptr, protocol::notificationsPath,
+                                   protocol::notificationsInterface, protocol::notificationSignal, onSignal, this);
   if (status < 0) log.log("Notifications from other programs cannot be received: " + std::string(std::strerror(-status)));
   for (const auto& name : names()) {
     status = sd_bus_request_name(connection(), name.c_str(), 0);

@@ -130,9 +130,12 @@ std::optional<Failure> reasonToRefuse(const platform::UserDefaults& arguments) {
   return std::nullopt;
 }
 
+std::string installedBundle(const platform::UserDefaults& arguments) {
+  return arguments.stringForKey(protocol::trashPathArgument).value_or("");
+}
+
 Failure failureWithoutRights(const platform::UserDefaults& arguments) {
-  return {Ending::refused, "wait for the rights", arguments.stringForKey(protocol::trashPathArgument).value_or(""),
-          "no rights were handed over"};
+  return {Ending::refused, "wait for the rights", installedBundle(arguments), "no rights were handed over"};
 }
 
 }  // namespace platform::Linux

@@ -336,8 +336,8 @@ def signal_while_the_broker_is_silent(world):
     world.desktop.add_service(BROKER, ["/bin/sleep", "1000"])
     process = world.start_installer(protocol.trashPathArgument, world.road.installed)
     subprocess.run(["busctl", f"--address={world.desktop.environment['DBUS_SESSION_BUS_ADDRESS']}", "emit",
-                    "--destination=com.kelto.installer", "/com/kelto/DistributedNotifications",
-                    "com.kelto.DistributedNotifications", "Posted", "ssa{sv}", protocol.credentialsNotification, "",
+                    "--destination=com.kelto.installer", protocol.notificationsPath,
+                    protocol.notificationsInterface, protocol.notificationSignal, "ssa{sv}", protocol.credentialsNotification, "",
                     "1", protocol.credentialsKey, "ay", "32", *["7"] * 32], check=True)
     wait_for("the call", lambda: f"Activating service name='{BROKER}'" in world.log_of("session-bus"))
     expect_end_by(world, process, signal.SIGTERM)

@@ -28,7 +28,6 @@
 #include "platform/linux/qt/QtBlockingCall.h"
 #include "platform/linux/qt/QtViewResources.h"
 #include "platform/linux/qt/TerminationSignals.h"
-#include "protocol/LaunchArguments.h"
 
 namespace platform::Linux {
 namespace {
@@ -122,8 +121,7 @@ class Framework {
   std::optional<TemporaryFolderClaim> _temporaryFolder{std::in_place, "Kelto", 10};
   bool _toolHasRun = false;
   AuthorizationServices _authorizationServices{_blockingCall, _log};
-  Workspace _applications{_bundles, _log, _blockingCall,
-                          _defaults.stringForKey(protocol::trashPathArgument).value_or("")};
+  Workspace _applications{_bundles, _log, _blockingCall, installedBundle(_defaults)};
   ServiceManagement _serviceManagement{_log};
   Shell _shell{_blockingCall};
   LoggingHost _loggingHost;

@@ -158,7 +158,7 @@ TEST_F(DistributedNotifications, TheNameIsTakenWithTheFirstObserver) {
 TEST_F(DistributedNotifications, ASecondProcessOfAnApplicationIsReachedByTheNameOfItsProcess) {
   installer.observe(credentials);
   const auto name = nameOfProcess("com.kelto.Installer", ::getpid());
-  EXPECT_EQ(name, "com.kelto.Installer.Process" + std::to_string(::getpid()));
+  EXPECT_EQ(name, std::string("com.kelto.Installer") + protocol::processNameInfix + std::to_string(::getpid()));
   ASSERT_TRUE(controller.center.postTo({credentials, {}, {}}, name));
   EXPECT_TRUE(installer.receives(1));
 }

@@ -38,6 +38,34 @@ bool canBeWrittenByOthers(const struct stat& status) {
   return (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
 }
 
+fs::path withoutSlashAtTheEnd(const fs::path& path) { return path.has_filename() ? path : path.parent_path(); }
+
+// Of the item itself, not of the item a link leads to.
+std::optional<struct stat> statusOf(const fs::path& path) {
+  struct stat status {};
+  if (::lstat(withoutSlashAtTheEnd(path).c_str(), &status) != 0) return std::nullopt;
+  return status;
+}
+
+// A link is not followed: as the new bundle it would be no more than a name for something that may go, and as the installed
+// one it would be replaced by name while its target stays.
+Cause ofItemItself(const std::string& path) {
+  const auto status = statusOf(path);
+  return status && S_ISLNK(status->st_mode) ? "it is a symbolic link, and not the bundle that it leads to" : Cause();
+}
+
+bool areSame(const std::optional<struct stat>& one, const std::optional<struct stat>& other) {
+  return one && other && one->st_dev == other->st_dev && one->st_ino == other->st_ino;
+}
+
+// The new bundle gets its own file name beside the installed one. Anything else of that name would be started in its stead.
+Cause ofNewName(const std::string& source, const std::string& installed) {
+  const fs::path place = withoutSlashAtTheEnd(installed).parent_path() / withoutSlashAtTheEnd(source).filename();
+  const auto taken = statusOf(place);
+  if (!taken || areSame(taken, statusOf(installed)) || areSame(taken, statusOf(source))) return {};
+  return "the new bundle gets the name " + place.string() + ", which is taken";
+}
+
 // The tool follows no link that somebody else could have laid.
 Cause ofLinks(const fs::path& path) {
   fs::path walked;
@@ -55,9 +83,7 @@ Cause ofLinks(const fs::path& path) {
 
 // The folder that the item at `path` lies in.
 Cause ofFolderAbove(const fs::path& path) {
-  fs::path above = path;
-  if (!above.has_filename()) above = above.parent_path();
-  above = above.parent_path();
+  const fs::path above = withoutSlashAtTheEnd(path).parent_path();
   struct stat status {};
   if (::stat(above.c_str(), &status) != 0) return above.string() + ": " + std::strerror(errno);
   if (!S_ISDIR(status.st_mode)) return above.string() + " is not a folder";
@@ -122,11 +148,13 @@ std::optional<Failure> reasonToRefuse(const platform::UserDefaults& arguments) {
   if (!installed)
     return Failure{Ending::badArguments, "read the arguments", "",
                    std::string("-") + protocol::trashPathArgument + " is missing"};
-  if (auto failure = firstCause(*installed, {ofForm, folderAbove, links})) return failure;
+  if (auto failure = firstCause(*installed, {ofForm, folderAbove, ofItemItself, links})) return failure;
   if (!source) return firstCause(*installed, {ofPresence});
-  if (auto failure = firstCause(*source, {ofForm, ofPresence, links, ofContents})) return failure;
+  if (auto failure = firstCause(*source, {ofForm, ofItemItself, ofPresence, links, ofContents})) return failure;
   if (auto cause = ofNesting(*source, *installed); !cause.empty())
     return Failure{Ending::failed, step, *installed, std::move(cause)};
+  if (auto cause = ofNewName(*source, *installed); !cause.empty())
+    return Failure{Ending::failed, step, *source, std::move(cause)};
   return std::nullopt;
 }
 

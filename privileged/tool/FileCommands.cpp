@@ -30,6 +30,12 @@ SourceAndDestination bothItems(const Request& request) {
   return items;
 }
 
+// A link would be installed, or replaced, instead of what it leads to.
+void refuseLink(const Location& item) {
+  const auto status = item.status();
+  if (status && S_ISLNK(status->st_mode)) throw Failure(item.path + " is a symbolic link");
+}
+
 // Renames the new item into the staging folder. False when it has to be copied: it is on another file system, cannot be
 // taken from where it is, or its owners and modes could not be given back (see TreeSurvey).
 bool takeIntoStaging(const Location& source, const TreeSurvey& found, Staging& staging) {
@@ -141,6 +147,8 @@ Outcome moveFile(const Request& request) {
 
 Outcome replaceItem(const Request& request) {
   const auto [source, destination] = bothItems(request);
+  refuseLink(source);
+  refuseLink(destination);
   const auto old = destination.status();
   const auto owner = ownerAt(destination, old, request.walk);
   const auto keys = trustedKeys();

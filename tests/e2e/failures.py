@@ -107,9 +107,10 @@ def missing_tool(world):
 def rename_fails(world):
     """When the new version cannot get its own name it stays under the old one, and nothing is started."""
     # A link to nowhere does not exist for who follows it, and yet has the name.
+    installer = world.start_waiting("update")
     wanted = world.road.applications / "Kelto 2.app"
     wanted.symlink_to("nowhere")
-    installer = world.start("update")
+    world.hand_over()
     world.expect_general_failure(installer)
     equal("the version under the old name", version_of(world.road.installed), "2.0")
     check("the name is the link's still", wanted.is_symlink())

@@ -2,7 +2,6 @@
 import math
 import os
 import pathlib
-import plistlib
 import re
 import shutil
 import subprocess
@@ -100,19 +99,28 @@ def new_file_name(world):
 
 @scenario("gui", road={"new_name": "Kelto 2.app"})
 def new_name_already_taken(world):
-    """A bundle that already has the new name stays and is started; the new version keeps the old name."""
+    """When something else has the new name, the run fails before the controller is asked to quit."""
     taken = world.road.applications / "Kelto 2.app"
     shutil.copytree(world.road.installed, taken)
-    information = taken / "Contents/Info.plist"
-    information.write_bytes(plistlib.dumps(plistlib.loads(information.read_bytes()) | {"CFBundleShortVersionString": "1.5"}))
     installer = world.start("update")
-    world.road.controller_gone()
-    process = world.road.relaunched_controller(taken)
-    equal("the window", world.road.texts_of_window(process), ["Kelto", "Version 1.5", "Resumed its self-update"])
-    world.road.installer_gone(installer)
-    equal("versions under both names", (version_of(world.road.installed), version_of(taken)), ("2.0", "1.5"))
-    equal("runs of the tool", world.tool_runs(), 1)
-    world.expect_no_leftovers()
+    world.expect_general_failure(installer)
+    check("the controller still runs", world.road.controller.is_running())
+    equal("runs of the tool", world.tool_runs(), 0)
+    equal("the version under the new name", version_of(taken), "1.0")
+    world.expect_nothing_changed()
+
+
+@scenario("gui")
+def link_as_new_bundle(world):
+    """A link is not installed: the run fails before the controller is asked to quit."""
+    real = world.road.new.with_name("Real.app")
+    world.road.new.rename(real)
+    world.road.new.symlink_to(real)
+    installer = world.start("update")
+    world.expect_general_failure(installer)
+    check("the controller still runs", world.road.controller.is_running())
+    check("the link is where it was", world.road.new.is_symlink())
+    world.expect_nothing_changed()
 
 
 ODD = "Ünter 100% “q” 'x' \"y\" %@ %d $HOME {a; b}"

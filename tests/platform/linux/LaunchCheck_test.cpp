@@ -79,9 +79,9 @@ TEST_F(LaunchCheckTest, RefusesOneBundleInsideTheOther) {
   source = good;
   installed = good + "/Contents/Kelto.app";
   EXPECT_EQ(cause(), "the installed bundle lies inside the new one");
-  fs::create_directory_symlink(good, folder.path("same"));
+  fs::create_directory_symlink(folder.path("Downloads"), folder.path("same"));
   installed = good;
-  source = folder.path("same");
+  source = folder.path("same/Kelto.app");
   EXPECT_EQ(cause(), "the new bundle is the installed one") << "under another name";
 }
 
@@ -104,6 +104,43 @@ TEST_F(LaunchCheckTest, RefusesALinkInAFolderThatOthersCanWrite) {
   installed = folder.path("link/Kelto.app");
   EXPECT_THAT(cause(), HasSubstr("symbolic link"));
   ::chmod(folder.path("").c_str(), 0755);
+  EXPECT_EQ(cause(), "");
+}
+
+TEST_F(LaunchCheckTest, RefusesABundleThatIsALink) {
+  const auto good = source;
+  fs::create_directory_symlink(good, folder.path("Downloads/Link.app"));
+  for (const char* end : {"", "/", "//"}) {
+    source = folder.path("Downloads/Link.app") + end;
+    EXPECT_THAT(cause(), HasSubstr("symbolic link"));
+  }
+  source = good;
+  fs::create_directory_symlink(installed, folder.path("Applications/Link.app"));
+  installed = folder.path("Applications/Link.app");
+  EXPECT_THAT(cause(), HasSubstr("symbolic link"));
+  source.clear();
+  EXPECT_THAT(cause(), HasSubstr("symbolic link")) << "a removal too";
+}
+
+TEST_F(LaunchCheckTest, RefusesANewNameThatSomethingElseHas) {
+  source = folder.path("Downloads/App 2.app");
+  const auto place = folder.path("Applications/App 2.app");
+  fs::create_directories(source);
+  EXPECT_EQ(cause(), "");
+  fs::create_directories(place);
+  EXPECT_THAT(cause(), HasSubstr(place));
+  fs::remove(place);
+  fs::create_directory_symlink("nowhere", place);
+  EXPECT_THAT(cause(), HasSubstr(place)) << "a link to nothing too";
+  fs::remove(place);
+  installed = folder.path("Applications/Missing.app");
+  source = folder.path("Downloads/Kelto.app");
+  EXPECT_THAT(cause(), HasSubstr("Applications/Kelto.app")) << "an installed copy that was not named";
+}
+
+TEST_F(LaunchCheckTest, TheNewBundleMayAlreadyBeAtItsPlace) {
+  source = folder.path("Applications/App 2.app");
+  fs::create_directories(source);
   EXPECT_EQ(cause(), "");
 }
 

@@ -85,13 +85,23 @@ TEST_F(ReplaceItem, ReplacesAFileByAFolder) {
   expectReplaced();
 }
 
-TEST_F(ReplaceItem, ReplacesALinkAndNotWhatItPointsTo) {
+TEST_F(ReplaceItem, RefusesALinkInPlaceOfTheInstalledItem) {
   fs::rename(oldApp, folder / "Real.app");
   fs::create_directory_symlink(folder / "Real.app", oldApp);
-  expectSuccess(replace(oldApp, newApp));
-  expectReplaced();
-  EXPECT_FALSE(fs::is_symlink(oldApp));
+  expectRefusal(replace(oldApp, newApp), "is a symbolic link");
+  EXPECT_TRUE(fs::is_symlink(oldApp));
   EXPECT_EQ(read(folder / "Real.app/Contents/Info.plist"), "version 1");
+  EXPECT_TRUE(isThere(newApp));
+}
+
+TEST_F(ReplaceItem, RefusesALinkInPlaceOfTheNewItem) {
+  fs::rename(newApp, folder / "Real.app");
+  fs::create_directory_symlink(folder / "Real.app", newApp);
+  expectRefusal(replace(oldApp, newApp), "is a symbolic link");
+  EXPECT_EQ(read(oldApp / "Contents/Info.plist"), "version 1");
+  fs::remove_all(oldApp);
+  expectRefusal(replace(oldApp, newApp), "is a symbolic link");
+  EXPECT_FALSE(isThere(oldApp));
 }
 
 TEST_F(ReplaceItem, KeepsModesTimesLinksAndExtendedAttributes) {

@@ -122,7 +122,7 @@ TEST_F(RunningCopies, AScriptAmongTheResourcesDoesNotCount) {
 }
 
 // The launcher becomes a program of the system's, and starts another.
-TEST_F(RunningCopies, WhatThisProgramHasLaunchedCountsWhateverItBecomes) {
+TEST_F(RunningCopies, ALaunchedProgramCountsWhateverItBecomes) {
   const std::string bundle = makeScript("App.app",
                                         "#!/bin/sh\nsleep 100 &\necho $$ $! > \"$KELTO_TEST_NUMBERS.part\"\n"
                                         "mv \"$KELTO_TEST_NUMBERS.part\" \"$KELTO_TEST_NUMBERS\"\nexec sleep 100\n");
@@ -143,7 +143,7 @@ TEST_F(RunningCopies, WhatThisProgramHasLaunchedCountsWhateverItBecomes) {
   ::kill(child, SIGKILL);
 }
 
-TEST_F(RunningCopies, WhatTheDesktopHasLaunchedCountsAndItsChildrenDoNot) {
+TEST_F(RunningCopies, AProgramThatTheDesktopLaunchedCountsAndItsChildrenDoNot) {
   const std::string mark =
       "export GIO_LAUNCHED_DESKTOP_FILE=/usr/share/applications/$0.desktop "
       "GIO_LAUNCHED_DESKTOP_FILE_PID=$$; ";

@@ -92,7 +92,7 @@ TEST_F(RunningApplications, AnInnerBundleCountsForItself) {
   EXPECT_EQ(workspace.runningApplications("com.kelto.helper").size(), 1U);
 }
 
-TEST_F(RunningApplications, AFolderWithABundlesNameAloneIsNoBundleOfItsOwn) {
+TEST_F(RunningApplications, AFolderWithABundlesNameAloneIsPassedOver) {
   const std::string outer = makeBundle("App.app");
   const std::string inner = makeBundle("App.app/Contents/Linux/Helper.app", "com.kelto.helper");
   fs::remove(inner + "/Contents/Info.plist");

@@ -16,7 +16,7 @@ std::vector<pid_t> allProcesses();
 
 // The path of the program file, as the kernel knows it now: " (deleted)" follows that of a file which is gone.
 std::string programOf(pid_t process);
-// What the kernel calls it: the first 15 bytes of the file name that it was started by, unless it has changed that.
+// The kernel's name for it: the first 15 bytes of the file name that it was started by, unless it has changed that.
 std::string nameOf(pid_t process);
 // The words it was started with. Other users' processes show theirs too.
 std::vector<std::string> argumentsOf(pid_t process);

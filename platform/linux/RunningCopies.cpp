@@ -91,7 +91,7 @@ class Programs {
   std::optional<File> _installed;
 };
 
-// The first word that is no option: an interpreter's script.
+// The first word that does not look like an option: an interpreter's script.
 std::string scriptOf(pid_t process, const std::vector<std::string>& words) {
   for (std::size_t place = 1; place < words.size(); ++place) {
     if (words[place].empty() || words[place][0] == '-') continue;

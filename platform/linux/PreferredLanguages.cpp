@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "foundation/text/Locale.h"
+
 namespace platform::Linux {
 namespace {
 
@@ -23,13 +25,22 @@ std::vector<std::string> split(std::string_view text, std::string_view separator
   return parts;
 }
 
-std::string withoutEncoding(std::string_view locale) { return std::string(locale.substr(0, locale.find_first_of(".@"))); }
+// Modifiers mean nothing for texts, but for one that names a script: "sr_RS.UTF-8@latin" is sr_Latn_RS.
+std::string withoutEncoding(std::string_view locale) {
+  std::string name(locale.substr(0, locale.find_first_of(".@")));
+  if (locale.ends_with("@latin")) name.insert(std::min(name.find('_'), name.size()), "_Latn");
+  return name;
+}
 
 bool isPlainLocale(std::string_view name) { return name == "C" || name == "POSIX"; }
 
 std::string mapped(std::string text, int (*map)(int)) {
   std::ranges::transform(text, text.begin(), [map](unsigned char c) { return static_cast<char>(map(c)); });
   return text;
+}
+
+std::string capitalized(const std::string& word) {
+  return mapped(word.substr(0, 1), std::toupper) + mapped(word.substr(1), std::tolower);
 }
 
 // A language in parts, in the usual spelling: "zh_hans_CN.UTF-8" is zh, Hans, CN.
@@ -46,7 +57,7 @@ Language languageNamed(std::string_view name) {
   if (parts.empty()) return language;
   language.code = mapped(parts.front(), std::tolower);
   for (std::size_t i = 1; i < parts.size(); ++i) {
-    if (parts[i].size() == 4) language.script = mapped(parts[i], std::tolower);
+    if (parts[i].size() == 4) language.script = capitalized(parts[i]);
     if (parts[i].size() == 2 || parts[i].size() == 3) language.region = mapped(parts[i], std::toupper);
   }
   // Norwegian without a form, and Nynorsk, whose readers read Bokmål.
@@ -54,15 +65,12 @@ Language languageNamed(std::string_view name) {
   return language;
 }
 
-// Chinese is written in one of two scripts; where none is said, the region tells.
-std::string impliedScript(const Language& language) {
-  if (language.code != "zh" || !language.script.empty()) return language.script;
-  const bool isTraditional = language.region == "TW" || language.region == "HK" || language.region == "MO";
-  return isTraditional ? "hant" : "hans";
+std::string_view scriptOf(const Language& language) {
+  return language.script.empty() ? foundation::usualScript(language.code, language.region) : language.script;
 }
 
 bool isReadable(const Language& available, const Language& wanted) {
-  return available.code == wanted.code && impliedScript(available) == impliedScript(wanted);
+  return available.code == wanted.code && scriptOf(available) == scriptOf(wanted);
 }
 
 class Matches {

@@ -19,3 +19,22 @@ TEST(Locale, LeavesOutEncodingsModifiersAndVariants) {
 }
 
 TEST(Locale, KeepsTheCaseOfLetters) { EXPECT_EQ(Locale::fromIdentifier("DE-de").languageCode, "DE"); }
+
+TEST(Locale, RunsFromRightToLeftAsItsScriptDoes) {
+  for (const char* identifier : {"ar", "ar-EG", "fa_IR.UTF-8", "he-IL", "ur", "ur-PK", "ku-Arab-IQ", "yi-Hebr"})
+    EXPECT_TRUE(Locale::fromIdentifier(identifier).isRightToLeft()) << identifier;
+  for (const char* identifier : {"", "en", "de-AT", "ru", "zh-Hant-HK", "hi", "th", "ja", "ar-Latn", "ur-Latn-PK"})
+    EXPECT_FALSE(Locale::fromIdentifier(identifier).isRightToLeft()) << identifier;
+}
+
+TEST(UsualScript, IsThatOfTheLanguage) {
+  EXPECT_EQ(foundation::usualScript("sr", ""), "Cyrl");
+  EXPECT_EQ(foundation::usualScript("ur", "IN"), "Arab");
+  EXPECT_EQ(foundation::usualScript("de", "AT"), "Latn");
+  EXPECT_EQ(foundation::usualScript("xx", ""), "Latn");
+}
+
+TEST(UsualScript, OfChineseDependsOnTheCountry) {
+  for (const char* country : {"", "CN", "SG"}) EXPECT_EQ(foundation::usualScript("zh", country), "Hans") << country;
+  for (const char* country : {"HK", "MO", "TW"}) EXPECT_EQ(foundation::usualScript("zh", country), "Hant") << country;
+}

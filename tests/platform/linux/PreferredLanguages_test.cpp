@@ -7,6 +7,7 @@
 
 #include "platform/fake/FakePlatform.h"
 #include "tests/support/Environment.h"
+#include "tests/support/ShippedLanguages.h"
 
 using foundation::PropertyList::Array;
 using platform::Linux::languagesOfTheEnvironment;
@@ -20,7 +21,7 @@ namespace {
 using Names = std::vector<std::string>;
 
 // The installer's own localizations.
-const Names shipped{"Base", "da", "de", "en", "en-GB", "es", "fr", "it", "ja", "nb", "nl", "pt-BR", "sv", "zh-Hans"};
+const Names shipped(tests::shippedLanguages.begin(), tests::shippedLanguages.end());
 
 Names matches(const Names& wanted, const Names& available = shipped) {
   return matchingLocalizations(available, wanted, "en");
@@ -55,6 +56,13 @@ TEST_F(Languages, TheLocaleOfAllCategoriesComesBeforeThatOfMessages) {
   EXPECT_THAT(languagesOfTheEnvironment(), ElementsAre("fr_FR"));
   set("LC_ALL", "it_IT@euro");
   EXPECT_THAT(languagesOfTheEnvironment(), ElementsAre("it_IT"));
+}
+
+TEST_F(Languages, AModifierCountsWhenItNamesAScript) {
+  set("LANG", "sr_RS.UTF-8@latin");
+  EXPECT_THAT(languagesOfTheEnvironment(), ElementsAre("sr_Latn_RS"));
+  set("LANGUAGE", "sr@latin:ca_ES@valencia");
+  EXPECT_THAT(languagesOfTheEnvironment(), ElementsAre("sr_Latn", "ca_ES"));
 }
 
 TEST_F(Languages, AnEmptyVariableCountsAsAbsent) {
@@ -112,21 +120,42 @@ TEST(MatchingLocalizations, ARegionalLanguageFallsBackToThePlainOne) {
 
 TEST(MatchingLocalizations, TheRegionComesBeforeThePlainLanguage) {
   EXPECT_THAT(matches({"en_GB"}), ElementsAre("en-GB", "en"));
-  EXPECT_THAT(matches({"pt-BR"}), ElementsAre("pt-BR", "en"));
+  EXPECT_THAT(matches({"pt_BR"}), ElementsAre("pt-BR", "pt", "en"));
 }
 
 TEST(MatchingLocalizations, AnotherRegionIsTakenOnlyWhenThereIsNothingNearer) {
-  EXPECT_THAT(matches({"pt-PT"}), ElementsAre("pt-BR", "en"));
-  EXPECT_THAT(matches({"pt"}), ElementsAre("pt-BR", "en"));
-  EXPECT_THAT(matches({"pt-PT"}, {"en", "pt", "pt-BR"}), ElementsAre("pt", "en"));
+  EXPECT_THAT(matches({"pt-PT"}, {"en", "pt-BR"}), ElementsAre("pt-BR", "en"));
+  EXPECT_THAT(matches({"pt"}, {"en", "pt-BR"}), ElementsAre("pt-BR", "en"));
   EXPECT_THAT(matches({"pt-BR"}, {"en", "pt-AO", "pt-BR"}), ElementsAre("pt-BR", "en"));
 }
 
 TEST(MatchingLocalizations, ChineseIsMatchedByItsScript) {
   for (const char* name : {"zh_CN", "zh-CN", "zh", "zh-Hans", "zh-Hans-CN", "zh_SG"})
     EXPECT_THAT(matches({name}), ElementsAre("zh-Hans", "en")) << name;
-  for (const char* name : {"zh_TW", "zh-HK", "zh-Hant"}) EXPECT_THAT(matches({name}), ElementsAre("en")) << name;
-  EXPECT_THAT(matches({"zh_TW"}, {"en", "zh-Hans", "zh-Hant"}), ElementsAre("zh-Hant", "en"));
+  for (const char* name : {"zh_TW", "zh-HK", "zh_MO.UTF-8", "zh-Hant", "zh-Hant-HK", "zh_hant_cn"})
+    EXPECT_THAT(matches({name}), ElementsAre("zh-Hant", "en")) << name;
+  EXPECT_THAT(matches({"zh_TW"}, {"en", "zh-Hans"}), ElementsAre("en"));
+}
+
+TEST(MatchingLocalizations, SerbianIsMatchedByItsScript) {
+  for (const char* name : {"sr", "sr_RS", "sr_RS.UTF-8", "sr-Cyrl", "sr-Cyrl-BA", "sr_ME"})
+    EXPECT_THAT(matches({name}), ElementsAre("sr", "en")) << name;
+  for (const char* name : {"sr@latin", "sr_RS@latin", "sr_RS.UTF-8@latin", "sr-Latn", "sr_Latn_ME"})
+    EXPECT_THAT(matches({name}), ElementsAre("sr-Latn", "en")) << name;
+}
+
+TEST(MatchingLocalizations, TheUsualScriptOfALanguageMayBeNamed) {
+  EXPECT_THAT(matches({"ru-Cyrl-RU", "ar_Arab_EG", "ko-Kore", "de-Latn"}), ElementsAre("ru", "ar", "ko", "de", "en"));
+  EXPECT_THAT(matches({"hi-Latn"}), ElementsAre("en"));
+}
+
+TEST(MatchingLocalizations, PortugueseOutsideBrazilIsThatOfEurope) {
+  for (const char* name : {"pt", "pt_PT", "pt_AO.UTF-8", "pt-MZ"})
+    EXPECT_THAT(matches({name}), ElementsAre("pt", "en")) << name;
+}
+
+TEST(MatchingLocalizations, EveryShippedLanguageIsItsOwnBestMatch) {
+  for (const std::string& name : shipped) EXPECT_EQ(matches({name}).front(), name);
 }
 
 TEST(MatchingLocalizations, EveryKindOfNorwegianIsBokmal) {
@@ -134,14 +163,14 @@ TEST(MatchingLocalizations, EveryKindOfNorwegianIsBokmal) {
 }
 
 TEST(MatchingLocalizations, SeveralLanguagesKeepTheirOrderAndAppearOnce) {
-  EXPECT_THAT(matches({"fr-CA", "ko", "de-DE", "fr"}), ElementsAre("fr", "de", "en"));
+  EXPECT_THAT(matches({"fr-CA", "eo", "de-DE", "fr"}), ElementsAre("fr", "de", "en"));
   EXPECT_THAT(matches({"en", "sv"}), ElementsAre("en", "sv"));
 }
 
 TEST(MatchingLocalizations, TheDevelopmentRegionIsUsedWhenNoLanguageMatches) {
-  EXPECT_THAT(matches({"ko"}), ElementsAre("en"));
+  EXPECT_THAT(matches({"eo"}), ElementsAre("en"));
   EXPECT_THAT(matches({}), ElementsAre("en"));
-  EXPECT_THAT(matches({"ko"}, {}), ElementsAre("en"));
+  EXPECT_THAT(matches({"eo"}, {}), ElementsAre("en"));
   EXPECT_THAT(matchingLocalizations({"de", "sv"}, {}, "sv"), ElementsAre("sv"));
 }
 

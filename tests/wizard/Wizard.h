@@ -24,8 +24,6 @@
 
 namespace tests {
 
-inline const std::array languages{"da", "de", "en", "en-GB", "es", "fr", "it", "ja", "nb", "nl", "pt-BR", "sv", "zh-Hans"};
-
 struct Mode {
   const char* name;
   InstallerTexts::WizardTexts texts;

@@ -10,6 +10,7 @@
 #include <set>
 
 #include "platform/linux/qt/Look.h"
+#include "tests/support/ShippedLanguages.h"
 #include "tests/wizard/PictureComparison.h"
 #include "tests/wizard/Pictures.h"
 
@@ -44,7 +45,7 @@ QSize neededBy(const QLabel& label) {
 
 // Labels stand above the footer, buttons in it, and nothing leaves its window.
 int measure() {
-  for (const std::string language : languages) {
+  for (const std::string language : shippedLanguages) {
     for (const auto& mode : modes) {
       const Wizard wizard(language, mode);
       waitUntilShown(wizard.window());

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "platform/linux/qt/Look.h"
+#include "tests/support/ShippedLanguages.h"
 #include "tests/wizard/Pictures.h"
 
 namespace {
@@ -16,7 +17,7 @@ using namespace tests;
 
 int makeSheet(const QString& path) {
   std::vector<std::vector<QImage>> rows;
-  for (const std::string language : languages) {
+  for (const std::string language : shippedLanguages) {
     auto& row = rows.emplace_back();
     for (const auto& mode : modes) row.push_back(pictureOf(Wizard(language, mode).window()));
     for (const auto& alert : alertsIn(language))

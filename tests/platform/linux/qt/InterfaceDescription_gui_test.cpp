@@ -11,6 +11,7 @@
 #include "foundation/plist/StringsFile.h"
 #include "platform/fake/FakePlatform.h"
 #include "tests/platform/linux/qt/QtTest.h"
+#include "tests/support/ShippedLanguages.h"
 
 using namespace foundation;
 using namespace platform;
@@ -211,9 +212,7 @@ TEST_P(InterfaceDescriptionTranslationsTest, OfTheUninstallationAreNotCut) {
   expectNothingIsCut("<InstallerUninstallKeltoSubtitle>", "<InstallerUninstallKeltoBody>", "<Done>", 206);
 }
 
-INSTANTIATE_TEST_SUITE_P(Languages, InterfaceDescriptionTranslationsTest,
-                         testing::Values("en", "en-GB", "da", "de", "es", "fr", "it", "nb", "pt-BR", "nl", "sv", "zh-Hans",
-                                         "ja"));
+INSTANTIATE_TEST_SUITE_P(Languages, InterfaceDescriptionTranslationsTest, testing::ValuesIn(tests::shippedLanguages));
 
 // Documents of the test's own.
 struct InterfaceDescriptionDocumentTest : testing::Test {

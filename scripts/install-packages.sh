@@ -1,13 +1,43 @@
 #!/usr/bin/env bash
-# Installs the Debian packages of packages.txt that are missing, as root or through sudo. Prints nothing when all are there.
+# Installs the Debian packages of a list that are missing, as root or through sudo. Prints nothing when all are there.
+#
+#   install-packages.sh [LIST [SECTION]]    packages.txt by default; only what follows the line "# SECTION", up to the next comment
+#
+# Where there is no apt, it names the commands and libraries that are missing instead.
 set -euo pipefail
-list="$(dirname "$(readlink -f "$0")")/../packages.txt"
+top=$(cd "$(dirname "$(readlink -f "$0")")/.." && pwd)
+list=${1:-$top/packages.txt}
+section=${2:-}
+
+packages() {
+  awk -v section="$section" '/^#/ { is_wanted = section == "" || $0 == "# " section; next } NF && (section == "" || is_wanted) { print $1 }' "$list"
+}
+
+# Another distribution names its packages otherwise, so what they bring is looked for.
+name_what_is_missing() {
+  local missing=() each
+  for each in g++ cmake ninja pkg-config git python3; do
+    command -v "$each" >/dev/null || missing+=("the command $each")
+  done
+  if command -v pkg-config >/dev/null; then
+    for each in libsystemd xcb xcb-damage icu-uc libsodium sqlite3 gtest gmock Qt6Widgets Qt6UiTools; do
+      pkg-config --exists "$each" || missing+=("the library $each, with its headers")
+    done
+  fi
+  [ ${#missing[@]} -gt 0 ] || return 0
+  echo "There is no apt here, so nothing was installed. Missing:" >&2
+  printf '  %s\n' "${missing[@]}" >&2
+  echo "README.md names the packages of other distributions." >&2
+  exit 1
+}
+
+command -v apt-get >/dev/null && command -v dpkg-query >/dev/null || { name_what_is_missing; exit 0; }
 
 missing=()
 while read -r package; do
   status=$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null || true)
   [ "$status" = installed ] || missing+=("$package")
-done < <(sed 's/#.*//' "$list" | awk 'NF {print $1}')
+done < <(packages)
 [ ${#missing[@]} -gt 0 ] || exit 0
 
 as_root=()

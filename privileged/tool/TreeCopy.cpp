@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cerrno>
+#include <tuple>
 #include <vector>
 
 #include "privileged/tool/Failure.h"
@@ -88,7 +89,8 @@ class TreeCopier final : public TreeVisitor {
     if (!target) failWithSystemError("cannot make the copy of " + name);
     _contents.copy(source.get(), target.get(), status, name);
     finish(source.get(), target.get(), status, name);
-    if (status.st_nlink > 1) ::linkat(to, newName.c_str(), _links, number.c_str(), 0);
+    // Where that fails, the file's other names become files of their own.
+    if (status.st_nlink > 1) std::ignore = ::linkat(to, newName.c_str(), _links, number.c_str(), 0);
   }
 
   // Owner first, because giving a file away takes bits of its mode; times last, because everything else changes them.

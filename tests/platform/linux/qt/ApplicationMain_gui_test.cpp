@@ -77,7 +77,7 @@ struct ApplicationMainTest : testing::Test {
     const fs::path contents = folder.path("Test.app/Contents");
     fs::create_directories(contents / "Linux");
     fs::create_directories(contents / "Resources");
-    fs::copy(KELTO_SOURCE_DIR "/resources/Info.plist", contents);
+    fs::copy(KELTO_BIN_DIR "/KeltoInstaller.app/Contents/Info.plist", contents);
     fs::copy(KELTO_SOURCE_DIR "/resources/MainWindow.ui", contents / "Resources");
     fs::copy(fs::read_symlink("/proc/self/exe"), contents / "Linux/KeltoInstaller");
   }

@@ -1,53 +1,14 @@
 #include "platform/linux/qt/QtRunLoop.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace platform::Linux {
 namespace {
 
-using std::chrono::nanoseconds;
-
-// In seconds; a deadline of the steady clock can hold this with room to spare.
-constexpr double longestDelay = 1e9;
 // Qt's timer counts milliseconds in an int; waking up early does no harm.
 constexpr std::chrono::milliseconds longestSleep = std::chrono::hours(24);
-// A repeating timer cannot fire more often than this.
-constexpr double shortestInterval = 0.0001;
-
-nanoseconds bounded(foundation::Seconds delay, double shortest) {
-  const double seconds = delay.count() > shortest ? std::min(delay.count(), longestDelay) : shortest;
-  return std::chrono::duration_cast<nanoseconds>(foundation::Seconds(seconds));
-}
 
 }  // namespace
-
-class QtRunLoop::ScheduledTimer final : public foundation::Timer {
- public:
-  ScheduledTimer(nanoseconds interval, bool repeats, std::function<void(foundation::Timer&)> action)
-      : interval(interval), repeats(repeats), _action(std::move(action)) {}
-
-  void invalidate() override { _isValid = false; }
-  [[nodiscard]] bool isValid() const override { return _isValid; }
-
-  void fire() {
-    if (!repeats) _isValid = false;
-    _action(*this);
-  }
-
-  // The first tick after `now` on the timer's own grid: ticks that were missed are left out.
-  [[nodiscard]] Clock::time_point nextTick(Clock::time_point due, Clock::time_point now) const {
-    const auto missed = now > due ? (now - due) / interval : 0;
-    return due + (missed + 1) * interval;
-  }
-
-  const nanoseconds interval;
-  const bool repeats;
-
- private:
-  std::function<void(foundation::Timer&)> _action;
-  bool _isValid = true;
-};
 
 QtRunLoop::QtRunLoop() {
   _wakeUp.setSingleShot(true);
@@ -55,69 +16,11 @@ QtRunLoop::QtRunLoop() {
   QObject::connect(&_wakeUp, &QTimer::timeout, &_wakeUp, [this] { fireWhatIsDue(); });
 }
 
-foundation::Date QtRunLoop::currentDate() const {
-  return std::chrono::time_point_cast<foundation::Date::duration>(std::chrono::system_clock::now());
-}
-
-void QtRunLoop::performAfterDelay(foundation::Seconds delay, const void* target, std::function<void()> action) {
-  schedule(Clock::now() + bounded(delay, 0), target, std::move(action));
-}
-
-void QtRunLoop::cancelPreviousPerformRequests(const void* target) {
-  std::erase_if(_events, [target](const auto& entry) { return entry.second.target == target; });
-  arm();
-}
-
-std::shared_ptr<foundation::Timer> QtRunLoop::scheduledTimer(foundation::Seconds interval, bool repeats,
-                                                             std::function<void(foundation::Timer&)> action) {
-  auto timer = std::make_shared<ScheduledTimer>(bounded(interval, shortestInterval), repeats, std::move(action));
-  scheduleTick(timer, Clock::now() + timer->interval);
-  return timer;
-}
-
-void QtRunLoop::deliver(std::function<void()> action) { schedule(Clock::now(), this, std::move(action)); }
-
-void QtRunLoop::scheduleTick(const std::shared_ptr<ScheduledTimer>& timer, Clock::time_point due) {
-  schedule(due, timer.get(), [this, timer, due] {
-    if (!timer->isValid()) return;
-    timer->fire();
-    if (timer->isValid()) scheduleTick(timer, timer->nextTick(due, Clock::now()));
-  });
-}
-
-void QtRunLoop::schedule(Clock::time_point due, const void* target, std::function<void()> action) {
-  _events.emplace(Place{due, _order++}, Event{target, std::move(action)});
-  arm();
-}
-
 void QtRunLoop::arm() {
-  if (isPaused() || _events.empty()) return _wakeUp.stop();
-  const auto remaining = std::chrono::ceil<std::chrono::milliseconds>(_events.begin()->first.first - Clock::now());
+  const auto due = nextDue();
+  if (!due) return _wakeUp.stop();
+  const auto remaining = std::chrono::ceil<std::chrono::milliseconds>(*due - Clock::now());
   _wakeUp.start(std::clamp(remaining, std::chrono::milliseconds(0), longestSleep));
-}
-
-void QtRunLoop::fireWhatIsDue() {
-  const auto now = Clock::now();
-  while (!isPaused() && !_events.empty() && _events.begin()->first.first <= now) {
-    const auto entry = _events.extract(_events.begin());
-    entry.mapped().action();
-  }
-  arm();
-}
-
-void QtRunLoop::stop() {
-  ++_pauses;
-  arm();
-}
-
-QtRunLoop::Pause::Pause(QtRunLoop& runLoop) : _runLoop(runLoop) {
-  ++_runLoop._pauses;
-  _runLoop.arm();
-}
-
-QtRunLoop::Pause::~Pause() {
-  --_runLoop._pauses;
-  _runLoop.arm();
 }
 
 }  // namespace platform::Linux

@@ -16,7 +16,7 @@ mkdir -p "$sources"
 # The clone may belong to somebody else.
 git=(git -c "safe.directory=$top")
 if "${git[@]}" rev-parse --git-dir >/dev/null 2>&1; then
-  [ -z "$("${git[@]}" status --porcelain)" ] || echo "What is not committed is not in the packages."
+  [ -z "$("${git[@]}" status --porcelain)" ] || echo "The packages are made without the changes that are not committed."
   "${git[@]}" archive HEAD | tar -x -C "$sources"
 else
   tar -c --exclude=./build --exclude=./.cache . | tar -x -C "$sources"

@@ -1,4 +1,4 @@
-# What `cmake --install` puts where. All programs lie in one folder below the prefix. The bus, the policy service and the
+# `cmake --install`: the place of every file. All programs lie in one folder below the prefix. The bus, the policy service and the
 # service manager read only folders of their own, whatever the prefix is. Files that name a folder of the installation are
 # written while installing, so that a later --prefix holds for them too.
 include(GNUInstallDirs)
@@ -15,7 +15,8 @@ set(KELTO_BUS_FOLDER /usr/share/dbus-1 CACHE PATH "Where the system bus reads it
 set(KELTO_POLICY_FOLDER /usr/share/polkit-1/actions CACHE PATH "Where the policy service reads actions")
 
 set(installed_folders ${program_folder} ${CMAKE_INSTALL_BINDIR} ${CMAKE_INSTALL_DATADIR}/applications
-    ${CMAKE_INSTALL_DATADIR}/metainfo ${CMAKE_INSTALL_DATADIR}/icons/hicolor ${CMAKE_INSTALL_MANDIR})
+    ${CMAKE_INSTALL_DATADIR}/metainfo ${CMAKE_INSTALL_DATADIR}/icons/hicolor ${CMAKE_INSTALL_MANDIR}
+    ${CMAKE_INSTALL_INCLUDEDIR}/kelto ${CMAKE_INSTALL_LIBDIR}/cmake/Kelto)
 configure_file(cmake/BeforeInstall.cmake.in ${PROJECT_BINARY_DIR}/BeforeInstall.cmake @ONLY)
 install(CODE "set(KELTO_OBJECTION_KIND FATAL_ERROR)")
 install(SCRIPT ${PROJECT_BINARY_DIR}/BeforeInstall.cmake)
@@ -25,6 +26,8 @@ block()
   set(KELTO_ONLY_LOOK ON)
   include(${PROJECT_BINARY_DIR}/BeforeInstall.cmake)
 endblock()
+
+include(cmake/Library.cmake)
 
 # Programs.
 install(TARGETS authorizationd assistantTool DESTINATION ${program_folder})
@@ -45,7 +48,7 @@ kelto_install_link(${bundle_folder}/Resources assistantTool ../../../assistantTo
 kelto_install_link(${CMAKE_INSTALL_BINDIR} kelto-installer ../${bundle_folder}/Linux/KeltoInstaller)
 kelto_install_link(${CMAKE_INSTALL_BINDIR} kelto-defaults ../${bundle_folder}/Resources/defaults)
 
-# What desktops read.
+# For desktops.
 set(desktop ${PROJECT_SOURCE_DIR}/packaging/desktop)
 install(FILES ${desktop}/com.kelto.installer.desktop DESTINATION ${CMAKE_INSTALL_DATADIR}/applications)
 install(FILES ${PROJECT_BINARY_DIR}/share/metainfo/com.kelto.installer.metainfo.xml DESTINATION ${CMAKE_INSTALL_DATADIR}/metainfo)
@@ -67,7 +70,7 @@ foreach(page IN LISTS pages)
   install(FILES ${PROJECT_BINARY_DIR}/share/man/man${section}/${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
 endforeach()
 
-# What depends on the prefix.
+# The files that name the prefix.
 set(authorizationd_sources ${PROJECT_SOURCE_DIR}/platform/linux/authorizationd)
 configure_file(cmake/InstallBroker.cmake.in ${PROJECT_BINARY_DIR}/InstallBroker.cmake @ONLY)
 install(SCRIPT ${PROJECT_BINARY_DIR}/InstallBroker.cmake)

@@ -68,19 +68,20 @@ class Road:
     """The bundles of one run, below the desktop's folder, and what becomes of them.
 
     Applications/ holds the installed bundle and, when the desktop has an account of its own, belongs to whoever runs this.
-    Downloads/ holds the new bundle, Installer/ the installer.
+    Downloads/ holds the new bundle, Installer/ a copy of the installer, unless an installed one is named.
     """
 
-    def __init__(self, desktop, build, applications="Applications", downloads="Downloads", new_name="Kelto.app"):
+    def __init__(self, desktop, build, applications="Applications", downloads="Downloads", new_name="Kelto.app", installer=None):
         self.desktop = desktop
         self.applications = desktop.folder / applications
         self.installed = self.applications / "Kelto.app"
         self.new = desktop.folder / downloads / new_name
-        self.installer = desktop.folder / "Installer/KeltoInstaller.app"
+        self.installer = pathlib.Path(installer or desktop.folder / "Installer/KeltoInstaller.app")
         identifier = identifier_of_this_run()
         make_controller(build, self.installed, "1.0", identifier)
         make_controller(build, self.new, "2.0", identifier, build / "bin/KeltoLibraryServer-2")
-        shutil.copytree(build / "bin/KeltoInstaller.app", self.installer)
+        if installer is None:
+            shutil.copytree(build / "bin/KeltoInstaller.app", self.installer)
         if desktop.account:
             for path in [self.new.parent, *self.new.parent.rglob("*")]:
                 os.chown(path, desktop.account.uid, desktop.account.gid)

@@ -3,7 +3,7 @@
 
 Exit status: 0 passed, 1 failed, 77 skipped (after a line "SKIP: reason"). A scenario runs on a desktop of its own; those that
 need more run, as root, in a namespace with a system bus where the policy grants, denies or wants a person asked ("grant",
-"deny", "challenge"), or in one with a service manager besides ("services"); or they make that themselves ("root").
+"deny", "challenge"; after "installed-" with what was installed from the build folder), or in one with a service manager besides ("services"); or they make that themselves ("root").
 """
 import os
 import pathlib
@@ -20,6 +20,7 @@ import demonstration  # noqa: E402,F401
 import endings  # noqa: E402,F401
 import face  # noqa: E402,F401
 import failures  # noqa: E402,F401
+import installed  # noqa: E402,F401
 import keyboard  # noqa: E402,F401
 import modes  # noqa: E402,F401
 import screens  # noqa: E402,F401
@@ -66,6 +67,15 @@ def run_with_system_bus(name, build, mode):
     return run_tied([PROJECT / "tests/support/system-bus.sh", f"--{mode}", "--build", build, "--", *command(name, build)])
 
 
+def run_installed(name, build, mode):
+    require_namespaces()
+    with tempfile.TemporaryDirectory(prefix="kelto-installed-") as folder:
+        root = pathlib.Path(folder, "root")
+        subprocess.run(["cmake", "--install", build, "--prefix", "/usr"], env=os.environ | {"DESTDIR": str(root)}, check=True,
+                       stdout=subprocess.DEVNULL)
+        return run_tied([PROJECT / "tests/support/system-bus.sh", f"--{mode}", "--installed", root, "--", *command(name, build)])
+
+
 def run_with_services(name, build):
     require_namespaces()
     if not os.path.exists("/lib/systemd/systemd"):
@@ -104,6 +114,8 @@ def run(name, build, is_inside):
         require_namespaces()
     if where in (None, "root") or is_inside:
         return run_here(name, build)
+    if where.startswith("installed-"):
+        return run_installed(name, build, where.removeprefix("installed-"))
     return run_with_services(name, build) if where == "services" else run_with_system_bus(name, build, where)
 
 

@@ -54,7 +54,7 @@ class World(Bare):
 
     account: the programs run as an ordinary user of their own (in a mount namespace only) and not as this user.
     system_bus: the broker of the system bus is used, not one on the session bus.
-    broker: whether there is one at all. road: options of Road.
+    broker: whether there is one at all. road: options of Road; with an installer there, all that is installed stays as it is.
     """
 
     def __init__(self, build, account=False, system_bus=False, broker=True, road=None):
@@ -63,7 +63,7 @@ class World(Bare):
         self.desktop = Desktop(self.folder, person, system_bus=system_bus)
         if broker and not system_bus:
             self.desktop.add_service(BROKER, [self.build / "bin/authorizationd", "--session", "--tools", tools_of(self.folder)])
-        if broker and system_bus:
+        if broker and system_bus and "installer" not in (road or {}):
             list_tools(self.folder)
         self.road = Road(self.desktop, self.build, **(road or {}))
 

@@ -6,6 +6,10 @@
 # rules give the right without asking), "challenge" (an administrator has to authenticate, as the action says by itself),
 # "deny" (the rules refuse) or "unregistered" (the policy service does not know the action). /etc/kelto is empty then, and can
 # be written, unless the namespace had its own before.
+#
+#   lay_installation MODE FOLDER
+#
+# does the same with an installation whose root folder is FOLDER, programs and /etc/kelto included.
 
 # over FOLDER LAYER: the files of the layer before those of the folder.
 over() { mount -t overlay overlay -o "ro,lowerdir=$2:$1" "$1"; }
@@ -22,9 +26,8 @@ own_etc() {
   mkdir -p -m 755 /etc/kelto
 }
 
-lay_policy() {
-  mkdir -p /run/dbus /run/lock /run/kelto/rules /run/kelto/actions /run/kelto/services /run/kelto/bus
-  [ -e /etc/kelto/authorization.conf ] || own_etc
+lay_rules() {  # MODE
+  mkdir -p /run/dbus /run/lock /run/kelto/rules
   case $1 in
     grant) result='polkit.Result.YES' ;;
     deny) result='polkit.Result.NO' ;;
@@ -36,12 +39,26 @@ polkit.addRule(function(action, subject) {
 });
 polkit.addAdminRule(function(action, subject) { return ["unix-user:0"]; });
 RULES
+  chmod -R a+rX /run/kelto
+  over /etc/polkit-1/rules.d /run/kelto/rules
+}
+
+lay_policy() {
+  mkdir -p /run/kelto/actions /run/kelto/services /run/kelto/bus
+  [ -e /etc/kelto/authorization.conf ] || own_etc
+  lay_rules "$1"
   cp "$2/share/dbus-1/system-services/com.kelto.Authorization1.service" /run/kelto/services/
   cp "$2/share/dbus-1/system.d/com.kelto.Authorization1.conf" /run/kelto/bus/
   [ "$1" = unregistered ] || cp "$2/share/polkit-1/actions/com.kelto.authorization.policy" /run/kelto/actions/
   chmod -R a+rX /run/kelto
-  over /etc/polkit-1/rules.d /run/kelto/rules
   over /usr/share/polkit-1/actions /run/kelto/actions
   over /usr/share/dbus-1/system-services /run/kelto/services
   over /etc/dbus-1/system.d /run/kelto/bus
+}
+
+lay_installation() {
+  own_etc
+  lay_rules "$1"
+  cp -a "$2/etc/kelto/." /etc/kelto
+  over /usr "$2/usr"
 }

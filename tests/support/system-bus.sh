@@ -1,8 +1,8 @@
 #!/bin/bash
 # Runs a command in a namespace of its own with a system bus, the policy service and the broker of a build folder.
 #
-#   system-bus.sh [--grant | --challenge | --deny | --unregistered] [--password PASSWORD] [--tools FOLDER] [--build FOLDER]
-#                 -- COMMAND...
+#   system-bus.sh [--grant | --challenge | --deny | --unregistered] [--password PASSWORD] [--tools FOLDER]
+#                 [--build FOLDER | --installed FOLDER] -- COMMAND...
 #
 #   --grant         the rules give the right without asking (the default)
 #   --challenge     an administrator has to authenticate, as the action says by itself
@@ -11,6 +11,7 @@
 #   --password      the administrator's password in the namespace (root, and nobody else, is administrator then)
 #   --tools         the folder whose programs the broker takes for tools; /etc/kelto is the namespace's own in any case
 #   --build         where bin/ and share/ of the build are (default: build/dev of this project)
+#   --installed     the root folder of an installation, which is used in place of a build
 #
 # Needs root. Mounts and processes are the namespace's own, and everything ends with the command or with this script. /run is
 # empty there but for the bus, so that nothing of the machine's session or service manager is seen. Root always has the right;
@@ -20,7 +21,7 @@ set -euo pipefail
 fail() { echo "system-bus.sh: $*" >&2; exit 125; }
 
 arguments=("$@")
-mode=grant password= tools= inside=no
+mode=grant password= tools= inside=no installed=
 build=$(cd "$(dirname "$0")/../.." && pwd)/build/dev
 while [ $# -gt 0 ]; do
   case $1 in
@@ -28,6 +29,7 @@ while [ $# -gt 0 ]; do
     --password) password=${2:?}; shift ;;
     --tools) tools=${2:?}; shift ;;
     --build) build=${2:?}; shift ;;
+    --installed) installed=${2:?}; shift ;;
     --inside) inside=yes ;;
     --) shift; break ;;
     *) fail "unknown option $1" ;;
@@ -39,7 +41,7 @@ done
 for folder in /etc/polkit-1/rules.d /usr/share/polkit-1/actions /usr/share/dbus-1/system-services /etc/dbus-1/system.d; do
   [ -d $folder ] || fail "$folder is missing: are dbus and polkitd installed?"
 done
-[ -x "$build/bin/authorizationd" ] || fail "$build/bin/authorizationd is missing: is it built?"
+[ -n "$installed" ] || [ -x "$build/bin/authorizationd" ] || fail "$build/bin/authorizationd is missing: is it built?"
 
 if [ $inside = no ]; then
   exec unshare --mount --pid --fork --kill-child --mount-proc -- "$0" --inside "${arguments[@]}"
@@ -48,7 +50,7 @@ fi
 # From here on in the namespace, as its first process. All files lie in its /run and are gone with it.
 mount -t tmpfs -o mode=755 tmpfs /run
 . "$(dirname "$0")/policy.sh"
-lay_policy "$mode" "$build"
+if [ -n "$installed" ]; then lay_installation "$mode" "$installed"; else lay_policy "$mode" "$build"; fi
 [ -z "$tools" ] || echo "tools = $tools" >/etc/kelto/authorization.conf
 
 if [ -n "$password" ]; then

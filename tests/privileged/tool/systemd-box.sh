@@ -1,7 +1,8 @@
 #!/bin/sh
 # systemd-box.sh FOLDER: runs FOLDER/job.sh where a real systemd is the service manager that knows the units of FOLDER/units
 # only, FOLDER/Library is /Library, and everything else that is written goes nowhere. Needs root. Leaves the job's exit status
-# in FOLDER/status; without that file this machine cannot do it.
+# in FOLDER/status; without that file this machine cannot do it. KELTO_BOX_ROOT is the root folder in place of the machine's, and
+# KELTO_BOX_SECONDS the limit in place of 60.
 set -u
 folder=$1
 
@@ -10,7 +11,7 @@ outside() {
   mkdir "$group" 2>/dev/null || exit 77
   (
     echo "$(sh -c 'echo $PPID')" >"$group/cgroup.procs"
-    exec timeout 60 unshare --fork --pid --mount --uts --ipc --cgroup --mount-proc --kill-child \
+    exec timeout "${KELTO_BOX_SECONDS:-60}" unshare --fork --pid --mount --uts --ipc --cgroup --mount-proc --kill-child \
       sh "$0" "$folder" inside
   ) >"$folder/console" 2>&1 </dev/null
   # The processes of the ended name space are still being collected.
@@ -27,7 +28,7 @@ make_root() {
   mount -t tmpfs tmpfs "$folder/box" || exit 77
   mkdir "$folder/box/upper" "$folder/box/work" "$folder/box/root"
   root=$folder/box/root
-  mount -t overlay -o "lowerdir=/,upperdir=$folder/box/upper,workdir=$folder/box/work" overlay "$root" || exit 77
+  mount -t overlay -o "lowerdir=${KELTO_BOX_ROOT:-/},upperdir=$folder/box/upper,workdir=$folder/box/work" overlay "$root" || exit 77
   mount -t proc proc "$root/proc" && mount --rbind /dev "$root/dev" && mount -t sysfs sysfs "$root/sys" || exit 77
   mount -t tmpfs tmpfs "$root/sys/fs/cgroup" 2>/dev/null
   mount -t cgroup2 cgroup2 "$root/sys/fs/cgroup" || exit 77

@@ -1,0 +1,62 @@
+#!/usr/bin/env python3
+"""How the programs are linked and compiled, read from the programs themselves."""
+import json
+import re
+import unittest
+
+from support import BUILD, require, run
+
+BUNDLE = BUILD / "bin/KeltoInstaller.app/Contents"
+ROOT_PROGRAMS = [BUILD / "bin/authorizationd", BUILD / "bin/assistantTool"]
+PROGRAMS = [*ROOT_PROGRAMS, BUILD / "bin/kelto-manifest", BUNDLE / "Linux/KeltoInstaller", BUNDLE / "Resources/defaults",
+            BUNDLE / "Resources/assistantTool"]
+
+
+def read(program, *what):
+    status, said = run("readelf", "--wide", *what, program)
+    if status:
+        raise AssertionError(said)
+    return said
+
+
+class Hardening(unittest.TestCase):
+    def test_programs_are_position_independent(self):
+        for program in PROGRAMS:
+            self.assertRegex(read(program, "--file-header"), r"Type:\s+DYN \(Position-Independent Executable", program)
+
+    def test_programs_resolve_every_relocation_before_they_run(self):
+        for program in PROGRAMS:
+            self.assertRegex(read(program, "--dynamic"), r"\(FLAGS\)\s+.*BIND_NOW", program)
+            self.assertIn("GNU_RELRO", read(program, "--program-headers"), program)
+
+    def test_no_program_has_memory_that_is_both_written_and_run(self):
+        for program in PROGRAMS:
+            headers = read(program, "--program-headers")
+            self.assertRegex(headers, r"GNU_STACK\s.*RW\s", program)
+            self.assertNotRegex(headers, r"LOAD\s.*RWE", program)
+
+    def test_programs_of_root_watch_their_stack(self):
+        for program in ROOT_PROGRAMS:
+            self.assertTrue("__stack_chk_fail" in read(program, "--dyn-syms"), program)
+
+    def test_the_tool_has_the_c_library_check_bounds(self):
+        self.assertTrue(re.search(r"__\w+_chk@GLIBC", read(BUILD / "bin/assistantTool", "--dyn-syms")))
+
+    def test_every_file_of_a_program_of_root_is_compiled_with_the_checks_that_leave_no_trace_in_it(self):
+        entries = json.loads((BUILD / "compile_commands.json").read_text())
+        files = {entry["file"]: " ".join(entry.values()) for entry in entries}
+        of_root = [name for name in files if re.search(r"/(protocol|privileged/tool|platform/linux/authorizationd)/\w+\.cpp$", name)
+                   and "/tests/" not in name]
+        self.assertGreater(len(of_root), 30)
+        for name in of_root:
+            for flag in ("-fstack-clash-protection", "-D_FORTIFY_SOURCE=2", "-fstack-protector-strong", "-D_GLIBCXX_ASSERTIONS"):
+                self.assertIn(flag, files[name].split(), name)
+
+    def test_programs_of_root_check_what_they_ask_of_the_library(self):
+        for program in ROOT_PROGRAMS:
+            self.assertTrue("__glibcxx_assert_fail" in read(program, "--syms"), program)
+
+
+if __name__ == "__main__":
+    require("readelf")
+    unittest.main()

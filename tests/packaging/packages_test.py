@@ -1,0 +1,135 @@
+#!/usr/bin/env python3
+"""The Debian packages in a root folder that never saw the build: installed, used, upgraded, removed and purged by apt, with a
+real service manager, system bus and policy service.
+
+KELTO_PACKAGES is the folder of packages that are built already (else ./package.sh builds them), KELTO_CHROOT a root folder made
+by debootstrap with what the scenarios need (else one is made, from the network).
+"""
+import os
+import pathlib
+import shutil
+import subprocess
+import sys
+import unittest
+
+from support import BUILD, PROTOCOL, SOURCES, Folder, require, run
+
+sys.path[:0] = [str(SOURCES / "tests/e2e"), str(SOURCES / "demo")]
+
+NEEDED = ("systemd dbus polkitd xvfb openbox xdotool x11-utils x11-xserver-utils imagemagick at-spi2-core python3 python3-gi "
+          "gir1.2-atspi-2.0 fonts-dejavu-core procps libqt6widgets6 libqt6dbus6").split()
+HARNESS = ("demo", "protocol", "resources", "tests/e2e", "tests/support")
+
+JOB = """
+set -e
+export DEBIAN_FRONTEND=noninteractive LC_ALL=C KELTO_E2E_APPLICATIONS=/opt/kelto-test TMPDIR=$folder
+say() { echo "== $*"; }
+entries() { find /etc /opt /usr /var/lib -xdev ! -path '/var/lib/dpkg*' ! -path '/var/lib/apt*' ! -path '/var/lib/systemd*' | sort; }
+scenario() { umount -q /etc/passwd /etc/group || true; rm -rf /opt/kelto-test; python3 -B $folder/suite/tests/e2e/run.py "$1" $folder/build --inside; }
+rules() {
+  printf 'polkit.addRule(function(action) { if (action.id == "%s") return polkit.Result.%s; });\\n' "$action" "$1" \\
+    >/etc/polkit-1/rules.d/00-kelto-test.rules
+  systemctl try-restart polkit.service
+}
+broker_gone() { tries=0; while pgrep -x authorizationd >/dev/null; do tries=$((tries + 1)); [ $tries -lt 600 ]; sleep 0.1; done; }
+
+systemctl start dbus.service
+rules YES
+entries >$folder/before
+say install
+apt-get install -y --no-install-recommends $folder/packages/kelto_*_*.deb
+[ "$(stat -c %U:%a /etc/kelto/trust.d)" = root:755 ]
+say update
+scenario installed_update
+[ "$(systemctl show -P MainPID kelto-authorizationd.service)" = "$(pgrep -x authorizationd)" ]
+say uninstall
+scenario installed_uninstall
+say refused
+rules NO
+scenario installed_refused
+rules YES
+say upgrade while a job runs
+broker_gone
+export KELTO_E2E_MEANWHILE="apt-get install -y $folder/newer/kelto.deb"
+scenario installed_update
+unset KELTO_E2E_MEANWHILE
+dpkg-query -W -f '${Version}\\n' kelto | grep -F newer
+broker_gone
+say update by the new version
+scenario installed_update
+say remove
+apt-get remove -y kelto
+! pgrep -x authorizationd
+[ ! -e /usr/lib/kelto ] && [ -e /etc/kelto/authorization.conf ]
+say purge
+apt-get purge -y kelto
+rm -rf /opt/kelto-test
+entries >$folder/after
+diff $folder/before $folder/after
+say done
+"""
+
+
+class Packages(Folder):
+    def packages(self):
+        if "KELTO_PACKAGES" in os.environ:
+            return pathlib.Path(os.environ["KELTO_PACKAGES"])
+        status, said = run(SOURCES / "package.sh", self.folder / "made")
+        self.assertEqual(0, status, said)
+        return self.folder / "made"
+
+    def root_folder(self):
+        if "KELTO_CHROOT" in os.environ:
+            return pathlib.Path(os.environ["KELTO_CHROOT"])
+        root = self.folder / "chroot"
+        status, said = run("debootstrap", "--variant=minbase", f"--include={','.join(NEEDED)}", "bookworm", root)
+        self.assertEqual(0, status, said)
+        return root
+
+    def newer(self, package):
+        """The same package with a higher version."""
+        content = self.folder / "content"
+        self.assertEqual(0, run("dpkg-deb", "-R", package, content)[0])
+        control = content / "DEBIAN/control"
+        control.write_text(control.read_text().replace("\nVersion: ", "\nVersion: 9newer."))
+        (self.folder / "newer").mkdir()
+        status, said = run("dpkg-deb", "-b", content, self.folder / "newer/kelto.deb")
+        self.assertEqual(0, status, said)
+
+    def make_units(self):
+        from run import UNITS
+        (self.folder / "units").mkdir()
+        for name, text in UNITS.items():
+            (self.folder / "units" / name).write_text(text.replace("--nosyslog", "--nosyslog --systemd-activation"))
+        for name in ("polkit.service", "kelto-authorizationd.service"):
+            (self.folder / "units" / name).symlink_to(f"/lib/systemd/system/{name}")
+
+    def test_serve_an_ordinary_user_and_leave_nothing_behind(self):
+        packages = self.packages()
+        self.folder.chmod(0o755)
+        for name in ("box", "Library", "packages", "build/bin"):
+            (self.folder / name).mkdir(parents=True)
+        package = next(packages.glob("kelto_*.deb"))
+        shutil.copy(package, self.folder / "packages")
+        self.newer(package)
+        for name in ("KeltoController", "KeltoLibraryServer-2"):
+            shutil.copy(BUILD / "bin" / name, self.folder / "build/bin")
+        for name in HARNESS:
+            shutil.copytree(SOURCES / name, self.folder / "suite" / name)
+        self.make_units()
+        (self.folder / "job.sh").write_text(f"folder={self.folder}\naction={PROTOCOL['adminAction']}\n{JOB}")
+        box = SOURCES / "tests/privileged/tool/systemd-box.sh"
+        environment = os.environ | {"KELTO_BOX_ROOT": str(self.root_folder()), "KELTO_BOX_SECONDS": "600"}
+        subprocess.run(["sh", box, self.folder], env=environment, check=False)
+        console = (self.folder / "console").read_text(errors="replace")
+        self.assertTrue((self.folder / "status").exists(), console)
+        self.assertEqual("0", (self.folder / "status").read_text().strip(), console)
+        self.assertIn("\n== done", console)
+
+
+if __name__ == "__main__":
+    if os.geteuid() != 0:
+        print("SKIP: needs root for a namespace with a service manager")
+        sys.exit(77)
+    require("debootstrap", "dpkg-deb", "unshare")
+    unittest.main()

@@ -130,6 +130,9 @@ void DDAbstractDatabaseLogger::logMessage(const DDLogMessage& message) {
   if (_saveThreshold > 0 && unsavedCount >= _saveThreshold) {
     performSaveAndSuspendSaveTimer();
   } else if (unsavedCount == 1) {
+    // A forked child has none yet.
+    createSuspendedSaveTimer();
+    createAndStartDeleteTimer();
     unsavedTime = foundation::Clock::current().uptime();
     updateAndResumeSaveTimer();
   }
@@ -147,6 +150,14 @@ void DDAbstractDatabaseLogger::willRemoveLogger() {
 }
 
 void DDAbstractDatabaseLogger::flush() { performSaveAndSuspendSaveTimer(); }
+
+void DDAbstractDatabaseLogger::didFork() {
+  unsavedCount = 0;
+  unsavedTime.reset();
+  saveTimer.reset();
+  deleteTimer.reset();
+  db_didFork();
+}
 
 // Saving.
 

@@ -41,6 +41,7 @@ class DDAbstractDatabaseLogger : public DDAbstractLogger {
   void didAddLogger() override;
   void willRemoveLogger() override;
   void flush() override;
+  void didFork() override;
 
  protected:
   // Stores or buffers the record (copy it to keep it); true when it was accepted. Only accepted records lead to a save.
@@ -51,6 +52,9 @@ class DDAbstractDatabaseLogger : public DDAbstractLogger {
   virtual void db_delete() {}
   // Commits, then deletes.
   virtual void db_saveAndDelete() {}
+  // In a forked child: what is buffered is the parent's to store, and so is an open database, which must be neither used
+  // nor closed here. The child opens one of its own when it has something to store.
+  virtual void db_didFork() {}
 
  private:
   using Timer = std::shared_ptr<foundation::Dispatch::TimerSource>;

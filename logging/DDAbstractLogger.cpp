@@ -12,7 +12,7 @@ void DDAbstractLogger::logMessage(const DDLogMessage& /*message*/) {}
 std::shared_ptr<DDLogFormatter> DDAbstractLogger::logFormatter() {
   if (_loggerQueue->isCurrent()) return formatter;
   std::shared_ptr<DDLogFormatter> result;
-  DDLog::loggingQueue().sync([&] { result = formatter; });
+  DDLog::loggingQueue().sync([&] { _loggerQueue->sync([&] { result = formatter; }); });
   return result;
 }
 
@@ -21,7 +21,8 @@ void DDAbstractLogger::setLogFormatter(std::shared_ptr<DDLogFormatter> newFormat
     formatter = std::move(newFormatter);
     return;
   }
-  submitSetting([this, newFormatter = std::move(newFormatter)] { formatter = newFormatter; });
+  // The logger may be at work on its own queue, with what a former process left for example.
+  submitSetting([this, newFormatter = std::move(newFormatter)] { _loggerQueue->sync([&] { formatter = newFormatter; }); });
 }
 
 void DDAbstractLogger::submitSetting(std::function<void()> setting) {

@@ -27,7 +27,13 @@ std::optional<std::string_view> DDLogFileFormatterDefault::formatLogMessage(cons
                                                                             std::string& buffer) {
   buffer.clear();
   _dateFormatter.appendString(message.timestamp(), buffer);
-  return buffer.append("  ").append(message.logMsg());
+  buffer.append("  ");
+  std::string_view text = message.logMsg();
+  for (auto end = text.find('\n'); end < text.size() - 1; end = text.find('\n')) {
+    buffer.append(text.substr(0, end + 1)).push_back('\t');
+    text.remove_prefix(end + 1);
+  }
+  return buffer.append(text);
 }
 
 DDFileLogger::DDFileLogger(platform::Platform& platform)
@@ -219,30 +225,33 @@ void DDFileLogger::didFork() {
 
 void DDFileLogger::didAddLogger() {
   if (!_journal) return;
-  for (const auto& remains : _journal->takeRemains()) adopt(remains);
-  _writer.write();
+  for (const auto& remains : _journal->takeRemains())
+    if (adopt(remains)) remains.discard();
 }
 
-void DDFileLogger::adopt(const LogRemains& remains) {
-  adoptLines(remains);
+// False when not all of it could be written; the rest is left where it is.
+bool DDFileLogger::adopt(const LogRemains& remains) {
+  if (!adoptLines(remains)) return false;
+  remains.didWriteLines();
   for (const auto& record : remains.records) {
-    const auto text = textOf(record);
-    if (text && openCurrentLogFile()) _writer.append(*text);
+    const auto text = textOf(record.message);
+    if (text && !(openCurrentLogFile() && _writer.writeAtOnce(*text))) return false;
+    remains.didWrite(record);
   }
+  return true;
 }
 
 // The process may have died after the write and before it took note, or while it wrote.
-void DDFileLogger::adoptLines(const LogRemains& remains) {
-  if (remains.lines.empty() || _host == nullptr) return;
+bool DDFileLogger::adoptLines(const LogRemains& remains) {
+  if (remains.lines.empty()) return true;
+  if (_host == nullptr) return false;
   const auto file = _host->storage.openFile(remains.path);
-  if (!file) {
-    if (openCurrentLogFile()) _writer.append(remains.lines);
-    return;
-  }
+  if (!file) return openCurrentLogFile() && _writer.writeAtOnce(remains.lines);
   const std::string end = file->contentsFrom(remains.fileSize);
-  if (end.find(remains.lines) != std::string::npos) return;
+  if (end.find(remains.lines) != std::string::npos) return true;
   const bool isBegun = remains.lines.starts_with(end);
   const bool isTorn = !isBegun && !end.ends_with('\n');
+  const std::string missing = (isTorn ? "\n" : "") + remains.lines.substr(isBegun ? end.size() : 0);
   int error = 0;
-  file->append((isTorn ? "\n" : "") + remains.lines.substr(isBegun ? end.size() : 0), error);
+  return file->append(missing, error) == missing.size();
 }

@@ -2,8 +2,9 @@
 // Writes every record as a line into a log file, and begins a new file when the current one is too large or too old.
 //
 // Lines are put together and written at once; they are with the operating system when a synchronous statement or a flush
-// returns, and otherwise within a millisecond. After the death of the process the next one of the same name completes the
-// file of the first file logger it makes.
+// returns, and otherwise when they are 200 microseconds old and more records come, or with the next look of the core's
+// watch, after ten milliseconds at most. After the death of the process the next one of the same program completes the file
+// of the first file logger it makes.
 #include <memory>
 #include <optional>
 
@@ -13,7 +14,8 @@
 #include "logging/LogFileFinisher.h"
 #include "logging/LogFileWriter.h"
 
-// "yyyy/MM/dd HH:mm:ss:SSS", two blanks, and the message.
+// "yyyy/MM/dd HH:mm:ss:SSS", two blanks, and the message. A line of the message that is not its first begins with a tab, so
+// that it cannot pass for a record.
 class DDLogFileFormatterDefault : public DDLogFormatter {
  public:
   std::optional<std::string_view> formatLogMessage(const DDLogMessage& message, std::string& buffer) override;
@@ -65,8 +67,8 @@ class DDFileLogger : public DDAbstractLogger {
   void maybeRollLogFileDueToSize();
   void didFinish(DDLogFileInfo& info, bool isThere);
   void verifyPlace();
-  void adopt(const LogRemains& remains);
-  void adoptLines(const LogRemains& remains);
+  bool adopt(const LogRemains& remains);
+  bool adoptLines(const LogRemains& remains);
 
   platform::LoggingHost* const _host;
   platform::SystemLog& _systemLog;

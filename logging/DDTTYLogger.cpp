@@ -2,6 +2,7 @@
 
 #include <charconv>
 
+#include "foundation/text/Harmless.h"
 #include "platform/Platform.h"
 
 std::shared_ptr<DDTTYLogger> DDTTYLogger::sharedInstance() {
@@ -37,6 +38,9 @@ void DDTTYLogger::writeStandardLine(const DDLogMessage& message, std::string_vie
   const auto end = std::to_chars(std::begin(thread), std::end(thread), message.machThreadID(), 16).ptr;
   _timestamp.clear();
   dateFormatter.appendString(message.timestamp(), _timestamp);
-  const std::string_view pieces[] = {_timestamp, " ", app, "[", pid, ":", {thread, end}, "] ", text, "\n"};
+  // The last line feeds are the caller's wish; others, and escapes, would be somebody else's.
+  const auto last = text.find_last_not_of('\n') + 1;
+  const std::string shown = foundation::harmless(text.substr(0, last)).append(text.substr(last));
+  const std::string_view pieces[] = {_timestamp, " ", app, "[", pid, ":", {thread, end}, "] ", shown, "\n"};
   _terminal->write(pieces);
 }

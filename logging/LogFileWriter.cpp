@@ -50,6 +50,18 @@ void LogFileWriter::append(std::string_view text) {
     ++_dropped;
 }
 
+bool LogFileWriter::writeAtOnce(std::string_view text) {
+  write();
+  if (_lines->length() > 0) return false;
+  const std::uint64_t dropped = _dropped;
+  append(text);
+  const std::size_t length = _lines->length();
+  write();
+  const bool isRefused = length > 0 && _lines->length() == length;
+  if (isRefused) _lines->setState(0, _lines->nextTicket());
+  return !isRefused && _dropped <= dropped;
+}
+
 void LogFileWriter::put(std::string_view text, std::string_view end) {
   const std::size_t length = _lines->length();
   text.copy(_lines->bytes + length, text.size());

@@ -30,6 +30,8 @@ class LogFileWriter {
   void endRecord();
   // One line; a line feed is added when it has none at its end. Without a file it goes nowhere.
   void append(std::string_view text);
+  // The same at once; false, and nothing of it is kept here, when the file system did not take it.
+  bool writeAtOnce(std::string_view text);
   void write();
 
   // The size of the file with the lines that are still here.

@@ -25,22 +25,33 @@ std::vector<const LogSlot*> waitingSlots(const LogRingMemory& ring, std::uint64_
   return waiting;
 }
 
-LogRemains remainsIn(LogMemory& memory) {
+LogMemory* memoryIn(platform::SurvivingMemory& surviving) { return reinterpret_cast<LogMemory*>(surviving.bytes().data()); }
+
+LogRemains remainsIn(std::shared_ptr<platform::SurvivingMemory> surviving) {
+  LogMemory& memory = *memoryIn(*surviving);
   const LogLines& lines = memory.lines;
   LogRemains remains;
+  remains.memory = std::move(surviving);
   remains.path.assign(lines.path, std::find(lines.path, lines.path + LogLines::longestPath, '\0'));
   remains.fileSize = lines.fileSize;
   remains.lines.assign(lines.bytes, std::min(lines.length(), LogLines::capacity));
   const LogTexts texts(memory.ring.texts);
   for (const LogSlot* slot :
        waitingSlots(memory.ring, std::max(lines.nextTicket(), memory.ring.head.load(std::memory_order_acquire))))
-    remains.records.push_back(slot->survivingRecord(texts));
+    remains.records.push_back({slot->sequence.load(std::memory_order_relaxed) - 1, slot->survivingRecord(texts)});
   return remains;
 }
 
-LogMemory* memoryIn(platform::SurvivingMemory& surviving) { return reinterpret_cast<LogMemory*>(surviving.bytes().data()); }
-
 }  // namespace
+
+void LogRemains::didWriteLines() const {
+  LogLines& own = memoryIn(*memory)->lines;
+  own.setState(0, own.nextTicket());
+}
+
+void LogRemains::didWrite(const Record& record) const {
+  memoryIn(*memory)->ring.head.store(record.ticket + 1, std::memory_order_release);
+}
 
 void LogJournal::Free::operator()(LogMemory* memory) const {
   ::operator delete (memory, std::align_val_t{alignof(LogMemory)});
@@ -66,13 +77,10 @@ LogLines* LogJournal::claimLines() { return _areLinesClaimed.exchange(true) ? nu
 std::vector<LogRemains> LogJournal::takeRemains() {
   std::vector<LogRemains> all;
   if (_host == nullptr) return all;
-  for (const auto& memory : _host->memories.orphans(_name, sizeof(LogMemory))) {
-    all.push_back(remainsIn(*memoryIn(*memory)));
-    memory->discard();
-  }
+  for (auto& memory : _host->memories.orphans(_name, sizeof(LogMemory))) all.push_back(remainsIn(std::move(memory)));
   return all;
 }
 
 void LogJournal::discard() {
-  if (_surviving) _surviving->discard();
+  if (_surviving && _memory->lines.length() == 0) _surviving->discard();
 }

@@ -38,12 +38,22 @@ struct LogMemory {
   LogLines lines;
 };
 
-// The remains of one process.
+// The remains of one process. They stay in its memory until they are on file: who takes them says what is.
 struct LogRemains {
+  struct Record {
+    std::uint64_t ticket;
+    DDLogMessage message;
+  };
+  void didWriteLines() const;
+  void didWrite(const Record& record) const;
+  // All of it is on file.
+  void discard() const { memory->discard(); }
+
   std::string path;  // of the file that `lines` were for
   std::uint64_t fileSize = 0;
   std::string lines;
-  std::vector<DDLogMessage> records;  // after the lines, in order
+  std::vector<Record> records;  // after the lines, in order
+  std::shared_ptr<platform::SurvivingMemory> memory;
 };
 
 class LogJournal {
@@ -63,13 +73,15 @@ class LogJournal {
   // The lines that outlive the process go to the first file logger that asks, and come back with it; nullptr for others.
   LogLines* claimLines();
   void returnLines() { _areLinesClaimed.store(false); }
-  // The remains of former processes, given once; the caller brings them to file. Together with `claimLines`.
+  // The remains of former processes; the caller brings them to file. Those that are not discarded are there for the next
+  // one who asks. Together with `claimLines`.
   std::vector<LogRemains> takeRemains();
 
   // nullptr when there is none.
   [[nodiscard]] platform::LoggingHost* host() const { return _host; }
 
-  // Everything is on file: nothing of this is wanted by the next process.
+  // Every record is delivered: nothing of this is wanted by the next process, unless there are lines that no file has
+  // taken.
   void discard();
 
  private:

@@ -112,8 +112,9 @@ std::string_view LogSlot::survivingText(const LogTexts& texts) const {
 }
 
 DDLogMessage LogSlot::survivingRecord(const LogTexts& texts) const {
+  // Loggers may rely on a file, but not on a function.
   const DDLogMessage::Facts facts{
-      .timestamp = timestamp, .level = level, .flag = flag, .context = context, .line = line, .thread = thread};
+      .timestamp = timestamp, .file = "", .level = level, .flag = flag, .context = context, .line = line, .thread = thread};
   // A copy owns its text: the memory that holds it goes away.
   const DDLogMessage borrowed(facts, survivingText(texts), std::string_view());
   return DDLogMessage(borrowed);

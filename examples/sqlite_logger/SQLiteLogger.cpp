@@ -37,23 +37,33 @@ sqlite3_stmt* prepared(sqlite3* database, const char* sql) {
 }  // namespace
 
 std::shared_ptr<SQLiteLogger> SQLiteLogger::open(const std::string& path) {
-  sqlite3* handle = nullptr;
-  const int status = sqlite3_open(path.c_str(), &handle);
-  Database database(handle);
-  if (status != SQLITE_OK) return nullptr;
-  sqlite3_busy_timeout(handle, lockPatience);
-  if (sqlite3_exec(handle, preparation, nullptr, nullptr, nullptr) != SQLITE_OK) return nullptr;
-  Query insert(prepared(handle, insertion));
-  Query remove(prepared(handle, removal));
-  if (!insert || !remove) return nullptr;
-  return std::make_shared<SQLiteLogger>(std::move(database), std::move(insert), std::move(remove));
+  auto logger = std::make_shared<SQLiteLogger>(path);
+  return logger->connect() ? logger : nullptr;
 }
 
-SQLiteLogger::SQLiteLogger(Database database, Query insert, Query remove)
-    : DDAbstractDatabaseLogger("sqlite"),
-      _database(std::move(database)),
-      _insert(std::move(insert)),
-      _remove(std::move(remove)) {}
+SQLiteLogger::SQLiteLogger(std::string path) : DDAbstractDatabaseLogger("sqlite"), _path(std::move(path)) {}
+
+bool SQLiteLogger::connect() {
+  sqlite3* handle = nullptr;
+  const int status = sqlite3_open(_path.c_str(), &handle);
+  Database database(handle);
+  if (status != SQLITE_OK) return false;
+  sqlite3_busy_timeout(handle, lockPatience);
+  if (sqlite3_exec(handle, preparation, nullptr, nullptr, nullptr) != SQLITE_OK) return false;
+  Query insert(prepared(handle, insertion));
+  Query remove(prepared(handle, removal));
+  if (!insert || !remove) return false;
+  _database = std::move(database);
+  _insert = std::move(insert);
+  _remove = std::move(remove);
+  return true;
+}
+
+// The handles must not be closed in a child: that would take away the parent's locks.
+void SQLiteLogger::db_didFork() {
+  _batch.clear();
+  [[maybe_unused]] const void* const left[] = {_insert.release(), _remove.release(), _database.release()};
+}
 
 bool SQLiteLogger::db_log(const DDLogMessage& message) {
   if (_batch.size() >= longestBatch) return false;
@@ -75,6 +85,7 @@ void SQLiteLogger::db_saveAndDelete() {
 
 template <class Work>
 bool SQLiteLogger::inTransaction(const Work& work) {
+  if (!_database && !connect()) return false;
   if (!execute("BEGIN IMMEDIATE")) return false;
   if (work() && execute("COMMIT")) return true;
   execute("ROLLBACK");

@@ -29,15 +29,17 @@ class SQLiteLogger : public DDAbstractDatabaseLogger {
   // Makes the database and its table when they are not there; nullptr when that is not possible.
   static std::shared_ptr<SQLiteLogger> open(const std::string& path);
   // Public for std::make_shared only; use open().
-  SQLiteLogger(Database database, Query insert, Query remove);
+  explicit SQLiteLogger(std::string path);
 
  protected:
   bool db_log(const DDLogMessage& message) override;
   void db_save() override;
   void db_delete() override;
   void db_saveAndDelete() override;
+  void db_didFork() override;
 
  private:
+  bool connect();
   bool execute(const char* sql);
   bool insertAll();
   bool insertOne(const DDLogMessage& message);
@@ -45,7 +47,8 @@ class SQLiteLogger : public DDAbstractDatabaseLogger {
   template <class Work>
   bool inTransaction(const Work& work);
 
-  Database _database;
+  const std::string _path;
+  Database _database;  // nullptr in a forked child until it stores something
   Query _insert;
   Query _remove;
   std::vector<DDLogMessage> _batch;  // until it is committed

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <system_error>
+#include <thread>
 
 #include "foundation/text/Path.h"
 #include "platform/linux/Descriptor.h"
@@ -66,10 +67,16 @@ int makeEmptyFile(const std::string& path, int flags) {
   return file ? 0 : errno;
 }
 
-// Waits no longer than another process takes to remove a file or to think better of it.
+// Another process takes no longer to remove a file, or to think better of it. A stranger's lock is not waited for.
+constexpr int lockAttempts = 20;
+constexpr std::chrono::milliseconds lockPause{1};
+
 bool lockShared(int descriptor) {
-  while (::flock(descriptor, LOCK_SH) != 0)
-    if (errno != EINTR) return errno == EOPNOTSUPP || errno == ENOLCK;
+  for (int attempt = 0; ::flock(descriptor, LOCK_SH | LOCK_NB) != 0; ++attempt) {
+    if (errno != EINTR && errno != EWOULDBLOCK) return errno == EOPNOTSUPP || errno == ENOLCK;
+    if (attempt == lockAttempts) return true;
+    std::this_thread::sleep_for(lockPause);
+  }
   return true;
 }
 

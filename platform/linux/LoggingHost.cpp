@@ -1,17 +1,20 @@
 #include "platform/linux/LoggingHost.h"
 
+#include <dlfcn.h>
 #include <errno.h>
 #include <linux/membarrier.h>
 #include <pthread.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
-#include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 
 #include "foundation/dispatch/Fork.h"
+#include "foundation/dispatch/Threads.h"
+#include "platform/linux/OwnThreads.h"
+#include "platform/linux/SystemLog.h"
 
 namespace platform::Linux {
 
@@ -45,13 +48,25 @@ void LeveledSystemLog::open(std::string_view /*facility*/) {
   // The C library connects at the first line, and under the program's name unless somebody gave another.
 }
 
-void LeveledSystemLog::log(int level, std::string_view text) {
-  ::syslog(LOG_USER | level, "%.*s", static_cast<int>(text.size()), text.data());
+void LeveledSystemLog::log(int level, std::string_view text) { writeToSyslog(level, text); }
+
+namespace {
+
+// Threads run this code until the process ends, so the library that holds it must not be unloaded.
+void stayLoaded() {
+  Dl_info own{};
+  if (::dladdr(reinterpret_cast<const void*>(&stayLoaded), &own) != 0 && own.dli_fname != nullptr)
+    ::dlopen(own.dli_fname, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
 }
 
-LoggingHost::LoggingHost() : standardError(STDERR_FILENO) {
-  [[maybe_unused]] static const int once =
-      ::pthread_atfork(foundation::Fork::prepare, foundation::Fork::parent, foundation::Fork::child);
+int connectWithSystem() {
+  stayLoaded();
+  foundation::Threads::setStarter(OwnThreads::start);
+  return ::pthread_atfork(foundation::Fork::prepare, foundation::Fork::parent, foundation::Fork::child);
 }
+
+}  // namespace
+
+LoggingHost::LoggingHost() : standardError(STDERR_FILENO) { [[maybe_unused]] static const int once = connectWithSystem(); }
 
 }  // namespace platform::Linux

@@ -35,7 +35,8 @@ class LeveledSystemLog final : public platform::LeveledSystemLog {
 
 class LoggingHost final {
  public:
-  // Makes forks known to the platform (foundation/dispatch/Fork.h).
+  // Makes forks known to the platform (foundation/dispatch/Fork.h) and starts its threads in the system's way
+  // (foundation/dispatch/Threads.h). The library that holds this code stays loaded from then on.
   LoggingHost();
 
   LogStorage storage;

@@ -62,15 +62,40 @@ std::unique_ptr<SurvivingMemory> mapped(std::string path, Descriptor file, std::
   return std::make_unique<MappedFile>(std::move(path), std::move(file), address, size);
 }
 
-bool isOwnFile(int file, std::size_t size) {
+bool isOwnFile(int file) {
   struct stat status {};
-  return ::fstat(file, &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == ::geteuid() && status.st_nlink == 1 &&
-         static_cast<std::size_t>(status.st_size) == size;
+  return ::fstat(file, &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == ::geteuid() && status.st_nlink == 1;
+}
+
+std::size_t sizeOf(int file) {
+  struct stat status {};
+  return ::fstat(file, &status) == 0 ? static_cast<std::size_t>(status.st_size) : 0;
+}
+
+// A program that was replaced while it ran keeps its path.
+std::string executable() {
+  std::error_code code;
+  std::string path = std::filesystem::read_symlink("/proc/self/exe", code).string();
+  constexpr std::string_view replaced = " (deleted)";
+  if (path.ends_with(replaced)) path.resize(path.size() - replaced.size());
+  return path;
+}
+
+// FNV-1a, which is the same in every version of the program.
+std::string numberOf(std::string_view path) {
+  std::uint64_t number = 0xCBF29CE484222325U;
+  for (const unsigned char byte : path) number = (number ^ byte) * 0x100000001B3U;
+  return std::to_string(number);
 }
 
 std::unique_ptr<SurvivingMemory> adopted(const std::string& path, std::size_t size) {
   Descriptor file(::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-  if (!file || ::flock(file.get(), LOCK_EX | LOCK_NB) != 0 || !isOwnFile(file.get(), size)) return nullptr;
+  if (!file || ::flock(file.get(), LOCK_EX | LOCK_NB) != 0 || !isOwnFile(file.get())) return nullptr;
+  if (sizeOf(file.get()) != size) {
+    // One that is being made is empty until it is locked.
+    if (sizeOf(file.get()) > 0) ::unlink(path.c_str());
+    return nullptr;
+  }
   return mapped(path, std::move(file), size);
 }
 
@@ -87,10 +112,15 @@ std::string memoryFolder() {
 
 SurvivingMemories::SurvivingMemories() : SurvivingMemories(memoryFolder()) {}
 
+SurvivingMemories::SurvivingMemories(std::string folder) : SurvivingMemories(std::move(folder), executable()) {}
+
+SurvivingMemories::SurvivingMemories(std::string folder, std::string_view executable)
+    : _folder(std::move(folder)), _program(numberOf(executable)) {}
+
 std::string SurvivingMemories::prefix(const std::string& name) const {
   std::string safe = name;
   std::ranges::replace(safe, '/', '_');
-  return "kelto-log." + std::to_string(::geteuid()) + "." + safe + ".";
+  return "kelto-log." + std::to_string(::geteuid()) + "." + safe + "." + _program + ".";
 }
 
 std::unique_ptr<SurvivingMemory> SurvivingMemories::make(const std::string& name, std::size_t size) {

@@ -6,39 +6,35 @@
 
 #include <cerrno>
 #include <ctime>
+#include <memory>
+#include <mutex>
 
-#include "foundation/text/UTF8.h"
+#include "foundation/dispatch/Fork.h"
+#include "foundation/runtime/Lasting.h"
+#include "foundation/text/Harmless.h"
 
 namespace platform::Linux {
 
 namespace {
 
-// A terminal obeys the bytes below 32, 127, and the characters U+0080 to U+009F, which begin with 0xC2 in UTF-8.
-std::size_t lengthOfControl(std::string_view text) {
-  const auto byte = static_cast<unsigned char>(text[0]);
-  if (byte < 0x20 || byte == 0x7F) return 1;
-  const bool isSecondSet = byte == 0xC2 && text.size() > 1 && static_cast<unsigned char>(text[1]) < 0xA0;
-  return isSecondSet ? 2 : 0;
-}
+// The C library's log has a lock of its own, which a forked child would find held for ever if another thread of the parent
+// was logging. So all lines go through this one, which a fork waits for.
+struct Door {
+  Door()
+      : handlers(foundation::Fork::addHandlers({.prepare = [this] { mutex.lock(); },
+                                                .parent = [this] { mutex.unlock(); },
+                                                .child = [this] { mutex.unlock(); }})) {}
+  ~Door() { foundation::Fork::removeHandlers(handlers); }
+  Door(const Door&) = delete;
+  Door& operator=(const Door&) = delete;
 
-void appendEscaped(std::string& line, std::string_view bytes) {
-  constexpr std::string_view digits = "0123456789abcdef";
-  for (const unsigned char byte : bytes) line.append({'\\', 'x', digits[byte >> 4U], digits[byte & 15U]});
-}
+  std::mutex mutex;
+  const foundation::Fork::HandlersID handlers;
+};
 
-std::string harmless(std::string_view text) {
-  const bool isText = foundation::isValidUTF8(text);
-  std::string line;
-  while (!text.empty()) {
-    const bool isForeign = !isText && static_cast<unsigned char>(text[0]) >= 0x80;
-    const std::size_t control = isForeign ? 1 : lengthOfControl(text);
-    if (control > 0)
-      appendEscaped(line, text.substr(0, control));
-    else
-      line += text[0];
-    text.remove_prefix(control > 0 ? control : 1);
-  }
-  return line;
+Door& door() {
+  static constinit foundation::Lasting<Door> one;
+  return one.get([] { return std::make_unique<Door>(); });
 }
 
 // Writes to standard error without being killed when it is a pipe whose reader has gone: the program that started this one
@@ -61,13 +57,18 @@ void writeToStandardError(const std::string& line) {
 
 }  // namespace
 
+void writeToSyslog(int level, std::string_view text) {
+  const std::lock_guard lock(door().mutex);
+  ::syslog(LOG_USER | level, "%.*s", static_cast<int>(text.size()), text.data());
+}
+
 SystemLog::SystemLog(std::string ident) : _ident(std::move(ident)) { ::openlog(_ident.c_str(), LOG_PID, LOG_USER); }
 
 SystemLog::~SystemLog() { ::closelog(); }
 
 void SystemLog::log(std::string_view line) {
-  const std::string text = harmless(line);
-  ::syslog(LOG_USER | LOG_NOTICE, "%s", text.c_str());
+  const std::string text = foundation::harmless(line);
+  writeToSyslog(LOG_NOTICE, text);
   writeToStandardError(_ident + ": " + text + "\n");
 }
 

@@ -6,6 +6,10 @@
 
 namespace platform::Linux {
 
+// One line to the C library's log, as a user's program, at one of its levels. Also in a child that was forked while other
+// threads were writing theirs. Any thread.
+void writeToSyslog(int level, std::string_view text);
+
 // One in a process, as the C library keeps one name for its log. Any thread.
 class SystemLog final : public platform::SystemLog {
  public:

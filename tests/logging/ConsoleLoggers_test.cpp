@@ -83,6 +83,12 @@ TEST_F(Terminal, ALineFeedFollowsEvenALineFeed) {
   EXPECT_EQ(fake.logging.standardError.text(), prefix() + "line\n\n");
 }
 
+TEST_F(Terminal, IsNotCommandedByAMessageAndShowsNoForgedLine) {
+  add();
+  log("\x1B[2Jone\n2026 forged");
+  EXPECT_TRUE(fake.logging.standardError.text().ends_with("] \\x1b[2Jone\\x0a2026 forged\n"));
+}
+
 TEST_F(Terminal, AFormattersTextStandsAlone) {
   add(std::make_shared<Bracketing>());
   log("the text");

@@ -255,6 +255,25 @@ TEST_F(Core, LoggersThatWaitForEachOtherFinish) {
   EXPECT_THAT(meeting->texts(), ElementsAre("meet"));
 }
 
+// After each record the onlooker may be awake, about to sleep or asleep.
+TEST_F(Core, LoggersThatWaitForEachOtherFinishWheneverTheOnlookerWasLastNeeded) {
+  Semaphore met(0);
+  std::atomic<int> missed{0};
+  auto waiting = std::make_shared<RecordingLogger>("waiting");
+  auto meeting = std::make_shared<RecordingLogger>("meeting");
+  waiting->onMessage = [&](const DDLogMessage&) { missed += met.try_acquire_for(std::chrono::seconds(10)) ? 0 : 1; };
+  meeting->onMessage = [&](const DDLogMessage&) { met.release(); };
+  DDLog::addLogger(waiting);
+  DDLog::addLogger(meeting);
+  for (int round = 0; round < 200 && missed == 0; ++round) {
+    log(round % 2 == 0, "meet");
+    const auto pause = std::chrono::steady_clock::now() + std::chrono::microseconds(round * 20);
+    while (std::chrono::steady_clock::now() < pause) std::this_thread::yield();
+  }
+  DDLog::flushLog();
+  EXPECT_EQ(missed, 0);
+}
+
 TEST_F(CoreOnOneProcessor, LoggersRunStrictlyOneAfterTheOther) {
   expectOneAfterTheOther([] { log(true, "in turn"); });
 }

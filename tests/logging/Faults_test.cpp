@@ -1,8 +1,11 @@
 // The file logger over real files that are taken away from it.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include "logging/KTLogger.h"
 #include "tests/logging/RealLog.h"
@@ -65,6 +68,26 @@ TEST_F(Faults, AVanishedFolderIsMadeAgain) {
   DDLog::flushLog();
   RealLog::log(false, "after");
   EXPECT_THAT(messagesIn(folder.path("logs")), testing::Contains("after"));
+}
+
+TEST_F(Faults, AStrangersLockOnTheFileHoldsNobodyUp) {
+  RealLog::log(false, "before");
+  const std::string path = currentFile();
+  log.logger->loggerQueue()->sync([&] { log.logger->didFork(); });  // it lets go of the file
+  const int stranger = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  ASSERT_EQ(::flock(stranger, LOCK_EX), 0);
+  // With a lock that is waited for, this would never return.
+  ::alarm(60);
+  RealLog::log(false, "after");
+  ::alarm(0);
+  ::close(stranger);
+  EXPECT_THAT(messagesIn(folder.path("logs")), testing::ElementsAre("before", "after"));
+}
+
+TEST_F(Faults, ALineFeedInAMessageForgesNoRecord) {
+  RealLog::log(false, "one\n2026/01/01 00:00:00:000  forged\n");
+  const std::string contents = tests::readFile(currentFile());
+  EXPECT_TRUE(contents.ends_with("  one\n\t2026/01/01 00:00:00:000  forged\n")) << contents;
 }
 
 TEST_F(Faults, OddTextsArriveAsTheyAre) {

@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <thread>
 
 #include "tests/logging/ForwardingStorage.h"
@@ -67,6 +68,34 @@ TEST(ProcessEnds, AnEndByExitLeavesNothingToComplete) {
   });
   EXPECT_EQ(status, 0);
   EXPECT_TRUE(std::filesystem::is_empty(RealLog::memoryFolder(folder.path())));
+}
+
+TEST(ProcessEnds, RecordsThatAFullDiskHasNotTakenAreThereForTheNextProcess) {
+  // Takes nothing.
+  class FullStorage final : public ForwardingStorage {
+   public:
+    class FullFile final : public ForwardingFile {
+     public:
+      using ForwardingFile::ForwardingFile;
+      std::size_t append(std::string_view, int& error) override {
+        error = ENOSPC;
+        return 0;
+      }
+    };
+    std::unique_ptr<platform::LogFile> openFile(const std::string& path) override {
+      return std::make_unique<FullFile>(ForwardingStorage::openFile(path));
+    }
+  };
+  const tests::TemporaryFolder folder;
+  const std::string name = uniqueName();
+  const int status = statusOfProcess([&] {
+    new RealLog(name, folder.path(), new FullStorage);
+    for (int i = 0; i < 200; ++i) RealLog::log(true, std::to_string(i));
+    std::exit(0);
+  });
+  EXPECT_EQ(status, 0);
+  { const RealLog next(name, folder.path()); }
+  EXPECT_THAT(messagesIn(folder.path()), SizeIs(200));
 }
 
 TEST(ProcessEnds, OtherThreadsMayLogWhileItEnds) {

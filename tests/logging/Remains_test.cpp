@@ -159,6 +159,41 @@ TEST_F(Remains, OfTwoProcessesBothAreBrought) {
   EXPECT_EQ(contents(), "one\nother\n");
 }
 
+TEST_F(Remains, HaveAnEmptyFileNameForAFormatterThatPrintsIt) {
+  class Placing : public DDLogFormatter {
+   public:
+    std::optional<std::string_view> formatLogMessage(const DDLogMessage& message, std::string& buffer) override {
+      return buffer.assign(message.file()).append("|").append(message.logMsg());
+    }
+  };
+  fake.logging.storage.addFile(file, "");
+  Dead dead;
+  dead.addRecord("one");
+  fake.logging.memories.dead.push_back(dead.bytes());
+  logger = std::make_shared<DDFileLogger>(fake.platform, std::make_shared<DDLogFileManagerDefault>(fake.platform, folder));
+  logger->setLogFormatter(std::make_shared<Placing>());
+  DDLog::addLogger(logger);
+  DDLog::flushLog();
+  EXPECT_EQ(contents(), "|one\n");
+}
+
+TEST_F(Remains, AreThereForTheNextProcessWhenTheDiskIsFull) {
+  fake.logging.storage.addFile(file, "zero\n");
+  Dead dead;
+  for (const char* text : {"three", "four", "five"}) dead.addRecord(text);
+  dead.addLines(file, 5, "one\ntwo\n", 0);
+  fake.logging.storage.room = 14;  // the lines and one record
+  startAfter(dead);
+  EXPECT_EQ(contents(), "zero\none\ntwo\nthree\n");
+  fake.logging.memories.die();
+  fake.logging.storage.room = SIZE_MAX;
+  start();
+  EXPECT_EQ(contents(), "zero\none\ntwo\nthree\nfour\nfive\n");
+  fake.logging.memories.die();
+  start();
+  EXPECT_EQ(contents(), "zero\none\ntwo\nthree\nfour\nfive\n");
+}
+
 TEST_F(Remains, OfAProcessThatHadNothingLeftMakeNoFile) {
   startAfter(Dead());
   EXPECT_THAT(fake.logging.storage.paths(), IsEmpty());

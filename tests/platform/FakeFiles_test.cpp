@@ -65,6 +65,12 @@ class FakeStandardError {
   platform::fake::FakeTerminal _terminal;
 };
 
+struct FakeSystemLogWorld {
+  platform::LeveledSystemLog& log() { return fake; }
+  [[nodiscard]] std::vector<std::pair<int, std::string>> lines() const { return fake.lines(); }
+  platform::fake::FakeLeveledSystemLog fake;
+};
+
 class FakeMemories {
  public:
   FakeMemories() { _memories.hasNone = false; }
@@ -81,4 +87,5 @@ INSTANTIATE_TYPED_TEST_SUITE_P(Fake, FileManagerContract, FakeFiles);
 INSTANTIATE_TYPED_TEST_SUITE_P(Fake, LogStorageContract, FakeLogFiles);
 INSTANTIATE_TYPED_TEST_SUITE_P(Fake, ProcessInfoContract, FakeProcess);
 INSTANTIATE_TYPED_TEST_SUITE_P(Fake, TerminalContract, FakeStandardError);
+INSTANTIATE_TYPED_TEST_SUITE_P(Fake, LeveledSystemLogContract, FakeSystemLogWorld);
 INSTANTIATE_TYPED_TEST_SUITE_P(Fake, SurvivingMemoriesContract, FakeMemories);

@@ -1,8 +1,9 @@
 #pragma once
-// The contracts of the small interfaces that logging uses: ProcessInfo, Terminal, SurvivingMemories.
+// The contracts of the small interfaces that logging uses: ProcessInfo, Terminal, LeveledSystemLog, SurvivingMemories.
 //
 // A World for ProcessInfo has: `process()`; for Terminal: `terminal()`, which is a file, and `text()`, all that was
-// written; for SurvivingMemories: `memories()`, and `die()`, after which the memories made so far belong to a process that
+// written; for LeveledSystemLog: `log()`, and `lines()`, the levels and texts that came out so far; for
+// SurvivingMemories: `memories()`, and `die()`, after which the memories made so far belong to a process that
 // has died.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -62,6 +63,40 @@ TYPED_TEST_P(TerminalContract, PiecesAreWrittenOneAfterTheOther) {
 REGISTER_TYPED_TEST_SUITE_P(TerminalContract, AFileIsNotATerminal, PiecesAreWrittenOneAfterTheOther);
 
 template <class World>
+class LeveledSystemLogContract : public testing::Test {
+ protected:
+  World world;
+};
+
+TYPED_TEST_SUITE_P(LeveledSystemLogContract);
+
+TYPED_TEST_P(LeveledSystemLogContract, LinesComeOutInOrderAtTheirLevels) {
+  auto& log = this->world.log();
+  log.open("com.apple.console");
+  log.log(2, "critical");
+  log.log(5, "notice");
+  log.log(3, "error");
+  EXPECT_THAT(this->world.lines(),
+              testing::ElementsAre(testing::Pair(2, "critical"), testing::Pair(5, "notice"), testing::Pair(3, "error")));
+}
+
+TYPED_TEST_P(LeveledSystemLogContract, TextIsShownAsItIs) {
+  this->world.log().open("com.apple.console");
+  this->world.log().log(4, "100%s %n, \u00e4");
+  EXPECT_THAT(this->world.lines(), testing::ElementsAre(testing::Pair(4, "100%s %n, \u00e4")));
+}
+
+TYPED_TEST_P(LeveledSystemLogContract, AnUnknownFacilityAndASecondOpeningDoNoHarm) {
+  this->world.log().open("no such facility");
+  this->world.log().open("no such facility");
+  this->world.log().log(3, "line");
+  EXPECT_THAT(this->world.lines(), testing::ElementsAre(testing::Pair(3, "line")));
+}
+
+REGISTER_TYPED_TEST_SUITE_P(LeveledSystemLogContract, LinesComeOutInOrderAtTheirLevels, TextIsShownAsItIs,
+                            AnUnknownFacilityAndASecondOpeningDoNoHarm);
+
+template <class World>
 class SurvivingMemoriesContract : public testing::Test {
  protected:
   static constexpr std::size_t size = 8192;
@@ -93,7 +128,7 @@ TYPED_TEST_P(SurvivingMemoriesContract, TheMemoryOfADeadProcessIsGivenToOneCalle
   EXPECT_THAT(this->world.memories().orphans("name", this->size), testing::IsEmpty());
 }
 
-TYPED_TEST_P(SurvivingMemoriesContract, MemoryOfAnotherNameOrSizeIsLeftAlone) {
+TYPED_TEST_P(SurvivingMemoriesContract, MemoryOfAnotherNameOrSizeIsNotGivenAway) {
   this->world.memories().make("name", this->size).reset();
   this->world.die();
   EXPECT_THAT(this->world.memories().orphans("another", this->size), testing::IsEmpty());
@@ -109,7 +144,7 @@ TYPED_TEST_P(SurvivingMemoriesContract, DiscardedMemoryIsForgotten) {
 }
 
 REGISTER_TYPED_TEST_SUITE_P(SurvivingMemoriesContract, NewMemoryIsAllZero, TheMemoryOfARunningProcessIsNotGivenAway,
-                            TheMemoryOfADeadProcessIsGivenToOneCallerWithItsBytes, MemoryOfAnotherNameOrSizeIsLeftAlone,
+                            TheMemoryOfADeadProcessIsGivenToOneCallerWithItsBytes, MemoryOfAnotherNameOrSizeIsNotGivenAway,
                             DiscardedMemoryIsForgotten);
 
 }  // namespace contracts

@@ -49,10 +49,30 @@ TEST(SurvivingMemories, OfAProcessThatDiedGoToOneTakerWithTheirBytes) {
   EXPECT_THAT(memories.orphans("a/name", 8192), IsEmpty());
 }
 
-TEST(SurvivingMemories, OfAnotherNameOrSizeAreLeftAlone) {
+TEST(SurvivingMemories, OfAnotherNameAreLeftAlone) {
   const tests::TemporaryFolder folder;
   platform::Linux::SurvivingMemories memories(folder.path());
   memories.make("a name", 8192).reset();
   EXPECT_THAT(memories.orphans("another", 8192), IsEmpty());
+  EXPECT_THAT(namesIn(folder.path()), SizeIs(1));
+}
+
+TEST(SurvivingMemories, OfAnotherSizeAreRemovedUnlessTheirProcessRuns) {
+  const tests::TemporaryFolder folder;
+  platform::Linux::SurvivingMemories memories(folder.path());
+  auto memory = memories.make("a name", 8192);
   EXPECT_THAT(memories.orphans("a name", 4096), IsEmpty());
+  EXPECT_THAT(namesIn(folder.path()), SizeIs(1));
+  memory.reset();
+  EXPECT_THAT(memories.orphans("a name", 4096), IsEmpty());
+  EXPECT_THAT(namesIn(folder.path()), IsEmpty());
+}
+
+TEST(SurvivingMemories, OfAnotherExecutableOfThatNameAreLeftAlone) {
+  const tests::TemporaryFolder folder;
+  platform::Linux::SurvivingMemories own(folder.path(), "/usr/bin/name");
+  platform::Linux::SurvivingMemories other(folder.path(), "/home/somebody/name");
+  own.make("name", 8192).reset();
+  EXPECT_THAT(other.orphans("name", 8192), IsEmpty());
+  EXPECT_THAT(own.orphans("name", 8192), SizeIs(1));
 }

@@ -11,8 +11,10 @@
 #include <unistd.h>
 
 #include <functional>
+#include <thread>
 
 #include "platform/linux/Descriptor.h"
+#include "platform/linux/LoggingHost.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace platform::Linux {
@@ -81,6 +83,30 @@ TEST(SystemLog, AReaderOfStandardErrorThatHasGoneDoesNoHarm) {
     sigset_t mask;
     ::sigprocmask(SIG_SETMASK, nullptr, &mask);
     return ::sigismember(&mask, SIGPIPE) == 0 ? 0 : 2;
+  });
+  EXPECT_EQ(status, 0);
+}
+
+// In some of the rounds another thread is in the middle of a line.
+TEST(SystemLog, AChildThatIsForkedWhileOthersLogMayLogToo) {
+  const int status = exitStatusOfChild([] {
+    const LoggingHost host;  // makes forks known
+    const Descriptor nothing(::open("/dev/null", O_WRONLY | O_CLOEXEC));
+    ::dup2(nothing.get(), STDERR_FILENO);
+    SystemLog log("installer");
+    for (int t = 0; t < 2; ++t)
+      std::thread([&] {
+        for (;;) log.log("parent");
+      }).detach();
+    for (int round = 0; round < 100; ++round) {
+      const int one = exitStatusOfChild([&] {
+        ::alarm(20);
+        log.log("child");
+        return 0;
+      });
+      if (one != 0) return 1;
+    }
+    return 0;
   });
   EXPECT_EQ(status, 0);
 }

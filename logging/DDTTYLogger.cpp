@@ -38,9 +38,10 @@ void DDTTYLogger::writeStandardLine(const DDLogMessage& message, std::string_vie
   const auto end = std::to_chars(std::begin(thread), std::end(thread), message.machThreadID(), 16).ptr;
   _timestamp.clear();
   dateFormatter.appendString(message.timestamp(), _timestamp);
-  // The last line feeds are the caller's wish; others, and escapes, would be somebody else's.
-  const auto last = text.find_last_not_of('\n') + 1;
-  const std::string shown = foundation::harmless(text.substr(0, last)).append(text.substr(last));
-  const std::string_view pieces[] = {_timestamp, " ", app, "[", pid, ":", {thread, end}, "] ", shown, "\n"};
+  // A message may have lines, but it does not command the terminal.
+  constexpr std::string_view layout = "\n\t";
+  std::string shown;
+  if (foundation::isHarmful(text, layout)) text = shown = foundation::harmless(text, layout);
+  const std::string_view pieces[] = {_timestamp, " ", app, "[", pid, ":", {thread, end}, "] ", text, "\n"};
   _terminal->write(pieces);
 }

@@ -20,12 +20,13 @@ void appendEscaped(std::string& line, std::string_view bytes) {
 
 }  // namespace
 
-std::string harmless(std::string_view text) {
+std::string harmless(std::string_view text, std::string_view kept) {
   const bool isText = isValidUTF8(text);
   std::string line;
   while (!text.empty()) {
     const bool isForeign = !isText && static_cast<unsigned char>(text[0]) >= 0x80;
-    const std::size_t control = isForeign ? 1 : lengthOfControl(text);
+    const bool isKept = kept.find(text[0]) != std::string_view::npos;
+    const std::size_t control = isForeign ? 1 : isKept ? 0 : lengthOfControl(text);
     if (control > 0)
       appendEscaped(line, text.substr(0, control));
     else
@@ -33,6 +34,12 @@ std::string harmless(std::string_view text) {
     text.remove_prefix(control > 0 ? control : 1);
   }
   return line;
+}
+
+bool isHarmful(std::string_view text, std::string_view kept) {
+  for (std::size_t place = 0; place < text.size(); ++place)
+    if (lengthOfControl(text.substr(place)) > 0 && kept.find(text[place]) == std::string_view::npos) return true;
+  return !isValidUTF8(text);
 }
 
 }  // namespace foundation

@@ -83,10 +83,10 @@ TEST_F(Terminal, ALineFeedFollowsEvenALineFeed) {
   EXPECT_EQ(fake.logging.standardError.text(), prefix() + "line\n\n");
 }
 
-TEST_F(Terminal, IsNotCommandedByAMessageAndShowsNoForgedLine) {
+TEST_F(Terminal, IsNotCommandedByAMessageThatMayHaveLines) {
   add();
-  log("\x1B[2Jone\n2026 forged");
-  EXPECT_TRUE(fake.logging.standardError.text().ends_with("] \\x1b[2Jone\\x0a2026 forged\n"));
+  log("\x1B[2Jone\n\ttwo");
+  EXPECT_TRUE(fake.logging.standardError.text().ends_with("] \\x1b[2Jone\n\ttwo\n"));
 }
 
 TEST_F(Terminal, AFormattersTextStandsAlone) {

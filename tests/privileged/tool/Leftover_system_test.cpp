@@ -22,7 +22,9 @@ class Leftover : public NamespaceTest {
   Outcome perform(Outcome (*command)(const AssistantTool::Request&), const fs::path& source, const fs::path& destination) {
     const InstructionArchive::Instructions items{{protocol::sourcePathKey, source},
                                                  {protocol::destinationPathKey, destination}};
-    return command({items, walk});
+    const AssistantTool::Rules rules;
+    AssistantTool::Bundles bundles;
+    return command({items, walk, rules, bundles});
   }
   // Does the last step of the job and ends it, which unlocks its folders.
   static std::string endOf(Outcome& outcome) {

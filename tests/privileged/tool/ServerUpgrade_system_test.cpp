@@ -1,6 +1,7 @@
 #include <optional>
 
 #include "privileged/tool/ServerUnit.h"
+#include "protocol/PolicyFile.h"
 #include "protocol/ToolProtocol.h"
 #include "tests/privileged/tool/SignedBundle.h"
 #include "tests/privileged/tool/ToolRun.h"

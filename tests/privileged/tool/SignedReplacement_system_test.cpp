@@ -1,4 +1,5 @@
 // The tool itself under an administrator's keys: a replacement is verified before anything of the old item is touched.
+#include "protocol/PolicyFile.h"
 #include "tests/privileged/tool/Namespace.h"
 #include "tests/privileged/tool/SignedBundle.h"
 

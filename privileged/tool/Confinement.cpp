@@ -51,10 +51,19 @@ void addFirst(std::vector<FileDescriptor>& folders, std::initializer_list<std::s
   }
 }
 
+// The folder, or the one above it that it is to be made in; never the root folder.
+void addNearest(std::vector<FileDescriptor>& folders, std::string path) {
+  for (; !path.empty(); path.resize(path.rfind('/'))) {
+    auto folder = opened(path);
+    if (!folder) continue;
+    folders.push_back(std::move(folder));
+    return;
+  }
+}
+
 void addTrash(std::vector<FileDescriptor>& folders, const Location& item, uid_t user) {
   const auto account = accountOf(user);
-  if (account && !account->dataFolder.empty())
-    addFirst(folders, {account->dataFolder + "/Trash", account->dataFolder, account->home});
+  if (account && !account->dataFolder.empty()) addNearest(folders, account->dataFolder + "/Trash");
   const auto top = MountTable().topFolderOf(item.path);
   if (top == "/") return;
   if (auto shared = opened(top + "/.Trash")) folders.push_back(std::move(shared));

@@ -208,8 +208,9 @@ def ending_with_the_tools_reason(world):
 @scenario("gui", road={"new_name": "Kelto 2.app"})
 def ending_after_a_failed_rename(world):
     wanted = world.road.applications / "Kelto 2.app"
-    wanted.symlink_to("nowhere")
-    installer = world.start("update")
+    installer = world.start_waiting("update")
+    wanted.symlink_to("nowhere")  # after the check of the paths
+    world.hand_over()
     world.expect_general_failure(installer)
     expect_ending(world, installer, "controller-1", FAILED, protocol.moveFileCommand, wanted, str(wanted))
 

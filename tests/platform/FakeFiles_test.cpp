@@ -2,6 +2,7 @@
 #include "platform/fake/FakePlatform.h"
 #include "tests/platform/contracts/FileManagerContract.h"
 #include "tests/platform/contracts/LogStorageContract.h"
+#include "tests/platform/contracts/LeveledSystemLogContract.h"
 #include "tests/platform/contracts/LoggingHostContracts.h"
 
 using namespace contracts;

@@ -40,6 +40,7 @@ class TestProgram {
     _process = ::fork();
     if (_process == 0) {
       ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+      ::setpgid(0, 0);
       ::dup2(writing.get(), STDOUT_FILENO);
       if (::getppid() == test) ::execv(arguments[0], arguments.data());
       ::_exit(127);
@@ -66,8 +67,11 @@ class TestProgram {
   }
   bool isReady() { return line() == "ready"; }
 
+  // With the programs that it has started.
   void kill() const {
-    if (_process > 0) ::kill(_process, SIGKILL);
+    if (_process <= 0) return;
+    ::kill(_process, SIGKILL);
+    ::kill(-_process, SIGKILL);
   }
   // Waits for the end and takes notice of it; the wait status.
   int reap() {

@@ -10,7 +10,7 @@
 
 #include "platform/linux/Descriptor.h"
 #include "platform/linux/LoggingHost.h"
-#include "tests/platform/contracts/LoggingHostContracts.h"
+#include "tests/platform/contracts/LeveledSystemLogContract.h"
 
 namespace {
 

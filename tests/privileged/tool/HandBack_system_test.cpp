@@ -113,6 +113,8 @@ class HandBack : public NamespaceTest, public ::testing::WithParamInterface<Atta
 
   void prepare() {
     for (const char* name : {"home", "Applications"}) fs::remove_all(folder / name);
+    // Else each job would read the notes of all that failed before.
+    tests::PrivateState::clear();
     fs::create_directory(home());
     giveToUser(home());
     for (const auto& name : Programs) write(_item / name, "root's own program");

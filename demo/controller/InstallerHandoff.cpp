@@ -105,7 +105,7 @@ QString InstallerHandoff::nameOfInstaller() const {
 void InstallerHandoff::look() {
   // The process is held first: the connection that is then seen to be its own cannot be that of a later process with the
   // same number.
-  platform::Linux::Descriptor pidfd(static_cast<int>(::syscall(SYS_pidfd_open, static_cast<pid_t>(_process), 0)));
+  posix::Descriptor pidfd(static_cast<int>(::syscall(SYS_pidfd_open, static_cast<pid_t>(_process), 0)));
   // Another installer may have the common name, while it still shows an alert.
   QString connection = connectionOf(nameOfInstaller(), _process);
   if (connection.isEmpty()) connection = connectionOf(_name, _process);

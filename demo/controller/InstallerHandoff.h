@@ -24,8 +24,8 @@
 #include "foundation/graphics/Geometry.h"
 #include "platform/Bundle.h"
 #include "platform/linux/AuthorizationServices.h"
-#include "platform/linux/Descriptor.h"
 #include "platform/linux/DistributedNotificationCenter.h"
+#include "posix/Descriptor.h"
 
 // A task for the installer. Paths are absolute.
 struct InstallerTask {
@@ -78,6 +78,6 @@ class InstallerHandoff final {
   QTimer _patience;
   QString _name;
   qint64 _process = 0;
-  platform::Linux::Descriptor _pidfd;  // of the installer, once it listens
+  posix::Descriptor _pidfd;  // of the installer, once it listens
   Listens _listens;
 };

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/linux/Descriptor.h"
+#include "posix/Descriptor.h"
 
 namespace platform::Linux {
 
@@ -32,7 +32,7 @@ constexpr std::uint64_t WaitForBroker = Minute;
 
 class SocketStream final : public ByteStream {
  public:
-  SocketStream(Descriptor socket, BlockingCall& blockingCall, const std::function<void(bool)>& onToolRuns)
+  SocketStream(posix::Descriptor socket, BlockingCall& blockingCall, const std::function<void(bool)>& onToolRuns)
       : _socket(std::move(socket)), _blockingCall(blockingCall), _onToolRuns(onToolRuns) {
     if (_onToolRuns) _onToolRuns(true);
   }
@@ -85,7 +85,7 @@ class SocketStream final : public ByteStream {
     return -1;
   }
 
-  Descriptor _socket;
+  posix::Descriptor _socket;
   BlockingCall& _blockingCall;
   const std::function<void(bool)>& _onToolRuns;
 };
@@ -248,17 +248,17 @@ AuthorizationStatus AuthorizationServices::executeWithPrivileges(AuthorizationRe
                                                                  std::unique_ptr<ByteStream>& stream) {
   if (authorization == 0) return errAuthorizationInvalidRef;
   // Naming the file is enough for the broker to examine and run it; opening it further could wait or have side effects.
-  Descriptor tool;
+  posix::Descriptor tool;
   int error = 0;
   _blockingCall.run([&] {
-    tool = Descriptor(::open(path.c_str(), O_PATH | O_CLOEXEC));
+    tool = posix::Descriptor(::open(path.c_str(), O_PATH | O_CLOEXEC));
     error = errno;
   });
   if (!tool) {
     _cause = "The tool " + path + " cannot be opened: " + std::strerror(error);
     return errAuthorizationToolExecuteFailure;
   }
-  Descriptor socket;
+  posix::Descriptor socket;
   const AuthorizationStatus status = call(
       brokerMethod::executeWithPrivileges, WaitForPerson,
       [&](sd_bus_message* request) {
@@ -268,7 +268,7 @@ AuthorizationStatus AuthorizationServices::executeWithPrivileges(AuthorizationRe
       [&](sd_bus_message* reply) {
         int borrowed = -1;
         if (const int result = sd_bus_message_read(reply, "h", &borrowed); result < 0) return result;
-        socket = Descriptor(::fcntl(borrowed, F_DUPFD_CLOEXEC, 3));
+        socket = posix::Descriptor(::fcntl(borrowed, F_DUPFD_CLOEXEC, 3));
         return socket ? 0 : -errno;
       });
   if (status == errAuthorizationSuccess)

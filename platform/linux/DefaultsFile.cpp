@@ -30,8 +30,8 @@ bool makeFolder(const std::string& path) {
 }
 
 // The lock, held for as long as the descriptor is open. Nothing when another program holds it for too long.
-Descriptor locked(const std::string& path, std::string& reason) {
-  Descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600));
+posix::Descriptor locked(const std::string& path, std::string& reason) {
+  posix::Descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600));
   if (!file) failed(reason, "cannot open", path);
   const auto deadline = std::chrono::steady_clock::now() + longestWait;
   while (file && ::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
@@ -69,7 +69,7 @@ bool replaceFile(const std::string& path, std::string_view bytes, std::string& r
   const std::string fresh = path + ".new";
   struct stat old {};
   const mode_t mode = ::stat(path.c_str(), &old) == 0 ? old.st_mode & 0777 : 0600;
-  Descriptor file(::open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600));
+  posix::Descriptor file(::open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600));
   if (!file) return failed(reason, "cannot create", fresh);
   const bool isWritten = writeAll(file.get(), bytes) && ::fchmod(file.get(), mode) == 0 && ::fsync(file.get()) == 0;
   if (!isWritten || ::rename(fresh.c_str(), path.c_str()) != 0) {
@@ -77,7 +77,7 @@ bool replaceFile(const std::string& path, std::string_view bytes, std::string& r
     ::unlink(fresh.c_str());
     return false;
   }
-  const Descriptor folder(
+  const posix::Descriptor folder(
       ::open(foundation::Path::deletingLastComponent(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (folder) ::fsync(folder.get());
   return true;

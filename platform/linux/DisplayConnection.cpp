@@ -21,8 +21,8 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/linux/Descriptor.h"
 #include "platform/linux/ProcessFacts.h"
+#include "posix/Descriptor.h"
 
 namespace platform::Linux {
 
@@ -64,7 +64,7 @@ bool askForSockets(int connection) {
 
 // Nothing when the kernel does not answer.
 std::optional<Sockets> localSockets() {
-  const Descriptor connection(::socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_SOCK_DIAG));
+  const posix::Descriptor connection(::socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_SOCK_DIAG));
   if (!connection || !askForSockets(connection.get())) return std::nullopt;
   Sockets sockets;
   alignas(nlmsghdr) char buffer[32768];

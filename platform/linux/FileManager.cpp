@@ -11,11 +11,11 @@
 
 #include "foundation/text/Path.h"
 #include "platform/linux/Accounts.h"
-#include "platform/linux/Descriptor.h"
 #include "platform/linux/PrivateTemporaryFolder.h"
 #include "platform/linux/RemoveTree.h"
 #include "platform/linux/StandardFolders.h"
 #include "platform/linux/Volume.h"
+#include "posix/Descriptor.h"
 
 namespace platform::Linux {
 
@@ -133,7 +133,7 @@ bool FileManager::createFileAtPath(const std::string& path, const FileAttributes
   if (isDocumentItself(path) && ::unlink(path.c_str()) != 0) return false;
   // Closed to others until it has the attributes that were asked for.
   const mode_t mode = attributes->mode ? 0600 : 0666;
-  const Descriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
+  const posix::Descriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
   if (!file) return false;
   if (apply(*attributes, file.get())) return true;
   ::unlink(path.c_str());
@@ -163,7 +163,7 @@ bool FileManager::removeItemAtPath(const std::string& path) { return removeTree(
 
 std::optional<std::string> FileManager::contentsAtPath(const std::string& path) const {
   // Without waiting, in case a pipe without a writer has that name.
-  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  const posix::Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   struct stat status {};
   if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
   return allOf(file.get());

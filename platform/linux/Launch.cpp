@@ -12,8 +12,8 @@
 #include <string_view>
 
 #include "platform/linux/Accounts.h"
-#include "platform/linux/Descriptor.h"
 #include "platform/linux/LaunchMark.h"
+#include "posix/Descriptor.h"
 
 namespace platform::Linux {
 
@@ -143,10 +143,10 @@ int launch(const std::string& program, const std::vector<std::string>& arguments
 
   int ends[2];
   if (::pipe2(ends, O_CLOEXEC) != 0) return errno;
-  const Descriptor reading(ends[0]);
-  Descriptor writing(ends[1]);
+  const posix::Descriptor reading(ends[0]);
+  posix::Descriptor writing(ends[1]);
   // Clear of the standard descriptors, which the new process arranges anew.
-  Descriptor errors(::fcntl(writing.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+  posix::Descriptor errors(::fcntl(writing.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
   if (!errors) return errno;
   writing.reset();
 

@@ -14,7 +14,7 @@
 #include <thread>
 
 #include "foundation/text/Path.h"
-#include "platform/linux/Descriptor.h"
+#include "posix/Descriptor.h"
 
 namespace platform::Linux {
 namespace {
@@ -63,7 +63,7 @@ bool exists(const std::string& path) {
 bool hasNoAttributes(int error) { return error == ENOTSUP; }
 
 int makeEmptyFile(const std::string& path, int flags) {
-  const Descriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | flags, 0644));
+  const posix::Descriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | flags, 0644));
   return file ? 0 : errno;
 }
 
@@ -88,7 +88,7 @@ ssize_t appendOnce(int descriptor, std::string_view bytes) {
 
 class OpenLogFile final : public LogFile {
  public:
-  OpenLogFile(Descriptor file, const struct stat& status)
+  OpenLogFile(posix::Descriptor file, const struct stat& status)
       : _file(std::move(file)), _device(status.st_dev), _number(status.st_ino) {}
 
   std::size_t append(std::string_view bytes, int& error) override {
@@ -135,7 +135,7 @@ class OpenLogFile final : public LogFile {
   }
 
  private:
-  const Descriptor _file;
+  const posix::Descriptor _file;
   const dev_t _device;
   const ino_t _number;
 };
@@ -175,7 +175,7 @@ std::optional<LogFileAttributes> LogStorage::attributesOfFile(const std::string&
 bool LogStorage::createFile(const std::string& path) { return makeEmptyFile(path, O_EXCL) == 0; }
 
 std::unique_ptr<LogFile> LogStorage::openFile(const std::string& path) {
-  Descriptor file(::open(path.c_str(), O_RDWR | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  posix::Descriptor file(::open(path.c_str(), O_RDWR | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
   struct stat status {};
   if (!file || !lockShared(file.get()) || ::fstat(file.get(), &status) != 0) return nullptr;
   // It may have been removed before the lock was ours; and a pipe cannot be a log file.
@@ -184,7 +184,7 @@ std::unique_ptr<LogFile> LogStorage::openFile(const std::string& path) {
 }
 
 bool LogStorage::removeFile(const std::string& path) {
-  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  const posix::Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
   if (!file || (::flock(file.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)) return false;
   const bool hasMarkFiles = ::fgetxattr(file.get(), "user.any", nullptr, 0) < 0 && hasNoAttributes(errno);
   const std::string suffix = hasMarkFiles ? markSuffix(path) : std::string();

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <string>
 
-#include "platform/linux/Descriptor.h"
+#include "posix/Descriptor.h"
 
 namespace platform::Linux {
 
@@ -28,7 +28,7 @@ class TemporaryFolderClaim {
   const std::string _prefix;
   const std::size_t _suffixLength;
   const std::string _path;
-  const Descriptor _folder;
+  const posix::Descriptor _folder;
 };
 
 }  // namespace platform::Linux

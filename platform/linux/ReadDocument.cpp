@@ -17,7 +17,7 @@ std::nullopt_t refuse(ReadFailure& failure, std::string reason, bool isMissing =
 
 std::optional<ReadDocument> readDocument(const std::string& path, std::size_t limit, ReadFailure& failure) {
   // Without waiting, in case a pipe without a writer has that name.
-  ReadDocument document{Descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)), {}, {}};
+  ReadDocument document{posix::Descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)), {}, {}};
   if (!document.file) return refuse(failure, std::strerror(errno), errno == ENOENT || errno == ENOTDIR);
   if (::fstat(document.file.get(), &document.status) != 0) return refuse(failure, std::strerror(errno));
   if (!S_ISREG(document.status.st_mode)) return refuse(failure, "it is not a regular file");

@@ -6,12 +6,12 @@
 #include <optional>
 #include <string>
 
-#include "platform/linux/Descriptor.h"
+#include "posix/Descriptor.h"
 
 namespace platform::Linux {
 
 struct ReadDocument {
-  Descriptor file;  // still open: as long as it is, no other document has the same file number
+  posix::Descriptor file;  // still open: as long as it is, no other document has the same file number
   struct stat status {};
   std::string bytes;
 };

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "foundation/text/Path.h"
-#include "platform/linux/Descriptor.h"
+#include "posix/Descriptor.h"
 
 namespace platform::Linux {
 
@@ -56,7 +56,7 @@ std::optional<std::vector<std::string>> removeDocuments(int descriptor) {
 // The walk through one tree. `_current` is the folder of the last level.
 class Removal {
  public:
-  explicit Removal(Descriptor parent) : _current(std::move(parent)) {}
+  explicit Removal(posix::Descriptor parent) : _current(std::move(parent)) {}
 
   bool remove(const std::string& name) {
     if (!enter(name)) return false;
@@ -77,7 +77,7 @@ class Removal {
   bool enter(const std::string& name) {
     struct stat above {};
     if (::fstat(_current.get(), &above) != 0) return false;
-    Descriptor folder(::openat(_current.get(), name.c_str(), folderFlags));
+    posix::Descriptor folder(::openat(_current.get(), name.c_str(), folderFlags));
     if (!folder) return false;
     auto folders = removeDocuments(folder.get());
     if (!folders) return false;
@@ -90,7 +90,7 @@ class Removal {
   bool leave() {
     const Level level = std::move(_levels.back());
     _levels.pop_back();
-    Descriptor above(::openat(_current.get(), "..", folderFlags));
+    posix::Descriptor above(::openat(_current.get(), "..", folderFlags));
     struct stat status {};
     if (!above || ::fstat(above.get(), &status) != 0) return false;
     if (status.st_dev != level.device || status.st_ino != level.inode) return false;
@@ -98,7 +98,7 @@ class Removal {
     return ::unlinkat(_current.get(), level.name.c_str(), AT_REMOVEDIR) == 0;
   }
 
-  Descriptor _current;
+  posix::Descriptor _current;
   std::vector<Level> _levels;
 };
 
@@ -108,7 +108,7 @@ bool removeTree(const std::string& path) {
   const std::string name = foundation::Path::lastComponent(path);
   if (name.empty() || name == "/" || name == "." || name == "..") return false;
   const std::string parent = foundation::Path::deletingLastComponent(path);
-  Descriptor folder(::open(parent.empty() ? "." : parent.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  posix::Descriptor folder(::open(parent.empty() ? "." : parent.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   if (!folder) return false;
   if (::unlinkat(folder.get(), name.c_str(), 0) == 0) return true;
   if (errno != EISDIR) return false;

@@ -8,7 +8,7 @@ namespace platform::Linux {
 
 // By number: the C library's own declaration of this call cannot be linked from C++ (its header forgets extern "C").
 RunningProcess processWithNumber(pid_t number) {
-  return {number, Descriptor(static_cast<int>(::syscall(SYS_pidfd_open, number, 0)))};
+  return {number, posix::Descriptor(static_cast<int>(::syscall(SYS_pidfd_open, number, 0)))};
 }
 
 bool isRunning(const RunningProcess& process) {

@@ -2,13 +2,13 @@
 // A process that is held, so that its number cannot come to stand for another. Any thread.
 #include <sys/types.h>
 
-#include "platform/linux/Descriptor.h"
+#include "posix/Descriptor.h"
 
 namespace platform::Linux {
 
 struct RunningProcess {
   pid_t number;
-  Descriptor handle;  // stays bound to the process when the number is used again
+  posix::Descriptor handle;  // stays bound to the process when the number is used again
 };
 
 // The process that has this number now; its handle is empty when there is no such process.

@@ -14,14 +14,14 @@
 
 #include "foundation/dispatch/Fork.h"
 #include "foundation/text/Path.h"
-#include "platform/linux/Descriptor.h"
+#include "posix/Descriptor.h"
 
 namespace platform::Linux {
 namespace {
 
 class MappedFile final : public SurvivingMemory {
  public:
-  MappedFile(std::string path, Descriptor file, void* address, std::size_t size)
+  MappedFile(std::string path, posix::Descriptor file, void* address, std::size_t size)
       : _path(std::move(path)), _file(std::move(file)), _address(address), _size(size) {
     _handlers = foundation::Fork::addHandlers({.child = [this] { becomePrivate(); }});
   }
@@ -47,7 +47,7 @@ class MappedFile final : public SurvivingMemory {
   }
 
   const std::string _path;
-  Descriptor _file;
+  posix::Descriptor _file;
   void* const _address;
   const std::size_t _size;
   foundation::Fork::HandlersID _handlers = 0;
@@ -56,7 +56,7 @@ class MappedFile final : public SurvivingMemory {
 // Names that are tried: earlier memories of this process, and of former ones with its number, keep theirs.
 constexpr unsigned longestSearch = 1000;
 
-std::unique_ptr<SurvivingMemory> mapped(std::string path, Descriptor file, std::size_t size) {
+std::unique_ptr<SurvivingMemory> mapped(std::string path, posix::Descriptor file, std::size_t size) {
   void* address = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, file.get(), 0);
   if (address == MAP_FAILED) return nullptr;
   return std::make_unique<MappedFile>(std::move(path), std::move(file), address, size);
@@ -89,7 +89,7 @@ std::string numberOf(std::string_view path) {
 }
 
 std::unique_ptr<SurvivingMemory> adopted(const std::string& path, std::size_t size) {
-  Descriptor file(::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  posix::Descriptor file(::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
   if (!file || ::flock(file.get(), LOCK_EX | LOCK_NB) != 0 || !isOwnFile(file.get())) return nullptr;
   if (sizeOf(file.get()) != size) {
     // One that is being made is empty until it is locked.
@@ -126,10 +126,10 @@ std::string SurvivingMemories::prefix(const std::string& name) const {
 std::unique_ptr<SurvivingMemory> SurvivingMemories::make(const std::string& name, std::size_t size) {
   const std::string start = foundation::Path::appending(_folder, prefix(name) + std::to_string(::getpid()) + ".");
   std::string path;
-  Descriptor file(-1);
+  posix::Descriptor file(-1);
   for (unsigned number = 0; !file && number < longestSearch; ++number) {
     path = start + std::to_string(number);
-    file = Descriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
+    file = posix::Descriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
     if (!file && errno != EEXIST) return nullptr;
   }
   // Space is taken now: a full file system would otherwise show itself as a fatal signal at the first touch.

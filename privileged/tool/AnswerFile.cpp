@@ -37,11 +37,11 @@ void judgeFolder(int folder, uid_t user) {
 AnswerFile::AnswerFile(const std::string& path, const PathWalk& walk) : _user(walk.user()) {
   const auto location = walk.locate(path);
   // Looked at before it is opened: opening a device or a pipe may already do something.
-  const FileDescriptor found(::openat(location.folder.get(), location.name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  const posix::Descriptor found(::openat(location.folder.get(), location.name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
   if (!found) failWithSystemError("cannot open the result file");
   judge(statusOf(found.get()), _user);
   judgeFolder(location.folder.get(), _user);
-  _file = FileDescriptor(::open(pathOfDescriptor(found.get()).c_str(), O_WRONLY | O_CLOEXEC));
+  _file = posix::Descriptor(::open(pathOfDescriptor(found.get()).c_str(), O_WRONLY | O_CLOEXEC));
   if (!_file) failWithSystemError("cannot write the result file");
   if (statusOf(_file.get()).st_size != 0) throw Failure("the result file is not empty");
 }

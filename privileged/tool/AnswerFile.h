@@ -3,8 +3,8 @@
 #include <string>
 #include <string_view>
 
+#include "posix/Descriptor.h"
 #include "privileged/tool/Answer.h"
-#include "privileged/tool/FileDescriptor.h"
 #include "privileged/tool/PathWalk.h"
 
 namespace AssistantTool {
@@ -20,7 +20,7 @@ class AnswerFile final : public Answer {
   [[nodiscard]] std::pair<dev_t, ino_t> identity() const override;
 
  private:
-  FileDescriptor _file;
+  posix::Descriptor _file;
   uid_t _user;
 };
 

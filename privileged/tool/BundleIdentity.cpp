@@ -6,10 +6,10 @@
 #include <cerrno>
 #include <compare>
 
+#include "posix/Descriptor.h"
 #include "privileged/tool/BundleItem.h"
 #include "privileged/tool/BundleVersion.h"
 #include "privileged/tool/Failure.h"
-#include "privileged/tool/FileDescriptor.h"
 #include "privileged/tool/Folder.h"
 #include "privileged/tool/InformationList.h"
 #include "privileged/tool/Manifest.h"

@@ -20,7 +20,7 @@ constexpr std::uint64_t insideOnly = RESOLVE_BENEATH | RESOLVE_NO_XDEV | RESOLVE
 // The kernel gives a walk up when any folder of the machine is renamed while it goes through "..".
 constexpr int maximumTries = 1000;
 
-FileDescriptor openInside(int bundle, const std::string& path, std::uint64_t flags, std::uint64_t resolve) {
+posix::Descriptor openInside(int bundle, const std::string& path, std::uint64_t flags, std::uint64_t resolve) {
   open_how how{};
   how.flags = flags | O_CLOEXEC;
   how.resolve = insideOnly | resolve;
@@ -29,10 +29,10 @@ FileDescriptor openInside(int bundle, const std::string& path, std::uint64_t fla
     item = ::syscall(SYS_openat2, bundle, path.c_str(), &how, sizeof how);
     if (item >= 0 || (errno != EAGAIN && errno != EINTR)) break;
   }
-  return FileDescriptor(static_cast<int>(item));
+  return posix::Descriptor(static_cast<int>(item));
 }
 
-FileDescriptor openEntry(int bundle, const std::string& path) {
+posix::Descriptor openEntry(int bundle, const std::string& path) {
   constexpr std::uint64_t reading = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
   auto item = openInside(bundle, path, reading, RESOLVE_NO_SYMLINKS);
   if (!item && errno == ELOOP) item = openInside(bundle, path, O_PATH | O_NOFOLLOW, RESOLVE_NO_SYMLINKS);

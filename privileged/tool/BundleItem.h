@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "privileged/tool/FileDescriptor.h"
+#include "posix/Descriptor.h"
 #include "privileged/tool/Manifest.h"
 
 namespace AssistantTool {
@@ -32,7 +32,7 @@ class BundleItem {
 
  private:
   std::string _path;
-  FileDescriptor _item;
+  posix::Descriptor _item;
   EntryKind _kind = EntryKind::file;
   mode_t _mode = 0;
   std::uint64_t _size = 0;

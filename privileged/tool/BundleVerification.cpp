@@ -4,9 +4,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "posix/Descriptor.h"
 #include "privileged/tool/BundleItem.h"
 #include "privileged/tool/Failure.h"
-#include "privileged/tool/FileDescriptor.h"
 #include "privileged/tool/Folder.h"
 
 namespace AssistantTool {
@@ -71,14 +71,14 @@ void verifyEntry(int bundle, const Manifest& manifest, const ManifestEntry& entr
 }
 
 // The open folder of the item, when it is a bundle with a manifest.
-FileDescriptor openSignedBundle(const ItemInFolder& item) {
+posix::Descriptor openSignedBundle(const ItemInFolder& item) {
   struct stat status {};
   if (::fstatat(item.folder, item.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
     failWithSystemError("cannot look at the new item");
   if (!S_ISDIR(status.st_mode)) return {};
   auto bundle = openFolderIn(item.folder, item.name);
   if (!bundle) failWithSystemError("cannot open the new item");
-  return isMissing(bundle.get(), manifestPath) ? FileDescriptor() : std::move(bundle);
+  return isMissing(bundle.get(), manifestPath) ? posix::Descriptor() : std::move(bundle);
 }
 
 void requireUnsignedAllowed(const SignaturePolicy& policy) {

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "posix/Descriptor.h"
 #include "privileged/tool/BundleIdentity.h"
-#include "privileged/tool/FileDescriptor.h"
 #include "privileged/tool/Manifest.h"
 #include "privileged/tool/TrustedKeys.h"
 #include "protocol/PolicyFile.h"
@@ -52,7 +52,7 @@ struct ItemInFolder {
 struct AcceptedBundle {
   BundleIdentity identity;  // that the manifest tells, or that an unsigned bundle claims
   std::optional<Manifest> manifest;
-  FileDescriptor folder;  // the bundle's, when there is a manifest
+  posix::Descriptor folder;  // the bundle's, when there is a manifest
 };
 
 // Whether the administrators let `replacement` take the place of what is `installed`, where nothing need be: by its signed

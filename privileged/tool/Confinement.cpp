@@ -32,8 +32,8 @@ constexpr std::uint64_t devices = LANDLOCK_ACCESS_FS_MAKE_CHAR | LANDLOCK_ACCESS
 // Mounts and the job's own descriptors, accounts, keys and policy, the modules that find accounts.
 constexpr std::array readFolders{"/proc", "/etc", "/usr", "/lib", "/lib64"};
 
-FileDescriptor opened(const std::string& path) {
-  return FileDescriptor(::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+posix::Descriptor opened(const std::string& path) {
+  return posix::Descriptor(::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
 }
 
 bool allow(int rules, int folder, std::uint64_t access) {
@@ -42,7 +42,7 @@ bool allow(int rules, int folder, std::uint64_t access) {
 }
 
 // The narrowest of these folders that is there.
-void addFirst(std::vector<FileDescriptor>& folders, std::initializer_list<std::string> paths) {
+void addFirst(std::vector<posix::Descriptor>& folders, std::initializer_list<std::string> paths) {
   for (const auto& path : paths) {
     auto folder = opened(path);
     if (!folder) continue;
@@ -51,19 +51,29 @@ void addFirst(std::vector<FileDescriptor>& folders, std::initializer_list<std::s
   }
 }
 
-// The folder, or the one above it that it is to be made in; never the root folder.
-void addNearest(std::vector<FileDescriptor>& folders, std::string path) {
-  for (; !path.empty(); path.resize(path.rfind('/'))) {
-    auto folder = opened(path);
-    if (!folder) continue;
-    folders.push_back(std::move(folder));
-    return;
+std::optional<Location> placeOf(const std::string& path, const PathWalk& walk) {
+  try {
+    return walk.locate(path);
+  } catch (const Failure&) {
+    return std::nullopt;
   }
 }
 
-void addTrash(std::vector<FileDescriptor>& folders, const Location& item, uid_t user) {
+// The folder, or the one above it that it is to be made in; never the root folder. The user's own links lead nowhere.
+void addNearest(std::vector<posix::Descriptor>& folders, std::string path, const PathWalk& walk) {
+  for (; !path.empty(); path.resize(path.rfind('/'))) {
+    const auto place = placeOf(path, walk);
+    if (!place) continue;
+    folders.emplace_back(::openat(place->folder.get(), place->name.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (folders.back()) return;
+    folders.pop_back();
+  }
+}
+
+void addTrash(std::vector<posix::Descriptor>& folders, const Location& item, const PathWalk& walk) {
+  const uid_t user = walk.user();
   const auto account = accountOf(user);
-  if (account && !account->dataFolder.empty()) addNearest(folders, account->dataFolder + "/Trash");
+  if (account && !account->dataFolder.empty()) addNearest(folders, account->dataFolder + "/Trash", walk);
   const auto top = MountTable().topFolderOf(item.path);
   if (top == "/") return;
   if (auto shared = opened(top + "/.Trash")) folders.push_back(std::move(shared));
@@ -71,7 +81,7 @@ void addTrash(std::vector<FileDescriptor>& folders, const Location& item, uid_t 
 }
 
 // Made now, because it cannot be any more later.
-void addJournal(std::vector<FileDescriptor>& folders) {
+void addJournal(std::vector<posix::Descriptor>& folders) {
   try {
     folders.emplace_back(::fcntl(Journal::made().descriptor(), F_DUPFD_CLOEXEC, 0));
   } catch (const Failure&) {
@@ -81,25 +91,25 @@ void addJournal(std::vector<FileDescriptor>& folders) {
 
 }  // namespace
 
-std::vector<FileDescriptor> foldersOf(const Command& command, const Request& request) {
-  std::vector<FileDescriptor> folders;
+std::vector<posix::Descriptor> foldersOf(const Command& command, const Request& request) {
+  std::vector<posix::Descriptor> folders;
   for (const char* key : command.paths) {
     if (key == nullptr) continue;
     auto location = request.locate(key);
-    if (command.name == protocol::trashFileCommand) addTrash(folders, location, request.walk.user());
+    if (command.name == protocol::trashFileCommand) addTrash(folders, location, request.walk);
     folders.push_back(std::move(location.folder));
   }
   addJournal(folders);
   return folders;
 }
 
-std::string confineTo(std::span<const FileDescriptor> folders) {
+std::string confineTo(std::span<const posix::Descriptor> folders) {
   const long version = ::syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION);
   if (version < 0) return std::strerror(errno);
   if (version < firstUsefulVersion) return "this kernel's Landlock forbids every rename between folders";
   const std::uint64_t allowed = version < versionWithTruncation ? working : working | truncation;
   const landlock_ruleset_attr handled{.handled_access_fs = allowed | devices | LANDLOCK_ACCESS_FS_EXECUTE};
-  const FileDescriptor rules(static_cast<int>(::syscall(SYS_landlock_create_ruleset, &handled, sizeof handled, 0)));
+  const posix::Descriptor rules(static_cast<int>(::syscall(SYS_landlock_create_ruleset, &handled, sizeof handled, 0)));
   if (!rules) return std::strerror(errno);
   for (const auto& folder : folders) {
     if (!allow(rules.get(), folder.get(), allowed)) return std::strerror(errno);

@@ -6,17 +6,17 @@
 #include <string>
 #include <vector>
 
+#include "posix/Descriptor.h"
 #include "privileged/tool/Commands.h"
-#include "privileged/tool/FileDescriptor.h"
 
 namespace AssistantTool {
 
 // The open folders in which the job reads and writes: those that hold the items it was given, and those of the Trash when
 // something goes there. Throws Failure when a path is refused.
-std::vector<FileDescriptor> foldersOf(const Command& command, const Request& request);
+std::vector<posix::Descriptor> foldersOf(const Command& command, const Request& request);
 
 // From now on this process opens, makes, renames and removes files below these folders only, and reads those of the system
 // that a job looks at. "", or why the kernel cannot do this; then nothing has changed.
-std::string confineTo(std::span<const FileDescriptor> folders);
+std::string confineTo(std::span<const posix::Descriptor> folders);
 
 }  // namespace AssistantTool

@@ -53,7 +53,7 @@ class Recorder {
   }
 
   Log _log;
-  FileDescriptor _tool{::open("/proc/self/exe", O_RDONLY | O_CLOEXEC)};
+  posix::Descriptor _tool{::open("/proc/self/exe", O_RDONLY | O_CLOEXEC)};
   std::string _job = toldByBroker(protocol::jobVariable);
 };
 

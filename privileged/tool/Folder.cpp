@@ -61,11 +61,11 @@ std::optional<std::vector<FolderEntry>> entriesOf(int folder, std::size_t maximu
 
 std::vector<FolderEntry> entriesOf(int folder) { return *entriesOf(folder, std::numeric_limits<std::size_t>::max()); }
 
-FileDescriptor openFolderIn(int parent, const std::string& name) {
+posix::Descriptor openFolderIn(int parent, const std::string& name) {
   open_how how{};
   how.flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
   how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_XDEV;
-  return FileDescriptor(static_cast<int>(::syscall(SYS_openat2, parent, name.c_str(), &how, sizeof how)));
+  return posix::Descriptor(static_cast<int>(::syscall(SYS_openat2, parent, name.c_str(), &how, sizeof how)));
 }
 
 int renameWithoutReplacing(int fromFolder, const std::string& from, int toFolder, const std::string& to) {

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "privileged/tool/FileDescriptor.h"
+#include "posix/Descriptor.h"
 
 namespace AssistantTool {
 
@@ -24,7 +24,7 @@ std::vector<FolderEntry> entriesOf(int folder);
 
 // Opens the folder `name` in `parent` for reading. Not open, with errno set, when it is not a folder, or is a link or
 // a mount.
-FileDescriptor openFolderIn(int parent, const std::string& name);
+posix::Descriptor openFolderIn(int parent, const std::string& name);
 
 // Renames and never overwrites, also on a file system that has no such rename. 0 or an error number; EEXIST when something
 // is there, EXDEV when the two folders cannot exchange names.

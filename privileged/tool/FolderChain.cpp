@@ -19,10 +19,10 @@ struct stat statusOf(int folder) {
 
 }  // namespace
 
-void FolderChain::enter(FileDescriptor folder) {
+void FolderChain::enter(posix::Descriptor folder) {
   const auto status = statusOf(folder.get());
   _levels.push_back({.folder = std::move(folder), .device = status.st_dev, .inode = status.st_ino});
-  if (_levels.size() > heldOpen) _levels[_levels.size() - heldOpen - 1].folder = FileDescriptor();
+  if (_levels.size() > heldOpen) _levels[_levels.size() - heldOpen - 1].folder = posix::Descriptor();
 }
 
 // Before the deepest folder goes, the second above it is opened again from the first, in which names can be looked up: the
@@ -31,7 +31,7 @@ void FolderChain::leave() {
   if (_levels.size() > 2) {
     auto& wanted = _levels[_levels.size() - 3];
     if (!wanted.folder) {
-      FileDescriptor folder(::openat(above(), "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+      posix::Descriptor folder(::openat(above(), "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
       if (!folder) failWithSystemError("cannot open the folder above");
       const auto status = statusOf(folder.get());
       if (status.st_dev != wanted.device || status.st_ino != wanted.inode)

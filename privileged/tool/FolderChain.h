@@ -7,14 +7,14 @@
 #include <cstddef>
 #include <vector>
 
-#include "privileged/tool/FileDescriptor.h"
+#include "posix/Descriptor.h"
 
 namespace AssistantTool {
 
 class FolderChain {
  public:
   // Goes into `folder`, which lies in the deepest one. Throws Failure.
-  void enter(FileDescriptor folder);
+  void enter(posix::Descriptor folder);
   // Leaves the deepest folder. Throws Failure when a folder was moved during the walk.
   void leave();
 
@@ -26,7 +26,7 @@ class FolderChain {
 
  private:
   struct Level {
-    FileDescriptor folder;  // open for the deepest few, at least for two
+    posix::Descriptor folder;  // open for the deepest few, at least for two
     dev_t device = 0;
     ino_t inode = 0;
   };

@@ -20,13 +20,13 @@ bool isSame(const struct stat& one, const struct stat& other) {
 
 // By identity and not by name, so that a second mount of the same folder does not hide it.
 bool liesInside(const Location& inner, const struct stat& outer) {
-  FileDescriptor folder(::openat(inner.folder.get(), ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  posix::Descriptor folder(::openat(inner.folder.get(), ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
   struct stat status {};
   if (!folder || ::fstat(folder.get(), &status) != 0) failWithSystemError("cannot look above " + inner.path);
   for (;;) {
     if (isSame(status, outer)) return true;
     const struct stat below = status;
-    folder = FileDescriptor(::openat(folder.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    folder = posix::Descriptor(::openat(folder.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!folder || ::fstat(folder.get(), &status) != 0) failWithSystemError("cannot look above " + inner.path);
     if (isSame(status, below)) return false;
   }

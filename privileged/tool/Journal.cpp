@@ -40,24 +40,24 @@ void requireOwn(int folder, const std::string& path) {
     throw Failure("cannot keep notes in " + path + ": others can write there");
 }
 
-FileDescriptor open(int parent, const char* name) {
-  return FileDescriptor(::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+posix::Descriptor open(int parent, const char* name) {
+  return posix::Descriptor(::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
 }
 
 // On the disk, so that what is noted in it is.
-FileDescriptor make(int parent, const char* name, mode_t mode) {
+posix::Descriptor make(int parent, const char* name, mode_t mode) {
   if (::mkdirat(parent, name, mode) != 0 && errno != EEXIST) return {};
   if (::fsync(parent) != 0) return {};
   return open(parent, name);
 }
 
 // The journal's folder; not open when it is missing and not to be made.
-FileDescriptor journal(bool isMade) {
+posix::Descriptor journal(bool isMade) {
   auto path = stateFolder();
   if (path.empty() && !isMade) return {};
   if (path.empty()) throw Failure("cannot keep notes: the user has no home");
   if (isMade) makeStateFolder(path);
-  FileDescriptor folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  posix::Descriptor folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   for (const char* name : {ownFolder, journalFolder}) {
     if (!folder && errno == ENOENT && !isMade) return {};
     if (!folder) failWith(path);

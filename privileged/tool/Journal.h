@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "privileged/tool/FileDescriptor.h"
+#include "posix/Descriptor.h"
 
 namespace AssistantTool {
 
@@ -42,9 +42,9 @@ class Journal {
   void release() const;
 
  private:
-  explicit Journal(FileDescriptor folder) : _folder(std::move(folder)) {}
+  explicit Journal(posix::Descriptor folder) : _folder(std::move(folder)) {}
 
-  FileDescriptor _folder;
+  posix::Descriptor _folder;
 };
 
 }  // namespace AssistantTool

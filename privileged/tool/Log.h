@@ -2,7 +2,7 @@
 // The tool's way to the system log: the journal's socket, else the log daemon's.
 #include <string>
 
-#include "privileged/tool/FileDescriptor.h"
+#include "posix/Descriptor.h"
 #include "protocol/LogRecord.h"
 
 namespace AssistantTool {
@@ -18,7 +18,7 @@ class Log {
   void write(protocol::LogPriority priority, const std::string& line, const protocol::LogFields& fields = {}) const;
 
  private:
-  FileDescriptor _socket;
+  posix::Descriptor _socket;
 };
 
 }  // namespace AssistantTool

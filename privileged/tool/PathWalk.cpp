@@ -80,12 +80,12 @@ class Walker {
 
  private:
   void toRoot() {
-    _folder = FileDescriptor(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    _folder = posix::Descriptor(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!_folder) failWithSystemError("cannot open /");
     _path.clear();
   }
   void up() {
-    _folder = FileDescriptor(::openat(_folder.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    _folder = posix::Descriptor(::openat(_folder.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!_folder) failWithSystemError("cannot open the folder above " + _path);
     _path.erase(_path.empty() ? 0 : _path.rfind('/'));
   }
@@ -96,7 +96,7 @@ class Walker {
   }
   // Goes into the folder `name`, or returns the target when it is a link.
   std::optional<std::string> enter(const std::string& name) {
-    FileDescriptor item(::openat(_folder.get(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    posix::Descriptor item(::openat(_folder.get(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     if (!item) failWithSystemError("cannot open " + _path + "/" + name);
     const auto status = statusOf(item.get());
     if (S_ISLNK(status.st_mode)) {
@@ -118,7 +118,7 @@ class Walker {
   }
 
   uid_t _user;
-  FileDescriptor _folder;
+  posix::Descriptor _folder;
   std::string _path;  // of folder_, empty for "/"
   int _links = 0;
   bool _isLedByUser = false;  // by a link in a folder of the invoking user
@@ -133,8 +133,8 @@ std::optional<struct stat> Location::status() const {
   return std::nullopt;
 }
 
-FileDescriptor Location::openFolder() const {
-  FileDescriptor opened(::openat(folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+posix::Descriptor Location::openFolder() const {
+  posix::Descriptor opened(::openat(folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!opened) failWithSystemError("cannot open " + folderPath());
   return opened;
 }

@@ -13,13 +13,13 @@
 #include <string>
 #include <string_view>
 
-#include "privileged/tool/FileDescriptor.h"
+#include "posix/Descriptor.h"
 
 namespace AssistantTool {
 
 // An item by the folder that holds it. The item itself need not exist.
 struct Location {
-  FileDescriptor folder;  // opened with O_PATH: good for *at calls, not for reading
+  posix::Descriptor folder;  // opened with O_PATH: good for *at calls, not for reading
   std::string name;
   std::string path;  // absolute, without links in the folders
 
@@ -27,7 +27,7 @@ struct Location {
   [[nodiscard]] std::optional<struct stat> status() const;
   [[nodiscard]] bool exists() const { return status().has_value(); }
   // The folder opened for reading and syncing.
-  [[nodiscard]] FileDescriptor openFolder() const;
+  [[nodiscard]] posix::Descriptor openFolder() const;
   [[nodiscard]] std::string folderPath() const;
 };
 

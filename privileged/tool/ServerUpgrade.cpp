@@ -44,9 +44,10 @@ struct ServerBundle {
 };
 
 // Root is going to run these files: only root and the user who asked may be able to write them.
-FileDescriptor openServerFile(const std::string& bundle, const ServerFile& file, const PathWalk& walk) {
+posix::Descriptor openServerFile(const std::string& bundle, const ServerFile& file, const PathWalk& walk) {
   const auto source = walk.locate(bundle + "/" + std::string(serverFolder) + "/" + file.name);
-  FileDescriptor opened(::openat(source.folder.get(), source.name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  posix::Descriptor opened(
+      ::openat(source.folder.get(), source.name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   if (!opened) failWithSystemError("cannot open " + source.path);
   struct stat status {};
   if (::fstat(opened.get(), &status) != 0 || !S_ISREG(status.st_mode)) throw Failure("not a file: " + source.path);
@@ -102,8 +103,8 @@ class FileUpgrade {
   }
   // Verifies root's own copy, and reads the unit from it.
   void write(int source, const AcceptedBundle& bundle, const ServerFile& file) const {
-    const FileDescriptor made(::openat(_staging.folder(), Staging::NewItem,
-                                       O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    const posix::Descriptor made(::openat(_staging.folder(), Staging::NewItem,
+                                          O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
     struct stat status {};
     if (!made || ::fstat(source, &status) != 0) failWithSystemError("cannot write beside " + _destination.path);
     FileContents().copy(source, made.get(), status, _destination.path);
@@ -122,7 +123,7 @@ class FileUpgrade {
 
   Location _destination;
   Staging _staging;
-  FileDescriptor _folder;
+  posix::Descriptor _folder;
   bool _hadOld = false;
   bool _installed = false;
 };
@@ -139,7 +140,8 @@ void settleKilledUpgrade(const PathWalk& walk) {
 // The bundle of the server that runs, as its unit tells.
 std::optional<BundleIdentity> installedBundle(const PathWalk& walk) {
   const auto unit = walk.locate(unitPath);
-  const FileDescriptor file(::openat(unit.folder.get(), unit.name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  const posix::Descriptor file(
+      ::openat(unit.folder.get(), unit.name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   struct stat status {};
   if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
   if (static_cast<std::size_t>(status.st_size) > maximumServerUnitBytes) return std::nullopt;

@@ -15,7 +15,7 @@
 #include <sstream>
 #include <thread>
 
-#include "privileged/tool/FileDescriptor.h"
+#include "posix/Descriptor.h"
 
 namespace AssistantTool {
 namespace {
@@ -79,7 +79,7 @@ std::string readUntil(int input, steady_clock::time_point deadline) {
 
 // The exit status, or nothing when the child had to be killed.
 std::optional<int> statusOf(pid_t child, steady_clock::time_point deadline) {
-  const FileDescriptor process(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
+  const posix::Descriptor process(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
   pollfd waiting{.fd = process.get(), .events = POLLIN, .revents = 0};
   if (!process || ::poll(&waiting, 1, static_cast<int>(until(deadline).count())) <= 0) ::kill(child, SIGKILL);
   int status = 0;
@@ -97,11 +97,11 @@ Answer systemctl(std::vector<std::string> words) {
   words.insert(words.begin(), {"systemctl", "--no-ask-password", "--system"});
   std::array<int, 2> ends{};
   if (::pipe2(ends.data(), O_CLOEXEC) != 0) return {};
-  const FileDescriptor reading(ends[0]);
-  FileDescriptor writing(ends[1]);
+  const posix::Descriptor reading(ends[0]);
+  posix::Descriptor writing(ends[1]);
   const auto deadline = steady_clock::now() + timeForACommand;
   const auto child = spawn(words, writing.get());
-  writing = FileDescriptor();
+  writing = posix::Descriptor();
   if (!child) return {};
   auto text = readUntil(reading.get(), deadline);
   return {.status = statusOf(*child, deadline), .text = std::move(text)};

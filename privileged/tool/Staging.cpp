@@ -186,7 +186,7 @@ void dropEmpty(const Leftover& left) {
 void visitLeftovers(const Location& destination, const std::function<void(const Leftover&)>& visit) {
   const auto journal = Journal::existing();
   if (!journal) return;
-  const FileDescriptor parent(::openat(destination.folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const posix::Descriptor parent(::openat(destination.folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!parent) return;  // we cannot have worked in a folder that we cannot read
   const auto place = identityOf(parent.get());
   for (const auto& number : journal->numbersWith(placeNote)) {

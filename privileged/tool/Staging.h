@@ -11,7 +11,7 @@
 #include <functional>
 #include <string>
 
-#include "privileged/tool/FileDescriptor.h"
+#include "posix/Descriptor.h"
 #include "privileged/tool/Journal.h"
 #include "privileged/tool/PathWalk.h"
 
@@ -78,9 +78,9 @@ class Staging {
 
   Journal _journal;
   std::string _folderPath;  // of the folder above
-  FileDescriptor _parent;
+  posix::Descriptor _parent;
   std::string _number;
-  FileDescriptor _folder;
+  posix::Descriptor _folder;
   mutable bool _isNoted = false;  // on the disk
   bool _kept = false;
 };

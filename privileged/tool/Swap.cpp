@@ -33,8 +33,8 @@ class WithoutSignals {
 // Gives a folder the modification time that it had, when it has another by the end of this.
 class KeptTimes {
  public:
-  explicit KeptTimes(FileDescriptor folder) : _folder(std::move(folder)) {
-    if (_folder && ::fstat(_folder.get(), &_before) != 0) _folder = FileDescriptor();
+  explicit KeptTimes(posix::Descriptor folder) : _folder(std::move(folder)) {
+    if (_folder && ::fstat(_folder.get(), &_before) != 0) _folder = posix::Descriptor();
   }
   ~KeptTimes() {
     struct stat now {};
@@ -52,7 +52,7 @@ class KeptTimes {
   static bool isSame(const timespec& one, const timespec& other) {
     return one.tv_sec == other.tv_sec && one.tv_nsec == other.tv_nsec;
   }
-  FileDescriptor _folder;
+  posix::Descriptor _folder;
   struct stat _before {};
 };
 

@@ -35,7 +35,7 @@ class Swap {
 
   Staging& _staging;
   const Location& _destination;
-  FileDescriptor _folder;
+  posix::Descriptor _folder;
   std::optional<struct stat> _old;
 };
 

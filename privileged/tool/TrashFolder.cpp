@@ -23,16 +23,16 @@ bool isFolderOf(int folder, uid_t user) {
   return ::fstat(folder, &status) == 0 && S_ISDIR(status.st_mode) && status.st_uid == user;
 }
 
-FileDescriptor openRealFolder(int parent, const std::string& name) {
-  return FileDescriptor(::openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+posix::Descriptor openRealFolder(int parent, const std::string& name) {
+  return posix::Descriptor(::openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
 }
 
 // Makes the folder as the user, who must own it then.
-FileDescriptor ownFolder(int parent, const std::string& name, Owner user) {
+posix::Descriptor ownFolder(int parent, const std::string& name, Owner user) {
   const ActingAs acting(user);
   if (::mkdirat(parent, name.c_str(), S_IRWXU) != 0 && errno != EEXIST) return {};
   auto folder = openRealFolder(parent, name);
-  return folder && isFolderOf(folder.get(), user.user) ? std::move(folder) : FileDescriptor();
+  return folder && isFolderOf(folder.get(), user.user) ? std::move(folder) : posix::Descriptor();
 }
 
 // Makes every folder of the path that is missing, as the user.
@@ -145,7 +145,7 @@ std::string TrashFolder::reserveName(const std::string& path, const struct stat&
 bool TrashFolder::writeInfo(const std::string& name, const std::string& text) const {
   const ActingAs acting(_user);
   const auto fileName = name + std::string(InfoSuffix);
-  const FileDescriptor file(
+  const posix::Descriptor file(
       ::openat(_info.get(), fileName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
   if (!file && errno == EEXIST) return false;
   if (!file) failWithSystemError("cannot write in the Trash");
@@ -164,8 +164,9 @@ void TrashFolder::releaseName(const std::string& name, Staging& staging) const {
 }
 
 Location TrashFolder::itemLocation(const std::string& name) const {
-  return {
-      .folder = FileDescriptor(::fcntl(_files.get(), F_DUPFD_CLOEXEC, 0)), .name = name, .path = _path + "/files/" + name};
+  return {.folder = posix::Descriptor(::fcntl(_files.get(), F_DUPFD_CLOEXEC, 0)),
+          .name = name,
+          .path = _path + "/files/" + name};
 }
 
 void TrashFolder::finishKilledJobs(const PathWalk& walk) const {

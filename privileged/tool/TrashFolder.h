@@ -52,8 +52,8 @@ class TrashFolder {
   [[nodiscard]] bool writeInfo(const std::string& name, const std::string& text) const;
 
   Owner _user;
-  FileDescriptor _files;
-  FileDescriptor _info;
+  posix::Descriptor _files;
+  posix::Descriptor _info;
   std::string _path;
   std::string _top;  // empty for the one in the data folder, whose paths are absolute
 };

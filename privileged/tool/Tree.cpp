@@ -41,7 +41,7 @@ template <typename Visit>
 class ContentsFirst final : public TreeVisitor {
  public:
   explicit ContentsFirst(const Visit& visit) : _visit(visit) {}
-  FileDescriptor arrive(int parent, const FolderEntry& entry) override {
+  posix::Descriptor arrive(int parent, const FolderEntry& entry) override {
     auto folder = openIfFolder(parent, entry);
     if (!folder) _visit(parent, entry.name);
     return folder;
@@ -82,7 +82,7 @@ class Surveyor final : public TreeVisitor {
  public:
   Surveyor(std::optional<Owner> owner, const TreeBounds& bounds) : _owner(owner) { _found.bounds = bounds; }
 
-  FileDescriptor arrive(int parent, const FolderEntry& entry) override {
+  posix::Descriptor arrive(int parent, const FolderEntry& entry) override {
     const auto status = statusIn(parent, entry.name);
     ++_found.entries;
     _links.add(status);
@@ -93,7 +93,7 @@ class Surveyor final : public TreeVisitor {
     }
     const auto kind = status.st_mode & S_IFMT;
     if (kind != S_IFDIR && kind != S_IFREG && kind != S_IFLNK) _found.hasSpecialFiles = true;
-    return kind == S_IFDIR ? openIfFolder(parent, {.name = entry.name, .isFolder = true}) : FileDescriptor();
+    return kind == S_IFDIR ? openIfFolder(parent, {.name = entry.name, .isFolder = true}) : posix::Descriptor();
   }
   TreeSurvey finish() {
     if (_links.hasOutsideLinks()) _found.mustBeCopied = true;
@@ -112,7 +112,7 @@ void changeMode(int item, mode_t mode, const std::string& name) {
 
 void syncFile(int parent, const std::string& name) {
   if (!S_ISREG(statusIn(parent, name).st_mode)) return;
-  const FileDescriptor file(::openat(parent, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  const posix::Descriptor file(::openat(parent, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   // A file that its user may write but not read is left to the file system's own pace.
   if (!file && errno == EACCES) return;
   if (!file || ::fsync(file.get()) != 0) failWithSystemError("cannot sync " + name);
@@ -120,7 +120,7 @@ void syncFile(int parent, const std::string& name) {
 
 class Syncer final : public TreeVisitor {
  public:
-  FileDescriptor arrive(int parent, const FolderEntry& entry) override {
+  posix::Descriptor arrive(int parent, const FolderEntry& entry) override {
     auto folder = openIfFolder(parent, entry);
     if (!folder) syncFile(parent, entry.name);
     return folder;
@@ -143,7 +143,7 @@ void Adoption::apply(int parent, const std::string& name) {
 // Judged and changed through one descriptor, so that the file changed is the file judged.
 void Adoption::applyToEntry(int parent, const std::string& name) {
   if (!isToBeAdopted(statusIn(parent, name), _owner)) return;
-  const FileDescriptor item(::openat(parent, name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  const posix::Descriptor item(::openat(parent, name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
   struct stat status {};
   if (!item || ::fstat(item.get(), &status) != 0) failWithSystemError("cannot open " + name);
   if (hasSeveralNames(status)) return;
@@ -167,7 +167,7 @@ void Adoption::undo(int parent, const std::string& name) const {
   if (were.empty()) return;
   try {
     visitTree(parent, name, [&were](int folder, const std::string& entry) {
-      const FileDescriptor item(::openat(folder, entry.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+      const posix::Descriptor item(::openat(folder, entry.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
       struct stat status {};
       if (!item || ::fstat(item.get(), &status) != 0) return;
       const auto was = were.find(status.st_ino);

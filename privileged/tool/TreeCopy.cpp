@@ -33,7 +33,7 @@ class TreeCopier final : public TreeVisitor {
       failWithSystemError("cannot look at the staging folder");
   }
 
-  FileDescriptor arrive(int from, const FolderEntry& entry) override {
+  posix::Descriptor arrive(int from, const FolderEntry& entry) override {
     const bool isTop = _copies.levels() == 0;
     const int to = isTop ? _to : _copies.deepest();
     const auto& newName = isTop ? _newName : entry.name;
@@ -52,7 +52,7 @@ class TreeCopier final : public TreeVisitor {
   }
 
  private:
-  FileDescriptor startFolder(int from, const std::string& name, int to, const std::string& newName) {
+  posix::Descriptor startFolder(int from, const std::string& name, int to, const std::string& newName) {
     auto source = openFolderIn(from, name);
     if (!source) failWithSystemError("cannot open the folder " + name);
     const auto status = statusOf(source.get(), name);
@@ -79,13 +79,14 @@ class TreeCopier final : public TreeVisitor {
   }
 
   void copyFile(int from, const std::string& name, int to, const std::string& newName) {
-    const FileDescriptor source(::openat(from, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    const posix::Descriptor source(::openat(from, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!source) failWithSystemError("cannot open " + name);
     const auto status = statusOf(source.get(), name);
     if (!S_ISREG(status.st_mode)) throw Failure("not a file: " + name);
     const auto number = std::to_string(status.st_ino);
     if (status.st_nlink > 1 && ::linkat(_links, number.c_str(), to, newName.c_str(), 0) == 0) return;
-    const FileDescriptor target(::openat(to, newName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    const posix::Descriptor target(
+        ::openat(to, newName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
     if (!target) failWithSystemError("cannot make the copy of " + name);
     _contents.copy(source.get(), target.get(), status, name);
     finish(source.get(), target.get(), status, name);

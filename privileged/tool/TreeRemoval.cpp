@@ -13,7 +13,7 @@ namespace AssistantTool {
 namespace {
 
 // A user's own folder may lack the rights that emptying it needs.
-FileDescriptor openFolderToEmpty(int parent, const std::string& name) {
+posix::Descriptor openFolderToEmpty(int parent, const std::string& name) {
   auto folder = openFolderIn(parent, name);
   struct stat status {};
   if (!folder || ::geteuid() == 0 || ::fstat(folder.get(), &status) != 0) return folder;
@@ -23,7 +23,7 @@ FileDescriptor openFolderToEmpty(int parent, const std::string& name) {
 
 class Remover final : public TreeVisitor {
  public:
-  FileDescriptor arrive(int parent, const FolderEntry& entry) override {
+  posix::Descriptor arrive(int parent, const FolderEntry& entry) override {
     if (::unlinkat(parent, entry.name.c_str(), 0) == 0 || errno == ENOENT) return {};
     auto folder = openFolderToEmpty(parent, entry.name);
     if (!folder) _isComplete = false;

@@ -75,8 +75,8 @@ class Walk {
 
 class Measurement final : public TreeVisitor {
  public:
-  FileDescriptor arrive(int parent, const FolderEntry& entry) override {
-    return entry.isFolder ? openFolderIn(parent, entry.name) : FileDescriptor();
+  posix::Descriptor arrive(int parent, const FolderEntry& entry) override {
+    return entry.isFolder ? openFolderIn(parent, entry.name) : posix::Descriptor();
   }
   void cannotList() override {}
 };
@@ -87,7 +87,7 @@ void walkTree(int parent, const std::string& name, TreeVisitor& visitor, const T
   Walk(parent, visitor, bounds).through(name);
 }
 
-FileDescriptor openIfFolder(int parent, const FolderEntry& entry) {
+posix::Descriptor openIfFolder(int parent, const FolderEntry& entry) {
   if (!entry.isFolder) return {};
   auto folder = openFolderIn(parent, entry.name);
   if (!folder && errno != ENOTDIR && errno != ELOOP) failWithSystemError("cannot open the folder " + entry.name);

@@ -5,7 +5,7 @@
 #include <limits>
 #include <string>
 
-#include "privileged/tool/FileDescriptor.h"
+#include "posix/Descriptor.h"
 #include "privileged/tool/Folder.h"
 #include "protocol/PolicyFile.h"
 
@@ -26,7 +26,7 @@ class TreeVisitor {
   TreeVisitor& operator=(const TreeVisitor&) = delete;
 
   // At each entry, a folder's before its contents'. Returns the open folder when the walk is to go into it.
-  virtual FileDescriptor arrive(int parent, const FolderEntry& entry) = 0;
+  virtual posix::Descriptor arrive(int parent, const FolderEntry& entry) = 0;
   // At each folder that arrive() returned, when its contents are done.
   virtual void leave(int /*parent*/, const std::string& /*name*/, int /*folder*/) {}
   // Called while a Failure is handled, when the entries of a folder cannot be read: throws, or has the walk go on.
@@ -39,7 +39,7 @@ void walkTree(int parent, const std::string& name, TreeVisitor& visitor, const T
 
 // Opens a folder that is to be walked through; not open when the entry is not a folder. Throws Failure when it cannot be
 // opened, or is a mount.
-FileDescriptor openIfFolder(int parent, const FolderEntry& entry);
+posix::Descriptor openIfFolder(int parent, const FolderEntry& entry);
 
 // Looks whether the tree is within the bounds; folders that cannot be read are left out. Throws Failure.
 void requireBounded(int parent, const std::string& name, const TreeBounds& bounds);

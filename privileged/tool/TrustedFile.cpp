@@ -16,13 +16,13 @@ TrustedFolder::TrustedFolder(const std::string& path, uid_t owner)
   if (!_folder && errno == ENOENT) return;
   if (!_folder) failWithSystemError("cannot open " + path);
   requireOwned(_folder.get(), path);
-  const FileDescriptor above(::openat(_folder.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  const posix::Descriptor above(::openat(_folder.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
   requireOwned(above.get(), "the folder above " + path);
 }
 
 std::optional<std::string> TrustedFolder::contents(const std::string& name, std::size_t maximum) const {
   const auto path = printable(_path + "/" + name);
-  const FileDescriptor file(::openat(_folder.get(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  const posix::Descriptor file(::openat(_folder.get(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   if (!file && errno == ENOENT) return std::nullopt;
   struct stat status {};
   if (!file || ::fstat(file.get(), &status) != 0) failWithSystemError("cannot open " + path);

@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "privileged/tool/FileDescriptor.h"
+#include "posix/Descriptor.h"
 
 namespace AssistantTool {
 
@@ -27,7 +27,7 @@ class TrustedFolder {
 
   std::string _path;
   uid_t _owner;
-  FileDescriptor _folder;
+  posix::Descriptor _folder;
 };
 
 }  // namespace AssistantTool

@@ -33,7 +33,7 @@ class FileIdentity {
 
 // The number in the line "Pid:" of what the kernel says about a descriptor; 0 when there is no such line or no process.
 pid_t processNamedBy(int pidfd) {
-  const Descriptor file(::open(("/proc/self/fdinfo/" + std::to_string(pidfd)).c_str(), O_RDONLY | O_CLOEXEC));
+  const posix::Descriptor file(::open(("/proc/self/fdinfo/" + std::to_string(pidfd)).c_str(), O_RDONLY | O_CLOEXEC));
   std::array<char, 1024> buffer{};
   const ssize_t got = file ? ::read(file.get(), buffer.data(), buffer.size()) : 0;
   if (got <= 0) return 0;
@@ -50,7 +50,7 @@ pid_t processNamedBy(int pidfd) {
 std::string executableOf(pid_t process, uid_t user) {
   if (process <= 0) return "";
   const std::string folder = "/proc/" + std::to_string(process);
-  const Descriptor entry(::open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  const posix::Descriptor entry(::open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   struct stat owner {};
   if (!entry || ::fstat(entry.get(), &owner) != 0 || owner.st_uid != user) return "";
   const FileIdentity identity(owner.st_uid, owner.st_gid);
@@ -60,7 +60,7 @@ std::string executableOf(pid_t process, uid_t user) {
 }
 
 std::shared_ptr<const NamedProcess> NamedProcess::of(int pidfd) {
-  Descriptor own(::fcntl(pidfd, F_DUPFD_CLOEXEC, 3));
+  posix::Descriptor own(::fcntl(pidfd, F_DUPFD_CLOEXEC, 3));
   const pid_t number = own ? processNamedBy(own.get()) : 0;
   if (number == 0) return nullptr;
   const std::shared_ptr<const NamedProcess> process(new NamedProcess(std::move(own), number));

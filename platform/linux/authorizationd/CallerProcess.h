@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/linux/Descriptor.h"
+#include "posix/Descriptor.h"
 
 namespace platform::Linux::authorizationd {
 
@@ -23,9 +23,9 @@ class NamedProcess {
   [[nodiscard]] bool isAlive() const;
 
  private:
-  NamedProcess(Descriptor pidfd, pid_t number) : _pidfd(std::move(pidfd)), _number(number) {}
+  NamedProcess(posix::Descriptor pidfd, pid_t number) : _pidfd(std::move(pidfd)), _number(number) {}
 
-  Descriptor _pidfd;
+  posix::Descriptor _pidfd;
   pid_t _number;
 };
 

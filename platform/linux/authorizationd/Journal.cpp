@@ -41,7 +41,7 @@ Journal::Journal(Sockets sockets, int output, Clock clock)
     _outputSocket = output;
   } else {
     const std::string name = "/proc/self/fd/" + std::to_string(output);
-    _output = Descriptor(::open(name.c_str(), O_WRONLY | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    _output = posix::Descriptor(::open(name.c_str(), O_WRONLY | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   }
 }
 

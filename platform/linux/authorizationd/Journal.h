@@ -15,7 +15,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/linux/Descriptor.h"
+#include "posix/Descriptor.h"
 #include "protocol/LogRecord.h"
 
 namespace platform::Linux::authorizationd {
@@ -57,8 +57,8 @@ class Journal {
 
   Sockets _sockets;
   Clock _clock;
-  Descriptor _socket;
-  Descriptor _output;  // a description of its own, so that not waiting is nobody else's affair; none for a socket
+  posix::Descriptor _socket;
+  posix::Descriptor _output;  // a description of its own, so that not waiting is nobody else's affair; none for a socket
   int _outputSocket = -1;
   std::size_t _lost = 0;
   std::map<uid_t, Refusals> _refusals;

@@ -80,7 +80,7 @@ void Service::runTool(const Call& call, Handle handle, int tool) {
   fields.emplace_back(protocol::jobVariable, job.number);
   fields.emplace_back("KELTO_TOOL", pathOf(tool));
   _tools.run(call.caller, job, tool,
-             [this, call, fields](AuthorizationStatus status, const Descriptor& stream, const std::string& reason) {
+             [this, call, fields](AuthorizationStatus status, const posix::Descriptor& stream, const std::string& reason) {
                if (status != errAuthorizationSuccess) {
                  refuse(call.message.get(), call.caller, status, reason);
                  return;

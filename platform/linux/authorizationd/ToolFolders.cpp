@@ -27,10 +27,10 @@ const char* objectionToFolder(int folder, bool isLast, uid_t trusted) {
   return isWritableByOthers(item) && !isSticky ? "can be written by others" : nullptr;
 }
 
-Descriptor refused(std::string& cause, const std::string& path, const char* why) {
+posix::Descriptor refused(std::string& cause, const std::string& path, const char* why) {
   cause = path + " " + why;
   errno = EPERM;
-  return Descriptor();
+  return posix::Descriptor();
 }
 
 constexpr unsigned neededOfTool = STATX_TYPE | STATX_MODE | STATX_UID | STATX_INO;
@@ -53,7 +53,7 @@ bool liesIn(int folder, const std::string& name, const struct statx& tool) {
 
 // The file's contents, or nothing with `cause`.
 std::optional<std::string> readTrustedFile(int folder, const std::string& name, uid_t trusted, std::string& cause) {
-  const Descriptor file(::openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  const posix::Descriptor file(::openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   struct stat item {};
   if (!file || ::fstat(file.get(), &item) != 0) {
     cause = std::strerror(errno);
@@ -77,27 +77,27 @@ std::optional<std::string> readTrustedFile(int folder, const std::string& name, 
 
 }  // namespace
 
-Descriptor openTrustedFolder(const std::string& path, uid_t trusted, std::string& cause) {
+posix::Descriptor openTrustedFolder(const std::string& path, uid_t trusted, std::string& cause) {
   constexpr int flags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-  Descriptor folder(::open("/", flags));
+  posix::Descriptor folder(::open("/", flags));
   for (std::size_t begin = 1; folder;) {
     const bool isLast = begin > path.size();
     const std::string reached = begin > 1 ? path.substr(0, begin - 1) : "/";
     if (const char* why = objectionToFolder(folder.get(), isLast, trusted)) return refused(cause, reached, why);
     if (isLast) return folder;
     const auto end = std::min(path.find('/', begin), path.size());
-    folder = Descriptor(::openat(folder.get(), path.substr(begin, end - begin).c_str(), flags));
+    folder = posix::Descriptor(::openat(folder.get(), path.substr(begin, end - begin).c_str(), flags));
     begin = end + 1;
   }
   const int error = errno;
   cause = path + ": " + std::strerror(error);
   errno = error;
-  return Descriptor();
+  return posix::Descriptor();
 }
 
 protocol::Policy readPolicy(const std::string& path, uid_t trusted, std::string& cause) {
   const auto slash = path.rfind('/');
-  const Descriptor folder = openTrustedFolder(path.substr(0, slash), trusted, cause);
+  const posix::Descriptor folder = openTrustedFolder(path.substr(0, slash), trusted, cause);
   const bool isFolderMissing = !folder && errno == ENOENT;
   std::optional<std::string> text;
   if (folder) text = readTrustedFile(folder.get(), path.substr(slash + 1), trusted, cause);
@@ -120,7 +120,7 @@ std::string objectionAsTool(int tool, const std::vector<std::string>& folders, u
   const std::string name = nameOf(tool);
   for (const auto& path : folders) {
     std::string cause;
-    const Descriptor folder = openTrustedFolder(path, trusted, cause);
+    const posix::Descriptor folder = openTrustedFolder(path, trusted, cause);
     if (!folder) why = "a folder for tools is of no use: " + cause;
     if (!folder || !liesIn(folder.get(), name, item)) continue;
     if (item.stx_uid != 0 && item.stx_uid != trusted) return "the program belongs to another user";

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/Descriptor.h"
+#include "posix/Descriptor.h"
 #include "protocol/PolicyFile.h"
 
 namespace platform::Linux::authorizationd {
@@ -13,7 +13,7 @@ namespace platform::Linux::authorizationd {
 // The folder at a plain absolute path, opened component by component without following links. Each component belongs to
 // root or to `trusted`, and nobody else can write it; above the last one a sticky folder will do, in which nobody can move
 // or remove what belongs to another. None, with errno or `cause` saying why, otherwise.
-Descriptor openTrustedFolder(const std::string& path, uid_t trusted, std::string& cause);
+posix::Descriptor openTrustedFolder(const std::string& path, uid_t trusted, std::string& cause);
 
 // The policy in the file at `path`: the defaults when there is none, the strictest policy, with `cause`, when the file or
 // its folder can be written by anybody but root or `trusted`, or when the file is wrong.

@@ -127,7 +127,9 @@ ToolRunner::~ToolRunner() {
 }
 
 void ToolRunner::run(const Caller& caller, const Job& job, int tool, Started started) {
-  const auto fail = [&started](const std::string& why) { started(errAuthorizationToolExecuteFailure, Descriptor(), why); };
+  const auto fail = [&started](const std::string& why) {
+    started(errAuthorizationToolExecuteFailure, posix::Descriptor(), why);
+  };
   const auto running = std::count_if(_children.begin(), _children.end(),
                                      [&](const auto& entry) { return entry.second.caller.uid == caller.uid; });
   if (static_cast<std::size_t>(running) >= protocol::maximumToolsOfUser)
@@ -136,13 +138,13 @@ void ToolRunner::run(const Caller& caller, const Job& job, int tool, Started sta
 
   std::array<int, 2> ends{};
   std::array<int, 2> failure{};
-  const Descriptor nothing(::open("/dev/null", O_RDWR | O_CLOEXEC));
+  const posix::Descriptor nothing(::open("/dev/null", O_RDWR | O_CLOEXEC));
   if (!nothing || ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) return fail(std::strerror(errno));
-  Descriptor ours(ends[0]);
-  const Descriptor theirs(ends[1]);
+  posix::Descriptor ours(ends[0]);
+  const posix::Descriptor theirs(ends[1]);
   if (::pipe2(failure.data(), O_CLOEXEC) != 0) return fail(std::strerror(errno));
-  Descriptor failureRead(failure[0]);
-  const Descriptor failureWrite(failure[1]);
+  posix::Descriptor failureRead(failure[0]);
+  const posix::Descriptor failureWrite(failure[1]);
 
   const pid_t process = startChild({.tool = tool,
                                     .stream = theirs.get(),
@@ -186,7 +188,7 @@ void ToolRunner::finishStart(Child& child) {
   sd_event_source_disable_unref(start->source);
   const int error = errorOfStart(start->failure.get());
   if (error == 0) return start->started(errAuthorizationSuccess, start->stream, {});
-  start->started(errAuthorizationToolExecuteFailure, Descriptor(),
+  start->started(errAuthorizationToolExecuteFailure, posix::Descriptor(),
                  std::string("the tool cannot be run: ") + std::strerror(error));
 }
 

@@ -16,8 +16,8 @@
 #include <memory>
 #include <string>
 
-#include "platform/linux/Descriptor.h"
 #include "platform/linux/authorizationd/Sessions.h"
+#include "posix/Descriptor.h"
 
 namespace platform::Linux::authorizationd {
 
@@ -37,7 +37,8 @@ class ToolRunner {
   ToolRunner& operator=(const ToolRunner&) = delete;
 
   // On success `stream` is the other end of the program's input and output, else `reason` says why there is none.
-  using Started = std::function<void(AuthorizationStatus status, const Descriptor& stream, const std::string& reason)>;
+  using Started =
+      std::function<void(AuthorizationStatus status, const posix::Descriptor& stream, const std::string& reason)>;
   // Starts the program that `tool` is open on; the descriptor stays the caller's. The program must be a regular file,
   // executable, without set-user-id or set-group-id, owned by root or the caller and writable by nobody else. `started` is
   // called once, before this returns or when the program runs or cannot be run.
@@ -48,8 +49,9 @@ class ToolRunner {
  private:
   // A program that was forked and may not run yet.
   struct Start {
-    Descriptor failure;  // ends when the program runs; before that it brings the error number that kept it from running
-    Descriptor stream;
+    posix::Descriptor
+        failure;  // ends when the program runs; before that it brings the error number that kept it from running
+    posix::Descriptor stream;
     Started started;
     sd_event_source* source = nullptr;
   };

@@ -113,14 +113,14 @@ Manifest manifestFor(int bundle, const Arguments& arguments) {
   return manifest;
 }
 
-FileDescriptor signatureFolderIn(int bundle) {
+posix::Descriptor signatureFolderIn(int bundle) {
   constexpr mode_t folderMode = 0755;
   if (::mkdirat(bundle, signatureFolderPath, folderMode) == 0) {
     ::fchmodat(bundle, signatureFolderPath, folderMode, 0);  // whatever the umask says
   } else if (errno != EEXIST) {
     failWithSystemError(std::string("cannot make ") + signatureFolderPath);
   }
-  FileDescriptor folder(::openat(bundle, signatureFolderPath, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  posix::Descriptor folder(::openat(bundle, signatureFolderPath, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!folder) failWithSystemError(std::string("cannot open ") + signatureFolderPath);
   return folder;
 }
@@ -138,7 +138,7 @@ void writeAll(int file, std::string_view text) {
 void writeManifest(int folder, const std::string& text) {
   constexpr mode_t fileMode = 0644;
   constexpr const char* unfinished = "manifest.unfinished";
-  const FileDescriptor file(::openat(folder, unfinished, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, fileMode));
+  const posix::Descriptor file(::openat(folder, unfinished, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, fileMode));
   if (!file || ::fchmod(file.get(), fileMode) != 0) failWithSystemError("cannot write the manifest");
   writeAll(file.get(), text);
   if (::fsync(file.get()) != 0) failWithSystemError("cannot write the manifest");
@@ -148,7 +148,7 @@ void writeManifest(int folder, const std::string& text) {
 }
 
 void run(const Arguments& arguments) {
-  const FileDescriptor bundle(::open(arguments.bundle.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const posix::Descriptor bundle(::open(arguments.bundle.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!bundle) failWithSystemError("cannot open " + arguments.bundle);
   const auto folder = signatureFolderIn(bundle.get());
   ::unlinkat(folder.get(), "manifest.unfinished", 0);  // of a run that was stopped

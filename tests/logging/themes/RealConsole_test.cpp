@@ -12,11 +12,9 @@
 #include "logging/DDLog.h"
 #include "logging/DDTTYLogger.h"
 #include "platform/fake/FakePlatform.h"
-#include "platform/linux/Descriptor.h"
 #include "platform/linux/LoggingHost.h"
+#include "posix/Descriptor.h"
 #include "tests/support/TemporaryFolder.h"
-
-using platform::Linux::Descriptor;
 
 namespace {
 
@@ -25,7 +23,7 @@ class PseudoTerminal {
  public:
   PseudoTerminal() : _screen(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)) {
     if (!_screen || ::grantpt(_screen.get()) != 0 || ::unlockpt(_screen.get()) != 0) return;
-    line = Descriptor(::open(::ptsname(_screen.get()), O_RDWR | O_NOCTTY | O_CLOEXEC));
+    line = posix::Descriptor(::open(::ptsname(_screen.get()), O_RDWR | O_NOCTTY | O_CLOEXEC));
     termios settings{};
     if (!line || ::tcgetattr(line.get(), &settings) != 0) return;
     ::cfmakeraw(&settings);
@@ -43,10 +41,10 @@ class PseudoTerminal {
   }
 
  private:
-  Descriptor _screen;
+  posix::Descriptor _screen;
 
  public:
-  Descriptor line;
+  posix::Descriptor line;
 };
 
 class RealConsole : public testing::Test {
@@ -84,7 +82,7 @@ TEST_F(RealConsole, ALineIsShownWithTimeNameNumbersAndText) {
 
 TEST_F(RealConsole, AFileIsNotATerminalAndGetsNothing) {
   const tests::TemporaryFolder folder;
-  const Descriptor file(::open(folder.path("err").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+  const posix::Descriptor file(::open(folder.path("err").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
   logTo(file.get(), "text");
   EXPECT_EQ(tests::readFile(folder.path("err")), "");
 }

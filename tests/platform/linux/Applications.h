@@ -16,8 +16,8 @@
 #include <vector>
 
 #include "platform/fake/FakePlatform.h"
-#include "platform/linux/Descriptor.h"
 #include "platform/linux/Workspace.h"
+#include "posix/Descriptor.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/PrivateBus.h"
 #include "tests/support/TemporaryFolder.h"
@@ -31,8 +31,8 @@ class TestProgram {
   explicit TestProgram(std::vector<std::string> words) {
     int ends[2];
     if (::pipe2(ends, O_CLOEXEC) != 0) return;
-    _output = Descriptor(ends[0]);
-    const Descriptor writing(ends[1]);
+    _output = posix::Descriptor(ends[0]);
+    const posix::Descriptor writing(ends[1]);
     std::vector<char*> arguments;
     for (auto& word : words) arguments.push_back(word.data());
     arguments.push_back(nullptr);
@@ -92,7 +92,7 @@ class TestProgram {
 
  private:
   pid_t _process = -1;
-  Descriptor _output;
+  posix::Descriptor _output;
 };
 
 class ApplicationTest : public testing::Test {

@@ -14,7 +14,7 @@
 
 #include "platform/fake/FakePlatform.h"
 #include "platform/linux/AuthorizationServices.h"
-#include "platform/linux/Descriptor.h"
+#include "posix/Descriptor.h"
 #include "protocol/Broker.h"
 
 namespace tests {
@@ -149,15 +149,15 @@ class RawCaller {
     return handle;
   }
   // The stream of a tool that runs; none when it was refused.
-  platform::Linux::Descriptor run(std::uint64_t handle, int tool) {
+  posix::Descriptor run(std::uint64_t handle, int tool) {
     sd_bus_message* reply = nullptr;
     int borrowed = -1;
     if (sd_bus_call_method(_bus, BusName, ObjectPath, InterfaceName, protocol::brokerMethod::executeWithPrivileges.name,
                            nullptr, &reply, protocol::brokerMethod::executeWithPrivileges.takes, handle, tool, 0U) < 0) {
-      return platform::Linux::Descriptor();
+      return posix::Descriptor();
     }
     EXPECT_GE(sd_bus_message_read(reply, "h", &borrowed), 0);
-    platform::Linux::Descriptor stream(::fcntl(borrowed, F_DUPFD_CLOEXEC, 3));
+    posix::Descriptor stream(::fcntl(borrowed, F_DUPFD_CLOEXEC, 3));
     sd_bus_message_unref(reply);
     return stream;
   }

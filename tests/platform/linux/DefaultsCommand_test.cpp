@@ -197,7 +197,7 @@ TEST_F(DefaultsCommand, AReaderNeverSeesHalfAChange) {
 }
 
 TEST_F(DefaultsCommand, AWriterWaitsForTheOneBeforeIt) {
-  const platform::Linux::Descriptor lock(::open((file + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+  const posix::Descriptor lock(::open((file + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
   ASSERT_EQ(::flock(lock.get(), LOCK_EX), 0);
   Outcome outcome;
   std::jthread writer([&] { outcome = run("write com.kelto.macController a 1"); });

@@ -22,11 +22,11 @@ class Listener {
     EXPECT_EQ(::bind(_socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0) << path;
     EXPECT_EQ(::listen(_socket.get(), 4), 0);
   }
-  void accept() { _connection = Descriptor(::accept(_socket.get(), nullptr, nullptr)); }
+  void accept() { _connection = posix::Descriptor(::accept(_socket.get(), nullptr, nullptr)); }
 
  private:
-  Descriptor _socket;
-  Descriptor _connection;
+  posix::Descriptor _socket;
+  posix::Descriptor _connection;
 };
 
 class DisplayConnection : public ApplicationTest {

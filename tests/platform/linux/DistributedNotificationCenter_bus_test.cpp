@@ -15,7 +15,7 @@
 #include "platform/fake/FakePlatform.h"
 #include "platform/linux/BusCall.h"
 #include "platform/linux/BusValues.h"
-#include "platform/linux/Descriptor.h"
+#include "posix/Descriptor.h"
 #include "protocol/Credentials.h"
 #include "protocol/Notifications.h"
 #include "tests/support/Eventually.h"
@@ -428,7 +428,7 @@ TEST(DistributedNotificationsWithoutABus, AreLoggedOnceAndNotPosted) {
 // A socket that takes connections and never says a word.
 TEST(DistributedNotificationsWithoutABus, ABusThatDoesNotAnswerIsGivenUp) {
   const tests::TemporaryFolder folder;
-  const Descriptor listener(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const posix::Descriptor listener(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   std::strcpy(address.sun_path, folder.path("bus").c_str());

@@ -3,11 +3,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "platform/linux/Descriptor.h"
 #include "platform/linux/FileManager.h"
 #include "platform/linux/LogStorage.h"
 #include "platform/linux/LoggingHost.h"
 #include "platform/linux/SurvivingMemories.h"
+#include "posix/Descriptor.h"
 #include "tests/platform/contracts/FileManagerContract.h"
 #include "tests/platform/contracts/LogStorageContract.h"
 #include "tests/platform/contracts/LoggingHostContracts.h"
@@ -69,8 +69,7 @@ class RealTerminal {
 
  private:
   tests::TemporaryFolder _folder;
-  platform::Linux::Descriptor _file{
-      ::open(_folder.path("output").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600)};
+  posix::Descriptor _file{::open(_folder.path("output").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600)};
   platform::Linux::Terminal _terminal{_file.get()};
 };
 

@@ -8,7 +8,7 @@
 
 #include <cstring>
 
-#include "platform/linux/Descriptor.h"
+#include "posix/Descriptor.h"
 #include "platform/linux/LoggingHost.h"
 #include "tests/platform/contracts/LeveledSystemLogContract.h"
 
@@ -57,7 +57,7 @@ class RealSystemLog {
 
  private:
   const OwnDevices _devices;
-  const platform::Linux::Descriptor _receiver{::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
+  const posix::Descriptor _receiver{::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
   platform::Linux::LeveledSystemLog _log;
 };
 

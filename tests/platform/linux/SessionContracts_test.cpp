@@ -74,7 +74,7 @@ class RealShell {
 class RealLog {
  public:
   RealLog() : _before(::dup(STDERR_FILENO)) {
-    const platform::Linux::Descriptor file(::open(_path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
+    const posix::Descriptor file(::open(_path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
     ::dup2(file.get(), STDERR_FILENO);
   }
   ~RealLog() { ::dup2(_before.get(), STDERR_FILENO); }
@@ -92,7 +92,7 @@ class RealLog {
  private:
   tests::TemporaryFolder _folder;
   const std::string _path = _folder.path("error");
-  platform::Linux::Descriptor _before;
+  posix::Descriptor _before;
   platform::Linux::SystemLog _log{"test"};
 };
 

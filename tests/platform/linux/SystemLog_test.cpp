@@ -13,7 +13,7 @@
 #include <functional>
 #include <thread>
 
-#include "platform/linux/Descriptor.h"
+#include "posix/Descriptor.h"
 #include "platform/linux/LoggingHost.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -24,7 +24,7 @@ namespace {
 class CapturedError {
  public:
   CapturedError() : _before(::dup(STDERR_FILENO)) {
-    const Descriptor file(::open(_folder.path("err").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
+    const posix::Descriptor file(::open(_folder.path("err").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
     ::dup2(file.get(), STDERR_FILENO);
   }
   ~CapturedError() { ::dup2(_before.get(), STDERR_FILENO); }
@@ -35,7 +35,7 @@ class CapturedError {
 
  private:
   tests::TemporaryFolder _folder;
-  Descriptor _before;
+  posix::Descriptor _before;
 };
 
 std::string logged(std::string_view line) {
@@ -91,7 +91,7 @@ TEST(SystemLog, AReaderOfStandardErrorThatHasGoneDoesNoHarm) {
 TEST(SystemLog, AChildThatIsForkedWhileOthersLogMayLogToo) {
   const int status = exitStatusOfChild([] {
     const LoggingHost host;  // makes forks known
-    const Descriptor nothing(::open("/dev/null", O_WRONLY | O_CLOEXEC));
+    const posix::Descriptor nothing(::open("/dev/null", O_WRONLY | O_CLOEXEC));
     ::dup2(nothing.get(), STDERR_FILENO);
     SystemLog log("installer");
     for (int t = 0; t < 2; ++t)

@@ -255,8 +255,8 @@ TEST_F(LaunchApplication, WithoutAnOriginalPATHItStaysAsItIs) {
 }
 
 TEST_F(LaunchApplication, OnlyTheStandardDescriptorsAreOpen) {
-  const Descriptor leaked(::open("/dev/zero", O_RDONLY));
-  const Descriptor high(::fcntl(leaked.get(), F_DUPFD, 700));
+  const posix::Descriptor leaked(::open("/dev/zero", O_RDONLY));
+  const posix::Descriptor high(::fcntl(leaked.get(), F_DUPFD, 700));
   ASSERT_TRUE(launch(makeBundle("App.app")));
   const auto open = all(report(), "descriptor");
   ASSERT_EQ(open.size(), 3U);

@@ -194,9 +194,7 @@ const std::vector<std::pair<const char*, Step>>& steps() {
                      protocol::brokerMethod::executeWithPrivileges.takes, caller.authorized(), tool, 0U);
        }},
       {"holding a tool's stream",
-       [](RawCaller& caller, int tool) {
-         static platform::Linux::Descriptor stream = caller.run(caller.authorized(), tool);
-       }},
+       [](RawCaller& caller, int tool) { static posix::Descriptor stream = caller.run(caller.authorized(), tool); }},
       {protocol::brokerMethod::free.name,
        [](RawCaller& caller, int) { caller.send(protocol::brokerMethod::free.name, "tu", caller.create(), 8U); }},
   };
@@ -227,7 +225,7 @@ class CallerThat : public AuthorizationAbuse, public testing::WithParamInterface
 };
 
 TEST_P(CallerThat, DuringAnyStepHarmsNobody) {
-  const platform::Linux::Descriptor tool(::open(probe().c_str(), O_PATH | O_CLOEXEC));
+  const posix::Descriptor tool(::open(probe().c_str(), O_PATH | O_CLOEXEC));
   std::vector<pid_t> children;
   for (const auto& [name, step] : steps()) {
     children.push_back(start(step, tool.get()));
@@ -250,42 +248,42 @@ INSTANTIATE_TEST_SUITE_P(Ends, CallerThat, testing::Values(End::Dies, End::Stall
 // Tools that do not do what tools do. Those that would stay end by themselves a minute later at most.
 class ToolThat : public AuthorizationAbuse {
  protected:
-  platform::Linux::Descriptor started(const std::string& behaviour) {
-    if (!tool) tool = platform::Linux::Descriptor(::open(probe().c_str(), O_PATH | O_CLOEXEC));
+  posix::Descriptor started(const std::string& behaviour) {
+    if (!tool) tool = posix::Descriptor(::open(probe().c_str(), O_PATH | O_CLOEXEC));
     auto stream = caller.run(handle, tool.get());
     EXPECT_TRUE(stream);
     const std::string line = behaviour + "\n";
     EXPECT_EQ(::send(stream.get(), line.data(), line.size(), MSG_NOSIGNAL), static_cast<ssize_t>(line.size()));
     return stream;
   }
-  void fill(const platform::Linux::Descriptor& stream) {
+  void fill(const posix::Descriptor& stream) {
     const std::string bytes(65536, 'x');
     while (::send(stream.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT) > 0) continue;
     EXPECT_EQ(errno, EAGAIN);
   }
-  static bool hasInput(const platform::Linux::Descriptor& stream) {
+  static bool hasInput(const posix::Descriptor& stream) {
     char byte = 0;
     return ::recv(stream.get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 1;
   }
-  static bool hasEnded(const platform::Linux::Descriptor& stream) {
+  static bool hasEnded(const posix::Descriptor& stream) {
     char byte = 0;
     return ::recv(stream.get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0;
   }
 
   RawCaller caller;
   std::uint64_t handle = caller.authorized();
-  platform::Linux::Descriptor tool;
+  posix::Descriptor tool;
 };
 
 TEST_F(ToolThat, NeverReadsAndNeverEndsHarmsNobody) {
-  std::vector<platform::Linux::Descriptor> streams;
+  std::vector<posix::Descriptor> streams;
   for (int i = 0; i < 8; ++i) fill(streams.emplace_back(started("deaf")));
   EXPECT_FALSE(caller.run(handle, tool.get())) << "one user runs a bounded number of tools";
   expectServed();
 }
 
 TEST_F(ToolThat, WritesForEverHarmsNobody) {
-  std::vector<platform::Linux::Descriptor> streams;
+  std::vector<posix::Descriptor> streams;
   for (int i = 0; i < 8; ++i) streams.push_back(started("flood"));
   EXPECT_TRUE(eventually([&] { return hasInput(streams.back()); }));
   expectServed();
@@ -294,7 +292,7 @@ TEST_F(ToolThat, WritesForEverHarmsNobody) {
 }
 
 TEST_F(ToolThat, ForksAndLeavesIsReapedAndItsChildHarmsNobody) {
-  std::vector<platform::Linux::Descriptor> streams;
+  std::vector<posix::Descriptor> streams;
   // More than may run at once: each has left, and does not count any more.
   for (int i = 0; i < 12; ++i) {
     streams.push_back(started("fork"));
@@ -310,10 +308,10 @@ TEST_F(ToolThat, ForksAndLeavesIsReapedAndItsChildHarmsNobody) {
 // The owner of a file may lease it; who wants to open it waits for the owner then, up to three quarters of a minute.
 TEST_F(ToolThat, IsSlowToStartDelaysItsOwnCallerOnly) {
   const auto path = probe();
-  const platform::Linux::Descriptor leased(::open(path.c_str(), O_RDWR | O_CLOEXEC));
+  const posix::Descriptor leased(::open(path.c_str(), O_RDWR | O_CLOEXEC));
   ::signal(SIGIO, SIG_IGN);
   if (::fcntl(leased.get(), F_SETLEASE, F_WRLCK) != 0) GTEST_SKIP() << "this file system has no leases";
-  const platform::Linux::Descriptor slow(::open(path.c_str(), O_PATH | O_CLOEXEC));
+  const posix::Descriptor slow(::open(path.c_str(), O_PATH | O_CLOEXEC));
   sd_bus_message* call = nullptr;
   int status = -1;
   const auto answered = [](sd_bus_message* reply, void* seen, sd_bus_error*) {

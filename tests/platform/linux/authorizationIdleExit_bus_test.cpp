@@ -130,7 +130,7 @@ class IdleBroker : public testing::Test {
       test->number = status;
     }
     if (sd_bus_message_has_signature(reply, "h") != 0 && sd_bus_message_read(reply, "h", &borrowed) >= 0) {
-      test->stream = platform::Linux::Descriptor(::fcntl(borrowed, F_DUPFD_CLOEXEC, 3));
+      test->stream = posix::Descriptor(::fcntl(borrowed, F_DUPFD_CLOEXEC, 3));
     }
     return 0;
   }
@@ -150,7 +150,7 @@ class IdleBroker : public testing::Test {
   bool answered = false;
   bool isError = false;
   std::uint64_t number = 0;
-  platform::Linux::Descriptor stream;
+  posix::Descriptor stream;
 };
 
 TEST_F(IdleBroker, LeavesWhenNothingIsHeld) {
@@ -190,7 +190,7 @@ TEST_F(IdleBroker, StaysWhileAToolRunsAlthoughItsHandleIsGone) {
   answered = false;
   policy.open(errAuthorizationSuccess);
   EXPECT_TRUE(runUntil([this] { return answered; }));
-  const platform::Linux::Descriptor tool(::open(KELTO_BIN_DIR "/authorization_probe", O_PATH | O_CLOEXEC));
+  const posix::Descriptor tool(::open(KELTO_BIN_DIR "/authorization_probe", O_PATH | O_CLOEXEC));
   call(protocol::brokerMethod::executeWithPrivileges.name, protocol::brokerMethod::executeWithPrivileges.takes, handle,
        tool.get(), 0U);
   ASSERT_TRUE(stream);

@@ -14,7 +14,6 @@
 namespace {
 
 using namespace platform::Linux::authorizationd;
-using platform::Linux::Descriptor;
 using testing::HasSubstr;
 using namespace std::chrono_literals;
 
@@ -39,7 +38,7 @@ class LogSocket {
   }
 
  private:
-  Descriptor _socket;
+  posix::Descriptor _socket;
 };
 
 class JournalTest : public testing::Test {
@@ -49,7 +48,7 @@ class JournalTest : public testing::Test {
   }
 
   tests::TemporaryFolder folder;
-  Descriptor output{::open(folder.path("output").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600)};
+  posix::Descriptor output{::open(folder.path("output").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600)};
   std::chrono::microseconds now = 1000s;
 };
 
@@ -99,8 +98,8 @@ TEST_F(JournalTest, NeverWaitsForALogThatNobodyReadsAndCountsTheLostRecords) {
 TEST_F(JournalTest, NeverWaitsForAnOutputThatNobodyReads) {
   std::array<int, 2> ends{};
   ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
-  const Descriptor reader(ends[0]);
-  output = Descriptor(ends[1]);
+  const posix::Descriptor reader(ends[0]);
+  output = posix::Descriptor(ends[1]);
   auto log = journal();
   for (int i = 0; i < 100'000; ++i) log.record("record");
   EXPECT_EQ(::fcntl(ends[1], F_GETFL) & O_NONBLOCK, 0) << "the other writers of the pipe may want to wait";

@@ -89,7 +89,7 @@ TEST_F(AuthorizationBroker, NoReferenceIsInvalidWithoutACall) {
 
 TEST_F(AuthorizationBroker, AFormForAProcessIsGoodForThatProcessOnce) {
   const AuthorizationRef authorization = authorized(controller);
-  const platform::Linux::Descriptor self(static_cast<int>(::syscall(SYS_pidfd_open, ::getpid(), 0)));
+  const posix::Descriptor self(static_cast<int>(::syscall(SYS_pidfd_open, ::getpid(), 0)));
   AuthorizationExternalForm form;
   ASSERT_EQ(controller.services.makeExternalFormFor(authorization, self.get(), form), errAuthorizationSuccess);
   AuthorizationRef adopted = 0;
@@ -99,7 +99,7 @@ TEST_F(AuthorizationBroker, AFormForAProcessIsGoodForThatProcessOnce) {
 
 TEST_F(AuthorizationBroker, AFormForAnotherProcessIsRefusedLikeAWrongOne) {
   const AuthorizationRef authorization = authorized(controller);
-  const platform::Linux::Descriptor parent(static_cast<int>(::syscall(SYS_pidfd_open, ::getppid(), 0)));
+  const posix::Descriptor parent(static_cast<int>(::syscall(SYS_pidfd_open, ::getppid(), 0)));
   AuthorizationExternalForm form;
   ASSERT_EQ(controller.services.makeExternalFormFor(authorization, parent.get(), form), errAuthorizationSuccess);
   AuthorizationRef adopted = 0;
@@ -110,7 +110,7 @@ TEST_F(AuthorizationBroker, AFormForAnotherProcessIsRefusedLikeAWrongOne) {
 }
 
 TEST_F(AuthorizationBroker, RefusesToMakeAFormForADescriptorThatNamesNoProcess) {
-  const platform::Linux::Descriptor folder(::open("/", O_PATH | O_CLOEXEC));
+  const posix::Descriptor folder(::open("/", O_PATH | O_CLOEXEC));
   AuthorizationExternalForm form;
   EXPECT_EQ(controller.services.makeExternalFormFor(authorized(controller), folder.get(), form), errAuthorizationDenied);
 }

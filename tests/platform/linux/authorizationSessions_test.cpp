@@ -38,7 +38,7 @@ class AuthorizationSessions : public testing::Test {
   }
 
   static std::shared_ptr<const NamedProcess> processOfThisTest() {
-    const platform::Linux::Descriptor pidfd(static_cast<int>(::syscall(SYS_pidfd_open, ::getpid(), 0)));
+    const posix::Descriptor pidfd(static_cast<int>(::syscall(SYS_pidfd_open, ::getpid(), 0)));
     return NamedProcess::of(pidfd.get());
   }
 
@@ -256,7 +256,7 @@ TEST_F(AuthorizationSessions, AFormForAProcessIsRefusedToAnotherAndStaysGoodForT
 TEST_F(AuthorizationSessions, AFormForAProcessThatEndedIsRefusedToOneOfTheSameNumber) {
   const pid_t child = ::fork();
   if (child == 0) ::pause();
-  const platform::Linux::Descriptor pidfd(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
+  const posix::Descriptor pidfd(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
   const auto named = NamedProcess::of(pidfd.get());
   ASSERT_NE(named, nullptr);
   ASSERT_EQ(named->number(), child);
@@ -269,7 +269,7 @@ TEST_F(AuthorizationSessions, AFormForAProcessThatEndedIsRefusedToOneOfTheSameNu
 }
 
 TEST_F(AuthorizationSessions, ADescriptorOfAnotherKindNamesNoProcess) {
-  const platform::Linux::Descriptor folder(::open("/", O_PATH | O_CLOEXEC));
+  const posix::Descriptor folder(::open("/", O_PATH | O_CLOEXEC));
   EXPECT_EQ(NamedProcess::of(folder.get()), nullptr);
   EXPECT_EQ(NamedProcess::of(-1), nullptr);
 }

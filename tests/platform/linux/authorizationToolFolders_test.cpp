@@ -13,7 +13,6 @@
 namespace {
 
 using namespace platform::Linux::authorizationd;
-using platform::Linux::Descriptor;
 using testing::HasSubstr;
 namespace fs = std::filesystem;
 
@@ -28,7 +27,7 @@ class ToolFoldersTest : public testing::Test {
     ASSERT_EQ(::chmod(path.c_str(), 0755), 0);
   }
   std::string objection(const std::string& path) const {
-    const Descriptor program(::open(path.c_str(), O_PATH | O_CLOEXEC));
+    const posix::Descriptor program(::open(path.c_str(), O_PATH | O_CLOEXEC));
     return objectionAsTool(program.get(), {tools}, ::geteuid());
   }
   std::string policyCause(const std::string& contents, mode_t mode = 0644) {
@@ -63,7 +62,7 @@ TEST_F(ToolFoldersTest, ALinkToAToolIsTheToolAndALinkOutOfTheFolderIsNot) {
 }
 
 TEST_F(ToolFoldersTest, AFileThatLostItsNameIsRefused) {
-  const Descriptor program(::open((tools + "/tool").c_str(), O_PATH | O_CLOEXEC));
+  const posix::Descriptor program(::open((tools + "/tool").c_str(), O_PATH | O_CLOEXEC));
   fs::remove(tools + "/tool");
   makeProgram(tools + "/tool");
   EXPECT_THAT(objectionAsTool(program.get(), {tools}, ::geteuid()), HasSubstr("lies in no folder for tools"));

@@ -19,7 +19,7 @@ class BundleItemTest : public SignedBundleTest {
   }
 
   const fs::path bundle = makeBundle();
-  const FileDescriptor descriptor;
+  const posix::Descriptor descriptor;
 };
 
 TEST_F(BundleItemTest, DescribesFilesFoldersAndLinks) {

@@ -156,7 +156,7 @@ std::string linkLine(const std::string& target, const std::string& path) {
   Manifest manifest{.identifier = "a", .version = "1", .previousKey = {}, .entries = {}};
   tests::TemporaryFolder folder;
   fs::create_symlink(target, folder.path(path));
-  const auto bundle = FileDescriptor(::open(folder.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const auto bundle = posix::Descriptor(::open(folder.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   manifest.entries = {{EntryKind::folder, 0755, 0, {}, "."}, BundleItem(bundle.get(), path).described()};
   const auto text = textOf(manifest);
   return text.substr(text.find("link "));

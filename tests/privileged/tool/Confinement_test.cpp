@@ -21,7 +21,7 @@ class Confinement : public ToolTest {
   int errorOf(const std::function<long()>& call) const {
     const pid_t child = ::fork();
     if (child == 0) {
-      std::vector<AssistantTool::FileDescriptor> folders;
+      std::vector<posix::Descriptor> folders;
       for (const char* name : {"one", "two"})
         folders.emplace_back(::open((folder / name).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
       ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);

@@ -7,7 +7,6 @@
 namespace ToolTests {
 namespace {
 
-using AssistantTool::FileDescriptor;
 using AssistantTool::openFolderIn;
 
 class OpenFolderIn : public NamespaceTest {
@@ -19,14 +18,14 @@ class OpenFolderIn : public NamespaceTest {
     fs::create_directories(folder / "outside/inner");
     fs::create_directory_symlink(folder / "outside", folder / "inside/absolute");
     fs::create_directory_symlink("inner", folder / "inside/near");
-    parent = FileDescriptor(::open((folder / "inside").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    parent = posix::Descriptor(::open((folder / "inside").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   }
   int errorOf(const std::string& name) {
     errno = 0;
     return openFolderIn(parent.get(), name) ? 0 : errno;
   }
 
-  FileDescriptor parent;
+  posix::Descriptor parent;
 };
 
 TEST_F(OpenFolderIn, OpensAFolder) { EXPECT_EQ(errorOf("inner"), 0); }

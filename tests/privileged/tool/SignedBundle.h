@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "posix/Descriptor.h"
 #include "privileged/tool/Failure.h"
-#include "privileged/tool/FileDescriptor.h"
 #include "privileged/tool/TrustedKeys.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -102,8 +102,8 @@ class SignedBundleTest : public ::testing::Test {
     publisher.sign(manifestOfBundle(bundle));
     return bundle;
   }
-  static AssistantTool::FileDescriptor opened(const fs::path& path) {
-    AssistantTool::FileDescriptor item(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  static posix::Descriptor opened(const fs::path& path) {
+    posix::Descriptor item(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
     EXPECT_TRUE(item) << path;
     return item;
   }

@@ -28,11 +28,11 @@ class TreeWalkTest : public ::testing::Test {
  protected:
   // A chain of folders of that length below `top`, made as deep as no path is long.
   void makeChain(const std::string& top, int levels) {
-    FileDescriptor folder(::open(root.c_str(), O_RDONLY | O_DIRECTORY));
+    posix::Descriptor folder(::open(root.c_str(), O_RDONLY | O_DIRECTORY));
     for (int i = 0; i < levels; ++i) {
       const char* name = i == 0 ? top.c_str() : "d";
       ASSERT_EQ(::mkdirat(folder.get(), name, 0755), 0) << "level " << i;
-      folder = FileDescriptor(::openat(folder.get(), name, O_RDONLY | O_DIRECTORY));
+      folder = posix::Descriptor(::openat(folder.get(), name, O_RDONLY | O_DIRECTORY));
     }
   }
   static std::string failureOf(const std::function<void()>& act) {
@@ -46,12 +46,12 @@ class TreeWalkTest : public ::testing::Test {
 
   tests::TemporaryFolder temporary;
   fs::path root = temporary.path();
-  FileDescriptor parent{::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+  posix::Descriptor parent{::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
 };
 
 class Recorder : public TreeVisitor {
  public:
-  FileDescriptor arrive(int folder, const FolderEntry& entry) override {
+  posix::Descriptor arrive(int folder, const FolderEntry& entry) override {
     auto opened = openIfFolder(folder, entry);
     ++arrived;
     descriptors = std::max(descriptors, openDescriptors());

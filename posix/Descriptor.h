@@ -4,11 +4,12 @@
 
 #include <utility>
 
-namespace platform::Linux {
+namespace posix {
 
 class Descriptor {
  public:
-  explicit Descriptor(int descriptor = -1) : _descriptor(descriptor) {}
+  Descriptor() = default;
+  explicit Descriptor(int descriptor) : _descriptor(descriptor) {}
   Descriptor(Descriptor&& other) noexcept : _descriptor(std::exchange(other._descriptor, -1)) {}
   Descriptor& operator=(Descriptor&& other) noexcept {
     std::swap(_descriptor, other._descriptor);
@@ -26,7 +27,7 @@ class Descriptor {
   }
 
  private:
-  int _descriptor;
+  int _descriptor = -1;
 };
 
-}  // namespace platform::Linux
+}  // namespace posix

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/linux/BusCall.h"
 #include "posix/Descriptor.h"
 
 namespace platform::Linux {
@@ -103,14 +104,12 @@ enum class Broker { There, Missing, Broken };
 
 // Starts the broker on that bus if need be.
 Broker startBroker(sd_bus* bus, std::string& cause) {
-  sd_bus_error error{};
+  BusError error;
   const int status = sd_bus_call_method(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-                                        "StartServiceByName", &error, nullptr, "su", protocol::brokerBusName, 0U);
-  const bool missing = sd_bus_error_has_name(&error, SD_BUS_ERROR_SERVICE_UNKNOWN) != 0;
-  if (status < 0) cause = error.message != nullptr ? error.message : std::strerror(-status);
-  sd_bus_error_free(&error);
+                                        "StartServiceByName", error.get(), nullptr, "su", protocol::brokerBusName, 0U);
   if (status >= 0) return Broker::There;
-  return missing ? Broker::Missing : Broker::Broken;
+  cause = error.cause(status);
+  return error.has(SD_BUS_ERROR_SERVICE_UNKNOWN) ? Broker::Missing : Broker::Broken;
 }
 
 // The bus that has a broker. A broker of the machine that does not start is not replaced by the user's own.
@@ -149,21 +148,19 @@ AuthorizationStatus AuthorizationServices::exchange(const Method& method, std::u
                                                     const Part& writeArguments, const Part& readAnswer) {
   sd_bus_message* request = nullptr;
   sd_bus_message* reply = nullptr;
-  sd_bus_error error{};
+  BusError error;
   int result = sd_bus_message_new_method_call(_bus->get(), &request, protocol::brokerBusName, protocol::brokerObjectPath,
                                               protocol::brokerInterface, method.name);
+  const BusMessage ownedRequest(request);
   if (result >= 0) result = writeArguments(request);
-  if (result >= 0) result = sd_bus_call(_bus->get(), request, timeoutMicroseconds, &error, &reply);
+  if (result >= 0) result = sd_bus_call(_bus->get(), request, timeoutMicroseconds, error.get(), &reply);
+  const BusMessage ownedReply(reply);
   if (result >= 0) result = readAnswer(reply);
 
   AuthorizationStatus status = result >= 0 ? errAuthorizationSuccess : errAuthorizationInternal;
-  if (sd_bus_error_is_set(&error) != 0) status = protocol::brokerStatusForError(error.name);
-  _isMethodMissing = sd_bus_error_has_name(&error, SD_BUS_ERROR_UNKNOWN_METHOD) != 0;
-  if (status != errAuthorizationSuccess)
-    _cause = std::string(method.name) + ": " + (error.message != nullptr ? error.message : std::strerror(-result));
-  sd_bus_error_free(&error);
-  sd_bus_message_unref(reply);
-  sd_bus_message_unref(request);
+  if (sd_bus_error_is_set(error.get()) != 0) status = protocol::brokerStatusForError(error.get()->name);
+  _isMethodMissing = error.has(SD_BUS_ERROR_UNKNOWN_METHOD);
+  if (status != errAuthorizationSuccess) _cause = std::string(method.name) + ": " + error.cause(result);
   return status;
 }
 

@@ -12,10 +12,11 @@
 #include "foundation/text/Path.h"
 #include "platform/linux/Accounts.h"
 #include "platform/linux/PrivateTemporaryFolder.h"
-#include "platform/linux/RemoveTree.h"
 #include "platform/linux/StandardFolders.h"
 #include "platform/linux/Volume.h"
 #include "posix/Descriptor.h"
+#include "posix/MountTable.h"
+#include "posix/RemoveTree.h"
 
 namespace platform::Linux {
 
@@ -159,7 +160,15 @@ bool FileManager::setAttributes(const FileAttributes& given, const std::string& 
   return attributes && fileExistsAtPath(path) && apply(*attributes, path);
 }
 
-bool FileManager::removeItemAtPath(const std::string& path) { return removeTree(path); }
+bool FileManager::removeItemAtPath(const std::string& path) {
+  const std::string name = foundation::Path::lastComponent(path);
+  if (name.empty() || name == "/" || name == "." || name == "..") return false;
+  const std::string parent = foundation::Path::deletingLastComponent(path);
+  const posix::Descriptor folder(::open(parent.empty() ? "." : parent.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (!folder) return false;
+  if (::unlinkat(folder.get(), name.c_str(), 0) == 0) return true;
+  return errno == EISDIR && posix::removeTree(folder.get(), name, posix::LockedFolders::areKept);
+}
 
 std::optional<std::string> FileManager::contentsAtPath(const std::string& path) const {
   // Without waiting, in case a pipe without a writer has that name.
@@ -192,7 +201,7 @@ std::vector<std::string> FileManager::searchPathForDirectories(SearchPathDirecto
 
 std::optional<std::string> FileManager::volumeURLForPath(const std::string& path) const {
   const auto mount = mountOfPath(path);
-  const auto table = contentsAtPath("/proc/self/mountinfo");
+  const auto table = contentsAtPath(posix::mountTablePath);
   if (!mount || !table) return std::nullopt;
   return volumeURL(*table, *mount);
 }

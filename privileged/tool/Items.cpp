@@ -5,11 +5,11 @@
 #include <cerrno>
 #include <memory>
 
+#include "posix/RemoveTree.h"
 #include "privileged/tool/Failure.h"
 #include "privileged/tool/Folder.h"
 #include "privileged/tool/MountTable.h"
 #include "privileged/tool/TreeCopy.h"
-#include "privileged/tool/TreeRemoval.h"
 
 namespace AssistantTool {
 namespace {
@@ -72,7 +72,7 @@ void stageCopy(const Location& source, const Staging& staging, std::optional<Own
   const auto links = openFolderIn(staging.folder(), Staging::HardLinks);
   if (!links) failWithSystemError("cannot open the staging folder");
   copyTree(source.folder.get(), source.name, staging.folder(), Staging::NewItem, links.get(), owner, found.bounds);
-  removeTree(staging.folder(), Staging::HardLinks);
+  posix::removeTree(staging.folder(), Staging::HardLinks, posix::LockedFolders::areOpened);
   syncTree(staging.folder(), Staging::NewItem, found.entries);
 }
 

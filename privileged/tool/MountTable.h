@@ -1,5 +1,5 @@
 #pragma once
-// Where the file systems of this process's name space are mounted, read from /proc/self/mountinfo.
+// Where the file systems of this process's name space are mounted, as the tool asks for them.
 #include <string>
 #include <string_view>
 #include <vector>

@@ -14,9 +14,9 @@
 #include <cstring>
 #include <string_view>
 
+#include "posix/RemoveTree.h"
 #include "privileged/tool/Failure.h"
 #include "privileged/tool/Folder.h"
-#include "privileged/tool/TreeRemoval.h"
 
 namespace AssistantTool {
 namespace {
@@ -130,7 +130,7 @@ struct Leftover {
     return true;
   }
   [[nodiscard]] bool clear() const {
-    if (!forgetWork() || !emptyFolder(folder)) return false;
+    if (!forgetWork() || !posix::emptyFolder(folder, posix::LockedFolders::areOpened)) return false;
     if (::unlinkat(parent, (prefix + number).c_str(), AT_REMOVEDIR) != 0) return false;
     return forget();
   }

@@ -6,13 +6,13 @@
 #include <cerrno>
 #include <optional>
 
+#include "posix/RemoveTree.h"
 #include "privileged/tool/Account.h"
 #include "privileged/tool/Failure.h"
 #include "privileged/tool/Folder.h"
 #include "privileged/tool/Items.h"
 #include "privileged/tool/MountTable.h"
 #include "privileged/tool/TrashFolder.h"
-#include "privileged/tool/TreeRemoval.h"
 #include "protocol/ToolProtocol.h"
 
 namespace AssistantTool {
@@ -121,7 +121,7 @@ class Trasher {
       trash.sync();
       _outcome.afterwards = takeAway(_item);
     } catch (const Failure&) {
-      if (placed) removeTree(place.folder.get(), place.name);
+      if (placed) posix::removeTree(place.folder.get(), place.name, posix::LockedFolders::areOpened);
       trash.releaseName(name, staging);
       throw;
     }

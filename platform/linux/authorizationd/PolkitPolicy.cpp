@@ -5,6 +5,7 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/linux/BusCall.h"
 #include "platform/linux/authorizationd/CallerProcess.h"
 #include "protocol/Broker.h"
 
@@ -71,6 +72,7 @@ class PolkitQuestion final : public Question {
   int send(const Caller& caller, Right right, bool interaction, const Patience& patience) {
     sd_bus_message* call = nullptr;
     int status = sd_bus_message_new_method_call(_bus, &call, service, authority, authorityInterface, "CheckAuthorization");
+    const BusMessage owned(call);
     if (status < 0) return status;
     const char* action = right == Right::admin ? protocol::adminAction : protocol::anyProgramAction;
     status = sd_bus_message_append(call, "(sa{sv})sa{ss}us", "system-bus-name", 1, "name", "s", caller.name.c_str(), action,
@@ -78,7 +80,6 @@ class PolkitQuestion final : public Question {
                                    interaction ? allowUserInteraction : 0U, _cancellation.c_str());
     const auto wait = static_cast<std::uint64_t>((interaction ? patience.person : patience.service).count());
     if (status >= 0) status = sd_bus_call_async(_bus, &_slot, call, answered, this, wait);
-    sd_bus_message_unref(call);
     return status;
   }
 
@@ -110,11 +111,10 @@ class PolkitQuestion final : public Question {
         0) {
       return;
     }
-    if (sd_bus_message_append(call, "s", _cancellation.c_str()) >= 0) {
-      sd_bus_message_set_expect_reply(call, 0);
-      sd_bus_send(_bus, call, nullptr);
-    }
-    sd_bus_message_unref(call);
+    const BusMessage owned(call);
+    if (sd_bus_message_append(call, "s", _cancellation.c_str()) < 0) return;
+    sd_bus_message_set_expect_reply(call, 0);
+    sd_bus_send(_bus, call, nullptr);
   }
 
   sd_bus* _bus;

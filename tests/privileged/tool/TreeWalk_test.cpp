@@ -11,7 +11,6 @@
 #include <functional>
 
 #include "privileged/tool/Failure.h"
-#include "privileged/tool/TreeRemoval.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace {
@@ -130,18 +129,6 @@ TEST_F(TreeWalkTest, DoesNotFollowLinks) {
   walkTree(parent.get(), "tree", recorder, {});
   EXPECT_EQ(recorder.arrived, 2);
   EXPECT_EQ(recorder.left, 1);
-}
-
-TEST_F(TreeWalkTest, RemovesADeepTree) {
-  makeChain("tree", 4096);
-  EXPECT_TRUE(removeTree(parent.get(), "tree"));
-  EXPECT_FALSE(fs::exists(root / "tree"));
-}
-
-TEST_F(TreeWalkTest, LeavesATreeThatIsTooDeepToRemove) {
-  makeChain("tree", 4100);
-  EXPECT_FALSE(removeTree(parent.get(), "tree"));
-  EXPECT_TRUE(fs::exists(root / "tree"));
 }
 
 }  // namespace

@@ -30,11 +30,11 @@ namespace {
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
-constexpr int Folders = 30;
-constexpr int FilesPerFolder = 100;
-constexpr std::size_t BytesPerFile = 100000;
-constexpr int Rounds = 7;
-constexpr int Swaps = 300;
+constexpr int folderCount = 30;
+constexpr int filesPerFolder = 100;
+constexpr std::size_t bytesPerFile = 100000;
+constexpr int roundCount = 7;
+constexpr int swapCount = 300;
 
 double milliseconds(Clock::duration duration) { return std::chrono::duration<double, std::milli>(duration).count(); }
 
@@ -52,12 +52,12 @@ void shell(const std::string& command) {
 }
 
 void makeBundle(const fs::path& app) {
-  std::string bytes(BytesPerFile, '\0');
+  std::string bytes(bytesPerFile, '\0');
   std::uint32_t random = 1;
-  for (int i = 0; i < Folders; ++i) {
+  for (int i = 0; i < folderCount; ++i) {
     const auto folder = app / "Contents" / std::to_string(i);
     fs::create_directories(folder);
-    for (int j = 0; j < FilesPerFolder; ++j) {
+    for (int j = 0; j < filesPerFolder; ++j) {
       for (std::size_t at = 0; at < bytes.size(); at += 512)
         bytes[at] = static_cast<char>((random = random * 1664525U + 1013904223U) >> 24U);
       std::ofstream(folder / std::to_string(j), std::ios::binary) << bytes;
@@ -149,11 +149,11 @@ double renameByPeer(const AssistantTool::Location& beside, int round) {
 SwapTimes timeSwaps(const AssistantTool::Location& source, const AssistantTool::Location& destination) {
   SwapTimes times;
   std::ofstream(destination.folderPath() + "/peer0").close();
-  for (int i = 0; i < Swaps; ++i) {
+  for (int i = 0; i < swapCount; ++i) {
     AssistantTool::Staging staging(destination);
     AssistantTool::renameWithoutReplacing(source.folder.get(), source.name, staging.folder(),
                                           AssistantTool::Staging::NewItem);
-    AssistantTool::syncTree(staging.folder(), AssistantTool::Staging::NewItem, Folders * FilesPerFolder);
+    AssistantTool::syncTree(staging.folder(), AssistantTool::Staging::NewItem, folderCount * filesPerFolder);
     AssistantTool::Swap swap(staging, destination, destination.status());
     const auto start = Clock::now();
     swap.in();
@@ -191,7 +191,7 @@ void onOneFileSystem(const fs::path& folder, Report& report) {
   std::vector<double> peer;
   std::vector<double> resident;
   makeBundle(folder / "App.app");
-  for (int round = 0; round < Rounds; ++round) {
+  for (int round = 0; round < roundCount; ++round) {
     makeBundle(folder / "New.app");
     peer.push_back(removeByPeer(folder / "New.app"));
     makeBundle(folder / "New.app");
@@ -223,7 +223,7 @@ void acrossFileSystems(const fs::path& disk, const fs::path& memory, Report& rep
   std::vector<double> exits;
   std::vector<double> peer;
   std::vector<double> resident;
-  for (int round = 0; round < Rounds; ++round) {
+  for (int round = 0; round < roundCount; ++round) {
     makeBundle(memory / "New.app");
     peer.push_back(copyByPeer(disk / "Copy.app", memory / "New.app"));
     ::sync();

@@ -180,8 +180,8 @@ class Broker {
         _bus, _loop, Service::Parts{.policy = policy, .journal = _journal, .checkTool = isTool, .identify = callerInName},
         Lifetimes{});
     fuzz::require(_service->publish() >= 0, "an object");
-    constexpr char Greeting[] = "\0AUTH ANONYMOUS\r\nNEGOTIATE_UNIX_FD\r\nBEGIN\r\n";
-    write({Greeting, sizeof Greeting - 1}, false);
+    constexpr char greeting[] = "\0AUTH ANONYMOUS\r\nNEGOTIATE_UNIX_FD\r\nBEGIN\r\n";
+    write({greeting, sizeof greeting - 1}, false);
     settle();
     fuzz::require(sd_bus_is_ready(_bus) > 0, "a bus that is ready");
     forget();
@@ -262,8 +262,8 @@ class Broker {
     }
   }
   void keep(char type, std::string_view body) {
-    constexpr char MethodReturn = 2;
-    if (type != MethodReturn) return;
+    constexpr char methodReturn = 2;
+    if (type != methodReturn) return;
     if (body.size() == sizeof(Handle)) std::memcpy(&_handles.emplace_back(), body.data(), sizeof(Handle));
     if (body.size() == 36) _forms.emplace_back(body.substr(4));
     if (body.size() != sizeof(std::uint32_t)) return;

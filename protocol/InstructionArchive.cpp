@@ -9,71 +9,71 @@
 namespace InstructionArchive {
 namespace {
 
-constexpr unsigned char TwoByteTag = 0x81;
-constexpr unsigned char FourByteTag = 0x82;
-constexpr unsigned char NewTag = 0x84;
-constexpr unsigned char NilTag = 0x85;
-constexpr unsigned char EndTag = 0x86;
-constexpr int LastTag = -111;  // signed bytes from -128 to here are tags, never values
-constexpr int FirstReference = -110;
-constexpr unsigned char StreamerVersion = 4;
-constexpr int SystemVersion = 1000;
-constexpr std::string_view Signature = "streamtyped";
-constexpr std::string_view ObjectType = "@";
-constexpr std::string_view IntegerType = "i";
-constexpr std::string_view BytesType = "+";
+constexpr unsigned char twoByteTag = 0x81;
+constexpr unsigned char fourByteTag = 0x82;
+constexpr unsigned char newTag = 0x84;
+constexpr unsigned char nilTag = 0x85;
+constexpr unsigned char endTag = 0x86;
+constexpr int lastTag = -111;  // signed bytes from -128 to here are tags, never values
+constexpr int firstReference = -110;
+constexpr unsigned char streamerVersion = 4;
+constexpr int systemVersion = 1000;
+constexpr std::string_view streamSignature = "streamtyped";
+constexpr std::string_view objectType = "@";
+constexpr std::string_view integerType = "i";
+constexpr std::string_view bytesType = "+";
 
 struct ClassName {
   std::string_view name;
   int version;
   bool operator==(const ClassName&) const = default;
 };
-constexpr std::array<ClassName, 3> MutableDictionaryClass{
+constexpr std::array<ClassName, 3> mutableDictionaryClass{
     {{"NSMutableDictionary", 0}, {"NSDictionary", 0}, {"NSObject", 0}}};
-constexpr std::array<ClassName, 2> StringClass{{{"NSString", 1}, {"NSObject", 0}}};
-constexpr std::array<ClassName, 3> MutableStringClass{{{"NSMutableString", 1}, {"NSString", 1}, {"NSObject", 0}}};
-constexpr std::size_t LongestChain = 3;
+constexpr std::array<ClassName, 2> stringClass{{{"NSString", 1}, {"NSObject", 0}}};
+constexpr std::array<ClassName, 3> mutableStringClass{{{"NSMutableString", 1}, {"NSString", 1}, {"NSObject", 0}}};
+constexpr std::size_t longestChain = 3;
 
 class Writer {
  public:
   std::string dictionary(const Instructions& instructions) {
     header();
-    beginObject(MutableDictionaryClass);
-    shared(IntegerType);
+    beginObject(mutableDictionaryClass);
+    shared(integerType);
     integer(static_cast<std::int64_t>(instructions.size()));
     for (const auto& [key, value] : instructions) {
       string(key);
       string(value);
     }
-    byte(EndTag);
+    byte(endTag);
     return std::move(out_);
   }
 
  private:
   void byte(unsigned char value) { out_.push_back(static_cast<char>(value)); }
   void integer(std::int64_t value) {
-    if (value > LastTag && value <= std::numeric_limits<std::int8_t>::max()) return byte(static_cast<unsigned char>(value));
+    if (value > lastTag && value <= std::numeric_limits<std::int8_t>::max()) return byte(static_cast<unsigned char>(value));
     const bool isShort =
         value >= std::numeric_limits<std::int16_t>::min() && value <= std::numeric_limits<std::int16_t>::max();
-    byte(isShort ? TwoByteTag : FourByteTag);
+    byte(isShort ? twoByteTag : fourByteTag);
     for (int shift = 0; shift < (isShort ? 16 : 32); shift += 8) byte(static_cast<unsigned char>(value >> shift));
   }
   void counted(std::string_view bytes) {
     integer(static_cast<std::int64_t>(bytes.size()));
     out_ += bytes;
   }
-  void reference(std::size_t number) { integer(static_cast<std::int64_t>(number) + FirstReference); }
+  void reference(std::size_t number) { integer(static_cast<std::int64_t>(number) + firstReference); }
 
   void header() {
-    byte(StreamerVersion);
-    counted(Signature);
-    integer(SystemVersion);
+    byte(streamerVersion);
+    counted(streamSignature);
+    integer(systemVersion);
   }
   void shared(std::string_view text) {
     const auto known = std::ranges::find(strings_, text);
     if (known != strings_.end()) return reference(static_cast<std::size_t>(known - strings_.begin()));
     strings_.push_back(text);
-    byte(NewTag);
+    byte(newTag);
     counted(text);
   }
   // Writes the class `chain` begins with, and above it what has not been written before.
@@ -82,23 +82,23 @@ class Writer {
       const auto known = std::ranges::find(objects_, name.name);
       if (known != objects_.end()) return reference(static_cast<std::size_t>(known - objects_.begin()));
       objects_.push_back(name.name);
-      byte(NewTag);
+      byte(newTag);
       shared(name.name);
       integer(name.version);
     }
-    byte(NilTag);
+    byte(nilTag);
   }
   void beginObject(std::span<const ClassName> chain) {
-    shared(ObjectType);
-    byte(NewTag);
+    shared(objectType);
+    byte(newTag);
     objects_.emplace_back();
     classChain(chain);
   }
   void string(std::string_view text) {
-    beginObject(StringClass);
-    shared(BytesType);
+    beginObject(stringClass);
+    shared(bytesType);
     counted(text);
-    byte(EndTag);
+    byte(endTag);
   }
 
   std::string out_;
@@ -139,14 +139,14 @@ class Reader {
   explicit Reader(std::string_view bytes) : rest_(bytes) {}
 
   std::optional<Instructions> dictionary() {
-    if (!header() || !value(ObjectType) || !newObject(Entry::Kind::dictionary)) return std::nullopt;
+    if (!header() || !value(objectType) || !newObject(Entry::Kind::dictionary)) return std::nullopt;
     const auto count = pairCount();
     if (!count) return std::nullopt;
     Instructions instructions;
     for (std::int64_t i = 0; i < *count; ++i) {
       if (!pair(instructions)) return std::nullopt;
     }
-    if (!expect(EndTag, "the dictionary has no end")) return std::nullopt;
+    if (!expect(endTag, "the dictionary has no end")) return std::nullopt;
     if (!rest_.empty()) return refuse("bytes follow the dictionary"), std::nullopt;
     return instructions;
   }
@@ -181,15 +181,15 @@ class Reader {
   }
   std::optional<std::int64_t> integerAfter(unsigned char head) {
     const auto small = static_cast<std::int8_t>(head);
-    if (small > LastTag) return small;
-    if (head != TwoByteTag && head != FourByteTag) return refuse("a tag stands where a number belongs"), std::nullopt;
+    if (small > lastTag) return small;
+    if (head != twoByteTag && head != fourByteTag) return refuse("a tag stands where a number belongs"), std::nullopt;
     std::uint32_t value = 0;
-    for (int shift = 0; shift < (head == TwoByteTag ? 16 : 32); shift += 8) {
+    for (int shift = 0; shift < (head == twoByteTag ? 16 : 32); shift += 8) {
       const auto next = byte();
       if (!next) return std::nullopt;
       value |= std::uint32_t{*next} << shift;
     }
-    if (head == TwoByteTag) return static_cast<std::int16_t>(value);
+    if (head == twoByteTag) return static_cast<std::int16_t>(value);
     return static_cast<std::int32_t>(value);
   }
   std::optional<std::string_view> counted() {
@@ -205,21 +205,21 @@ class Reader {
   std::optional<std::size_t> referenceAfter(unsigned char head, std::size_t known) {
     const auto stored = integerAfter(head);
     if (!stored) return std::nullopt;
-    const std::int64_t number = *stored - FirstReference;
+    const std::int64_t number = *stored - firstReference;
     if (number < 0 || static_cast<std::uint64_t>(number) >= known) return refuse("a reference to nothing"), std::nullopt;
     return static_cast<std::size_t>(number);
   }
 
   bool header() {
     const auto version = byte();
-    if (!version || *version != StreamerVersion) return refuse("not a typed stream");
-    if (counted() != Signature || integer() != SystemVersion) return refuse("not a typed stream of version 1000");
+    if (!version || *version != streamerVersion) return refuse("not a typed stream");
+    if (counted() != streamSignature || integer() != systemVersion) return refuse("not a typed stream of version 1000");
     return true;
   }
   std::optional<std::string_view> shared() {
     const auto head = byte();
     if (!head) return std::nullopt;
-    if (*head == NewTag) {
+    if (*head == newTag) {
       const auto text = counted();
       if (text) strings_.push_back(*text);
       return text;
@@ -233,7 +233,7 @@ class Reader {
     return found && (*found == type || refuse("a value of another type than expected"));
   }
   std::optional<std::int64_t> pairCount() {
-    if (!value(IntegerType)) return std::nullopt;
+    if (!value(integerType)) return std::nullopt;
     const auto count = integer();
     if (!count) return std::nullopt;
     if (*count < 0 || *count > static_cast<std::int64_t>(maximumPairs)) return refuse("too many pairs"), std::nullopt;
@@ -243,12 +243,12 @@ class Reader {
   // Reads classes, each followed by its superclass, up to the root's nil or one that was written before.
   bool classChain() {
     std::optional<std::size_t> below;
-    for (std::size_t i = 0; i <= LongestChain; ++i) {
+    for (std::size_t i = 0; i <= longestChain; ++i) {
       const auto head = byte();
       if (!head) return false;
-      if (*head == NilTag) return below ? true : refuse("an object without a class");
+      if (*head == nilTag) return below ? true : refuse("an object without a class");
       std::optional<std::size_t> number;
-      if (*head != NewTag) {
+      if (*head != newTag) {
         number = referenceAfter(*head, objects_.size());
         if (!number) return false;
         if (objects_[*number].kind != Entry::Kind::aClass) return refuse("a class reference to something else");
@@ -258,7 +258,7 @@ class Reader {
       }
       if (below) objects_[*below].superclass = number;
       if (!below) class_ = *number;
-      if (*head != NewTag) return true;
+      if (*head != newTag) return true;
       below = number;
     }
     return refuse("a class with too many above it");
@@ -282,27 +282,27 @@ class Reader {
     return !at;
   }
   // The 0x84 of a new object, which takes its number at once, and its class.
-  bool newObject(Entry::Kind kind) { return expect(NewTag, "no object where one belongs") && objectAfterTag(kind); }
+  bool newObject(Entry::Kind kind) { return expect(newTag, "no object where one belongs") && objectAfterTag(kind); }
   bool objectAfterTag(Entry::Kind kind) {
     objects_.push_back({.kind = kind, .text = {}, .version = 0, .superclass = {}});
     if (!classChain()) return false;
     if (kind == Entry::Kind::dictionary) {
-      const auto immutable = std::span(MutableDictionaryClass).subspan(1);
-      return isClass(class_, MutableDictionaryClass) || isClass(class_, immutable) || refuse("not a dictionary");
+      const auto immutable = std::span(mutableDictionaryClass).subspan(1);
+      return isClass(class_, mutableDictionaryClass) || isClass(class_, immutable) || refuse("not a dictionary");
     }
-    return isClass(class_, StringClass) || isClass(class_, MutableStringClass) || refuse("a key or value is not a string");
+    return isClass(class_, stringClass) || isClass(class_, mutableStringClass) || refuse("a key or value is not a string");
   }
 
   std::optional<std::string_view> string() {
-    if (!value(ObjectType)) return std::nullopt;
+    if (!value(objectType)) return std::nullopt;
     const auto head = byte();
     if (!head) return std::nullopt;
-    if (*head == NilTag) return refuse("a key or value is missing"), std::nullopt;
-    if (*head != NewTag) return repeatedString(*head);
+    if (*head == nilTag) return refuse("a key or value is missing"), std::nullopt;
+    if (*head != newTag) return repeatedString(*head);
     const auto number = objects_.size();
-    if (!objectAfterTag(Entry::Kind::string) || !value(BytesType)) return std::nullopt;
+    if (!objectAfterTag(Entry::Kind::string) || !value(bytesType)) return std::nullopt;
     const auto text = counted();
-    if (!text || !expect(EndTag, "a string has no end")) return std::nullopt;
+    if (!text || !expect(endTag, "a string has no end")) return std::nullopt;
     if (text->find('\0') != std::string_view::npos) return refuse("a string holds a NUL character"), std::nullopt;
     if (!isValidUTF8(*text)) return refuse("a string is not UTF-8"), std::nullopt;
     objects_[number].text = *text;

@@ -26,10 +26,10 @@ static_assert(std::string_view(protocol::adminRight) == kAuthorizationRightExecu
 
 namespace {
 
-constexpr std::uint64_t Minute = 60'000'000;
+constexpr std::uint64_t minute = 60'000'000;
 // The broker gives up on a person or on the policy service before its client gives up on the broker.
-constexpr std::uint64_t WaitForPerson = 10 * Minute;
-constexpr std::uint64_t WaitForBroker = Minute;
+constexpr std::uint64_t waitForPerson = 10 * minute;
+constexpr std::uint64_t waitForBroker = minute;
 
 class SocketStream final : public ByteStream {
  public:
@@ -167,7 +167,7 @@ AuthorizationStatus AuthorizationServices::exchange(const Method& method, std::u
 AuthorizationStatus AuthorizationServices::create(AuthorizationFlags /*flags*/, AuthorizationRef& authorization) {
   if (!connect()) return errAuthorizationInternal;
   return call(
-      brokerMethod::create, WaitForBroker, [](sd_bus_message*) { return 0; },
+      brokerMethod::create, waitForBroker, [](sd_bus_message*) { return 0; },
       [&](sd_bus_message* reply) { return sd_bus_message_read(reply, "t", &authorization); });
 }
 
@@ -175,7 +175,7 @@ AuthorizationStatus AuthorizationServices::makeExternalForm(AuthorizationRef aut
                                                             AuthorizationExternalForm& form) {
   if (authorization == 0) return errAuthorizationInvalidRef;
   return call(
-      brokerMethod::makeExternalForm, WaitForBroker,
+      brokerMethod::makeExternalForm, waitForBroker,
       [&](sd_bus_message* request) { return sd_bus_message_append(request, "t", authorization); },
       [&](sd_bus_message* reply) { return readForm(reply, form); });
 }
@@ -184,7 +184,7 @@ AuthorizationStatus AuthorizationServices::makeExternalFormFor(AuthorizationRef 
                                                                AuthorizationExternalForm& form) {
   if (authorization == 0) return errAuthorizationInvalidRef;
   const AuthorizationStatus status = call(
-      brokerMethod::makeExternalFormFor, WaitForBroker,
+      brokerMethod::makeExternalFormFor, waitForBroker,
       [&](sd_bus_message* request) { return sd_bus_message_append(request, "th", authorization, pidfd); },
       [&](sd_bus_message* reply) { return readForm(reply, form); });
   if (status == errAuthorizationSuccess || !std::exchange(_isMethodMissing, false)) return status;
@@ -195,7 +195,7 @@ AuthorizationStatus AuthorizationServices::createFromExternalForm(const Authoriz
                                                                   AuthorizationRef& authorization) {
   if (!connect()) return errAuthorizationInternal;
   return call(
-      brokerMethod::createFromExternalForm, WaitForBroker,
+      brokerMethod::createFromExternalForm, waitForBroker,
       [&](sd_bus_message* request) {
         return sd_bus_message_append_array(request, 'y', form.bytes.data(), form.bytes.size());
       },
@@ -217,7 +217,7 @@ AuthorizationStatus AuthorizationServices::copyRight(AuthorizationRef authorizat
   const bool interaction = (flags & kAuthorizationFlagInteractionAllowed) != 0;
   std::uint32_t answer = 0;
   const AuthorizationStatus status = call(
-      brokerMethod::copyRights, interaction ? WaitForPerson : WaitForBroker,
+      brokerMethod::copyRights, interaction ? waitForPerson : waitForBroker,
       [&](sd_bus_message* request) {
         return sd_bus_message_append(request, brokerMethod::copyRights.takes, authorization, right != nullptr ? right : "",
                                      flags);
@@ -230,7 +230,7 @@ AuthorizationStatus AuthorizationServices::free(AuthorizationRef authorization, 
   if (authorization == 0) return errAuthorizationInvalidRef;
   std::uint32_t answer = 0;
   const AuthorizationStatus status = call(
-      brokerMethod::free, WaitForBroker,
+      brokerMethod::free, waitForBroker,
       [&](sd_bus_message* request) {
         return sd_bus_message_append(request, brokerMethod::free.takes, authorization, flags);
       },
@@ -257,7 +257,7 @@ AuthorizationStatus AuthorizationServices::executeWithPrivileges(AuthorizationRe
   }
   posix::Descriptor socket;
   const AuthorizationStatus status = call(
-      brokerMethod::executeWithPrivileges, WaitForPerson,
+      brokerMethod::executeWithPrivileges, waitForPerson,
       [&](sd_bus_message* request) {
         return sd_bus_message_append(request, brokerMethod::executeWithPrivileges.takes, authorization, tool.get(),
                                      options);

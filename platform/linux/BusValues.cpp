@@ -110,7 +110,7 @@ class Reader {
   }
 
   static bool isRead(std::string_view type, int depth) {
-    if (type == "av" || type == "a{sv}") return depth < MaximumBusDepth;
+    if (type == "av" || type == "a{sv}") return depth < maximumBusDepth;
     return type == "as" || type == "ay" || (type.size() == 1 && std::strchr("sbiuxtd", type[0]) != nullptr);
   }
 
@@ -187,8 +187,8 @@ class Reader {
   }
 
   sd_bus_message* _message;
-  std::size_t _bytes = MaximumBusBytes;
-  std::size_t _values = MaximumBusValues;
+  std::size_t _bytes = maximumBusBytes;
+  std::size_t _values = maximumBusValues;
 };
 
 }  // namespace

@@ -10,10 +10,10 @@
 namespace platform::Linux {
 
 // Beyond these a dictionary that was received is refused.
-inline constexpr std::size_t MaximumBusBytes = std::size_t{16} << 20;
-inline constexpr std::size_t MaximumBusValues = 100'000;
+inline constexpr std::size_t maximumBusBytes = std::size_t{16} << 20;
+inline constexpr std::size_t maximumBusValues = 100'000;
 // Values nested deeper than this in a received dictionary are left out.
-inline constexpr int MaximumBusDepth = 16;
+inline constexpr int maximumBusDepth = 16;
 
 // Appends `dictionary` to `message`; a negative error number on failure. Strings become s, booleans b, integers x, reals d,
 // data ay, arrays av, dictionaries a{sv}; dates are left out.

@@ -41,7 +41,7 @@ void refuseLink(const Location& item) {
 bool takeIntoStaging(const Location& source, const TreeSurvey& found, Staging& staging) {
   if (found.mustBeCopied) return false;
   staging.noteSource(source, *source.status());
-  if (renameWithoutReplacing(source.folder.get(), source.name, staging.folder(), Staging::NewItem) == 0) return true;
+  if (renameWithoutReplacing(source.folder.get(), source.name, staging.folder(), Staging::newItem) == 0) return true;
   staging.forgetSource();
   return false;
 }
@@ -80,8 +80,8 @@ void syncLastStep(const Location& item, Staging& staging) {
 
 void giveBack(const Location& source, Staging& staging, const Adoption& adoption) {
   if (staging.isKept()) return;
-  adoption.undo(staging.folder(), Staging::NewItem);
-  if (renameWithoutReplacing(staging.folder(), Staging::NewItem, source.folder.get(), source.name) != 0)
+  adoption.undo(staging.folder(), Staging::newItem);
+  if (renameWithoutReplacing(staging.folder(), Staging::newItem, source.folder.get(), source.name) != 0)
     return staging.keep();
   syncLastStep(source, staging);
 }
@@ -164,11 +164,11 @@ Outcome replaceItem(const Request& request) {
     if (!moved) {
       stageCopy(source, *staging, owner, found);
     } else {
-      if (found.needsAdoption) adoption.apply(staging->folder(), Staging::NewItem);
+      if (found.needsAdoption) adoption.apply(staging->folder(), Staging::newItem);
       syncFolder(staging->folder());
-      syncTree(staging->folder(), Staging::NewItem, found.entries);
+      syncTree(staging->folder(), Staging::newItem, found.entries);
     }
-    request.bundles.replacement = verifyReplacement({staging->folder(), Staging::NewItem}, request.bundles.installed, keys,
+    request.bundles.replacement = verifyReplacement({staging->folder(), Staging::newItem}, request.bundles.installed, keys,
                                                     request.rules.signatures());
     swap.in();
   } catch (const Failure&) {

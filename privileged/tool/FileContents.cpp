@@ -15,10 +15,10 @@
 namespace AssistantTool {
 namespace {
 
-constexpr std::size_t BufferBytes = std::size_t{256} << 10;
-constexpr off_t BytesPerBlock = 512;  // the unit of st_blocks
+constexpr std::size_t bufferBytes = std::size_t{256} << 10;
+constexpr off_t bytesPerBlock = 512;  // the unit of st_blocks
 
-bool isSparse(const struct stat& status) { return status.st_blocks * BytesPerBlock < status.st_size; }
+bool isSparse(const struct stat& status) { return status.st_blocks * bytesPerBlock < status.st_size; }
 
 bool isCopiedAttribute(std::string_view attribute, AccessLists accessLists) {
   if (attribute.starts_with("user.")) return true;
@@ -84,7 +84,7 @@ ssize_t FileContents::copySome(int source, int target, off_t at, std::size_t len
 }
 
 ssize_t FileContents::readAndWrite(int source, int target, off_t at, std::size_t length) {
-  _buffer.resize(BufferBytes);
+  _buffer.resize(bufferBytes);
   ssize_t got = 0;
   do {
     got = ::pread(source, _buffer.data(), std::min(length, _buffer.size()), at);

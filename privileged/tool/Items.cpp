@@ -67,23 +67,23 @@ TreeSurvey surveyWithoutSpecialFiles(const Location& item, std::optional<Owner> 
 }
 
 void stageCopy(const Location& source, const Staging& staging, std::optional<Owner> owner, const TreeSurvey& found) {
-  if (::mkdirat(staging.folder(), Staging::HardLinks, S_IRWXU) != 0)
+  if (::mkdirat(staging.folder(), Staging::hardLinks, S_IRWXU) != 0)
     failWithSystemError("cannot write in the staging folder");
-  const auto links = openFolderIn(staging.folder(), Staging::HardLinks);
+  const auto links = openFolderIn(staging.folder(), Staging::hardLinks);
   if (!links) failWithSystemError("cannot open the staging folder");
-  copyTree(source.folder.get(), source.name, staging.folder(), Staging::NewItem, links.get(), owner, found.bounds);
-  posix::removeTree(staging.folder(), Staging::HardLinks, posix::LockedFolders::areOpened);
-  syncTree(staging.folder(), Staging::NewItem, found.entries);
+  copyTree(source.folder.get(), source.name, staging.folder(), Staging::newItem, links.get(), owner, found.bounds);
+  posix::removeTree(staging.folder(), Staging::hardLinks, posix::LockedFolders::areOpened);
+  syncTree(staging.folder(), Staging::newItem, found.entries);
 }
 
 void placeNewItem(const Staging& staging, const Location& destination) {
   const auto folder = destination.openFolder();
-  const int error = renameWithoutReplacing(staging.folder(), Staging::NewItem, folder.get(), destination.name);
+  const int error = renameWithoutReplacing(staging.folder(), Staging::newItem, folder.get(), destination.name);
   if (error != 0) failWithSystemError("cannot make " + destination.path, error);
   try {
     syncFolder(folder.get());
   } catch (const Failure&) {
-    renameWithoutReplacing(folder.get(), destination.name, staging.folder(), Staging::NewItem);
+    renameWithoutReplacing(folder.get(), destination.name, staging.folder(), Staging::newItem);
     throw;
   }
 }
@@ -91,13 +91,13 @@ void placeNewItem(const Staging& staging, const Location& destination) {
 std::function<std::string()> takeAway(const Location& item) {
   const auto staging = std::make_shared<Staging>(item);
   const auto folder = item.openFolder();
-  if (::renameat(item.folder.get(), item.name.c_str(), staging->folder(), Staging::Doomed) != 0) {
+  if (::renameat(item.folder.get(), item.name.c_str(), staging->folder(), Staging::doomed) != 0) {
     failWithSystemError("cannot remove " + item.path);
   }
   try {
     syncFolder(folder.get());
   } catch (const Failure&) {
-    if (renameWithoutReplacing(staging->folder(), Staging::Doomed, folder.get(), item.name) != 0) staging->keep();
+    if (renameWithoutReplacing(staging->folder(), Staging::doomed, folder.get(), item.name) != 0) staging->keep();
     throw;
   }
   return [staging] { return staging->discard(); };

@@ -14,7 +14,7 @@
 namespace AssistantTool {
 namespace {
 
-constexpr int MaximumLinks = 40;
+constexpr int maximumLinks = 40;
 
 std::deque<std::string> componentsOf(std::string_view path) {
   std::deque<std::string> components;
@@ -90,7 +90,7 @@ class Walker {
     _path.erase(_path.empty() ? 0 : _path.rfind('/'));
   }
   void judgeLink(const std::string& name) {
-    if (++_links > MaximumLinks) throw Failure("too many symbolic links in a path");
+    if (++_links > maximumLinks) throw Failure("too many symbolic links in a path");
     if (!canBeWrittenByOthers(statusOf(_folder.get()), _user)) return;
     throw Failure("a symbolic link in a folder that others can write: " + _path + "/" + name);
   }

@@ -67,7 +67,7 @@ class FileUpgrade {
     const auto old = _destination.status();
     if (old && !S_ISREG(old->st_mode)) throw Failure("not a file: " + _destination.path);
     _hadOld = old.has_value();
-    if (_hadOld && ::linkat(_folder.get(), _destination.name.c_str(), _staging.folder(), Staging::OldItem, 0) != 0) {
+    if (_hadOld && ::linkat(_folder.get(), _destination.name.c_str(), _staging.folder(), Staging::oldItem, 0) != 0) {
       failWithSystemError("cannot keep " + _destination.path);
     }
     write(source.get(), bundle.accepted, file);
@@ -75,7 +75,7 @@ class FileUpgrade {
   }
 
   void install() {
-    if (::renameat(_staging.folder(), Staging::NewItem, _folder.get(), _destination.name.c_str()) != 0) {
+    if (::renameat(_staging.folder(), Staging::newItem, _folder.get(), _destination.name.c_str()) != 0) {
       failWithSystemError("cannot replace " + _destination.path);
     }
     _installed = true;
@@ -89,7 +89,7 @@ class FileUpgrade {
   bool restore() {
     if (!_installed) return true;
     const char* name = _destination.name.c_str();
-    const bool done = _hadOld ? ::renameat(_staging.folder(), Staging::OldItem, _folder.get(), name) == 0
+    const bool done = _hadOld ? ::renameat(_staging.folder(), Staging::oldItem, _folder.get(), name) == 0
                               : ::unlinkat(_folder.get(), name, 0) == 0;
     if (!done) _staging.keep();
     ::fsync(_folder.get());
@@ -103,7 +103,7 @@ class FileUpgrade {
   }
   // Verifies root's own copy, and reads the unit from it.
   void write(int source, const AcceptedBundle& bundle, const ServerFile& file) const {
-    const posix::Descriptor made(::openat(_staging.folder(), Staging::NewItem,
+    const posix::Descriptor made(::openat(_staging.folder(), Staging::newItem,
                                           O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
     struct stat status {};
     if (!made || ::fstat(source, &status) != 0) failWithSystemError("cannot write beside " + _destination.path);

@@ -140,9 +140,9 @@ struct Leftover {
 // A job without an atomic exchange was killed between its two renames: the old item is the destination again.
 void putOldItemBack(const Leftover& left) {
   const auto name = left.noted(destinationNote);
-  if (name.empty() || name.find('/') != std::string::npos || !isThere(left.folder, Staging::OldItem)) return;
+  if (name.empty() || name.find('/') != std::string::npos || !isThere(left.folder, Staging::oldItem)) return;
   if (isThere(left.parent, name)) return;
-  if (::renameat(left.folder, Staging::OldItem, left.parent, name.c_str()) != 0)
+  if (::renameat(left.folder, Staging::oldItem, left.parent, name.c_str()) != 0)
     failWithSystemError("cannot put back " + name);
 }
 
@@ -150,13 +150,13 @@ void putOldItemBack(const Leftover& left) {
 // when the item is back and that cannot be brought to the disk.
 bool putSourceBack(const Leftover& left, const PathWalk& walk) {
   struct stat status {};
-  if (::fstatat(left.folder, Staging::NewItem, &status, AT_SYMLINK_NOFOLLOW) != 0) return true;
+  if (::fstatat(left.folder, Staging::newItem, &status, AT_SYMLINK_NOFOLLOW) != 0) return true;
   if (left.noted(sourceInodeNote) != std::to_string(status.st_ino)) return true;
   // No file with several names is ever taken: this one was on its way from one name to another, which it has already.
   if (!S_ISDIR(status.st_mode) && status.st_nlink > 1) return true;
   try {
     const auto source = walk.locate(left.noted(sourceNote));
-    if (renameWithoutReplacing(left.folder, Staging::NewItem, source.folder.get(), source.name) != 0) return true;
+    if (renameWithoutReplacing(left.folder, Staging::newItem, source.folder.get(), source.name) != 0) return true;
     return ::fsync(source.openFolder().get()) == 0;
   } catch (const Failure&) {
     return true;  // its folder is gone: nobody will ask for it again
@@ -167,8 +167,8 @@ void undo(const Leftover& left) {
   const auto [to, name] = wordsOf(left.noted(undoNote));
   if (to == undoToNothing && ::unlinkat(left.parent, name.c_str(), 0) != 0 && errno != ENOENT)
     failWithSystemError("cannot remove " + name);
-  if (to == undoToOld && isThere(left.folder, Staging::OldItem) &&
-      ::renameat(left.folder, Staging::OldItem, left.parent, name.c_str()) != 0)
+  if (to == undoToOld && isThere(left.folder, Staging::oldItem) &&
+      ::renameat(left.folder, Staging::oldItem, left.parent, name.c_str()) != 0)
     failWithSystemError("cannot put back " + name);
   syncFolder(left.parent);
 }
@@ -274,7 +274,7 @@ void Staging::forgetTrashName() {
 }
 
 void Staging::noteUndo(const std::string& name) {
-  const auto to = isThere(_folder.get(), OldItem) ? undoToOld : undoToNothing;
+  const auto to = isThere(_folder.get(), oldItem) ? undoToOld : undoToNothing;
   syncFolder(_folder.get());
   syncFolder(_parent.get());
   note(undoNote, std::string(to) + "/" + name);

@@ -20,10 +20,10 @@ namespace AssistantTool {
 class Staging {
  public:
   // Names inside the staging folder.
-  static constexpr const char* NewItem = "new";      // what goes to the destination
-  static constexpr const char* OldItem = "old";      // what was there, while it may have to go back
-  static constexpr const char* Doomed = "doomed";    // what is only waiting to be deleted
-  static constexpr const char* HardLinks = "links";  // see copyTree
+  static constexpr const char* newItem = "new";      // what goes to the destination
+  static constexpr const char* oldItem = "old";      // what was there, while it may have to go back
+  static constexpr const char* doomed = "doomed";    // what is only waiting to be deleted
+  static constexpr const char* hardLinks = "links";  // see copyTree
 
   // Makes the folder beside `destination`. Throws Failure.
   explicit Staging(const Location& destination);

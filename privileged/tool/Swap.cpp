@@ -72,7 +72,7 @@ void Swap::in() {
 Swap::Way Swap::bringIn() {
   const char* name = _destination.name.c_str();
   if (!_old) {
-    const int error = renameWithoutReplacing(_staging.folder(), Staging::NewItem, _folder.get(), name);
+    const int error = renameWithoutReplacing(_staging.folder(), Staging::newItem, _folder.get(), name);
     if (error != 0) failWithSystemError("cannot make " + _destination.path, error);
     return Way::placed;
   }
@@ -85,22 +85,22 @@ Swap::Way Swap::bringIn() {
 
 // Some file systems take the exchange for a change of the two folders themselves; their times are given back at once.
 bool Swap::exchange() {
-  const KeptTimes fresh(openFolderIn(_staging.folder(), Staging::NewItem));
+  const KeptTimes fresh(openFolderIn(_staging.folder(), Staging::newItem));
   const KeptTimes old(openFolderIn(_folder.get(), _destination.name));
-  return ::renameat2(_staging.folder(), Staging::NewItem, _folder.get(), _destination.name.c_str(), RENAME_EXCHANGE) == 0;
+  return ::renameat2(_staging.folder(), Staging::newItem, _folder.get(), _destination.name.c_str(), RENAME_EXCHANGE) == 0;
 }
 
 // A rename takes the place of anything but a folder in one step.
 bool Swap::canRenameOver() const {
   struct stat fresh {};
-  return !S_ISDIR(_old->st_mode) && ::fstatat(_staging.folder(), Staging::NewItem, &fresh, AT_SYMLINK_NOFOLLOW) == 0 &&
+  return !S_ISDIR(_old->st_mode) && ::fstatat(_staging.folder(), Staging::newItem, &fresh, AT_SYMLINK_NOFOLLOW) == 0 &&
          !S_ISDIR(fresh.st_mode);
 }
 
 // The old file keeps a second name in the staging folder. False where files have one name only.
 bool Swap::renameOver() {
-  if (::linkat(_folder.get(), _destination.name.c_str(), _staging.folder(), Staging::OldItem, 0) != 0) return false;
-  if (!renameTo(Staging::NewItem, false)) failWithSystemError("cannot replace " + _destination.path);
+  if (::linkat(_folder.get(), _destination.name.c_str(), _staging.folder(), Staging::oldItem, 0) != 0) return false;
+  if (!renameTo(Staging::newItem, false)) failWithSystemError("cannot replace " + _destination.path);
   return true;
 }
 
@@ -110,10 +110,10 @@ void Swap::renameTwice() {
   syncFolder(_staging.folder());
   syncFolder(_folder.get());
   const WithoutSignals undisturbed;
-  if (!renameTo(Staging::OldItem, true)) failWithSystemError("cannot replace " + _destination.path);
-  if (renameTo(Staging::NewItem, false)) return;
+  if (!renameTo(Staging::oldItem, true)) failWithSystemError("cannot replace " + _destination.path);
+  if (renameTo(Staging::newItem, false)) return;
   const int error = errno;
-  if (!renameTo(Staging::OldItem, false)) _staging.keep();
+  if (!renameTo(Staging::oldItem, false)) _staging.keep();
   failWithSystemError("cannot replace " + _destination.path, error);
 }
 
@@ -121,11 +121,11 @@ void Swap::bringBack(Way way) {
   const char* name = _destination.name.c_str();
   bool done = false;
   if (way == Way::renamedOver) {
-    done = ::linkat(_folder.get(), name, _staging.folder(), Staging::NewItem, 0) == 0 && renameTo(Staging::OldItem, false);
+    done = ::linkat(_folder.get(), name, _staging.folder(), Staging::newItem, 0) == 0 && renameTo(Staging::oldItem, false);
   } else if (way == Way::exchanged) {
     done = exchange();
   } else {
-    done = renameTo(Staging::NewItem, true) && (way == Way::placed || renameTo(Staging::OldItem, false));
+    done = renameTo(Staging::newItem, true) && (way == Way::placed || renameTo(Staging::oldItem, false));
   }
   if (!done) _staging.keep();
 }

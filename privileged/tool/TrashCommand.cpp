@@ -84,14 +84,14 @@ class Trasher {
       return renameWithoutReplacing(from, name, to, newName) == 0;
     };
     struct stat taken {};
-    if (renamed(place.folder.get(), place.name, staging.folder(), Staging::NewItem)) {
-      const bool isItem = ::fstatat(staging.folder(), Staging::NewItem, &taken, AT_SYMLINK_NOFOLLOW) == 0 &&
+    if (renamed(place.folder.get(), place.name, staging.folder(), Staging::newItem)) {
+      const bool isItem = ::fstatat(staging.folder(), Staging::newItem, &taken, AT_SYMLINK_NOFOLLOW) == 0 &&
                           taken.st_dev == _status.st_dev && taken.st_ino == _status.st_ino;
-      if (isItem && renamed(staging.folder(), Staging::NewItem, _item.folder.get(), _item.name)) {
+      if (isItem && renamed(staging.folder(), Staging::newItem, _item.folder.get(), _item.name)) {
         if (::fsync(_item.openFolder().get()) != 0) staging.keep();
         return true;
       }
-      renamed(staging.folder(), Staging::NewItem, place.folder.get(), place.name);
+      renamed(staging.folder(), Staging::newItem, place.folder.get(), place.name);
     }
     staging.keep();
     return false;

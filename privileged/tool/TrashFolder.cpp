@@ -15,8 +15,8 @@
 namespace AssistantTool {
 namespace {
 
-constexpr std::string_view InfoSuffix = ".trashinfo";
-constexpr unsigned MaximumNumber = 10000;
+constexpr std::string_view infoSuffix = ".trashinfo";
+constexpr unsigned maximumNumber = 10000;
 
 bool isFolderOf(int folder, uid_t user) {
   struct stat status {};
@@ -124,7 +124,7 @@ std::string TrashFolder::reserveName(const std::string& path, const struct stat&
   const auto name = path.substr(path.rfind('/') + 1);
   const auto written = _top.empty() ? path : path.substr(_top == "/" ? 1 : _top.size() + 1);
   const auto text = "[Trash Info]\nPath=" + percentEncoded(written) + "\nDeletionDate=" + localTimeNow() + "\n";
-  for (unsigned number = 1; number < MaximumNumber; ++number) {
+  for (unsigned number = 1; number < maximumNumber; ++number) {
     auto candidate = trashName(name, number);
     if (itemLocation(candidate).exists()) continue;
     staging.noteTrashName(candidate, status);
@@ -144,7 +144,7 @@ std::string TrashFolder::reserveName(const std::string& path, const struct stat&
 // False when the name is taken. After a Failure there may be half an info file.
 bool TrashFolder::writeInfo(const std::string& name, const std::string& text) const {
   const ActingAs acting(_user);
-  const auto fileName = name + std::string(InfoSuffix);
+  const auto fileName = name + std::string(infoSuffix);
   const posix::Descriptor file(
       ::openat(_info.get(), fileName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
   if (!file && errno == EEXIST) return false;
@@ -155,7 +155,7 @@ bool TrashFolder::writeInfo(const std::string& name, const std::string& text) co
 }
 
 bool TrashFolder::removeInfo(const std::string& name) const {
-  const bool isGone = ::unlinkat(_info.get(), (name + std::string(InfoSuffix)).c_str(), 0) == 0 || errno == ENOENT;
+  const bool isGone = ::unlinkat(_info.get(), (name + std::string(infoSuffix)).c_str(), 0) == 0 || errno == ENOENT;
   return isGone && ::fsync(_info.get()) == 0;  // before the note of it goes
 }
 
@@ -200,7 +200,7 @@ std::string trashName(const std::string& name, unsigned number) {
   const bool hasExtension = dot != std::string::npos && dot > 0;
   std::string stem = name.substr(0, hasExtension ? dot : name.size());
   const std::string ending = (number > 1 ? " " + std::to_string(number) : "") + (hasExtension ? name.substr(dot) : "");
-  const std::size_t longest = NAME_MAX - InfoSuffix.size();
+  const std::size_t longest = NAME_MAX - infoSuffix.size();
   if (stem.size() + ending.size() <= longest) return stem + ending;
   if (ending.size() >= longest) return name.substr(0, longest - 8) + std::to_string(number);
   stem.resize(longest - ending.size());
@@ -211,16 +211,16 @@ std::string trashName(const std::string& name, unsigned number) {
 }
 
 std::string percentEncoded(std::string_view path) {
-  constexpr std::string_view Unreserved = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~/";
-  constexpr std::string_view HexDigits = "0123456789ABCDEF";
+  constexpr std::string_view unreserved = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~/";
+  constexpr std::string_view hexDigits = "0123456789ABCDEF";
   std::string encoded;
   for (const char character : path) {
-    if (Unreserved.find(character) != std::string_view::npos) {
+    if (unreserved.find(character) != std::string_view::npos) {
       encoded.push_back(character);
       continue;
     }
     const auto byte = static_cast<unsigned char>(character);
-    encoded += {'%', HexDigits[byte >> 4U], HexDigits[byte & 15U]};
+    encoded += {'%', hexDigits[byte >> 4U], hexDigits[byte & 15U]};
   }
   return encoded;
 }

@@ -14,9 +14,9 @@
 namespace AssistantTool {
 namespace {
 
-constexpr mode_t SetIDBits = S_ISUID | S_ISGID;
+constexpr mode_t setIDBits = S_ISUID | S_ISGID;
 // Up to here each entry is synced by itself; above it one call for the file system is faster.
-constexpr std::size_t FewEntries = 16;
+constexpr std::size_t fewEntries = 16;
 
 struct stat statusIn(int parent, const std::string& name) {
   struct stat status {};
@@ -26,7 +26,7 @@ struct stat statusIn(int parent, const std::string& name) {
 
 bool isToBeAdopted(const struct stat& status, std::optional<Owner> owner) {
   if (owner && Owner{status.st_uid, status.st_gid} != *owner) return true;
-  return !S_ISLNK(status.st_mode) && (status.st_mode & SetIDBits) != 0;
+  return !S_ISLNK(status.st_mode) && (status.st_mode & setIDBits) != 0;
 }
 
 // It would be given to an ordinary user who cannot do with it as they like already. Only root can give.
@@ -88,7 +88,7 @@ class Surveyor final : public TreeVisitor {
     _links.add(status);
     if (isToBeAdopted(status, _owner)) {
       _found.needsAdoption = true;
-      const bool losesBits = S_ISREG(status.st_mode) && (status.st_mode & SetIDBits) != 0;
+      const bool losesBits = S_ISREG(status.st_mode) && (status.st_mode & setIDBits) != 0;
       if (hasSeveralNames(status) || losesBits || isGainedByAUser(status, _owner)) _found.mustBeCopied = true;
     }
     const auto kind = status.st_mode & S_IFMT;
@@ -148,12 +148,12 @@ void Adoption::applyToEntry(int parent, const std::string& name) {
   if (!item || ::fstat(item.get(), &status) != 0) failWithSystemError("cannot open " + name);
   if (hasSeveralNames(status)) return;
   const Owner before{status.st_uid, status.st_gid};
-  const mode_t bitsToGiveBack = S_ISDIR(status.st_mode) ? ALLPERMS : ALLPERMS & ~SetIDBits;
+  const mode_t bitsToGiveBack = S_ISDIR(status.st_mode) ? ALLPERMS : ALLPERMS & ~setIDBits;
   if (!isGainedByAUser(status, _owner)) _changed.push_back({status.st_ino, before, status.st_mode & bitsToGiveBack});
   if (_owner && before != *_owner) give(item.get(), name);
-  if (S_ISLNK(status.st_mode) || (status.st_mode & SetIDBits) == 0) return;
+  if (S_ISLNK(status.st_mode) || (status.st_mode & setIDBits) == 0) return;
   // Giving it away may have taken bits of its mode already.
-  changeMode(item.get(), status.st_mode & ALLPERMS & ~SetIDBits, name);
+  changeMode(item.get(), status.st_mode & ALLPERMS & ~setIDBits, name);
 }
 
 void Adoption::give(int item, const std::string& name) const {
@@ -182,7 +182,7 @@ void Adoption::undo(int parent, const std::string& name) const {
 }
 
 void syncTree(int parent, const std::string& name, std::size_t entries) {
-  if (entries > FewEntries) return syncFileSystem(parent);
+  if (entries > fewEntries) return syncFileSystem(parent);
   Syncer syncer;
   walkTree(parent, name, syncer, anyNumberOfEntries);
 }

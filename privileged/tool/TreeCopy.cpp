@@ -16,7 +16,7 @@
 namespace AssistantTool {
 namespace {
 
-constexpr mode_t PermissionBits = ALLPERMS & ~(S_ISUID | S_ISGID);
+constexpr mode_t permissionBits = ALLPERMS & ~(S_ISUID | S_ISGID);
 
 struct stat statusOf(int item, const std::string& name) {
   struct stat status {};
@@ -101,7 +101,7 @@ class TreeCopier final : public TreeVisitor {
     if (Owner{made.st_uid, made.st_gid} != owner) checkGiven(::fchown(target, owner.user, owner.group), name);
     const bool becomesRoots = owner.user == 0 && status.st_uid != 0;
     copyExtendedAttributes(source, target, name, becomesRoots ? AccessLists::left : AccessLists::copied);
-    const mode_t kept = becomesRoots ? PermissionBits & ~(S_IWGRP | S_IWOTH) : PermissionBits;
+    const mode_t kept = becomesRoots ? permissionBits & ~(S_IWGRP | S_IWOTH) : permissionBits;
     if (::fchmod(target, status.st_mode & kept) != 0) failWithSystemError("cannot set the mode of " + name);
     const std::array<timespec, 2> times{status.st_atim, status.st_mtim};
     if (::futimens(target, times.data()) != 0) failWithSystemError("cannot set the times of " + name);

@@ -36,7 +36,7 @@ class RemoveTree : public ::testing::Test {
       folder = posix::Descriptor(::openat(folder.get(), name, O_RDONLY | O_DIRECTORY));
     }
   }
-  // What `act` answers in a child of this process.
+  // Runs `act` in a child.
   static bool inChild(const std::function<bool()>& act) {
     const pid_t child = ::fork();
     if (child == 0) ::_exit(act() ? 0 : 1);

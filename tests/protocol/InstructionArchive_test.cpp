@@ -30,24 +30,24 @@ std::string bytesOf(std::string_view hex) {
 }
 
 // {"command": "trash file", "file path": "/A.app"} as the classic archiver writes it.
-const std::string Header = bytesOf("04 0b 73747265616d7479706564 81e803");
-const std::string DictionaryClass = bytesOf(
+const std::string header = bytesOf("04 0b 73747265616d7479706564 81e803");
+const std::string dictionaryClass = bytesOf(
     "8484 13 4e534d757461626c6544696374696f6e617279 00 8484 0c 4e5344696374696f6e617279 00 8484 08 4e534f626a656374 00 85");
-const std::string FirstString = bytesOf("92 84 8484 08 4e53537472696e67 01 95 84012b");  // up to its length
-const std::string NextString = bytesOf("92 84 97 98");
-const std::string Top = Header + bytesOf("840140 84") + DictionaryClass + bytesOf("840169");  // up to the number of pairs
+const std::string firstString = bytesOf("92 84 8484 08 4e53537472696e67 01 95 84012b");  // up to its length
+const std::string nextString = bytesOf("92 84 97 98");
+const std::string top = header + bytesOf("840140 84") + dictionaryClass + bytesOf("840169");  // up to the number of pairs
 
 std::string exampleArchive() {
-  return Top + "\x02" + FirstString + "\x07" + protocol::commandKey + "\x86" + NextString + "\x0a" +
-         protocol::trashFileCommand + "\x86" + NextString + "\x09" + protocol::filePathKey + "\x86" + NextString + "\x06" +
+  return top + "\x02" + firstString + "\x07" + protocol::commandKey + "\x86" + nextString + "\x0a" +
+         protocol::trashFileCommand + "\x86" + nextString + "\x09" + protocol::filePathKey + "\x86" + nextString + "\x06" +
          "/A.app\x86\x86";
 }
-const Instructions ExampleInstructions{{protocol::commandKey, protocol::trashFileCommand},
+const Instructions exampleInstructions{{protocol::commandKey, protocol::trashFileCommand},
                                        {protocol::filePathKey, "/A.app"}};
 
 // An archive of one pair, from what stands after the number of pairs.
-std::string onePair(const std::string& rest) { return Top + "\x01" + rest; }
-std::string key(const std::string& text) { return FirstString + static_cast<char>(text.size()) + text + "\x86"; }
+std::string onePair(const std::string& rest) { return top + "\x01" + rest; }
+std::string key(const std::string& text) { return firstString + static_cast<char>(text.size()) + text + "\x86"; }
 
 std::string reasonFor(const std::string& archive) {
   std::string reason;
@@ -57,34 +57,34 @@ std::string reasonFor(const std::string& archive) {
 }
 
 TEST(InstructionArchive, TheExampleIsWrittenByteForByte) {
-  EXPECT_EQ(archivedData(ExampleInstructions), bytesOf("040b73747265616d747970656481e803840140848484134e534d757461626c65"
+  EXPECT_EQ(archivedData(exampleInstructions), bytesOf("040b73747265616d747970656481e803840140848484134e534d757461626c65"
                                                        "44696374696f6e6172790084840c4e5344696374696f6e617279008484084e53"
                                                        "4f626a65637400858401690292848484084e53537472696e67019584012b0763"
                                                        "6f6d6d616e6486928497980a74726173682066696c6586928497980966696c65"
                                                        "20706174688692849798062f412e6170708686"));
 }
 
-TEST(InstructionArchive, TheExampleIsRead) { EXPECT_EQ(unarchived(exampleArchive()), ExampleInstructions); }
+TEST(InstructionArchive, TheExampleIsRead) { EXPECT_EQ(unarchived(exampleArchive()), exampleInstructions); }
 
 TEST(InstructionArchive, AnEmptyDictionaryIsReadAndWritten) {
-  EXPECT_EQ(archivedData({}), Top + std::string(1, '\0') + "\x86");
+  EXPECT_EQ(archivedData({}), top + std::string(1, '\0') + "\x86");
   EXPECT_EQ(unarchived(archivedData({})), Instructions{});
 }
 
 TEST(InstructionArchive, ALengthOf127IsOneByte) {
   const auto archive = archivedData({{"k", std::string(127, 'x')}});
-  EXPECT_THAT(archive, HasSubstr(NextString + "\x7f" + "x"));
+  EXPECT_THAT(archive, HasSubstr(nextString + "\x7f" + "x"));
 }
 
 TEST(InstructionArchive, ALengthOf128TakesTheTwoByteTag) {
   const auto archive = archivedData({{"k", std::string(128, 'x')}});
-  EXPECT_THAT(archive, HasSubstr(NextString + "\x81\x80" + std::string(1, '\0') + "x"));
+  EXPECT_THAT(archive, HasSubstr(nextString + "\x81\x80" + std::string(1, '\0') + "x"));
   EXPECT_EQ(unarchived(archive), (Instructions{{"k", std::string(128, 'x')}}));
 }
 
 TEST(InstructionArchive, ALengthBeyondTwoSignedBytesTakesTheFourByteTag) {
   const auto archive = archivedData({{"k", std::string(32768, 'x')}});
-  EXPECT_THAT(archive, HasSubstr(NextString + bytesOf("82 00800000") + "x"));
+  EXPECT_THAT(archive, HasSubstr(nextString + bytesOf("82 00800000") + "x"));
   EXPECT_EQ(unarchived(archive)->front().second.size(), 32768U);
 }
 
@@ -104,7 +104,7 @@ TEST(InstructionArchive, AReferenceMayUseTheTwoByteTag) {
 
 TEST(InstructionArchive, AnImmutableDictionaryIsRead) {
   const auto archive =
-      Header + bytesOf("840140 84 8484 0c 4e5344696374696f6e617279 00 8484 08 4e534f626a656374 00 85 840169 00 86");
+      header + bytesOf("840140 84 8484 0c 4e5344696374696f6e617279 00 8484 08 4e534f626a656374 00 85 840169 00 86");
   EXPECT_EQ(unarchived(archive), Instructions{});
 }
 
@@ -124,7 +124,7 @@ TEST(InstructionArchive, AnotherStreamerVersionIsRefused) {
 }
 
 TEST(InstructionArchive, AnotherSystemVersionIsRefused) {
-  EXPECT_THAT(reasonFor(bytesOf("04 0b 73747265616d7479706564 81e903") + exampleArchive().substr(Header.size())),
+  EXPECT_THAT(reasonFor(bytesOf("04 0b 73747265616d7479706564 81e903") + exampleArchive().substr(header.size())),
               HasSubstr("1000"));
 }
 
@@ -153,40 +153,40 @@ TEST(InstructionArchive, AMissingValueIsRefused) {
 }
 
 TEST(InstructionArchive, ANegativeLengthIsRefused) {
-  EXPECT_THAT(reasonFor(onePair(FirstString + bytesOf("ff") + "x")), HasSubstr("negative"));
+  EXPECT_THAT(reasonFor(onePair(firstString + bytesOf("ff") + "x")), HasSubstr("negative"));
 }
 
 TEST(InstructionArchive, ALengthBeyondTheEndIsRefused) {
-  EXPECT_THAT(reasonFor(onePair(FirstString + bytesOf("82 ffffff7f") + "x")), HasSubstr("ends early"));
+  EXPECT_THAT(reasonFor(onePair(firstString + bytesOf("82 ffffff7f") + "x")), HasSubstr("ends early"));
 }
 
 TEST(InstructionArchive, ATagForALengthIsRefused) {
-  EXPECT_THAT(reasonFor(onePair(FirstString + bytesOf("86") + "x")), HasSubstr("tag"));
+  EXPECT_THAT(reasonFor(onePair(firstString + bytesOf("86") + "x")), HasSubstr("tag"));
 }
 
 TEST(InstructionArchive, ANumberAsTopLevelIsRefused) {
-  EXPECT_THAT(reasonFor(Header + bytesOf("840169 05")), HasSubstr("type"));
+  EXPECT_THAT(reasonFor(header + bytesOf("840169 05")), HasSubstr("type"));
 }
 
 TEST(InstructionArchive, AStringAsTopLevelIsRefused) {
   EXPECT_THAT(
-      reasonFor(Header + bytesOf("840140 84 8484 08 4e53537472696e67 01 8484 08 4e534f626a656374 00 85 84012b 00 86")),
+      reasonFor(header + bytesOf("840140 84 8484 08 4e53537472696e67 01 8484 08 4e534f626a656374 00 85 84012b 00 86")),
       HasSubstr("not a dictionary"));
 }
 
 TEST(InstructionArchive, AClassOfAnotherVersionIsRefused) {
   auto archive = exampleArchive();
-  archive[Header.size() + 4 + 2 + 1 + 19] = 1;
+  archive[header.size() + 4 + 2 + 1 + 19] = 1;
   EXPECT_THAT(reasonFor(archive), HasSubstr("not a dictionary"));
 }
 
 TEST(InstructionArchive, AClassAboveItselfIsRefused) {
-  EXPECT_THAT(reasonFor(Header + bytesOf("840140 84 8484 0c 4e5344696374696f6e617279 00 93 840169 00 86")),
+  EXPECT_THAT(reasonFor(header + bytesOf("840140 84 8484 0c 4e5344696374696f6e617279 00 93 840169 00 86")),
               HasSubstr("not a dictionary"));
 }
 
 TEST(InstructionArchive, AnEndlessChainOfClassesIsRefused) {
-  std::string archive = Header + bytesOf("840140 84");
+  std::string archive = header + bytesOf("840140 84");
   for (int i = 0; i < 100; ++i) archive += bytesOf("8484 01 41 00");
   EXPECT_THAT(reasonFor(archive), HasSubstr("too many"));
 }
@@ -222,7 +222,7 @@ TEST(InstructionArchive, ReferencesCannotExpandBeyondTheLimit) {
   // One long value, then the same again under other keys at a few bytes each.
   const std::string longValue(600000, 'x');
   const auto archive = archivedData({{"a", longValue}, {"b", "v"}});
-  const std::string written = NextString + "\x01v\x86\x86";
+  const std::string written = nextString + "\x01v\x86\x86";
   const std::string repeated = archive.substr(0, archive.size() - written.size()) + bytesOf("92 98 86");
   EXPECT_THAT(reasonFor(repeated), HasSubstr("too long"));
 }
@@ -244,7 +244,7 @@ TEST(InstructionArchive, EverySingleByteMutationGivesADictionaryOrARefusal) {
       EXPECT_EQ(read.has_value(), reason.empty());
       if (read && mutated != archive) {
         ++accepted;
-        EXPECT_NE(read, ExampleInstructions) << "byte " << at << " does not count";
+        EXPECT_NE(read, exampleInstructions) << "byte " << at << " does not count";
       }
     }
   }
@@ -252,13 +252,13 @@ TEST(InstructionArchive, EverySingleByteMutationGivesADictionaryOrARefusal) {
 }
 
 TEST(InstructionArchive, AValueIsFoundByItsKey) {
-  ASSERT_NE(InstructionArchive::valueForKey(ExampleInstructions, protocol::filePathKey), nullptr);
-  EXPECT_EQ(*InstructionArchive::valueForKey(ExampleInstructions, protocol::filePathKey), "/A.app");
-  EXPECT_EQ(InstructionArchive::valueForKey(ExampleInstructions, "File path"), nullptr);
+  ASSERT_NE(InstructionArchive::valueForKey(exampleInstructions, protocol::filePathKey), nullptr);
+  EXPECT_EQ(*InstructionArchive::valueForKey(exampleInstructions, protocol::filePathKey), "/A.app");
+  EXPECT_EQ(InstructionArchive::valueForKey(exampleInstructions, "File path"), nullptr);
 }
 
 TEST(InstructionArchive, SettingAKeyThatIsThereReplacesItsValueInPlace) {
-  auto instructions = ExampleInstructions;
+  auto instructions = exampleInstructions;
   InstructionArchive::setValueForKey(instructions, protocol::commandKey, protocol::removeFileCommand);
   InstructionArchive::setValueForKey(instructions, protocol::resultPathKey, "/r");
   EXPECT_EQ(instructions, (Instructions{{protocol::commandKey, protocol::removeFileCommand},

@@ -58,7 +58,7 @@ void reportSignals(std::ostream& out) {
 }
 
 // No tool of a test lives longer.
-constexpr unsigned LongestLife = 60;
+constexpr unsigned longestLife = 60;
 
 void flood() {
   const std::string bytes(65536, 'x');
@@ -67,7 +67,7 @@ void flood() {
 
 void leaveChild() {
   if (::fork() == 0) {
-    ::alarm(LongestLife);
+    ::alarm(longestLife);
     while (::pause() != 0) continue;
   }
   printBytes(1);
@@ -92,7 +92,7 @@ std::string report(int count) {
 }  // namespace
 
 int main(int count, char** /*arguments*/) {
-  ::alarm(LongestLife);
+  ::alarm(longestLife);
   std::string line;
   std::getline(std::cin, line);
   std::istringstream words(line);

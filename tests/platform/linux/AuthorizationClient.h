@@ -50,15 +50,15 @@ class BrokerClient {
 
 // How long the slower half of all calls may take while somebody misbehaves. The time of a single call depends on who
 // else uses the machine; the middle of many does not.
-inline constexpr std::chrono::milliseconds FairTime{50};
+inline constexpr std::chrono::milliseconds fairTime{50};
 // The longest time for any call, so that nobody is kept waiting even once.
-inline constexpr std::chrono::seconds LongestTime{2};
+inline constexpr std::chrono::seconds longestTime{2};
 
 // A program makes a session, hands it over to itself and gives all back, again and again; the middle of the times of its
 // calls.
 inline std::chrono::microseconds medianTimeOfACall() {
   using Clock = std::chrono::steady_clock;
-  constexpr int Rounds = 25;
+  constexpr int rounds = 25;
   BrokerClient client;
   std::vector<std::chrono::microseconds> times;
   const auto timed = [&times](const auto& call) {
@@ -67,7 +67,7 @@ inline std::chrono::microseconds medianTimeOfACall() {
     times.push_back(std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start));
   };
   timed([&] { client.services.free(client.create(), platform::kAuthorizationFlagDefaults); });  // it is connected now
-  for (int i = 0; i < Rounds; ++i) {
+  for (int i = 0; i < rounds; ++i) {
     platform::AuthorizationRef authorization = 0;
     platform::AuthorizationExternalForm form;
     timed([&] { authorization = client.create(); });
@@ -76,7 +76,7 @@ inline std::chrono::microseconds medianTimeOfACall() {
   }
   std::sort(times.begin(), times.end());
   const auto median = times[times.size() / 2];
-  EXPECT_LT(times.back(), LongestTime);
+  EXPECT_LT(times.back(), longestTime);
   std::cout << "served in " << median.count() << " us (median), " << times.back().count() << " us (longest)\n";
   ::testing::Test::RecordProperty("median_us", std::to_string(median.count()));
   return median;
@@ -132,7 +132,7 @@ class RawCaller {
   std::uint64_t create() {
     std::uint64_t handle = 0;
     sd_bus_message* reply = nullptr;
-    EXPECT_GE(sd_bus_call_method(_bus, BusName, ObjectPath, InterfaceName, protocol::brokerMethod::create.name, nullptr,
+    EXPECT_GE(sd_bus_call_method(_bus, busName, objectPath, interfaceName, protocol::brokerMethod::create.name, nullptr,
                                  &reply, ""),
               0);
     EXPECT_GE(sd_bus_message_read(reply, "t", &handle), 0);
@@ -142,7 +142,7 @@ class RawCaller {
   // A handle with the right, where nobody has to be asked.
   std::uint64_t authorized() {
     const auto handle = create();
-    EXPECT_GE(sd_bus_call_method(_bus, BusName, ObjectPath, InterfaceName, protocol::brokerMethod::copyRights.name, nullptr,
+    EXPECT_GE(sd_bus_call_method(_bus, busName, objectPath, interfaceName, protocol::brokerMethod::copyRights.name, nullptr,
                                  nullptr, protocol::brokerMethod::copyRights.takes, handle,
                                  platform::kAuthorizationRightExecute, 18U),
               0);
@@ -152,7 +152,7 @@ class RawCaller {
   posix::Descriptor run(std::uint64_t handle, int tool) {
     sd_bus_message* reply = nullptr;
     int borrowed = -1;
-    if (sd_bus_call_method(_bus, BusName, ObjectPath, InterfaceName, protocol::brokerMethod::executeWithPrivileges.name,
+    if (sd_bus_call_method(_bus, busName, objectPath, interfaceName, protocol::brokerMethod::executeWithPrivileges.name,
                            nullptr, &reply, protocol::brokerMethod::executeWithPrivileges.takes, handle, tool, 0U) < 0) {
       return posix::Descriptor();
     }
@@ -164,13 +164,13 @@ class RawCaller {
   [[nodiscard]] sd_bus* bus() const { return _bus; }
 
  private:
-  static constexpr const char* BusName = protocol::brokerBusName;
-  static constexpr const char* ObjectPath = protocol::brokerObjectPath;
-  static constexpr const char* InterfaceName = protocol::brokerInterface;
+  static constexpr const char* busName = protocol::brokerBusName;
+  static constexpr const char* objectPath = protocol::brokerObjectPath;
+  static constexpr const char* interfaceName = protocol::brokerInterface;
 
   sd_bus_message* newCall(const char* method) {
     sd_bus_message* call = nullptr;
-    EXPECT_GE(sd_bus_message_new_method_call(_bus, &call, BusName, ObjectPath, InterfaceName, method), 0);
+    EXPECT_GE(sd_bus_message_new_method_call(_bus, &call, busName, objectPath, interfaceName, method), 0);
     return call;
   }
   sd_bus* _bus = nullptr;

@@ -250,7 +250,7 @@ TEST_F(DistributedNotifications, LargeDataArrivesWhole) {
 
 TEST_F(DistributedNotifications, HugeDataIsRefusedAndTheNextOneArrives) {
   installer.observe(credentials);
-  ASSERT_TRUE(controller.center.post({credentials, "huge", {{"data", bytes(MaximumBusBytes + 1)}}}));
+  ASSERT_TRUE(controller.center.post({credentials, "huge", {{"data", bytes(maximumBusBytes + 1)}}}));
   ASSERT_TRUE(controller.center.post({credentials, "next", {}}));
   ASSERT_TRUE(installer.receives(1));
   EXPECT_EQ(installer.received[0].object, "next");
@@ -402,11 +402,11 @@ TEST_F(ForeignSignals, ValuesNestedTooDeeplyAreLeftOut) {
     ASSERT_NE(array, nullptr);
     value = array->empty() ? nullptr : &array->front();
   }
-  EXPECT_EQ(depth, MaximumBusDepth - 1);
+  EXPECT_EQ(depth, maximumBusDepth - 1);
 }
 
 TEST_F(ForeignSignals, TooManyValuesAreRefused) {
-  ASSERT_TRUE(controller.center.post({credentials, "many", {{"list", Array(MaximumBusValues, Value(true))}}}));
+  ASSERT_TRUE(controller.center.post({credentials, "many", {{"list", Array(maximumBusValues, Value(true))}}}));
   ASSERT_TRUE(controller.center.post({credentials, "next", {}}));
   ASSERT_TRUE(installer.receives(1));
   EXPECT_EQ(installer.received[0].object, "next");

@@ -30,14 +30,14 @@ using testing::Contains;
 using testing::HasSubstr;
 using tests::BrokerClient;
 using tests::eventually;
-using tests::FairTime;
+using tests::fairTime;
 using tests::isOwnedOnSessionBus;
 using tests::medianTimeOfACall;
 using tests::RawCaller;
 
-const std::string Broker = KELTO_BIN_DIR "/authorizationd";
-constexpr const char* BrokerName = protocol::brokerBusName;
-constexpr const char* Denied = protocol::brokerErrorForStatus(errAuthorizationDenied);
+const std::string brokerProgram = KELTO_BIN_DIR "/authorizationd";
+constexpr const char* brokerName = protocol::brokerBusName;
+constexpr const char* deniedError = protocol::brokerErrorForStatus(errAuthorizationDenied);
 
 std::string bytesOf(const AuthorizationExternalForm& form) {
   return {reinterpret_cast<const char*>(form.bytes.data()), form.bytes.size()};
@@ -57,21 +57,21 @@ class AuthorizationAbuse : public testing::Test {
     return path;
   }
   // Only the broker's answer to a program that comes later says that it has seen everything sent before.
-  void expectServed() { EXPECT_LT(medianTimeOfACall(), FairTime); }
+  void expectServed() { EXPECT_LT(medianTimeOfACall(), fairTime); }
   // With nothing held any more the broker leaves, and the bus starts it when it is needed again.
   static void expectNothingKept() {
-    EXPECT_TRUE(eventually([] { return !isOwnedOnSessionBus(BrokerName); })) << "the broker keeps something";
+    EXPECT_TRUE(eventually([] { return !isOwnedOnSessionBus(brokerName); })) << "the broker keeps something";
   }
 
   tests::TemporaryFolder tools;
-  tests::PrivateBus bus{{{BrokerName, Broker + " --session --idle-seconds 1 --tools " + tools.path()}}};
+  tests::PrivateBus bus{{{brokerName, brokerProgram + " --session --idle-seconds 1 --tools " + tools.path()}}};
 };
 
 TEST_F(AuthorizationAbuse, AThousandRandomFormsAreRefusedAndOneGoodOneIsNot) {
   BrokerClient controller;
   const auto good = bytesOf(controller.exported(controller.create()));
   RawCaller stranger;
-  for (int i = 0; i < 1000; ++i) ASSERT_EQ(stranger.refusalOf(randomBytes(good.size())), Denied);
+  for (int i = 0; i < 1000; ++i) ASSERT_EQ(stranger.refusalOf(randomBytes(good.size())), deniedError);
   EXPECT_EQ(stranger.refusalOf(good), "");
 }
 
@@ -80,10 +80,10 @@ TEST_F(AuthorizationAbuse, FormsOfEveryOtherLengthAreRefusedLikeWrongOnes) {
   const auto good = bytesOf(controller.exported(controller.create()));
   RawCaller stranger;
   for (std::size_t length = 0; length < good.size(); ++length)
-    ASSERT_EQ(stranger.refusalOf(good.substr(0, length)), Denied);
-  EXPECT_EQ(stranger.refusalOf(good + '\0'), Denied);
-  EXPECT_EQ(stranger.refusalOf(good + good), Denied);
-  EXPECT_EQ(stranger.refusalOf(good + std::string(1 << 20, 'x')), Denied);
+    ASSERT_EQ(stranger.refusalOf(good.substr(0, length)), deniedError);
+  EXPECT_EQ(stranger.refusalOf(good + '\0'), deniedError);
+  EXPECT_EQ(stranger.refusalOf(good + good), deniedError);
+  EXPECT_EQ(stranger.refusalOf(good + std::string(1 << 20, 'x')), deniedError);
   expectServed();
 }
 
@@ -126,7 +126,7 @@ TEST_F(AuthorizationAbuse, OfTenThousandSessionsOneCallerGetsSixteen) {
   RawCaller caller;
   int given = 0;
   for (int i = 0; i < 10000; ++i) {
-    if (sd_bus_call_method(caller.bus(), BrokerName, protocol::brokerObjectPath, BrokerName,
+    if (sd_bus_call_method(caller.bus(), brokerName, protocol::brokerObjectPath, brokerName,
                            protocol::brokerMethod::create.name, nullptr, nullptr, "") >= 0)
       ++given;
   }
@@ -318,7 +318,7 @@ TEST_F(ToolThat, IsSlowToStartDelaysItsOwnCallerOnly) {
     *static_cast<int*>(seen) = sd_bus_message_is_method_error(reply, nullptr);
     return 0;
   };
-  ASSERT_GE(sd_bus_message_new_method_call(caller.bus(), &call, BrokerName, protocol::brokerObjectPath, BrokerName,
+  ASSERT_GE(sd_bus_message_new_method_call(caller.bus(), &call, brokerName, protocol::brokerObjectPath, brokerName,
                                            protocol::brokerMethod::executeWithPrivileges.name),
             0);
   ASSERT_GE(sd_bus_message_append(call, protocol::brokerMethod::executeWithPrivileges.takes, handle, slow.get(), 0U), 0);

@@ -20,7 +20,7 @@ using namespace platform::Linux::authorizationd;
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-constexpr Time Idle = 10ms;
+constexpr Time idleTime = 10ms;
 
 // Leaves every question open, until it is told the answer.
 class OpenPolicy final : public Policy {
@@ -70,7 +70,7 @@ class IdleBroker : public testing::Test {
   }
 
   void startTimer() {
-    idle = std::make_unique<IdleExit>(broker, loop, *service, Idle);
+    idle = std::make_unique<IdleExit>(broker, loop, *service, idleTime);
     EXPECT_GE(idle->start(), 0);
   }
   [[nodiscard]] bool hasLeft() const { return sd_event_get_state(loop) == SD_EVENT_FINISHED; }
@@ -206,7 +206,7 @@ TEST_F(IdleBroker, AnswersACallThatCameAtTheLastMomentAndStays) {
   sd_bus_call_method(watcher.bus(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "GetId",
                      nullptr, nullptr, "");
   startTimer();
-  const auto deadline = Clock::now() + Idle;
+  const auto deadline = Clock::now() + idleTime;
   while (Clock::now() < deadline) continue;
   ASSERT_TRUE(runUntil([this] { return answered; }));
   EXPECT_FALSE(isError);

@@ -26,7 +26,7 @@ using tests::BrokerClient;
 using tests::eventually;
 using Clock = std::chrono::steady_clock;
 
-constexpr const char* BrokerName = protocol::brokerBusName;
+constexpr const char* brokerName = protocol::brokerBusName;
 
 enum class Behaviour { Hangs, GrantsWhenTold, AnswersNonsense, Leaves };
 
@@ -148,17 +148,17 @@ class PolicyThat : public testing::Test {
                 "3", nullptr);
       ::_exit(127);
     }
-    ASSERT_TRUE(eventually([] { return tests::isOwnedOnSessionBus(BrokerName); }));
+    ASSERT_TRUE(eventually([] { return tests::isOwnedOnSessionBus(brokerName); }));
   }
   void TearDown() override {
     if (broker <= 0) return;
     ::kill(broker, SIGTERM);
     ::waitpid(broker, nullptr, 0);
   }
-  static void expectServed() { EXPECT_LT(tests::medianTimeOfACall(), tests::FairTime); }
+  static void expectServed() { EXPECT_LT(tests::medianTimeOfACall(), tests::fairTime); }
 
   // The bus must know the name to tell that its owner is there.
-  tests::PrivateBus bus{{{BrokerName, "/bin/false"}}};
+  tests::PrivateBus bus{{{brokerName, "/bin/false"}}};
   std::optional<tests::ScopedEnvironment> systemBus;
   pid_t broker = -1;
 };

@@ -10,23 +10,23 @@
 
 namespace {
 
-const std::string Unit = KELTO_BIN_DIR "/../share/systemd/system/kelto-authorizationd.service";
+const std::string unitPath = KELTO_BIN_DIR "/../share/systemd/system/kelto-authorizationd.service";
 // In tenths, on the scale from 0 (nothing is exposed) to 10. The jobs need the rest: root, homes, /tmp and
 // /etc.
-constexpr int MostExposure = 23;
+constexpr int mostExposure = 23;
 
 class AuthorizationUnit : public testing::Test {
  protected:
   void SetUp() override {
     if (::access("/usr/bin/systemd-analyze", X_OK) != 0) GTEST_SKIP() << "systemd-analyze is not installed";
-    contents = tests::readFile(Unit);
+    contents = tests::readFile(unitPath);
     ASSERT_NE(contents, "");
   }
   // Whether a unit of these contents exposes at most what is allowed, and what the measure said.
   tests::Outcome judged(const std::string& text) const {
     tests::writeFile(folder.path("kelto-authorizationd.service"), text);
     return tests::runCommandLine(
-        "systemd-analyze security --no-pager --offline=true --threshold=" + std::to_string(MostExposure) + " " +
+        "systemd-analyze security --no-pager --offline=true --threshold=" + std::to_string(mostExposure) + " " +
         folder.path("kelto-authorizationd.service") + " 2>&1");
   }
   [[nodiscard]] std::string without(const std::string& setting) const {

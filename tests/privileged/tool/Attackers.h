@@ -19,8 +19,8 @@ namespace ToolTests {
 
 class Attackers : public NamespaceTest {
  protected:
-  static constexpr uid_t Other = 54321;
-  static constexpr const char* Secret = "nobody but root reads this";
+  static constexpr uid_t otherUser = 54321;
+  static constexpr const char* secretText = "nobody but root reads this";
 
   void SetUp() override {
     NamespaceTest::SetUp();
@@ -29,7 +29,7 @@ class Attackers : public NamespaceTest {
     ASSERT_EQ(::mount("test", volume("arena").c_str(), "tmpfs", MS_STRICTATIME, "mode=755"), 0);
     canary = folder / "arena/canary";
     for (const char* name : {"secret", "Info.plist", "App.app/Contents/Info.plist", "files/App.app/file", "info/file"})
-      write(canary / name, Secret);
+      write(canary / name, secretText);
     for (const char* name : {"secret", "Info.plist", "App.app/Contents/Info.plist"}) ::chmod((canary / name).c_str(), 0600);
     write(canary / "open", "");
     ::chmod((canary / "open").c_str(), 0644);
@@ -39,8 +39,8 @@ class Attackers : public NamespaceTest {
     for (const auto& path : _guarded) {
       if (fs::is_directory(path)) ::chmod(path.c_str(), 0711);
     }
-    makeGround(folder / "arena/user", User);
-    makeGround(folder / "arena/other", Other);
+    makeGround(folder / "arena/user", invokingUser);
+    makeGround(folder / "arena/other", otherUser);
     ::chmod((folder / "arena/other").c_str(), 0777);
     setHome(folder / "arena/user/home");
     _counters = static_cast<Counters*>(
@@ -82,7 +82,7 @@ class Attackers : public NamespaceTest {
   void swapAtEachCall(std::size_t every) {
     const auto ground = folder / "arena/user";
     _inner = 1;
-    auto names = Swapped;
+    auto names = swappedNames;
     for (const char kind : {'d', 'f'}) names.push_back(innerName(0, kind));
     for (const std::string command : {protocol::replaceItemCommand, protocol::copyFileCommand, protocol::moveFileCommand,
                                       protocol::removeFileCommand, protocol::trashFileCommand}) {
@@ -100,25 +100,25 @@ class Attackers : public NamespaceTest {
   fs::path canary;
 
  private:
-  inline static const std::vector<std::string> Swapped{"src",
-                                                       "dst",
-                                                       "src/App.app",
-                                                       "src/App.app/Contents",
-                                                       "src/App.app/Contents/Info.plist",
-                                                       "dst/App.app",
-                                                       "dst/App.app/Contents",
-                                                       "home/.local",
-                                                       "home/.local/share/Trash",
-                                                       "home/.local/share/Trash/files",
-                                                       "home/.local/share/Trash/info",
-                                                       "result"};
+  inline static const std::vector<std::string> swappedNames{"src",
+                                                            "dst",
+                                                            "src/App.app",
+                                                            "src/App.app/Contents",
+                                                            "src/App.app/Contents/Info.plist",
+                                                            "dst/App.app",
+                                                            "dst/App.app/Contents",
+                                                            "home/.local",
+                                                            "home/.local/share/Trash",
+                                                            "home/.local/share/Trash/files",
+                                                            "home/.local/share/Trash/info",
+                                                            "result"};
   static bool exchange(const fs::path& path) {
     return ::renameat2(AT_FDCWD, path.c_str(), AT_FDCWD, (path.string() + "~").c_str(), RENAME_EXCHANGE) == 0;
   }
   // False when the job makes fewer calls than that.
   bool swapAt(const fs::path& ground, const std::string& command, const std::string& name, std::size_t at, bool isUndone) {
     fs::remove_all(ground);
-    makeGround(ground, User);
+    makeGround(ground, invokingUser);
     // Across file systems the item is copied, which makes the most calls.
     InstructionArchive::Instructions job{{protocol::commandKey, command}, {protocol::resultPathKey, ground / "result"}};
     if (command == protocol::trashFileCommand || command == protocol::removeFileCommand) {
@@ -133,7 +133,7 @@ class Attackers : public NamespaceTest {
     Meddler meddler{.meddle = [&] { exchange(ground / name); }};
     if (isUndone) meddler.undo = [&] { exchange(ground / name); };
     const auto traced =
-        runWithFault({Tool}, framed(InstructionArchive::archivedData(job)), environment, {.at = at}, &meddler);
+        runWithFault({toolProgram}, framed(InstructionArchive::archivedData(job)), environment, {.at = at}, &meddler);
     const bool isTouched = looks() != before;
     EXPECT_FALSE(isTouched) << command << ", " << name << " at call " << at << ": " << traced.answer.text;
     return traced.calls >= at && !isTouched;
@@ -143,7 +143,7 @@ class Attackers : public NamespaceTest {
     std::atomic<unsigned long long> swaps;
   };
   std::vector<std::pair<fs::path, uid_t>> grounds() const {
-    return {{folder / "arena/user", User}, {folder / "arena/other", Other}};
+    return {{folder / "arena/user", invokingUser}, {folder / "arena/other", otherUser}};
   }
   // Everything that the jobs name, and beside each thing a link to something of root's that it is exchanged with.
   void makeGround(const fs::path& ground, uid_t owner) const {
@@ -199,8 +199,8 @@ class Attackers : public NamespaceTest {
       const auto now = std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now().time_since_epoch());
       const bool isInnerTurn = now / milliseconds(300) % 2 == 0;
       const auto number = static_cast<int>(random() % static_cast<unsigned>(_inner));
-      const auto one =
-          ground / (isInnerTurn ? innerName(number, random() % 2 == 0 ? 'd' : 'f') : Swapped[random() % Swapped.size()]);
+      const auto one = ground / (isInnerTurn ? innerName(number, random() % 2 == 0 ? 'd' : 'f')
+                                             : swappedNames[random() % swappedNames.size()]);
       const auto other = one.string() + "~";
       for (int times = 0; times < 2; ++times) {
         if (::renameat2(AT_FDCWD, one.c_str(), AT_FDCWD, other.c_str(), RENAME_EXCHANGE) == 0) ++_counters->swaps;
@@ -264,7 +264,7 @@ class Attackers : public NamespaceTest {
       InstructionArchive::setValueForKey(job, protocol::destinationPathKey, destination);
     }
     InstructionArchive::setValueForKey(job, protocol::resultPathKey, resultPath);
-    const auto answer = runWithBytes({Tool}, framed(InstructionArchive::archivedData(job)), environment);
+    const auto answer = runWithBytes({toolProgram}, framed(InstructionArchive::archivedData(job)), environment);
     EXPECT_GE(answer.status, 0) << command;
     _lastStatus = answer.status;
     _lastText = answer.text;
@@ -288,7 +288,7 @@ class Attackers : public NamespaceTest {
     for (const auto& [ground, user] : grounds()) {
       for (const auto& entry : fs::recursive_directory_iterator(ground)) {
         if (fs::symlink_status(entry.path()).type() != fs::file_type::regular) continue;
-        EXPECT_EQ(read(entry.path()).find(Secret), std::string::npos) << entry.path();
+        EXPECT_EQ(read(entry.path()).find(secretText), std::string::npos) << entry.path();
       }
     }
   }

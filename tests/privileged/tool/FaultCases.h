@@ -32,7 +32,8 @@ struct Places {
   fs::path units;            // the folder of the server's unit, there
 
   [[nodiscard]] std::vector<std::string> tool() const {
-    return root.empty() ? std::vector<std::string>{Tool} : std::vector<std::string>{"/usr/sbin/chroot", root, Tool};
+    return root.empty() ? std::vector<std::string>{toolProgram}
+                        : std::vector<std::string>{"/usr/sbin/chroot", root, toolProgram};
   }
 };
 
@@ -112,14 +113,14 @@ class ReplaceCase : public FaultCase {
   }
   void makeSource(const std::string& version) {
     make(_source, version);
-    if (_places.isRoot) giveTree(_source, Downloader);
+    if (_places.isRoot) giveTree(_source, downloader);
     _new = treeOf(_source, _places.isRoot ? std::optional(_kind == Kind::ofAUser ? _places.user : Ids{}) : std::nullopt);
   }
   static Tree withoutTop(Tree tree) {
     tree.erase(".");
     return tree;
   }
-  static constexpr Ids Downloader{.user = 54323, .group = 54324};
+  static constexpr Ids downloader{.user = 54323, .group = 54324};
   Kind _kind;
   bool _across;
   fs::path _source;
@@ -359,11 +360,11 @@ class UpgradeCase : public FaultCase {
   }
 
  private:
-  static constexpr const char* Program = "KeltoLibraryServer";
+  static constexpr const char* serverProgramName = "KeltoLibraryServer";
   std::map<std::string, fs::path> files() const {
     const auto library = _places.here / "Library";
     const std::string label = "com.kelto.KeltoLibraryServer";
-    return {{Program, library / "Application Support/Kelto/KeltoLibraryServer"},
+    return {{serverProgramName, library / "Application Support/Kelto/KeltoLibraryServer"},
             {label + ".plist", library / "LaunchDaemons" / (label + ".plist")},
             {label + ".service", _places.units / (label + ".service")}};
   }
@@ -372,7 +373,7 @@ class UpgradeCase : public FaultCase {
     for (const auto& [name, path] : files()) {
       const auto offered = _app / "Contents/Resources/LibraryServer" / name;
       write(offered, textOf(name, version));
-      fs::permissions(offered, fs::perms(name == Program ? 0755 : 0644));
+      fs::permissions(offered, fs::perms(name == serverProgramName ? 0755 : 0644));
     }
   }
   void install(const std::string& version) {
@@ -381,7 +382,7 @@ class UpgradeCase : public FaultCase {
       const bool isMissing = _kind == Kind::runsWithNewDefinition && name.ends_with(".plist");
       if (!isMissing) {
         write(path, textOf(name, version));
-        fs::permissions(path, fs::perms(name == Program ? 0755 : 0644));
+        fs::permissions(path, fs::perms(name == serverProgramName ? 0755 : 0644));
         setTimes(path, 1000, 1);
       }
       _olds[name] = treeOf(path);
@@ -389,13 +390,14 @@ class UpgradeCase : public FaultCase {
   }
   // The program is long enough to be torn.
   static std::string textOf(const std::string& name, const std::string& version) {
-    return name + " version " + version + "\n" + std::string(name == Program ? 100'000 : 100, version.front());
+    return name + " version " + version + "\n" + std::string(name == serverProgramName ? 100'000 : 100, version.front());
   }
   bool isNew(const std::string& name, const fs::path& path) const {
     const auto offered = textOf(name, _version);
     const auto expected = name.ends_with(".service") ? AssistantTool::serverUnitFor(offered, {}) : offered;
     if (!isThere(path) || read(path) != expected) return false;
-    return (statusOf(path).st_mode & ALLPERMS) == (name == Program ? 0755U : 0644U) && statusOf(path).st_nlink == 1;
+    return (statusOf(path).st_mode & ALLPERMS) == (name == serverProgramName ? 0755U : 0644U) &&
+           statusOf(path).st_nlink == 1;
   }
   Kind _kind;
   fs::path _app;

@@ -17,7 +17,7 @@ struct FaultKind {
   const char* name;
   int error;  // 0 for SIGKILL
 };
-inline const std::vector<FaultKind> AllFaults{{"SIGKILL", 0},   {"ENOSPC", ENOSPC}, {"EIO", EIO},    {"EACCES", EACCES},
+inline const std::vector<FaultKind> allFaults{{"SIGKILL", 0},   {"ENOSPC", ENOSPC}, {"EIO", EIO},    {"EACCES", EACCES},
                                               {"EXDEV", EXDEV}, {"EROFS", EROFS},   {"EINTR", EINTR}};
 
 struct Results {
@@ -116,7 +116,7 @@ class FaultMatrix : public NamespaceTest {
     Places places{.here = here / "h",
                   .there = there / "t",
                   .isRoot = isRoot,
-                  .user = {User, Group},
+                  .user = {invokingUser, invokingGroup},
                   .root = {},
                   .units = here / "h/units"};
     if (!isRoot) places.user = {::geteuid(), ::getegid()};

@@ -8,7 +8,7 @@ namespace {
 class WholeFaultMatrix : public FaultMatrix, public ::testing::WithParamInterface<std::tuple<bool, std::string>> {
  protected:
   void runOn(const std::string& name, const fs::path& here, const fs::path& there) {
-    runAll(name, here, there, AllFaults, std::get<0>(GetParam()), true);
+    runAll(name, here, there, allFaults, std::get<0>(GetParam()), true);
   }
   // The image lies in memory: this test is not about a disk's handling of the calls.
   void runOn(const FileSystemKind& kind, const fs::path& images, const fs::path& there) {
@@ -39,7 +39,7 @@ TEST_P(WholeFaultMatrix, HasNoBadRow) {
   const auto there = volume("there");
   if (wanted == "tmpfs") return runOn("tmpfs", volume("tmpfs"), there);
   const auto images = volume("images", "size=1g");
-  for (const auto& kind : FileSystemKinds) {
+  for (const auto& kind : fileSystemKinds) {
     if (kind.name == wanted) runOn(kind, images, there);
   }
 }

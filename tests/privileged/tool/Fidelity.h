@@ -24,17 +24,17 @@ struct Way {
   // GNU's mv and trash-restore copy by whole paths, which a system call takes up to 4096 bytes only.
   [[nodiscard]] bool isTooDeepForRestorer() const { return isCopiedByRestorer() || (across && restoredBy == "mv"); }
 };
-inline const std::vector<Way> Ways{{"replace", false},
-                                   {"replace", true},
-                                   {"copy", false},
-                                   {"copy", true},
-                                   {"move", false},
-                                   {"move", true},
-                                   {"trash", false, "trash-restore"},
-                                   {"trash", true},
-                                   {"trash", true, "trash-restore"},
-                                   {"trash", true, "mv"},
-                                   {"trash", true, protocol::moveFileCommand}};
+inline const std::vector<Way> allWays{{"replace", false},
+                                      {"replace", true},
+                                      {"copy", false},
+                                      {"copy", true},
+                                      {"move", false},
+                                      {"move", true},
+                                      {"trash", false, "trash-restore"},
+                                      {"trash", true},
+                                      {"trash", true, "trash-restore"},
+                                      {"trash", true, "mv"},
+                                      {"trash", true, protocol::moveFileCommand}};
 
 // The letters and digits of `text`: what a test's name may have.
 inline std::string lettersOf(const std::string& text) {
@@ -49,8 +49,8 @@ inline std::string wayOf(const ::testing::TestParamInfo<Way>& info) { return let
 // As root in a mount name space; the trees go from one place to another, on the same file system or not.
 class Fidelity : public NamespaceTest {
  protected:
-  static constexpr Ids SourceOwner{.user = 4001, .group = 4002};
-  static constexpr Ids OldOwner{.user = User, .group = 5002};
+  static constexpr Ids sourceOwner{.user = 4001, .group = 4002};
+  static constexpr Ids oldOwner{.user = invokingUser, .group = 5002};
 
   void SetUp() override {
     NamespaceTest::SetUp();
@@ -73,7 +73,7 @@ class Fidelity : public NamespaceTest {
     fs::create_directories(to.parent_path());
     if (way.command == "replace") {
       write(to / "old", "old");
-      giveTree(to, OldOwner);
+      giveTree(to, oldOwner);
       EXPECT_EQ(replace(to, from).text, "replaced " + to.string() + "\n");
     } else if (way.command == "copy") {
       EXPECT_EQ(copy(from, to).text, "copied to " + to.string() + "\n");
@@ -87,8 +87,8 @@ class Fidelity : public NamespaceTest {
     return to;
   }
   [[nodiscard]] Ids ownerAfter(const Way& way) const {
-    if (way.command == "replace") return OldOwner;
-    return way.command == "trash" ? Ids{.user = User, .group = Group} : SourceOwner;
+    if (way.command == "replace") return oldOwner;
+    return way.command == "trash" ? Ids{.user = invokingUser, .group = invokingGroup} : sourceOwner;
   }
 
   [[nodiscard]] fs::path trashed(const std::string& name = "App.app") const { return trashFolder() / "files" / name; }
@@ -102,13 +102,13 @@ class Fidelity : public NamespaceTest {
     EXPECT_FALSE(isThere(from));
     fs::resize_file(result, 0);
     // So that the user may put it back there.
-    EXPECT_EQ(::chown(from.parent_path().c_str(), User, Group), 0);
+    EXPECT_EQ(::chown(from.parent_path().c_str(), invokingUser, invokingGroup), 0);
   }
   // Has the user run a program, which reads `input`. Its output has its errors, too.
   Answer runAsUser(const std::vector<std::string>& program, const std::string& input = {}) const {
     std::vector<std::string> all{"/bin/sh", "-c", "exec \"$@\" 2>&1", "sh", "/usr/bin/setpriv", "--clear-groups"};
-    all.push_back("--reuid=" + std::to_string(User));
-    all.push_back("--regid=" + std::to_string(Group));
+    all.push_back("--reuid=" + std::to_string(invokingUser));
+    all.push_back("--regid=" + std::to_string(invokingGroup));
     all.insert(all.end(), program.begin(), program.end());
     return runWithBytes(all, input, {"HOME=" + (_home / "user").string()}, true);
   }
@@ -126,9 +126,9 @@ class Fidelity : public NamespaceTest {
   void bindAccount() {
     setHome(_home / "user");
     fs::create_directories(_home / "user/.local/share");
-    giveTree(_home / "user", {.user = User, .group = Group});
+    giveTree(_home / "user", {.user = invokingUser, .group = invokingGroup});
     // No Trash on the other volume: what comes from there is copied.
-    write(other / (".Trash-" + std::to_string(User)), "");
+    write(other / (".Trash-" + std::to_string(invokingUser)), "");
   }
   fs::path trashAndRestore(const Way& way, const fs::path& from) {
     trashWhole(from);
@@ -158,9 +158,9 @@ inline std::string accessListFor(uid_t user) {
     return std::string(reinterpret_cast<const char*>(&one), sizeof one);
   };
   const std::uint32_t version = POSIX_ACL_XATTR_VERSION;
-  constexpr auto NoId = static_cast<std::uint32_t>(ACL_UNDEFINED_ID);
-  return std::string(reinterpret_cast<const char*>(&version), sizeof version) + entry(ACL_USER_OBJ, 6, NoId) +
-         entry(ACL_USER, 4, user) + entry(ACL_GROUP_OBJ, 4, NoId) + entry(ACL_MASK, 4, NoId) + entry(ACL_OTHER, 0, NoId);
+  constexpr auto noID = static_cast<std::uint32_t>(ACL_UNDEFINED_ID);
+  return std::string(reinterpret_cast<const char*>(&version), sizeof version) + entry(ACL_USER_OBJ, 6, noID) +
+         entry(ACL_USER, 4, user) + entry(ACL_GROUP_OBJ, 4, noID) + entry(ACL_MASK, 4, noID) + entry(ACL_OTHER, 0, noID);
 }
 
 inline std::string attributeOf(const fs::path& path, const char* name) {

@@ -22,7 +22,7 @@ TEST_P(ManyFiles, AreAllThere) {
   }
   EXPECT_EQ(right, 100000);
 }
-INSTANTIATE_TEST_SUITE_P(Fidelity, ManyFiles, ::testing::ValuesIn(Ways), wayOf);
+INSTANTIATE_TEST_SUITE_P(Fidelity, ManyFiles, ::testing::ValuesIn(allWays), wayOf);
 
 // The trash program fills the holes, so this one goes back to a file system that packs them again.
 TEST_F(Fidelity, ASparseFileOfFourGigabytesIsRestoredFilledByTheTrashProgram) {
@@ -37,14 +37,14 @@ TEST_F(Fidelity, ASparseFileOfFourGigabytesIsRestoredFilledByTheTrashProgram) {
     if (!device.isOpen()) GTEST_SKIP() << "no loop device";
     ASSERT_EQ(::mount(device.path().c_str(), place.c_str(), "btrfs", 0, packing.options.c_str()), 0);
   }
-  write(place / (".Trash-" + std::to_string(User)), "");
-  constexpr off_t Size = off_t{4} << 30;
+  write(place / (".Trash-" + std::to_string(invokingUser)), "");
+  constexpr off_t size = off_t{4} << 30;
   write(source(way) / "large", "begin");
-  fs::resize_file(source(way) / "large", Size);
+  fs::resize_file(source(way) / "large", size);
   const auto large = take(way) / "large";
-  EXPECT_EQ(statusOf(large).st_size, Size);
-  EXPECT_GE(statusOf(large).st_blocks, Size / 512) << "the holes were kept";
-  EXPECT_EQ(statusOf(large).st_uid, User);
+  EXPECT_EQ(statusOf(large).st_size, size);
+  EXPECT_GE(statusOf(large).st_blocks, size / 512) << "the holes were kept";
+  EXPECT_EQ(statusOf(large).st_uid, invokingUser);
   std::string begin(5, '\0');
   std::ifstream(large).read(begin.data(), 5);
   EXPECT_EQ(begin, "begin");

@@ -190,7 +190,7 @@ std::string nameOf(const ::testing::TestParamInfo<RowAndWay>& info) {
   return lettersOf(rows()[number].name + " " + way.name());
 }
 INSTANTIATE_TEST_SUITE_P(Table, FidelityRow,
-                         ::testing::Combine(::testing::Range(std::size_t{0}, rows().size()), ::testing::ValuesIn(Ways)),
+                         ::testing::Combine(::testing::Range(std::size_t{0}, rows().size()), ::testing::ValuesIn(allWays)),
                          nameOf);
 
 class FidelityOf : public Fidelity, public ::testing::WithParamInterface<Way> {};
@@ -198,18 +198,18 @@ class FidelityOf : public Fidelity, public ::testing::WithParamInterface<Way> {}
 TEST_P(FidelityOf, OwnersAndGroups) {
   if (const auto missing = missingFor(GetParam()); !missing.empty()) GTEST_SKIP() << missing;
   makeRichBundle(source(GetParam()), "1");
-  giveTree(source(GetParam()), SourceOwner);
+  giveTree(source(GetParam()), sourceOwner);
   const auto wanted = treeOf(source(GetParam()), ownerAfter(GetParam()));
   EXPECT_EQ(treeOf(take(GetParam())), wanted);
 }
 
-constexpr int Deep = 2000;
+constexpr int deepLevels = 2000;
 
 // The levels below `app` down to the file "bottom"; -1 when that is not there. Makes them.
 int levelsOf(const fs::path& app, bool makes = false) {
   int levels = 0;
   int folder = ::open(app.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  for (; levels < Deep; ++levels) {
+  for (; levels < deepLevels; ++levels) {
     if (makes && ::mkdirat(folder, "deep", 0755) != 0) break;
     const int next = ::openat(folder, "deep", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (next < 0) break;
@@ -226,31 +226,31 @@ TEST_P(FidelityOf, ATreeOfTwoThousandLevels) {
   if (const auto missing = missingFor(GetParam()); !missing.empty()) GTEST_SKIP() << missing;
   const auto from = source(GetParam());
   fs::create_directories(from);
-  ASSERT_EQ(levelsOf(from, true), Deep);
+  ASSERT_EQ(levelsOf(from, true), deepLevels);
   if (GetParam().isTooDeepForRestorer()) {
     trashWhole(from);
     EXPECT_NE((GetParam().restoredBy == "mv" ? restoreByMv(from) : restoreByTrashProgram(from)).status, 0);
-    EXPECT_EQ(levelsOf(trashed()), Deep) << "not whole in the Trash any more";
+    EXPECT_EQ(levelsOf(trashed()), deepLevels) << "not whole in the Trash any more";
     EXPECT_TRUE(isThere(infoOf()));
     // The tool brings it back, when the half that the program left is out of the way.
     EXPECT_EQ(remove(from).status, 0);
     fs::resize_file(result, 0);
     EXPECT_EQ(move(trashed(), from).status, 0);
-    EXPECT_EQ(levelsOf(from), Deep);
+    EXPECT_EQ(levelsOf(from), deepLevels);
   } else {
-    EXPECT_EQ(levelsOf(take(GetParam())), Deep);
+    EXPECT_EQ(levelsOf(take(GetParam())), deepLevels);
   }
   fs::resize_file(result, 0);
   EXPECT_EQ(remove(from.parent_path()).status, 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Table, FidelityOf, ::testing::ValuesIn(Ways), wayOf);
+INSTANTIATE_TEST_SUITE_P(Table, FidelityOf, ::testing::ValuesIn(allWays), wayOf);
 
 // By every way that keeps the holes.
 class FidelityOfHoles : public Fidelity, public ::testing::WithParamInterface<Way> {
  public:
   static std::vector<Way> ways() {
-    auto all = Ways;
+    auto all = allWays;
     std::erase_if(all, [](const auto& way) { return way.isCopiedByRestorer(); });
     return all;
   }
@@ -259,18 +259,18 @@ class FidelityOfHoles : public Fidelity, public ::testing::WithParamInterface<Wa
 TEST_P(FidelityOfHoles, ASparseFileOfFourGigabytes) {
   if (const auto missing = missingFor(GetParam()); !missing.empty()) GTEST_SKIP() << missing;
   const auto file = source(GetParam()) / "large";
-  constexpr off_t FourGigabytes = off_t{4} << 30;
+  constexpr off_t fourGigabytes = off_t{4} << 30;
   write(file, "begin");
-  fs::resize_file(file, FourGigabytes + 3);
+  fs::resize_file(file, fourGigabytes + 3);
   const int opened = ::open(file.c_str(), O_WRONLY | O_CLOEXEC);
-  ASSERT_EQ(::pwrite(opened, "end", 3, FourGigabytes), 3);
+  ASSERT_EQ(::pwrite(opened, "end", 3, fourGigabytes), 3);
   ::close(opened);
   const auto copy = take(GetParam()) / "large";
-  EXPECT_EQ(statusOf(copy).st_size, FourGigabytes + 3);
+  EXPECT_EQ(statusOf(copy).st_size, fourGigabytes + 3);
   EXPECT_LT(statusOf(copy).st_blocks, 2048);
   std::array<char, 3> end{};
   const int again = ::open(copy.c_str(), O_RDONLY | O_CLOEXEC);
-  EXPECT_EQ(::pread(again, end.data(), 3, FourGigabytes), 3);
+  EXPECT_EQ(::pread(again, end.data(), 3, fourGigabytes), 3);
   EXPECT_EQ(std::string(end.data(), 3), "end");
   ::close(again);
 }

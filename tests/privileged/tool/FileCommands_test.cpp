@@ -110,14 +110,14 @@ TEST_F(CopyFile, KeepsHardLinksInsideTheTree) {
 }
 
 TEST_F(CopyFile, KeepsHolesAndWhatIsBetweenThem) {
-  constexpr off_t Megabyte = 1 << 20;
+  constexpr off_t megabyte = 1 << 20;
   write(folder / "item", "begin");
   const int file = ::open((folder / "item").c_str(), O_WRONLY | O_CLOEXEC);
-  ASSERT_EQ(::pwrite(file, "middle", 6, 40 * Megabyte), 6);
-  ASSERT_EQ(::ftruncate(file, 100 * Megabyte), 0);
+  ASSERT_EQ(::pwrite(file, "middle", 6, 40 * megabyte), 6);
+  ASSERT_EQ(::ftruncate(file, 100 * megabyte), 0);
   ::close(file);
   expectSuccess(copy(folder / "item", folder / "copy"));
-  EXPECT_EQ(statusOf(folder / "copy").st_size, 100 * Megabyte);
+  EXPECT_EQ(statusOf(folder / "copy").st_size, 100 * megabyte);
   EXPECT_LT(statusOf(folder / "copy").st_blocks, 1000);
   EXPECT_EQ(std::system(("cmp '" + (folder / "item").string() + "' '" + (folder / "copy").string() + "'").c_str()), 0);
 }

@@ -172,8 +172,8 @@ TEST_F(TrashOfAnotherUser, IsInThatUsersHomeAndAllInItBelongsToThem) {
   expectSuccess(trash(folder / "App.app"));
   EXPECT_EQ(read(trashFolder() / "files/App.app/Contents/Info.plist"), "version 1");
   for (const auto& entry : fs::recursive_directory_iterator(home())) {
-    EXPECT_EQ(statusOf(entry.path()).st_uid, User) << entry.path();
-    EXPECT_EQ(statusOf(entry.path()).st_gid, Group) << entry.path();
+    EXPECT_EQ(statusOf(entry.path()).st_uid, invokingUser) << entry.path();
+    EXPECT_EQ(statusOf(entry.path()).st_gid, invokingGroup) << entry.path();
   }
   EXPECT_TRUE(isThere(trashFolder() / "info/App.app.trashinfo"));
 }
@@ -212,11 +212,11 @@ TEST_F(TrashOfAnotherUser, OnAVolumeIsItsOwnTrashWithRelativePaths) {
   const auto top = volume("vol");
   makeBundle(top / "Apps/App.app", "1");
   expectSuccess(trash(top / "Apps/App.app"));
-  const auto own = top / (".Trash-" + std::to_string(User));
+  const auto own = top / (".Trash-" + std::to_string(invokingUser));
   EXPECT_EQ(read(own / "files/App.app/Contents/Info.plist"), "version 1");
   EXPECT_THAT(read(own / "info/App.app.trashinfo"), ::testing::HasSubstr("\nPath=Apps/App.app\n"));
   EXPECT_EQ(statusOf(own).st_mode & ALLPERMS, 0700U);
-  for (const auto& entry : fs::recursive_directory_iterator(own)) EXPECT_EQ(statusOf(entry.path()).st_uid, User);
+  for (const auto& entry : fs::recursive_directory_iterator(own)) EXPECT_EQ(statusOf(entry.path()).st_uid, invokingUser);
 }
 
 TEST_F(TrashOfAnotherUser, OnAVolumeWithAProperSharedTrashIsInThere) {
@@ -225,7 +225,7 @@ TEST_F(TrashOfAnotherUser, OnAVolumeWithAProperSharedTrashIsInThere) {
   ASSERT_EQ(::chmod((top / ".Trash").c_str(), 01777), 0);
   write(top / "item", "item");
   expectSuccess(trash(top / "item"));
-  EXPECT_EQ(read(top / ".Trash" / std::to_string(User) / "files/item"), "item");
+  EXPECT_EQ(read(top / ".Trash" / std::to_string(invokingUser) / "files/item"), "item");
 }
 
 TEST_F(TrashOfAnotherUser, DoesNotUseASharedTrashThatIsNotSticky) {
@@ -249,14 +249,14 @@ TEST_F(TrashOfAnotherUser, DoesNotUseASharedTrashThatIsALink) {
 
 TEST_F(TrashOfAnotherUser, IsTheHomesByCopyWhenTheVolumesBelongsToSomeoneElse) {
   const auto top = volume("vol");
-  const auto own = top / (".Trash-" + std::to_string(User));
+  const auto own = top / (".Trash-" + std::to_string(invokingUser));
   fs::create_directory(own);
   ASSERT_EQ(::chown(own.c_str(), 1, 1), 0);
   makeBundle(top / "App.app", "1");
   expectSuccess(trash(top / "App.app"));
   EXPECT_TRUE(fs::is_empty(own));
   EXPECT_EQ(read(trashFolder() / "files/App.app/Contents/Info.plist"), "version 1");
-  EXPECT_EQ(statusOf(trashFolder() / "files/App.app/Contents/Info.plist").st_uid, User);
+  EXPECT_EQ(statusOf(trashFolder() / "files/App.app/Contents/Info.plist").st_uid, invokingUser);
   EXPECT_FALSE(isThere(top / "App.app"));
 }
 
@@ -317,7 +317,7 @@ TEST_F(AsRootForAnother, AStagingFolderCannotBeEnteredByAnyoneElse) {
     EXPECT_EQ(statusOf(entry.path()).st_mode & ALLPERMS, 0700U);
   }
   EXPECT_EQ(found, 1);
-  command = {Tool};
+  command = {toolProgram};
   expectSuccess(replace(home() / "App.app", home() / "New.app"));
 }
 

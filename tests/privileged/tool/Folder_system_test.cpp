@@ -48,16 +48,16 @@ TEST_F(OpenFolderIn, AdoptionGivesLinksAndNotTheirTargets) {
   write(folder / "outside/file", "root's");
   fs::create_directory(folder / "inside/tree");
   fs::create_symlink(folder / "outside/file", folder / "inside/tree/link");
-  EXPECT_EQ(::lchown((folder / "inside/tree/link").c_str(), User, Group), 0);
-  EXPECT_EQ(::lchown((folder / "inside/tree").c_str(), User, Group), 0);
-  EXPECT_EQ(::lchown((folder / "outside/file").c_str(), User + 2, Group + 2), 0);
+  EXPECT_EQ(::lchown((folder / "inside/tree/link").c_str(), invokingUser, invokingGroup), 0);
+  EXPECT_EQ(::lchown((folder / "inside/tree").c_str(), invokingUser, invokingGroup), 0);
+  EXPECT_EQ(::lchown((folder / "outside/file").c_str(), invokingUser + 2, invokingGroup + 2), 0);
   AssistantTool::Adoption adoption(AssistantTool::Owner{.user = 0, .group = 0});
   adoption.apply(parent.get(), "tree");
   EXPECT_EQ(statusOf(folder / "inside/tree/link").st_uid, 0U);
-  EXPECT_EQ(statusOf(folder / "outside/file").st_uid, User + 2);
+  EXPECT_EQ(statusOf(folder / "outside/file").st_uid, invokingUser + 2);
   adoption.undo(parent.get(), "tree");
-  EXPECT_EQ(statusOf(folder / "inside/tree/link").st_uid, User);
-  EXPECT_EQ(statusOf(folder / "outside/file").st_uid, User + 2);
+  EXPECT_EQ(statusOf(folder / "inside/tree/link").st_uid, invokingUser);
+  EXPECT_EQ(statusOf(folder / "outside/file").st_uid, invokingUser + 2);
 }
 
 TEST_F(OpenFolderIn, AdoptionDropsSetIDBitsInPlace) {

@@ -51,7 +51,7 @@ struct Attack {
 // system call of the job in turn.
 class HandBack : public NamespaceTest, public ::testing::WithParamInterface<Attack> {
  protected:
-  static constexpr const char* Payload = "written by the user";
+  static constexpr const char* payload = "written by the user";
 
   void SetUp() override {
     NamespaceTest::SetUp();
@@ -65,10 +65,10 @@ class HandBack : public NamespaceTest, public ::testing::WithParamInterface<Atta
     prepare();
     const auto item = statusOf(_item).st_ino;
     std::vector<std::unique_ptr<Opened>> looked;  // opened while anybody may, for no more than that the files are there
-    for (const auto& name : Programs) looked.push_back(std::make_unique<Opened>(_item / name, O_PATH));
+    for (const auto& name : programNames) looked.push_back(std::make_unique<Opened>(_item / name, O_PATH));
     Held held;
     const auto asUser = [&](const std::function<void()>& act) {
-      const As self(User, Group);
+      const As self(invokingUser, invokingGroup);
       hold(looked, held);
       act();
     };
@@ -89,7 +89,7 @@ class HandBack : public NamespaceTest, public ::testing::WithParamInterface<Atta
                              });
                            },
                        .thenDiskFails = !GetParam().failsByUser};
-    const auto traced = runWithFault({Tool}, bytes(), environment, {.at = at}, &user);
+    const auto traced = runWithFault({toolProgram}, bytes(), environment, {.at = at}, &user);
     if (traced.calls < at) return false;
     if (held.size() > own) ++_gained;
     if (traced.answer.status != 0) ++_failed;
@@ -108,8 +108,8 @@ class HandBack : public NamespaceTest, public ::testing::WithParamInterface<Atta
   int _failed = 0;
 
  private:
-  inline static const std::vector<std::string> Programs{"Contents/Linux/helper", "Contents/Linux/of-a-group",
-                                                        "Contents/file"};
+  inline static const std::vector<std::string> programNames{"Contents/Linux/helper", "Contents/Linux/of-a-group",
+                                                            "Contents/file"};
 
   void prepare() {
     for (const char* name : {"home", "Applications"}) fs::remove_all(folder / name);
@@ -117,16 +117,16 @@ class HandBack : public NamespaceTest, public ::testing::WithParamInterface<Atta
     tests::PrivateState::clear();
     fs::create_directory(home());
     giveToUser(home());
-    for (const auto& name : Programs) write(_item / name, "root's own program");
-    ASSERT_EQ(::chown((_item / Programs[1]).c_str(), User, OtherGroup), 0);
-    if (GetParam().isUsersOwn) giveTree(_item, {.user = User, .group = OtherGroup});
+    for (const auto& name : programNames) write(_item / name, "root's own program");
+    ASSERT_EQ(::chown((_item / programNames[1]).c_str(), invokingUser, otherGroup), 0);
+    if (GetParam().isUsersOwn) giveTree(_item, {.user = invokingUser, .group = otherGroup});
     if (GetParam().hasSetIDBits) {
-      ASSERT_EQ(::chmod((_item / Programs[0]).c_str(), 04755), 0);
-      ASSERT_EQ(::chmod((_item / Programs[1]).c_str(), 02755), 0);
+      ASSERT_EQ(::chmod((_item / programNames[0]).c_str(), 04755), 0);
+      ASSERT_EQ(::chmod((_item / programNames[1]).c_str(), 02755), 0);
     }
     if (GetParam().command == protocol::replaceItemCommand) {
       write(destination() / "file", "old");
-      if (!GetParam().isUsersOwn) giveTree(home(), {.user = User, .group = Group});
+      if (!GetParam().isUsersOwn) giveTree(home(), {.user = invokingUser, .group = invokingGroup});
     }
     fs::resize_file(result, 0);
   }
@@ -147,11 +147,11 @@ class HandBack : public NamespaceTest, public ::testing::WithParamInterface<Atta
   }
   fs::path away() const { return taken().string() + "~"; }
   void layOwnItem() const {
-    if (::rename(taken().c_str(), away().c_str()) == 0) write(taken() / "Contents/file", Payload);
+    if (::rename(taken().c_str(), away().c_str()) == 0) write(taken() / "Contents/file", payload);
   }
   void expectUntouched() const {
-    EXPECT_EQ(statusOf(_item / Programs[0]).st_uid, 0U);
-    EXPECT_EQ(statusOf(_item / Programs[0]).st_mode & ALLPERMS, GetParam().hasSetIDBits ? 04755U : 0644U);
+    EXPECT_EQ(statusOf(_item / programNames[0]).st_uid, 0U);
+    EXPECT_EQ(statusOf(_item / programNames[0]).st_mode & ALLPERMS, GetParam().hasSetIDBits ? 04755U : 0644U);
   }
   // As the user.
   static void hold(const std::vector<std::unique_ptr<Opened>>& looked, Held& held) {
@@ -161,19 +161,19 @@ class HandBack : public NamespaceTest, public ::testing::WithParamInterface<Atta
     }
   }
   static void writePayload(const Opened& file) {
-    EXPECT_GT(::pwrite(file.get(), Payload, std::strlen(Payload), 0), 0) << std::strerror(errno);
+    EXPECT_GT(::pwrite(file.get(), payload, std::strlen(payload), 0), 0) << std::strerror(errno);
   }
   static void expectNothingOfRootsWritten(std::size_t at, const std::vector<std::unique_ptr<Opened>>& looked) {
     for (std::size_t i = 0; i < looked.size(); ++i) {
       struct stat status {};
       ASSERT_EQ(::fstat(looked[i]->get(), &status), 0);
-      if (!read(looked[i]->path()).starts_with(Payload)) continue;
-      EXPECT_EQ(status.st_uid, User) << Programs[i] << " was given back, call " << at;
-      EXPECT_EQ(status.st_mode & (S_ISUID | S_ISGID), 0U) << Programs[i] << " has its bits again, call " << at;
+      if (!read(looked[i]->path()).starts_with(payload)) continue;
+      EXPECT_EQ(status.st_uid, invokingUser) << programNames[i] << " was given back, call " << at;
+      EXPECT_EQ(status.st_mode & (S_ISUID | S_ISGID), 0U) << programNames[i] << " has its bits again, call " << at;
     }
   }
 
-  static constexpr gid_t OtherGroup = 777;
+  static constexpr gid_t otherGroup = 777;
   fs::path _item = folder / "Applications/App.app";
 };
 
@@ -186,7 +186,7 @@ TEST_P(HandBack, PutsNothingBackAsRootsThatTheUserCouldWrite) {
   EXPECT_EQ(_gained > 0, GetParam().command == protocol::trashFileCommand);
 }
 
-const std::vector<Attack> Attacks{
+const std::vector<Attack> allAttacks{
     {.name = "TrashWhoseUserTakesTheItemAway", .command = protocol::trashFileCommand, .failsByUser = true},
     {.name = "TrashOnAFailingDisk", .command = protocol::trashFileCommand},
     {.name = "TrashWhoseUserLaysAnotherItem", .command = protocol::trashFileCommand, .laysOwnItem = true},
@@ -195,7 +195,7 @@ const std::vector<Attack> Attacks{
     {.name = "ReplaceWithoutSetIDBits", .command = protocol::replaceItemCommand, .hasSetIDBits = false},
     {.name = "ReplaceOfRootsItem", .command = protocol::replaceItemCommand, .isUsersOwn = true}};
 std::string nameOf(const ::testing::TestParamInfo<Attack>& info) { return info.param.name; }
-INSTANTIATE_TEST_SUITE_P(Of, HandBack, ::testing::ValuesIn(Attacks), nameOf);
+INSTANTIATE_TEST_SUITE_P(Of, HandBack, ::testing::ValuesIn(allAttacks), nameOf);
 
 class AdoptedTree : public NamespaceTest {
  protected:
@@ -217,18 +217,18 @@ class AdoptedTree : public NamespaceTest {
 
 TEST_F(AdoptedTree, IsNotGivenBackByAUser) {
   ASSERT_EQ(::chmod(file.c_str(), 04755), 0);
-  adoptAndUndo({.user = User, .group = Group});
-  EXPECT_EQ(statusOf(file).st_uid, User);
+  adoptAndUndo({.user = invokingUser, .group = invokingGroup});
+  EXPECT_EQ(statusOf(file).st_uid, invokingUser);
   EXPECT_EQ(statusOf(file).st_mode & ALLPERMS, 0755U);
 }
 
 TEST_F(AdoptedTree, IsGivenBackByRootWithoutSetIDBits) {
-  giveTree(folder / "tree", {.user = User, .group = Group});
+  giveTree(folder / "tree", {.user = invokingUser, .group = invokingGroup});
   ASSERT_EQ(::chmod(file.c_str(), 06755), 0);
   ASSERT_EQ(::chmod(file.parent_path().c_str(), 02755), 0);
   adoptAndUndo({.user = 0, .group = 0});
-  EXPECT_EQ(statusOf(file).st_uid, User);
-  EXPECT_EQ(statusOf(file).st_gid, Group);
+  EXPECT_EQ(statusOf(file).st_uid, invokingUser);
+  EXPECT_EQ(statusOf(file).st_gid, invokingGroup);
   EXPECT_EQ(statusOf(file).st_mode & ALLPERMS, 0755U);
   EXPECT_EQ(statusOf(file.parent_path()).st_mode & ALLPERMS, 02755U);
 }

@@ -44,7 +44,7 @@ class JobRecord : public NamespaceTest {
   }
   static std::string digestOfTool() {
     tests::TemporaryFolder output;
-    EXPECT_TRUE(runs("sha256sum " + shellWord(Tool), output.path("sum")));
+    EXPECT_TRUE(runs("sha256sum " + shellWord(toolProgram), output.path("sum")));
     return tests::readFile(output.path("sum")).substr(0, 64);
   }
 
@@ -68,7 +68,7 @@ TEST_F(JobRecord, OfAJobThatWasDoneTellsAllAboutIt) {
       {"PRIORITY", "5"},
       {"SYSLOG_IDENTIFIER", "assistantTool"},
       {protocol::jobVariable, "job-7"},
-      {"KELTO_USER", std::to_string(User)},
+      {"KELTO_USER", std::to_string(invokingUser)},
       {"KELTO_TOOL_SHA256", digestOfTool()},
       {"KELTO_COMMAND", protocol::replaceItemCommand},
       {"KELTO_PATH", download.string() + "\n" + app.string()},

@@ -72,8 +72,8 @@ class UsersJournal : public RootsJournal {
     RootsJournal::SetUp();
     if (IsSkipped()) return;
     becomeAnotherUsersTool();
-    command = {"/usr/bin/setpriv", "--reuid", std::to_string(User), "--regid", std::to_string(Group),
-               "--clear-groups",   Tool};
+    command = {"/usr/bin/setpriv", "--reuid",  std::to_string(invokingUser), "--regid", std::to_string(invokingGroup),
+               "--clear-groups",   toolProgram};
     environment = {"ASAN_OPTIONS=detect_leaks=0", "HOME=/nonexistent"};
     for (const auto& entry : fs::recursive_directory_iterator(folder)) giveToUser(entry.path());
   }
@@ -83,7 +83,7 @@ TEST_F(UsersJournal, LiesInTheStateFolderOfTheUsersHome) {
   const auto answer = replace(app, fresh);
   EXPECT_EQ(answer.status, 0) << answer.text;
   EXPECT_EQ(modeOf(home() / ".local/state/kelto/jobs"), 0700U);
-  EXPECT_EQ(statusOf(home() / ".local/state/kelto/jobs").st_uid, User);
+  EXPECT_EQ(statusOf(home() / ".local/state/kelto/jobs").st_uid, invokingUser);
   EXPECT_FALSE(isThere(above));
 }
 

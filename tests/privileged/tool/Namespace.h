@@ -47,8 +47,8 @@ class NamespaceTest : public ToolTest {
     return true;
   }
   // An account for the invoking user, with a home in the test's folder.
-  static constexpr uid_t User = 12345;
-  static constexpr gid_t Group = 12346;
+  static constexpr uid_t invokingUser = 12345;
+  static constexpr gid_t invokingGroup = 12346;
   fs::path home() const { return folder / "home"; }
   void becomeAnotherUsersTool() {
     setHome(home());
@@ -57,7 +57,7 @@ class NamespaceTest : public ToolTest {
   }
   // The account of the invoking user, whose home is `home` from now on.
   void setHome(const fs::path& home) {
-    const auto number = std::to_string(User);
+    const auto number = std::to_string(invokingUser);
     if (_accounts.empty()) {
       _accounts = read("/etc/passwd");
       write(folder / "passwd", "");
@@ -68,9 +68,9 @@ class NamespaceTest : public ToolTest {
       environment.push_back(std::string(protocol::invokingUserVariable) + "=" + number);
     }
     write(folder / "passwd",
-          _accounts + "tester:x:" + number + ":" + std::to_string(Group) + "::" + home.string() + ":/bin/sh\n");
+          _accounts + "tester:x:" + number + ":" + std::to_string(invokingGroup) + "::" + home.string() + ":/bin/sh\n");
   }
-  static void giveToUser(const fs::path& path) { EXPECT_EQ(::lchown(path.c_str(), User, Group), 0); }
+  static void giveToUser(const fs::path& path) { EXPECT_EQ(::lchown(path.c_str(), invokingUser, invokingGroup), 0); }
 
  private:
   std::vector<fs::path> _mounts;

@@ -16,7 +16,7 @@ class PowerCut : public NamespaceTest {
     places = {.here = folder / "disk/h",
               .there = folder / "again/t",
               .isRoot = true,
-              .user = {User, Group},
+              .user = {invokingUser, invokingGroup},
               .root = {},
               .units = {}};
     setHome(places.here / "home");
@@ -84,7 +84,7 @@ class PowerCut : public NamespaceTest {
     fs::resize_file(images / "disk", static_cast<std::uintmax_t>(kind.bytes + kindOfEtc().bytes));
     return reasonOfEtc.empty() && std::system(copy.c_str()) != 0 ? "no two file systems in one file" : reasonOfEtc;
   }
-  static const FileSystemKind& kindOfEtc() { return FileSystemKinds.front(); }
+  static const FileSystemKind& kindOfEtc() { return fileSystemKinds.front(); }
   bool mountPart(const RecordedDisk& disk, off_t offset, const FileSystemKind& kind, const char* name) const {
     const LoopDevice device(disk.file(), offset, kind.bytes);
     const auto* options = kind.options.c_str();

@@ -8,7 +8,7 @@ class EveryPowerCut : public PowerCut, public ::testing::WithParamInterface<bool
   void runAll(const std::vector<NamedCase>& cases) {
     printHead();
     int all = 0;
-    for (const auto& kind : FileSystemKinds) {
+    for (const auto& kind : fileSystemKinds) {
       for (const auto& named : cases) {
         all += run(named, kind);
         const bool bringsSomethingNew = named.name.starts_with("replace") || named.name.starts_with("upgrade");

@@ -13,7 +13,7 @@ TEST_F(PowerCut, LeavesTheOldOrTheNewItemWhole) {
     if (named.name != protocol::replaceItemCommand && named.name != "move across" &&
         named.name != protocol::trashFileCommand)
       continue;
-    const auto cuts = cut(named, FileSystemKinds.front(), {}, 2);
+    const auto cuts = cut(named, fileSystemKinds.front(), {}, 2);
     EXPECT_EQ(cuts.torn, 0) << named.name;
     EXPECT_EQ(cuts.gap, 0) << named.name;
     all.old += cuts.old;
@@ -27,7 +27,7 @@ TEST_F(PowerCut, LeavesTheOldOrTheNewItemWhole) {
 TEST_F(PowerCut, LeavesTheOldOrTheNewItemWholeThatWasJustWritten) {
   printHead();
   isJustWritten = true;
-  EXPECT_EQ(cut(itemCases().front(), FileSystemKinds.front(), {}).torn, 0);
+  EXPECT_EQ(cut(itemCases().front(), fileSystemKinds.front(), {}).torn, 0);
 }
 
 // Here the disk has an owner only once something was synced after it was changed.
@@ -35,7 +35,7 @@ TEST_F(PowerCut, LeavesATrashedItemToItsUserAfterTheVerdict) {
   printHead();
   const auto cases = itemCases();
   const auto named = std::ranges::find(cases, protocol::trashFileCommand, &NamedCase::name);
-  const auto kind = std::ranges::find(FileSystemKinds, "xfs", &FileSystemKind::name);
+  const auto kind = std::ranges::find(fileSystemKinds, "xfs", &FileSystemKind::name);
   const auto cuts = cut(*named, *kind, {});
   if (cuts.cuts == 0) GTEST_SKIP() << "no disk can be recorded here";
   EXPECT_EQ(cuts.torn, 0);
@@ -45,7 +45,7 @@ TEST_F(PowerCut, LeavesATrashedItemToItsUserAfterTheVerdict) {
 TEST_F(PowerCut, LeavesEachServerFileWholeAndTheNextUpgradeOneVersion) {
   printHead();
   isSplit = true;
-  const auto cuts = cut(upgradeCases().front(), FileSystemKinds.front(), {}, 3);
+  const auto cuts = cut(upgradeCases().front(), fileSystemKinds.front(), {}, 3);
   if (cuts.cuts == 0) GTEST_SKIP() << "no disk can be recorded here";
   EXPECT_EQ(cuts.torn, 0);
   EXPECT_GT(cuts.old, 0);
@@ -56,7 +56,7 @@ TEST_F(PowerCut, LeavesEachServerFileWholeAndTheNextUpgradeOneVersion) {
 TEST_F(PowerCut, WouldBeSeenToTearAServerThatWasNotSynced) {
   printHead();
   reportsTorn = false;
-  const auto cuts = cut(upgradeCases().front(), FileSystemKinds.front(), {.withoutTreeSync = true});
+  const auto cuts = cut(upgradeCases().front(), fileSystemKinds.front(), {.withoutTreeSync = true});
   if (cuts.cuts == 0) GTEST_SKIP() << "no disk can be recorded here";
   EXPECT_GT(cuts.torn, 0);
 }
@@ -65,7 +65,7 @@ TEST_F(PowerCut, WouldBeSeenToTearATreeThatWasNotSynced) {
   printHead();
   reportsTorn = false;
   isJustWritten = true;
-  const auto cuts = cut(itemCases().front(), FileSystemKinds.front(), {.withoutTreeSync = true});
+  const auto cuts = cut(itemCases().front(), fileSystemKinds.front(), {.withoutTreeSync = true});
   if (cuts.cuts == 0) GTEST_SKIP() << "no disk can be recorded here";
   EXPECT_GT(cuts.torn, 0);
 }

@@ -87,7 +87,7 @@ class RecordedDisk {
       map();
     }
     void serve() {
-      std::vector<char> request(MaximumWrite + 4096);
+      std::vector<char> request(maximumWrite + 4096);
       for (;;) {
         std::array<pollfd, 2> waiting{{{_fuse, POLLIN, 0}, {_control, POLLIN, 0}}};
         if (::poll(waiting.data(), waiting.size(), -1) < 0) continue;
@@ -137,8 +137,8 @@ class RecordedDisk {
       std::uint64_t offset = 0;
       std::vector<char> bytes;
     };
-    static constexpr std::uint64_t DiskNode = 2;
-    static constexpr std::uint32_t MaximumWrite = 1U << 17U;
+    static constexpr std::uint64_t diskNode = 2;
+    static constexpr std::uint32_t maximumWrite = 1U << 17U;
 
     // A copy of the image that costs what is changed in it.
     void map() { _data = static_cast<char*>(::mmap(nullptr, _bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE, _file, 0)); }
@@ -157,8 +157,8 @@ class RecordedDisk {
     [[nodiscard]] fuse_attr attributesOf(std::uint64_t node) const {
       fuse_attr attributes{};
       attributes.ino = node;
-      attributes.mode = node == DiskNode ? S_IFREG | 0600 : S_IFDIR | 0700;
-      attributes.size = node == DiskNode ? _bytes : 0;
+      attributes.mode = node == diskNode ? S_IFREG | 0600 : S_IFDIR | 0700;
+      attributes.size = node == diskNode ? _bytes : 0;
       attributes.nlink = 1;
       attributes.blksize = 4096;
       return attributes;
@@ -169,16 +169,16 @@ class RecordedDisk {
           fuse_init_out out{};
           out.major = FUSE_KERNEL_VERSION;
           out.minor = 31;
-          out.max_write = MaximumWrite;
+          out.max_write = maximumWrite;
           out.flags = FUSE_BIG_WRITES | FUSE_MAX_PAGES;
-          out.max_pages = MaximumWrite / 4096;
+          out.max_pages = maximumWrite / 4096;
           return reply(request, out);
         }
         case FUSE_LOOKUP: {
           if (std::strcmp(body, "disk") != 0) return reply(request, ENOENT);
           fuse_entry_out out{};
-          out.nodeid = DiskNode;
-          out.attr = attributesOf(DiskNode);
+          out.nodeid = diskNode;
+          out.attr = attributesOf(diskNode);
           out.entry_valid = out.attr_valid = 3600;
           return reply(request, out);
         }

@@ -327,7 +327,7 @@ TEST_P(Killed, AtAnyPointLeavesTheWholeOldOrTheWholeNewItem) {
     EXPECT_TRUE(found == oldTree || found == newTree);
     EXPECT_TRUE(read(result).empty() || found == newTree);
     fs::resize_file(result, 0);
-    command = {Tool};
+    command = {toolProgram};
     // The next job finds its source where it was, unless the killed one had already brought it to the destination.
     if (found == oldTree) {
       expectSuccess(replace(oldApp, newApp));

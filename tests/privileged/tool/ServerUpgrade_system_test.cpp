@@ -9,14 +9,14 @@
 namespace ToolTests {
 namespace {
 
-const std::string Label = "com.kelto.KeltoLibraryServer";
-const std::string Running = "exec sleep 1000";
+const std::string serverLabel = "com.kelto.KeltoLibraryServer";
+const std::string keepsRunning = "exec sleep 1000";
 
 // A Library Server of one version: a program that notes its version in /run/ran and does `action`, its definition and its
 // unit.
 struct Server {
   std::string version;
-  std::string action = Running;
+  std::string action = keepsRunning;
   std::string type = "simple";
   [[nodiscard]] std::string program() const {
     return "#!/bin/sh\n# version " + version + "\necho " + version + " >> /run/ran\n" + action + "\n";
@@ -46,7 +46,8 @@ class UpgradeServer : public ToolTest {
     write(unit, server.unit());
   }
   void offer(const Server& server) {
-    install(offered / "KeltoLibraryServer", server, offered / (Label + ".plist"), offered / (Label + ".service"));
+    install(offered / "KeltoLibraryServer", server, offered / (serverLabel + ".plist"),
+            offered / (serverLabel + ".service"));
   }
 
   struct Upgrade {
@@ -61,11 +62,11 @@ class UpgradeServer : public ToolTest {
                                                         {protocol::filePathKey, app},
                                                         {protocol::resultPathKey, result}};
     write(folder / "instruction", framed(InstructionArchive::archivedData(instructions)));
-    const auto show = "systemctl show --property=MainPID --value " + Label + ".service";
-    write(folder / "job.sh", "cd '" + folder.string() + "'\n" + before + "systemctl start " + Label + "\n" + show +
-                                 " > before\n" + Tool + " < instruction > answer\necho $? > exit\n" + show +
-                                 " > after\nsystemctl is-active " + Label + " > active\ncp /run/ran ran\n" + afterwards +
-                                 "\n");
+    const auto show = "systemctl show --property=MainPID --value " + serverLabel + ".service";
+    write(folder / "job.sh", "cd '" + folder.string() + "'\n" + before + "systemctl start " + serverLabel + "\n" + show +
+                                 " > before\n" + toolProgram + " < instruction > answer\necho $? > exit\n" + show +
+                                 " > after\nsystemctl is-active " + serverLabel + " > active\ncp /run/ran ran\n" +
+                                 afterwards + "\n");
     const std::string box = KELTO_SOURCE_DIR "/tests/privileged/tool/systemd-box.sh";
     std::system(("sh '" + box + "' '" + folder.string() + "'").c_str());
     if (!isThere(folder / "status")) return std::nullopt;
@@ -104,8 +105,8 @@ class UpgradeServer : public ToolTest {
   fs::path app = folder / "App.app";
   fs::path offered = app / "Contents/Resources/LibraryServer";
   fs::path program = folder / "Library/Application Support/Kelto/KeltoLibraryServer";
-  fs::path definition = folder / "Library/LaunchDaemons" / (Label + ".plist");
-  fs::path unit = folder / "units" / (Label + ".service");
+  fs::path definition = folder / "Library/LaunchDaemons" / (serverLabel + ".plist");
+  fs::path unit = folder / "units" / (serverLabel + ".service");
 };
 
 TEST_F(UpgradeServer, RunsTheNewServer) {
@@ -137,15 +138,16 @@ TEST_F(UpgradeServer, GoesBackWhenTheNewServerCrashesAMomentLater) {
 }
 
 TEST_F(UpgradeServer, GoesBackWhenTheNewServerIsNeverReady) {
-  offer({.version = "2", .action = Running, .type = "notify"});
+  offer({.version = "2", .action = keepsRunning, .type = "notify"});
   expectOldServerBack(upgrade());
 }
 
 // The definition that the bundle brings is data: the server runs by the template, whatever it says.
 class UnitOfBundle : public UpgradeServer, public ::testing::WithParamInterface<const char*> {};
 TEST_P(UnitOfBundle, HasNoEffectBeyondThePermittedValues) {
-  write(offered / (Label + ".service"), GetParam());
-  const auto done = upgrade("ls /run/evil > evil 2>&1; systemctl show --property=User,ExecStartPre " + Label + " > shown");
+  write(offered / (serverLabel + ".service"), GetParam());
+  const auto done =
+      upgrade("ls /run/evil > evil 2>&1; systemctl show --property=User,ExecStartPre " + serverLabel + " > shown");
   if (!done) GTEST_SKIP() << "no service manager can be run here";
   expectSuccess(done->answer);
   EXPECT_EQ(done->ran, "1\n2\n");
@@ -200,24 +202,24 @@ TEST_F(UpgradeServer, IsRefusedWithoutAProgramInTheBundle) {
 }
 
 TEST_F(UpgradeServer, IsRefusedWithoutADefinitionInTheBundle) {
-  fs::remove(offered / (Label + ".plist"));
+  fs::remove(offered / (serverLabel + ".plist"));
   expectUntouched(upgrade(), "cannot open");
 }
 
 TEST_F(UpgradeServer, IsRefusedWithoutAUnitInTheBundle) {
-  fs::remove(offered / (Label + ".service"));
+  fs::remove(offered / (serverLabel + ".service"));
   expectUntouched(upgrade(), "cannot open");
 }
 
 TEST_F(UpgradeServer, IsRefusedWhenTheUnitIsAFolder) {
-  fs::remove(offered / (Label + ".service"));
-  fs::create_directory(offered / (Label + ".service"));
+  fs::remove(offered / (serverLabel + ".service"));
+  fs::create_directory(offered / (serverLabel + ".service"));
   expectUntouched(upgrade(), "not a file");
 }
 
 TEST_F(UpgradeServer, IsRefusedWhenTheUnitIsALinkToAnother) {
-  fs::rename(offered / (Label + ".service"), offered / "other.service");
-  fs::create_symlink("other.service", offered / (Label + ".service"));
+  fs::rename(offered / (serverLabel + ".service"), offered / "other.service");
+  fs::create_symlink("other.service", offered / (serverLabel + ".service"));
   expectUntouched(upgrade(), "cannot open");
 }
 
@@ -292,7 +294,7 @@ TEST_F(SignedUpgrade, RefusesABundleWithoutASignature) {
 }
 
 TEST_F(SignedUpgrade, RefusesAServerThatWasChangedAfterItWasSigned) {
-  for (const auto& name : {std::string("KeltoLibraryServer"), Label + ".plist", Label + ".service"}) {
+  for (const auto& name : {std::string("KeltoLibraryServer"), serverLabel + ".plist", serverLabel + ".service"}) {
     offer({.version = "2"});
     sign();
     std::ofstream(offered / name, std::ios::app) << "# changed\n";

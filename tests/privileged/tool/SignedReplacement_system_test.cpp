@@ -70,8 +70,8 @@ TEST_F(SignedReplacement, BelievesNobodyButTheBrokerThatTheRightIsHeld) {
     giveToUser(folder / name);
     for (const auto& entry : fs::recursive_directory_iterator(folder / name)) giveToUser(entry.path());
   }
-  const auto number = std::to_string(User);
-  command = {"/usr/bin/setpriv", "--reuid", number, "--regid", number, "--clear-groups", Tool};
+  const auto number = std::to_string(invokingUser);
+  command = {"/usr/bin/setpriv", "--reuid", number, "--regid", number, "--clear-groups", toolProgram};
   environment.push_back(std::string(protocol::anyProgramVariable) + "=1");
   expectRefusal(replace(installed, download), "nobody granted that");
 }

@@ -28,7 +28,7 @@ namespace ToolTests {
 
 namespace fs = std::filesystem;
 
-inline const std::string Tool = std::string(KELTO_BIN_DIR) + "/assistantTool";
+inline const std::string toolProgram = std::string(KELTO_BIN_DIR) + "/assistantTool";
 
 // A child that does not outlive the test, with `input` as its standard input and output; `traced` by this process.
 inline pid_t spawn(const std::vector<std::string>& command, int input, const std::vector<std::string>& environment,
@@ -135,7 +135,7 @@ inline std::vector<std::string> withFaults(const std::vector<std::string>& fault
   if (::system("/usr/bin/strace -o /dev/null /bin/true 2>/dev/null") != 0) return {};
   std::vector<std::string> command{"/usr/bin/strace", "-o", "/dev/null"};
   for (const auto& fault : faults) command.insert(command.end(), {"-e", "inject=" + fault});
-  command.push_back(Tool);
+  command.push_back(toolProgram);
   return command;
 }
 
@@ -216,7 +216,7 @@ class ToolTest : public ::testing::Test {
 
   fs::path folder;
   fs::path result;
-  std::vector<std::string> command{Tool};
+  std::vector<std::string> command{toolProgram};
   std::vector<std::string> environment{"ASAN_OPTIONS=detect_leaks=0"};
 };
 

@@ -14,7 +14,7 @@ struct FileSystemKind {
   off_t bytes;
   std::string options;  // of the mount
 };
-inline const std::vector<FileSystemKind> FileSystemKinds{
+inline const std::vector<FileSystemKind> fileSystemKinds{
     {"ext4", "/sbin/mkfs.ext4 -q -F -E nodiscard", off_t{64} << 20, ""},
     {"xfs", "/sbin/mkfs.xfs -q -f -K", off_t{320} << 20, ""},
     {"btrfs", "/sbin/mkfs.btrfs -q -f -K", off_t{160} << 20, ""},

@@ -20,7 +20,8 @@ class AnyProgram : public BrokerGround {
   // The rule does what it is for: an update of root's bundle by the installed tool.
   std::string update() {
     app = rootsBundle(folder / "apps/App.app", "1");
-    return as(User, "--system run " + installed.string() + " " + instructionFor(app, download("App.app", "2")).string()) +
+    return as(invokingUser,
+              "--system run " + installed.string() + " " + instructionFor(app, download("App.app", "2")).string()) +
            "\n";
   }
   void expectUpdated(const std::string& text) {
@@ -28,7 +29,7 @@ class AnyProgram : public BrokerGround {
     EXPECT_EQ(versionOf(app), "version 2") << text;
   }
   std::string handOver(const std::string& what) const {
-    return "echo; echo attack; " + as(User, "--system " + what) + "\n";
+    return "echo; echo attack; " + as(invokingUser, "--system " + what) + "\n";
   }
   // The output of the attack, for which the right was given.
   static std::string attackOf(const std::string& text) {
@@ -63,7 +64,7 @@ TEST_F(AnyProgram, OfRootsButNoToolDoesNotRunAsRoot) {
 // The tool's own name, in a mount namespace of the caller's in which something else has it.
 TEST_F(AnyProgram, UnderTheNameOfTheToolDoesNotRunAsRoot) {
   const auto inside = "mount --bind /bin/sh " + installed.string() + "; " +
-                      as(User, "--system run " + installed.string() + " " + (folder / "script").string());
+                      as(invokingUser, "--system run " + installed.string() + " " + (folder / "script").string());
   write(folder / "inside.sh", inside);
   const auto text = onSystemBus(update() + "echo; echo attack; unshare -m bash " + (folder / "inside.sh").string() + "\n");
   expectUpdated(text);

@@ -19,7 +19,7 @@ class Sandbox : public BrokerGround {
     giveToUser(home() / "secret");
     fs::permissions(home() / "secret", fs::perms(0600));
     makeSandbox();
-    _session.emplace(User, [this] { runSession(); });
+    _session.emplace(invokingUser, [this] { runSession(); });
     ASSERT_TRUE(tests::eventually([this] { return isThere(folder / "session/address"); })) << "no session bus";
   }
   void TearDown() override {
@@ -29,7 +29,7 @@ class Sandbox : public BrokerGround {
 
   // The output of the attacker's program, run as the user in the session.
   std::string outside(const std::string& arguments) const {
-    return tests::resultAs(User, [&] { return attack(attacker.string(), arguments); });
+    return tests::resultAs(invokingUser, [&] { return attack(attacker.string(), arguments); });
   }
   // The same from the sandbox: the system's programs, its own folder and the session bus, and nothing else.
   std::string inside(const std::string& arguments) const {
@@ -49,7 +49,7 @@ class Sandbox : public BrokerGround {
     const auto app = home() / "Applications/App.app";
     makeBundle(app, "1");
     giveToUser(app.parent_path());
-    giveTree(app, User);
+    giveTree(app, invokingUser);
     const auto text =
         outside("--session run " + installed.string() + " " + instructionFor(app, download("App.app", "2")).string());
     EXPECT_EQ(read(result), protocol::successVerdict) << text;
@@ -62,7 +62,7 @@ class Sandbox : public BrokerGround {
     const auto root = folder / "sandbox";
     if (::mount("proc", (root / "proc").c_str(), "proc", 0, nullptr) != 0 || ::chroot(root.c_str()) != 0) ::_exit(1);
     if (::chdir("/") != 0) ::_exit(1);
-    tests::becomeAccount(User);
+    tests::becomeAccount(invokingUser);
     const auto text = attack("/own/attacker", arguments);
     write(folder / "session/said", text);
   }

@@ -105,8 +105,8 @@ class StalledLog : public BrokerGround, public testing::WithParamInterface<Log> 
                " --system >/run/output &\n" +
                until(std::string("busctl --system status ") + protocol::brokerBusName + " >/dev/null 2>&1");
     }
-    return lines + as(User, "--system call 1 >/dev/null\n") + as(otherAccount, "--system flood >" + said + " &\n") +
-           "flood=$!\n" + until("grep -q started " + said) + as(User, "--system call " + std::to_string(rounds)) +
+    return lines + as(invokingUser, "--system call 1 >/dev/null\n") + as(otherAccount, "--system flood >" + said + " &\n") +
+           "flood=$!\n" + until("grep -q started " + said) + as(invokingUser, "--system call " + std::to_string(rounds)) +
            "\nkill $flood; wait $flood; cat " + said + "\n";
   }
 

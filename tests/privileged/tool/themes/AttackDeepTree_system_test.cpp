@@ -22,7 +22,7 @@ class DeepTree : public AttackGround, public ::testing::WithParamInterface<int> 
       const int inner = ::openat(folder, "d", O_RDONLY | O_DIRECTORY);
       ::close(folder);
       folder = inner;
-      ASSERT_EQ(::fchown(folder, User, User), 0);
+      ASSERT_EQ(::fchown(folder, invokingUser, invokingUser), 0);
     }
     ::close(folder);
   }

@@ -18,7 +18,7 @@ class ForeignVolume : public AttackGround {
   void makeStick() const {
     write(stick / "mine/document", "of the user");
     write(stick / "mine/Old.app/Contents/Info.plist", "version 1");
-    giveTree(stick / "mine", User);
+    giveTree(stick / "mine", invokingUser);
     fs::create_directory(stick / "laid");
     fs::create_directory_symlink(folder / "etc/cron.d", stick / "laid/link");
     ASSERT_EQ(statusOf(stick / "laid/link").st_uid, 0U);

@@ -64,7 +64,7 @@ class ForgedVerdict : public AttackGround, public ::testing::WithParamInterface<
   }
   // One update as the installer does it; true when it is told that all went well.
   bool installerUpdates(const fs::path& source) const {
-    return tests::resultAs(User, [&] {
+    return tests::resultAs(invokingUser, [&] {
              ::setenv("TMPDIR", (folder / "tmp").c_str(), 1);
              ::unsetenv("XDG_RUNTIME_DIR");
              if (GetParam() == RuntimeFolder::Given) ::setenv("XDG_RUNTIME_DIR", (folder / "run/user").c_str(), 1);
@@ -115,7 +115,7 @@ TEST_P(ForgedVerdict, ByAnotherAccountIsNotBelieved) {
     fs::remove_all(app);
     makeBundle(app, "1");
     giveToUser(app.parent_path());
-    giveTree(app, User);
+    giveTree(app, invokingUser);
     const auto source = download("App.app", "2");
     const bool told = installerUpdates(source);
     const bool isInstalled = versionOf(app) == "version 2";

@@ -42,7 +42,7 @@ class AttackGround : public NamespaceTest {
     fs::remove_all(app);
     makeBundle(app, version);
     giveToUser(home() / "Downloads");
-    giveTree(app, User);
+    giveTree(app, invokingUser);
     return app;
   }
   fs::path rootsBundle(const fs::path& app, const std::string& version) const {

@@ -24,8 +24,9 @@ class LaidLeftover : public AttackGround {
     fs::permissions(place, fs::perms(0700));
   }
   bool takesNewName(const fs::path& from, const fs::path& to) const {
-    return tests::resultAs(User, [&] { return std::string(::rename(from.c_str(), to.c_str()) == 0 ? "renamed" : "no"); }) ==
-           "renamed";
+    return tests::resultAs(invokingUser, [&] {
+             return std::string(::rename(from.c_str(), to.c_str()) == 0 ? "renamed" : "no");
+           }) == "renamed";
   }
   // One update of the other bundle beside it.
   bool runsAnotherJob() { return isDone(replace(second, download("Second.app", "2"))) && versionOf(second) == "version 2"; }
@@ -44,7 +45,7 @@ class LaidLeftover : public AttackGround {
 TEST_F(LaidLeftover, ThatCameAsAnUpdateIsNotObeyedByTheNextJob) {
   const auto source = download("First.app", "2");
   addNotes(source);
-  giveTree(source, User);
+  giveTree(source, invokingUser);
   ASSERT_TRUE(isDone(replace(first, source))) << lastText;
   ASSERT_EQ(versionOf(first), "version 2");
   ASSERT_EQ(statusOf(first).st_uid, 0U);

@@ -25,7 +25,8 @@ class SecondNames : public AttackGround {
     fs::create_directory(home() / "kept");
     giveToUser(home() / "kept");
     const tests::SharedCount ready;
-    tests::OtherProcess user(User, [&] { keepNames(source / "Contents/many", const_cast<tests::SharedCount&>(ready)); });
+    tests::OtherProcess user(invokingUser,
+                             [&] { keepNames(source / "Contents/many", const_cast<tests::SharedCount&>(ready)); });
     while (ready.value() == 0) continue;
     const bool done = isDone(replace(app, source));
     names += static_cast<int>(std::distance(fs::directory_iterator(home() / "kept"), fs::directory_iterator()));
@@ -34,7 +35,7 @@ class SecondNames : public AttackGround {
   }
   // The files of the installed bundle that the user can change by the names that it kept.
   int changedByTheUser() {
-    tests::resultAs(User, [&] {
+    tests::resultAs(invokingUser, [&] {
       for (const auto& kept : fs::directory_iterator(home() / "kept")) std::ofstream(kept.path()) << "changed by the user";
       return std::string();
     });
@@ -54,7 +55,7 @@ class SecondNames : public AttackGround {
     fs::remove_all(home() / "Downloads");
     const auto source = download("App.app", "2");
     for (int i = 0; i < fileCount; ++i) write(source / "Contents/many" / std::to_string(i), "as published");
-    giveTree(source, User);
+    giveTree(source, invokingUser);
     return source;
   }
   static bool isSame(const timespec& one, const timespec& other) {

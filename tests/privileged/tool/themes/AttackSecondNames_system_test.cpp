@@ -9,7 +9,7 @@ TEST_F(SecondNames, MadeDuringAnUpdateKeepNoFileOfTheInstalledBundle) {
   for (int round = 0; round < 10; ++round) {
     if (attackOnce()) ++done;
     EXPECT_EQ(changedByTheUser(), 0) << "of " << fileCount << " files, in round " << round;
-    EXPECT_EQ(writableBy(User, app), "");
+    EXPECT_EQ(writableBy(invokingUser, app), "");
   }
   std::printf("%d of 10 updates done, %d second names\n", done, names);
   EXPECT_EQ(done, 10) << lastText;

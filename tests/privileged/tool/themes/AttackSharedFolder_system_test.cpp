@@ -15,7 +15,7 @@ class SharedFolder : public AttackGround, public ::testing::WithParamInterface<i
     // Jobs beside it are done: an update of root's bundle and one of the user's own.
     rootsBundle(shared / "Roots.app", "1");
     rootsBundle(shared / "Users.app", "1");
-    giveTree(shared / "Users.app", User);
+    giveTree(shared / "Users.app", invokingUser);
   }
   bool somebodyElseMakes(const fs::path& app) const {
     return tests::resultAs(otherAccount, [&] {

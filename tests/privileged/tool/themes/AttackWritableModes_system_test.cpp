@@ -40,7 +40,7 @@ class WritableDownload : public AttackGround, public ::testing::WithParamInterfa
   fs::path carried(const fs::path& app) {
     const auto stick = volume("stick");
     fs::copy(app, stick / "App.app", fs::copy_options::recursive | fs::copy_options::copy_symlinks);
-    giveTree(stick, User);
+    giveTree(stick, invokingUser);
     return stick / "App.app";
   }
   void openWithModes() const {
@@ -57,7 +57,7 @@ class WritableDownload : public AttackGround, public ::testing::WithParamInterfa
   void expectNobodyWrites(const fs::path& app) {
     EXPECT_EQ(versionOf(app), "version 2") << lastText;
     EXPECT_EQ(writableBy(otherAccount, app), "");
-    EXPECT_EQ(writableBy(User, app), "");
+    EXPECT_EQ(writableBy(invokingUser, app), "");
     // Later additions to the installed bundle inherit nothing either.
     write(app / "Contents/later", "by root");
     EXPECT_EQ(writableBy(otherAccount, app / "Contents/later"), "");
@@ -83,7 +83,7 @@ TEST_P(WritableDownload, OpenToOneAccountByAccessListsIsClosedWhenItTakesThePlac
 }
 
 TEST_P(WritableDownload, OpenToItsOwnerByAccessListsIsClosedWhenItTakesThePlaceOfRoots) {
-  openWithAccessLists(User);
+  openWithAccessLists(invokingUser);
   const auto app = rootsBundle(folder / "apps/App.app", "1");
   ASSERT_TRUE(isDone(replace(app, source))) << lastText;
   expectNobodyWrites(app);

@@ -103,8 +103,8 @@ class FileUpgrade {
   }
   // Verifies root's own copy, and reads the unit from it.
   void write(int source, const AcceptedBundle& bundle, const ServerFile& file) const {
-    const posix::Descriptor made(::openat(_staging.folder(), Staging::newItem,
-                                          O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    const posix::Descriptor made(
+        ::openat(_staging.folder(), Staging::newItem, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
     struct stat status {};
     if (!made || ::fstat(source, &status) != 0) failWithSystemError("cannot write beside " + _destination.path);
     FileContents().copy(source, made.get(), status, _destination.path);

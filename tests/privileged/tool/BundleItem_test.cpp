@@ -1,5 +1,10 @@
 #include "privileged/tool/BundleItem.h"
 
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include "tests/privileged/tool/SignedBundle.h"
 
 namespace ToolTests {
@@ -50,6 +55,36 @@ TEST_F(BundleItemTest, NothingOutsideOrBehindALinkIsOpened) {
   EXPECT_THAT(refusal("/etc/passwd"), HasSubstr("/etc/passwd"));
   EXPECT_THAT(refusal("ToFolder/a b%\n\xFF"), HasSubstr("cannot open"));
   EXPECT_THAT(refusal("Contents/nothing"), HasSubstr("missing from the bundle: Contents/nothing"));
+}
+
+TEST_F(BundleItemTest, ALinkIsNotMissingWhereverItLeads) {
+  fs::create_symlink("nowhere", bundle / "dangling");
+  EXPECT_FALSE(isMissing(descriptor.get(), "dangling"));
+  EXPECT_FALSE(isMissing(descriptor.get(), "ToFolder"));
+  EXPECT_TRUE(isMissing(descriptor.get(), "nowhere"));
+  EXPECT_THAT(refusalOf([&] { isMissing(descriptor.get(), "ToFolder/a b%\n\xFF"); }), HasSubstr("cannot open"));
+}
+
+TEST_F(BundleItemTest, APipeIsRefusedWithoutWaitingForAWriter) {
+  ASSERT_EQ(::mkfifo((bundle / "pipe").c_str(), 0644), 0);
+  EXPECT_EQ(refusal("pipe"), "a device, socket or pipe is in the bundle: pipe");
+}
+
+TEST_F(BundleItemTest, AMountInTheBundleIsRefused) {
+  fs::create_directory(bundle / "mount");
+  const pid_t child = ::fork();
+  if (child == 0) {
+    if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        ::mount("test", (bundle / "mount").c_str(), "tmpfs", 0, "mode=755") != 0)
+      ::_exit(2);
+    const auto inside = opened(bundle);
+    const auto reason = refusalOf([&] { BundleItem(inside.get(), "mount"); });
+    ::_exit(reason == "on another file system than the bundle: mount" ? 0 : 1);
+  }
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  if (WEXITSTATUS(status) == 2 && ::geteuid() != 0) GTEST_SKIP() << "only root mounts";
+  EXPECT_EQ(status, 0);
 }
 
 TEST_F(BundleItemTest, AFileThatGrowsOrShrinksWhileItIsReadIsRefused) {

@@ -5,6 +5,7 @@
 #include <linux/fs.h>
 #include <sys/ptrace.h>
 #include <sys/syscall.h>
+#include <sys/uio.h>
 #include <sys/user.h>
 
 #include <cstddef>
@@ -29,6 +30,7 @@ struct Meddler {
   std::function<void()> meddle;
   std::function<void()> undo = [] {};
   bool thenDiskFails = false;
+  std::string opening{};  // with a fault at 0: the moment is when the tool first opens this name, for more than a look
 };
 
 struct Traced {
@@ -161,6 +163,8 @@ class Injector {
     if (_meddler != nullptr) {
       if (!looksOnly(call) && !changesDisk(call)) return;
       ++_calls;
+      if (_fault.at == 0 && opensTheName(call)) _fault.at = _calls;
+      if (_fault.at == 0) return;
       if (_calls == _fault.at) _meddler->meddle();
       if (_calls == _fault.at + 1) _meddler->undo();
       if (_meddler->thenDiskFails && _calls >= _fault.at && bringsToDisk(number)) notMade(-EIO);
@@ -172,6 +176,14 @@ class Injector {
     if (_fault.withoutRenameFlags && isFlagged) notMade(-EINVAL);
     if (number == SYS_renameat2 && call.entry.args[4] == RENAME_EXCHANGE) _exchanged = true;
     if (_fault.withoutTreeSync && !_exchanged && bringsToDisk(number)) notMade(0);
+  }
+  [[nodiscard]] bool opensTheName(const __ptrace_syscall_info& call) const {
+    if (_meddler->opening.empty() || call.entry.nr != SYS_openat || (call.entry.args[2] & O_PATH) != 0) return false;
+    std::string name(_meddler->opening.size() + 1, ' ');
+    const iovec here{.iov_base = name.data(), .iov_len = name.size()};
+    const iovec there{.iov_base = reinterpret_cast<void*>(call.entry.args[1]), .iov_len = name.size()};
+    const auto length = ::process_vm_readv(_child, &here, 1, &there, 1, 0);
+    return length == static_cast<ssize_t>(name.size()) && name == _meddler->opening + '\0';
   }
   void strike(long number) {
     _hit = number;

@@ -136,6 +136,9 @@ TEST_F(TrustedKeysTest, AFileOfSomeoneElseIsRefused) {
 TEST_F(TrustedKeysTest, ALinkIsNotFollowed) {
   fs::create_symlink(folder.path("acme.pub"), trust / "acme.pub");
   EXPECT_THAT(refusal(), HasSubstr("cannot open " + (trust / "acme.pub").string()));
+}
+
+TEST_F(TrustedKeysTest, AFolderThatIsALinkIsNotFollowed) {
   const auto link = folder.path("link.d");
   fs::create_symlink(trust, link);
   EXPECT_THAT(refusalOf([&] { (void)trustedKeys(link, ::geteuid()); }), HasSubstr("cannot open " + link));

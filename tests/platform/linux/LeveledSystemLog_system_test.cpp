@@ -8,8 +8,8 @@
 
 #include <cstring>
 
-#include "posix/Descriptor.h"
 #include "platform/linux/LoggingHost.h"
+#include "posix/Descriptor.h"
 #include "tests/platform/contracts/LeveledSystemLogContract.h"
 
 namespace {

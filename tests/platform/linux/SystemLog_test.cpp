@@ -13,8 +13,8 @@
 #include <functional>
 #include <thread>
 
-#include "posix/Descriptor.h"
 #include "platform/linux/LoggingHost.h"
+#include "posix/Descriptor.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace platform::Linux {

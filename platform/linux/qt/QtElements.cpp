@@ -8,6 +8,14 @@ QString qtString(std::string_view text) { return QString::fromUtf8(text.data(), 
 
 QString literalTitle(std::string_view title) { return qtString(title).replace('&', "&&"); }
 
+// Assistive tools read a window's description when it appears and whenever it changes.
+void QtTextField::describeWindow() const {
+  QStringList texts;
+  for (const auto* label : _label->window()->findChildren<QLabel*>())
+    if (!label->text().isEmpty()) texts << label->text();
+  _label->window()->setAccessibleDescription(texts.join('\n'));
+}
+
 void QtTextField::setStringValue(std::string_view text) {
   if (_label == nullptr) return;
   const QString shown = qtString(text);
@@ -15,6 +23,7 @@ void QtTextField::setStringValue(std::string_view text) {
   _label->setText(shown);
   for (auto* named : _label->window()->findChildren<QWidget*>())
     if (named->property("namedBy").toString() == _label->objectName()) named->setAccessibleName(shown);
+  describeWindow();
 }
 
 void QtButton::setTitle(std::string_view title) {

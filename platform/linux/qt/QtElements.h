@@ -11,13 +11,15 @@
 namespace platform::Linux {
 
 // Text is shown as it stands: no mark-up and no keyboard marks. A widget beside the label whose property "namedBy" holds
-// the label's name takes the text as its name for assistive tools.
+// the label's name takes the text as its name for assistive tools. All texts of the window together are its description.
 class QtTextField final : public TextField {
  public:
   explicit QtTextField(QLabel& label) : _label(&label) {}
   void setStringValue(std::string_view text) override;
 
  private:
+  void describeWindow() const;
+
   QPointer<QLabel> _label;
 };
 

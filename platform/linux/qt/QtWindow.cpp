@@ -6,6 +6,7 @@
 #include <QMouseEvent>
 #include <QScreen>
 #include <QWindow>
+#include <algorithm>
 #include <cmath>
 
 #include "platform/linux/qt/QtElements.h"
@@ -22,6 +23,33 @@ int whole(double points) { return static_cast<int>(std::lround(std::fmin(std::fm
 QAccessibleInterface* accessibleWindow(const QString& /*className*/, QObject* object) {
   auto* window = dynamic_cast<WindowWidget*>(object);
   return window == nullptr ? nullptr : new QAccessibleWidget(window, QAccessible::Window);
+}
+
+int areaOf(const QRect& rect) { return rect.width() * rect.height(); }
+
+// The screen's area that has the least way to the rectangle.
+QRect nearestArea(const QRect& place) {
+  const auto distance = [&](const QScreen* screen) {
+    const QRect area = screen->availableGeometry();
+    const int across = std::max({area.left() - place.right(), place.left() - area.right(), 0});
+    const int along = std::max({area.top() - place.bottom(), place.top() - area.bottom(), 0});
+    return std::hypot(across, along);
+  };
+  return std::ranges::min(QGuiApplication::screens(), {}, distance)->availableGeometry();
+}
+
+// A place of which the screens show less than half leaves a window that nobody can read or press; it becomes the nearest
+// one that is wholly on a screen. Any other place is kept to the pixel.
+QRect readable(QRect place) {
+  int shown = 0;
+  for (const QScreen* screen : QGuiApplication::screens()) shown += areaOf(place & screen->geometry());
+  if (2 * shown >= areaOf(place)) return place;
+  const QRect area = nearestArea(place);
+  place.moveRight(std::min(place.right(), area.right()));
+  place.moveBottom(std::min(place.bottom(), area.bottom()));
+  place.moveLeft(std::max(place.left(), area.left()));
+  place.moveTop(std::max(place.top(), area.top()));
+  return place;
 }
 
 QRect primaryScreen() { return QGuiApplication::primaryScreen()->geometry(); }
@@ -63,7 +91,8 @@ void QtWindow::setFrameOrigin(foundation::Point origin) {
   if (_widget == nullptr) return;
   const QRect screen = primaryScreen();
   const int above = whole(screen.height() - origin.y - _widget->height());
-  _widget->move(screen.x() + whole(origin.x), screen.y() + above);
+  const QPoint corner(screen.x() + whole(origin.x), screen.y() + above);
+  _widget->move(readable({corner, _widget->size()}).topLeft());
 }
 
 void QtWindow::center() {
@@ -80,6 +109,7 @@ void QtWindow::setTitle(std::string_view title) {
 void QtWindow::makeKeyAndOrderFront() {
   if (_widget == nullptr) return;
   _widget->setFocus();  // no button has it, so that nothing typed by chance presses one; Tab goes to the first
+  _widget->setFixedSize(_widget->size());
   _widget->show();
   _widget->raise();
   _widget->activateWindow();

@@ -30,9 +30,11 @@ class QtWindow final : public Window {
   [[nodiscard]] foundation::Rect frame() const override;
   // The window cannot be resized by hand, so this is its only size, whatever the layout would like.
   void setFrame(const foundation::Rect& frame, bool display) override;
+  // A place off the screens, where less than half of the window would be seen, becomes the nearest one wholly on a screen.
   void setFrameOrigin(foundation::Point origin) override;
   void center() override;
   void setTitle(std::string_view title) override;
+  // From then on the size is the only one, also when no frame was set.
   void makeKeyAndOrderFront() override;
 
  private:

@@ -1,7 +1,10 @@
 #include "platform/linux/qt/QtWindow.h"
 
+#include <QAccessible>
+#include <QLabel>
 #include <QScreen>
 
+#include "platform/linux/qt/QtElements.h"
 #include "tests/platform/linux/qt/QtTest.h"
 
 using namespace foundation;
@@ -112,6 +115,44 @@ TEST_F(QtWindowOnScreen, ItIsDraggedByItsFace) {
   tests::outputOf("xdotool mouseup 1");
   EXPECT_TRUE(spinUntil([this] { return window.frame().origin.x == seenFromOutside(widget).x; }));
   EXPECT_GT(window.frame().origin.x, 320);
+}
+
+// Window managers, tiling ones too, and Wayland compositors read it from these hints.
+TEST_F(QtWindowOnScreen, ItHasOneSizeAlsoWhenNobodyHasSetAFrame) {
+  show();
+  const auto hints = tests::outputOf("xprop -id " + std::to_string(widget.winId()) + " WM_NORMAL_HINTS");
+  EXPECT_NE(hints.find("minimum size: 460 by 320"), std::string::npos) << hints;
+  EXPECT_NE(hints.find("maximum size: 460 by 320"), std::string::npos) << hints;
+  const auto isOffered = [this](const std::string& action) {
+    return tests::outputOf("xprop -id " + std::to_string(widget.winId()) + " _NET_WM_ALLOWED_ACTIONS").find(action) !=
+           std::string::npos;
+  };
+  EXPECT_TRUE(isOffered("_NET_WM_ACTION_MOVE"));
+  EXPECT_FALSE(isOffered("_NET_WM_ACTION_RESIZE"));
+  EXPECT_FALSE(isOffered("_NET_WM_ACTION_MAXIMIZE"));
+}
+
+TEST_F(QtWindowOnScreen, FarOffTheScreenItComesWhollyOntoTheNearest) {
+  const auto placeFor = [this](Point origin) {
+    window.setFrame({origin, {460, 206}}, false);
+    return window.frame();
+  };
+  EXPECT_EQ(placeFor({-414, -185}), (Rect{{0, 0}, {460, 206}}));
+  EXPECT_EQ(placeFor({5000, 4000}), (Rect{{1280 - 460, 1024 - 206}, {460, 206}}));
+  EXPECT_EQ(placeFor({-9000, 300}), (Rect{{0, 300}, {460, 206}}));
+  show();
+  EXPECT_EQ(seenFromOutside(widget), (OutsideView{0, 1024 - 300 - 206, 460, 206, true}));
+}
+
+TEST(QtWindow, ItsTextsAreItsDescriptionForAssistiveTools) {
+  WindowWidget window;
+  QLabel title(&window);
+  QLabel body(&window);
+  QtTextField(title).setStringValue("Headline");
+  QtTextField(body).setStringValue("Body");
+  EXPECT_EQ(QAccessible::queryAccessibleInterface(&window)->text(QAccessible::Description), "Headline\nBody");
+  QtTextField(body).setStringValue("Another");
+  EXPECT_EQ(QAccessible::queryAccessibleInterface(&window)->text(QAccessible::Description), "Headline\nAnother");
 }
 
 TEST(QtWindow, AWindowThatHasGoneHasTheZeroFrameAndDoesNothing) {

@@ -61,7 +61,8 @@ def describe(window):
             "buttons": [item.get_name() for item in items if item.get_role() == Atspi.Role.PUSH_BUTTON],
             "elements": [[item.get_role_name(), item.get_name()] for item in items if item.get_role() != Atspi.Role.FILLER],
             "focused": names_with(items, Atspi.StateType.FOCUSED),
-            "focusable": names_with(items, Atspi.StateType.FOCUSABLE), "enabled": names_with(items, Atspi.StateType.ENABLED)}
+            "focusable": names_with(items, Atspi.StateType.FOCUSABLE), "enabled": names_with(items, Atspi.StateType.ENABLED),
+            "busy": names_with(items, Atspi.StateType.BUSY)}
 
 
 def press(process, title):

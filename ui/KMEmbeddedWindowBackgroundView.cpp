@@ -9,8 +9,7 @@ using foundation::Rect;
 namespace {
 
 constexpr double cornerRadius = 5;
-constexpr double footerHeight = 58;
-constexpr double contentStart = 60;  // above the footer and two hairlines
+constexpr double contentStart = 60;  // above the footer, 58 points high, and two hairlines
 constexpr double bloomStart = 61;
 constexpr double lowestBloomingView = 300;
 
@@ -37,9 +36,10 @@ void KMEmbeddedWindowBackgroundView::drawRect(const Rect& /*dirtyRect*/) {
   const double width = area.size.width;
   context->saveGraphicsState();
   context->clipToRoundedRect(area, cornerRadius, cornerRadius);
-  fill(*context, NSColor::embeddedWindowFooterBackgroundColor(), {{0, 0}, {width, footerHeight}});
-  fill(*context, grey(232), {{0, footerHeight}, {width, 1}});
-  fill(*context, grey(171), {{0, footerHeight + 1}, {width, 1}});
+  const double line = context->hairline();
+  fill(*context, NSColor::embeddedWindowFooterBackgroundColor(), {{0, 0}, {width, contentStart - 2 * line}});
+  fill(*context, grey(232), {{0, contentStart - 2 * line}, {width, line}});
+  fill(*context, grey(171), {{0, contentStart - line}, {width, line}});
   const Rect content{{0, contentStart}, {width, area.origin.y + area.size.height - contentStart}};
   if (_hasBloom)
     drawBloomContent(*context, content);

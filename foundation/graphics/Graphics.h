@@ -51,6 +51,10 @@ class GraphicsContext {
   // end colour meet the corners of the rectangle. Is laid over the picture.
   virtual void drawLinearGradient(const Color& start, const Color& end, const Rect& rect, double degrees) = 0;
 
+  // The thickness, in points, of a line meant to be one point thick: whole pixels of the device, one or an even number, so
+  // that two such lines side by side are equal at every scale.
+  [[nodiscard]] virtual double hairline() const { return 1; }
+
   // The whole image, stretched into the rectangle; `fraction` is its opacity.
   virtual void drawImage(const Image& image, const Rect& rect, CompositingOperation operation, double fraction) = 0;
 

@@ -36,7 +36,9 @@ def wizard_is_told(world):
     """Every element of the wizard has a role and a name; the keyboard can reach what can be pressed, and nothing else."""
     found = wizard(world, wizard_with_keyboard(world))
     title = english("<InstallerUninstallKeltoSubtitle>")
-    equal("the window", (found["role"], found["name"]), ("frame", "Kelto Installer"))
+    equal("the window", (found["role"], found["name"], found["description"]),
+          ("frame", "Kelto Installer", f"{title}\n{english('<InstallerUninstallKeltoBody>')}"))
+    equal("what says that it is busy", found["busy"], [title])
     equal("its elements", found["elements"],
           [["label", title], ["label", english("<InstallerUninstallKeltoBody>")], ["progress bar", title],
            ["push button", CANCEL], ["push button", english("<Done>")]])
@@ -65,7 +67,8 @@ def wizard_by_escape(world):
 def expect_told_alert(world, process, headline, text):
     """The alert's roles, names and order of elements; its button has the keyboard and keeps it."""
     alert = wait_for("the alert", lambda: alerts_of(world.desktop, process))[0]
-    equal("the alert's window", (alert["role"], alert["name"], alert["description"]), ("dialog", "Kelto Installer", text))
+    equal("the alert's window", (alert["role"], alert["name"], alert["description"]),
+          ("dialog", "Kelto Installer", f"{headline}\n{text}"))
     equal("its elements", alert["elements"], [["label", headline], ["label", text], ["push button", OK]])
     wait_for("the keyboard on the button", lambda: alerts_of(world.desktop, process)[0]["focused"] == [OK])
     world.desktop.ask("xdotool", "key", "Tab")

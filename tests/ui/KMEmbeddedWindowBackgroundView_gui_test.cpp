@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <QImage>
+#include <algorithm>
 #include <cmath>
 
 #include "foundation/views/ViewWindow.h"
@@ -241,6 +242,76 @@ TEST_P(PartPixels, NarrowerThanTheCapsThereIsNoMiddle) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Scale, PartPixels, testing::Values(1, 2));
+
+class FaceAtScale : public testing::TestWithParam<double> {
+ protected:
+  static QImage face(double height) {
+    QImage image(static_cast<int>(std::lround(40 * GetParam())), static_cast<int>(std::lround(height * GetParam())),
+                 QImage::Format_ARGB32_Premultiplied);
+    image.fill(Qt::transparent);
+    image.setDevicePixelRatio(GetParam());
+    KMEmbeddedWindowBackgroundView view({{0, 0}, {40, height}});
+    QPainter painter(&image);
+    QtGraphicsContext context(painter, {40, height}, Corners::Square);
+    const foundation::GraphicsContext::Focus focus(context);
+    view.drawRect({});
+    return image;
+  }
+
+  static int rowsOf(const QImage& image, int grey) {
+    int rows = 0;
+    for (int y = 0; y < image.height(); ++y) rows += image.pixelColor(20, y) == QColor(grey, grey, grey) ? 1 : 0;
+    return rows;
+  }
+};
+
+TEST_P(FaceAtScale, TheHairlinesAreOnePixelEachOrAnEvenNumber) {
+  for (const double height : {206, 320}) {
+    const QImage image = face(height);
+    const int lower = rowsOf(image, 232);
+    EXPECT_EQ(lower, rowsOf(image, 171)) << height;
+    EXPECT_TRUE(lower == 1 || (lower > 0 && lower % 2 == 0)) << lower;
+  }
+}
+
+TEST_P(FaceAtScale, ThereIsNoGapBetweenTheBands) {
+  for (const double height : {206, 320}) {
+    const QImage image = face(height);
+    for (int y = 0; y < image.height(); ++y) EXPECT_EQ(image.pixelColor(20, y).alpha(), 255) << y << " of " << height;
+  }
+}
+
+// Rows of different brightness are read as the lines of a screen.
+TEST_P(FaceAtScale, TheDotPatternMakesNoLines) {
+  std::vector<QImage> versions;
+  for (const int scale : {1, 2, 3}) {
+    const QString name = scale == 1 ? "s_dot_pattern.png" : QString("s_dot_pattern@%1x.png").arg(scale);
+    versions.emplace_back(KELTO_SOURCE_DIR "/resources/artwork/" + name);
+    versions.back().setDevicePixelRatio(scale);
+  }
+  const int size = static_cast<int>(std::lround(80 * GetParam()));
+  QImage image(size, size, QImage::Format_RGB32);
+  image.fill(QColor(222, 222, 222));
+  image.setDevicePixelRatio(GetParam());
+  {
+    QPainter painter(&image);
+    QtGraphicsContext context(painter, {80, 80}, Corners::Square);
+    context.setFillPattern(std::make_shared<QtImage>(versions));
+    context.fillPathOfRect({{0, 0}, {80, 80}});
+  }
+  std::vector<double> means;
+  bool isDotted = false;
+  for (int y = 0; y < size; ++y) {
+    double sum = 0;
+    for (int x = 0; x < size; ++x) sum += qGray(image.pixel(x, y));
+    for (int x = 0; x < size; ++x) isDotted |= image.pixel(x, y) != image.pixel(0, 0);
+    means.push_back(sum / size);
+  }
+  EXPECT_TRUE(isDotted);
+  EXPECT_LT(std::ranges::max(means) - std::ranges::min(means), 0.75);
+}
+
+INSTANTIATE_TEST_SUITE_P(Scale, FaceAtScale, testing::Values(1, 1.25, 1.5, 1.75, 2, 2.25, 2.5, 3));
 
 TEST(FaceAtOneAndAHalf, HasNoGapBetweenItsBands) {
   QImage image = blank(40, 100, 1.5);

@@ -5,11 +5,11 @@
 //   wizard_measures desktop    the colour of a window, and of a text on it, as the desktop wants them
 #include <QElapsedTimer>
 #include <QWindow>
-#include <cmath>
 #include <cstdio>
 #include <set>
 
 #include "platform/linux/qt/Look.h"
+#include "tests/support/Contrast.h"
 #include "tests/support/ShippedLanguages.h"
 #include "tests/wizard/PictureComparison.h"
 #include "tests/wizard/Pictures.h"
@@ -69,21 +69,6 @@ int measure() {
       });
   }
   return 0;
-}
-
-// Of a colour of light, by the definition for texts on screens.
-double luminance(QRgb color) {
-  const auto linear = [](int channel) {
-    const double share = channel / 255.0;
-    return share <= 0.04045 ? share / 12.92 : std::pow((share + 0.055) / 1.055, 2.4);
-  };
-  return 0.2126 * linear(qRed(color)) + 0.7152 * linear(qGreen(color)) + 0.0722 * linear(qBlue(color));
-}
-
-double contrast(QRgb a, QRgb b) {
-  const double lighter = std::max(luminance(a), luminance(b));
-  const double darker = std::min(luminance(a), luminance(b));
-  return (lighter + 0.05) / (darker + 0.05);
 }
 
 // All from what is painted: the letters' colour is that of the pixel that they change most, and the ground is the picture

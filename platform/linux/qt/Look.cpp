@@ -2,8 +2,8 @@
 
 #include <QFont>
 #include <QPalette>
-#include <QStyleFactory>
 
+#include "platform/linux/qt/LookStyle.h"
 #include "platform/linux/qt/QtElements.h"
 
 namespace platform::Linux {
@@ -16,7 +16,7 @@ QPalette lightPalette() {
   constexpr QColor paleInk(150, 150, 154);
   QPalette palette(QColor(240, 240, 241), QColor(246, 246, 247));
   palette.setColor(QPalette::Base, Qt::white);
-  palette.setColor(QPalette::Highlight, QColor(36, 120, 224));
+  palette.setColor(QPalette::Highlight, accentColor);
   palette.setColor(QPalette::HighlightedText, Qt::white);
   for (const auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText}) {
     palette.setColor(role, ink);
@@ -28,7 +28,7 @@ QPalette lightPalette() {
 }  // namespace
 
 void applyLook(QApplication& application) {
-  QApplication::setStyle(QStyleFactory::create("Fusion"));
+  QApplication::setStyle(new LookStyle);
   QApplication::setPalette(lightPalette());
   QFont font = QApplication::font();
   font.setPointSizeF(letterSize);

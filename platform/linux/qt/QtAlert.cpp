@@ -4,9 +4,12 @@
 #include <QGridLayout>
 #include <QGuiApplication>
 #include <QLabel>
+#include <QMouseEvent>
 #include <QPainter>
 #include <QPushButton>
 #include <QScreen>
+#include <QWindow>
+#include <cstdlib>
 
 #include "platform/linux/qt/QtElements.h"
 
@@ -14,7 +17,25 @@ namespace platform::Linux {
 namespace {
 
 constexpr int iconSize = 48;
-constexpr int textWidth = 342;
+constexpr int textWidth = 306;
+// An edge of the alert that is nearer than this to the same edge of the window would leave a sliver of the window.
+constexpr int clearDistance = 16;
+
+// The alert's panel: without a window manager's frame, as the window that it stands over, and dragged by its face.
+class AlertDialog final : public QDialog {
+ public:
+  explicit AlertDialog(QWidget* parent) : QDialog(parent, Qt::Dialog | Qt::FramelessWindowHint) {}
+
+ protected:
+  void paintEvent(QPaintEvent* /*event*/) override {
+    QPainter painter(this);
+    painter.setPen(QPen(QColor(150, 150, 154), 1));
+    painter.drawRect(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5));
+  }
+  void mousePressEvent(QMouseEvent* event) override {
+    if (event->button() == Qt::LeftButton && windowHandle() != nullptr) windowHandle()->startSystemMove();
+  }
+};
 
 QLabel* textLabel(std::string_view text, QWidget* parent) {
   auto* label = new QLabel(parent);
@@ -87,22 +108,23 @@ void setSize(QDialog& dialog) {
   dialog.setFixedSize(whole(needed.width()), whole(needed.height()));
 }
 
-// Over the window, else in the middle of the screen. Left to the window manager it may appear anywhere.
+// Over the window and clear of its edges, else in the middle of the screen. Left to the window manager it may appear
+// anywhere.
 void place(QDialog& dialog) {
   const QWidget* window = dialog.parentWidget();
   const QRect under = window != nullptr ? window->frameGeometry() : QGuiApplication::primaryScreen()->availableGeometry();
   QRect frame({}, dialog.size());
   frame.moveCenter(under.center());
+  if (window != nullptr && std::abs(frame.top() - under.top()) < clearDistance) frame.translate(0, 2 * clearDistance);
   dialog.move(frame.topLeft());
 }
 
 }  // namespace
 
 void runAlert(const Alert& alert, std::string_view title, QWidget* parent) {
-  QDialog dialog(parent != nullptr && parent->isVisible() ? parent : nullptr);
+  AlertDialog dialog(parent != nullptr && parent->isVisible() ? parent : nullptr);
   dialog.setWindowTitle(qtString(title));
-  dialog.setWindowFlags(Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
-  dialog.setAccessibleDescription(qtString(alert.informativeText));
+  dialog.setAccessibleDescription(qtString(alert.messageText + "\n" + alert.informativeText));
   fill(dialog, alert);
   setSize(dialog);
   place(dialog);

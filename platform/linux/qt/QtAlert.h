@@ -7,8 +7,8 @@
 namespace platform::Linux {
 
 // Shows the alert above everything of the application and returns when it was dismissed: by its button, Return, Escape or
-// closing. Texts are shown as they stand. `parent` may be nullptr; the alert stands over it while it is visible. Main
-// thread only; runs an event loop.
+// closing. Texts are shown as they stand. `parent` may be nullptr; the alert is a dialog of it, and stands over it, while
+// it is visible. Main thread only; runs an event loop.
 void runAlert(const Alert& alert, std::string_view title, QWidget* parent);
 
 }  // namespace platform::Linux

@@ -68,7 +68,26 @@ void QtGraphicsContext::cutOutside(const QPainterPath& shape) {
 
 double QtGraphicsContext::scale() const { return _painter.device()->devicePixelRatioF(); }
 
-void QtGraphicsContext::clipToRect(const foundation::Rect& rect) { _painter.setClipRect(qtRect(rect), Qt::IntersectClip); }
+double QtGraphicsContext::hairline() const {
+  const double pixels = std::floor(scale());
+  return (pixels < 2 ? 1 : pixels - std::fmod(pixels, 2)) / scale();
+}
+
+// In the painter's coordinates. Edges in the middle of a pixel all go the same way, whatever the arithmetic has left of
+// them.
+QRectF QtGraphicsContext::inWholePixels(const foundation::Rect& rect) const {
+  constexpr double rounding = 1e-6;
+  const double pixels = scale();
+  const QTransform& transform = _painter.worldTransform();
+  const auto edge = [pixels](double points) { return std::floor(points * pixels + 0.5 + rounding) / pixels; };
+  const QRectF place = transform.mapRect(qtRect(rect));
+  return transform.inverted().mapRect(
+      QRectF({edge(place.left()), edge(place.top())}, QPointF(edge(place.right()), edge(place.bottom()))));
+}
+
+void QtGraphicsContext::clipToRect(const foundation::Rect& rect) {
+  _painter.setClipRect(inWholePixels(rect), Qt::IntersectClip);
+}
 
 void QtGraphicsContext::clipToRoundedRect(const foundation::Rect& rect, double horizontalRadius, double verticalRadius) {
   if (_corners == Corners::Square) return clipToRect(rect);
@@ -93,7 +112,7 @@ void QtGraphicsContext::fill(const foundation::Rect& rect, QPainter::Composition
   _painter.save();
   _painter.setCompositionMode(mode);
   const QBrush brush = _painter.brush();
-  QRectF area = qtRect(rect);
+  QRectF area = inWholePixels(rect);
   if (brush.style() == Qt::TexturePattern) {
     const double pixels = scale();
     const QRectF inPoints = _painter.worldTransform().mapRect(area);
@@ -116,7 +135,7 @@ void QtGraphicsContext::drawLinearGradient(const foundation::Color& start, const
   QLinearGradient gradient(qtPoint(from), qtPoint(to));
   gradient.setColorAt(0, qtColor(start));
   gradient.setColorAt(1, qtColor(end));
-  _painter.fillRect(qtRect(rect), gradient);
+  _painter.fillRect(inWholePixels(rect), gradient);
 }
 
 void QtGraphicsContext::drawImage(const foundation::Image& image, const foundation::Rect& rect,

@@ -15,6 +15,8 @@ class QtGraphicsContext final : public foundation::GraphicsContext {
   // Draws with `painter`, whose area has the given size, turned so that y goes upwards. Square corners ignore radii: for
   // windows whose transparency would show as black. The painter outlives the context and is as it was afterwards.
   //
+  // The edges of fills, gradients and clips lie on whole pixels of the device, so that bands meet without gap or overlap.
+  //
   // Qt's clips have no smooth edge. A rounded clip of the whole area gets one all the same: its corners are cut out when
   // the graphics state is restored, for there is nothing behind the area.
   QtGraphicsContext(QPainter& painter, foundation::Size area, Corners corners);
@@ -34,6 +36,7 @@ class QtGraphicsContext final : public foundation::GraphicsContext {
   void fillPathOfRect(const foundation::Rect& rect) override;
   void drawLinearGradient(const foundation::Color& start, const foundation::Color& end, const foundation::Rect& rect,
                           double degrees) override;
+  [[nodiscard]] double hairline() const override;
   void drawImage(const foundation::Image& image, const foundation::Rect& rect, foundation::CompositingOperation operation,
                  double fraction) override;
 
@@ -41,6 +44,7 @@ class QtGraphicsContext final : public foundation::GraphicsContext {
   void fill(const foundation::Rect& rect, QPainter::CompositionMode mode);
   void cutOutside(const QPainterPath& shape);
   [[nodiscard]] double scale() const;
+  [[nodiscard]] QRectF inWholePixels(const foundation::Rect& rect) const;
 
   QPainter& _painter;
   QRectF _area;  // in the painter's coordinates

@@ -1,5 +1,6 @@
 #include "platform/linux/qt/QtAlert.h"
 
+#include <QAccessible>
 #include <QDialog>
 #include <QLabel>
 #include <QPushButton>
@@ -121,6 +122,66 @@ TEST(QtAlert, ItStandsOverTheWindowAndKeepsInputFromIt) {
       },
       "xdotool key Return");
   EXPECT_EQ(presses, 0);
+}
+
+// The least by which an edge of the alert differs from the same edge of the window under it.
+int leastDistanceOfEdges(const Alert& alert, QSize size) {
+  WindowWidget window;
+  window.setFixedSize(size);
+  window.move(300, 300);
+  window.show();
+  if (!spinUntil([&] { return window.isActiveWindow(); })) return -1;
+  int least = -1;
+  runAlertAnd(
+      alert, &window,
+      [&](QDialog& dialog) {
+        const auto seen = seenFromOutside(dialog);
+        const QRect place(seen.x, seen.y, seen.width, seen.height);
+        const QRect under = window.geometry();
+        least = std::min({std::abs(place.left() - under.left()), std::abs(place.right() - under.right()),
+                          std::abs(place.top() - under.top()), std::abs(place.bottom() - under.bottom())});
+      },
+      "xdotool key Return");
+  return least;
+}
+
+TEST(QtAlert, NoSliverOfTheWindowSticksOutBesideIt) {
+  constexpr int clear = 16;
+  std::string text = "A sentence of an alert.";
+  for (int length = 0; length < 4; ++length) {
+    for (const int height : {206, 320}) EXPECT_GE(leastDistanceOfEdges({"Headline", text, "OK"}, {460, height}), clear);
+    text += " Another sentence, which says a little more about what has happened and why.";
+  }
+}
+
+TEST(QtAlert, ItIsADialogOfTheWindowWithoutTheWindowManagersButtons) {
+  WindowWidget window;
+  window.setFixedSize(460, 206);
+  window.show();
+  ASSERT_TRUE(spinUntil([&] { return window.isActiveWindow(); }));
+  runAlertAnd(
+      plain, &window,
+      [&](QDialog& dialog) {
+        const auto property = [&](const std::string& name) {
+          return outputOf("xprop -id " + std::to_string(dialog.winId()) + " " + name);
+        };
+        EXPECT_EQ(
+            std::stoul(property("WM_TRANSIENT_FOR").substr(std::string("WM_TRANSIENT_FOR(WINDOW): window id # ").size()),
+                       nullptr, 16),
+            window.winId());
+        EXPECT_NE(property("_NET_WM_WINDOW_TYPE").find("_NET_WM_WINDOW_TYPE_DIALOG"), std::string::npos);
+        EXPECT_NE(property("_NET_FRAME_EXTENTS").find("= 0, 0, 0, 0"), std::string::npos) << property("_NET_FRAME_EXTENTS");
+      },
+      "xdotool key Return");
+}
+
+TEST(QtAlert, AssistiveToolsAreToldBothTexts) {
+  runAlertAnd(
+      plain, nullptr,
+      [](QDialog& dialog) {
+        EXPECT_EQ(QAccessible::queryAccessibleInterface(&dialog)->text(QAccessible::Description), "Headline\nText");
+      },
+      "xdotool key Return");
 }
 
 TEST(QtAlert, WithoutAWindowItStandsInTheMiddleOfTheScreen) {

@@ -9,7 +9,9 @@ cd "$top"
 [ -f build/dev/build.ninja ] || cmake --preset dev >/dev/null
 cmake --build build/dev --target wizard_pictures
 mkdir -p "$folder"
-for scale in 1 2; do
-  build/dev/bin/wizard_pictures golden "$scale" "$folder"
+for language in en ja zh-Hans de ar; do
+  for scale in 1 2; do
+    build/dev/bin/wizard_pictures golden "$language" "$scale" "$folder"
+  done
 done
 ls "$folder"

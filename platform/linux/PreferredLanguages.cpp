@@ -114,7 +114,6 @@ std::vector<std::string> languagesOfTheEnvironment() {
   std::string locale;
   for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"})
     if (locale.empty()) locale = variable(name);
-  if (isPlainLocale(locale)) return {};
   auto names = split(variable("LANGUAGE"), ":");
   if (names.empty() && !locale.empty()) names.push_back(locale);
   std::ranges::transform(names, names.begin(), withoutEncoding);

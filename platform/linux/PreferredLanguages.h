@@ -8,7 +8,8 @@
 namespace platform::Linux {
 
 // The languages of the environment, best first: the list in LANGUAGE, else the first of LC_ALL, LC_MESSAGES and LANG that
-// is set. Empty when that is the C (or POSIX) locale, for which LANGUAGE does not count either.
+// is set. LANGUAGE counts whatever the locale is, so that it does the same where a session sets "C" and where it sets none.
+// Empty when only the C (or POSIX) locale is named.
 std::vector<std::string> languagesOfTheEnvironment();
 
 // "AppleLanguages" of the defaults when it names any language, else those of the environment. A list given as text

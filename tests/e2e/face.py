@@ -107,3 +107,37 @@ def face_on_dark_desktop(world):
     dark = rows_of_face(world)
     different = [row for row, pixels in enumerate(ordinary) if pixels != dark[row]]
     check(f"only a bar's rows differ ({different})", not different or max(different) - min(different) < 8)
+
+
+def pixels_in(world, **environment):
+    """The pixels of a removal's wizard in an environment, but for the moving bar's rows, from below."""
+    before = dict(world.desktop.environment)
+    world.desktop.environment |= environment
+    process = world.start_installer(protocol.trashPathArgument, world.road.installed)
+    width, height, at = expect_face(world, process)
+    window = wait_for("the wizard", lambda: world.desktop.windows(process))[0]
+    check("it is cancelled", world.desktop.press(process, window["buttons"][0]))
+    world.road.installer_gone(process)
+    world.desktop.environment = before
+    return [[at(x, row) for x in range(width)] for row in range(height) if row < 60 or row > height - 80]
+
+
+@scenario("gui")
+def face_in_chosen_language(world):
+    """Letters have the forms of the language that was chosen, whatever language the fonts would follow by themselves."""
+    chinese = pixels_in(world, LANGUAGE="zh_CN", LANG="C.UTF-8", FC_LANG="zh-cn")
+    check("nothing else decides", pixels_in(world, LANGUAGE="zh_CN", LANG="C", FC_LANG="ja") == chinese)
+    check("the language decides", pixels_in(world, LANGUAGE="ja", LANG="C", FC_LANG="ja") != chinese)
+
+
+@scenario("gui")
+def face_from_right_to_left(world):
+    """In a language that is written from right to left the buttons are on the left."""
+    button = (255, 255, 255)
+    def has_button(rows, columns):
+        return button in rows[28][columns]
+    english_face, arabic = pixels_in(world, LANGUAGE="en", LANG="C"), pixels_in(world, LANGUAGE="ar", LANG="C")
+    left, right = slice(0, 200), slice(260, 460)
+    equal("buttons on the left and on the right in English",
+          (has_button(english_face, left), has_button(english_face, right)), (False, True))
+    equal("in Arabic", (has_button(arabic, left), has_button(arabic, right)), (True, False))

@@ -18,6 +18,7 @@
 #include "foundation/plist/StringsFile.h"
 #include "platform/fake/FakePlatform.h"
 #include "platform/linux/qt/InterfaceDescription.h"
+#include "platform/linux/qt/Language.h"
 #include "platform/linux/qt/QtProgressBar.h"
 #include "platform/linux/qt/QtViewResources.h"
 #include "ui/KMEmbeddedWindowBackgroundView.h"
@@ -67,6 +68,7 @@ class StillBar final : public QObject {
     if (event->type() != QEvent::Paint) return false;
     auto* bar = static_cast<QWidget*>(watched);
     QPainter painter(bar);
+    if (bar->isRightToLeft()) painter.setTransform(QTransform(-1, 0, 0, 1, bar->width(), 0));
     platform::Linux::drawProgressBar(painter, bar->size(), 0.7);
     return true;
   }
@@ -75,6 +77,7 @@ class StillBar final : public QObject {
 class Wizard : private platform::ApplicationDelegate {
  public:
   Wizard(const std::string& language, const Mode& mode) {
+    platform::Linux::applyLanguage(language);
     std::string cause;
     const std::vector<platform::ViewClass> classes{
         {"KMEmbeddedWindowBackgroundView", [] { return std::make_shared<KMEmbeddedWindowBackgroundView>(); }}};

@@ -4,6 +4,8 @@
 
 #include <QTemporaryDir>
 #include <filesystem>
+#include <string>
+#include <vector>
 
 #include "tests/support/CommandLine.h"
 #include "tests/wizard/PictureComparison.h"
@@ -13,9 +15,13 @@ namespace {
 const QString golden = KELTO_SOURCE_DIR "/tests/wizard/golden/";
 
 struct Picture {
-  const char* name;
+  std::string language;
   int scale;
-  [[nodiscard]] QString file() const { return QString(name) + (scale == 1 ? "" : "@2x") + ".png"; }
+  std::string name;
+  [[nodiscard]] QString file() const {
+    const std::string suffix = language == "en" ? "" : "-" + language;
+    return QString::fromStdString(name + suffix + (scale == 1 ? "" : "@2x") + ".png");
+  }
 };
 
 void PrintTo(const Picture& picture, std::ostream* out) { *out << picture.file().toStdString(); }
@@ -32,8 +38,8 @@ QString writtenBeside(const tests::Comparison& comparison, const QString& file) 
 
 TEST_P(WizardGolden, LooksAsItDid) {
   const QTemporaryDir folder;
-  const auto made = tests::runCommandLine(KELTO_BIN_DIR "/wizard_pictures golden " + std::to_string(GetParam().scale) +
-                                          " " + folder.path().toStdString() + " 2>&1");
+  const auto made = tests::runCommandLine(KELTO_BIN_DIR "/wizard_pictures golden " + GetParam().language + " " +
+                                          std::to_string(GetParam().scale) + " " + folder.path().toStdString() + " 2>&1");
   ASSERT_EQ(made.status, 0) << made.output;
   const QImage expected(golden + GetParam().file());
   const QImage found(folder.filePath(GetParam().file()));
@@ -46,10 +52,16 @@ TEST_P(WizardGolden, LooksAsItDid) {
                 << writtenBeside(comparison, GetParam().file()).toStdString();
 }
 
-INSTANTIATE_TEST_SUITE_P(Pictures, WizardGolden,
-                         testing::Values(Picture{"update", 1}, Picture{"update", 2}, Picture{"install", 1},
-                                         Picture{"install", 2}, Picture{"uninstall", 1}, Picture{"uninstall", 2},
-                                         Picture{"alert", 1}, Picture{"alert", 2}));
+// Forms of Chinese letters that differ between its countries, long words, and a layout from right to left.
+std::vector<Picture> pictures() {
+  std::vector<Picture> all;
+  for (const char* language : {"en", "ja", "zh-Hans", "de", "ar"})
+    for (const int scale : {1, 2})
+      for (const char* name : {"update", "install", "uninstall", "alert"}) all.push_back({language, scale, name});
+  return all;
+}
+
+INSTANTIATE_TEST_SUITE_P(Pictures, WizardGolden, testing::ValuesIn(pictures()));
 
 // The differences that the comparison reports, and those that it tolerates.
 struct PictureComparison : testing::Test {

@@ -2,7 +2,7 @@
 //
 //   wizard_pictures sheet FILE.png          all of them on one contact sheet
 //   wizard_pictures picture LANGUAGE MODE FILE.png
-//   wizard_pictures golden SCALE FOLDER     the three modes and an alert in English, with the letters of fonts.conf
+//   wizard_pictures golden LANGUAGE SCALE FOLDER   the three modes and an alert, with the letters of fonts.conf
 #include <QPainter>
 #include <cstdio>
 #include <string_view>
@@ -49,21 +49,24 @@ int makePicture(const std::string& language, std::string_view name, const QStrin
 }
 
 // Letters and scale are settled before there is an application object.
-void settleLook(const std::string& scale) {
+void settleLook(const std::string& language, const std::string& scale) {
   for (const char* variable : {"QT_FONT_DPI", "QT_SCREEN_SCALE_FACTORS", "FREETYPE_PROPERTIES"}) unsetenv(variable);
   setenv("QT_QPA_PLATFORM", "offscreen", 1);
+  setenv("LC_ALL", "C", 1);
+  setenv("FC_LANG", platform::Linux::fontLanguage(language).c_str(), 1);
   setenv("QT_SCALE_FACTOR", scale.c_str(), 1);
   setenv("FONTCONFIG_FILE", KELTO_SOURCE_DIR "/tests/wizard/fonts.conf", 1);
 }
 
-int makeGolden(const QString& folder) {
+int makeGolden(const std::string& language, const QString& folder) {
   bool isSaved = true;
+  const QString suffix = language == "en" ? "" : "-" + QString::fromStdString(language);
   const auto save = [&](QWidget& widget, const char* name) {
     const QImage image = pictureOf(widget);
-    isSaved &= image.save(folder + "/" + name + (image.devicePixelRatio() > 1 ? "@2x.png" : ".png"));
+    isSaved &= image.save(folder + "/" + name + suffix + (image.devicePixelRatio() > 1 ? "@2x.png" : ".png"));
   };
-  for (const auto& mode : modes) save(Wizard("en", mode).window(), mode.name);
-  withAlert(alertsIn("en")[1], [&](QWidget& dialog) { save(dialog, "alert"); });
+  for (const auto& mode : modes) save(Wizard(language, mode).window(), mode.name);
+  withAlert(alertsIn(language)[1], [&](QWidget& dialog) { save(dialog, "alert"); });
   return isSaved ? 0 : 1;
 }
 
@@ -71,16 +74,16 @@ int makeGolden(const QString& folder) {
 
 int main(int argc, char** argv) {
   const std::vector<std::string> arguments(argv + 1, argv + argc);
-  const bool isGolden = arguments.size() == 3 && arguments[0] == "golden";
-  if (isGolden) settleLook(arguments[1]);
+  const bool isGolden = arguments.size() == 4 && arguments[0] == "golden";
+  if (isGolden) settleLook(arguments[1], arguments[2]);
   int count = 1;
   QApplication application(count, argv);
   platform::Linux::applyLook(application);
   const Artwork artwork;
   if (arguments.size() == 2 && arguments[0] == "sheet") return makeSheet(QString::fromStdString(arguments[1]));
+  if (isGolden) return makeGolden(arguments[1], QString::fromStdString(arguments[3]));
   if (arguments.size() == 4 && arguments[0] == "picture")
     return makePicture(arguments[1], arguments[2], QString::fromStdString(arguments[3]));
-  if (isGolden) return makeGolden(QString::fromStdString(arguments[2]));
-  std::fprintf(stderr, "usage: wizard_pictures sheet FILE | picture LANGUAGE MODE FILE | golden SCALE FOLDER\n");
+  std::fprintf(stderr, "usage: wizard_pictures sheet FILE | picture LANGUAGE MODE FILE | golden LANGUAGE SCALE FOLDER\n");
   return 2;
 }

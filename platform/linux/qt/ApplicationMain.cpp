@@ -23,6 +23,7 @@
 #include "platform/linux/UserDefaults.h"
 #include "platform/linux/Workspace.h"
 #include "platform/linux/qt/Display.h"
+#include "platform/linux/qt/Language.h"
 #include "platform/linux/qt/Look.h"
 #include "platform/linux/qt/QtApplication.h"
 #include "platform/linux/qt/QtBlockingCall.h"
@@ -160,10 +161,13 @@ int ApplicationMain(int argc, char** argv, const std::vector<DelegateClass>& cla
   // The arguments are the user defaults' and none of Qt's: it gets the name alone.
   int count = 1;
   char* nameOnly[] = {argv[0], nullptr};
-  auto environment = std::make_unique<Linux::Display::StartUpEnvironment>(display.qtPlatform);
+  const auto localization = Linux::chosenLocalization(argc, argv);
+  auto environment =
+      std::make_unique<Linux::Display::StartUpEnvironment>(display.qtPlatform, Linux::fontLanguage(localization));
   QApplication application(count, nameOnly);
-  environment.reset();
   Linux::applyLook(application);
+  Linux::applyLanguage(localization);
+  environment.reset();
   return Linux::Framework(argc, argv, log, viewClasses).run(classes);
 }
 

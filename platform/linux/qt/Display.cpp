@@ -55,7 +55,8 @@ Choice choose() {
   return {{}, {}, problemWithoutDisplay()};
 }
 
-StartUpEnvironment::StartUpEnvironment(const std::string& qtPlatform) {
+StartUpEnvironment::StartUpEnvironment(const std::string& qtPlatform, const std::string& fontLanguage) {
+  if (!fontLanguage.empty()) set("FC_LANG", fontLanguage.c_str());
   if (!qtPlatform.empty()) set("QT_QPA_PLATFORM", qtPlatform.c_str());
   // The window looks the same on every desktop, so no desktop's theme (and its toolkit) is loaded; nothing is drawn with
   // OpenGL; nothing is restored with a session.

@@ -26,7 +26,8 @@ Choice choose();
 // programs started later must not inherit them.
 class StartUpEnvironment {
  public:
-  explicit StartUpEnvironment(const std::string& qtPlatform);
+  // Letters take the forms of `fontLanguage`, if one is given; the font library reads it once.
+  explicit StartUpEnvironment(const std::string& qtPlatform, const std::string& fontLanguage = {});
   ~StartUpEnvironment();
   StartUpEnvironment(const StartUpEnvironment&) = delete;
   StartUpEnvironment& operator=(const StartUpEnvironment&) = delete;

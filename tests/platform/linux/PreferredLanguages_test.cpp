@@ -72,8 +72,16 @@ TEST_F(Languages, AnEmptyVariableCountsAsAbsent) {
   EXPECT_THAT(languagesOfTheEnvironment(), ElementsAre("nl_NL"));
 }
 
-TEST_F(Languages, TheListIsIgnoredInTheCLocale) {
-  set("LANGUAGE", "de");
+TEST_F(Languages, TheListCountsWhetherThereIsALocaleOrNot) {
+  set("LANGUAGE", "ja");
+  EXPECT_THAT(languagesOfTheEnvironment(), ElementsAre("ja"));
+  for (const char* locale : {"C", "POSIX", "C.UTF-8", "en_US.UTF-8"}) {
+    set("LANG", locale);
+    EXPECT_THAT(languagesOfTheEnvironment(), ElementsAre("ja")) << locale;
+  }
+}
+
+TEST_F(Languages, TheCLocaleAloneNamesNone) {
   set("LANG", "C");
   EXPECT_THAT(languagesOfTheEnvironment(), IsEmpty());
   set("LANG", "POSIX");

@@ -1,5 +1,5 @@
 #pragma once
-// The contrast of two colours, by the definition for screens: from 1, which is none, to 21.
+// The contrast of two colours, by the definition for screens: 1 for equal colours, 21 for black and white.
 #include <QRgb>
 #include <algorithm>
 #include <cmath>

@@ -57,6 +57,9 @@ class ByteStream {
   virtual std::size_t write(const void* bytes, std::size_t length) = 0;
   // Reads once, as much as there is, waiting until there is something; 0 at the end or on an error.
   virtual std::size_t read(void* buffer, std::size_t capacity) = 0;
+  // From now on a call that waits fails when the tool is silent for too long: when there are neither bytes nor signs of
+  // life, which it gives by the access time of the file at `path`. AuthorizationServices::cause() says so then.
+  virtual void expectSignsOfLife(const std::string& /*path*/) {}
 };
 
 class AuthorizationServices {

@@ -119,7 +119,9 @@ std::optional<std::string> KMAuthorization::_outputFromToolWithInstructions(cons
     _cause = "the tool did not take the instruction";
     return std::nullopt;
   }
+  if (const auto result = pathForKey(instructions, protocol::resultPathKey)) tool->expectSignsOfLife(*result);
   std::string answer = foundation::textFromASCII(readAnswer(*tool));
+  if (const auto given = _platform.authorizationServices.cause(); answer.empty() && !given.empty()) _cause = given;
   tool.reset();
   if (const auto line = firstLine(answer); !line.empty()) _cause = line;
   KTDiagnostics::log({"KMAuthorization", this, "_outputFromToolWithInstructions:", 102}, 7, "output is '%@'", answer);

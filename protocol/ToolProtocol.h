@@ -22,6 +22,13 @@ inline constexpr const char* moveFileCommand = "move file";            // source
 inline constexpr const char* replaceItemCommand = "replace item";      // source path (new item), destination path (old one)
 inline constexpr const char* upgradeServerCommand = "upgrade server";  // file path of the application
 
+// While the tool works it gives signs of life by the access time of the result file: now, about once a second, as long as
+// bytes or entries move; and this time while it is in a call that takes as long as the disk needs. The caller gives a job
+// up when there is neither a sign nor an answer for `longestSilence` seconds. A tool that knows no signs has that long for
+// its whole job.
+inline constexpr long longCallTime = 0;
+inline constexpr long longestSilence = 60;
+
 // The result file holds exactly this when the job is done, and nothing when it failed.
 inline constexpr const char* successVerdict = "tool result ok";
 

@@ -21,6 +21,7 @@ class FakeByteStream final : public ByteStream {
  public:
   std::size_t write(const void* bytes, std::size_t length) override;
   std::size_t read(void* buffer, std::size_t capacity) override;
+  void expectSignsOfLife(const std::string& path) override { record->signs = path; }
   ~FakeByteStream() override;
 
   struct Record {
@@ -28,6 +29,7 @@ class FakeByteStream final : public ByteStream {
     std::size_t writes = 0;
     std::vector<std::size_t> reads;  // bytes given by every read
     bool isClosed = false;
+    std::string signs;  // the file whose times are its signs of life
   };
   std::shared_ptr<Record> record = std::make_shared<Record>();
   std::deque<std::string> chunks;      // what single writes of the tool put on the pipe

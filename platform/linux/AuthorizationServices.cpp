@@ -1,8 +1,6 @@
 #include "platform/linux/AuthorizationServices.h"
 
 #include <fcntl.h>
-#include <poll.h>
-#include <sys/socket.h>
 
 #include <cerrno>
 #include <cstring>
@@ -10,6 +8,7 @@
 #include <utility>
 
 #include "platform/linux/BusCall.h"
+#include "platform/linux/ToolStream.h"
 #include "posix/Descriptor.h"
 
 namespace platform::Linux {
@@ -30,66 +29,6 @@ constexpr std::uint64_t minute = 60'000'000;
 // The broker gives up on a person or on the policy service before its client gives up on the broker.
 constexpr std::uint64_t waitForPerson = 10 * minute;
 constexpr std::uint64_t waitForBroker = minute;
-
-class SocketStream final : public ByteStream {
- public:
-  SocketStream(posix::Descriptor socket, BlockingCall& blockingCall, const std::function<void(bool)>& onToolRuns)
-      : _socket(std::move(socket)), _blockingCall(blockingCall), _onToolRuns(onToolRuns) {
-    if (_onToolRuns) _onToolRuns(true);
-  }
-  ~SocketStream() override {
-    if (_onToolRuns) _onToolRuns(false);
-  }
-  SocketStream(const SocketStream&) = delete;
-  SocketStream& operator=(const SocketStream&) = delete;
-
-  std::size_t write(const void* bytes, std::size_t length) override {
-    std::size_t written = 0;
-    _blockingCall.run([&] { written = writeAll(static_cast<const char*>(bytes), length); });
-    return written;
-  }
-
-  std::size_t read(void* buffer, std::size_t capacity) override {
-    ssize_t got = 0;
-    _blockingCall.run([&] { got = readSome(buffer, capacity); });
-    return got > 0 ? static_cast<std::size_t>(got) : 0;
-  }
-
- private:
-  [[nodiscard]] bool wait(short event) const {
-    pollfd socket{.fd = _socket.get(), .events = event, .revents = 0};
-    int ready = 0;
-    do {
-      ready = ::poll(&socket, 1, -1);
-    } while (ready < 0 && errno == EINTR);
-    return ready > 0;
-  }
-
-  [[nodiscard]] std::size_t writeAll(const char* bytes, std::size_t length) const {
-    std::size_t written = 0;
-    while (written < length) {
-      const ssize_t sent = ::send(_socket.get(), bytes + written, length - written, MSG_NOSIGNAL);
-      if (sent >= 0) {
-        written += static_cast<std::size_t>(sent);
-      } else if (errno != EINTR && !(errno == EAGAIN && wait(POLLOUT))) {
-        break;
-      }
-    }
-    return written;
-  }
-
-  ssize_t readSome(void* buffer, std::size_t capacity) const {
-    while (wait(POLLIN)) {
-      const ssize_t got = ::recv(_socket.get(), buffer, capacity, 0);
-      if (got >= 0 || (errno != EINTR && errno != EAGAIN)) return got;
-    }
-    return -1;
-  }
-
-  posix::Descriptor _socket;
-  BlockingCall& _blockingCall;
-  const std::function<void(bool)>& _onToolRuns;
-};
 
 int readForm(sd_bus_message* reply, AuthorizationExternalForm& form) {
   const void* bytes = nullptr;
@@ -269,7 +208,7 @@ AuthorizationStatus AuthorizationServices::executeWithPrivileges(AuthorizationRe
         return socket ? 0 : -errno;
       });
   if (status == errAuthorizationSuccess)
-    stream = std::make_unique<SocketStream>(std::move(socket), _blockingCall, onToolRuns);
+    stream = std::make_unique<ToolStream>(std::move(socket), _blockingCall, onToolRuns, longestSilence, _cause);
   return status;
 }
 

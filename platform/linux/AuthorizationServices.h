@@ -4,6 +4,7 @@
 // The broker is looked for when a session is first made or imported, and kept: one connection for the life of the object,
 // since the broker drops what belongs to a connection that is gone. When that is lost, every call answers
 // errAuthorizationInternal. Main thread, like the interface; calls and stream operations run through the BlockingCall.
+#include <chrono>
 #include <functional>
 #include <optional>
 
@@ -12,6 +13,7 @@
 #include "platform/linux/BlockingCall.h"
 #include "platform/linux/Bus.h"
 #include "protocol/Broker.h"
+#include "protocol/ToolProtocol.h"
 
 namespace platform::Linux {
 
@@ -19,6 +21,8 @@ class AuthorizationServices final : public platform::AuthorizationServices {
  public:
   // Called with true when a tool has been started, and with false when its stream is closed.
   std::function<void(bool)> onToolRuns;
+  // A tool that gives neither an answer nor a sign of life for so long is given up.
+  std::chrono::milliseconds longestSilence = std::chrono::seconds(protocol::longestSilence);
 
   // Both outlive this object, and this object the streams that it hands out.
   AuthorizationServices(BlockingCall& blockingCall, platform::SystemLog& log) : _blockingCall(blockingCall), _log(log) {}

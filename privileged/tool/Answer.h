@@ -16,6 +16,9 @@ class Answer {
 
   // Writes the whole answer. Throws Failure.
   virtual void write(std::string_view text) const = 0;
+  enum class Sign { life, longCall };
+  // Tells whoever waits for the answer that the job goes on; without effect if that is impossible.
+  virtual void give(Sign /*sign*/) const {}
   // Device and inode, which tell the file from every other.
   [[nodiscard]] virtual std::pair<dev_t, ino_t> identity() const = 0;
 };

@@ -17,6 +17,7 @@ class AnswerFile final : public Answer {
 
   // Writes the whole answer. Throws Failure, also when the file has changed its nature meanwhile.
   void write(std::string_view text) const override;
+  void give(Sign sign) const override;
   [[nodiscard]] std::pair<dev_t, ino_t> identity() const override;
 
  private:

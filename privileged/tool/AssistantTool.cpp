@@ -12,6 +12,7 @@
 #include "privileged/tool/Effects.h"
 #include "privileged/tool/Failure.h"
 #include "privileged/tool/Instruction.h"
+#include "privileged/tool/SignOfLife.h"
 #include "protocol/ToolProtocol.h"
 
 namespace AssistantTool {
@@ -26,6 +27,7 @@ Outcome job(int input, const Effects& effects, JobRecord& record) {
   record.command = requiredValue(instructions, protocol::commandKey);
   const PathWalk walk(invokingUser());
   const auto result = effects.openAnswer(requiredValue(instructions, protocol::resultPathKey), walk);
+  const SignsOfLife signs(*result);
   std::unique_ptr<Answer> output;
   if (const auto* path = InstructionArchive::valueForKey(instructions, protocol::outputPathKey)) {
     output = effects.openAnswer(*path, walk);

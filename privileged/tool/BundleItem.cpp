@@ -11,6 +11,7 @@
 
 #include "privileged/tool/Failure.h"
 #include "privileged/tool/Folder.h"
+#include "privileged/tool/SignOfLife.h"
 
 namespace AssistantTool {
 namespace {
@@ -113,6 +114,7 @@ Digest digestOfFile(int file, std::uint64_t size, const std::string& path) {
   while (const auto got = readSome(file, buffer.data(), buffer.size(), path)) {
     crypto_hash_sha256_update(&state, reinterpret_cast<const unsigned char*>(buffer.data()), static_cast<std::size_t>(got));
     read += static_cast<std::uint64_t>(got);
+    giveSignOfLife();
     if (read > size) break;  // it grows, perhaps without end
   }
   if (read != size) throw Failure("a file changed while it was read: " + printable(path));

@@ -11,12 +11,14 @@
 #include <string_view>
 
 #include "privileged/tool/Failure.h"
+#include "privileged/tool/SignOfLife.h"
 
 namespace AssistantTool {
 namespace {
 
 constexpr std::size_t bufferBytes = std::size_t{256} << 10;
-constexpr off_t bytesPerBlock = 512;  // the unit of st_blocks
+constexpr off_t bytesPerCall = off_t{8} << 20;  // so that a large file on a slow disk gives signs of life
+constexpr off_t bytesPerBlock = 512;            // the unit of st_blocks
 
 bool isSparse(const struct stat& status) { return status.st_blocks * bytesPerBlock < status.st_size; }
 
@@ -63,10 +65,11 @@ bool FileContents::shareBlocks(int source, int target) {
 
 void FileContents::copyData(int source, int target, off_t begin, off_t end, const std::string& name) {
   for (off_t at = begin; at < end;) {
-    const auto copied = copySome(source, target, at, static_cast<std::size_t>(end - at));
+    const auto copied = copySome(source, target, at, static_cast<std::size_t>(std::min(end - at, bytesPerCall)));
     if (copied < 0) failWithSystemError("cannot copy " + name);
     if (copied == 0) return;  // the source has become shorter
     at += copied;
+    giveSignOfLife();
   }
 }
 

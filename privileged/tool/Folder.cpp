@@ -14,6 +14,7 @@
 #include <limits>
 
 #include "privileged/tool/Failure.h"
+#include "privileged/tool/SignOfLife.h"
 
 namespace AssistantTool {
 namespace {
@@ -83,7 +84,7 @@ std::string linkTargetOf(int folder, const std::string& name) {
 std::string pathOfDescriptor(int descriptor) { return "/proc/self/fd/" + std::to_string(descriptor); }
 
 void syncFolder(int folder) {
-  if (::fsync(folder) != 0) failWithSystemError("cannot sync a folder");
+  if (syncDescriptor(folder) != 0) failWithSystemError("cannot sync a folder");
 }
 
 }  // namespace AssistantTool

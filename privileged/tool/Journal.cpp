@@ -12,6 +12,7 @@
 #include "privileged/tool/Account.h"
 #include "privileged/tool/Failure.h"
 #include "privileged/tool/Folder.h"
+#include "privileged/tool/SignOfLife.h"
 
 namespace AssistantTool {
 namespace {
@@ -47,7 +48,7 @@ posix::Descriptor open(int parent, const char* name) {
 // On the disk, so that what is noted in it is.
 posix::Descriptor make(int parent, const char* name, mode_t mode) {
   if (::mkdirat(parent, name, mode) != 0 && errno != EEXIST) return {};
-  if (::fsync(parent) != 0) return {};
+  if (syncDescriptor(parent) != 0) return {};
   return open(parent, name);
 }
 

@@ -16,6 +16,7 @@
 #include "privileged/tool/Items.h"
 #include "privileged/tool/ServerUnit.h"
 #include "privileged/tool/ServiceManager.h"
+#include "privileged/tool/SignOfLife.h"
 #include "protocol/ToolProtocol.h"
 
 namespace AssistantTool {
@@ -92,7 +93,7 @@ class FileUpgrade {
     const bool done = _hadOld ? ::renameat(_staging.folder(), Staging::oldItem, _folder.get(), name) == 0
                               : ::unlinkat(_folder.get(), name, 0) == 0;
     if (!done) _staging.keep();
-    ::fsync(_folder.get());
+    syncDescriptor(_folder.get());
     return done;
   }
 
@@ -110,7 +111,7 @@ class FileUpgrade {
     FileContents().copy(source, made.get(), status, _destination.path);
     if (bundle.manifest) verifyContents(made.get(), *bundle.manifest, std::string(serverFolder) + "/" + file.name);
     if (file.destination == unitPath) replaceByUnit(made.get(), bundle.identity);
-    if (::fchmod(made.get(), file.mode) != 0 || ::fsync(made.get()) != 0)
+    if (::fchmod(made.get(), file.mode) != 0 || syncDescriptor(made.get()) != 0)
       failWithSystemError("cannot write beside " + _destination.path);
   }
   void replaceByUnit(int file, const BundleIdentity& bundle) const {

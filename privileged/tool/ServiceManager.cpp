@@ -16,6 +16,7 @@
 #include <thread>
 
 #include "posix/Descriptor.h"
+#include "privileged/tool/SignOfLife.h"
 
 namespace AssistantTool {
 namespace {
@@ -94,6 +95,7 @@ struct Answer {
 };
 
 Answer systemctl(std::vector<std::string> words) {
+  giveSignOfLife();
   words.insert(words.begin(), {"systemctl", "--no-ask-password", "--system"});
   std::array<int, 2> ends{};
   if (::pipe2(ends.data(), O_CLOEXEC) != 0) return {};

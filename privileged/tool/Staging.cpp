@@ -17,6 +17,7 @@
 #include "posix/RemoveTree.h"
 #include "privileged/tool/Failure.h"
 #include "privileged/tool/Folder.h"
+#include "privileged/tool/SignOfLife.h"
 
 namespace AssistantTool {
 namespace {
@@ -118,7 +119,7 @@ struct Leftover {
   [[nodiscard]] bool forgetWork() const {
     const bool hasWork = std::ranges::any_of(workNotes, [&](const char* note) { return !noted(note).empty(); });
     if (!hasWork) return true;
-    if (::fsync(folder) != 0 || ::fsync(parent) != 0) return false;
+    if (syncDescriptor(folder) != 0 || syncDescriptor(parent) != 0) return false;
     for (const char* note : workNotes) {
       if (!journal.remove(number, note)) return false;
     }
@@ -157,7 +158,7 @@ bool putSourceBack(const Leftover& left, const PathWalk& walk) {
   try {
     const auto source = walk.locate(left.noted(sourceNote));
     if (renameWithoutReplacing(left.folder, Staging::newItem, source.folder.get(), source.name) != 0) return true;
-    return ::fsync(source.openFolder().get()) == 0;
+    return syncDescriptor(source.openFolder().get()) == 0;
   } catch (const Failure&) {
     return true;  // its folder is gone: nobody will ask for it again
   }

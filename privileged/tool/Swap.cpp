@@ -10,6 +10,7 @@
 
 #include "privileged/tool/Failure.h"
 #include "privileged/tool/Folder.h"
+#include "privileged/tool/SignOfLife.h"
 
 namespace AssistantTool {
 namespace {
@@ -41,7 +42,7 @@ class KeptTimes {
     const int error = errno;
     if (_folder && ::fstat(_folder.get(), &now) == 0 && !isSame(now.st_mtim, _before.st_mtim)) {
       const std::array<timespec, 2> times{_before.st_atim, _before.st_mtim};
-      if (::futimens(_folder.get(), times.data()) == 0) ::fsync(_folder.get());
+      if (::futimens(_folder.get(), times.data()) == 0) syncDescriptor(_folder.get());
     }
     errno = error;
   }
@@ -63,7 +64,7 @@ Swap::Swap(Staging& staging, const Location& destination, const std::optional<st
 
 void Swap::in() {
   const Way way = bringIn();
-  if (::fsync(_folder.get()) == 0) return;
+  if (syncDescriptor(_folder.get()) == 0) return;
   const int error = errno;
   bringBack(way);
   failWithSystemError("cannot sync " + _destination.folderPath(), error);

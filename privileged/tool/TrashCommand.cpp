@@ -12,6 +12,7 @@
 #include "privileged/tool/Folder.h"
 #include "privileged/tool/Items.h"
 #include "privileged/tool/MountTable.h"
+#include "privileged/tool/SignOfLife.h"
 #include "privileged/tool/TrashFolder.h"
 #include "protocol/ToolProtocol.h"
 
@@ -88,7 +89,7 @@ class Trasher {
       const bool isItem = ::fstatat(staging.folder(), Staging::newItem, &taken, AT_SYMLINK_NOFOLLOW) == 0 &&
                           taken.st_dev == _status.st_dev && taken.st_ino == _status.st_ino;
       if (isItem && renamed(staging.folder(), Staging::newItem, _item.folder.get(), _item.name)) {
-        if (::fsync(_item.openFolder().get()) != 0) staging.keep();
+        if (syncDescriptor(_item.openFolder().get()) != 0) staging.keep();
         return true;
       }
       renamed(staging.folder(), Staging::newItem, place.folder.get(), place.name);

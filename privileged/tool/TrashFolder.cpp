@@ -11,6 +11,7 @@
 
 #include "privileged/tool/Failure.h"
 #include "privileged/tool/Folder.h"
+#include "privileged/tool/SignOfLife.h"
 
 namespace AssistantTool {
 namespace {
@@ -149,14 +150,14 @@ bool TrashFolder::writeInfo(const std::string& name, const std::string& text) co
       ::openat(_info.get(), fileName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
   if (!file && errno == EEXIST) return false;
   if (!file) failWithSystemError("cannot write in the Trash");
-  if (::write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size()) && ::fsync(file.get()) == 0)
+  if (::write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size()) && syncDescriptor(file.get()) == 0)
     return true;
   failWithSystemError("cannot write in the Trash");
 }
 
 bool TrashFolder::removeInfo(const std::string& name) const {
   const bool isGone = ::unlinkat(_info.get(), (name + std::string(infoSuffix)).c_str(), 0) == 0 || errno == ENOENT;
-  return isGone && ::fsync(_info.get()) == 0;  // before the note of it goes
+  return isGone && syncDescriptor(_info.get()) == 0;  // before the note of it goes
 }
 
 void TrashFolder::releaseName(const std::string& name, Staging& staging) const {

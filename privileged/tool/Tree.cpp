@@ -9,6 +9,7 @@
 
 #include "privileged/tool/Failure.h"
 #include "privileged/tool/Folder.h"
+#include "privileged/tool/SignOfLife.h"
 #include "privileged/tool/TreeWalk.h"
 
 namespace AssistantTool {
@@ -115,7 +116,7 @@ void syncFile(int parent, const std::string& name) {
   const posix::Descriptor file(::openat(parent, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   // A file that its user may write but not read is left to the file system's own pace.
   if (!file && errno == EACCES) return;
-  if (!file || ::fsync(file.get()) != 0) failWithSystemError("cannot sync " + name);
+  if (!file || syncDescriptor(file.get()) != 0) failWithSystemError("cannot sync " + name);
 }
 
 class Syncer final : public TreeVisitor {
@@ -188,7 +189,7 @@ void syncTree(int parent, const std::string& name, std::size_t entries) {
 }
 
 void syncFileSystem(int folder) {
-  if (::syncfs(folder) != 0) failWithSystemError("cannot sync the file system");
+  if (syncFileSystemOf(folder) != 0) failWithSystemError("cannot sync the file system");
 }
 
 }  // namespace AssistantTool

@@ -5,6 +5,7 @@
 
 #include "privileged/tool/Failure.h"
 #include "privileged/tool/FolderChain.h"
+#include "privileged/tool/SignOfLife.h"
 
 namespace AssistantTool {
 namespace {
@@ -50,6 +51,7 @@ class Walk {
   void countEntry() {
     if (_entries == _bounds.entries) failTooLarge();
     ++_entries;
+    giveSignOfLife();
   }
   std::vector<FolderEntry> entriesOfDeepest() {
     try {

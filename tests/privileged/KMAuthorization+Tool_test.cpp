@@ -296,6 +296,20 @@ TEST_F(KMAuthorizationToolTest, TheToolsReasonIsTheCauseInTheReport) {
                                                 "\", path \"/A.app\", cause: the disk is full"));
 }
 
+TEST_F(KMAuthorizationToolTest, AToolThatIsGivenUpIsTheCauseInTheReport) {
+  tool.results[protocol::removeFileCommand] = "";
+  tool.answer.clear();
+  fake.authorization.failureCause = "the tool was silent";
+  EXPECT_FALSE(run());
+  EXPECT_THAT(fake.systemLog.lines, ElementsAre(EndsWith("cause: the tool was silent")));
+}
+
+TEST_F(KMAuthorizationToolTest, TheTimesOfTheResultFileAreTheSignsOfLife) {
+  run();
+  ASSERT_EQ(tool.jobs.size(), 1U);
+  EXPECT_EQ(tool.lastStream->signs, tool.jobs[0].at(protocol::resultPathKey));
+}
+
 TEST_F(KMAuthorizationToolTest, EveryFailedJobIsReportedInOneLineWithItsCause) {
   struct Case {
     std::function<void()> mistake;

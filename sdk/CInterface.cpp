@@ -1,11 +1,14 @@
 #include <kelto/controller.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <string>
 
+#include "protocol/LastRun.h"
 #include "protocol/LaunchArguments.h"
 #include "sdk/Controller.h"
+#include "sdk/LastRun.h"
 
 // The C interface over sdk::Controller. No exception leaves it: the only one that can come is a lack of memory.
 struct kelto_controller {
@@ -29,6 +32,14 @@ int run(kelto_controller* controller, const char* newBundle, const char* install
   return guarded(controller, [&](sdk::Controller& object) {
     return object.run({.newBundle = newBundle, .installedBundle = installedBundle, .isUpdate = isUpdate});
   });
+}
+
+// The key of a value of kelto_last_run; nullptr for another number.
+const char* keyOfLastRun(int value) {
+  namespace key = protocol::lastRunKey;
+  constexpr const char* keys[] = {nullptr,     key::mode, key::bundle, key::oldVersion, key::newVersion,
+                                  key::status, key::time, key::step,   key::path,       key::cause};
+  return value > 0 && value <= KELTO_LAST_RUN_CAUSE ? keys[value] : nullptr;
 }
 
 }  // namespace
@@ -108,6 +119,17 @@ int kelto_take_resume_argument(int* argc, char** argv) {
     return isResumed ? 1 : 0;
   }
   return 0;
+}
+
+int kelto_controller_last_run(int value, char* text, size_t size) {
+  const auto* key = keyOfLastRun(value);
+  if (key == nullptr || (text == nullptr && size > 0)) return -EINVAL;
+  try {
+    const auto found = sdk::lastRunValue(key);
+    return found ? std::snprintf(text, size, "%s", found->c_str()) : -ENOENT;
+  } catch (...) {
+    return -ENOMEM;
+  }
 }
 
 const char* kelto_controller_version(void) { return KELTO_CONTROLLER_VERSION; }

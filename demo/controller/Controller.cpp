@@ -7,11 +7,18 @@
 #include <cstdio>
 #include <filesystem>
 
+#include "protocol/LastRun.h"
 #include "protocol/LaunchArguments.h"
+#include "sdk/LastRun.h"
 
 namespace {
 
 constexpr std::chrono::milliseconds lookAgain{20};
+
+std::optional<std::string> failureOfLastRun() {
+  const auto cause = sdk::lastRunValue(protocol::lastRunKey::cause);
+  return cause ? std::optional("Last time: " + *cause) : std::nullopt;
+}
 
 QString info(const platform::Bundle& bundle, std::string_view key) {
   return QString::fromStdString(bundle.infoString(key).value_or(""));
@@ -34,7 +41,10 @@ Controller::Controller(const Parts& parts)
 std::string Controller::setting(const char* key) const { return _parts.defaults.stringForKey(key).value_or(""); }
 
 void Controller::start() {
-  enter(_parts.defaults.boolForKey(protocol::resumeArgument) ? "Resumed its self-update" : "Ready");
+  if (_parts.defaults.boolForKey(protocol::resumeArgument))
+    enter("Resumed its self-update");
+  else
+    enter(failureOfLastRun().value_or("Ready"));
   _window.onShown = [this] { windowShown(); };
   _window.show();
 }

@@ -4,7 +4,7 @@
 
 namespace platform::Linux {
 
-class FileManager final : public platform::FileManager {
+class FileManager : public platform::FileManager {
  public:
   [[nodiscard]] bool fileExistsAtPath(const std::string& path, bool* isDirectory = nullptr) const override;
   [[nodiscard]] bool isExecutableFileAtPath(const std::string& path) const override;

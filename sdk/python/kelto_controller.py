@@ -33,7 +33,7 @@ _FUNCTIONS = {
     "new": (_POINTER, _TEXT, _HANDLER, ctypes.c_void_p), "free": (None, _POINTER), "fd": (_INT, _POINTER),
     "dispatch": (None, _POINTER), "set_installer": (_INT, _POINTER, _TEXT),
     "set_window_frame": (_INT, _POINTER, _REAL, _REAL, _REAL, _REAL), "obtain_right": (_INT, _POINTER),
-    "install": (_INT, _POINTER, _TEXT, _TEXT), "update": (_INT, _POINTER, _TEXT, _TEXT), "remove": (_INT, _POINTER, _TEXT),
+    "last_run": (_INT, _INT, _POINTER, ctypes.c_size_t), "install": (_INT, _POINTER, _TEXT, _TEXT), "update": (_INT, _POINTER, _TEXT, _TEXT), "remove": (_INT, _POINTER, _TEXT),
 }
 
 
@@ -54,6 +54,20 @@ def take_resume_argument(arguments=None):
     resumed = _load().kelto_take_resume_argument(ctypes.byref(count), array)
     arguments[:] = [os.fsdecode(array[place]) for place in range(count.value)]
     return bool(resumed)
+
+
+def last_run():
+    """The record of the installer's last run, see kelto_controller_last_run(): a dictionary of texts, empty without one."""
+    library = _load()
+    record = {}
+    for number, key in enumerate(("mode", "bundle", "old_version", "new_version", "status", "time", "step", "path", "cause"), 1):
+        length = library.kelto_controller_last_run(number, None, 0)
+        if length < 0:
+            continue
+        text = ctypes.create_string_buffer(length + 1)
+        library.kelto_controller_last_run(number, text, len(text))
+        record[key] = text.value.decode()
+    return record
 
 
 class Controller:

@@ -274,6 +274,44 @@ def ending_before_it_begins(world):
     equal("the line", [line[:2] for line in LINE.findall(errors)], [(str(NO_DISPLAY), "open the display")])
 
 
+@scenario("gui", road={"new_name": "Kelto 2.app"})
+def ending_with_something_in_the_new_place(world):
+    """Another item that takes the new name during the job is neither moved away nor started."""
+    tool = HeldTool(world)
+    installer = world.start("update")
+    tool.wait_until_begun()
+    intruder = world.road.applications / "Kelto 2.app"
+    shutil.copytree(world.road.installed, intruder)
+    tool.work()
+    world.expect_general_failure(installer)
+    expect_ending(world, installer, "controller-1", FAILED, protocol.moveFileCommand, intruder, str(intruder))
+    equal("the copies of the intruder that run", processes_of(intruder), [])
+    equal("the version of the intruder", version_of(intruder), "1.0")
+
+
+@scenario("slow")
+def ending_with_a_silent_tool(world):
+    """A tool that never answers is given up after a minute."""
+    tool = HeldTool(world)
+    installer = world.start("update")
+    tool.wait_until_begun()
+    world.expect_general_failure(installer, 90)
+    expect_ending(world, installer, "controller-1", FAILED, protocol.replaceItemCommand, world.road.installed, "silent for 60 seconds")
+    tool.work()
+    wait_for("the end of the tool", lambda: not processes_of(tool.folder))
+
+
+@scenario("gui")
+def ending_is_told_at_the_next_start(world):
+    broken_tool(world, "the disk is full\n")
+    installer = world.start("update")
+    world.expect_general_failure(installer)
+    record = world.desktop.home / ".local/state/kelto/last-run.plist"
+    equal("the rights to the record", record.stat().st_mode & 0o777, 0o600)
+    controller = world.road.start_controller()
+    equal("the window", world.road.texts_of_window(controller.pid), ["Kelto", "Version 1.0", "Last time: the disk is full"])
+
+
 # Signals.
 
 SIGNALS = (signal.SIGTERM, signal.SIGINT, signal.SIGHUP)

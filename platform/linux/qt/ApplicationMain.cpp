@@ -12,7 +12,7 @@
 #include "platform/linux/Bundle.h"
 #include "platform/linux/CommandLine.h"
 #include "platform/linux/DistributedNotificationCenter.h"
-#include "platform/linux/FileManager.h"
+#include "platform/linux/LastRun.h"
 #include "platform/linux/LaunchCheck.h"
 #include "platform/linux/LoggingHost.h"
 #include "platform/linux/PrivateTemporaryFolder.h"
@@ -89,8 +89,11 @@ class Framework {
       _toolHasRun = true;
       _application.setJobRuns(runs);
     };
+    _workspace.onLaunch = [this] { _lastRun.write(_platform.report.failure()); };
     const TerminationSignals signals([this](const char* signal) { endBecauseOf(signal); });
-    return _application.run(_platform, *path, classes, _viewClasses);
+    const int status = _application.run(_platform, *path, classes, _viewClasses);
+    _lastRun.write(_platform.report.failure());
+    return status;
   }
 
  private:
@@ -102,6 +105,7 @@ class Framework {
     QTimer::singleShot(patience, Qt::PreciseTimer, qApp, [this, signal] {
       if (_application.isTerminated() || _toolHasRun) return;
       _platform.report.cancel(signal);
+      _lastRun.write(_platform.report.failure());
       _temporaryFolder.reset();
       std::_Exit(static_cast<int>(_platform.report.ending()));
     });
@@ -112,12 +116,14 @@ class Framework {
   Bundles _bundles{_log, [this] { return preferredLanguages(_defaults); }};
   UserDefaults _defaults;
   const std::optional<Failure> _refusal = reasonToRefuse(_defaults);
+  const std::optional<NewBundle> _newBundle = newBundle(_defaults, _bundles);
+  const LastRun _lastRun{_defaults, _bundles, _log};
   foundation::NotificationCenter _center;
   QtRunLoop _runLoop;
   QtBlockingCall _blockingCall{_runLoop};
   QtApplication _application;
   DistributedNotificationCenter _distributedCenter;
-  FileManager _fileManager;
+  CheckedFiles _fileManager{_newBundle};
   // The names of the files of a job (see NSString::KAPathExtensions::temporaryPath).
   std::optional<TemporaryFolderClaim> _temporaryFolder{std::in_place, "Kelto", 10};
   bool _toolHasRun = false;
@@ -129,7 +135,7 @@ class Framework {
   QtViewResources _viewResources{
       _bundles.mainBundle(), {_runLoop, _viewClasses}, [this] { _application.terminateOnRequest(); }};
   CheckedBundles _checkedBundles{_bundles, _refusal, _platform.report};
-  ReportedWorkspace _workspace{_applications, _platform.report};
+  ReportedWorkspace _workspace{_applications, _bundles, _newBundle, _platform.report};
   Platform _platform{_application,       _runLoop,           _defaults,    _center,
                      _distributedCenter, _checkedBundles,    _fileManager, _authorizationServices,
                      _workspace,         _serviceManagement, _shell,       _log,

@@ -102,6 +102,23 @@ KELTO_API int kelto_controller_remove(kelto_controller* controller, const char* 
  * that the application's own parser never meets them. Call it first in main(). */
 KELTO_API int kelto_take_resume_argument(int* argc, char** argv);
 
+/* The values of the record that the installer leaves of its last run. The last three are there for a failure only. */
+enum kelto_last_run {
+  KELTO_LAST_RUN_MODE = 1, /* "update", "install" or "remove" */
+  KELTO_LAST_RUN_BUNDLE = 2,
+  KELTO_LAST_RUN_OLD_VERSION = 3,
+  KELTO_LAST_RUN_NEW_VERSION = 4,
+  KELTO_LAST_RUN_STATUS = 5, /* the exit status, 0 for a finished job */
+  KELTO_LAST_RUN_TIME = 6,   /* of the end, as "2026-11-20T10:20:30Z" */
+  KELTO_LAST_RUN_STEP = 7,
+  KELTO_LAST_RUN_PATH = 8,
+  KELTO_LAST_RUN_CAUSE = 9 /* English, for a log */
+};
+
+/* Tells one of them, for a run that this user's installer has ended, also when another process started it. Writes the text
+ * as snprintf() does, and returns its whole length; -ENOENT when there is no record, or no such value in it. */
+KELTO_API int kelto_controller_last_run(int value, char* text, size_t size);
+
 /* The version of the library that runs, as "major.minor.patch". */
 KELTO_API const char* kelto_controller_version(void);
 

@@ -9,9 +9,9 @@
 #include <cstring>
 
 #include "foundation/text/Path.h"
-#include "platform/linux/Descriptor.h"
 #include "platform/linux/FileManager.h"
 #include "platform/linux/LaunchCheck.h"
+#include "posix/Descriptor.h"
 #include "protocol/LastRun.h"
 #include "protocol/LaunchArguments.h"
 
@@ -34,7 +34,7 @@ bool writeWhole(int file, const std::string& bytes) {
 
 bool replaceDocument(const std::string& path, const std::string& bytes) {
   const std::string fresh = path + "." + std::to_string(::getpid());
-  const Descriptor file(::open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600));
+  const posix::Descriptor file(::open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600));
   if (!file) return false;
   if (writeWhole(file.get(), bytes) && std::rename(fresh.c_str(), path.c_str()) == 0) return true;
   const int error = errno;

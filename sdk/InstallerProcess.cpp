@@ -11,7 +11,7 @@
 #include <csignal>
 #include <cstring>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <utility>
 
 #include "foundation/plist/PropertyList.h"
@@ -62,9 +62,10 @@ int exitStatusOf(int pidfd) {
 std::optional<InstallerBundle> readInstallerBundle(const std::string& path, std::string& cause) {
   const std::string list = path + "/Contents/Info.plist";
   std::ifstream file(list, std::ios::binary);
-  const std::string bytes{std::istreambuf_iterator<char>(file), {}};
+  std::ostringstream bytes;
+  bytes << file.rdbuf();  // an iterator would throw when reading fails
   cause = "the file cannot be read";
-  const auto value = file ? foundation::PropertyList::parse(bytes, &cause) : std::nullopt;
+  const auto value = file ? foundation::PropertyList::parse(bytes.str(), &cause) : std::nullopt;
   const auto* dictionary = value ? value->as<foundation::PropertyList::Dictionary>() : nullptr;
   const auto text = [&](const char* key) -> const std::string* {
     const auto place =

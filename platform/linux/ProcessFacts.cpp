@@ -9,8 +9,9 @@
 #include <climits>
 #include <cstdint>
 #include <fstream>
-#include <iterator>
 #include <memory>
+#include <sstream>
+#include <utility>
 
 namespace platform::Linux {
 
@@ -22,9 +23,11 @@ struct CloseFolder {
 
 std::string fileOf(pid_t process, const char* name) { return "/proc/" + std::to_string(process) + "/" + name; }
 
+// Reading fails when the process ends meanwhile: the stream then keeps the error to itself, which an iterator would throw.
 std::string contentsOf(const std::string& file) {
-  std::ifstream stream(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+  std::ostringstream contents;
+  contents << std::ifstream(file, std::ios::binary).rdbuf();
+  return std::move(contents).str();
 }
 
 std::string targetOf(const std::string& link) {

@@ -116,6 +116,15 @@ TEST_F(ControllerTest, NamesTheFileOfAnInstallerThatCannotBeRead) {
   expectFailure(KELTO_ERROR_INSTALLER, "/nowhere/Installer.app/Contents/Info.plist");
 }
 
+TEST_F(ControllerTest, TellsThatAnInstallersListIsAFolder) {
+  const auto bundle = installer("exit 0");
+  std::filesystem::remove(bundle + "/Contents/Info.plist");
+  std::filesystem::create_directory(bundle + "/Contents/Info.plist");
+  _controller.setInstaller(bundle);
+  _controller.update("/new.app", "/old.app");
+  expectFailure(KELTO_ERROR_INSTALLER, bundle + "/Contents/Info.plist");
+}
+
 TEST_F(ControllerTest, TellsTheStatusOfAnInstallerThatEndsBeforeItHasTheRights) {
   _controller.setInstaller(installer("exit 7"));
   _controller.update("/new.app", "/old.app");

@@ -3,6 +3,7 @@
 #include <poll.h>
 #include <systemd/sd-bus.h>
 
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -10,7 +11,9 @@
 
 #include <kelto/controller.hpp>
 #include "protocol/Broker.h"
+#include "protocol/LastRun.h"
 #include "protocol/LaunchArguments.h"
+#include "tests/support/Environment.h"
 #include "tests/support/PrivateBus.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestedPrograms.h"
@@ -114,6 +117,24 @@ TEST_F(ControllerTest, NamesTheFileOfAnInstallerThatCannotBeRead) {
   _controller.setInstaller("/nowhere/Installer.app");
   _controller.update("/new.app", "/old.app");
   expectFailure(KELTO_ERROR_INSTALLER, "/nowhere/Installer.app/Contents/Info.plist");
+}
+
+TEST(LastRunOfTheInstaller, IsToldValueByValue) {
+  tests::TemporaryFolder folder;
+  const tests::EnvironmentVariable state("XDG_STATE_HOME", folder.path());
+  EXPECT_EQ(kelto_controller_last_run(KELTO_LAST_RUN_CAUSE, nullptr, 0), -ENOENT);
+  std::filesystem::create_directory(folder.path("kelto"));
+  std::ofstream(folder.path("kelto/last-run.plist"))
+      << "<plist version=\"1.0\"><dict><key>" << protocol::lastRunKey::cause
+      << "</key><string>the disk is full</string><key>" << protocol::lastRunKey::status
+      << "</key><integer>1</integer></dict></plist>";
+  std::array<char, 9> text{};
+  EXPECT_EQ(kelto_controller_last_run(KELTO_LAST_RUN_CAUSE, text.data(), text.size()), 16);
+  EXPECT_STREQ(text.data(), "the disk");
+  EXPECT_EQ(kelto_controller_last_run(KELTO_LAST_RUN_STATUS, text.data(), text.size()), 1);
+  EXPECT_STREQ(text.data(), "1");
+  EXPECT_EQ(kelto_controller_last_run(KELTO_LAST_RUN_STEP, text.data(), text.size()), -ENOENT);
+  EXPECT_EQ(kelto_controller_last_run(99, text.data(), text.size()), -EINVAL);
 }
 
 TEST_F(ControllerTest, TellsThatAnInstallersListIsAFolder) {

@@ -1,8 +1,8 @@
 // The fakes of the file interfaces, held to the contracts.
 #include "platform/fake/FakePlatform.h"
 #include "tests/platform/contracts/FileManagerContract.h"
-#include "tests/platform/contracts/LogStorageContract.h"
 #include "tests/platform/contracts/LeveledSystemLogContract.h"
+#include "tests/platform/contracts/LogStorageContract.h"
 #include "tests/platform/contracts/LoggingHostContracts.h"
 
 using namespace contracts;

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <malloc.h>
 
+#include <mutex>
 #include <thread>
 
 #include "logging/LogSite.h"
@@ -189,13 +190,18 @@ TEST_F(Core, TheApplicationsEndFlushes) {
 TEST_F(Core, LoggersRunOnTheirOwnQueuesUnderTheirOwnNames) {
   auto one = std::make_shared<RecordingLogger>("queue.one");
   auto other = std::make_shared<RecordingLogger>("queue.two");
+  // Loggers may work at the same time.
+  std::mutex lock;
   std::vector<std::string> labels;
-  const auto note = [&](const DDLogMessage&) { labels.emplace_back(foundation::Dispatch::currentQueueLabel()); };
+  const auto note = [&](const DDLogMessage&) {
+    const std::lock_guard guard(lock);
+    labels.emplace_back(foundation::Dispatch::currentQueueLabel());
+  };
   one->onMessage = other->onMessage = note;
   DDLog::addLogger(one);
   DDLog::addLogger(other);
   log(false, "where");
-  EXPECT_THAT(labels, ElementsAre("queue.one", "queue.two"));
+  EXPECT_THAT(labels, testing::UnorderedElementsAre("queue.one", "queue.two"));
 }
 
 TEST_F(Core, ALoggerWithoutAQueueGetsOneWithItsName) {

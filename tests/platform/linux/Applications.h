@@ -97,7 +97,8 @@ class TestProgram {
 
 class ApplicationTest : public testing::Test {
  protected:
-  static constexpr const char* identifier = "com.kelto.test-Application";
+  // Copies are looked for on the whole machine, where other tests run at the same time.
+  static inline const std::string identifier = "com.kelto.test-Application" + std::to_string(::getpid());
 
   // Makes a bundle of this name with the program in it; its path.
   std::string makeBundle(const std::string& name, const std::string& bundleIdentifier = identifier,

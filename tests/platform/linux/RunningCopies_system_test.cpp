@@ -69,9 +69,12 @@ class ControlGroup {
   std::string _folder;
 };
 
+// A unit's name keeps the hyphen for its own parts.
+std::string unitNameOf(std::string identifier) { return identifier.replace(identifier.find('-'), 1, "\\x2d"); }
+
 TEST_F(RunningCopiesAsRoot, TheFirstProcessOfAUnitNamedAfterTheApplicationCounts) {
   const std::string start = KELTO_BIN_DIR "/test_application";
-  const std::string name = "com.kelto.test\\x2dApplication";
+  const std::string name = unitNameOf(identifier);
   for (const std::string& unit : {"app-gnome-" + name + "-NUMBER.scope", "app-" + name + "-0a1b.scope",
                                   "app-" + name + "@0a1b.service", "app-desktop-" + name + ".service"}) {
     TestProgram first({start, "twice"});
@@ -92,8 +95,9 @@ TEST_F(RunningCopiesAsRoot, TheFirstProcessOfAUnitNamedAfterTheApplicationCounts
 }
 
 TEST_F(RunningCopiesAsRoot, AUnitOfAnotherNameIsAnotherApplications) {
-  for (const auto* unit : {"app-gnome-com.kelto.other-1.scope", "com.kelto.test\\x2dApplication.service",
-                           "app-com.kelto.test\\x2dApplication.more-1.scope"}) {
+  const std::string name = unitNameOf(identifier);
+  for (const std::string& unit :
+       {std::string("app-gnome-com.kelto.other-1.scope"), name + ".service", "app-" + name + ".more-1.scope"}) {
     const ControlGroup group(unit);
     TestProgram other({KELTO_BIN_DIR "/test_application", "plain"});
     ASSERT_TRUE(other.isReady());

@@ -8,7 +8,7 @@ namespace platform::Linux {
 namespace {
 
 const std::string program = "/Contents/Linux/program";
-const std::string quitAction = "action quit sava{sv} /com/kelto/test_Application";
+const std::string quitAction = "action quit sava{sv} /com/kelto/test_Application" + std::to_string(::getpid());
 
 class QuitOverTheBus : public ApplicationTest {
  protected:

@@ -1,4 +1,5 @@
 #include "tests/privileged/tool/Fidelity.h"
+#include "tests/privileged/tool/FidelityOfLevels.h"
 #include "tests/privileged/tool/Volumes.h"
 
 namespace ToolTests {
@@ -23,6 +24,8 @@ TEST_P(ManyFiles, AreAllThere) {
   EXPECT_EQ(right, 100000);
 }
 INSTANTIATE_TEST_SUITE_P(Fidelity, ManyFiles, ::testing::ValuesIn(allWays), wayOf);
+
+INSTANTIATE_TEST_SUITE_P(Fidelity, FidelityOfLevels, ::testing::ValuesIn(allWays), wayOf);
 
 // The trash program fills the holes, so this one goes back to a file system that packs them again.
 TEST_F(Fidelity, ASparseFileOfFourGigabytesIsRestoredFilledByTheTrashProgram) {

@@ -1,0 +1,10 @@
+#include "tests/privileged/tool/HandBack.h"
+
+namespace ToolTests {
+namespace {
+
+TEST_P(HandBack, PutsNothingBackAtAnyCallAsRootsThatTheUserCouldWrite) { attackAtCalls(1); }
+INSTANTIATE_TEST_SUITE_P(Of, HandBack, ::testing::ValuesIn(allAttacks), nameOf);
+
+}  // namespace
+}  // namespace ToolTests

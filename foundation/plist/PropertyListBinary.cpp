@@ -21,9 +21,9 @@ std::uint64_t unsignedNumber(std::string_view bytes) {
   return number;
 }
 
-class Reader {
+class BinaryReader {
  public:
-  Reader(std::string_view bytes, std::string& reason) : _bytes(bytes), _reason(reason) {}
+  BinaryReader(std::string_view bytes, std::string& reason) : _bytes(bytes), _reason(reason) {}
 
   std::optional<Value> document() {
     if (!readTrailer()) return std::nullopt;
@@ -264,6 +264,8 @@ class Reader {
 
 }  // namespace
 
-std::optional<Value> parseBinary(std::string_view bytes, std::string& reason) { return Reader(bytes, reason).document(); }
+std::optional<Value> parseBinary(std::string_view bytes, std::string& reason) {
+  return BinaryReader(bytes, reason).document();
+}
 
 }  // namespace foundation::PropertyList

@@ -120,9 +120,9 @@ struct Tag {
   bool isEmpty = false;  // <name/>
 };
 
-class Reader {
+class XMLReader {
  public:
-  Reader(std::string_view text, std::string& reason) : _text(text), _rest(text), _reason(reason) {}
+  XMLReader(std::string_view text, std::string& reason) : _text(text), _rest(text), _reason(reason) {}
 
   std::optional<Value> document() {
     for (const char c : _text)
@@ -348,9 +348,9 @@ class Reader {
 }  // namespace
 
 std::optional<Value> parseXML(std::string_view text, std::string& reason) {
-  if (text.find('\r') == std::string_view::npos) return Reader(text, reason).document();
+  if (text.find('\r') == std::string_view::npos) return XMLReader(text, reason).document();
   const std::string normalized = withLineFeeds(text);
-  return Reader(normalized, reason).document();
+  return XMLReader(normalized, reason).document();
 }
 
 }  // namespace foundation::PropertyList

@@ -15,9 +15,9 @@ bool isWordCharacter(char c) {
          std::string_view("_$/:.-").find(c) != std::string_view::npos;
 }
 
-class Reader {
+class StringsReader {
  public:
-  explicit Reader(std::string_view text) : _text(text), _rest(text) {}
+  explicit StringsReader(std::string_view text) : _text(text), _rest(text) {}
 
   std::optional<StringTable> table() {
     StringTable table;
@@ -175,7 +175,7 @@ std::optional<StringTable> parseAny(std::string_view bytes, std::string& reason)
   if (text && looksLikePropertyList(bytes, *text)) return fromPropertyList(bytes, reason);
   if (!text) reason = "the table is not well-formed UTF-8 or UTF-16 text";
   if (!text) return std::nullopt;
-  Reader reader(*text);
+  StringsReader reader(*text);
   auto table = reader.table();
   reason = reader.reason();
   return table;

@@ -11,7 +11,7 @@ namespace {
 std::atomic<std::uint64_t> formatters{0};
 
 constexpr std::size_t longest = 56;
-constexpr std::size_t absent = std::numeric_limits<std::size_t>::max();
+constexpr std::size_t noPlace = std::numeric_limits<std::size_t>::max();
 
 void putDigits(char* place, int count, int value) {
   for (int i = count - 1; i >= 0; --i, value /= 10) place[i] = static_cast<char>('0' + value % 10);
@@ -24,7 +24,7 @@ struct DateFormatter::Second {
   std::uint64_t formatter = 0;
   std::int64_t seconds = 0;
   std::size_t length = 0;
-  std::size_t milliseconds = absent;  // their place in the text
+  std::size_t milliseconds = noPlace;  // their place in the text
   char text[longest];
 };
 
@@ -59,7 +59,7 @@ void DateFormatter::appendString(Date date, std::string& text) const {
   Second& second = cache[_number % cache.size()];
   if (second.formatter != _number || second.seconds != whole.time_since_epoch().count())
     format(second, whole.time_since_epoch().count());
-  if (second.milliseconds != absent) {
+  if (second.milliseconds != noPlace) {
     const auto rest = std::chrono::floor<std::chrono::milliseconds>(date - whole);
     putDigits(second.text + second.milliseconds, 3, static_cast<int>(rest.count()));
   }

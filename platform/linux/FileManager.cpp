@@ -52,12 +52,12 @@ std::optional<Attributes> lookedUp(const FileAttributes& given) {
 }
 
 // The owner first: a change of owner takes special permission bits away.
-bool apply(const Attributes& attributes, int descriptor) {
+bool setOwnerAndMode(const Attributes& attributes, int descriptor) {
   if (attributes.changesOwner() && ::fchown(descriptor, attributes.owner, attributes.group) != 0) return false;
   return !attributes.mode || ::fchmod(descriptor, *attributes.mode) == 0;
 }
 
-bool apply(const Attributes& attributes, const std::string& path) {
+bool setOwnerAndMode(const Attributes& attributes, const std::string& path) {
   if (attributes.changesOwner() && ::chown(path.c_str(), attributes.owner, attributes.group) != 0) return false;
   return !attributes.mode || ::chmod(path.c_str(), *attributes.mode) == 0;
 }
@@ -136,7 +136,7 @@ bool FileManager::createFileAtPath(const std::string& path, const FileAttributes
   const mode_t mode = attributes->mode ? 0600 : 0666;
   const posix::Descriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
   if (!file) return false;
-  if (apply(*attributes, file.get())) return true;
+  if (setOwnerAndMode(*attributes, file.get())) return true;
   ::unlink(path.c_str());
   return false;
 }
@@ -149,7 +149,7 @@ bool FileManager::createDirectoryAtPath(const std::string& path, bool withInterm
   int status = EINVAL;
   if (attributes) status = withIntermediateDirectories ? makeFolders(path, mode, made) : makeFolder(path, mode, made);
   for (; status == 0 && !made.empty(); made.pop_back())
-    if (!apply(*attributes, made.back())) status = errno;
+    if (!setOwnerAndMode(*attributes, made.back())) status = errno;
   if (status == 0) return true;
   if (error != nullptr) *error = {status, std::generic_category().message(status)};
   return false;
@@ -157,7 +157,7 @@ bool FileManager::createDirectoryAtPath(const std::string& path, bool withInterm
 
 bool FileManager::setAttributes(const FileAttributes& given, const std::string& path) {
   const auto attributes = lookedUp(given);
-  return attributes && fileExistsAtPath(path) && apply(*attributes, path);
+  return attributes && fileExistsAtPath(path) && setOwnerAndMode(*attributes, path);
 }
 
 bool FileManager::removeItemAtPath(const std::string& path) {

@@ -19,7 +19,7 @@ bool areDifferentItems(const std::string& one, const std::string& other) {
   return first.st_dev != second.st_dev || first.st_ino != second.st_ino;
 }
 
-std::string nameOf(const std::optional<std::string>& identifier, const std::optional<std::string>& version) {
+std::string nameWithVersion(const std::optional<std::string>& identifier, const std::optional<std::string>& version) {
   return identifier.value_or("no identifier") + " " + version.value_or("without a version");
 }
 
@@ -68,8 +68,8 @@ std::string ReportedWorkspace::objectionTo(const std::string& path) const {
   const auto identifier = found->bundleIdentifier();
   const auto version = found->infoString(versionKey);
   if (identifier == _expected->identifier && version == _expected->version) return {};
-  return nameOf(identifier, version) + " is there, and not the new bundle, " +
-         nameOf(_expected->identifier, _expected->version);
+  return nameWithVersion(identifier, version) + " is there, and not the new bundle, " +
+         nameWithVersion(_expected->identifier, _expected->version);
 }
 
 bool ReportedWorkspace::launchApplication(const std::string& path, std::uint32_t options,

@@ -45,7 +45,8 @@ std::optional<std::vector<std::string>> namesIn(int folder) {
 // The walk through one tree. `_current` is the folder of the last level.
 class Removal {
  public:
-  Removal(int parent, LockedFolders locked) : _parent(parent), _locked(locked) {}
+  Removal(int parent, LockedFolders locked, const std::function<void()>& onEntry)
+      : _parent(parent), _locked(locked), _onEntry(onEntry) {}
 
   bool remove(const std::string& name) {
     arrive(name);
@@ -74,8 +75,9 @@ class Removal {
   [[nodiscard]] int here() const { return _levels.empty() ? _parent : _current.get(); }
 
   void arrive(const std::string& name) {
-    if (::unlinkat(here(), name.c_str(), 0) == 0 || errno == ENOENT) return;
-    if (!enter(name)) _isComplete = false;
+    const bool isGone = ::unlinkat(here(), name.c_str(), 0) == 0 || errno == ENOENT;
+    _onEntry();
+    if (!isGone && !enter(name)) _isComplete = false;
   }
 
   bool enter(const std::string& name) {
@@ -119,6 +121,7 @@ class Removal {
 
   int _parent;
   LockedFolders _locked;
+  const std::function<void()>& _onEntry;
   Descriptor _current;
   std::vector<Level> _levels;
   bool _isComplete = true;
@@ -126,13 +129,15 @@ class Removal {
 
 }  // namespace
 
-bool removeTree(int parent, const std::string& name, LockedFolders locked) { return Removal(parent, locked).remove(name); }
+bool removeTree(int parent, const std::string& name, LockedFolders locked, const std::function<void()>& onEntry) {
+  return Removal(parent, locked, onEntry).remove(name);
+}
 
-bool emptyFolder(int folder, LockedFolders locked) {
+bool emptyFolder(int folder, LockedFolders locked, const std::function<void()>& onEntry) {
   const auto names = namesIn(folder);
   if (!names) return false;
   bool isComplete = true;
-  for (const auto& name : *names) isComplete = removeTree(folder, name, locked) && isComplete;
+  for (const auto& name : *names) isComplete = removeTree(folder, name, locked, onEntry) && isComplete;
   return isComplete;
 }
 

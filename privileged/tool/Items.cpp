@@ -9,6 +9,7 @@
 #include "privileged/tool/Failure.h"
 #include "privileged/tool/Folder.h"
 #include "privileged/tool/MountTable.h"
+#include "privileged/tool/SignOfLife.h"
 #include "privileged/tool/TreeCopy.h"
 
 namespace AssistantTool {
@@ -72,7 +73,7 @@ void stageCopy(const Location& source, const Staging& staging, std::optional<Own
   const auto links = openFolderIn(staging.folder(), Staging::hardLinks);
   if (!links) failWithSystemError("cannot open the staging folder");
   copyTree(source.folder.get(), source.name, staging.folder(), Staging::newItem, links.get(), owner, found.bounds);
-  posix::removeTree(staging.folder(), Staging::hardLinks, posix::LockedFolders::areOpened);
+  posix::removeTree(staging.folder(), Staging::hardLinks, posix::LockedFolders::areOpened, giveSignOfLife);
   syncTree(staging.folder(), Staging::newItem, found.entries);
 }
 

@@ -3,16 +3,14 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
 
 namespace AssistantTool {
 namespace {
 
 using std::chrono::steady_clock;
 
-constexpr std::chrono::seconds interval{1};
-
 const Answer* receiver = nullptr;
+std::chrono::milliseconds least;  // between two signs
 steady_clock::time_point last;
 
 void send(Answer::Sign sign) {
@@ -33,15 +31,16 @@ int longCall(Call call) {
 
 }  // namespace
 
-SignsOfLife::SignsOfLife(const Answer& result) {
+SignsOfLife::SignsOfLife(const Answer& result, std::chrono::milliseconds interval) {
   receiver = &result;
+  least = interval;
   last = steady_clock::now();
 }
 
 SignsOfLife::~SignsOfLife() { receiver = nullptr; }
 
 void giveSignOfLife() {
-  if (receiver != nullptr && steady_clock::now() - last >= interval) send(Answer::Sign::life);
+  if (receiver != nullptr && steady_clock::now() - last >= least) send(Answer::Sign::life);
 }
 
 int syncDescriptor(int descriptor) {

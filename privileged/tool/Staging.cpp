@@ -131,7 +131,7 @@ struct Leftover {
     return true;
   }
   [[nodiscard]] bool clear() const {
-    if (!forgetWork() || !posix::emptyFolder(folder, posix::LockedFolders::areOpened)) return false;
+    if (!forgetWork() || !posix::emptyFolder(folder, posix::LockedFolders::areOpened, giveSignOfLife)) return false;
     if (::unlinkat(parent, (prefix + number).c_str(), AT_REMOVEDIR) != 0) return false;
     return forget();
   }

@@ -122,7 +122,7 @@ class Trasher {
       trash.sync();
       _outcome.afterwards = takeAway(_item);
     } catch (const Failure&) {
-      if (placed) posix::removeTree(place.folder.get(), place.name, posix::LockedFolders::areOpened);
+      if (placed) posix::removeTree(place.folder.get(), place.name, posix::LockedFolders::areOpened, giveSignOfLife);
       trash.releaseName(name, staging);
       throw;
     }

@@ -27,6 +27,13 @@ class RemoveTree : public ::testing::Test {
   bool remove(const std::string& name, LockedFolders locked = LockedFolders::areKept) {
     return posix::removeTree(parent.get(), name, locked);
   }
+  // Does `act` at that call of the removal; the first is when "tree" was found to be a folder, which is opened next.
+  bool removeWith(const std::function<void()>& act, int atCall = 1) {
+    int calls = 0;
+    return posix::removeTree(parent.get(), "tree", LockedFolders::areKept, [&] {
+      if (++calls == atCall) act();
+    });
+  }
   // A chain of folders below `top`, deeper than any path is long.
   void makeChain(const std::string& top, int levels) const {
     posix::Descriptor folder(::open(root.c_str(), O_RDONLY | O_DIRECTORY));
@@ -127,12 +134,68 @@ TEST_F(RemoveTree, DoesNotEnterAMount) {
   EXPECT_TRUE(fs::exists(root / "elsewhere/file"));
 }
 
+TEST_F(RemoveTree, DoesNotFollowALinkThatTookAFoldersPlace) {
+  fs::create_directory(root / "tree");
+  fs::create_directory(root / "precious");
+  tests::writeFile(root / "precious/file", "x");
+  EXPECT_FALSE(removeWith([&] {
+    fs::rename(root / "tree", root / "away");
+    fs::create_directory_symlink("precious", root / "tree");
+  }));
+  EXPECT_TRUE(fs::exists(root / "precious/file"));
+}
+
+TEST_F(RemoveTree, DoesNotWaitForAPipeThatTookAFoldersPlace) {
+  fs::create_directory(root / "tree");
+  EXPECT_TRUE(inChild([&] {
+    ::alarm(20);
+    return !removeWith([&] {
+      fs::rename(root / "tree", root / "away");
+      EXPECT_EQ(::mkfifo((root / "tree").c_str(), 0600), 0);
+    });
+  })) << "the pipe was opened";
+}
+
+TEST_F(RemoveTree, DoesNotEnterAFolderOutside) {
+  fs::create_directory(root / "tree");
+  fs::create_directory(root / "outside");
+  tests::writeFile(root / "outside/file", "x");
+  const posix::Descriptor tree(::open((root / "tree").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  EXPECT_FALSE(posix::removeTree(tree.get(), "../outside", LockedFolders::areKept));
+  EXPECT_TRUE(fs::exists(root / "outside/file"));
+}
+
+// Whichever of the two comes first is moved, and on the way back up a folder of the other one's name is there.
+TEST_F(RemoveTree, StopsWhenAFolderWasMovedMeanwhile) {
+  for (const char* name : {"tree/one", "tree/two", "other/one", "other/two"}) {
+    fs::create_directories(root / name);
+    tests::writeFile(root / name / "file", "x");
+  }
+  const auto moveTheEmptied = [&] {
+    for (const char* name : {"one", "two"})
+      if (fs::is_empty(root / "tree" / name)) fs::rename(root / "tree" / name, root / "other/moved");
+  };
+  EXPECT_FALSE(removeWith(moveTheEmptied, 3));
+  EXPECT_TRUE(fs::exists(root / "other/moved"));
+  for (const char* name : {"one", "two"}) EXPECT_TRUE(fs::exists(root / "other" / name / "file")) << name;
+}
+
+TEST_F(RemoveTree, TellsOfEachEntry) {
+  fs::create_directories(root / "tree/a/b");
+  for (const char* name : {"tree/1", "tree/a/2", "tree/a/b/3"}) tests::writeFile(root / name, "x");
+  int entries = 0;
+  EXPECT_TRUE(posix::removeTree(parent.get(), "tree", LockedFolders::areKept, [&] { ++entries; }));
+  EXPECT_EQ(entries, 6);
+}
+
 TEST_F(RemoveTree, EmptiesAFolderAndKeepsIt) {
   makeChain("tree", 3);
   tests::writeFile(root / "tree/file", "x");
   const posix::Descriptor tree(::open((root / "tree").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  EXPECT_TRUE(posix::emptyFolder(tree.get(), LockedFolders::areKept));
+  int entries = 0;
+  EXPECT_TRUE(posix::emptyFolder(tree.get(), LockedFolders::areKept, [&] { ++entries; }));
   EXPECT_TRUE(fs::is_empty(root / "tree"));
+  EXPECT_EQ(entries, 3);
 }
 
 }  // namespace

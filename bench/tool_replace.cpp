@@ -24,6 +24,7 @@
 #include "privileged/tool/Tree.h"
 #include "protocol/InstructionArchive.h"
 #include "protocol/ToolProtocol.h"
+#include "tests/support/StateNamespace.h"
 
 namespace {
 
@@ -152,13 +153,13 @@ SwapTimes timeSwaps(const AssistantTool::Location& source, const AssistantTool::
   for (int i = 0; i < swapCount; ++i) {
     AssistantTool::Staging staging(destination);
     AssistantTool::renameWithoutReplacing(source.folder.get(), source.name, staging.folder(),
-                                          AssistantTool::Staging::NewItem);
-    AssistantTool::syncTree(staging.folder(), AssistantTool::Staging::NewItem, folderCount * filesPerFolder);
+                                          AssistantTool::Staging::newItem);
+    AssistantTool::syncTree(staging.folder(), AssistantTool::Staging::newItem, folderCount * filesPerFolder);
     AssistantTool::Swap swap(staging, destination, destination.status());
     const auto start = Clock::now();
     swap.in();
     times.swaps.push_back(milliseconds(Clock::now() - start));
-    AssistantTool::renameWithoutReplacing(staging.folder(), AssistantTool::Staging::NewItem, source.folder.get(),
+    AssistantTool::renameWithoutReplacing(staging.folder(), AssistantTool::Staging::newItem, source.folder.get(),
                                           source.name);
     times.renames.push_back(renameByPeer(destination, i));
   }
@@ -248,6 +249,10 @@ fs::path ownFolder(const fs::path& parent) {
 
 int main(int count, char** arguments) {
   if (count < 2) return 2;
+  if (::geteuid() == 0 && !tests::makeStatePrivate()) {
+    std::puts("root's tool would change /var/lib, and no name space can be made");
+    return 1;
+  }
   const auto disk = ownFolder(count > 2 ? fs::path(arguments[2]) : fs::temp_directory_path());
   const auto memory = ownFolder("/dev/shm");
   {

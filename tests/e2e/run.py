@@ -14,7 +14,7 @@ import sys
 import tempfile
 
 HERE = pathlib.Path(__file__).resolve().parent
-sys.path[:0] = [str(HERE), str(HERE.parents[1] / "demo")]
+sys.path[:0] = [str(HERE), str(HERE.parents[1] / "demo"), str(HERE.parent / "support")]
 import copies  # noqa: E402,F401
 import demonstration  # noqa: E402,F401
 import endings  # noqa: E402,F401
@@ -26,8 +26,10 @@ import modes  # noqa: E402,F401
 import screens  # noqa: E402,F401
 import sdk  # noqa: E402,F401
 import server  # noqa: E402,F401
+import state  # noqa: E402,F401
 import system  # noqa: E402,F401
 from desktop import LIBC, PR_SET_PDEATHSIG, Failure, end_on_signals, missing_programs  # noqa: E402
+from private_state import keep_state_private  # noqa: E402
 from road import PROJECT  # noqa: E402
 from world import SCENARIOS, Bare, Skip, World  # noqa: E402
 
@@ -110,6 +112,8 @@ def run_here(name, build):
 
 def run(name, build, is_inside):
     where = SCENARIOS[name][2]
+    if not is_inside and not keep_state_private():
+        raise Skip("root's tool would change /var/lib, and no namespace can be made")
     if where == "root":
         require_namespaces()
     if where in (None, "root") or is_inside:

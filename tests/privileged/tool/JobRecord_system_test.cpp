@@ -101,6 +101,25 @@ TEST_F(JobRecord, OfAMalformedInstructionIsThereToo) {
   EXPECT_THAT(record.at("KELTO_CAUSE"), ::testing::HasSubstr("malformed"));
 }
 
+// An older kernel, one without Landlock, one where it is switched off: the answers are the kernel's own for each.
+TEST_F(JobRecord, WarnsThatAJobIsNotConfinedWhereTheKernelCannotDoIt) {
+  const std::map<std::string, std::string> kernels{
+      {"error=ENOSYS", "Function not implemented"},
+      {"error=EOPNOTSUPP", "Operation not supported"},
+      {"retval=1", "this kernel's Landlock forbids every rename between folders"}};
+  for (const auto& [answer, reason] : kernels) {
+    command = withFaults({"landlock_create_ruleset:" + answer});
+    if (command.empty()) GTEST_SKIP() << "strace cannot trace here";
+    makeVersion(download, "2.0");
+    expectSuccess(replace(app, download));
+    const auto warning = nextRecord();
+    EXPECT_EQ(warning.at("MESSAGE"), "the job is not confined to its folders: " + reason);
+    EXPECT_EQ(warning.at("PRIORITY"), "4");
+    EXPECT_EQ(warning.at(protocol::jobVariable), "job-7");
+    EXPECT_EQ(nextRecord().at("KELTO_VERDICT"), "done");
+  }
+}
+
 TEST_F(JobRecord, KeepsNobodyWaitingWhenTheLogIsNotRead) {
   const int flood = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   sockaddr_un address{.sun_family = AF_UNIX, .sun_path = "/run/systemd/journal/socket"};

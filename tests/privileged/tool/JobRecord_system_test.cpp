@@ -3,8 +3,11 @@
 
 #include <sys/un.h>
 
+#include <optional>
+
 #include "tests/privileged/tool/Namespace.h"
 #include "tests/privileged/tool/SignedBundle.h"
+#include "tests/support/JournalSocket.h"
 
 namespace ToolTests {
 namespace {
@@ -14,34 +17,17 @@ class JobRecord : public NamespaceTest {
   void SetUp() override {
     NamespaceTest::SetUp();
     if (IsSkipped()) return;
-    fs::create_directories(folder / "run/systemd/journal");
-    listen();
+    _journal.emplace(folder / "run/systemd/journal/socket");
     bind(folder / "run", "/run");
     becomeAnotherUsersTool();
     environment.push_back(std::string(protocol::jobVariable) + "=job-7");
     makeVersion(app, "1.0");
     makeVersion(download, "2.0");
   }
-  void TearDown() override {
-    ::close(_journal);
-    NamespaceTest::TearDown();
-  }
   static void makeVersion(const fs::path& bundle, const std::string& version) {
     writeWithMode(bundle / "Contents/Info.plist", informationList("com.example.App", version));
   }
-  // The fields of the next record; several values of one field stand one below the other.
-  std::map<std::string, std::string> nextRecord() const {
-    std::string datagram(65536, '\0');
-    const auto got = ::recv(_journal, datagram.data(), datagram.size(), MSG_DONTWAIT);
-    datagram.resize(static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
-    std::map<std::string, std::string> fields;
-    std::istringstream lines(datagram);
-    for (std::string line; std::getline(lines, line);) {
-      auto& value = fields[line.substr(0, line.find('='))];
-      value += (value.empty() ? "" : "\n") + line.substr(line.find('=') + 1);
-    }
-    return fields;
-  }
+  std::map<std::string, std::string> nextRecord() const { return _journal->next(); }
   static std::string digestOfTool() {
     tests::TemporaryFolder output;
     EXPECT_TRUE(runs("sha256sum " + shellWord(toolProgram), output.path("sum")));
@@ -50,15 +36,9 @@ class JobRecord : public NamespaceTest {
 
   const fs::path app = folder / "App.app";
   const fs::path download = folder / "Download/App.app";
-  int _journal = -1;
 
  private:
-  void listen() {
-    _journal = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
-    (folder / "run/systemd/journal/socket").string().copy(address.sun_path, sizeof address.sun_path - 1);
-    ASSERT_EQ(::bind(_journal, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0) << std::strerror(errno);
-  }
+  std::optional<tests::JournalSocket> _journal;
 };
 
 TEST_F(JobRecord, OfAJobThatWasDoneTellsAllAboutIt) {

@@ -5,6 +5,7 @@
 #include <xcb/xcb.h>
 
 #include <algorithm>
+#include <array>
 #include <climits>
 #include <cstdlib>
 #include <memory>
@@ -90,14 +91,13 @@ class Display {
 
   // True when the display has taken the message.
   [[nodiscard]] bool send(xcb_window_t receiver, std::uint32_t events, xcb_window_t about, std::string_view type,
-                          std::uint32_t first) const {
+                          std::array<std::uint32_t, 3> values) const {
     xcb_client_message_event_t event{};
     event.response_type = XCB_CLIENT_MESSAGE;
     event.format = 32;
     event.window = about;
     event.type = atom(type);
-    event.data.data32[0] = first;
-    event.data.data32[1] = XCB_CURRENT_TIME;
+    std::copy(values.begin(), values.end(), event.data.data32);
     const auto cookie = xcb_send_event_checked(_connection, 0, receiver, events, reinterpret_cast<const char*>(&event));
     return !Reply<xcb_generic_error_t>(xcb_request_check(_connection, cookie)) && isOpen();
   }
@@ -163,30 +163,81 @@ void addShownWindows(const Display& display, xcb_window_t parent, int depth, std
   }
 }
 
-// The windows of the process that can be closed, from the lowest to the topmost: those in the window manager's list, or
-// where there is no such manager those that are found on the screen.
-std::vector<xcb_window_t> windowsOf(const Display& display, xcb_window_t root, pid_t process) {
+// The windows that can be closed, from the lowest to the topmost: those in the window manager's list, or where there is no
+// such manager those that are found on the screen.
+std::vector<xcb_window_t> closableWindows(const Display& display, xcb_window_t root) {
   std::vector<xcb_window_t> windows;
   if (!hasWindowManager(display, root)) addShownWindows(display, root, deepestWindow, windows);
   for (const auto* list : {"_NET_CLIENT_LIST_STACKING", "_NET_CLIENT_LIST"})
     if (windows.empty() && hasWindowManager(display, root)) windows = display.numbers(root, list);
-  const auto isOther = [&](xcb_window_t window) {
-    return !isWindowOf(display, window, process) || !canBeClosed(display, window);
-  };
-  windows.erase(std::remove_if(windows.begin(), windows.end(), isOther), windows.end());
+  std::erase_if(windows, [&](xcb_window_t window) { return !canBeClosed(display, window); });
   return windows;
 }
 
-void activate(const Display& display, xcb_window_t root, xcb_window_t window) {
+std::vector<xcb_window_t> windowsOf(const Display& display, xcb_window_t root, pid_t process) {
+  auto windows = closableWindows(display, root);
+  std::erase_if(windows, [&](xcb_window_t window) { return !isWindowOf(display, window, process); });
+  return windows;
+}
+
+// False when there is no window manager that does such things.
+bool askManager(const Display& display, xcb_window_t root, xcb_window_t window, std::string_view what,
+                std::array<std::uint32_t, 3> values) {
   constexpr std::uint32_t toTheManager = XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY | XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT;
-  if (!hasWindowManager(display, root) ||
-      !display.send(root, toTheManager, window, "_NET_ACTIVE_WINDOW", fromThePersonsTool))
+  const auto known = display.numbers(root, "_NET_SUPPORTED");
+  return hasWindowManager(display, root) && std::ranges::find(known, display.atom(what)) != known.end() &&
+         display.send(root, toTheManager, window, what, values);
+}
+
+void raise(const Display& display, xcb_window_t root, xcb_window_t window) {
+  if (!askManager(display, root, window, "_NET_RESTACK_WINDOW",
+                  {fromThePersonsTool, XCB_WINDOW_NONE, XCB_STACK_MODE_ABOVE}))
     display.raise(window);
+}
+
+void activate(const Display& display, xcb_window_t root, xcb_window_t window) {
+  if (!askManager(display, root, window, "_NET_ACTIVE_WINDOW", {fromThePersonsTool, XCB_CURRENT_TIME}))
+    display.raise(window);
+}
+
+struct Shown {
+  std::vector<xcb_window_t> windows;  // from the lowest to the topmost
+  std::size_t hidden = 0;             // the number of them, from the lowest, that are below a window of this process
+};
+
+Shown shownBy(const Display& display, xcb_window_t root, const std::vector<pid_t>& processes) {
+  Shown shown;
+  for (const auto window : closableWindows(display, root)) {
+    const auto isMadeBy = [&](pid_t process) { return isWindowOf(display, window, process); };
+    if (!display.isOnScreen(window)) continue;
+    if (std::ranges::any_of(processes, isMadeBy))
+      shown.windows.push_back(window);
+    else if (isMadeBy(::getpid()))
+      shown.hidden = shown.windows.size();
+  }
+  return shown;
+}
+
+void raiseIf(const std::vector<pid_t>& processes, bool (*isDue)(const Shown&)) {
+  const Display display;
+  if (!display.isOpen()) return;
+  for (const auto root : display.roots())
+    if (const auto shown = shownBy(display, root, processes); isDue(shown))
+      for (const auto window : shown.windows) raise(display, root, window);
 }
 
 }  // namespace
 
+void raiseWindows(const std::vector<pid_t>& processes) {
+  raiseIf(processes, [](const Shown&) { return true; });
+}
+
+void keepInFront(const std::vector<pid_t>& processes) {
+  raiseIf(processes, [](const Shown& shown) { return shown.hidden > 0; });
+}
+
 void bringForward(pid_t process) {
+  raiseWindows({process});
   const Display display;
   if (!display.isOpen()) return;
   for (const auto root : display.roots())
@@ -199,7 +250,8 @@ bool closeWindows(pid_t process) {
   bool isAsked = false;
   for (const auto root : display.roots())
     for (const auto window : windowsOf(display, root, process))
-      if (display.send(window, XCB_EVENT_MASK_NO_EVENT, window, "WM_PROTOCOLS", display.atom("WM_DELETE_WINDOW")))
+      if (display.send(window, XCB_EVENT_MASK_NO_EVENT, window, "WM_PROTOCOLS",
+                       {display.atom("WM_DELETE_WINDOW"), XCB_CURRENT_TIME}))
         isAsked = true;
   return isAsked;
 }

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "platform/linux/BundleProgram.h"
+#include "platform/linux/CloseWindows.h"
 #include "platform/linux/Launch.h"
 #include "platform/linux/PoliteQuit.h"
 #include "platform/linux/ProcessFacts.h"
@@ -18,10 +19,15 @@ namespace {
 class RunningApplication final : public platform::RunningApplication {
  public:
   RunningApplication(RunningProcess process, std::string_view bundleIdentifier, platform::SystemLog& log,
-                     BlockingCall& blockingCall)
-      : _process(std::move(process)), _bundleIdentifier(bundleIdentifier), _log(log), _blockingCall(blockingCall) {}
+                     BlockingCall& blockingCall, bool& hasAsked)
+      : _process(std::move(process)),
+        _bundleIdentifier(bundleIdentifier),
+        _log(log),
+        _blockingCall(blockingCall),
+        _hasAsked(hasAsked) {}
 
   bool terminate() override {
+    _hasAsked = true;
     bool isAsked = false;
     _blockingCall.run([&] { isAsked = askToQuit(_process, _bundleIdentifier); });
     if (!isAsked) _log.log("Process " + std::to_string(_process.number) + whose() + " could not be asked to quit");
@@ -40,6 +46,7 @@ class RunningApplication final : public platform::RunningApplication {
   const std::string _bundleIdentifier;
   platform::SystemLog& _log;
   BlockingCall& _blockingCall;
+  bool& _hasAsked;
 };
 
 }  // namespace
@@ -47,10 +54,17 @@ class RunningApplication final : public platform::RunningApplication {
 std::vector<std::shared_ptr<platform::RunningApplication>> Workspace::runningApplications(
     std::string_view bundleIdentifier) const {
   std::vector<RunningProcess> processes;
-  _blockingCall.run([&] { processes = copiesOf({std::string(bundleIdentifier), _installedBundle}, _bundles); });
+  std::vector<pid_t> numbers;
+  _blockingCall.run([&] {
+    processes = copiesOf({std::string(bundleIdentifier), _installedBundle}, _bundles);
+    for (const auto& process : processes) numbers.push_back(process.number);
+    if (_hasAsked) keepInFront(numbers);
+  });
+  if (_hasAsked && onWait) onWait(numbers);
   std::vector<std::shared_ptr<platform::RunningApplication>> applications;
   for (auto& process : processes)
-    applications.push_back(std::make_shared<RunningApplication>(std::move(process), bundleIdentifier, _log, _blockingCall));
+    applications.push_back(
+        std::make_shared<RunningApplication>(std::move(process), bundleIdentifier, _log, _blockingCall, _hasAsked));
   return applications;
 }
 

@@ -1,4 +1,5 @@
 """Applications of the distribution as the running copy: each is asked, shows its own question in front, and is never forced."""
+import itertools
 import os
 import plistlib
 import re
@@ -50,10 +51,27 @@ def stacked(world):
     return re.findall(r"0x[0-9a-f]+", world.desktop.ask("xprop", "-root", "_NET_CLIENT_LIST_STACKING"))
 
 
+def process_of(world, window):
+    number = world.desktop.ask("xprop", "-id", window, "_NET_WM_PID")
+    return int(number.rpartition("=")[2]) if "=" in number else None
+
+
 def process_in_front(world):
     windows = stacked(world)
-    number = world.desktop.ask("xprop", "-id", windows[-1], "_NET_WM_PID") if windows else ""
-    return int(number.rpartition("=")[2]) if "=" in number else None
+    return process_of(world, windows[-1]) if windows else None
+
+
+def processes_stacked(world):
+    """The processes of the windows, from the lowest to the topmost, each once in a row."""
+    return [number for number, _ in itertools.groupby(process_of(world, window) for window in stacked(world))]
+
+
+def open_bystander(world):
+    """The window of a program that has nothing to do with the run, and does not name its process."""
+    world.desktop.start("bystander", ["xev", "-geometry", "900x700+0+0", "-event", "keyboard"])
+    window = wait_for("another window", lambda: world.desktop.ask("xdotool", "search", "--name", "^Event Tester$")).strip()
+    wait_for("it on the desktop", lambda: int(window) in [int(each, 16) for each in stacked(world)])
+    return window
 
 
 def write_something(world, window):
@@ -67,14 +85,35 @@ def write_something(world, window):
     wait_for("an unsaved document", is_written, pause=0.3)
 
 
-def expect_question_in_front(world, editor, window):
-    """The editor asks its own question in front of the wizard, and keeps what was written."""
+def expect_question_in_front(world, editor, window, turns_away=False, turns_to_wizard=False):
+    """The editor asks its own question in front of wizard and alert, and keeps what was written."""
+    bystander = open_bystander(world)
     write_something(world, window)
     title = world.desktop.ask("xdotool", "getwindowname", window)
     installer = world.start("update")
+    wait_for("the editor's question", lambda: [process_of(world, window) for window in stacked(world)].count(editor.pid) > 1)
     wait_for("the editor in front of the wizard", lambda: process_in_front(world) == editor.pid)
+    if turns_to_wizard:
+        world.desktop.ask("xdotool", "windowactivate", "--sync", world.desktop.window_of(installer))
+        wait_for("the editor in front of the wizard again", lambda: process_in_front(world) == editor.pid, 2)
+    if turns_away:
+        world.desktop.ask("xdotool", "windowactivate", "--sync", bystander)
+    expect_alert_behind(world, installer, editor.pid, None if turns_away else installer if turns_to_wizard else editor.pid)
     expect_still_running(world, installer, editor)
     equal("the document's title", world.desktop.ask("xdotool", "getwindowname", window), title)
+
+
+def expect_alert_behind(world, installer, editor, writing):
+    """The alert hides nothing that the editor (None: whose windows do not name it) shows, and is in front of everything else.
+    It leaves the keyboard to the process that the user is writing in."""
+    world.alert(installer)
+    wait_for("the alert behind the editor's windows", lambda: processes_stacked(world)[-3:] == [None, installer, editor], 3)
+    active = world.desktop.ask("xdotool", "getactivewindow").strip()
+    equal(f"the process that has the keyboard, of editor {editor} and installer {installer}", process_of(world, active), writing)
+    check("Cancel is greyed out", not world.desktop.press(installer, english("<Cancel>")))
+    alert = next(window for window in reversed(stacked(world)) if process_of(world, window) == installer)
+    states = world.desktop.ask("xprop", "-id", alert, "_NET_WM_STATE")
+    check(f"the alert asks for attention ({states})", writing == installer or "_NET_WM_STATE_DEMANDS_ATTENTION" in states)
 
 
 def expect_still_running(world, installer, editor):
@@ -91,16 +130,17 @@ def window_of(world, editor):
 
 @scenario("gui")
 def unsaved_work_in_l3afpad(world):
-    """An editor without a bus name, copied into the bundle."""
+    """An editor without a bus name, copied into the bundle. The user turns to the wizard, which would hide the question."""
     editor = start_copied(world, "l3afpad")
-    expect_question_in_front(world, editor, window_of(world, editor))
+    expect_question_in_front(world, editor, window_of(world, editor), turns_to_wizard=True)
 
 
 @scenario("gui")
 def unsaved_work_in_mousepad(world):
-    """An editor that a launcher script becomes; it owns another name than the bundle's identifier."""
+    """An editor that a launcher script becomes; it owns another name than the bundle's identifier. The user has turned to
+    another program when the alert appears."""
     editor = start_launched(world, "mousepad", "--disable-server")
-    expect_question_in_front(world, editor, window_of(world, editor))
+    expect_question_in_front(world, editor, window_of(world, editor), turns_away=True)
 
 
 @scenario("gui")
@@ -124,11 +164,13 @@ def unsaved_work_in_a_python_program(world):
                     "    box.askyesno('Unsaved', 'Close without saving?') and root.destroy()\n"
                     "root.protocol('WM_DELETE_WINDOW', closing)\nroot.mainloop()\n")
     path.chmod(0o755)
+    open_bystander(world)
     editor = world.desktop.start("tk", [path])
     wait_for("the program's window", lambda: world.desktop.ask("xdotool", "search", "--onlyvisible", "--name", "^Notes$"))
     installer = world.start("update")
     wait_for("its question", lambda: editor.says("asked"))
     check("the wizard is not in front", process_in_front(world) != installer)
+    expect_alert_behind(world, installer, None, None)
     expect_still_running(world, installer, editor)
 
 

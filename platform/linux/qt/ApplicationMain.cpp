@@ -90,6 +90,7 @@ class Framework {
       _application.setJobRuns(runs);
     };
     _workspace.onLaunch = [this] { _lastRun.write(_platform.report.failure()); };
+    _applications.onWait = [this](const std::vector<pid_t>& copies) { _application.stayBehind(copies); };
     const TerminationSignals signals([this](const char* signal) { endBecauseOf(signal); });
     const int status = _application.run(_platform, *path, classes, _viewClasses);
     _lastRun.write(_platform.report.failure());

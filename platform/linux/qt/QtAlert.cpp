@@ -1,6 +1,8 @@
 #include "platform/linux/qt/QtAlert.h"
 
+#include <QApplication>
 #include <QDialog>
+#include <QEventLoop>
 #include <QGridLayout>
 #include <QGuiApplication>
 #include <QLabel>
@@ -119,16 +121,28 @@ void place(QDialog& dialog) {
   dialog.move(frame.topLeft());
 }
 
+// Qt gives the keyboard to every modal window, so this one is not modal.
+void runBehind(QDialog& dialog, const std::function<void()>& putBehind) {
+  QEventLoop loop;
+  QObject::connect(&dialog, &QDialog::finished, &loop, &QEventLoop::quit);
+  dialog.setAttribute(Qt::WA_ShowWithoutActivating);
+  dialog.show();
+  QGuiApplication::sync();  // the display server has to hear of the alert first
+  putBehind();
+  QApplication::alert(&dialog);
+  loop.exec();
+}
+
 }  // namespace
 
-void runAlert(const Alert& alert, std::string_view title, QWidget* parent) {
+void runAlert(const Alert& alert, std::string_view title, QWidget* parent, const std::function<void()>& putBehind) {
   AlertDialog dialog(parent != nullptr && parent->isVisible() ? parent : nullptr);
   dialog.setWindowTitle(qtString(title));
   dialog.setAccessibleDescription(qtString(alert.messageText + "\n" + alert.informativeText));
   fill(dialog, alert);
   setSize(dialog);
   place(dialog);
-  dialog.exec();
+  putBehind ? runBehind(dialog, putBehind) : static_cast<void>(dialog.exec());
 }
 
 }  // namespace platform::Linux

@@ -1,9 +1,11 @@
 #include "platform/linux/qt/QtApplication.h"
 
 #include <QApplication>
+#include <QDialog>
 #include <QTimer>
 #include <algorithm>
 
+#include "platform/linux/CloseWindows.h"
 #include "platform/linux/qt/QtAlert.h"
 
 namespace platform::Linux {
@@ -17,7 +19,10 @@ void QtApplication::runModal(const Alert& alert) {
   if (onFailure) onFailure();
   if (_isAskedBySignal) return;
   const QtRunLoop::Pause pause(_runLoop);
-  runAlert(alert, _name, _interface ? &_interface->window() : nullptr);
+  QWidget* const window = _interface ? &_interface->window() : nullptr;
+  if (_inFront.empty()) return runAlert(alert, _name, window);
+  if (_interface) _interface->setActionsEnabled(false);
+  runAlert(alert, _name, window, [this] { raiseWindows(_inFront); });
 }
 
 void QtApplication::terminate(const void* /*sender*/) {
@@ -38,7 +43,8 @@ void QtApplication::terminateOnRequest(const std::string& cause) {
 
 void QtApplication::terminateOnSignal(const std::string& name) {
   _isAskedBySignal = true;
-  if (QWidget* alert = QApplication::activeModalWidget()) alert->close();
+  for (QWidget* window : QApplication::topLevelWidgets())
+    if (auto* alert = qobject_cast<QDialog*>(window)) alert->close();
   _runLoop.deliver([this, name] { terminateOnRequest(name); });
 }
 

@@ -2,6 +2,8 @@
 // The application: its alerts, its end, and the run between launch and end.
 //
 // Main thread only.
+#include <sys/types.h>
+
 #include <functional>
 #include <memory>
 #include <string>
@@ -31,6 +33,8 @@ class QtApplication final : public Application {
   // The same for a signal, which cannot be refused: an alert is closed and none is shown any more, and what the run loop
   // cannot do now it does as soon as the pause is over.
   void terminateOnSignal(const std::string& name);
+  // The processes whose windows stay in front of what is shown from now on.
+  void stayBehind(const std::vector<pid_t>& processes) { _inFront = processes; }
   // While a job runs, nothing in the window ends the application.
   void setJobRuns(bool runs);
   [[nodiscard]] bool isTerminated() const { return _isTerminated; }
@@ -51,6 +55,7 @@ class QtApplication final : public Application {
   std::unique_ptr<InterfaceDescription> _interface;
   std::unique_ptr<ApplicationDelegate> _delegate;
   RunReport* _report = nullptr;  // while it runs
+  std::vector<pid_t> _inFront;
   bool _isTerminated = false;
   bool _isAskedBySignal = false;
 };

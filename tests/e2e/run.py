@@ -21,6 +21,7 @@ import endings  # noqa: E402,F401
 import face  # noqa: E402,F401
 import failures  # noqa: E402,F401
 import installed  # noqa: E402,F401
+import killed  # noqa: E402,F401
 import keyboard  # noqa: E402,F401
 import modes  # noqa: E402,F401
 import screens  # noqa: E402,F401

@@ -17,6 +17,7 @@
 #include "platform/linux/LoggingHost.h"
 #include "platform/linux/PrivateTemporaryFolder.h"
 #include "platform/linux/ReportedSession.h"
+#include "platform/linux/ResourcePath.h"
 #include "platform/linux/ServiceManagement.h"
 #include "platform/linux/Shell.h"
 #include "platform/linux/SystemLog.h"
@@ -33,20 +34,10 @@
 namespace platform::Linux {
 namespace {
 
-constexpr const char* standardPath = "/usr/local/bin:/usr/bin:/bin";
-
 // The program's name: what the command line calls it.
 std::string programName(const char* path) {
   const std::string text = path == nullptr ? "" : path;
   return text.substr(text.find_last_of('/') + 1);
-}
-
-// Commands are looked for among the bundle's resources first. The path as it was goes to the programs that are launched.
-void putResourcesFirstOnPath(const platform::Bundle& bundle) {
-  const char* before = std::getenv("PATH");
-  const std::string original = before == nullptr ? standardPath : before;
-  setenv("KELTO_ORIGINAL_PATH", original.c_str(), 1);
-  setenv("PATH", (bundle.bundlePath() + "/Contents/Resources:" + original).c_str(), 1);
 }
 
 // Hands what arrives on the bus to the centre, for as long as there is a bus.

@@ -34,7 +34,7 @@ install(TARGETS authorizationd assistantTool DESTINATION ${program_folder})
 install(TARGETS kelto-manifest DESTINATION ${CMAKE_INSTALL_BINDIR})
 
 # The installer's bundle. Its tool is a link: it lies beside the broker, in the folder that the policy names.
-install(TARGETS KeltoInstaller DESTINATION ${bundle_folder}/Linux)
+install(TARGETS KeltoInstaller kelto-cli DESTINATION ${bundle_folder}/Linux)
 install(TARGETS defaults DESTINATION ${bundle_folder}/Resources)
 install(FILES ${PROJECT_BINARY_DIR}/bin/KeltoInstaller.app/Contents/Info.plist DESTINATION ${bundle_folder})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/resources/ DESTINATION ${bundle_folder}/Resources PATTERN Info.plist* EXCLUDE)
@@ -46,6 +46,7 @@ endfunction()
 file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/links)
 kelto_install_link(${bundle_folder}/Resources assistantTool ../../../assistantTool)
 kelto_install_link(${CMAKE_INSTALL_BINDIR} kelto-installer ../${bundle_folder}/Linux/KeltoInstaller)
+kelto_install_link(${CMAKE_INSTALL_BINDIR} kelto ../${bundle_folder}/Linux/kelto)
 kelto_install_link(${CMAKE_INSTALL_BINDIR} kelto-defaults ../${bundle_folder}/Resources/defaults)
 
 # For desktops.

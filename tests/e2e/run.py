@@ -3,7 +3,7 @@
 
 Exit status: 0 passed, 1 failed, 77 skipped (after a line "SKIP: reason"). A scenario runs on a desktop of its own; those that
 need more run, as root, in a namespace with a system bus where the policy grants, denies or wants a person asked ("grant",
-"deny", "challenge"; after "installed-" with what was installed from the build folder), or in one with a service manager besides ("services"); or they make that themselves ("root").
+"deny", "challenge", or "password": the same with a password that the scenario knows; after "installed-" with what was installed from the build folder), or in one with a service manager besides ("services"); or they make that themselves ("root").
 """
 import os
 import pathlib
@@ -15,6 +15,7 @@ import tempfile
 
 HERE = pathlib.Path(__file__).resolve().parent
 sys.path[:0] = [str(HERE), str(HERE.parents[1] / "demo"), str(HERE.parent / "support")]
+import command_line  # noqa: E402,F401
 import copies  # noqa: E402,F401
 import demonstration  # noqa: E402,F401
 import endings  # noqa: E402,F401
@@ -34,6 +35,7 @@ from private_state import keep_state_private  # noqa: E402
 from road import PROJECT  # noqa: E402
 from world import SCENARIOS, Bare, Skip, World  # noqa: E402
 
+PASSWORD = "open sesame"
 UNITS = {
     "test.target": "[Unit]\nDefaultDependencies=no\n",
     # The units that an ordinary unit depends on by default.
@@ -67,7 +69,8 @@ def require_namespaces():
 
 def run_with_system_bus(name, build, mode):
     require_namespaces()
-    return run_tied([PROJECT / "tests/support/system-bus.sh", f"--{mode}", "--build", build, "--", *command(name, build)])
+    how = ["--challenge", "--password", PASSWORD] if mode == "password" else [f"--{mode}"]
+    return run_tied([PROJECT / "tests/support/system-bus.sh", *how, "--build", build, "--", *command(name, build)])
 
 
 def run_installed(name, build, mode):

@@ -12,7 +12,7 @@ import re
 import sys
 from pathlib import Path
 
-FOLDERS = ("app", "privileged", "posix", "platform", "logging", "kit", "ui", "foundation", "demo", "examples", "sdk", "fuzz", "tests", "bench")
+FOLDERS = ("app", "cli", "privileged", "posix", "platform", "logging", "kit", "ui", "foundation", "demo", "examples", "sdk", "fuzz", "tests", "bench")
 SUFFIXES = {".h", ".cpp", ".inc", ".c", ".py"}
 LITERAL = re.compile(r"\"((?:[^\"\\]|\\.)*)\"|'((?:[^'\\]|\\.)*)'")
 WEAK = re.compile(r"^[A-Za-z]?[a-z]+$")

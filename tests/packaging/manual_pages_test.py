@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
 """The manual pages."""
+import re
 import unittest
 
 from support import BUILD, SOURCES, require, run
@@ -19,7 +20,7 @@ class ManualPages(unittest.TestCase):
     def test_every_program_that_is_installed_has_one(self):
         names = {page.name for page in PAGES}
         for name in ("kelto-authorizationd.8", "kelto-assistant-tool.8", "kelto-installer.1", "kelto-manifest.1",
-                     "kelto-defaults.1", "authorization.conf.5"):
+                     "kelto-defaults.1", "kelto.1", "authorization.conf.5"):
             self.assertIn(name, names)
 
     def test_every_page_answers_the_same_questions(self):
@@ -34,6 +35,15 @@ class ManualPages(unittest.TestCase):
                        "--service-seconds", "--tools"):
             self.assertIn(option, page)
             self.assertIn(f'"{option}"', source)
+
+    def test_the_options_of_the_command_line_are_those_of_its_help(self):
+        page = (BUILD / "share/man/man1/kelto.1").read_text().replace("\\-", "-")
+        status, said = run(BUILD / "bin/KeltoInstaller.app/Contents/Linux/kelto", "--help")
+        self.assertEqual(0, status)
+        words = set(re.findall(r"^  ([a-z]+) ", said, re.MULTILINE)) | set(re.findall(r"--[a-z-]+", said))
+        self.assertIn("update", words)
+        for word in words:
+            self.assertIn(word, page)
 
 
 if __name__ == "__main__":

@@ -1,0 +1,14 @@
+#include "cli/Results.h"
+
+#include <gtest/gtest.h>
+
+using cli::Dictionary;
+using cli::linesOf;
+using foundation::PropertyList::Array;
+
+TEST(ResultsTest, AreALineForEachValue) {
+  EXPECT_EQ(linesOf({{"b", Dictionary{{"list", Array{"x", 2}}, {"text", "t"}}}, {"a", true}, {"c", 3}}),
+            "a: yes\nb:\n  list: x, 2\n  text: t\nc: 3\n");
+}
+
+TEST(ResultsTest, ShowNoControlCharacters) { EXPECT_EQ(linesOf({{"a", "x\033\ny"}}), "a: x\\x1b\\x0ay\n"); }

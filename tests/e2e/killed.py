@@ -17,7 +17,7 @@ STEPS = ("the start", "the wizard", "the rights handed over", "the application a
 
 
 def content_of(bundle):
-    """What the bundle consists of: for each item its kind, rights and content."""
+    """For each item of the bundle its kind, rights and content."""
     found = {}
     for path in sorted(bundle.rglob("*")):
         status = path.lstat()
@@ -70,7 +70,7 @@ class Runs:
         return 2 if self.controller.says("The rights were handed over") else 0
 
     def end_programs(self):
-        """What has been begun goes on without the installer; then the user quits everything."""
+        """A job goes on without the installer; then the user quits everything."""
         wait_for("the end of the tool", lambda: not processes_of(self.road.installer / "Contents/Resources"))
         for process in processes_of(self.road.installed):
             os.kill(process, signal.SIGKILL)

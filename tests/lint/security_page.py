@@ -9,7 +9,8 @@ from pathlib import Path
 
 
 def known_tests(root):
-    for path in (root / "tests").rglob("*_test.cpp"):
+    # A header holds tests that two programs run, each with parameters of its own.
+    for path in [*(root / "tests").rglob("*_test.cpp"), *(root / "tests").rglob("*.h")]:
         yield from (".".join(name) for name in re.findall(r"^TEST(?:_[FP])?\((\w+),\s*(\w+)\)", path.read_text(), re.M))
     for path in (root / "tests/e2e").glob("*.py"):
         yield from (f"e2e/{name}" for name in re.findall(r"^@scenario\(.*\)\ndef (\w+)\(", path.read_text(), re.M))

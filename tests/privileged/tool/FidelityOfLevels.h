@@ -1,5 +1,5 @@
 #pragma once
-// What every way of taking a bundle along does with a tree that is very deep.
+// A very deep tree, taken along in every way.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>

@@ -1,6 +1,6 @@
 #include "logging/DDASLLogger.h"
 
-#include "platform/Platform.h"
+#include "platform/LoggingPlatform.h"
 
 namespace {
 
@@ -25,7 +25,7 @@ int systemLevel(std::int32_t logLevel) {
 }  // namespace
 
 std::shared_ptr<DDASLLogger> DDASLLogger::sharedInstance() {
-  platform::Platform* platform = platform::installed();
+  platform::LoggingPlatform* platform = platform::installed();
   if (platform == nullptr) return nullptr;
   auto* logger = platform->process.once<DDASLLogger>(
       [&] { return std::make_shared<DDASLLogger>(SingletonKey{}, platform->loggingHost); });

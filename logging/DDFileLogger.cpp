@@ -36,10 +36,10 @@ std::optional<std::string_view> DDLogFileFormatterDefault::formatLogMessage(cons
   return buffer.append(text);
 }
 
-DDFileLogger::DDFileLogger(platform::Platform& platform)
+DDFileLogger::DDFileLogger(platform::LoggingPlatform& platform)
     : DDFileLogger(platform, std::make_shared<DDLogFileManagerDefault>(platform)) {}
 
-DDFileLogger::DDFileLogger(platform::Platform& platform, std::shared_ptr<DDLogFileManager> logFileManager)
+DDFileLogger::DDFileLogger(platform::LoggingPlatform& platform, std::shared_ptr<DDLogFileManager> logFileManager)
     : DDAbstractLogger("cocoa.plamaiskre.fileLogger"),
       _host(platform.loggingHost),
       _systemLog(platform.systemLog),

@@ -27,8 +27,8 @@ class DDLogFileFormatterDefault : public DDLogFormatter {
 class DDFileLogger : public DDAbstractLogger {
  public:
   // With the default manager and its default folder.
-  explicit DDFileLogger(platform::Platform& platform);
-  DDFileLogger(platform::Platform& platform, std::shared_ptr<DDLogFileManager> logFileManager);
+  explicit DDFileLogger(platform::LoggingPlatform& platform);
+  DDFileLogger(platform::LoggingPlatform& platform, std::shared_ptr<DDLogFileManager> logFileManager);
   ~DDFileLogger() override;
 
   // Settings: from any thread, but the getters not from the logging queue nor another logger's. They take effect in order

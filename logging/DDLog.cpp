@@ -32,7 +32,7 @@ LevelSetter* levelSetter(const foundation::Class* aClass) {
 
 }  // namespace
 
-void DDLog::initialize() { LogCore::current(); }
+void DDLog::initialize() { [[maybe_unused]] const LogCore::Visit core; }
 
 foundation::Dispatch::Queue& DDLog::loggingQueue() {
   if (LogCore* core = LogCore::current()) return *core;
@@ -44,27 +44,30 @@ foundation::Dispatch::Queue& DDLog::loggingQueue() {
 }
 
 void DDLog::addLogger(std::shared_ptr<DDLogger> logger) {
-  LogCore* core = LogCore::current();
-  if (core != nullptr && logger) core->async([core, logger = std::move(logger)] { core->lt_addLogger(logger); });
+  const LogCore::Visit visit;
+  if (visit && logger) visit->async([core = &*visit, logger = std::move(logger)] { core->lt_addLogger(logger); });
 }
 
 void DDLog::removeLogger(std::shared_ptr<DDLogger> logger) {
-  LogCore* core = LogCore::current();
-  if (core != nullptr && logger) core->async([core, logger = std::move(logger)] { core->lt_removeLogger(logger); });
+  const LogCore::Visit visit;
+  if (visit && logger) visit->async([core = &*visit, logger = std::move(logger)] { core->lt_removeLogger(logger); });
 }
 
 void DDLog::removeAllLoggers() {
-  if (LogCore* core = LogCore::current()) core->async([core] { core->lt_removeAllLoggers(); });
+  if (const LogCore::Visit visit; visit) visit->async([core = &*visit] { core->lt_removeAllLoggers(); });
 }
 
 void DDLog::queueLogMessage_asynchronously(const DDLogMessage& message, bool asynchronously) {
-  if (LogCore* core = LogCore::current()) core->record(message, asynchronously);
+  if (const LogCore::Visit core; core)
+    core->record(message, asynchronously);
+  else
+    platform::reportLostStatement();
 }
 
 void DDLog::log(const Statement& statement, std::string_view format,
                 std::span<const foundation::FormatArgument> arguments) {
-  LogCore* core = LogCore::current();
-  if (core == nullptr) return;
+  const LogCore::Visit core;
+  if (!core) return platform::reportLostStatement();
   const auto timestamp = foundation::Clock::current().now();
   // Taken out: a caller who waits for room delivers meanwhile, and loggers may log.
   std::string text = isTextBufferGone ? std::string() : std::move(textBuffer.text);
@@ -75,8 +78,9 @@ void DDLog::log(const Statement& statement, std::string_view format,
 }
 
 void DDLog::logText(const Statement& statement, std::string_view text) {
-  LogCore* core = LogCore::current();
-  if (core != nullptr && !core->isStray()) record(*core, statement, foundation::Clock::current().now(), text);
+  const LogCore::Visit core;
+  if (!core) return platform::reportLostStatement();
+  if (!core->isStray()) record(*core, statement, foundation::Clock::current().now(), text);
 }
 
 void DDLog::record(LogCore& core, const Statement& statement, foundation::Date timestamp, std::string_view text) {
@@ -92,7 +96,7 @@ void DDLog::record(LogCore& core, const Statement& statement, foundation::Date t
 }
 
 void DDLog::flushLog() {
-  if (LogCore* core = LogCore::current()) core->sync([core] { core->lt_flush(); });
+  if (const LogCore::Visit visit; visit) visit->sync([core = &*visit] { core->lt_flush(); });
 }
 
 bool DDLog::isRegisteredClass(const foundation::Class* aClass) {

@@ -5,9 +5,10 @@
 // before all have had the one before. At most 1000 records wait: the next caller waits with them. Any thread, with one
 // exception: what waits (a synchronous statement, flushLog) must not be called from the logging queue or a logger's queue.
 //
-// The state belongs to the installed platform and is made at the first use; without a platform nothing here does anything.
-// It ends, after a last flush, with the platform or the process, whichever is first; from the end of `main` on every
-// statement is synchronous.
+// The state belongs to the installed platform and is made at the first use; without a platform nothing here does anything,
+// and the first statement says so on standard error. It ends, after a last flush, with the platform or the process,
+// whichever is first; from the end of `main` on every statement is synchronous. Other threads may go on logging while the
+// platform ends: it waits for the calls that have begun, and later ones find none.
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -28,7 +29,7 @@ class DDLog {
 
   // Made by the first use of anything here: also the flush at the application's end is arranged for. Again: nothing.
   static void initialize();
-  // The serial queue "cocoa.plamaiskre" on which the loggers are managed.
+  // The serial queue "cocoa.plamaiskre" on which the loggers are managed. It is there as long as the platform.
   static foundation::Dispatch::Queue& loggingQueue();
 
   // The core shares the logger. A logger that is added twice is there twice; nullptr does nothing.

@@ -24,11 +24,12 @@ std::string text(std::optional<foundation::Date> date) {
 
 }  // namespace
 
-std::shared_ptr<DDLogFileInfo> DDLogFileInfo::logFileWithPath(platform::Platform& platform, const std::string& path) {
+std::shared_ptr<DDLogFileInfo> DDLogFileInfo::logFileWithPath(platform::LoggingPlatform& platform,
+                                                              const std::string& path) {
   return std::make_shared<DDLogFileInfo>(platform, path);
 }
 
-DDLogFileInfo::DDLogFileInfo(platform::Platform& platform, std::string filePath)
+DDLogFileInfo::DDLogFileInfo(platform::LoggingPlatform& platform, std::string filePath)
     : DDLogFileInfo(std::move(filePath), platform.loggingHost, platform.systemLog) {}
 
 DDLogFileInfo::DDLogFileInfo(std::string filePath, platform::LoggingHost* host, platform::SystemLog& systemLog)

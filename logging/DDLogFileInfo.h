@@ -5,12 +5,12 @@
 #include <string>
 #include <string_view>
 
-#include "platform/Platform.h"
+#include "platform/LoggingPlatform.h"
 
 class DDLogFileInfo {
  public:
-  static std::shared_ptr<DDLogFileInfo> logFileWithPath(platform::Platform& platform, const std::string& path);
-  DDLogFileInfo(platform::Platform& platform, std::string filePath);
+  static std::shared_ptr<DDLogFileInfo> logFileWithPath(platform::LoggingPlatform& platform, const std::string& path);
+  DDLogFileInfo(platform::LoggingPlatform& platform, std::string filePath);
   DDLogFileInfo(std::string filePath, platform::LoggingHost* host, platform::SystemLog& systemLog);
 
   [[nodiscard]] const std::string& filePath() const { return _filePath; }

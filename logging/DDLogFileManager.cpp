@@ -19,13 +19,13 @@ constexpr int nameAttempts = 1000;
 
 }  // namespace
 
-DDLogFileManagerDefault::DDLogFileManagerDefault(platform::Platform& platform)
+DDLogFileManagerDefault::DDLogFileManagerDefault(platform::LoggingPlatform& platform)
     : DDLogFileManagerDefault(platform, defaultLogsDirectory(platform)) {}
 
-DDLogFileManagerDefault::DDLogFileManagerDefault(platform::Platform& platform, std::string logsDirectory)
+DDLogFileManagerDefault::DDLogFileManagerDefault(platform::LoggingPlatform& platform, std::string logsDirectory)
     : _host(platform.loggingHost), _systemLog(platform.systemLog), _logsDirectory(std::move(logsDirectory)) {}
 
-std::string DDLogFileManagerDefault::defaultLogsDirectory(platform::Platform& platform) {
+std::string DDLogFileManagerDefault::defaultLogsDirectory(platform::LoggingPlatform& platform) {
   const auto libraries = platform.fileManager.searchPathForDirectories(platform::SearchPathDirectory::library,
                                                                        platform::NSUserDomainMask, true);
   const std::string base = libraries.empty() ? platform.fileManager.temporaryDirectory() : libraries.front();

@@ -38,14 +38,14 @@ class DDLogFileManager {
 class DDLogFileManagerDefault : public DDLogFileManager, public std::enable_shared_from_this<DDLogFileManagerDefault> {
  public:
   // In the user's Library, "Logs", the name of the process.
-  explicit DDLogFileManagerDefault(platform::Platform& platform);
-  DDLogFileManagerDefault(platform::Platform& platform, std::string logsDirectory);
+  explicit DDLogFileManagerDefault(platform::LoggingPlatform& platform);
+  DDLogFileManagerDefault(platform::LoggingPlatform& platform, std::string logsDirectory);
 
   [[nodiscard]] std::size_t maximumNumberOfLogFiles() const override { return _maximumNumberOfLogFiles; }
   // Another number than before prunes, on the logging queue.
   void setMaximumNumberOfLogFiles(std::size_t number) override;
 
-  static std::string defaultLogsDirectory(platform::Platform& platform);
+  static std::string defaultLogsDirectory(platform::LoggingPlatform& platform);
   // Makes the folder when it is not there. The path is answered even when that failed, which goes to the system log.
   std::string logsDirectory() override;
   // "log-", six upper-case hexadecimal digits, and anything after them.

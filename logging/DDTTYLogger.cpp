@@ -3,10 +3,10 @@
 #include <charconv>
 
 #include "foundation/text/Harmless.h"
-#include "platform/Platform.h"
+#include "platform/LoggingPlatform.h"
 
 std::shared_ptr<DDTTYLogger> DDTTYLogger::sharedInstance() {
-  platform::Platform* platform = platform::installed();
+  platform::LoggingPlatform* platform = platform::installed();
   if (platform == nullptr) return nullptr;
   auto* logger = platform->process.once<DDTTYLogger>(
       [&] { return std::make_shared<DDTTYLogger>(SingletonKey{}, platform->loggingHost); });

@@ -35,38 +35,44 @@ constexpr std::size_t maximumNumberOfLogFiles = 7;
 }  // namespace
 
 constinit std::atomic<KTLogger*> KTLogger::_shared{nullptr};
+constinit std::atomic<KTLogger*> KTLogger::_retired{nullptr};
 
 KTLogger* KTLogger::makeSharedLogger() {
   // For statements outside the life of a platform, even at the very end of the process.
   static constinit foundation::Lasting<KTLogger> lasting;
   const auto mute = [] { return &lasting.get([] { return std::make_unique<KTLogger>(SingletonKey{}, nullptr); }); };
-  platform::Platform* platform = platform::installed();
+  const platform::Visit visit;
+  platform::LoggingPlatform* platform = visit ? platform::installed() : nullptr;
   if (platform == nullptr) return mute();
   KTLogger* logger = platform->process.once<KTLogger>([&] {
-    auto made = std::make_shared<KTLogger>(SingletonKey{}, platform);
+    const std::shared_ptr<KTLogger> made(new KTLogger(SingletonKey{}, platform), Retire());
     made->initSingleton(*platform);
     return made;
   });
   return logger == nullptr ? mute() : logger;
 }
 
-KTLogger::KTLogger(SingletonKey /*key*/, platform::Platform* platform)
+KTLogger::KTLogger(SingletonKey /*key*/, platform::LoggingPlatform* platform)
     : _defaults(platform == nullptr ? nullptr : &platform->standardUserDefaults),
       _mainBundle(platform == nullptr ? nullptr : &platform->bundles.mainBundle()),
       _systemLog(platform == nullptr ? nullptr : &platform->systemLog) {}
 
-KTLogger::~KTLogger() {
+// Threads may hold the pointer, so the object stays.
+void KTLogger::retire() {
   KTLogger* self = this;
   _shared.compare_exchange_strong(self, nullptr);
+  _defaults = nullptr;
+  fileLogger.reset();
+  _retiredBefore = _retired.exchange(this);
 }
 
-void KTLogger::initSingleton(platform::Platform& platform) {
+void KTLogger::initSingleton(platform::LoggingPlatform& platform) {
   // Where there is nowhere to log to, statements are echoed only.
   if (platform.loggingHost != nullptr) installFileLogger(platform);
   _shared.store(this, std::memory_order_release);
 }
 
-void KTLogger::installFileLogger(platform::Platform& platform) {
+void KTLogger::installFileLogger(platform::LoggingPlatform& platform) {
   DDLog::initialize();
   fileLogger = std::make_shared<DDFileLogger>(platform);
   fileLogger->setRollingFrequency(rollingFrequency);
@@ -75,8 +81,9 @@ void KTLogger::installFileLogger(platform::Platform& platform) {
 }
 
 std::int64_t KTLogger::readThreshold() {
-  const std::uint64_t generation = _defaults->generation();
-  const std::int64_t threshold = NSUserDefaults::Debug::loggingLevel(*_defaults, *_mainBundle);
+  const platform::UserDefaults& defaults = *_defaults;
+  const std::uint64_t generation = defaults.generation();
+  const std::int64_t threshold = NSUserDefaults::Debug::loggingLevel(defaults, *_mainBundle);
   _threshold.store(threshold, std::memory_order_relaxed);
   _generation.store(generation, std::memory_order_release);
   return threshold;
@@ -86,6 +93,8 @@ void KTLogger::log(std::string_view /*selector*/, std::int32_t level, std::strin
                    std::span<const foundation::FormatArgument> arguments) {
   const auto index = static_cast<std::uint32_t>(level);
   if (index >= std::size(treatments) || treatments[index].heading.empty()) return;
+  const platform::Visit visit;
+  if (!visit || _defaults == nullptr) return;
   const Treatment& treatment = treatments[index];
   // Formatted once: the record is the echoed line without its heading.
   std::string line(treatment.heading);
@@ -104,7 +113,8 @@ void KTLogger::log(std::string_view /*selector*/, std::int32_t level, std::strin
 
 std::vector<std::string> KTLogger::logFileList() {
   std::vector<std::string> paths;
-  if (!fileLogger) return paths;
+  const platform::Visit visit;
+  if (!visit || !fileLogger) return paths;
   DDLog::flushLog();
   for (const auto& info : fileLogger->logFileManager()->sortedLogFileInfos()) paths.push_back(info->filePath());
   return paths;

@@ -15,7 +15,7 @@
 
 #include "logging/DDFileLogger.h"
 #include "logging/FormatString.h"
-#include "platform/Platform.h"
+#include "platform/LoggingPlatform.h"
 
 // A further logger that a client may attach to the facade. The facade stores and returns it and never calls it; code that
 // reports to both logs to it directly (KTDiagnostics below).
@@ -31,13 +31,12 @@ class KTLogger {
 
  public:
   // The one logger of the process, made at the first call. Instances come from nowhere else. Without an installed platform
-  // it is an object that logs nothing.
+  // it is an object that logs nothing. The pointer stays good for ever; after the end of its platform it logs nothing.
   static KTLogger* sharedLogger() {
     KTLogger* logger = _shared.load(std::memory_order_acquire);
     return logger != nullptr ? logger : makeSharedLogger();
   }
-  KTLogger(SingletonKey, platform::Platform* platform);
-  ~KTLogger();
+  KTLogger(SingletonKey, platform::LoggingPlatform* platform);
   KTLogger(const KTLogger&) = delete;
   KTLogger& operator=(const KTLogger&) = delete;
 
@@ -62,8 +61,11 @@ class KTLogger {
 
   // Whether a statement of this level is dropped unformatted: the threshold is below `level`, read as unsigned.
   [[nodiscard]] bool isSilenced(std::int32_t level) {
-    if (_defaults == nullptr) return true;
-    const std::uint64_t generation = _defaults->generation();
+    const platform::Visit visit;
+    if (!visit) platform::reportLostStatement();
+    const platform::UserDefaults* defaults = visit ? _defaults.load() : nullptr;
+    if (defaults == nullptr) return true;
+    const std::uint64_t generation = defaults->generation();
     const bool isKnown = generation != 0 && generation == _generation.load(std::memory_order_acquire);
     const std::int64_t threshold =
         isKnown && !isReadingDue() ? _threshold.load(std::memory_order_relaxed) : readThreshold();
@@ -78,9 +80,14 @@ class KTLogger {
   // Number of calls that may pass before a change that another program made to the defaults is noticed.
   static constexpr std::uint32_t callsPerReading = 1024;
 
+  struct Retire {
+    void operator()(KTLogger* logger) const { logger->retire(); }
+  };
+
   static KTLogger* makeSharedLogger();
-  void initSingleton(platform::Platform& platform);
-  void installFileLogger(platform::Platform& platform);
+  void retire();
+  void initSingleton(platform::LoggingPlatform& platform);
+  void installFileLogger(platform::LoggingPlatform& platform);
   bool isReadingDue() {
     const auto calls = _calls.load(std::memory_order_relaxed) + 1;
     _calls.store(calls, std::memory_order_relaxed);
@@ -91,9 +98,12 @@ class KTLogger {
            std::span<const foundation::FormatArgument> arguments);
 
   static std::atomic<KTLogger*> _shared;
-  platform::UserDefaults* const _defaults;
+  static std::atomic<KTLogger*> _retired;
+  // All of the platform's; nullptr when that is gone, which a visit keeps from happening.
+  std::atomic<platform::UserDefaults*> _defaults;
   const platform::Bundle* const _mainBundle;
   platform::SystemLog* const _systemLog;
+  KTLogger* _retiredBefore = nullptr;
   std::atomic<std::uint64_t> _generation{0};  // of the defaults that the threshold was read from
   std::atomic<std::int64_t> _threshold{0};
   std::atomic<std::uint32_t> _calls{0};

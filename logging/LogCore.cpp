@@ -42,12 +42,12 @@ class PreservedError {
 LogCore* LogCore::current() {
   LogCore* core = theCore.load(std::memory_order_acquire);
   if (core != nullptr) return core;
-  platform::Platform* platform = platform::installed();
+  platform::LoggingPlatform* platform = platform::installed();
   if (platform == nullptr) return nullptr;
   return platform->process.once<LogCore>([&] { return std::make_shared<LogCore>(*platform); });
 }
 
-LogCore::LogCore(platform::Platform& platform)
+LogCore::LogCore(platform::LoggingPlatform& platform)
     : Queue("cocoa.plamaiskre"),
       _systemLog(platform.systemLog),
       _process(platform.loggingHost != nullptr ? &platform.loggingHost->process : nullptr),
@@ -69,8 +69,8 @@ LogCore::LogCore(platform::Platform& platform)
 }
 
 std::uint32_t LogCore::threadOfCaller() {
-  const LogCore* core = current();
-  return core == nullptr ? CallingThread::identifier(nullptr) : core->callingThread();
+  const Visit core;
+  return core ? core->callingThread() : CallingThread::identifier(nullptr);
 }
 
 LogCore::~LogCore() {

@@ -26,13 +26,25 @@
 #include "logging/LogDelivery.h"
 #include "logging/LogJournal.h"
 #include "logging/LogRing.h"
-#include "platform/Platform.h"
+#include "platform/LoggingPlatform.h"
 
 class LogCore final : public foundation::Dispatch::Queue {
  public:
   // The core of the installed platform, made at the first call; nullptr without a platform, or when its core is gone.
   static LogCore* current();
-  explicit LogCore(platform::Platform& platform);
+  // The core for one call of any thread, during which the platform does not end.
+  class Visit {
+   public:
+    Visit() : _core(_platform || LogDelivery::isAtWork() ? current() : nullptr) {}
+    explicit operator bool() const { return _core != nullptr; }
+    LogCore* operator->() const { return _core; }
+    LogCore& operator*() const { return *_core; }
+
+   private:
+    const platform::Visit _platform;
+    LogCore* const _core;
+  };
+  explicit LogCore(platform::LoggingPlatform& platform);
   ~LogCore() override;
 
   // As a queue: blocks keep their place among the records.

@@ -68,6 +68,7 @@ class LogDelivery {
   template <class Work>
   void attempt(const Work& work) {
     if (_isStray) return;
+    const AtWork atWork;
     try {
       work();
     } catch (const std::exception& exception) {
@@ -76,6 +77,9 @@ class LogDelivery {
       report("unknown");
     }
   }
+
+  // Whether the calling thread is in the middle of such work, which the end of the platform waits for.
+  static bool isAtWork() { return AtWork::depth > 0; }
 
   void didBecomeIdle();
   // The process ends.
@@ -95,6 +99,14 @@ class LogDelivery {
   void goAstray();
 
  private:
+  struct AtWork {
+    AtWork() { ++depth; }
+    ~AtWork() { --depth; }
+    AtWork(const AtWork&) = delete;
+    AtWork& operator=(const AtWork&) = delete;
+    static inline constinit thread_local int depth = 0;
+  };
+
   // Where the delivery of a record stands: its number, how many loggers there are, and how many have begun. Without loggers
   // when it is over, or the onlooker's. The thread that moves it on by compare-and-swap runs the logger it passes.
   using Progress = std::uint64_t;

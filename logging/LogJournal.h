@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "logging/LogRing.h"
-#include "platform/Platform.h"
+#include "platform/LoggingPlatform.h"
 
 // Lines put aside for one file. Written by one thread at a time in this order: bytes, then `state`. So at every moment
 // `state` tells which bytes are whole lines, and which records need no more than these bytes.

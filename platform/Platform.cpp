@@ -11,10 +11,8 @@ std::atomic<Platform*> theOne{nullptr};
 
 }  // namespace
 
-Platform* installed() { return theOne.load(std::memory_order_acquire); }
-
 Platform& current() {
-  Platform* platform = installed();
+  Platform* platform = theOne.load(std::memory_order_acquire);
   if (platform == nullptr) {
     std::fputs("no platform is installed: make a platform::Installation first\n", stderr);
     std::abort();
@@ -22,7 +20,7 @@ Platform& current() {
   return *platform;
 }
 
-Installation::Installation(Platform& platform) : _views(platform.views) {
+Installation::Installation(Platform& platform) : _logging(platform), _views(platform.views) {
   theOne.store(&platform, std::memory_order_release);
 }
 

@@ -15,9 +15,13 @@ ProcessScope::ProcessScope()
                                    .child = [this] { _mutex.unlock(); }})) {}
 
 ProcessScope::~ProcessScope() {
-  for (auto slot = _order.rbegin(); slot != _order.rend(); ++slot) (*slot)->object.reset();
+  end();
   Fork::removeHandlers(_handlers);
   Fork::removeHandlers(_makingHandlers);
+}
+
+void ProcessScope::end() {
+  for (auto slot = _order.rbegin(); slot != _order.rend(); ++slot) (*slot)->object.reset();
 }
 
 void* ProcessScope::object(std::type_index type, const std::function<std::shared_ptr<void>()>& make) {

@@ -23,11 +23,14 @@ class ProcessScope {
   // The one T of the process. The first call makes it with `make`, which returns a shared_ptr<T>; if that is nullptr, every
   // later call returns nullptr too. Concurrent first calls wait for the one that makes it, and so does a fork; `make` may
   // ask for other types.
-  // The scope owns its objects, and destroys them in the reverse order of their making.
+  // The scope owns its objects. They are destroyed in the reverse order of their making, at its end or by `end`.
   template <class T, class Make>
   T* once(Make make) {
     return static_cast<T*>(object(typeid(T), [&]() -> std::shared_ptr<void> { return make(); }));
   }
+
+  // From then on `once` returns nullptr for every object that was made.
+  void end();
 
  private:
   struct Slot {

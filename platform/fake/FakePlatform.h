@@ -38,9 +38,14 @@ class FakePlatform : public FakeParts {
   // Lets the debug diagnostics through to `systemLog`: a development build with logging level 7.
   void enableDebugLogging();
 
-  Platform platform{application, runLoop,   defaults,      notificationCenter, distributedNotificationCenter,
-                    bundles,     files,     authorization, workspace,          services,
-                    shell,       systemLog, &logging.host};
+  Platform platform{{defaults, notificationCenter, bundles, files, systemLog, &logging.host},
+                    application,
+                    runLoop,
+                    distributedNotificationCenter,
+                    authorization,
+                    workspace,
+                    services,
+                    shell};
 
  private:
   Installation _installation{platform};

@@ -98,6 +98,7 @@ std::optional<foundation::PropertyList::Dictionary> FakeServiceManagement::copyJ
 
 // Control characters come out as the real log writes them.
 void FakeSystemLog::log(std::string_view line) {
+  const std::lock_guard lock(_mutex);
   std::string text;
   for (const char byte : line) {
     const auto number = static_cast<unsigned char>(byte);

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <functional>
 #include <map>
+#include <mutex>
 #include <optional>
 #include <set>
 
@@ -133,7 +134,10 @@ class FakeSystemLog final : public SystemLog {
  public:
   void log(std::string_view line) override;
 
-  std::vector<std::string> lines;
+  std::vector<std::string> lines;  // read by one thread while no other logs
+
+ private:
+  std::mutex _mutex;
 };
 
 }  // namespace platform::fake

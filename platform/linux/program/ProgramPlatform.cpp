@@ -70,9 +70,14 @@ struct ProgramPlatform::Parts {
   ServiceManagement serviceManagement{log};
   Shell shell{directCall};
   LoggingHost loggingHost;
-  Platform platform{
-      application, runLoop,           defaults, center, distributedCenter, bundles, fileManager, authorizationServices,
-      workspace,   serviceManagement, shell,    log,    &loggingHost.host};
+  Platform platform{{defaults, center, bundles, fileManager, log, &loggingHost.host},
+                    application,
+                    runLoop,
+                    distributedCenter,
+                    authorizationServices,
+                    workspace,
+                    serviceManagement,
+                    shell};
   Installation installation{platform};
 };
 

@@ -128,10 +128,14 @@ class Framework {
       _bundles.mainBundle(), {_runLoop, _viewClasses}, [this] { _application.terminateOnRequest(); }};
   CheckedBundles _checkedBundles{_bundles, _refusal, _platform.report};
   ReportedWorkspace _workspace{_applications, _bundles, _newBundle, _platform.report};
-  Platform _platform{_application,       _runLoop,           _defaults,    _center,
-                     _distributedCenter, _checkedBundles,    _fileManager, _authorizationServices,
-                     _workspace,         _serviceManagement, _shell,       _log,
-                     &_loggingHost.host};
+  Platform _platform{{_defaults, _center, _checkedBundles, _fileManager, _log, &_loggingHost.host},
+                     _application,
+                     _runLoop,
+                     _distributedCenter,
+                     _authorizationServices,
+                     _workspace,
+                     _serviceManagement,
+                     _shell};
   Installation _installation{_platform};
 };
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 
 #include <algorithm>
@@ -57,6 +58,14 @@ std::vector<std::string> recovered(const std::vector<std::string>& texts) {
   return messages;
 }
 
+// Leaves no megabyte in a row.
+void fillAddressSpace() {
+  const rlimit none{.rlim_cur = 0, .rlim_max = 0};
+  if (::setrlimit(RLIMIT_AS, &none) != 0) ::_exit(9);
+  while (new (std::nothrow) char[1 << 20] != nullptr) {
+  }
+}
+
 class Texts : public testing::Test {
  protected:
   std::vector<std::byte> memory = std::vector<std::byte>(LogTexts::bytes);
@@ -105,6 +114,30 @@ TEST(LongRecords, ThatFoundNoRoomSurviveWithTheirBeginning) {
   EXPECT_EQ(messages[1], texts[1].substr(0, LogSlot::inlineCapacity - sizeof(char*)));
   EXPECT_EQ(messages[2], texts[2].substr(0, LogSlot::inlineCapacity - sizeof(char*)));
   EXPECT_EQ(messages[3], texts[3]);
+}
+
+TEST(LongRecords, InAFullAddressSpaceComeWithTheirBeginningAndHoldNobodyUp) {
+  const tests::TemporaryFolder folder;
+  [[maybe_unused]] const platform::Linux::LoggingHost host;  // makes forks known
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    ::alarm(30);
+    const RealLog log(uniqueName(), folder.path());
+    const std::string text(2 << 20, 'x');
+    const DDLog::Statement statement{true, 3, DDLogFlagWarning, 0, "f.mm", "f", 1};
+    fillAddressSpace();
+    DDLog::logText(statement, text);
+    RealLog::log(false, "the next");
+    ::_exit(0);
+  }
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
+  const auto messages = messagesIn(folder.path());
+  ASSERT_EQ(messages.size(), 2);
+  EXPECT_TRUE(messages[0] == std::string(LogSlot::inlineCapacity, 'x')) << messages[0].size();
+  EXPECT_EQ(messages[1], "the next");
 }
 
 TEST(LongRecords, OfManyThreadsArriveWhole) {

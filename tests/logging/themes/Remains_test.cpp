@@ -5,6 +5,7 @@
 #include "logging/DDFileLogger.h"
 #include "logging/DDLog.h"
 #include "platform/fake/FakePlatform.h"
+#include "tests/logging/RecordingLogger.h"
 
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -175,6 +176,44 @@ TEST_F(Remains, HaveAnEmptyFileNameForAFormatterThatPrintsIt) {
   DDLog::addLogger(logger);
   DDLog::flushLog();
   EXPECT_EQ(contents(), "|one\n");
+}
+
+TEST_F(Remains, AreWrittenByOneFormatterWhileAnotherComes) {
+  struct Facts {
+    Gate isWriting;
+    std::atomic<bool> isGone{false};
+    std::atomic<bool> wasGoneWhileWriting{false};
+  };
+  class First : public DDLogFormatter {
+   public:
+    explicit First(Facts& facts) : _facts(facts) {}
+    ~First() override { _facts.isGone = true; }
+    std::optional<std::string_view> formatLogMessage(const DDLogMessage& message, std::string&) override {
+      Facts& facts = _facts;
+      facts.isWriting.pass();
+      facts.wasGoneWhileWriting = facts.isGone.load();
+      return message.logMsg();
+    }
+
+   private:
+    Facts& _facts;
+  };
+  fake.logging.storage.addFile(file, "");
+  Dead dead;
+  dead.addRecord("one");
+  fake.logging.memories.dead.push_back(dead.bytes());
+  Facts facts;
+  logger = std::make_shared<DDFileLogger>(fake.platform, std::make_shared<DDLogFileManagerDefault>(fake.platform, folder));
+  logger->setLogFormatter(std::make_shared<First>(facts));
+  DDLog::addLogger(logger);
+  ASSERT_TRUE(facts.isWriting.waitForArrival());
+  logger->setLogFormatter(nullptr);
+  for (int i = 0; i < 20 && !facts.isGone; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  facts.isWriting.open();
+  DDLog::flushLog();
+  EXPECT_FALSE(facts.wasGoneWhileWriting);
+  EXPECT_TRUE(facts.isGone);
+  EXPECT_EQ(contents(), "one\n");
 }
 
 TEST_F(Remains, AreThereForTheNextProcessWhenTheDiskIsFull) {

@@ -64,10 +64,14 @@ struct QtApplicationTest : testing::Test {
   QtRunLoop runLoop;
   QtBlockingCall blockingCall{runLoop};
   QtApplication application{runLoop, fakes.notificationCenter, "Kelto Installer"};
-  Platform platform{
-      application,   runLoop,        fakes.defaults,      fakes.notificationCenter, fakes.distributedNotificationCenter,
-      fakes.bundles, fakes.files,    fakes.authorization, fakes.workspace,          fakes.services,
-      fakes.shell,   fakes.systemLog};
+  Platform platform{{fakes.defaults, fakes.notificationCenter, fakes.bundles, fakes.files, fakes.systemLog},
+                    application,
+                    runLoop,
+                    fakes.distributedNotificationCenter,
+                    fakes.authorization,
+                    fakes.workspace,
+                    fakes.services,
+                    fakes.shell};
   Delegate* delegate = nullptr;
   std::vector<DelegateClass> classes{{"TestDelegate", [this](Platform&) {
                                         auto made = std::make_unique<Delegate>(*this);

@@ -38,9 +38,14 @@ class RunningTool final : public platform::ByteStream {
 // The fake platform, but for its files, which are the user's own.
 struct InstallersPlatform : platform::fake::FakeParts {
   platform::Linux::FileManager realFiles;
-  platform::Platform platform{application, runLoop,   defaults,      notificationCenter, distributedNotificationCenter,
-                              bundles,     realFiles, authorization, workspace,          services,
-                              shell,       systemLog, &logging.host};
+  platform::Platform platform{{defaults, notificationCenter, bundles, realFiles, systemLog, &logging.host},
+                              application,
+                              runLoop,
+                              distributedNotificationCenter,
+                              authorization,
+                              workspace,
+                              services,
+                              shell};
   platform::Installation installation{platform};
 };
 

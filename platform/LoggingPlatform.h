@@ -1,0 +1,63 @@
+#pragma once
+// The part of a platform that logging uses, which a program may also have alone.
+#include "foundation/runtime/NotificationCenter.h"
+#include "foundation/runtime/ProcessScope.h"
+#include "platform/Bundle.h"
+#include "platform/FileManager.h"
+#include "platform/LoggingHost.h"
+#include "platform/SystemLog.h"
+#include "platform/UserDefaults.h"
+
+namespace platform {
+
+struct LoggingPlatform {
+  UserDefaults& standardUserDefaults;
+  foundation::NotificationCenter& defaultNotificationCenter;
+  Bundles& bundles;
+  FileManager& fileManager;
+  SystemLog& systemLog;
+  // Without a host, only the system log receives anything.
+  LoggingHost* loggingHost = nullptr;
+  // The singletons of the process; the last member, so that they are destroyed before the parts they use.
+  foundation::ProcessScope process{};
+};
+
+// The installed platform, or nullptr. A thread that cannot know whether the platform is about to end makes a Visit.
+LoggingPlatform* installed();
+
+// Installs `platform` for the life of this object. Installations do not nest; make them before other threads start.
+class LoggingInstallation {
+ public:
+  explicit LoggingInstallation(LoggingPlatform& platform);
+  // Waits until every visit is over: from then on no other thread uses the platform.
+  ~LoggingInstallation();
+  LoggingInstallation(const LoggingInstallation&) = delete;
+  LoggingInstallation& operator=(const LoggingInstallation&) = delete;
+};
+
+// The use of the installed platform for the duration of one call. Any thread; visits nest.
+//
+// A visitor notes in a place of its own that it is here and then reads whether there is a platform. The end of an
+// installation takes the platform away and then reads who is here. At least one of the two sees the other, as long as
+// neither lets its read overtake its write (Doorbell.h in logging explains who pays for that).
+class Visit {
+ public:
+  struct Visitor;
+
+  Visit();
+  ~Visit();
+  Visit(const Visit&) = delete;
+  Visit& operator=(const Visit&) = delete;
+
+  // False if no platform is installed.
+  explicit operator bool() const { return _hasPlatform; }
+
+ private:
+  Visitor& _visitor;
+  bool _hasPlatform;
+};
+
+// Says on standard error, at the first call of the process, that a statement found no platform.
+void reportLostStatement();
+
+}  // namespace platform

@@ -2,7 +2,7 @@
 # The checks that are too long for ./test.sh: whole builds with other compilers and settings, clang-tidy, sanitizers.
 #
 #   ./check.sh              all of them
-#   ./check.sh NAME...      some, by the names of the functions below: lints clang tidy address thread release
+#   ./check.sh NAME...      some, by the names of the functions below: lints models clang tidy address thread release
 set -euo pipefail
 top=$(dirname "$(readlink -f "$0")")
 cd "$top"
@@ -22,6 +22,9 @@ lints() {
   configure dev
   ctest --test-dir build/dev --no-tests=error -j "$jobs" -L lint --output-on-failure
 }
+
+# The protocols between threads, in every order of their steps.
+models() { tests/models/run.sh; }
 
 # The other compiler, every warning an error, each file by itself: without precompiled headers and without joined tests.
 clang() {
@@ -74,7 +77,7 @@ release() {
 
 scripts/install-packages.sh
 checks=("$@")
-[ ${#checks[@]} -gt 0 ] || checks=(lints clang tidy address thread release)
+[ ${#checks[@]} -gt 0 ] || checks=(lints models clang tidy address thread release)
 for check in "${checks[@]}"; do
   echo "== $check"
   SECONDS=0

@@ -6,8 +6,8 @@ Prints one line for each that does not and exits with 1 when there is any. Desig
 begin with NS or DDLog, and the options of one header.
 """
 import re
-import sys
-from pathlib import Path
+
+import lint_report
 
 FOLDERS = ("app", "privileged", "posix", "platform", "logging", "kit", "ui", "protocol", "foundation", "sdk", "demo", "examples",
            "bench", "fuzz", "tests")
@@ -35,12 +35,5 @@ def lint(root):
     return files, [problem for path in files for problem in problems_of(path, root)]
 
 
-def main():
-    files, found = lint(Path(sys.argv[1]))
-    print("\n".join(found))
-    print(f"{len(files)} files, {len(found)} problems")
-    return 1 if found or not files else 0
-
-
 if __name__ == "__main__":
-    sys.exit(main())
+    lint_report.end(lint)

@@ -10,8 +10,8 @@ of the bare operating system, a header in angle brackets this one alone. The sta
 inside a folder belongs to it unless it has a row of its own; then arrows to the outer folder do not reach it.
 """
 import re
-import sys
-from pathlib import Path
+
+import lint_report
 
 HEADER = "| folder | holds | may include |"
 BARE_SYSTEM_HEADER = re.compile(
@@ -139,12 +139,5 @@ def lint(root):
     return check.files, check.problems()
 
 
-def main():
-    files, found = lint(Path(sys.argv[1]))
-    print("\n".join(found))
-    print(f"{len(files)} files, {len(found)} problems")
-    return 1 if found or not files else 0
-
-
 if __name__ == "__main__":
-    sys.exit(main())
+    lint_report.end(lint)

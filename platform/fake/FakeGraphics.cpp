@@ -57,12 +57,12 @@ std::shared_ptr<const foundation::Image> FakeViewResources::imageNamed(std::stri
   return found == images.end() ? nullptr : found->second;
 }
 
-std::shared_ptr<foundation::View> FakeViewResources::loadNib(std::string_view name, foundation::ViewController& /*owner*/,
+std::shared_ptr<foundation::View> FakeViewResources::loadNib(std::string_view name, foundation::ViewController& owner,
                                                              std::string& cause) {
   const auto found = nibs.find(name);
-  if (found != nibs.end()) return found->second();
-  cause = "there is no nib of that name";
-  return nullptr;
+  const auto view = found == nibs.end() ? nullptr : found->second(owner);
+  if (view == nullptr) cause = found == nibs.end() ? "there is no nib of that name" : "the nib cannot be read";
+  return view;
 }
 
 }  // namespace platform::fake

@@ -67,7 +67,9 @@ class FakeViewResources final : public foundation::ViewResources {
   void addImage(const std::string& name, foundation::Size size) { images[name] = std::make_shared<FakeImage>(name, size); }
 
   std::map<std::string, std::shared_ptr<const foundation::Image>, std::less<>> images;
-  std::map<std::string, std::function<std::shared_ptr<foundation::View>()>, std::less<>> nibs;
+  // Makes the view and connects the outlets of the owner; nullptr for a nib that cannot be read.
+  using Nib = std::function<std::shared_ptr<foundation::View>(foundation::ViewController& owner)>;
+  std::map<std::string, Nib, std::less<>> nibs;
 };
 
 }  // namespace platform::fake

@@ -1,9 +1,11 @@
 // The fakes of the run loop, the window and the application, held to the contracts.
 #include <deque>
 
+#include "platform/fake/FakeGraphics.h"
 #include "platform/fake/FakePlatform.h"
 #include "tests/platform/contracts/RunLoopContract.h"
 #include "tests/platform/contracts/UserInterfaceContract.h"
+#include "tests/platform/contracts/ViewResourcesContract.h"
 
 using namespace contracts;
 using platform::fake::FakeRunLoop;
@@ -74,10 +76,32 @@ class FakeInterface {
   platform::fake::FakeProgressIndicator _progressIndicator;
 };
 
+class FakeViews {
+ public:
+  FakeViews() {
+    _resources.addImage("dot", {10, 6});
+    _resources.nibs["Settings"] = [](foundation::ViewController& owner) {
+      const auto view = std::make_shared<foundation::View>(foundation::Rect{{0, 0}, {300, 200}});
+      const auto face = std::make_shared<foundation::View>();
+      view->addSubview(face);
+      owner.connectOutlet("face", face);
+      return view;
+    };
+    _resources.nibs["Broken"] = [](foundation::ViewController&) { return nullptr; };
+  }
+  foundation::ViewResources& resources() { return _resources; }
+  foundation::ViewEnvironment& environment() { return _fakes.platform.views; }
+
+ private:
+  platform::fake::FakePlatform _fakes;
+  platform::fake::FakeViewResources _resources;
+};
+
 }  // namespace
 
 INSTANTIATE_TYPED_TEST_SUITE_P(Fake, RunLoopContract, FakeLoop);
 INSTANTIATE_TYPED_TEST_SUITE_P(Fake, UserInterfaceContract, FakeInterface);
+INSTANTIATE_TYPED_TEST_SUITE_P(Fake, ViewResourcesContract, FakeViews);
 
 TEST(FakeRunLoop, WhileTheMainThreadIsBusyTheClockMovesAndNothingRuns) {
   platform::fake::FakeParts parts;

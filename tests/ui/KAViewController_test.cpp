@@ -56,7 +56,7 @@ struct KAViewControllerTest : testing::Test {
 
 TEST_F(KAViewControllerTest, TheNibHasTheNameOfTheClass) {
   EXPECT_EQ(KAViewController::nibName<OtherController>(), "OtherController");
-  resources.nibs["OtherController"] = [this] { return view; };
+  resources.nibs["OtherController"] = [this](foundation::ViewController&) { return view; };
   const auto other = KAViewController::viewController<OtherController>();
   EXPECT_FALSE(other->isViewLoaded());
   EXPECT_EQ(other->view(), view.get());
@@ -65,20 +65,20 @@ TEST_F(KAViewControllerTest, TheNibHasTheNameOfTheClass) {
 }
 
 TEST_F(KAViewControllerTest, LoadingTheViewCallsViewDidLoad) {
-  resources.nibs["ToldController"] = [this] { return view; };
+  resources.nibs["ToldController"] = [this](foundation::ViewController&) { return view; };
   controller->loadView();
   EXPECT_THAT(calls, ElementsAre("DidLoad"));
 }
 
 TEST_F(KAViewControllerTest, TheViewIsLoadedOnlyOnce) {
-  resources.nibs["ToldController"] = [] { return std::make_shared<KAView>(); };
+  resources.nibs["ToldController"] = [](foundation::ViewController&) { return std::make_shared<KAView>(); };
   const foundation::View* loaded = controller->view();
   EXPECT_EQ(controller->view(), loaded);
   EXPECT_THAT(calls, ElementsAre("DidLoad"));
 }
 
 TEST_F(KAViewControllerTest, AViewThatWasSetIsNotReplacedByTheNib) {
-  resources.nibs["ToldController"] = [] { return std::make_shared<KAView>(); };
+  resources.nibs["ToldController"] = [](foundation::ViewController&) { return std::make_shared<KAView>(); };
   controller->setView(view);
   EXPECT_EQ(controller->view(), view.get());
   EXPECT_THAT(calls, IsEmpty());

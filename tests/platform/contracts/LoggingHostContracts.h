@@ -1,5 +1,5 @@
 #pragma once
-// The contracts of the small interfaces that logging uses: ProcessInfo, Terminal, SurvivingMemories.
+// The contracts of the small interfaces that logging uses: ProcessInfo, Terminal, SurvivingMemories and SurvivingMemory.
 //
 // A World for ProcessInfo has: `process()`; for Terminal: `terminal()`, which is a file, and `text()`, all that was
 // written; for SurvivingMemories: `memories()`, and `die()`, after which the memories made so far belong to a process

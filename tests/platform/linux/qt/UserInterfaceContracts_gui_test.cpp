@@ -1,4 +1,4 @@
-// The run loop, the window and the application on a real display, held to the contracts.
+// The run loop, the window, the application and the view resources on a real display, held to the contracts.
 #include <QDialog>
 #include <QElapsedTimer>
 #include <QPushButton>
@@ -11,9 +11,11 @@
 #include "platform/linux/qt/QtElements.h"
 #include "platform/linux/qt/QtProgressBar.h"
 #include "platform/linux/qt/QtRunLoop.h"
+#include "platform/linux/qt/QtViewResources.h"
 #include "platform/linux/qt/QtWindow.h"
 #include "tests/platform/contracts/RunLoopContract.h"
 #include "tests/platform/contracts/UserInterfaceContract.h"
+#include "tests/platform/contracts/ViewResourcesContract.h"
 #include "tests/platform/linux/qt/QtTest.h"
 
 using namespace contracts;
@@ -143,7 +145,36 @@ class QtInterface {
   QTimer _alertWatch;
 };
 
+class QtViews {
+ public:
+  QtViews() {
+    const QString image = _folder.filePath("dot.png");
+    EXPECT_TRUE(QImage(10, 6, QImage::Format_ARGB32).save(image));
+    _bundle.resources["artwork/dot.png"] = image.toStdString();
+    write("Settings", R"(<ui version="4.0"><widget class="View" name="settings">
+      <property name="geometry"><rect><x>0</x><y>0</y><width>300</width><height>200</height></rect></property>
+      <widget class="View" name="face"/></widget></ui>)");
+    write("Broken", R"(<ui version="4.0"><widget class="View" name="x">)");
+  }
+  foundation::ViewResources& resources() { return _resources; }
+  foundation::ViewEnvironment& environment() { return _fakes.platform.views; }
+
+ private:
+  void write(const std::string& name, const std::string& document) {
+    const std::string path = _folder.filePath(QString::fromStdString(name + ".ui")).toStdString();
+    std::ofstream(path) << document;
+    _bundle.resources[name + ".ui"] = path;
+  }
+
+  QTemporaryDir _folder;
+  platform::fake::FakePlatform _fakes;
+  platform::fake::FakeBundle _bundle;
+  platform::Linux::QtViewResources _resources{
+      _bundle, {_fakes.runLoop, {{"View", [] { return std::make_shared<foundation::View>(); }}}}, [] {}};
+};
+
 }  // namespace
 
 INSTANTIATE_TYPED_TEST_SUITE_P(Linux, RunLoopContract, QtLoop);
 INSTANTIATE_TYPED_TEST_SUITE_P(Linux, UserInterfaceContract, QtInterface);
+INSTANTIATE_TYPED_TEST_SUITE_P(Linux, ViewResourcesContract, QtViews);

@@ -59,6 +59,14 @@ class Remains : public testing::Test {
     DDLog::addLogger(logger);
     DDLog::flushLog();
   }
+  // The file that held `before` when a process died which had put two lines aside to follow "one".
+  std::string completed(const std::string& before) {
+    fake.logging.storage.addFile(file, before);
+    Dead dead;
+    dead.addLines(file, 4, "two\nthree\n");
+    startAfter(dead);
+    return contents();
+  }
   std::string contents() { return fake.logging.storage.contents(file).value_or("there is no file"); }
 
   platform::fake::FakePlatform fake;
@@ -68,37 +76,16 @@ class Remains : public testing::Test {
 
 }  // namespace
 
-TEST_F(Remains, LinesThatAreMissingAreAppendedToTheirFile) {
-  fake.logging.storage.addFile(file, "one\n");
-  Dead dead;
-  dead.addLines(file, 4, "two\nthree\n");
-  startAfter(dead);
-  EXPECT_EQ(contents(), "one\ntwo\nthree\n");
-}
+TEST_F(Remains, LinesThatAreMissingAreAppendedToTheirFile) { EXPECT_EQ(completed("one\n"), "one\ntwo\nthree\n"); }
 
-TEST_F(Remains, LinesThatAreThereAreNotWrittenAgain) {
-  fake.logging.storage.addFile(file, "one\ntwo\nthree\n");
-  Dead dead;
-  dead.addLines(file, 4, "two\nthree\n");
-  startAfter(dead);
-  EXPECT_EQ(contents(), "one\ntwo\nthree\n");
-}
+TEST_F(Remains, LinesThatAreThereAreNotWrittenAgain) { EXPECT_EQ(completed("one\ntwo\nthree\n"), "one\ntwo\nthree\n"); }
 
 TEST_F(Remains, LinesThatAreThereBetweenAnothersAreNotWrittenAgain) {
-  fake.logging.storage.addFile(file, "one\nanother's\ntwo\nthree\nanother's\n");
-  Dead dead;
-  dead.addLines(file, 4, "two\nthree\n");
-  startAfter(dead);
-  EXPECT_EQ(contents(), "one\nanother's\ntwo\nthree\nanother's\n");
+  const std::string mixed = "one\nanother's\ntwo\nthree\nanother's\n";
+  EXPECT_EQ(completed(mixed), mixed);
 }
 
-TEST_F(Remains, LinesThatAreThereInPartAreCompleted) {
-  fake.logging.storage.addFile(file, "one\ntwo\nth");
-  Dead dead;
-  dead.addLines(file, 4, "two\nthree\n");
-  startAfter(dead);
-  EXPECT_EQ(contents(), "one\ntwo\nthree\n");
-}
+TEST_F(Remains, LinesThatAreThereInPartAreCompleted) { EXPECT_EQ(completed("one\ntwo\nth"), "one\ntwo\nthree\n"); }
 
 TEST_F(Remains, LinesBehindHalfALineOfSomebodyElseBeginOnTheirOwn) {
   fake.logging.storage.addFile(file, "one\nhalf a li");

@@ -114,6 +114,13 @@ class AuthorizationBroker : public testing::Test {
     EXPECT_EQ(client.copyRight(authorization, 18), errAuthorizationSuccess);
     return authorization;
   }
+  // The installer's share of the controller's session.
+  AuthorizationRef adopted(AuthorizationRef authorization) {
+    AuthorizationRef adopted = 0;
+    EXPECT_EQ(installer.services.createFromExternalForm(controller.exported(authorization), adopted),
+              errAuthorizationSuccess);
+    return adopted;
+  }
   std::unique_ptr<ByteStream> started(const std::string& path) {
     std::unique_ptr<ByteStream> stream;
     EXPECT_EQ(controller.execute(authorized(controller), path, stream), errAuthorizationSuccess);

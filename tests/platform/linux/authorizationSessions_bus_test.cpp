@@ -1,3 +1,4 @@
+#include "posix/Descriptor.h"
 #include "tests/platform/linux/AuthorizationBroker.h"
 
 namespace authorization_tests {
@@ -28,10 +29,7 @@ TEST_F(AuthorizationBroker, DeniesEveryOtherRight) {
 }
 
 TEST_F(AuthorizationBroker, HandsASessionFromOneConnectionToAnother) {
-  const auto form = controller.exported(authorized(controller));
-  AuthorizationRef adopted = 0;
-  ASSERT_EQ(installer.services.createFromExternalForm(form, adopted), errAuthorizationSuccess);
-  EXPECT_EQ(installer.copyRight(adopted, 0), errAuthorizationSuccess);
+  EXPECT_EQ(installer.copyRight(adopted(authorized(controller)), 0), errAuthorizationSuccess);
 }
 
 TEST_F(AuthorizationBroker, RefusesARandomFormAndLeavesTheOutputUntouched) {
@@ -61,19 +59,13 @@ TEST_F(AuthorizationBroker, AHandleDiesWithItsConnection) {
 
 TEST_F(AuthorizationBroker, FreeThatDestroysEndsTheRightForTheOtherHolder) {
   const AuthorizationRef authorization = authorized(controller);
-  AuthorizationRef adopted = 0;
-  ASSERT_EQ(installer.services.createFromExternalForm(controller.exported(authorization), adopted),
-            errAuthorizationSuccess);
-  EXPECT_EQ(installer.services.free(adopted, kAuthorizationFlagDestroyRights), errAuthorizationSuccess);
+  EXPECT_EQ(installer.services.free(adopted(authorization), kAuthorizationFlagDestroyRights), errAuthorizationSuccess);
   EXPECT_EQ(controller.copyRight(authorization, 0), errAuthorizationDenied);
 }
 
 TEST_F(AuthorizationBroker, FreeWithDefaultsLeavesTheRightToTheOtherHolder) {
   const AuthorizationRef authorization = authorized(controller);
-  AuthorizationRef adopted = 0;
-  ASSERT_EQ(installer.services.createFromExternalForm(controller.exported(authorization), adopted),
-            errAuthorizationSuccess);
-  EXPECT_EQ(installer.services.free(adopted, kAuthorizationFlagDefaults), errAuthorizationSuccess);
+  EXPECT_EQ(installer.services.free(adopted(authorization), kAuthorizationFlagDefaults), errAuthorizationSuccess);
   EXPECT_EQ(controller.copyRight(authorization, 0), errAuthorizationSuccess);
 }
 

@@ -31,10 +31,7 @@ TEST_F(AuthorizationBroker, RunsNoToolWithoutTheRight) {
 
 TEST_F(AuthorizationBroker, RunsNoToolAfterTheRightWasDestroyed) {
   const AuthorizationRef authorization = authorized(controller);
-  AuthorizationRef adopted = 0;
-  ASSERT_EQ(installer.services.createFromExternalForm(controller.exported(authorization), adopted),
-            errAuthorizationSuccess);
-  ASSERT_EQ(installer.services.free(adopted, kAuthorizationFlagDestroyRights), errAuthorizationSuccess);
+  ASSERT_EQ(installer.services.free(adopted(authorization), kAuthorizationFlagDestroyRights), errAuthorizationSuccess);
   std::unique_ptr<ByteStream> stream;
   EXPECT_EQ(controller.execute(authorization, probe(), stream), errAuthorizationDenied);
 }
@@ -102,20 +99,23 @@ TEST_F(AuthorizationBroker, RefusesAProgramThatHasTheNameOfAToolElsewhere) {
   expectRefused(own, "lies in no folder for tools", errAuthorizationDenied);
 }
 
+// How many bytes the first two reads give.
+std::pair<std::size_t, std::size_t> twoReads(ByteStream& stream) {
+  char chunk[512];
+  const auto first = stream.read(chunk, sizeof chunk);
+  return {first, stream.read(chunk, sizeof chunk)};
+}
+
 TEST_F(AuthorizationBroker, SevenHundredBytesInOneGoAreReadAs512And188) {
   const auto stream = started(probe());
   say(*stream, "print 700");
-  char chunk[512];
-  EXPECT_EQ(stream->read(chunk, sizeof chunk), 512U);
-  EXPECT_EQ(stream->read(chunk, sizeof chunk), 188U);
+  EXPECT_EQ(twoReads(*stream), std::pair(512UL, 188UL));
 }
 
 TEST_F(AuthorizationBroker, FiveHundredAndTwelveBytesAreFollowedByTheEnd) {
   const auto stream = started(probe());
   say(*stream, "print 512");
-  char chunk[512];
-  EXPECT_EQ(stream->read(chunk, sizeof chunk), 512U);
-  EXPECT_EQ(stream->read(chunk, sizeof chunk), 0U);
+  EXPECT_EQ(twoReads(*stream), std::pair(512UL, 0UL));
 }
 
 TEST_F(AuthorizationBroker, AHundredBytesBeforeAPauseAreReadAlone) {

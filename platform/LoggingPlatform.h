@@ -2,6 +2,7 @@
 // The part of a platform that logging uses, which a program may also have alone.
 #include "foundation/runtime/NotificationCenter.h"
 #include "foundation/runtime/ProcessScope.h"
+#include "foundation/runtime/Visit.h"
 #include "platform/Bundle.h"
 #include "platform/FileManager.h"
 #include "platform/LoggingHost.h"
@@ -33,28 +34,20 @@ class LoggingInstallation {
   ~LoggingInstallation();
   LoggingInstallation(const LoggingInstallation&) = delete;
   LoggingInstallation& operator=(const LoggingInstallation&) = delete;
+
+ private:
+  const bool _isFencing;
 };
 
 // The use of the installed platform for the duration of one call. Any thread; visits nest.
-//
-// A visitor notes in a place of its own that it is here and then reads whether there is a platform. The end of an
-// installation takes the platform away and then reads who is here. At least one of the two sees the other, as long as
-// neither lets its read overtake its write (Doorbell.h in logging explains who pays for that).
 class Visit {
  public:
-  struct Visitor;
-
-  Visit();
-  ~Visit();
-  Visit(const Visit&) = delete;
-  Visit& operator=(const Visit&) = delete;
-
   // False if no platform is installed.
   explicit operator bool() const { return _hasPlatform; }
 
  private:
-  Visitor& _visitor;
-  bool _hasPlatform;
+  const foundation::Visit _visit;
+  const bool _hasPlatform = installed() != nullptr;
 };
 
 // Says on standard error, at the first call of the process, that a statement found no platform.

@@ -187,9 +187,14 @@ struct TerminalPlatform::Parts {
   CheckedBundles checkedBundles{bundles, nothing, platform.report};
   ReportedWorkspace workspace{toldWorkspace, bundles, newBundle, platform.report};
   std::optional<TextAgent> agent;
-  Platform platform{
-      application,           runLoop,   defaults,          center, notifications, checkedBundles,   fileManager,
-      authorizationServices, workspace, serviceManagement, shell,  log,           &loggingHost.host};
+  Platform platform{{defaults, center, checkedBundles, fileManager, log, &loggingHost.host},
+                    application,
+                    runLoop,
+                    notifications,
+                    authorizationServices,
+                    workspace,
+                    serviceManagement,
+                    shell};
   Installation installation{platform};
 };
 

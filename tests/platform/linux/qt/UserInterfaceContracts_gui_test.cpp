@@ -122,18 +122,14 @@ class QtInterface {
   platform::fake::FakeParts _parts;
   QtRunLoop _runLoop;
   platform::Linux::QtApplication _application{_runLoop, _parts.notificationCenter, "Test"};
-  platform::Platform _platform{_application,
+  platform::Platform _platform{{_parts.defaults, _parts.notificationCenter, _parts.bundles, _parts.files, _parts.systemLog},
+                               _application,
                                _runLoop,
-                               _parts.defaults,
-                               _parts.notificationCenter,
                                _parts.distributedNotificationCenter,
-                               _parts.bundles,
-                               _parts.files,
                                _parts.authorization,
                                _parts.workspace,
                                _parts.services,
-                               _parts.shell,
-                               _parts.systemLog};
+                               _parts.shell};
   platform::Linux::WindowWidget _windowWidget;
   QLabel _label;
   QPushButton _pushButton;

@@ -27,7 +27,7 @@ constinit std::atomic<Visitor*> visitors{nullptr};
 constinit std::atomic<bool> visitorsFence{true};
 constinit thread_local Visitor* ownVisitor = nullptr;
 
-// Who waits looks this often whether a visit is over.
+// The time between two looks whether a visit is over.
 constexpr std::chrono::microseconds look{50};
 
 struct ThreadsEnd {

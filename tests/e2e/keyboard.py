@@ -1,5 +1,6 @@
 """The wizard and every alert without a mouse and without eyes: what assistive tools hear, and what the keyboard does."""
 import protocol
+from copies import process_of, stacked
 from desktop import Failure, is_running, wait_for
 from failures import break_tool
 from road import alerts_of
@@ -109,8 +110,12 @@ def refused_rights_by_keyboard(world):
 
 @scenario("gui")
 def running_controller_by_keyboard(world):
-    """The alert about a controller that would not quit."""
-    expect_alert_by_keyboard(world, world.start("update", RefuseToQuit="YES"),
+    """The alert about a controller that would not quit. It leaves the keyboard to the controller until the user turns to it."""
+    process = world.start("update", RefuseToQuit="YES")
+    world.alert(process)
+    alert = next(window for window in reversed(stacked(world)) if process_of(world, window) == process)
+    world.desktop.ask("xdotool", "windowactivate", "--sync", str(int(alert, 16)))
+    expect_alert_by_keyboard(world, process,
                              english("<InstallerKeltoRunningSubtitle_1>", "Kelto"),
                              english("<InstallerKeltoRunningMessage>"), "Escape")
 

@@ -29,6 +29,8 @@ constexpr std::uint64_t minute = 60'000'000;
 // The broker gives up on a person or on the policy service before its client gives up on the broker.
 constexpr std::uint64_t waitForPerson = 10 * minute;
 constexpr std::uint64_t waitForBroker = minute;
+// The new version is started after the release, and the rights end with the connection anyway.
+constexpr std::uint64_t waitForRelease = 5'000'000;
 
 int readForm(sd_bus_message* reply, AuthorizationExternalForm& form) {
   const void* bytes = nullptr;
@@ -169,7 +171,7 @@ AuthorizationStatus AuthorizationServices::free(AuthorizationRef authorization, 
   if (authorization == 0) return errAuthorizationInvalidRef;
   std::uint32_t answer = 0;
   const AuthorizationStatus status = call(
-      brokerMethod::free, waitForBroker,
+      brokerMethod::free, waitForRelease,
       [&](sd_bus_message* request) {
         return sd_bus_message_append(request, brokerMethod::free.takes, authorization, flags);
       },

@@ -69,6 +69,7 @@ struct DistributedNotificationCenter::State : std::enable_shared_from_this<State
   void processLater();
   void process();
   void receive(sd_bus_message* message);
+  bool isNew(sd_bus_message* message);
 
   std::string identifier;
   platform::SystemLog& log;
@@ -77,6 +78,8 @@ struct DistributedNotificationCenter::State : std::enable_shared_from_this<State
   std::optional<Bus> bus;
   bool isObserving = false;
   bool isBroken = false;
+  std::string lastSender;
+  std::uint64_t lastNumber = 0;
   std::vector<std::pair<std::string, std::shared_ptr<const foundation::NotificationHandler>>> observers;
 };
 
@@ -121,7 +124,20 @@ void DistributedNotificationCenter::State::process() {
   if (connection() != nullptr) processLater();
 }
 
+// A sender numbers its messages, so one that comes twice has the number of the one before. Rights that are handed over can
+// be taken once: the second notification of them would undo the first.
+bool DistributedNotificationCenter::State::isNew(sd_bus_message* message) {
+  const char* sender = sd_bus_message_get_sender(message);
+  std::uint64_t number = 0;
+  if (sender == nullptr || sd_bus_message_get_cookie(message, &number) < 0) return true;
+  if (lastSender == sender && lastNumber == number) return false;
+  lastSender = sender;
+  lastNumber = number;
+  return true;
+}
+
 void DistributedNotificationCenter::State::receive(sd_bus_message* message) {
+  if (!isNew(message)) return;
   auto read = notificationOf(message);
   if (!read) {
     log.log("A notification from another program was refused: malformed or too large");

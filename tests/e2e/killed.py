@@ -79,7 +79,7 @@ class Runs:
     def expect_success(self):
         self.lay(self.road.new)
         installer = self.start()
-        wait_for("the end of the installer", lambda: not is_running(installer))
+        wait_for("the end of the installer", lambda: not is_running(installer), 60)
         controller = self.controller
         check("the application has quit", wait_for("its end", lambda: not controller.is_running()))
         equal("the installed bundle", content_of(self.road.installed), self.new)

@@ -25,6 +25,7 @@ import installed  # noqa: E402,F401
 import killed  # noqa: E402,F401
 import keyboard  # noqa: E402,F401
 import modes  # noqa: E402,F401
+import replies  # noqa: E402,F401
 import screens  # noqa: E402,F401
 import sdk  # noqa: E402,F401
 import server  # noqa: E402,F401

@@ -1,0 +1,147 @@
+"""A run on a bus whose answers, and the broker's, are late, lost or doubled: it ends in time, with the right alert and status."""
+import collections
+import os
+import signal
+import time
+
+import endings
+from desktop import Failure, is_running, processes_of, wait_for
+from killed import Runs, content_of
+from road import BROKER, PROJECT, alerts_of
+from world import check, english, equal, scenario
+
+
+class Proxied:
+    """The session bus of the world behind a proxy, for every program that is started from now on."""
+
+    def __init__(self, world):
+        self.world = world
+        self.rules = world.folder / "bus-rule"
+        path = world.desktop.runtime / "proxied-bus"
+        self.program = world.desktop.start("bus-proxy", ["/usr/bin/python3", PROJECT / "tests/support/bus-proxy.py", path,
+                                                         world.desktop.runtime / "bus", self.rules])
+        wait_for("the proxy", path.exists)
+        address = f"unix:path={path}"
+        world.desktop.environment["DBUS_SESSION_BUS_ADDRESS"] = address
+        tools = world.road.installer / "Contents/Resources"
+        world.desktop.add_service(BROKER, ["/usr/bin/env", f"DBUS_SESSION_BUS_ADDRESS={address}",
+                                           world.build / "bin/authorizationd", "--session", "--tools", tools])
+
+    def rows(self):
+        return [line for line in self.program.text().splitlines() if "#" in line]
+
+
+def expect_update_with(world, rule):
+    """An update to its end under this rule."""
+    proxied = Proxied(world)
+    proxied.rules.write_text(rule)
+    installer = world.start("update")
+    world.expect_update_ends(installer)
+    endings.expect_success(world, installer)
+    return proxied
+
+
+@scenario("gui", broker=False)
+def every_reply_doubled(world):
+    """Answers that come twice, and a notification of the rights that does, change nothing."""
+    rows = expect_update_with(world, "double *").rows()
+    for member in ("Hello", "RequestName", "CreateFromExternalForm", "CopyRights", "ExecuteWithPrivileges", "Free", "Posted"):
+        check(f"{member} was doubled ({rows})", f"{member}#1" in rows)
+
+
+@scenario("gui", broker=False)
+def every_reply_late(world):
+    """A bus that takes its time is waited for."""
+    expect_update_with(world, "delay * 0.05")
+
+
+# What can be shown for each status; a success shows nothing.
+def alerts_for(status):
+    general = [english("<InstallerUnexpectedErrorSubtitle>"), english("<InstallerUnexpectedErrorMessage>")]
+    return {endings.DONE: [None], endings.FAILED: [general],
+            endings.REFUSED: [general, [english("<InstallerBadPermissionSubtitle>"), english("<InstallerBadPermissionMessage_1>", "Applications")]],
+            endings.STILL_RUNNING: [[english("<InstallerKeltoRunningSubtitle_1>", "Kelto"), english("<InstallerKeltoRunningMessage>")]],
+            }.get(status, [])
+
+
+def end_of_run(world, installer, seconds):
+    """Waits for the end; the texts of the alert that was shown before, if any."""
+    def is_over():
+        return not is_running(installer) or alerts_of(world.desktop, installer)
+    found = wait_for("the end, or an alert", is_over, seconds, pause=0.05)
+    if found is True:
+        return None
+    world.dismiss(installer)
+    wait_for("the end", lambda: not is_running(installer), seconds)
+    return found[0]["texts"]
+
+
+def expect_ending_in_time(runs, rule, seconds):
+    """One run under this rule; its exit status, with which alert, lines in the log and bundle agree."""
+    world = runs.world
+    runs.proxied.rules.write_text(rule)
+    installer = runs.start()
+    begun = time.monotonic()
+    shown = end_of_run(world, installer, seconds)
+    duration = time.monotonic() - begun
+    status = endings.status_of(world, installer)
+    check(f"the alert {shown} belongs to the status {status}", shown in alerts_for(status))
+    lines = endings.LINE.findall(world.log_of(runs.controller.name))
+    equal("the statuses in the log", [line[0] for line in lines], [str(status)] if status else [])
+    equal("the bundle", content_of(runs.road.installed), runs.new if status == endings.DONE else runs.old)
+    if status == endings.DONE:
+        wait_for("the new version", lambda: [each for each in processes_of(runs.road.installed) if each != runs.controller.pid])
+    runs.end_programs()
+    runs.expect_nothing_left()
+    runs.lay_both()
+    return status, duration
+
+
+def proxied_runs(world):
+    proxied = Proxied(world)
+    runs = Runs(world)
+    runs.proxied = proxied
+    return runs
+
+
+@scenario("gui", broker=False)
+def lost_rights(world):
+    """A notification of the rights that never comes is the refusal after five seconds."""
+    equal("the status", expect_ending_in_time(proxied_runs(world), "lose Posted#1", 10)[0], endings.REFUSED)
+
+
+@scenario("gui", broker=False)
+def lost_answer_to_the_release_of_rights(world):
+    """The new version is not kept waiting for it: the rights end with the connection anyway."""
+    equal("the status", expect_ending_in_time(proxied_runs(world), "lose Free#2", 20)[0], endings.DONE)
+
+
+@scenario("gui", broker=False)
+def lost_answer_of_the_application(world):
+    """An application that quits without an answer has quit."""
+    equal("the status", expect_ending_in_time(proxied_runs(world), "lose ActivateAction#1", 20)[0], endings.DONE)
+
+
+# Seconds that a run may take when the answer is lost: a person may be asked before the broker answers these.
+PATIENCE = collections.defaultdict(lambda: 90, {"CopyRights#2": 650, "ExecuteWithPrivileges#1": 650})
+
+
+@scenario("slow", broker=False)
+def every_reply_in_turn(world):
+    """Each message that an undisturbed run gets from the bus, late, lost and doubled."""
+    runs = proxied_runs(world)
+    equal("the status of a run that nothing disturbs", expect_ending_in_time(runs, "none", 20)[0], endings.DONE)
+    failures = []
+    for row in runs.proxied.rows():
+        for rule in (f"delay {row} 2", f"double {row}", f"lose {row}"):
+            try:
+                status, duration = expect_ending_in_time(runs, rule, PATIENCE[row])
+                print(f"{rule}: status {status} after {duration:.1f} s", flush=True)
+            except Failure as failure:
+                failures.append(f"{rule}: {failure}")
+                print(f"FAILED {failures[-1]}", flush=True)
+                for process in world.installers():
+                    os.kill(process, signal.SIGKILL)
+                runs.end_programs()
+                runs.lay_both()
+    equal("the runs that failed", failures, [])

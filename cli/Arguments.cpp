@@ -18,10 +18,11 @@ struct Form {
   bool changes;  // takes the options of the commands that change something
 };
 
-constexpr std::array<Form, 4> forms{{
+constexpr std::array<Form, 5> forms{{
     {"install", Command::install, Bundle::needed, true, true},
     {"update", Command::update, Bundle::needed, true, true},
     {"remove", Command::remove, Bundle::needed, false, true},
+    {"history", Command::history, Bundle::optional, false, false},
     {"status", Command::status, Bundle::optional, false, false},
 }};
 
@@ -74,6 +75,7 @@ class Reader {
     const std::string& word = _words[_next++];
     if (word == "--json") return set(_arguments.isJSON, true);
     if (form.hasPlace && word == "--to") return readPath(word, _arguments.place);
+    if (form.command == Command::history && word == "--journal") return readPath(word, _arguments.journal);
     if (form.changes && word == "--yes") return set(_arguments.isConfirmed, true);
     if (form.changes && word == "--no-relaunch") return set(_arguments.relaunches, false);
     if (form.changes && word == "--wait-pid") return readProcess(word);
@@ -131,6 +133,7 @@ the policy service grants.
   install NEW [--to FOLDER]    puts the bundle NEW into FOLDER (/Applications), where nothing has its name yet
   update NEW [--to BUNDLE]     replaces the installed BUNDLE (of the name of NEW in /Applications) by NEW
   remove BUNDLE                moves the installed BUNDLE to the Trash
+  history [BUNDLE]             lists the jobs of this machine, or those of BUNDLE
   status [BUNDLE]              shows what is installed, the last run and the policy of this machine
 
 A bundle keeps its file name. Running copies of the application are asked to quit; when you have started one of them, the
@@ -140,6 +143,7 @@ new version is started in the end.
   --no-relaunch       starts nothing
   --yes               does not ask on the terminal whether to go on
   --json              prints one JSON object on standard output, and asks nothing
+  --journal FOLDER    reads the history from the journal's files in this folder
   --help              shows this text
   --version           shows the version
 

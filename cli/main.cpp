@@ -6,7 +6,9 @@
 
 #include "cli/Arguments.h"
 #include "cli/Change.h"
+#include "cli/History.h"
 #include "cli/InstallerRun.h"
+#include "cli/JSON.h"
 #include "cli/Progress.h"
 #include "cli/Results.h"
 #include "cli/Status.h"
@@ -132,7 +134,23 @@ int showStatus(const Arguments& arguments) {
   return statusOf(Ending::done);
 }
 
+int showHistory(const Arguments& arguments) {
+  std::string cause;
+  auto jobs = platform::Linux::recordedJobs(arguments.journal, cause);
+  if (!jobs) {
+    TerminalPlatform({}, {}).platform().report.fail({Ending::failed, "read the journal", arguments.journal, cause});
+    return statusOf(Ending::failed);
+  }
+  jobs = cli::jobsOf(arguments.bundle, std::move(*jobs));
+  if (arguments.isJSON)
+    std::puts(cli::jsonOf(cli::listOf(*jobs)).c_str());
+  else
+    for (const auto& job : *jobs) std::puts(cli::lineOf(job).c_str());
+  return statusOf(Ending::done);
+}
+
 int carryOut(const Arguments& arguments) {
+  if (arguments.command == cli::Command::history) return showHistory(arguments);
   if (arguments.command == cli::Command::status) return showStatus(arguments);
   const auto change = cli::changeOf(arguments);
   return Command(arguments, change).run();

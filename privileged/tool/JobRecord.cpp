@@ -25,16 +25,16 @@ protocol::LogPriority priorityOf(const JobRecord& record) {
 protocol::LogFields fieldsOf(const JobRecord& record, uid_t user, const std::string& job, const std::string& tool) {
   protocol::LogFields fields;
   add(fields, protocol::jobVariable, job);
-  add(fields, "KELTO_USER", std::to_string(user));
-  add(fields, "KELTO_TOOL_SHA256", tool);
-  add(fields, "KELTO_COMMAND", record.command);
-  for (const auto& path : record.paths) add(fields, "KELTO_PATH", path);
+  add(fields, protocol::recordField::user, std::to_string(user));
+  add(fields, protocol::recordField::toolDigest, tool);
+  add(fields, protocol::recordField::command, record.command);
+  for (const auto& path : record.paths) add(fields, protocol::recordField::path, path);
   const auto& [installed, replacement] = record.bundles;
-  if (replacement) add(fields, "KELTO_BUNDLE", replacement->identifier);
-  if (installed) add(fields, "KELTO_OLD_VERSION", installed->version);
-  if (replacement) add(fields, "KELTO_NEW_VERSION", replacement->version);
-  add(fields, "KELTO_VERDICT", nameOf(record.verdict));
-  if (record.verdict != JobRecord::Verdict::done) add(fields, "KELTO_CAUSE", record.line);
+  if (replacement) add(fields, protocol::recordField::bundle, replacement->identifier);
+  if (installed) add(fields, protocol::recordField::oldVersion, installed->version);
+  if (replacement) add(fields, protocol::recordField::newVersion, replacement->version);
+  add(fields, protocol::recordField::verdict, nameOf(record.verdict));
+  if (record.verdict != JobRecord::Verdict::done) add(fields, protocol::recordField::cause, record.line);
   return fields;
 }
 

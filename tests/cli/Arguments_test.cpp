@@ -77,8 +77,13 @@ TEST(ArgumentsTest, MakeARelativePathAbsolute) {
   std::filesystem::current_path(before);
 }
 
+TEST(ArgumentsTest, NameTheJournalOfAHistory) {
+  EXPECT_EQ(readArguments({"history", "--journal", "/mnt/log"}).arguments->journal, "/mnt/log");
+  EXPECT_FALSE(readArguments({"status", "--journal", "/mnt/log"}).arguments);
+}
+
 TEST(ArgumentsTest, AreAllInTheHelp) {
-  for (const char* word : {"install", "update", "remove", "status", "--to", "--wait-pid", "--no-relaunch", "--yes",
-                           "--json", "--help", "--version"})
+  for (const char* word : {"install", "update", "remove", "history", "status", "--journal", "--to", "--wait-pid",
+                           "--no-relaunch", "--yes", "--json", "--help", "--version"})
     EXPECT_NE(cli::help.find(word), std::string_view::npos) << word;
 }

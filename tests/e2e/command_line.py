@@ -13,7 +13,7 @@ import termios
 
 import protocol
 from desktop import Account, is_running, wait_for
-from road import identifier_of_this_run, list_tools, version_of
+from road import constants, identifier_of_this_run, list_tools, version_of
 from world import check, equal, scenario
 
 DONE, FAILED, BAD_ARGUMENTS, NO_DISPLAY, REFUSED, STILL_RUNNING, CANCELLED = range(7)
@@ -267,3 +267,40 @@ def cli_asks_on_the_terminal(bare):
     granted.expect(f"Updated {shell.installed} from 1.0 to 2.0.")
     granted.expect_status(DONE)
     equal("the version on disk", version_of(shell.installed), "2.0")
+
+
+def start_journal(bare):
+    """The machine's own daemon, in this namespace; /run is empty here but for the bus."""
+    os.makedirs("/run/systemd/journal")
+    os.makedirs("/run/log/journal")
+    daemon = subprocess.Popen(["/lib/systemd/systemd-journald"], stderr=subprocess.DEVNULL)
+    bare.callback(daemon.wait)
+    bare.callback(daemon.kill)
+    wait_for("the journal's socket", lambda: os.path.exists("/run/systemd/journal/socket"))
+
+
+@scenario("system", where="grant", **SHELL)
+def cli_history(bare):
+    """Every job of root's tool is in the history, and no record of anybody else."""
+    start_journal(bare)
+    shell = Shell(bare)
+    shell.kelto("update", shell.new, "--to", shell.installed)
+    shell.kelto("remove", shell.installed)
+    forged = subprocess.run(["logger", "--journald"], text=True,
+                            input=f"MESSAGE=no\n{constants()['recordField::command']}={protocol.removeFileCommand}\n",
+                            **shell.options())
+    equal("the status of the forger", forged.returncode, 0)
+
+    def history(*words):
+        return json.loads(shell.kelto("history", "--json", *words, as_root=True)[0])
+    jobs = wait_for("two jobs", lambda: history() if len(history()) >= 2 else None)
+    equal("the jobs", [(job["action"], job["verdict"], job["user"]) for job in jobs],
+          [(protocol.replaceItemCommand, "done", shell.account.name), (protocol.trashFileCommand, "done", shell.account.name)])
+    equal("the versions", (jobs[0]["application"], jobs[0]["oldVersion"], jobs[0]["newVersion"]), (shell.identifier, "1.0", "2.0"))
+    equal("the paths", jobs[0]["paths"], [str(shell.new), str(shell.installed)])
+    equal("the jobs of another bundle", history(shell.new.parent), [])
+    lines, _ = shell.kelto("history", shell.installed, as_root=True)
+    check(f"“{lines}” has a line for each job", f'"{shell.installed}" 1.0 -> 2.0, {shell.account.name}\n' in lines)
+    equal("the jobs that an ordinary user may see", json.loads(shell.kelto("history", "--json")[0]), [])
+    _, said = shell.kelto("history", "--journal", "/nowhere", status=FAILED, as_root=True)
+    expect_line(said, FAILED, "read the journal", "No such file")

@@ -13,10 +13,10 @@ TEST(LogRecordTest, HasALineForEachFieldInTheJournal) {
                          .process = 12,
                          .priority = LogPriority::warning,
                          .line = "refused",
-                         .fields = {{"KELTO_CAUSE", "two\nlines"}, {"KELTO_PATH", "/a"}}};
+                         .fields = {{"ITS_CAUSE", "two\nlines"}, {"ITS_PATH", "/a"}}};
   EXPECT_EQ(protocol::journalDatagram(record),
             "MESSAGE=refused\nPRIORITY=4\nSYSLOG_FACILITY=10\nSYSLOG_IDENTIFIER=tool\nSYSLOG_PID=12\n"
-            "KELTO_CAUSE=two?lines\nKELTO_PATH=/a\n");
+            "ITS_CAUSE=two?lines\nITS_PATH=/a\n");
 }
 
 TEST(LogRecordTest, NamesTheProgramAndItsProcessForTheLogDaemon) {

@@ -75,7 +75,8 @@ void Journal::reportCountedUntil(std::chrono::microseconds end) {
     entry = _refusals.erase(entry);
     if (refusals.counted == 0) continue;
     write("refused user " + std::to_string(user) + " " + std::to_string(refusals.counted) + " more times within a second",
-          {{"KELTO_USER", std::to_string(user)}, {"KELTO_VERDICT", "refused"}}, Priority::warning);
+          {{protocol::recordField::user, std::to_string(user)}, {protocol::recordField::verdict, "refused"}},
+          Priority::warning);
   }
 }
 

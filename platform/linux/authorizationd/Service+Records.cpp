@@ -2,6 +2,7 @@
 
 #include "platform/linux/authorizationd/CallerProcess.h"
 #include "protocol/Broker.h"
+#include "protocol/LogRecord.h"
 
 namespace platform::Linux::authorizationd {
 
@@ -21,7 +22,7 @@ const char* Service::reasonOf(AuthorizationStatus status) {
 }
 
 Fields Service::fieldsOf(const char* method, const Caller& caller) {
-  return {{"KELTO_USER", std::to_string(caller.uid)},
+  return {{protocol::recordField::user, std::to_string(caller.uid)},
           {"KELTO_PROCESS", std::to_string(caller.process)},
           {"KELTO_EXECUTABLE", executableOf(caller.process, caller.uid)},
           {"KELTO_METHOD", method}};
@@ -32,8 +33,8 @@ void Service::reportRefusal(sd_bus_message* call, const Caller& caller, const st
     const char* method = sd_bus_message_get_member(call);
     Fields fields = fieldsOf(method, caller);
     fields.insert(fields.end(), more.begin(), more.end());
-    fields.emplace_back("KELTO_VERDICT", "refused");
-    fields.emplace_back("KELTO_CAUSE", reason);
+    fields.emplace_back(protocol::recordField::verdict, "refused");
+    fields.emplace_back(protocol::recordField::cause, reason);
     _parts.journal.record(
         std::string("refused ") + method + " of user " + std::to_string(caller.uid) + " (" + caller.name + "): " + reason,
         fields, Priority::warning);

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "protocol/Broker.h"
+#include "protocol/LogRecord.h"
 
 namespace platform::Linux::authorizationd {
 
@@ -66,7 +67,7 @@ void Service::answered(unsigned number, AuthorizationStatus status) {
   if (status == errAuthorizationSuccess) status = _sessions.grantRight(caller, question.handle, now(), question.right);
   if (status == errAuthorizationSuccess) {
     auto fields = fieldsOf(sd_bus_message_get_member(question.call.message.get()), caller);
-    fields.emplace_back("KELTO_VERDICT", "granted");
+    fields.emplace_back(protocol::recordField::verdict, "granted");
     const bool isAny = question.right == Right::anyProgram;
     _parts.journal.record(
         "granted user " + std::to_string(caller.uid) + (isAny ? " the right to run any program" : " the right"), fields);

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "protocol/Broker.h"
+#include "protocol/LogRecord.h"
 #include "protocol/ToolProtocol.h"
 
 namespace platform::Linux::authorizationd {
@@ -86,7 +87,7 @@ void Service::runTool(const Call& call, Handle handle, int tool) {
                  return;
                }
                Fields started = fields;
-               started.emplace_back("KELTO_VERDICT", "runs");
+               started.emplace_back(protocol::recordField::verdict, "runs");
                _parts.journal.record("runs a tool for user " + std::to_string(call.caller.uid), started);
                sd_bus_reply_method_return(call.message.get(), "h", stream.get());
              });
@@ -97,9 +98,9 @@ void Service::toolEnded(const Caller& caller, const ToolRunner::Job& job, const 
   const std::string cause = (hasExited ? "exit status " : "signal ") + std::to_string(end.si_status);
   _parts.journal.record("a tool of user " + std::to_string(caller.uid) + " ended: " + cause,
                         {{protocol::jobVariable, job.number},
-                         {"KELTO_USER", std::to_string(caller.uid)},
-                         {"KELTO_VERDICT", "ended"},
-                         {"KELTO_CAUSE", cause}});
+                         {protocol::recordField::user, std::to_string(caller.uid)},
+                         {protocol::recordField::verdict, "ended"},
+                         {protocol::recordField::cause, cause}});
   onActivity();
 }
 

@@ -54,12 +54,13 @@ class JournalTest : public testing::Test {
 
 TEST_F(JournalTest, WritesFieldsToTheJournalAndALineToTheOutput) {
   LogSocket socket(folder.path("journal"));
-  journal().record("refused Free", {{"KELTO_USER", "7"}, {"KELTO_CAUSE", "two\nlines"}});
+  journal().record("refused Free", {{protocol::recordField::user, "7"}, {protocol::recordField::cause, "two\nlines"}});
   const auto record = socket.next();
   EXPECT_THAT(record, testing::StartsWith("MESSAGE=refused Free\n"));
   EXPECT_THAT(record, HasSubstr("\nSYSLOG_IDENTIFIER=authorizationd\n"));
-  EXPECT_THAT(record, HasSubstr("\nKELTO_USER=7\n"));
-  EXPECT_THAT(record, HasSubstr("\nKELTO_CAUSE=two?lines\n")) << "a value makes no field of its own";
+  EXPECT_THAT(record, HasSubstr(std::string("\n") + protocol::recordField::user + "=7\n"));
+  EXPECT_THAT(record, HasSubstr(std::string("\n") + protocol::recordField::cause + "=two?lines\n"))
+      << "a value makes no field of its own";
   EXPECT_EQ(tests::readFile(folder.path("output")), "authorizationd: refused Free\n");
 }
 

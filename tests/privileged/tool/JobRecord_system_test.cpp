@@ -48,14 +48,14 @@ TEST_F(JobRecord, OfAJobThatWasDoneTellsAllAboutIt) {
       {"PRIORITY", "5"},
       {"SYSLOG_IDENTIFIER", "assistantTool"},
       {protocol::jobVariable, "job-7"},
-      {"KELTO_USER", std::to_string(invokingUser)},
-      {"KELTO_TOOL_SHA256", digestOfTool()},
-      {"KELTO_COMMAND", protocol::replaceItemCommand},
-      {"KELTO_PATH", download.string() + "\n" + app.string()},
-      {"KELTO_BUNDLE", "com.example.App"},
-      {"KELTO_OLD_VERSION", "1.0"},
-      {"KELTO_NEW_VERSION", "2.0"},
-      {"KELTO_VERDICT", "done"},
+      {protocol::recordField::user, std::to_string(invokingUser)},
+      {protocol::recordField::toolDigest, digestOfTool()},
+      {protocol::recordField::command, protocol::replaceItemCommand},
+      {protocol::recordField::path, download.string() + "\n" + app.string()},
+      {protocol::recordField::bundle, "com.example.App"},
+      {protocol::recordField::oldVersion, "1.0"},
+      {protocol::recordField::newVersion, "2.0"},
+      {protocol::recordField::verdict, "done"},
   };
   for (const auto& [name, value] : expected) EXPECT_EQ(record.count(name) == 0 ? "" : record.at(name), value) << name;
   EXPECT_THAT(record.at("MESSAGE"), ::testing::StartsWith("replaced " + app.string()));
@@ -66,19 +66,19 @@ TEST_F(JobRecord, OfARefusalIsAWarningWithTheCause) {
   fs::remove_all(app);
   expectRefusal(replace(app, download / "Missing"), "nothing is at");
   const auto record = nextRecord();
-  ASSERT_TRUE(record.contains("KELTO_VERDICT"));
+  ASSERT_TRUE(record.contains(protocol::recordField::verdict));
   EXPECT_EQ(record.at("PRIORITY"), "4");
-  EXPECT_EQ(record.at("KELTO_VERDICT"), "refused");
-  EXPECT_EQ(record.at("KELTO_CAUSE"), "nothing is at " + (download / "Missing").string());
-  EXPECT_EQ(record.at("KELTO_COMMAND"), protocol::replaceItemCommand);
+  EXPECT_EQ(record.at(protocol::recordField::verdict), "refused");
+  EXPECT_EQ(record.at(protocol::recordField::cause), "nothing is at " + (download / "Missing").string());
+  EXPECT_EQ(record.at(protocol::recordField::command), protocol::replaceItemCommand);
   EXPECT_EQ(record.at(protocol::jobVariable), "job-7");
 }
 
 TEST_F(JobRecord, OfAMalformedInstructionIsThereToo) {
   runWithBytes(command, framed("not an archive"), environment);
   const auto record = nextRecord();
-  ASSERT_TRUE(record.contains("KELTO_CAUSE"));
-  EXPECT_THAT(record.at("KELTO_CAUSE"), ::testing::HasSubstr("malformed"));
+  ASSERT_TRUE(record.contains(protocol::recordField::cause));
+  EXPECT_THAT(record.at(protocol::recordField::cause), ::testing::HasSubstr("malformed"));
 }
 
 // An older kernel, one without Landlock, one where it is switched off: the answers are the kernel's own for each.

@@ -4,10 +4,11 @@
 #include <set>
 #include <vector>
 
+#include "foundation/Api.h"
 #include "logging/DDLogger.h"
 #include "logging/SpinLock.h"
 
-class LoggingContextSet {
+class KELTO_API LoggingContextSet {
  public:
   void addToSet(std::int32_t context);
   void removeFromSet(std::int32_t context);
@@ -21,7 +22,7 @@ class LoggingContextSet {
 };
 
 // Passes the records whose context is on the list.
-class ContextWhitelistFilterLogFormatter : public DDLogFormatter {
+class KELTO_API ContextWhitelistFilterLogFormatter : public DDLogFormatter {
  public:
   void addToWhitelist(std::int32_t context) { contextSet.addToSet(context); }
   void removeFromWhitelist(std::int32_t context) { contextSet.removeFromSet(context); }
@@ -35,7 +36,7 @@ class ContextWhitelistFilterLogFormatter : public DDLogFormatter {
 };
 
 // Drops the records whose context is on the list.
-class ContextBlacklistFilterLogFormatter : public DDLogFormatter {
+class KELTO_API ContextBlacklistFilterLogFormatter : public DDLogFormatter {
  public:
   void addToBlacklist(std::int32_t context) { contextSet.addToSet(context); }
   void removeFromBlacklist(std::int32_t context) { contextSet.removeFromSet(context); }

@@ -2,10 +2,11 @@
 // Hands records to the system's log, graded by their level. Add the shared instance to the core.
 #include <memory>
 
+#include "foundation/Api.h"
 #include "logging/DDAbstractLogger.h"
 #include "platform/LoggingHost.h"
 
-class DDASLLogger : public DDAbstractLogger {
+class KELTO_API DDASLLogger : public DDAbstractLogger {
   struct SingletonKey {};
 
  public:

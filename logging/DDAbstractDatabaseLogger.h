@@ -7,10 +7,11 @@
 #include <memory>
 #include <optional>
 
+#include "foundation/Api.h"
 #include "foundation/dispatch/Clock.h"
 #include "logging/DDAbstractLogger.h"
 
-class DDAbstractDatabaseLogger : public DDAbstractLogger {
+class KELTO_API DDAbstractDatabaseLogger : public DDAbstractLogger {
  public:
   explicit DDAbstractDatabaseLogger(std::string name) : DDAbstractLogger(std::move(name)) {}
   ~DDAbstractDatabaseLogger() override;

@@ -3,9 +3,10 @@
 #include <functional>
 #include <memory>
 
+#include "foundation/Api.h"
 #include "logging/DDLogger.h"
 
-class DDAbstractLogger : public DDLogger, public std::enable_shared_from_this<DDAbstractLogger> {
+class KELTO_API DDAbstractLogger : public DDLogger, public std::enable_shared_from_this<DDAbstractLogger> {
  public:
   // `name` labels the queue and is the answer of `loggerName`. Subclasses of subclasses pass their own.
   explicit DDAbstractLogger(std::string name);

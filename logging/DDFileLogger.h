@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 
+#include "foundation/Api.h"
 #include "foundation/text/DateFormatter.h"
 #include "logging/DDAbstractLogger.h"
 #include "logging/DDLogFileManager.h"
@@ -16,7 +17,7 @@
 
 // "yyyy/MM/dd HH:mm:ss:SSS", two blanks, and the message. A line of the message that is not its first begins with a tab, so
 // that it cannot pass for a record.
-class DDLogFileFormatterDefault : public DDLogFormatter {
+class KELTO_API DDLogFileFormatterDefault : public DDLogFormatter {
  public:
   std::optional<std::string_view> formatLogMessage(const DDLogMessage& message, std::string& buffer) override;
 
@@ -24,7 +25,7 @@ class DDLogFileFormatterDefault : public DDLogFormatter {
   const foundation::DateFormatter _dateFormatter{"yyyy/MM/dd HH:mm:ss:SSS"};
 };
 
-class DDFileLogger : public DDAbstractLogger {
+class KELTO_API DDFileLogger : public DDAbstractLogger {
  public:
   // With the default manager and its default folder.
   explicit DDFileLogger(platform::LoggingPlatform& platform);

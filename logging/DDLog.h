@@ -16,6 +16,7 @@
 #include <string_view>
 #include <vector>
 
+#include "foundation/Api.h"
 #include "foundation/dispatch/Dispatch.h"
 #include "foundation/runtime/ClassRegistry.h"
 #include "logging/DDLogger.h"
@@ -23,7 +24,7 @@
 
 class LogCore;
 
-class DDLog {
+class KELTO_API DDLog {
  public:
   DDLog() = delete;
 

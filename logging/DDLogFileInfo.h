@@ -5,9 +5,10 @@
 #include <string>
 #include <string_view>
 
+#include "foundation/Api.h"
 #include "platform/LoggingPlatform.h"
 
-class DDLogFileInfo {
+class KELTO_API DDLogFileInfo {
  public:
   static std::shared_ptr<DDLogFileInfo> logFileWithPath(platform::LoggingPlatform& platform, const std::string& path);
   DDLogFileInfo(platform::LoggingPlatform& platform, std::string filePath);

@@ -6,10 +6,11 @@
 #include <string_view>
 #include <vector>
 
+#include "foundation/Api.h"
 #include "logging/DDLogFileInfo.h"
 
 // A file logger asks this of its manager, on the logger's queue, or on the logging queue while that waits for the logger.
-class DDLogFileManager {
+class KELTO_API DDLogFileManager {
  public:
   using Infos = std::vector<std::shared_ptr<DDLogFileInfo>>;
   virtual ~DDLogFileManager() = default;
@@ -35,7 +36,8 @@ class DDLogFileManager {
 };
 
 // Any thread. Make it shared: pruning after a change of the maximum happens later, on the logging queue.
-class DDLogFileManagerDefault : public DDLogFileManager, public std::enable_shared_from_this<DDLogFileManagerDefault> {
+class KELTO_API DDLogFileManagerDefault : public DDLogFileManager,
+                                          public std::enable_shared_from_this<DDLogFileManagerDefault> {
  public:
   // In the user's Library, "Logs", the name of the process.
   explicit DDLogFileManagerDefault(platform::LoggingPlatform& platform);

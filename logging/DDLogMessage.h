@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "foundation/Api.h"
 #include "foundation/runtime/Time.h"
 
 // The one kind of a statement. A level is the sum of the kinds that a calling site lets through.
@@ -15,7 +16,7 @@ inline constexpr std::int32_t DDLogFlagError = 1;
 inline constexpr std::int32_t DDLogFlagWarning = 2;
 inline constexpr std::int32_t DDLogFlagInfo = 4;
 
-class DDLogMessage {
+class KELTO_API DDLogMessage {
  public:
   // `logMsg` is the finished text and is copied. `file` and `function` are constant text, never copied; `function` may be
   // nullptr. Takes the time, the calling thread's number and the label of its current queue.

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "foundation/Api.h"
 #include "foundation/dispatch/Dispatch.h"
 #include "logging/DDLogMessage.h"
 
@@ -13,7 +14,7 @@
 inline constexpr std::size_t keptTextCapacity = 65536;
 
 // Turns a record into the text to write. Called on the queue of the logger that has it.
-class DDLogFormatter {
+class KELTO_API DDLogFormatter {
  public:
   virtual ~DDLogFormatter() = default;
   // The text, or nothing to drop the record. It is valid as long as the record and `buffer`: either the record's own text
@@ -22,7 +23,7 @@ class DDLogFormatter {
 };
 
 // A receiver of records. Everything here but the formatter is called on the logger's queue, never on two threads at once.
-class DDLogger {
+class KELTO_API DDLogger {
  public:
   virtual ~DDLogger() = default;
 

@@ -3,11 +3,12 @@
 #include <array>
 #include <memory>
 
+#include "foundation/Api.h"
 #include "foundation/text/DateFormatter.h"
 #include "logging/DDAbstractLogger.h"
 #include "platform/LoggingHost.h"
 
-class DDTTYLogger : public DDAbstractLogger {
+class KELTO_API DDTTYLogger : public DDAbstractLogger {
   struct SingletonKey {};
 
  public:

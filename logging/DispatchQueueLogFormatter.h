@@ -5,11 +5,12 @@
 #include <string>
 #include <string_view>
 
+#include "foundation/Api.h"
 #include "foundation/text/DateFormatter.h"
 #include "logging/DDLogger.h"
 #include "logging/SpinLock.h"
 
-class DispatchQueueLogFormatter : public DDLogFormatter {
+class KELTO_API DispatchQueueLogFormatter : public DDLogFormatter {
  public:
   // The column's width in characters, 4 to 35; other values are brought into these bounds.
   std::int32_t queueLength();

@@ -13,20 +13,21 @@
 #include <string_view>
 #include <vector>
 
+#include "foundation/Api.h"
 #include "logging/DDFileLogger.h"
 #include "logging/FormatString.h"
 #include "platform/LoggingPlatform.h"
 
 // A further logger that a client may attach to the facade. The facade stores and returns it and never calls it; code that
 // reports to both logs to it directly (KTDiagnostics below).
-class KTAdditionalLoggerProtocol {
+class KELTO_API KTAdditionalLoggerProtocol {
  public:
   virtual ~KTAdditionalLoggerProtocol() = default;
   virtual void log_level_message(std::string_view selector, std::int32_t level, std::string_view format,
                                  std::span<const foundation::FormatArgument> arguments) = 0;
 };
 
-class KTLogger {
+class KELTO_API KTLogger {
   struct SingletonKey {};
 
  public:
@@ -124,8 +125,8 @@ struct Location {
 };
 
 // The message begins with "[class(address) selector]:line ". `format` must not use positions (%1$@).
-void log(const Location& location, std::int32_t level, std::string_view format,
-         std::span<const foundation::FormatArgument> arguments);
+KELTO_API void log(const Location& location, std::int32_t level, std::string_view format,
+                   std::span<const foundation::FormatArgument> arguments);
 
 template <class... Arguments>
 void log(const Location& location, std::int32_t level, std::type_identity_t<logging::FormatString<Arguments...>> format,

@@ -1,5 +1,6 @@
 #pragma once
 // The part of a platform that logging uses, which a program may also have alone.
+#include "foundation/Api.h"
 #include "foundation/runtime/NotificationCenter.h"
 #include "foundation/runtime/ProcessScope.h"
 #include "foundation/runtime/Visit.h"
@@ -24,7 +25,7 @@ struct LoggingPlatform {
 };
 
 // The installed platform, or nullptr. A thread that cannot know whether the platform is about to end makes a Visit.
-LoggingPlatform* installed();
+KELTO_API LoggingPlatform* installed();
 
 // Installs `platform` for the life of this object. Installations do not nest; make them before other threads start.
 class LoggingInstallation {
@@ -51,6 +52,6 @@ class Visit {
 };
 
 // Says on standard error, at the first call of the process, that a statement found no platform.
-void reportLostStatement();
+KELTO_API void reportLostStatement();
 
 }  // namespace platform

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 
+#include "foundation/Api.h"
 #include "foundation/runtime/Time.h"
 
 namespace foundation {
@@ -10,7 +11,7 @@ namespace foundation {
 // Time since some fixed moment; never set back, and standing still while the machine sleeps.
 using Uptime = std::chrono::time_point<std::chrono::steady_clock, std::chrono::nanoseconds>;
 
-class Clock {
+class KELTO_API Clock {
  public:
   using CallID = std::uint64_t;
   virtual ~Clock() = default;

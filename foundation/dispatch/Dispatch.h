@@ -13,6 +13,7 @@
 #include <semaphore>
 #include <string>
 
+#include "foundation/Api.h"
 #include "foundation/dispatch/Clock.h"
 
 namespace foundation::Dispatch {
@@ -21,7 +22,7 @@ using Block = std::function<void()>;
 using Semaphore = std::counting_semaphore<>;
 
 // Counts blocks under way. `wait` returns when all that were entered have left; a group can be used again afterwards.
-class Group {
+class KELTO_API Group {
  public:
   void enter();
   void leave();
@@ -33,7 +34,7 @@ class Group {
   std::size_t _count = 0;
 };
 
-class Queue {
+class KELTO_API Queue {
  public:
   virtual ~Queue() = default;
   Queue(const Queue&) = delete;
@@ -73,9 +74,9 @@ class Queue {
 inline constexpr std::string_view mainThreadLabel = "com.apple.main-thread";
 
 // The label of the current queue; at nullptr when it has none or there is no queue. Valid while the current block runs.
-std::string_view currentQueueLabel();
+KELTO_API std::string_view currentQueueLabel();
 
-class SerialQueue final : public Queue, public std::enable_shared_from_this<SerialQueue> {
+class KELTO_API SerialQueue final : public Queue, public std::enable_shared_from_this<SerialQueue> {
  public:
   static std::shared_ptr<SerialQueue> make(std::optional<std::string> label);
 
@@ -131,7 +132,7 @@ class SerialQueue final : public Queue, public std::enable_shared_from_this<Seri
 };
 
 // Fires a handler on a queue. Made suspended; a firing that falls due meanwhile happens at the next resume.
-class TimerSource : public std::enable_shared_from_this<TimerSource> {
+class KELTO_API TimerSource : public std::enable_shared_from_this<TimerSource> {
  public:
   // Neither suspended nor cancelled timers keep their queue busy; the handler never runs after `cancel` when that was
   // called on the queue.

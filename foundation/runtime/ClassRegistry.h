@@ -14,6 +14,8 @@
 #include <typeindex>
 #include <vector>
 
+#include "foundation/Api.h"
+
 namespace foundation {
 
 // The code of one method: the address of a function, and its signature as type encoding. Two are equal when their addresses
@@ -47,7 +49,7 @@ struct Method {
   Implementation implementation;
 };
 
-class Class {
+class KELTO_API Class {
   friend class ClassRegistry;
   struct Key {};
 
@@ -93,7 +95,7 @@ class Object {
   [[nodiscard]] virtual Class* registeredClass() const = 0;
 };
 
-class ClassRegistry {
+class KELTO_API ClassRegistry {
  public:
   ClassRegistry() = default;
   ClassRegistry(const ClassRegistry&) = delete;

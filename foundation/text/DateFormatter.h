@@ -4,11 +4,12 @@
 #include <string>
 #include <string_view>
 
+#include "foundation/Api.h"
 #include "foundation/runtime/Time.h"
 
 namespace foundation {
 
-class DateFormatter {
+class KELTO_API DateFormatter {
  public:
   // Fields are yyyy, MM, dd, HH, mm, ss and SSS (milliseconds); all other text is copied. SSS may occur once.
   explicit DateFormatter(std::string_view pattern);

@@ -11,10 +11,12 @@
 #include <string_view>
 #include <variant>
 
+#include "foundation/Api.h"
+
 namespace foundation {
 
 // One argument. Strings are borrowed for the duration of the call.
-class FormatArgument {
+class KELTO_API FormatArgument {
  public:
   FormatArgument(std::string_view text) : _value(text) {}
   FormatArgument(const std::string& text) : _value(std::string_view(text)) {}
@@ -44,9 +46,9 @@ class FormatArgument {
 // shown in its own natural form. Width and precision count characters, not bytes, and have an upper bound of 4096; the
 // precision of a text is its longest length. %c shows the Unicode character of a number, U+FFFD if there is no such
 // character. Length words change nothing. A conversion without an argument shows "(null)", as does a null text.
-std::string format(std::string_view format, std::span<const FormatArgument> arguments);
+KELTO_API std::string format(std::string_view format, std::span<const FormatArgument> arguments);
 // Appends the same to `text`. Allocates nothing if `text` has the capacity and all conversions are a letter alone.
-void appendFormat(std::string& text, std::string_view format, std::span<const FormatArgument> arguments);
+KELTO_API void appendFormat(std::string& text, std::string_view format, std::span<const FormatArgument> arguments);
 
 template <class... Arguments>
 std::string formatted(std::string_view text, const Arguments&... arguments) {

@@ -58,17 +58,17 @@ class Installation(Folder):
         self.installed("/opt/elsewhere")
         moved = self.folder / "moved"
         (self.folder / "root/opt/elsewhere").rename(moved)
-        status, said = run("cmake", "-S", SOURCES / "examples/logging", "-B", self.folder / "example", "-G", "Ninja",
+        status, said = run("cmake", "-S", SOURCES / "examples/kit", "-B", self.folder / "example", "-G", "Ninja",
                            f"-DCMAKE_PREFIX_PATH={moved}", "-DCMAKE_CXX_COMPILER=g++", "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Werror")
         self.assertEqual(0, status, said)
         status, said = run("cmake", "--build", self.folder / "example", "--verbose")
         self.assertEqual(0, status, said)
         self.assertNotIn(str(SOURCES / "logging"), said)
-        status, said = run(self.folder / "example/logging_example", "-Some", "argument",
+        status, said = run(self.folder / "example/kit_example", "-Some", "argument",
                            environment={"XDG_STATE_HOME": str(self.folder / "state"), "HOME": str(self.folder),
                                         "DBUS_SESSION_BUS_ADDRESS": f"unix:path={self.folder}/none"})
         self.assertEqual(0, status, said)
-        files = [line for line in said.splitlines() if line.startswith(f"{self.folder}/state/Library/Logs/logging_example/")]
+        files = [line for line in said.splitlines() if line.startswith(f"{self.folder}/state/Library/Logs/kit_example/")]
         self.assertEqual(1, len(files), said)
         self.assertIn("The example started with 2 arguments", pathlib.Path(files[0]).read_text(encoding="utf-8"))
 

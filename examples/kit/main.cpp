@@ -1,8 +1,8 @@
 // A program that logs a warning and prints where its log files are.
 #include <iostream>
 
-#include "logging/KTLogger.h"
-#include "platform/linux/program/ProgramPlatform.h"
+#include <kelto/logging/KTLogger.h>
+#include <kelto/platform/linux/program/ProgramPlatform.h>
 
 int main(int argc, char** argv) {
   const platform::Linux::ProgramPlatform platform(argc, argv);

@@ -1,0 +1,17 @@
+# find_package(Kelto): the target Kelto::Kelto, the logger and the kit.
+# find_package(Kelto COMPONENTS Logging): the targets Kelto::Logging and Kelto::LoggingStatic, the logger alone.
+if(NOT Kelto_FIND_COMPONENTS)
+  set(Kelto_FIND_COMPONENTS Kelto)
+endif()
+include(CMakeFindDependencyMacro)
+find_dependency(Threads)
+foreach(component IN LISTS Kelto_FIND_COMPONENTS)
+  set(Kelto_${component}_FOUND FALSE)
+  if(EXISTS ${CMAKE_CURRENT_LIST_DIR}/${component}Targets.cmake)
+    include(${CMAKE_CURRENT_LIST_DIR}/${component}Targets.cmake)
+    set(Kelto_${component}_FOUND TRUE)
+  elseif(Kelto_FIND_REQUIRED_${component})
+    set(Kelto_FOUND FALSE)
+    set(Kelto_NOT_FOUND_MESSAGE "There is no component ${component}.")
+  endif()
+endforeach()

@@ -1,0 +1,51 @@
+#!/usr/bin/env python3
+"""The logging library as other programs meet it."""
+import re
+import unittest
+
+from logging_examples import LoggingFolder
+from support import run
+
+# What a program must not need for its log.
+SYSTEM_LIBRARIES = re.compile(r"lib(stdc\+\+|gcc_s|m|c)\.so\.\d+|ld-linux.*")
+
+
+class LoggingLibrary(LoggingFolder):
+    def test_needs_the_libraries_of_the_languages_only_and_has_a_version(self):
+        _, said = run("readelf", "-dW", self.libraries / "libkelto-logging.so")
+        needed = re.findall(r"\(NEEDED\).*\[(.*)\]", said)
+        self.assertIn("libc.so.6", needed)
+        self.assertEqual([each for each in needed if not SYSTEM_LIBRARIES.fullmatch(each)], [])
+        self.assertEqual(re.findall(r"\(SONAME\).*\[(.*)\]", said), ["libkelto-logging.so.1"])
+        self.assertTrue((self.libraries / "libkelto-logging.a").exists())
+
+    def test_shows_the_designed_names_and_hides_the_rest(self):
+        _, said = run("nm", "-DC", "--defined-only", self.libraries / "libkelto-logging.so")
+        self.assertIn("DDLog::flushLog()", said)
+        self.assertEqual(re.findall(r"(?m)^.*\b(?:LogCore|LogDelivery|LogRing|posix|DefaultsFile)::.*$", said), [])
+
+    def test_headers_need_no_other_folder_than_that_of_all_headers(self):
+        headers = list((self.prefix / "include").rglob("*.h"))
+        self.assertGreater(len(headers), 20)
+        for header in headers:
+            self.assertTrue(header.relative_to(self.prefix / "include").parts[0] == "kelto", header)
+            self.assertNotIn('#include "', header.read_text(), header)
+
+    def test_forces_no_flags_on_a_program(self):
+        for flag in self.flags("--cflags", "--libs"):
+            self.assertRegex(flag, r"^(-I.*|-L.*|-lkelto-logging)$")
+
+    def test_examples_do_what_they_say(self):
+        self.expect_examples(self.built_examples("g++"))
+
+    def test_a_statement_without_a_platform_says_so_once(self):
+        source = self.folder / "lost.cpp"
+        source.write_text("#include <kelto/logging.h>\nint main() {\n  static kelto::DDLogSite site{1};\n"
+                          '  for (int i = 0; i < 3; ++i) site.error("lost");\n'
+                          '  kelto::KTLogger::sharedLogger()->log_level_message("main", 0, "lost");\n}\n')
+        said = self.ran(self.compiled("g++", source))
+        self.assertEqual("logging: a statement is lost, because no platform is installed; make one at the start of main\n", said)
+
+
+if __name__ == "__main__":
+    unittest.main()

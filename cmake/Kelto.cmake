@@ -21,13 +21,20 @@ target_compile_options(kelto_options INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-res
 
 set(kelto_cmake_folder ${CMAKE_CURRENT_LIST_DIR})
 
+# kelto_joined(TARGET): the files of the target are compiled eight at a time, where the builder asks for it.
+function(kelto_joined target)
+  if(KELTO_JOINED_SOURCES)
+    set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 8)
+    # It takes the joined files for headers.
+    target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
+  endif()
+endfunction()
+
 # kelto_library(NAME SOURCES file... LINK target...): one static library.
 function(kelto_library name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LINK" ${ARGN})
   add_library(${name} STATIC ${ARG_SOURCES})
-  if(KELTO_JOINED_SOURCES)
-    set_target_properties(${name} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 8)
-  endif()
+  kelto_joined(${name})
   target_link_libraries(${name} PUBLIC kelto_options ${ARG_LINK})
 endfunction()
 

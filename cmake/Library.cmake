@@ -35,6 +35,7 @@ foreach(unit IN ITEMS Accounts Bundle DefaultsFile FileManager LoggingHost LogSt
   list(APPEND sources platform/linux/${unit}.cpp)
 endforeach()
 add_library(kelto-logging-objects OBJECT ${sources})
+kelto_joined(kelto-logging-objects)
 target_link_libraries(kelto-logging-objects PRIVATE kelto_options)
 set_target_properties(kelto-logging-objects PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
 

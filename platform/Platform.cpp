@@ -7,12 +7,12 @@
 namespace platform {
 namespace {
 
-std::atomic<Platform*> theOne{nullptr};
+std::atomic<Platform*> thePlatform{nullptr};
 
 }  // namespace
 
 Platform& current() {
-  Platform* platform = theOne.load(std::memory_order_acquire);
+  Platform* platform = thePlatform.load(std::memory_order_acquire);
   if (platform == nullptr) {
     std::fputs("no platform is installed: make a platform::Installation first\n", stderr);
     std::abort();
@@ -21,9 +21,9 @@ Platform& current() {
 }
 
 Installation::Installation(Platform& platform) : _logging(platform), _views(platform.views) {
-  theOne.store(&platform, std::memory_order_release);
+  thePlatform.store(&platform, std::memory_order_release);
 }
 
-Installation::~Installation() { theOne.store(nullptr, std::memory_order_release); }
+Installation::~Installation() { thePlatform.store(nullptr, std::memory_order_release); }
 
 }  // namespace platform

@@ -7,20 +7,11 @@
 
 #include "foundation/plist/StringsFile.h"
 #include "foundation/text/Path.h"
+#include "platform/linux/PathKind.h"
 #include "platform/linux/ReadDocument.h"
 
 namespace platform::Linux {
 namespace {
-
-bool isFolder(const std::string& path) {
-  std::error_code error;
-  return std::filesystem::is_directory(path, error);
-}
-
-bool exists(const std::string& path) {
-  std::error_code error;
-  return std::filesystem::exists(path, error);
-}
 
 std::string joined(const std::string& folder, std::string_view name, std::string_view type) {
   std::string path = foundation::Path::appending(folder, name);

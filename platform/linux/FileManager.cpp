@@ -11,6 +11,7 @@
 
 #include "foundation/text/Path.h"
 #include "platform/linux/Accounts.h"
+#include "platform/linux/PathKind.h"
 #include "platform/linux/PrivateTemporaryFolder.h"
 #include "platform/linux/StandardFolders.h"
 #include "platform/linux/Volume.h"
@@ -23,7 +24,7 @@ namespace platform::Linux {
 namespace {
 
 constexpr mode_t permissionBits = 07777;
-constexpr int nameAttempts = 100;
+constexpr int folderNameAttempts = 100;
 
 // FileAttributes with the names looked up. A number that is not given is -1, which chown leaves alone.
 struct Attributes {
@@ -65,11 +66,6 @@ bool setOwnerAndMode(const Attributes& attributes, const std::string& path) {
 bool isDocumentItself(const std::string& path) {
   struct stat status {};
   return ::lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
-}
-
-bool isFolder(const std::string& path) {
-  struct stat status {};
-  return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
 std::optional<std::string> allOf(int descriptor) {
@@ -183,7 +179,7 @@ std::string FileManager::temporaryDirectory() const { return privateTemporaryFol
 std::string FileManager::unusedName(const std::string& nameTemplate) const {
   const auto start = nameTemplate.find_last_not_of('X') + 1;
   if (start == nameTemplate.size()) return {};
-  for (int attempt = 0; attempt < nameAttempts; ++attempt) {
+  for (int attempt = 0; attempt < folderNameAttempts; ++attempt) {
     const std::string characters = randomCharacters(nameTemplate.size() - start);
     if (characters.empty()) return {};
     std::string name = nameTemplate.substr(0, start) + characters;

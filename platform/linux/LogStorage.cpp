@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "foundation/text/Path.h"
+#include "platform/linux/PathKind.h"
 #include "posix/Descriptor.h"
 
 namespace platform::Linux {
@@ -53,11 +54,6 @@ void removeMarkFiles(const std::string& folder, const std::string& suffix) {
     const std::string name = entry->path().filename().string();
     if (name.starts_with('.') && name.ends_with(suffix)) ::unlink(entry->path().c_str());
   }
-}
-
-bool exists(const std::string& path) {
-  struct stat status {};
-  return !path.empty() && ::stat(path.c_str(), &status) == 0;
 }
 
 bool hasNoAttributes(int error) { return error == ENOTSUP; }

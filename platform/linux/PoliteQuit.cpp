@@ -17,7 +17,7 @@ namespace platform::Linux {
 
 namespace {
 
-constexpr std::uint64_t callPatience = 3'000'000;    // microseconds, for the bus's own answers
+constexpr std::uint64_t daemonPatience = 3'000'000;  // microseconds, for the bus's own answers
 constexpr std::uint64_t answerPatience = 1'000'000;  // for the application's, which may be asking its user first
 
 // The path at which an application with this identifier offers its actions.
@@ -67,7 +67,7 @@ bool quitOverBus(const RunningProcess& process, const std::string& identifier) {
   if (sd_bus_service_name_is_valid(identifier.c_str()) <= 0) return false;
   const auto bus = Bus::openUser();
   if (!bus) return false;
-  sd_bus_set_method_call_timeout(bus->get(), callPatience);
+  sd_bus_set_method_call_timeout(bus->get(), daemonPatience);
   const auto owner = ownerOfName(bus->get(), identifier);
   if (!owner || processOfConnection(bus->get(), *owner) != process.number) return false;
   // The number was this process's when the bus gave it only if it still is.

@@ -10,7 +10,7 @@ namespace platform::Linux {
 namespace {
 
 constexpr const char* manager = "org.freedesktop.systemd1";
-constexpr std::uint64_t callPatience = 3'000'000;  // microseconds
+constexpr std::uint64_t managerPatience = 3'000'000;  // microseconds
 
 struct Unit {
   bool isLoaded = false;
@@ -52,7 +52,7 @@ std::optional<foundation::PropertyList::Dictionary> ServiceManagement::copyJobDi
   std::string cause;
   const auto bus = Bus::openSystem(&cause);
   if (!bus) return fail(cause);
-  sd_bus_set_method_call_timeout(bus->get(), callPatience);
+  sd_bus_set_method_call_timeout(bus->get(), managerPatience);
 
   BusError error;
   int status = 0;

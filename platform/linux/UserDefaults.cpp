@@ -4,7 +4,7 @@ namespace platform::Linux {
 namespace {
 
 // A length of time, in nanoseconds.
-constexpr std::int64_t nanoseconds(const timespec& time) { return time.tv_sec * 1'000'000'000LL + time.tv_nsec; }
+constexpr std::int64_t totalNanoseconds(const timespec& time) { return time.tv_sec * 1'000'000'000LL + time.tv_nsec; }
 
 const foundation::PropertyList::Value* find(const foundation::PropertyList::Dictionary& values, std::string_view key) {
   const auto place = values.find(key);
@@ -89,7 +89,7 @@ bool UserDefaults::isUpToDate() const {
   if (!_source) return false;
   const auto& seen = _source->status;
   return now.st_dev == seen.st_dev && now.st_ino == seen.st_ino && now.st_size == seen.st_size &&
-         nanoseconds(now.st_mtim) == nanoseconds(seen.st_mtim);
+         totalNanoseconds(now.st_mtim) == totalNanoseconds(seen.st_mtim);
 }
 
 }  // namespace platform::Linux

@@ -14,12 +14,6 @@
 namespace AssistantTool {
 namespace {
 
-struct stat statusOf(int file) {
-  struct stat status {};
-  if (::fstat(file, &status) != 0) failWithSystemError("cannot look at the result file");
-  return status;
-}
-
 void judge(const struct stat& status, uid_t user) {
   if (S_ISLNK(status.st_mode)) throw Failure("the result file is a link");
   if (!S_ISREG(status.st_mode)) throw Failure("the result file is not a regular file");

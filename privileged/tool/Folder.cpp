@@ -75,6 +75,12 @@ int renameWithoutReplacing(int fromFolder, const std::string& from, int toFolder
   return renameInTwoSteps(fromFolder, from, toFolder, to);
 }
 
+struct stat statusOf(int descriptor) {
+  struct stat status {};
+  if (::fstat(descriptor, &status) != 0) failWithSystemError("cannot look at an open item");
+  return status;
+}
+
 std::string linkTargetOf(int folder, const std::string& name) {
   std::array<char, PATH_MAX> target{};
   const auto length = ::readlinkat(folder, name.c_str(), target.data(), target.size());

@@ -1,6 +1,7 @@
 #pragma once
 // Single steps in folders that are held open: what the rest of the tool builds its work from. Nothing here follows a link
 // or goes from one file system to another.
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <cstddef>
@@ -29,6 +30,9 @@ posix::Descriptor openFolderIn(int parent, const std::string& name);
 // Renames and never overwrites, also on a file system that has no such rename. 0 or an error number; EEXIST when something
 // is there, EXDEV when the two folders cannot exchange names.
 int renameWithoutReplacing(int fromFolder, const std::string& from, int toFolder, const std::string& to);
+
+// What the kernel knows of an open item. Throws Failure.
+struct stat statusOf(int descriptor);
 
 // The text of the link `name`, or empty.
 std::string linkTargetOf(int folder, const std::string& name);

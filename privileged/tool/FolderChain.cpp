@@ -4,18 +4,13 @@
 #include <sys/stat.h>
 
 #include "privileged/tool/Failure.h"
+#include "privileged/tool/Folder.h"
 
 namespace AssistantTool {
 namespace {
 
 // No bundle is as deep, so only hostile and broken trees make a walk open folders again.
 constexpr std::size_t heldOpen = 32;
-
-struct stat statusOf(int folder) {
-  struct stat status {};
-  if (::fstat(folder, &status) != 0) failWithSystemError("cannot look at a folder");
-  return status;
-}
 
 }  // namespace
 

@@ -18,7 +18,7 @@ namespace AssistantTool {
 namespace {
 
 constexpr const char* folderOfState = "/var/lib";
-constexpr const char* ownFolder = "kelto";
+constexpr const char* productFolder = "kelto";
 constexpr const char* journalFolder = "jobs";
 constexpr mode_t readableByAll = S_IRWXU | S_IRGRP | S_IXGRP | S_IROTH | S_IXOTH;
 
@@ -59,12 +59,13 @@ posix::Descriptor journal(bool isMade) {
   if (path.empty()) throw Failure("cannot keep notes: the user has no home");
   if (isMade) makeStateFolder(path);
   posix::Descriptor folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  for (const char* name : {ownFolder, journalFolder}) {
+  for (const char* name : {productFolder, journalFolder}) {
     if (!folder && errno == ENOENT && !isMade) return {};
     if (!folder) failWith(path);
     path += std::string("/") + name;
     auto inner = open(folder.get(), name);
-    if (!inner && errno == ENOENT && isMade) inner = make(folder.get(), name, name == ownFolder ? readableByAll : S_IRWXU);
+    if (!inner && errno == ENOENT && isMade)
+      inner = make(folder.get(), name, name == productFolder ? readableByAll : S_IRWXU);
     if (inner) requireOwn(inner.get(), path);
     folder = std::move(inner);
   }

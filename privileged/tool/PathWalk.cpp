@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "privileged/tool/Failure.h"
+#include "privileged/tool/Folder.h"
 
 namespace AssistantTool {
 namespace {
@@ -35,12 +36,6 @@ std::deque<std::string> checkedComponentsOf(std::string_view path) {
     if (component == "." || component == "..") throw Failure("a path holds \"" + component + "\"");
   }
   return components;
-}
-
-struct stat statusOf(int descriptor) {
-  struct stat status {};
-  if (::fstat(descriptor, &status) != 0) failWithSystemError("cannot look at a folder");
-  return status;
 }
 
 // Owners prove nothing on a file system that people bring along; those are mounted without set-id programs.

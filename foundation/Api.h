@@ -1,3 +1,3 @@
 #pragma once
-// What other programs may use of a shared library whose other names are hidden.
+// Marks the names that other programs may use of a shared library whose other names are hidden.
 #define KELTO_API [[gnu::visibility("default")]]

@@ -6,7 +6,8 @@ static kelto::DDLogSite site{kelto::DDLogFlagError | kelto::DDLogFlagWarning | k
 
 static std::shared_ptr<kelto::DDFileLogger> fileLogger(const char* folder) {
   auto& platform = kelto::Logging::current();
-  return std::make_shared<kelto::DDFileLogger>(platform, std::make_shared<kelto::DDLogFileManagerDefault>(platform, folder));
+  return std::make_shared<kelto::DDFileLogger>(platform,
+                                               std::make_shared<kelto::DDLogFileManagerDefault>(platform, folder));
 }
 
 int main(int argc, char** argv) {

@@ -1,5 +1,5 @@
 #pragma once
-// What lies at a path, links followed. False also where nobody may look. Any thread.
+// Whether something, or a folder, lies at a path; links are followed. False also where nobody may look. Any thread.
 #include <sys/stat.h>
 
 #include <string>

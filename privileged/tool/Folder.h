@@ -31,7 +31,7 @@ posix::Descriptor openFolderIn(int parent, const std::string& name);
 // is there, EXDEV when the two folders cannot exchange names.
 int renameWithoutReplacing(int fromFolder, const std::string& from, int toFolder, const std::string& to);
 
-// What the kernel knows of an open item. Throws Failure.
+// The kernel's facts about an open item. Throws Failure.
 struct stat statusOf(int descriptor);
 
 // The text of the link `name`, or empty.

@@ -5,6 +5,7 @@ import signal
 import time
 
 import endings
+import protocol
 from desktop import Failure, is_running, processes_of, wait_for
 from killed import Runs, content_of
 from road import BROKER, PROJECT, alerts_of
@@ -45,7 +46,8 @@ def expect_update_with(world, rule):
 def every_reply_doubled(world):
     """Answers that come twice, and a notification of the rights that does, change nothing."""
     rows = expect_update_with(world, "double *").rows()
-    for member in ("Hello", "RequestName", "CreateFromExternalForm", "CopyRights", "ExecuteWithPrivileges", "Free", "Posted"):
+    for member in ("Hello", "RequestName", protocol.createFromExternalFormMethod, protocol.copyRightsMethod,
+                   protocol.executeWithPrivilegesMethod, protocol.freeMethod, protocol.notificationSignal):
         check(f"{member} was doubled ({rows})", f"{member}#1" in rows)
 
 
@@ -55,7 +57,7 @@ def every_reply_late(world):
     expect_update_with(world, "delay * 0.05")
 
 
-# What can be shown for each status; a success shows nothing.
+# The texts that may be shown for a status; a success shows nothing.
 def alerts_for(status):
     general = [english("<InstallerUnexpectedErrorSubtitle>"), english("<InstallerUnexpectedErrorMessage>")]
     return {endings.DONE: [None], endings.FAILED: [general],
@@ -123,7 +125,7 @@ def lost_answer_of_the_application(world):
 
 
 # Seconds that a run may take when the answer is lost: a person may be asked before the broker answers these.
-PATIENCE = collections.defaultdict(lambda: 90, {"CopyRights#2": 650, "ExecuteWithPrivileges#1": 650})
+PATIENCE = collections.defaultdict(lambda: 90, {f"{protocol.copyRightsMethod}#2": 650, f"{protocol.executeWithPrivilegesMethod}#1": 650})
 
 
 @scenario("slow", broker=False)

@@ -58,7 +58,7 @@ class LoggingFolder(Folder):
         return self.folder / "state/Library/Logs" / name
 
     def expect_examples(self, place):
-        """What their comments promise."""
+        """They do as their comments promise."""
         self.ran(place / "smallest", "one", "two")
         self.assertEqual([f"{place}/smallest has 2 arguments"], self.lines_in(self.logs_of("smallest")))
         self.ran(place / "levels")

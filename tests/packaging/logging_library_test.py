@@ -6,7 +6,7 @@ import unittest
 from logging_examples import LoggingFolder
 from support import run
 
-# What a program must not need for its log.
+# A program needs no other libraries for its log.
 SYSTEM_LIBRARIES = re.compile(r"lib(stdc\+\+|gcc_s|m|c)\.so\.\d+|ld-linux.*")
 
 

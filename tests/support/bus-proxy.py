@@ -54,7 +54,7 @@ def body_of(message):
 
 
 class Half:
-    """What comes from one side: bytes that are not a whole message yet, and descriptors that belong to the next ones."""
+    """The stream from one side: bytes that are not a whole message yet, and descriptors that belong to the next ones."""
 
     def __init__(self, end):
         self.end = end
@@ -186,7 +186,7 @@ class Proxy:
         self.selector.register(self.listener, selectors.EVENT_READ, None)
 
     def rule_for(self, process, member):
-        """What to do with the next message of this kind, and how many seconds later it comes."""
+        """The rule for the next message of this kind, and how many seconds later it comes."""
         self.counts[process, member] += 1
         row = f"{member}#{self.counts[process, member]}"
         print(row, flush=True)

@@ -1,4 +1,5 @@
 // The records of a real broker of the system, as the journal gets them.
+#include "protocol/LogRecord.h"
 #include "tests/platform/linux/themes/BrokerGround.h"
 #include "tests/support/JournalSocket.h"
 
@@ -30,13 +31,14 @@ class BrokerRecord : public BrokerGround {
   // The first of that verdict.
   static Record with(const std::vector<Record>& records, const std::string& verdict) {
     for (const auto& record : records) {
-      if (record.contains("KELTO_VERDICT") && record.at("KELTO_VERDICT") == verdict) return record;
+      if (record.contains(protocol::recordField::verdict) && record.at(protocol::recordField::verdict) == verdict)
+        return record;
     }
     ADD_FAILURE() << "no record says " << verdict;
     return {};
   }
   void expectCaller(Record record, uid_t account, const std::string& method) const {
-    EXPECT_EQ(record["KELTO_USER"], std::to_string(account));
+    EXPECT_EQ(record[protocol::recordField::user], std::to_string(account));
     EXPECT_EQ(record["KELTO_PROCESS"], process);
     EXPECT_EQ(record["KELTO_EXECUTABLE"], attacker.string());
     EXPECT_EQ(record["KELTO_METHOD"], method);
@@ -60,14 +62,14 @@ TEST_F(BrokerRecord, NamesProcessAndExecutableOfWhoGetsTheRightAndRunsATool) {
   EXPECT_EQ(runs["PRIORITY"], "5");
   auto ended = with(records, "ended");
   EXPECT_EQ(ended[protocol::jobVariable], runs[protocol::jobVariable]);
-  EXPECT_EQ(ended["KELTO_CAUSE"], "exit status 0");
+  EXPECT_EQ(ended[protocol::recordField::cause], "exit status 0");
 }
 
 TEST_F(BrokerRecord, NamesProcessAndExecutableOfWhoIsRefused) {
   auto refused = with(recordsOf(otherAccount, "--system run " + installed.string()), "refused");
   expectCaller(refused, otherAccount, protocol::brokerMethod::copyRights.name);
   EXPECT_EQ(refused["PRIORITY"], "4");
-  EXPECT_NE(refused["KELTO_CAUSE"], "");
+  EXPECT_NE(refused[protocol::recordField::cause], "");
 }
 
 }  // namespace

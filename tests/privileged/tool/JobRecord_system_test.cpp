@@ -5,6 +5,7 @@
 
 #include <optional>
 
+#include "protocol/LogRecord.h"
 #include "tests/privileged/tool/Namespace.h"
 #include "tests/privileged/tool/SignedBundle.h"
 #include "tests/support/JournalSocket.h"
@@ -96,7 +97,7 @@ TEST_F(JobRecord, WarnsThatAJobIsNotConfinedWhereTheKernelCannotDoIt) {
     EXPECT_EQ(warning.at("MESSAGE"), "the job is not confined to its folders: " + reason);
     EXPECT_EQ(warning.at("PRIORITY"), "4");
     EXPECT_EQ(warning.at(protocol::jobVariable), "job-7");
-    EXPECT_EQ(nextRecord().at("KELTO_VERDICT"), "done");
+    EXPECT_EQ(nextRecord().at(protocol::recordField::verdict), "done");
   }
 }
 

@@ -246,10 +246,10 @@ class Broker {
   }
   // Keeps what the answers give to callers: a handle, a form, a status.
   void readAnswers() {
-    std::string text(65536, '\0');
-    const auto length = ::read(_far, text.data(), text.size());
-    text.resize(static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
-    std::string_view rest(text);
+    // One for all messages: clearing 64 KB for each of them takes a good part of the search.
+    static std::array<char, 65536> buffer;
+    const auto length = ::read(_far, buffer.data(), buffer.size());
+    std::string_view rest(buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
     while (rest.size() >= 16) {
       std::uint32_t body = 0;
       std::uint32_t fields = 0;

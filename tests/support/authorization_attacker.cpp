@@ -26,6 +26,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "protocol/Broker.h"
@@ -100,21 +101,69 @@ int run(sd_bus* bus, int program, const std::string& input) {
 
 volatile std::sig_atomic_t isOver = 0;
 
+// A call that the broker refuses, byte by byte: to have the bus library make each would take most of the attacker's time.
+class RefusedCall {
+ public:
+  RefusedCall() {
+    _bytes = std::string("l\1\0\1", 4);
+    number(sizeof(std::uint32_t) + formBytes);
+    number(0);  // the serial
+    number(0);  // the length of the fields
+    field(1, 'o', brokerPath);
+    field(2, 's', brokerName);
+    field(3, 's', protocol::brokerMethod::createFromExternalForm.name);
+    field(6, 's', brokerName);
+    field(8, 'g', "ay");
+    const auto fields = static_cast<std::uint32_t>(_bytes.size() - fieldsAt);
+    std::memcpy(_bytes.data() + lengthAt, &fields, sizeof fields);
+    align(8);
+    number(formBytes);
+    _bytes.append(formBytes, '\0');
+  }
+  const std::string& with(std::uint32_t serial) {
+    std::memcpy(_bytes.data() + serialAt, &serial, sizeof serial);
+    return _bytes;
+  }
+
+ private:
+  static constexpr std::uint32_t formBytes = 32;
+  static constexpr std::size_t serialAt = 8;
+  static constexpr std::size_t lengthAt = 12;
+  static constexpr std::size_t fieldsAt = 16;
+
+  void align(std::size_t to) { _bytes.resize((_bytes.size() + to - 1) / to * to); }
+  void number(std::uint32_t value) {
+    align(sizeof value);
+    _bytes.append(reinterpret_cast<const char*>(&value), sizeof value);
+  }
+  void field(char code, char type, const std::string& value) {
+    align(8);
+    _bytes += {code, '\1', type, '\0'};
+    type == 'g' ? void(_bytes += static_cast<char>(value.size())) : number(static_cast<std::uint32_t>(value.size()));
+    _bytes += value + '\0';
+  }
+
+  std::string _bytes;
+};
+
 // Connections that keep the broker at work: each has as many calls open as the bus allows.
 class Flood {
  public:
   explicit Flood(const std::string& which) {
-    for (auto& each : _connections) each = {.bus = connected(which), .flood = this};
+    for (auto& each : _connections) {
+      // The library lets this connection in, and has no part in it afterwards.
+      sd_bus* bus = connected(which);
+      const char* name = nullptr;
+      if (sd_bus_get_unique_name(bus, &name) < 0) std::exit(2);
+      each.socket = sd_bus_get_fd(bus);
+    }
   }
   void goOn() {
     const auto start = std::chrono::steady_clock::now();
     while (isOver == 0) {
-      for (auto& each : _connections) {
-        do {
-          while (each.open < mostOpen) ask(each);
-        } while (sd_bus_process(each.bus, nullptr) > 0 && isOver == 0);
-      }
+      for (auto& each : _connections) ask(each);
       waitForAny();
+      for (auto& each : _connections) readAnswers(each);
     }
     const std::chrono::duration<double> time = std::chrono::steady_clock::now() - start;
     std::printf("sent %ld refused %ld seconds %.2f rate %.0f\n", _sent, _refused, time.count(),
@@ -123,31 +172,48 @@ class Flood {
 
  private:
   static constexpr int mostOpen = 100;
+  static constexpr std::size_t connectionCount = 2;
+  static constexpr std::size_t headBytes = 16;
   struct Connection {
-    sd_bus* bus = nullptr;
-    Flood* flood = nullptr;
+    int socket = -1;
     int open = 0;  // calls without an answer
+    std::uint32_t serial = 1000;
+    std::string unsent;
+    std::string unread;
   };
 
   void ask(Connection& from) {
-    static const std::array<unsigned char, 32> form{};
-    sd_bus_message* call = nullptr;
-    sd_bus_message_new_method_call(from.bus, &call, brokerName, brokerPath, brokerName,
-                                   protocol::brokerMethod::createFromExternalForm.name);
-    sd_bus_message_append_array(call, 'y', form.data(), form.size());
-    sd_bus_call_async(from.bus, nullptr, call, answered, &from, UINT64_MAX);
-    sd_bus_message_unref(call);
-    ++_sent;
-    ++from.open;
+    for (; from.open < mostOpen; ++from.open, ++_sent) from.unsent += _call.with(++from.serial);
+    const auto length = ::send(from.socket, from.unsent.data(), from.unsent.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (length > 0) from.unsent.erase(0, static_cast<std::size_t>(length));
   }
-  static int answered(sd_bus_message* reply, void* connection, sd_bus_error* /*error*/) {
-    auto& from = *static_cast<Connection*>(connection);
+  void readAnswers(Connection& from) {
+    std::array<char, 65536> chunk;
+    for (ssize_t got = 0; (got = ::recv(from.socket, chunk.data(), chunk.size(), MSG_DONTWAIT)) > 0;)
+      from.unread.append(chunk.data(), static_cast<std::size_t>(got));
+    std::size_t at = 0;
+    while (const auto length = lengthOfMessage(from.unread, at)) {
+      count(from, std::string_view(from.unread).substr(at, length));
+      at += length;
+    }
+    from.unread.erase(0, at);
+  }
+  // 0 when it is not all there.
+  static std::size_t lengthOfMessage(const std::string& bytes, std::size_t at) {
+    if (bytes.size() - at < headBytes) return 0;
+    std::uint32_t body = 0;
+    std::uint32_t fields = 0;
+    std::memcpy(&body, bytes.data() + at + 4, sizeof body);
+    std::memcpy(&fields, bytes.data() + at + 12, sizeof fields);
+    const std::size_t length = (headBytes + std::size_t{fields} + 7) / 8 * 8 + body;
+    return bytes.size() - at < length ? 0 : length;
+  }
+  void count(Connection& from, std::string_view message) {
+    constexpr char error = 3;
+    constexpr char answer = 2;
+    if (message[1] != error && message[1] != answer) return;
     --from.open;
-    if (sd_bus_message_is_method_error(reply, protocol::brokerErrorForStatus(protocol::brokerStatusDenied)) > 0)
-      from.flood->countRefusal();
-    return 0;
-  }
-  void countRefusal() {
+    if (message.find(protocol::brokerErrorForStatus(protocol::brokerStatusDenied)) == std::string_view::npos) return;
     if (++_refused > 1) return;
     std::printf("started\n");
     std::fflush(stdout);
@@ -155,13 +221,13 @@ class Flood {
   void waitForAny() {
     std::array<pollfd, connectionCount> all{};
     for (std::size_t i = 0; i < all.size(); ++i) {
-      sd_bus* bus = _connections[i].bus;
-      all[i] = {.fd = sd_bus_get_fd(bus), .events = static_cast<short>(sd_bus_get_events(bus)), .revents = 0};
+      const short wanted = _connections[i].unsent.empty() ? POLLIN : POLLIN | POLLOUT;
+      all[i] = {.fd = _connections[i].socket, .events = wanted, .revents = 0};
     }
     ::poll(all.data(), all.size(), 100);
   }
 
-  static constexpr std::size_t connectionCount = 2;
+  RefusedCall _call;
   std::array<Connection, connectionCount> _connections{};
   long _sent = 0;
   long _refused = 0;

@@ -34,7 +34,7 @@ posix::Descriptor openInside(int bundle, const std::string& path, std::uint64_t 
 }
 
 posix::Descriptor openEntry(int bundle, const std::string& path) {
-  constexpr std::uint64_t reading = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+  constexpr std::uint64_t reading = O_RDONLY | O_NONBLOCK | O_NOCTTY;
   auto item = openInside(bundle, path, reading, RESOLVE_NO_SYMLINKS);
   if (!item && errno == ELOOP) item = openInside(bundle, path, O_PATH | O_NOFOLLOW, RESOLVE_NO_SYMLINKS);
   return item;

@@ -55,6 +55,15 @@ TEST_F(KeltoManifestTest, TakesIdentifierAndVersionFromTheBundleOrTheCommandLine
   EXPECT_EQ(refusal(bundle, "--identifier com.example.Other --version 3.1b"), "");
 }
 
+TEST_F(KeltoManifestTest, WritesNothingWhereALinkLeads) {
+  const auto bundle = makeBundle();
+  const auto elsewhere = bundle.parent_path() / "elsewhere";
+  fs::create_directory(elsewhere);
+  fs::create_directory_symlink(elsewhere, bundle / "Contents/_Signature");
+  EXPECT_NE(refusal(bundle), "");
+  EXPECT_TRUE(fs::is_empty(elsewhere));
+}
+
 TEST_F(KeltoManifestTest, TheManifestDoesNotDependOnTheUmaskOrOnAnEarlierOne) {
   const auto bundle = makeBundle();
   ::umask(077);

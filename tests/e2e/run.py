@@ -18,6 +18,7 @@ sys.path[:0] = [str(HERE), str(HERE.parents[1] / "demo"), str(HERE.parent / "sup
 import command_line  # noqa: E402,F401
 import copies  # noqa: E402,F401
 import demonstration  # noqa: E402,F401
+import disks  # noqa: E402,F401
 import endings  # noqa: E402,F401
 import face  # noqa: E402,F401
 import failures  # noqa: E402,F401

@@ -89,7 +89,7 @@ struct ApplicationMainTest : testing::Test {
                              arguments + " >'" + folder.path("out") + "' 2>'" + folder.path("err") + "'"});
   }
 
-  [[nodiscard]] std::string program() const { return folder.path("Test.app/Contents/Linux/KeltoInstaller"); }
+  [[nodiscard]] std::string program() const { return folder.path(bundle + "/Contents/Linux/KeltoInstaller"); }
   [[nodiscard]] std::string output() const { return readFile(folder.path("out")); }
   [[nodiscard]] std::string errors() const { return readFile(folder.path("err")); }
   [[nodiscard]] bool hasSaid(const std::string& line) const {
@@ -97,6 +97,7 @@ struct ApplicationMainTest : testing::Test {
   }
 
   TemporaryFolder folder;
+  std::string bundle = "Test.app";
 };
 
 // The processor time of a process in clock ticks (of ten milliseconds).
@@ -210,6 +211,18 @@ TEST_F(ApplicationMainTest, ShellLinesFindTheBundlesResourcesFirstAndNothingOfQt
   EXPECT_NE(environment.find("\nKELTO_ORIGINAL_PATH=/usr/bin:/bin\n"), std::string::npos) << environment;
   EXPECT_NE(environment.find("\nQT_QPA_PLATFORMTHEME=mine\n"), std::string::npos) << environment;
   EXPECT_EQ(environment.find("\nQT_QPA_PLATFORM="), std::string::npos) << environment;
+}
+
+TEST_F(ApplicationMainTest, ShellLinesFindTheResourcesOfABundleWhosePathHasAColon) {
+  bundle = "Test: 2.app";
+  std::filesystem::rename(folder.path("Test.app"), folder.path(bundle));
+  const auto command = folder.path(bundle + "/Contents/Resources/greet");
+  std::filesystem::create_directories(std::filesystem::path(command).parent_path());
+  writeFile(command, "#!/bin/sh\necho hello\n");
+  std::filesystem::permissions(command, std::filesystem::perms::owner_all);
+  auto application = start("-Shell 'greet >" + folder.path("said") + "'", "PATH=/usr/bin:/bin");
+  ASSERT_TRUE(eventually([this] { return hasSaid("shell line done"); })) << errors();
+  EXPECT_EQ(readFile(folder.path("said")), "hello\n") << errors();
 }
 
 TEST_F(ApplicationMainTest, WithoutADisplayItSaysWhatToDo) {

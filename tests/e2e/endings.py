@@ -159,9 +159,10 @@ def ending_with_wrong_rights(world):
 
 @scenario("gui")
 def ending_while_it_runs(world):
+    """A signal ends it under this alert, too, which is not a modal one."""
     installer = world.start("update", RefuseToQuit="YES")
     world.alert(installer)
-    world.dismiss(installer)
+    expect_end_by(world, installer, signal.SIGTERM)
     identifier = world.identifier_of(world.road.installed)
     expect_ending(world, installer, "controller-1", STILL_RUNNING, f"quit {identifier}", "", "1 copy still runs")
 

@@ -113,6 +113,8 @@ def expect_alert_behind(world, installer, editor, writing):
     check("Cancel is greyed out", not world.desktop.press(installer, english("<Cancel>")))
     alert = next(window for window in reversed(stacked(world)) if process_of(world, window) == installer)
     states = world.desktop.ask("xprop", "-id", alert, "_NET_WM_STATE")
+    equal("how the alert says that it wants no keyboard", world.desktop.ask("xprop", "-notype", "-id", alert, "_NET_WM_USER_TIME").strip(),
+          "_NET_WM_USER_TIME = 0")
     check(f"the alert asks for attention ({states})", writing == installer or "_NET_WM_STATE_DEMANDS_ATTENTION" in states)
 
 

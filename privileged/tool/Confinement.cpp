@@ -11,6 +11,7 @@
 #include "privileged/tool/Account.h"
 #include "privileged/tool/Failure.h"
 #include "privileged/tool/Journal.h"
+#include "privileged/tool/KeptBundles.h"
 #include "privileged/tool/MountTable.h"
 #include "protocol/ToolProtocol.h"
 
@@ -89,6 +90,16 @@ void addJournal(std::vector<posix::Descriptor>& folders) {
   }
 }
 
+// A replacement may keep a bundle, or return to one.
+void addKeptBundles(std::vector<posix::Descriptor>& folders, const Request& request) {
+  try {
+    const auto kept = request.rules.policy.keptVersions > 0 ? KeptBundles::made() : KeptBundles::existing();
+    if (kept) folders.emplace_back(::fcntl(kept->descriptor(), F_DUPFD_CLOEXEC, 0));
+  } catch (const Failure&) {
+    // The job says so itself, if it has anything to keep.
+  }
+}
+
 }  // namespace
 
 std::vector<posix::Descriptor> foldersOf(const Command& command, const Request& request) {
@@ -100,6 +111,7 @@ std::vector<posix::Descriptor> foldersOf(const Command& command, const Request& 
     folders.push_back(std::move(location.folder));
   }
   addJournal(folders);
+  if (command.name == protocol::replaceItemCommand) addKeptBundles(folders, request);
   return folders;
 }
 

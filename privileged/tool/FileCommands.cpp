@@ -9,6 +9,7 @@
 #include "privileged/tool/Failure.h"
 #include "privileged/tool/Folder.h"
 #include "privileged/tool/Items.h"
+#include "privileged/tool/KeptBundles.h"
 #include "privileged/tool/Swap.h"
 #include "protocol/ToolProtocol.h"
 
@@ -86,9 +87,43 @@ void giveBack(const Location& source, Staging& staging, const Adoption& adoption
   syncLastStep(source, staging);
 }
 
-// Takes a source away that was copied; nothing when it has to stay, as one on a read-only medium has.
-std::function<std::string()> takeAwayIfPossible(const Location& source) {
+bool holds(int folder, const char* name) {
+  struct stat status {};
+  return ::fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+// Keeps the replaced bundle when the administrators want that and it belongs to this process's user. The replacement is
+// done already, so it does not fail for this. Returns a warning when the bundle was not kept, else nothing.
+std::string keepReplaced(const Request& request, const Staging& staging, const Location& destination,
+                         const std::optional<struct stat>& old) {
+  const auto& installed = request.bundles.installed;
+  if (request.rules.policy.keptVersions == 0 || !old || !S_ISDIR(old->st_mode) || old->st_uid != ::geteuid()) return {};
+  if (!installed || installed->identifier.empty()) return {};
   try {
+    const char* name = holds(staging.folder(), Staging::oldItem) ? Staging::oldItem : Staging::newItem;
+    KeptBundles::made().keep({staging.folder(), name}, destination, installed->identifier, request);
+    return {};
+  } catch (const Failure& failure) {
+    return std::string("; the replaced version was not kept: ") + failure.what();
+  }
+}
+
+// Whether the new item is a bundle that was kept when it was replaced at the destination. A store that cannot be believed
+// holds none.
+bool isReturn(const Location& source, const Location& destination, const std::optional<BundleIdentity>& installed) {
+  if (!installed || installed->identifier.empty()) return false;
+  try {
+    const auto kept = KeptBundles::existing();
+    return kept && kept->holds(source, destination, installed->identifier);
+  } catch (const Failure&) {
+    return false;
+  }
+}
+
+// Takes a source away that was copied; nothing when it has to stay, as one on a read-only medium has.
+std::function<std::string()> takeAwayIfPossible(const Location& source, bool withItsFolder) {
+  try {
+    if (const auto kept = withItsFolder ? KeptBundles::existing() : std::nullopt) return kept->takeAwayFolderOf(source);
     return takeAway(source);
   } catch (const Failure&) {
     return {};
@@ -153,6 +188,10 @@ Outcome replaceItem(const Request& request) {
   const auto owner = ownerAt(destination, old, request.walk);
   const auto keys = trustedKeys();
   request.bundles.installed = (keys.empty() ? toldIdentityOf : identityOf)(destination.folder.get(), destination.name);
+  const bool returns = isReturn(source, destination, request.bundles.installed);
+  auto signatures = request.rules.signatures();
+  // It was installed here before, and nobody could change it since.
+  if (returns) signatures.areDowngradesAllowed = true;
   auto found = surveyWithoutSpecialFiles(source, owner, request.bounds);
   if (mustBeFresh(owner, request.walk, keys)) found.mustBeCopied = true;
   const auto staging = std::make_shared<Staging>(destination);
@@ -168,16 +207,18 @@ Outcome replaceItem(const Request& request) {
       syncFolder(staging->folder());
       syncTree(staging->folder(), Staging::newItem, found.entries);
     }
-    request.bundles.replacement = verifyReplacement({staging->folder(), Staging::newItem}, request.bundles.installed, keys,
-                                                    request.rules.signatures());
+    request.bundles.replacement =
+        verifyReplacement({staging->folder(), Staging::newItem}, request.bundles.installed, keys, signatures);
     swap.in();
   } catch (const Failure&) {
     if (moved) giveBack(source, *staging, adoption);
     throw;
   }
   Outcome outcome{.report = (old ? "replaced " : "installed ") + destination.path, .output = {}, .afterwards = {}};
-  const auto deleteSource = moved ? std::function<std::string()>() : takeAwayIfPossible(source);
+  const bool isSourceLeft = !moved || returns;
+  const auto deleteSource = isSourceLeft ? takeAwayIfPossible(source, returns) : std::function<std::string()>();
   if (!moved && !deleteSource) outcome.report += "; the new item was left at its old place";
+  outcome.report += keepReplaced(request, *staging, destination, old);
   outcome.output = outcome.report;
   outcome.afterwards = [staging, deleteSource] {
     const auto ofSource = deleteSource ? deleteSource() : std::string();

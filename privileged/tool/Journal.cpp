@@ -52,20 +52,22 @@ posix::Descriptor make(int parent, const char* name, mode_t mode) {
   return open(parent, name);
 }
 
-// The journal's folder; not open when it is missing and not to be made.
-posix::Descriptor journal(bool isMade) {
+posix::Descriptor journal(bool isMade) { return folderOfNotes(journalFolder, S_IRWXU, isMade); }
+
+}  // namespace
+
+posix::Descriptor folderOfNotes(const char* name, mode_t mode, bool isMade) {
   auto path = stateFolder();
   if (path.empty() && !isMade) return {};
   if (path.empty()) throw Failure("cannot keep notes: the user has no home");
   if (isMade) makeStateFolder(path);
   posix::Descriptor folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  for (const char* name : {productFolder, journalFolder}) {
+  for (const char* each : {productFolder, name}) {
     if (!folder && errno == ENOENT && !isMade) return {};
     if (!folder) failWith(path);
-    path += std::string("/") + name;
-    auto inner = open(folder.get(), name);
-    if (!inner && errno == ENOENT && isMade)
-      inner = make(folder.get(), name, name == productFolder ? readableByAll : S_IRWXU);
+    path += std::string("/") + each;
+    auto inner = open(folder.get(), each);
+    if (!inner && errno == ENOENT && isMade) inner = make(folder.get(), each, each == productFolder ? readableByAll : mode);
     if (inner) requireOwn(inner.get(), path);
     folder = std::move(inner);
   }
@@ -73,8 +75,6 @@ posix::Descriptor journal(bool isMade) {
   if (!folder) failWith(path);
   return folder;
 }
-
-}  // namespace
 
 // Nothing of the environment counts for root. A user's belongs to that user, unless the program was started with rights of
 // another one. Empty when there is no home.

@@ -4,6 +4,8 @@
 //
 // Root's journal is /var/lib/kelto/jobs, that of a user's own job "kelto/jobs" in the user's state folder. A note is a
 // symbolic link called "<folder's number>.<note>", because making one is a single step; nobody follows it.
+#include <sys/types.h>
+
 #include <optional>
 #include <string>
 #include <vector>
@@ -14,6 +16,10 @@ namespace AssistantTool {
 
 // The folder above the journal's; empty when there is no home.
 std::string stateFolder();
+
+// The folder `name` beside the journal's; not open when it is missing and not to be made. Throws Failure when others can
+// write it, or when it cannot be made.
+posix::Descriptor folderOfNotes(const char* name, mode_t mode, bool isMade);
 
 class Journal {
  public:

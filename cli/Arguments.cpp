@@ -18,11 +18,13 @@ struct Form {
   bool changes;  // takes the options of the commands that change something
 };
 
-constexpr std::array<Form, 5> forms{{
+constexpr std::array<Form, 7> forms{{
     {"install", Command::install, Bundle::needed, true, true},
     {"update", Command::update, Bundle::needed, true, true},
     {"remove", Command::remove, Bundle::needed, false, true},
+    {"rollback", Command::rollback, Bundle::needed, false, true},
     {"history", Command::history, Bundle::optional, false, false},
+    {"verify", Command::verify, Bundle::needed, false, false},
     {"status", Command::status, Bundle::optional, false, false},
 }};
 
@@ -75,6 +77,7 @@ class Reader {
     const std::string& word = _words[_next++];
     if (word == "--json") return set(_arguments.isJSON, true);
     if (form.hasPlace && word == "--to") return readPath(word, _arguments.place);
+    if (form.command == Command::rollback && word == "--version") return readVersion(word);
     if (form.command == Command::history && word == "--journal") return readPath(word, _arguments.journal);
     if (form.changes && word == "--yes") return set(_arguments.isConfirmed, true);
     if (form.changes && word == "--no-relaunch") return set(_arguments.relaunches, false);
@@ -97,6 +100,13 @@ class Reader {
     const auto* word = value();
     if (word == nullptr || word->empty()) return option + " needs a path";
     path = absolute(*word);
+    return {};
+  }
+
+  std::string readVersion(const std::string& option) {
+    const auto* word = value();
+    if (word == nullptr || word->empty()) return option + " needs a version";
+    _arguments.version = *word;
     return {};
   }
 
@@ -133,12 +143,15 @@ the policy service grants.
   install NEW [--to FOLDER]    puts the bundle NEW into FOLDER (/Applications), where nothing has its name yet
   update NEW [--to BUNDLE]     replaces the installed BUNDLE (of the name of NEW in /Applications) by NEW
   remove BUNDLE                moves the installed BUNDLE to the Trash
+  rollback BUNDLE              returns to the version before the installed one, which administrators have had kept
   history [BUNDLE]             lists the jobs of this machine, or those of BUNDLE
+  verify BUNDLE                compares a signed bundle with its manifest, by the keys that administrators trust
   status [BUNDLE]              shows what is installed, the last run and the policy of this machine
 
 A bundle keeps its file name. Running copies of the application are asked to quit; when you have started one of them, the
 new version is started in the end.
 
+  --version VERSION   returns to this version, where several are kept
   --wait-pid NUMBER   waits for the end of this process first, and starts the new version
   --no-relaunch       starts nothing
   --yes               does not ask on the terminal whether to go on

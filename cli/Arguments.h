@@ -7,15 +7,16 @@
 
 namespace cli {
 
-enum class Command { install, update, remove, history, status };
+enum class Command { install, update, remove, rollback, history, verify, status };
 
 std::string_view nameOf(Command command);
 
 struct Arguments {
   Command command = Command::status;
-  std::string bundle;   // absolute; what the command is about: the new bundle of install and update
-  std::string place;    // absolute; install's folder, or update's installed bundle; empty if not given
-  std::string journal;  // absolute; the folder with the journal's files; empty if not given
+  std::string bundle;                  // absolute; what the command is about: the new bundle of install and update
+  std::string place;                   // absolute; install's folder, or update's installed bundle; empty if not given
+  std::optional<std::string> version;  // that rollback returns to
+  std::string journal;                 // absolute; the folder with the journal's files; empty if not given
   std::optional<int> awaitedProcess;
   bool isJSON = false;
   bool relaunches = true;

@@ -40,11 +40,21 @@ std::string argument(const char* name) { return std::string("-") + name; }
 }  // namespace
 
 Change changeOf(const Arguments& arguments) {
-  if (arguments.command == Command::remove) return {arguments.command, "", arguments.bundle};
+  if (arguments.command == Command::remove || arguments.command == Command::rollback)
+    return {arguments.command, "", arguments.bundle};
   const std::string name = Path::lastComponent(arguments.bundle);
   const std::string folder = arguments.place.empty() ? applicationFolder : arguments.place;
   const bool isWhole = arguments.command == Command::update && !arguments.place.empty();
   return {arguments.command, arguments.bundle, isWhole ? arguments.place : Path::appending(folder, name)};
+}
+
+std::string chosenBundle(const std::vector<std::string>& kept, const std::optional<std::string>& version,
+                         const platform::Bundles& bundles) {
+  for (const auto& path : kept) {
+    const auto bundle = bundles.bundleWithPath(path);
+    if (bundle != nullptr && (!version || versionOf(*bundle) == *version)) return path;
+  }
+  return {};
 }
 
 std::vector<std::string> launchArguments(const Change& change) {
@@ -73,6 +83,8 @@ std::optional<platform::Failure> objectionTo(const Change& change, const platfor
     return platform::Failure{Ending::failed, step, change.installed,
                              change.command == Command::update ? "nothing is installed there: use \"kelto install\""
                                                                : "nothing is installed there"};
+  if (change.command == Command::rollback && change.source.empty())
+    return platform::Failure{Ending::failed, step, change.installed, "no such version of it is kept"};
   const auto before = platform.bundles.bundleWithPath(change.installed);
   const auto after = platform.bundles.bundleWithPath(applicationOf(change));
   if (before == nullptr || after == nullptr || before->bundleIdentifier() == after->bundleIdentifier()) return std::nullopt;
@@ -104,6 +116,8 @@ std::string questionAbout(const Dictionary& facts) {
     return "Install " + bundle + version(facts, newVersionKey, ", version ") + "?";
   if (text(facts, actionKey) == nameOf(Command::remove))
     return "Move " + bundle + version(facts, oldVersionKey, ", version ") + ", to the Trash?";
+  if (text(facts, actionKey) == nameOf(Command::rollback))
+    return "Return " + bundle + version(facts, oldVersionKey, " from ") + version(facts, newVersionKey, " to ") + "?";
   return "Update " + bundle + version(facts, oldVersionKey, " from ") + version(facts, newVersionKey, " to ") + "?";
 }
 
@@ -112,6 +126,8 @@ std::string reportOf(const Dictionary& facts) {
   if (text(facts, actionKey) == nameOf(Command::install))
     return "Installed " + bundle + version(facts, newVersionKey, ", version ") + ".";
   if (text(facts, actionKey) == nameOf(Command::remove)) return "Moved " + bundle + " to the Trash.";
+  if (text(facts, actionKey) == nameOf(Command::rollback))
+    return "Returned " + bundle + version(facts, oldVersionKey, " from ") + version(facts, newVersionKey, " to ") + ".";
   return "Updated " + bundle + version(facts, oldVersionKey, " from ") + version(facts, newVersionKey, " to ") + ".";
 }
 

@@ -1,5 +1,6 @@
 #pragma once
-// "install", "update" and "remove": what is to be changed, in the installer's terms and in a person's. Main thread.
+// "install", "update", "remove" and "rollback": what is to be changed, in the installer's terms and in a person's. Main
+// thread.
 #include <optional>
 #include <string>
 #include <vector>
@@ -16,8 +17,11 @@ struct Change {
   std::string installed;  // the installed bundle, or the place for it
 };
 
-// Where no place is given, it is in the folder for the applications of this machine.
+// Where no place is given, it is in the folder for the applications of this machine. A return has no source yet.
 Change changeOf(const Arguments& arguments);
+// The bundle to return to among those that are kept, newest first; empty when none has that version.
+std::string chosenBundle(const std::vector<std::string>& kept, const std::optional<std::string>& version,
+                         const platform::Bundles& bundles);
 
 // The arguments with which a controller would start the installer for it.
 std::vector<std::string> launchArguments(const Change& change);

@@ -1,6 +1,7 @@
 #include "cli/Results.h"
 
 #include <cstdio>
+#include <sstream>
 #include <variant>
 
 #include "cli/JSON.h"
@@ -40,6 +41,25 @@ std::string linesOf(const Dictionary& values) { return indented(values, ""); }
 void print(const Dictionary& values, bool asJSON) {
   const auto text = asJSON ? jsonOf(values) + "\n" : linesOf(values);
   std::fwrite(text.data(), 1, text.size(), stdout);
+}
+
+Dictionary valuesOfLines(const std::string& lines) {
+  Dictionary values;
+  std::istringstream stream(lines);
+  for (std::string line; std::getline(stream, line);) {
+    if (const auto colon = line.find(": "); colon != std::string::npos)
+      values.insert_or_assign(line.substr(0, colon), line.substr(colon + 2));
+  }
+  return values;
+}
+
+std::string causeOfHelper(const std::string& lines) {
+  std::string text = lines;
+  while (text.ends_with('\n')) text.pop_back();
+  text = text.substr(text.rfind('\n') + 1);
+  const auto colon = text.find(": ");
+  if (text.empty()) return "the program that looks at it ended without a word";
+  return colon == std::string::npos ? text : text.substr(colon + 2);
 }
 
 std::string versionOf(const platform::Bundle& bundle) {

@@ -15,6 +15,11 @@ std::string linesOf(const Dictionary& values);
 // Prints the values as JSON, or else as lines.
 void print(const Dictionary& values, bool asJSON);
 
+// The values of lines "key: value", as another program of this system prints them.
+Dictionary valuesOfLines(const std::string& lines);
+// The cause in the last line of a program that failed, without the program's name.
+std::string causeOfHelper(const std::string& lines);
+
 // The version that a person knows the bundle by; empty if it tells none.
 std::string versionOf(const platform::Bundle& bundle);
 

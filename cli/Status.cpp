@@ -43,6 +43,13 @@ Dictionary statusOfBundle(const std::string& path, const platform::Platform& pla
   return status;
 }
 
+PropertyList::Array versionsOf(const std::vector<std::string>& paths, const platform::Bundles& bundles) {
+  PropertyList::Array versions;
+  for (const auto& path : paths)
+    if (const auto bundle = bundles.bundleWithPath(path)) versions.emplace_back(versionOf(*bundle));
+  return versions;
+}
+
 Dictionary statusOfLastRun(const platform::FileManager& files) {
   const auto bytes = files.contentsAtPath(protocol::lastRunPath());
   const auto record = bytes ? PropertyList::parse(*bytes) : std::nullopt;
@@ -60,6 +67,7 @@ Dictionary statusOfPolicy(const protocol::Policy& policy, const std::string& cau
                     {"sessionTools", listOf(policy.sessionTools)},
                     {"unsigned", nameOf(policy.unsignedBundles)},
                     {"downgrades", policy.areDowngradesAllowed ? "allow" : "refuse"},
+                    {"keep", static_cast<std::int64_t>(policy.keptVersions)},
                     {"maximumEntries", static_cast<std::int64_t>(policy.maximumEntries)}};
   if (!cause.empty()) status.insert_or_assign("refusedFile", cause);
   return status;

@@ -12,6 +12,8 @@
 #include "cli/Progress.h"
 #include "cli/Results.h"
 #include "cli/Status.h"
+#include "platform/linux/terminal/HelperProgram.h"
+#include "platform/linux/terminal/KeptVersions.h"
 #include "platform/linux/terminal/Surroundings.h"
 #include "platform/linux/terminal/TerminalPlatform.h"
 
@@ -114,6 +116,13 @@ class Command {
   TerminalPlatform _terminal{cli::launchArguments(_change), hooks()};
 };
 
+// The bundles that the installed one can be exchanged for, newest first.
+std::vector<std::string> keptBundles(const std::string& installed, const platform::Platform& platform) {
+  const auto bundle = platform.bundles.bundleWithPath(installed);
+  if (bundle == nullptr) return {};
+  return platform::Linux::keptBundlesOf(installed, bundle->bundleIdentifier().value_or(""));
+}
+
 int showStatus(const Arguments& arguments) {
   TerminalPlatform terminal({}, {});
   Dictionary status;
@@ -123,6 +132,8 @@ int showStatus(const Arguments& arguments) {
       terminal.platform().report.fail({Ending::failed, "read the bundle", arguments.bundle, "it is not a folder"});
       return statusOf(Ending::failed);
     }
+    bundle.insert_or_assign(
+        "keptVersions", cli::versionsOf(keptBundles(arguments.bundle, terminal.platform()), terminal.platform().bundles));
     status.insert_or_assign("bundle", std::move(bundle));
   }
   if (auto run = cli::statusOfLastRun(terminal.platform().fileManager); !run.empty())
@@ -132,6 +143,20 @@ int showStatus(const Arguments& arguments) {
   status.insert_or_assign("policy", cli::statusOfPolicy(policy, cause));
   cli::print(status, arguments.isJSON);
   return statusOf(Ending::done);
+}
+
+int verify(const Arguments& arguments) {
+  TerminalPlatform terminal({}, {});
+  auto& platform = terminal.platform();
+  const auto program = platform.bundles.mainBundle().pathForResource("kelto-manifest", "");
+  const auto outcome = platform::Linux::runHelper(program.value_or(""), {"--verify", arguments.bundle});
+  if (outcome.status != 0)
+    platform.report.fail({Ending::failed, "verify the bundle", arguments.bundle, cli::causeOfHelper(outcome.output)});
+  auto facts = outcome.status == 0 ? cli::valuesOfLines(outcome.output) : Dictionary();
+  facts.insert_or_assign("bundle", arguments.bundle);
+  if (arguments.isJSON) cli::addEnding(facts, platform.report);
+  if (arguments.isJSON || outcome.status == 0) cli::print(facts, arguments.isJSON);
+  return statusOf(platform.report.ending());
 }
 
 int showHistory(const Arguments& arguments) {
@@ -149,10 +174,19 @@ int showHistory(const Arguments& arguments) {
   return statusOf(Ending::done);
 }
 
+cli::Change returnOf(const Arguments& arguments) {
+  const TerminalPlatform terminal({}, {});
+  const auto& platform = terminal.platform();
+  auto change = cli::changeOf(arguments);
+  change.source = cli::chosenBundle(keptBundles(change.installed, platform), arguments.version, platform.bundles);
+  return change;
+}
+
 int carryOut(const Arguments& arguments) {
+  if (arguments.command == cli::Command::verify) return verify(arguments);
   if (arguments.command == cli::Command::history) return showHistory(arguments);
   if (arguments.command == cli::Command::status) return showStatus(arguments);
-  const auto change = cli::changeOf(arguments);
+  const auto change = arguments.command == cli::Command::rollback ? returnOf(arguments) : cli::changeOf(arguments);
   return Command(arguments, change).run();
 }
 

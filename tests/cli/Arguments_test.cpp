@@ -77,13 +77,19 @@ TEST(ArgumentsTest, MakeARelativePathAbsolute) {
   std::filesystem::current_path(before);
 }
 
+TEST(ArgumentsTest, NameTheVersionToReturnTo) {
+  EXPECT_EQ(readArguments({"rollback", "/App.app", "--version", "1.0"}).arguments->version, "1.0");
+  EXPECT_FALSE(readArguments({"rollback", "/App.app"}).arguments->version);
+  EXPECT_EQ(readArguments({"rollback", "/App.app", "--version"}).cause, "--version needs a version");
+}
+
 TEST(ArgumentsTest, NameTheJournalOfAHistory) {
   EXPECT_EQ(readArguments({"history", "--journal", "/mnt/log"}).arguments->journal, "/mnt/log");
   EXPECT_FALSE(readArguments({"status", "--journal", "/mnt/log"}).arguments);
 }
 
 TEST(ArgumentsTest, AreAllInTheHelp) {
-  for (const char* word : {"install", "update", "remove", "history", "status", "--journal", "--to", "--wait-pid",
-                           "--no-relaunch", "--yes", "--json", "--help", "--version"})
+  for (const char* word : {"install", "update", "remove", "rollback", "history", "verify", "status", "--journal", "--to",
+                           "--wait-pid", "--no-relaunch", "--yes", "--json", "--help", "--version"})
     EXPECT_NE(cli::help.find(word), std::string_view::npos) << word;
 }

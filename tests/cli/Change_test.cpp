@@ -102,6 +102,21 @@ TEST_F(ChangeTest, TellsOfTheBundleUnderTheNewOnesName) {
   EXPECT_EQ(facts.at("bundle"), foundation::PropertyList::Value("/Applications/App 2.app"));
 }
 
+TEST_F(ChangeTest, ToAKeptVersionTakesTheNewestOrTheOneThatIsNamed) {
+  add("/kept/2/App.app", "com.acme.app", "2");
+  add("/kept/1/App.app", "com.acme.app", "1");
+  const std::vector<std::string> kept{"/kept/3/Unreadable.app", "/kept/2/App.app", "/kept/1/App.app"};
+  EXPECT_EQ(cli::chosenBundle(kept, std::nullopt, fake.bundles), "/kept/2/App.app");
+  EXPECT_EQ(cli::chosenBundle(kept, "1", fake.bundles), "/kept/1/App.app");
+  EXPECT_EQ(cli::chosenBundle(kept, "7", fake.bundles), "");
+  add(installed, "com.acme.app", "3");
+  EXPECT_EQ(causeOf({Command::rollback, "", installed}), "no such version of it is kept");
+  EXPECT_EQ(causeOf({Command::rollback, "/kept/2/App.app", installed}), "");
+  const auto facts = cli::factsOf({Command::rollback, "/kept/2/App.app", installed}, fake.bundles);
+  EXPECT_EQ(cli::questionAbout(facts), "Return /Applications/App.app from 3 to 2?");
+  EXPECT_EQ(cli::reportOf(facts), "Returned /Applications/App.app from 3 to 2.");
+}
+
 TEST_F(ChangeTest, ShowsNoControlCharactersOfABundle) {
   add(installed, "com.acme.app", "1\033[2J");
   EXPECT_EQ(cli::questionAbout(cli::factsOf({Command::remove, "", installed}, fake.bundles)),

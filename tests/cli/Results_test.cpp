@@ -12,3 +12,13 @@ TEST(ResultsTest, AreALineForEachValue) {
 }
 
 TEST(ResultsTest, ShowNoControlCharacters) { EXPECT_EQ(linesOf({{"a", "x\033\ny"}}), "a: x\\x1b\\x0ay\n"); }
+
+TEST(ResultsTest, OfAnotherProgramAreReadLineByLine) {
+  EXPECT_EQ(cli::valuesOfLines("a: 1\nb: c: d\nnothing\n"), (Dictionary{{"a", "1"}, {"b", "c: d"}}));
+}
+
+TEST(ResultsTest, HaveTheCauseOfAProgramThatFailed) {
+  EXPECT_EQ(cli::causeOfHelper("warning\nkelto-manifest: not a file: x\n"), "not a file: x");
+  EXPECT_EQ(cli::causeOfHelper("No such file\n"), "No such file");
+  EXPECT_EQ(cli::causeOfHelper(""), "the program that looks at it ended without a word");
+}

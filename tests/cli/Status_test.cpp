@@ -57,6 +57,7 @@ TEST_F(StatusTest, OfThePolicyHasEachRuleAndWhyTheFileIsRefused) {
   policy.areDowngradesAllowed = true;
   const auto status = cli::statusOfPolicy(policy, "");
   EXPECT_EQ(status.at("unsigned"), Value("ask"));
+  EXPECT_EQ(status.at("keep"), Value(0));
   EXPECT_EQ(status.at("downgrades"), Value("allow"));
   EXPECT_EQ(status.at("tools"), Value(foundation::PropertyList::Array{protocol::packagedToolFolder}));
   EXPECT_FALSE(status.contains("refusedFile"));

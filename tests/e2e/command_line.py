@@ -304,3 +304,50 @@ def cli_history(bare):
     equal("the jobs that an ordinary user may see", json.loads(shell.kelto("history", "--json")[0]), [])
     _, said = shell.kelto("history", "--journal", "/nowhere", status=FAILED, as_root=True)
     expect_line(said, FAILED, "read the journal", "No such file")
+
+
+@scenario("system", where="grant", **SHELL)
+def cli_verify(bare):
+    """A signed bundle is told from a changed, an unsigned and a stranger's one, by an ordinary user."""
+    shell = Shell(bare)
+    keys = pathlib.Path("/etc/kelto/trust.d")
+    keys.mkdir(exist_ok=True)
+    _, said = shell.kelto("verify", shell.new, status=FAILED)
+    expect_line(said, FAILED, "verify the bundle", "no key is trusted")
+    subprocess.run(["minisign", "-G", "-W", "-p", keys / "acme.pub", "-s", shell.folder / "key"], check=True, capture_output=True)
+    _, said = shell.kelto("verify", shell.new, status=FAILED)
+    expect_line(said, FAILED, "verify the bundle", "manifest")
+    signature = shell.new / "Contents/_Signature"
+    subprocess.run([bare.build / "bin/kelto-manifest", shell.new], check=True, capture_output=True)
+    subprocess.run(["minisign", "-S", "-W", "-s", shell.folder / "key", "-m", signature / "manifest"], check=True, capture_output=True)
+    facts = shell.result("verify", shell.new)
+    equal("the facts", (facts["identifier"], facts["version"], facts["key"], facts["status"]), (shell.identifier, "2.0", "acme", 0))
+    check("they are lines for a person", "key: acme\n" in shell.kelto("verify", "Kelto.app")[0])
+    with open(shell.new / "Contents/Linux/Kelto", "a", encoding="utf-8") as program:
+        program.write("# changed\n")
+    refusal = shell.result("verify", shell.new, status=FAILED)
+    equal("the cause", refusal["cause"], "the contents differ from the manifest: Contents/Linux/Kelto")
+
+
+@scenario("system", where="grant", **SHELL)
+def cli_rollback(bare):
+    """A replaced version is kept where an administrator wants that, and one swap brings it back."""
+    shell = Shell(bare)
+    with open(protocol.policyFilePath, "a", encoding="utf-8") as policy:
+        policy.write("keep = 2\n")
+    refusal = shell.result("rollback", shell.installed, status=FAILED)
+    check(f"“{refusal['cause']}” says that nothing is kept", "no such version" in refusal["cause"])
+    shell.start_application()
+    shell.kelto("update", shell.new, "--to", shell.installed)
+    wait_for("the new version", lambda: len(shell.starts()) == 2)
+    equal("what is kept", shell.result("status", shell.installed)["bundle"]["keptVersions"], ["1.0"])
+    refusal = shell.result("rollback", shell.installed, "--version", "0.9", status=FAILED)
+    said, _ = shell.kelto("rollback", shell.installed)
+    equal("what it says", said, f"Returned {shell.installed} from 2.0 to 1.0.\n")
+    equal("the version on disk", version_of(shell.installed), "1.0")
+    for path in [shell.installed, *shell.installed.rglob("*")]:
+        equal(f"the owner of {path}", os.lstat(path).st_uid, 0)
+    wait_for("the version before", lambda: shell.starts() == ["first", RESUMED, ""])
+    equal("what is kept now", shell.result("status", shell.installed)["bundle"]["keptVersions"], ["2.0"])
+    shell.kelto("rollback", shell.installed, "--no-relaunch")
+    equal("the version after another return", version_of(shell.installed), "2.0")

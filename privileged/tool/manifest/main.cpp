@@ -1,4 +1,5 @@
-// kelto-manifest writes the manifest of a bundle, which its publisher then signs with minisign.
+// kelto-manifest writes the manifest of a bundle, which its publisher then signs with minisign; and verifies a signed
+// bundle.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,10 +14,12 @@
 #include <vector>
 
 #include "privileged/tool/BundleItem.h"
+#include "privileged/tool/BundleVerification.h"
 #include "privileged/tool/BundleVersion.h"
 #include "privileged/tool/Failure.h"
 #include "privileged/tool/InformationList.h"
 #include "privileged/tool/Manifest.h"
+#include "privileged/tool/TrustedKeys.h"
 
 namespace {
 
@@ -24,6 +27,7 @@ using namespace AssistantTool;
 
 constexpr const char* usage =
     "Usage: kelto-manifest BUNDLE [--identifier ID] [--version VERSION] [--previous-key KEY]\n"
+    "       kelto-manifest --verify BUNDLE\n"
     "\n"
     "Writes BUNDLE/Contents/_Signature/manifest: the bundle's identifier and version, and kind, mode, size and SHA-256\n"
     "of each entry. Sign it with minisign afterwards; the command is printed.\n"
@@ -31,7 +35,9 @@ constexpr const char* usage =
     "  --identifier ID     instead of CFBundleIdentifier of Contents/Info.plist\n"
     "  --version VERSION   instead of CFBundleVersion of Contents/Info.plist\n"
     "  --previous-key KEY  the public key, as \"minisign -P\" takes it, that signed the versions before this one,\n"
-    "                      when it is not the key that signs this one\n";
+    "                      when it is not the key that signs this one\n"
+    "  --verify            compares the bundle with its signed manifest instead, by the keys that this machine's\n"
+    "                      administrators trust\n";
 
 struct Arguments {
   std::string bundle;
@@ -39,6 +45,7 @@ struct Arguments {
   std::string version;
   std::string previousKey;
   bool wantsHelp = false;
+  bool verifies = false;
 };
 
 std::string* optionNamed(std::string_view name, Arguments& arguments) {
@@ -51,6 +58,10 @@ Arguments argumentsOf(const std::vector<std::string>& words) {
   Arguments arguments;
   for (auto word = words.begin(); word != words.end(); ++word) {
     if (*word == "--help") arguments.wantsHelp = true;
+    if (*word == "--verify") {
+      arguments.verifies = true;
+      continue;
+    }
     auto* option = optionNamed(*word, arguments);
     if (option != nullptr) {
       if (++word == words.end()) throw Failure(*std::prev(word) + " needs a value");
@@ -147,9 +158,19 @@ void writeManifest(int folder, const std::string& text) {
   if (::renameat(folder, unfinished, folder, "manifest") != 0) failWithSystemError("cannot write the manifest");
 }
 
+void verify(int bundle) {
+  const auto keys = trustedKeys();
+  if (keys.empty()) throw Failure(std::string("no key is trusted: there is none in ") + trustFolderPath);
+  const auto [manifest, key, keyName] = signedManifestOf(bundle, keys);
+  verifyEntries(bundle, manifest);
+  std::printf("identifier: %s\nversion: %s\nkey: %s\nkeyIdentifier: %s\nentries: %zu\n", manifest.identifier.c_str(),
+              manifest.version.c_str(), printable(keyName).c_str(), Minisign::textOf(key).c_str(), manifest.entries.size());
+}
+
 void run(const Arguments& arguments) {
   const posix::Descriptor bundle(::open(arguments.bundle.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!bundle) failWithSystemError("cannot open " + arguments.bundle);
+  if (arguments.verifies) return verify(bundle.get());
   const auto folder = signatureFolderIn(bundle.get());
   ::unlinkat(folder.get(), "manifest.unfinished", 0);  // of a run that was stopped
   const auto manifest = manifestFor(bundle.get(), arguments);

@@ -12,10 +12,11 @@ if(NOT unit_folder)
 endif()
 set(KELTO_UNIT_FOLDER ${unit_folder} CACHE PATH "Where the service manager reads units of packages")
 set(KELTO_BUS_FOLDER /usr/share/dbus-1 CACHE PATH "Where the system bus reads its policies and services")
+set(KELTO_ZSH_FOLDER ${CMAKE_INSTALL_DATADIR}/zsh/site-functions CACHE STRING "Where zsh looks for completions, below the prefix")
 set(KELTO_POLICY_FOLDER /usr/share/polkit-1/actions CACHE PATH "Where the policy service reads actions")
 
 set(installed_folders ${program_folder} ${CMAKE_INSTALL_BINDIR} ${CMAKE_INSTALL_DATADIR}/applications
-    ${CMAKE_INSTALL_DATADIR}/metainfo ${CMAKE_INSTALL_DATADIR}/icons/hicolor ${CMAKE_INSTALL_MANDIR}
+    ${CMAKE_INSTALL_DATADIR}/bash-completion ${CMAKE_INSTALL_DATADIR}/zsh ${CMAKE_INSTALL_DATADIR}/metainfo ${CMAKE_INSTALL_DATADIR}/icons/hicolor ${CMAKE_INSTALL_MANDIR}
     ${CMAKE_INSTALL_INCLUDEDIR}/kelto ${CMAKE_INSTALL_LIBDIR}/cmake/Kelto)
 configure_file(cmake/BeforeInstall.cmake.in ${PROJECT_BINARY_DIR}/BeforeInstall.cmake @ONLY)
 install(CODE "set(KELTO_OBJECTION_KIND FATAL_ERROR)")
@@ -62,6 +63,11 @@ foreach(size IN ITEMS 16 32 48 64 128 256)
 endforeach()
 install(FILES ${PROJECT_SOURCE_DIR}/artwork/application-icon.svg RENAME com.kelto.installer.svg
         DESTINATION ${CMAKE_INSTALL_DATADIR}/icons/hicolor/scalable/apps)
+
+# For shells.
+set(completion ${PROJECT_SOURCE_DIR}/packaging/completion)
+install(FILES ${completion}/kelto.bash RENAME kelto DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+install(FILES ${completion}/_kelto DESTINATION ${KELTO_ZSH_FOLDER})
 
 # Manual pages carry the version.
 file(GLOB pages CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR}/docs/man ${PROJECT_SOURCE_DIR}/docs/man/*.in)

@@ -15,9 +15,13 @@ set(KELTO_BUS_FOLDER /usr/share/dbus-1 CACHE PATH "Where the system bus reads it
 set(KELTO_ZSH_FOLDER ${CMAKE_INSTALL_DATADIR}/zsh/site-functions CACHE STRING "Where zsh looks for completions, below the prefix")
 set(KELTO_POLICY_FOLDER /usr/share/polkit-1/actions CACHE PATH "Where the policy service reads actions")
 
+include(cmake/Library.cmake)
+include(cmake/ControllerLibrary.cmake)
+
 set(installed_folders ${program_folder} ${CMAKE_INSTALL_BINDIR} ${CMAKE_INSTALL_DATADIR}/applications
-    ${CMAKE_INSTALL_DATADIR}/bash-completion ${CMAKE_INSTALL_DATADIR}/zsh ${CMAKE_INSTALL_DATADIR}/metainfo ${CMAKE_INSTALL_DATADIR}/icons/hicolor ${CMAKE_INSTALL_MANDIR}
-    ${CMAKE_INSTALL_INCLUDEDIR}/kelto ${CMAKE_INSTALL_LIBDIR}/cmake/Kelto)
+    ${CMAKE_INSTALL_DATADIR}/bash-completion ${CMAKE_INSTALL_DATADIR}/zsh ${CMAKE_INSTALL_DATADIR}/metainfo
+    ${CMAKE_INSTALL_DATADIR}/icons/hicolor ${CMAKE_INSTALL_MANDIR} ${CMAKE_INSTALL_INCLUDEDIR}/kelto ${package_folder}
+    ${pkg_config_folder} ${KELTO_PYTHON_FOLDER} ${CMAKE_INSTALL_DATADIR}/dbus-1/interfaces)
 configure_file(cmake/BeforeInstall.cmake.in ${PROJECT_BINARY_DIR}/BeforeInstall.cmake @ONLY)
 install(CODE "set(KELTO_OBJECTION_KIND FATAL_ERROR)")
 install(SCRIPT ${PROJECT_BINARY_DIR}/BeforeInstall.cmake)
@@ -27,8 +31,6 @@ block()
   set(KELTO_ONLY_LOOK ON)
   include(${PROJECT_BINARY_DIR}/BeforeInstall.cmake)
 endblock()
-
-include(cmake/Library.cmake)
 
 # Programs.
 install(TARGETS authorizationd assistantTool DESTINATION ${program_folder})

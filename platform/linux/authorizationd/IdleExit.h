@@ -1,5 +1,6 @@
 #pragma once
-// Ends the broker's event loop after a time without use. The bus starts the broker again when it is needed.
+// Ends the broker's event loop after a time without use, and at the first moment without use once its program was replaced
+// or removed. The bus starts the broker again when it is needed.
 #include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>
 
@@ -20,7 +21,9 @@ class IdleExit {
 
  private:
   static int timeIsUp(sd_event_source* source, std::uint64_t time, void* self);
-  int restart();
+  static int programChanged(sd_event_source* source, const inotify_event* event, void* self);
+  int used();
+  int waitFor(Time time);
   int leave();
 
   sd_bus* _bus;
@@ -28,6 +31,8 @@ class IdleExit {
   Service& _service;
   Time _idle;
   sd_event_source* _timer = nullptr;
+  sd_event_source* _watch = nullptr;
+  bool _isOutdated = false;
 };
 
 }  // namespace platform::Linux::authorizationd

@@ -43,7 +43,7 @@ def installed_update(world):
     subprocess.run(MEANWHILE, shell=True, check=True)
     world.hand_over()
     world.expect_update_ends(installer)
-    equal("the broker that has served", broker(), programs[1])
+    check("no other broker has served", broker() in (programs[1], None))
     for path in [world.road.installed, *world.road.installed.rglob("*")]:
         equal(f"the owner of {path}", os.lstat(path).st_uid, 0)
 

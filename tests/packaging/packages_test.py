@@ -22,23 +22,33 @@ HARNESS = ("demo", "protocol", "resources", "tests/e2e", "tests/support")
 
 JOB = """
 set -e
-export DEBIAN_FRONTEND=noninteractive LC_ALL=C KELTO_E2E_APPLICATIONS=/opt/kelto-test TMPDIR=$folder
+world=$folder/world
+export DEBIAN_FRONTEND=noninteractive LC_ALL=C KELTO_E2E_APPLICATIONS=/opt/kelto-test TMPDIR=$world
 say() { echo "== $*"; }
 entries() { find /etc /opt /usr /var/lib -xdev ! -path '/var/lib/dpkg*' ! -path '/var/lib/apt*' ! -path '/var/lib/systemd*' | sort; }
-scenario() { umount -q /etc/passwd /etc/group || true; rm -rf /opt/kelto-test; python3 -B $folder/suite/tests/e2e/run.py "$1" $folder/build --inside; }
+scenario() { umount -q /etc/passwd /etc/group || true; rm -rf /opt/kelto-test; python3 -B $world/suite/tests/e2e/run.py "$1" $world/build --inside; }
 rules() {
   printf 'polkit.addRule(function(action) { if (action.id == "%s") return polkit.Result.%s; });\\n' "$action" "$1" \\
     >/etc/polkit-1/rules.d/00-kelto-test.rules
   systemctl try-restart polkit.service
 }
-broker_gone() { tries=0; while pgrep -x authorizationd >/dev/null; do tries=$((tries + 1)); [ $tries -lt 600 ]; sleep 0.1; done; }
+until_true() { tries=0; until eval "$2"; do tries=$((tries + 1)); [ $tries -lt $(($1 * 10)) ]; sleep 0.1; done; }
+broker_gone() { until_true "$1" '! pgrep -x authorizationd'; }
 
+# A file system of its own, so that it can be watched.
+mkdir $world
+mount -t tmpfs -o mode=1777 tmpfs $world
+cp -r $folder/suite $folder/build $world
 systemctl start dbus.service
 rules YES
 entries >$folder/before
 say install
-apt-get install -y --no-install-recommends $folder/packages/kelto_*_*.deb
+apt-get install -y --no-install-recommends $folder/packages/*.deb
 [ "$(stat -c %U:%a /etc/kelto/trust.d)" = root:755 ]
+cat /var/lib/dpkg/info/*.list >$folder/owned
+python3 -B $folder/opened_files.py $folder/opened $folder/watching / $world &
+watcher=$!
+until_true 10 '[ -e $folder/watching ]'
 say update
 scenario installed_update
 [ "$(systemctl show -P MainPID kelto-authorizationd.service)" = "$(pgrep -x authorizationd)" ]
@@ -48,13 +58,17 @@ say refused
 rules NO
 scenario installed_refused
 rules YES
+kill $watcher
+say upgrade of an idle broker
+pgrep -x authorizationd
+apt-get install -y $folder/newer/1.deb
+broker_gone 5
 say upgrade while a job runs
-broker_gone
-export KELTO_E2E_MEANWHILE="apt-get install -y $folder/newer/kelto.deb"
+export KELTO_E2E_MEANWHILE="apt-get install -y $folder/newer/2.deb"
 scenario installed_update
 unset KELTO_E2E_MEANWHILE
-dpkg-query -W -f '${Version}\\n' kelto | grep -F newer
-broker_gone
+dpkg-query -W -f '${Version}\\n' kelto | grep -F 9newer.2
+broker_gone 5
 say update by the new version
 scenario installed_update
 say remove
@@ -62,12 +76,14 @@ apt-get remove -y kelto
 ! pgrep -x authorizationd
 [ ! -e /usr/lib/kelto ] && [ -e /etc/kelto/authorization.conf ]
 say purge
-apt-get purge -y kelto
+apt-get purge -y kelto $others
 rm -rf /opt/kelto-test
 entries >$folder/after
 diff $folder/before $folder/after
 say done
 """
+# What no package owns because it is made while packages are installed.
+GENERATED = ("/usr/lib/locale/locale-archive", "/usr/share/mime/", "/usr/share/icons/hicolor/icon-theme.cache")
 
 
 class Packages(Folder):
@@ -86,14 +102,14 @@ class Packages(Folder):
         self.assertEqual(0, status, said)
         return root
 
-    def newer(self, package):
+    def make_newer(self, package, number):
         """The same package with a higher version."""
-        content = self.folder / "content"
+        content = self.folder / f"content-{number}"
         self.assertEqual(0, run("dpkg-deb", "-R", package, content)[0])
         control = content / "DEBIAN/control"
-        control.write_text(control.read_text().replace("\nVersion: ", "\nVersion: 9newer."))
-        (self.folder / "newer").mkdir()
-        status, said = run("dpkg-deb", "-b", content, self.folder / "newer/kelto.deb")
+        control.write_text(control.read_text().replace("\nVersion: ", f"\nVersion: 9newer.{number}."))
+        (self.folder / "newer").mkdir(exist_ok=True)
+        status, said = run("dpkg-deb", "-b", content, self.folder / f"newer/{number}.deb")
         self.assertEqual(0, status, said)
 
     def make_units(self):
@@ -104,20 +120,41 @@ class Packages(Folder):
         for name in ("polkit.service", "kelto-authorizationd.service"):
             (self.folder / "units" / name).symlink_to(f"/lib/systemd/system/{name}")
 
-    def test_serve_an_ordinary_user_and_leave_nothing_behind(self):
+    def prepare(self):
         packages = self.packages()
         self.folder.chmod(0o755)
         for name in ("box", "Library", "packages", "build/bin"):
             (self.folder / name).mkdir(parents=True)
-        package = next(packages.glob("kelto_*.deb"))
-        shutil.copy(package, self.folder / "packages")
-        self.newer(package)
+        chosen = [package for package in packages.glob("*.deb") if "-dbgsym" not in package.name]
+        self.assertEqual(len(chosen), (SOURCES / "packaging/debian/control").read_text().count("\nPackage: "))
+        for package in chosen:
+            shutil.copy(package, self.folder / "packages")
+        for number in (1, 2):
+            self.make_newer(next(packages.glob("kelto_*.deb")), number)
         for name in ("KeltoController", "KeltoLibraryServer-2"):
             shutil.copy(BUILD / "bin" / name, self.folder / "build/bin")
         for name in HARNESS:
             shutil.copytree(SOURCES / name, self.folder / "suite" / name)
+        shutil.copy(SOURCES / "tests/packaging/opened_files.py", self.folder)
         self.make_units()
-        (self.folder / "job.sh").write_text(f"folder={self.folder}\naction={PROTOCOL['adminAction']}\n{JOB}")
+        others = " ".join(sorted({package.name.partition("_")[0] for package in chosen} - {"kelto"}))
+        (self.folder / "job.sh").write_text(f"folder={self.folder}\naction={PROTOCOL['adminAction']}\nothers='{others}'\n{JOB}")
+
+    def expect_only_installed_files_were_used(self):
+        owned = set((self.folder / "owned").read_text().splitlines())
+        pairs = [line.split("\t") for line in (self.folder / "opened").read_text(errors="surrogateescape").splitlines()]
+        programs = PROTOCOL["packagedToolFolder"]
+        ours = {(program, file) for program, file in pairs if program.startswith(f"{programs}/")}
+        self.assertEqual({pathlib.Path(program).name for program, _ in ours} & {"KeltoInstaller", "authorizationd", "assistantTool"},
+                         {"KeltoInstaller", "authorizationd", "assistantTool"})
+        for program, file in sorted(ours):
+            for harness in ("build", "suite"):
+                self.assertFalse(file.startswith(f"{self.folder}/world/{harness}/"), (program, file))
+            if file.startswith("/usr/") and not file.startswith(GENERATED):
+                self.assertTrue(file in owned or file.removeprefix("/usr") in owned, (program, file))
+
+    def test_serve_an_ordinary_user_and_leave_nothing_behind(self):
+        self.prepare()
         box = SOURCES / "tests/privileged/tool/systemd-box.sh"
         environment = os.environ | {"KELTO_BOX_ROOT": str(self.root_folder()), "KELTO_BOX_SECONDS": "600"}
         subprocess.run(["sh", box, self.folder], env=environment, check=False)
@@ -125,6 +162,7 @@ class Packages(Folder):
         self.assertTrue((self.folder / "status").exists(), console)
         self.assertEqual("0", (self.folder / "status").read_text().strip(), console)
         self.assertIn("\n== done", console)
+        self.expect_only_installed_files_were_used()
 
 
 if __name__ == "__main__":

@@ -7,6 +7,10 @@ top=$(dirname "$(readlink -f "$0")")
 cd "$top"
 folder=$(readlink -m "${1:-build/package}")
 
+command -v dpkg >/dev/null || {
+  echo "./package.sh makes Debian packages, and there is no dpkg here. README.md says how to install with cmake." >&2
+  exit 1
+}
 scripts/install-packages.sh packages.txt build
 scripts/install-packages.sh packaging/packages.txt
 

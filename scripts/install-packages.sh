@@ -14,13 +14,20 @@ packages() {
 }
 
 # Another distribution names its packages otherwise, so what they bring is looked for.
+commands=(g++ cmake ninja pkg-config git python3)
+libraries=(libsystemd xcb xcb-damage xcb-res icu-uc libsodium Qt6Widgets Qt6UiTools)
+if [ "$section" != build ]; then
+  commands+=(Xvfb openbox dbus-daemon xdotool xprop xwininfo import identify)
+  libraries+=(sqlite3 gtest gmock)
+fi
+
 name_what_is_missing() {
   local missing=() each
-  for each in g++ cmake ninja pkg-config git python3; do
+  for each in "${commands[@]}"; do
     command -v "$each" >/dev/null || missing+=("the command $each")
   done
   if command -v pkg-config >/dev/null; then
-    for each in libsystemd xcb xcb-damage icu-uc libsodium sqlite3 gtest gmock Qt6Widgets Qt6UiTools; do
+    for each in "${libraries[@]}"; do
       pkg-config --exists "$each" || missing+=("the library $each, with its headers")
     done
   fi

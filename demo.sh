@@ -1,14 +1,16 @@
 #!/usr/bin/env bash
 # Shows one run of the installer on real bundles, with real windows: installs what is missing, builds, runs.
 #
-#   ./demo.sh [update | install | uninstall] [--system]
+#   ./demo.sh [update | install | uninstall] [--system] [--slow]
 #
 #   update     version 1 of a small controller has the installer replace it by version 2, which then resumes (the default)
 #   install    the same as a first installation over an old copy
 #   uninstall  the controller has itself moved to the Trash
 #   --system   as root: on a system bus with the real policy service, in a namespace of its own
+#   --slow     stops at each stage, for who watches the screen
 #
-# Everything happens in a temporary folder; its name and those of the pictures are printed at the end.
+# Everything happens in a temporary folder. Only pictures stay, whose names are printed at the end. The installer speaks the
+# language of your session.
 set -euo pipefail
 top=$(dirname "$(readlink -f "$0")")
 
@@ -18,6 +20,7 @@ for argument in "$@"; do
   case $argument in
     update | install | uninstall) ;;
     --system) system=yes ;;
+    --slow) ;;
     *) usage ;;
   esac
 done

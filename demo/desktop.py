@@ -242,12 +242,16 @@ class Desktop:
         service = self.services / f"{name}.service"
         service.write_text(f"[D-BUS Service]\nName={name}\nExec={shlex.join(map(str, words))}\n")
 
+    def readable_copy(self, file):
+        """A copy of the desktop's own: the programs' user may not be allowed to read the folder of the original."""
+        copy = pathlib.Path(shutil.copy(file, self.services))
+        copy.chmod(0o644)
+        return copy
+
     def _start_accessibility(self):
-        # A copy of the desktop's own: the programs' user may not be allowed to read this folder.
-        reader = pathlib.Path(shutil.copy(HERE / "accessibility.py", self.services))
-        reader.chmod(0o644)
-        self._reader = self.start("accessibility", [PYTHON, reader], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                                  text=True, bufsize=1).process
+        reader = self.readable_copy(HERE / "accessibility.py")
+        self._reader = self.start("accessibility", [PYTHON, reader], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
+                                  bufsize=1).process
         if self._reader.stdout.readline() != "ready\n":
             raise Failure("there is no accessibility bus")
 

@@ -54,7 +54,13 @@ void Controller::windowShown() {
   const auto frame = foundation::rectFromString(setting("KDFrame"));
   if (!frame.isEmpty()) _window.placeOnScreen(frame);
   const auto mode = setting("KDStart");
-  if (!mode.empty()) runInstaller(mode);
+  if (!mode.empty()) whenThereIs("KDStartWhen", [this, mode] { runInstaller(mode); });
+}
+
+void Controller::whenThereIs(const char* key, const std::function<void()>& action) {
+  const auto file = setting(key);
+  if (file.empty() || std::filesystem::exists(file)) return action();
+  QTimer::singleShot(lookAgain, this, [this, key, action] { whenThereIs(key, action); });
 }
 
 InstallerTask Controller::taskFor(const std::string& mode) const {
@@ -77,15 +83,15 @@ void Controller::runInstaller(const std::string& mode) {
   const auto process = _installer ? InstallerHandoff::startInstaller(*_installer, taskFor(mode)) : std::nullopt;
   if (!process) return enter("The installer could not be started");
   enter("The installer was started");
-  _handoff.whenInstallerListens(*_installer, *process, [this](const QString& connection) { sendCredentials(connection); });
+  _handoff.whenInstallerListens(*_installer, *process, [this](const QString& connection) { installerListens(connection); });
+}
+
+void Controller::installerListens(const QString& connection) {
+  if (connection.isEmpty()) return enter("The installer did not answer");
+  whenThereIs("KDHandOverWhen", [this, connection] { sendCredentials(connection); });
 }
 
 void Controller::sendCredentials(const QString& connection) {
-  if (connection.isEmpty()) return enter("The installer did not answer");
-  if (const auto signal = setting("KDHandOverWhen"); !signal.empty() && !std::filesystem::exists(signal)) {
-    QTimer::singleShot(lookAgain, this, [this, connection] { sendCredentials(connection); });
-    return;
-  }
   const auto credentials = setting("KDCredentials");
   if (credentials == "none") return;
   bool sent = credentials == "wrong" ? sendWrongForm(connection) : _handoff.handOver(connection);

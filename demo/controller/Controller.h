@@ -2,6 +2,7 @@
 // The demo controller: its window, its hand-off to the installer, and how it takes the request to quit.
 //
 // Main thread only. Everything that happens is also said on standard output, a line each. It changes nothing on disk.
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -33,8 +34,11 @@ class Controller final : public QObject {
 
  private:
   void windowShown();
+  // Calls `action` once the file exists that a switch names; at once without the switch.
+  void whenThereIs(const char* key, const std::function<void()>& action);
   void runInstaller(const std::string& mode);
   [[nodiscard]] InstallerTask taskFor(const std::string& mode) const;
+  void installerListens(const QString& connection);
   void sendCredentials(const QString& connection);
   bool sendWrongForm(const QString& connection);
   void quitRequested();

@@ -4,6 +4,7 @@
 // It takes these user defaults, usually as arguments ("-Key value"):
 //   KTResumeSelfUpdate YES         what the installer says to the new version after a self-update
 //   KDStart MODE                   starts the installer at once: "update", "install" or "uninstall"
+//   KDStartWhen FILE               starts it not before there is such a file
 //   KDInstaller BUNDLE             the installer
 //   KDNewBundle BUNDLE             what it is to install
 //   KDInstalledBundle BUNDLE       what it is to replace or remove; this bundle without the switch

@@ -46,7 +46,7 @@ bool isReachableByAll(std::string folder) {
 
 // By a rename, or by a copy where that is impossible or would leave something in it to others. The number of its entries.
 std::size_t bringInto(int folder, const std::string& name, const ItemInFolder& replaced, const Staging& staging,
-               const TreeBounds& bounds) {
+                      const TreeBounds& bounds) {
   struct stat status {};
   if (::fstatat(replaced.folder, replaced.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
     failWithSystemError("cannot look at the replaced version");
@@ -91,8 +91,7 @@ void KeptBundles::keep(const ItemInFolder& replaced, const Location& destination
   const auto all = numbers();
   const auto entry = locate(numberAfter(all.empty() ? "0" : all.back()));
   const Staging staging(entry);
-  if (::mkdirat(staging.folder(), Staging::newItem, isReachableByAll(destination.folderPath()) ? openToAll : S_IRWXU) !=
-      0)
+  if (::mkdirat(staging.folder(), Staging::newItem, isReachableByAll(destination.folderPath()) ? openToAll : S_IRWXU) != 0)
     failWithSystemError("cannot write in the folder of kept versions");
   const auto folder = openFolderIn(staging.folder(), Staging::newItem);
   if (!folder) failWithSystemError("cannot write in the folder of kept versions");

@@ -195,6 +195,6 @@ inline const std::vector<Attack> allAttacks{
     {.name = "ReplaceOnAFailingDisk", .command = protocol::replaceItemCommand},
     {.name = "ReplaceWithoutSetIDBits", .command = protocol::replaceItemCommand, .hasSetIDBits = false},
     {.name = "ReplaceOfRootsItem", .command = protocol::replaceItemCommand, .isUsersOwn = true}};
-inline std::string nameOf(const ::testing::TestParamInfo<Attack>& info) { return info.param.name; }
+inline std::string nameOfAttack(const ::testing::TestParamInfo<Attack>& info) { return info.param.name; }
 
 }  // namespace ToolTests

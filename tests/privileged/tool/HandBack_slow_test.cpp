@@ -4,7 +4,7 @@ namespace ToolTests {
 namespace {
 
 TEST_P(HandBack, PutsNothingBackAtAnyCallAsRootsThatTheUserCouldWrite) { attackAtCalls(1); }
-INSTANTIATE_TEST_SUITE_P(Of, HandBack, ::testing::ValuesIn(allAttacks), nameOf);
+INSTANTIATE_TEST_SUITE_P(Of, HandBack, ::testing::ValuesIn(allAttacks), nameOfAttack);
 
 }  // namespace
 }  // namespace ToolTests

@@ -13,7 +13,7 @@ TEST_P(HandBack, PutsNothingBackAsRootsThatTheUserCouldWrite) {
   // A user's move makes the job fail at few of the calls only.
   attackAtCalls(GetParam().failsByUser ? 1 : 3);
 }
-INSTANTIATE_TEST_SUITE_P(Of, HandBack, ::testing::ValuesIn(allAttacks), nameOf);
+INSTANTIATE_TEST_SUITE_P(Of, HandBack, ::testing::ValuesIn(allAttacks), nameOfAttack);
 
 class AdoptedTree : public NamespaceTest {
  protected:

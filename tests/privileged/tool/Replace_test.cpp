@@ -148,12 +148,22 @@ TEST_F(ReplaceItem, CopiesWhenAFileHasAnotherNameOutside) {
   EXPECT_EQ(statusOf(outside).st_mode & ALLPERMS, 04755U);
 }
 
+// Nothing of it changes its owner, but whoever has the other name could still change the installed file.
+TEST_F(ReplaceItem, CopiesWhenAFileThatKeepsItsOwnerHasAnotherNameOutside) {
+  const auto outside = folder / "outside";
+  fs::create_hard_link(newApp / "Contents/Info.plist", outside);
+  expectSuccess(replace(oldApp, newApp));
+  expectReplaced();
+  EXPECT_NE(statusOf(oldApp / "Contents/Info.plist").st_ino, statusOf(outside).st_ino);
+}
+
 TEST_F(ReplaceItem, KeepsHardLinksInside) {
   fs::create_hard_link(newApp / "Contents/Info.plist", newApp / "Contents/Second.plist");
   giveOldAppAway();
   expectSuccess(replace(oldApp, newApp));
   EXPECT_EQ(statusOf(oldApp / "Contents/Info.plist").st_ino, statusOf(oldApp / "Contents/Second.plist").st_ino);
   EXPECT_EQ(statusOf(oldApp / "Contents/Info.plist").st_nlink, 2U);
+  EXPECT_EQ(statusOf(oldApp / "Contents/Info.plist").st_uid, statusOf(oldApp).st_uid) << "the old item's owner";
 }
 
 TEST_F(ReplaceItem, RefusesAPipeInTheNewItem) {

@@ -318,6 +318,20 @@ TEST_F(SignedUpgrade, RefusesALowerVersionThanTheServersUnlessThePolicyAllowsIt)
   expectInstalled("2");
 }
 
+// A link tells nothing about the server that runs.
+TEST_F(SignedUpgrade, ReadsNoInstalledUnitThroughALink) {
+  const auto elsewhere = unit.parent_path() / "elsewhere.service";
+  fs::rename(unit, elsewhere);
+  fs::create_symlink(elsewhere.filename(), unit);
+  write(elsewhere,
+        AssistantTool::serverUnitFor(read(elsewhere),
+                                     {.identifier = "com.example.Other", .version = "1.0", .isSigned = true, .key = {}}));
+  const auto done = upgradeWithKeys();
+  if (!done) GTEST_SKIP() << "no service manager can be run here";
+  expectRefusal(done->answer, "not a file");
+  EXPECT_EQ(done->ran, "1\n");
+}
+
 TEST_F(SignedUpgrade, RefusesAnotherBundleThanTheServers) {
   write(unit, AssistantTool::serverUnitFor(
                   read(unit), {.identifier = "com.example.Other", .version = "1.0", .isSigned = true, .key = {}}));

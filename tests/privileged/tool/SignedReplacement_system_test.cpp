@@ -40,6 +40,14 @@ TEST_F(SignedReplacement, TakesABundleAsItsPublisherSignedIt) {
   EXPECT_EQ(installedProgram(), "program 2.0");
 }
 
+// A program that holds a file of the download open could change it after it was verified.
+TEST_F(SignedReplacement, InstallsNoFileOfTheDownloadItself) {
+  signDownload();
+  const auto offered = statusOf(download / "Contents/Linux/Controller");
+  expectSuccess(replace(installed, download));
+  EXPECT_NE(statusOf(installed / "Contents/Linux/Controller").st_ino, offered.st_ino);
+}
+
 TEST_F(SignedReplacement, RefusesABundleWithoutASignature) {
   expectRefusal(replace(installed, download), "is not signed");
   EXPECT_EQ(installedProgram(), "program 1.0");

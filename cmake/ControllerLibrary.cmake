@@ -1,8 +1,6 @@
-# What an application is built with to update itself: libkelto-controller, its headers, a pkg-config file that finds them wherever
+# For applications that update themselves: libkelto-controller, its headers, a pkg-config file that finds them wherever
 # they were moved, the module for Python (one file, which belongs where the user's Python looks) and the broker's interface.
-set(KELTO_PYTHON_FOLDER ${CMAKE_INSTALL_DATADIR}/kelto/python CACHE STRING "Where the module for Python goes, below the prefix")
 set(sdk ${PROJECT_SOURCE_DIR}/sdk)
-set(pkg_config_folder ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 file(RELATIVE_PATH way_to_prefix /${pkg_config_folder} /)
 string(REGEX REPLACE "/$" "" way_to_prefix ${way_to_prefix})
 configure_file(${sdk}/kelto-controller.pc.in ${PROJECT_BINARY_DIR}/share/kelto-controller.pc @ONLY)

@@ -15,8 +15,9 @@ set(KELTO_BUS_FOLDER /usr/share/dbus-1 CACHE PATH "Where the system bus reads it
 set(KELTO_ZSH_FOLDER ${CMAKE_INSTALL_DATADIR}/zsh/site-functions CACHE STRING "Where zsh looks for completions, below the prefix")
 set(KELTO_POLICY_FOLDER /usr/share/polkit-1/actions CACHE PATH "Where the policy service reads actions")
 
-include(cmake/Library.cmake)
-include(cmake/ControllerLibrary.cmake)
+set(KELTO_PYTHON_FOLDER ${CMAKE_INSTALL_DATADIR}/kelto/python CACHE STRING "Where the module for Python goes, below the prefix")
+set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/Kelto)
+set(pkg_config_folder ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
 set(installed_folders ${program_folder} ${CMAKE_INSTALL_BINDIR} ${CMAKE_INSTALL_DATADIR}/applications
     ${CMAKE_INSTALL_DATADIR}/bash-completion ${CMAKE_INSTALL_DATADIR}/zsh ${CMAKE_INSTALL_DATADIR}/metainfo
@@ -31,6 +32,9 @@ block()
   set(KELTO_ONLY_LOOK ON)
   include(${PROJECT_BINARY_DIR}/BeforeInstall.cmake)
 endblock()
+
+include(cmake/Library.cmake)
+include(cmake/ControllerLibrary.cmake)
 
 # Programs.
 install(TARGETS authorizationd assistantTool DESTINATION ${program_folder})

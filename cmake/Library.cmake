@@ -2,7 +2,6 @@
 # kit. This project's own programs link the same code statically. Each is the ABI that a program is built with: SOVERSION changes
 # with every release that changes a header.
 include(CMakePackageConfigHelpers)
-set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/Kelto)
 
 # kelto_install_headers(NAME [COMPONENT name] HEADERS pattern...)
 function(kelto_install_headers name)
@@ -58,9 +57,9 @@ kelto_install_headers(Logging COMPONENT logging HEADERS
   platform/linux/program/LoggingProgram.h)
 configure_file(cmake/logging.h.in ${PROJECT_BINARY_DIR}/include/kelto/logging.h COPYONLY)
 install(FILES ${PROJECT_BINARY_DIR}/include/kelto/logging.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kelto COMPONENT logging)
-file(RELATIVE_PATH prefix_from_pkgconfig /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+file(RELATIVE_PATH prefix_from_pkgconfig /${pkg_config_folder} /)
 configure_file(cmake/kelto-logging.pc.in ${PROJECT_BINARY_DIR}/kelto-logging.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/kelto-logging.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT logging)
+install(FILES ${PROJECT_BINARY_DIR}/kelto-logging.pc DESTINATION ${pkg_config_folder} COMPONENT logging)
 
 # The logger and the kit.
 set(library_parts kelto_foundation kelto_protocol kelto_platform kelto_platform_unicode kelto_platform_linux kelto_kit_bundle

@@ -131,7 +131,7 @@ class Demo:
 
 
 def language_of_caller():
-    """What the caller's session says of its language; a language of the desktop's own would win over that."""
+    """The caller's session chooses the language; one of the desktop's own would win over it."""
     found = {key: os.environ[key] for key in LANGUAGES if key in os.environ}
     return {"LANGUAGE": ""} | found if found else {}
 

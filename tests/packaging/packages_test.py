@@ -82,7 +82,7 @@ entries >$folder/after
 diff $folder/before $folder/after
 say done
 """
-# What no package owns because it is made while packages are installed.
+# Made while packages are installed, so that no package owns them.
 GENERATED = ("/usr/lib/locale/locale-archive", "/usr/share/mime/", "/usr/share/icons/hicolor/icon-theme.cache")
 
 

@@ -39,7 +39,7 @@ int IdleExit::start() {
                                     timeIsUp, this);
 }
 
-// What the call that was just made has left behind is known when the timer is due.
+// When the timer is due, it is known whether the call that was just made has left anything behind.
 int IdleExit::used() { return waitFor(_isOutdated ? Time::zero() : _idle); }
 
 int IdleExit::waitFor(Time time) {

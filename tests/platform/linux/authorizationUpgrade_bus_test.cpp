@@ -58,7 +58,7 @@ TEST_F(AuthorizationUpgrade, ABrokerWithAJobServesItToTheEndAndLeavesThen) {
   EXPECT_TRUE(eventually([] { return !isThere(); }));
 }
 
-TEST_F(AuthorizationUpgrade, ASecondNameOfTheProgramIsNoReasonToLeave) {
+TEST_F(AuthorizationUpgrade, ASecondNameOfTheProgramKeepsTheBroker) {
   BrokerClient client;
   client.services.free(client.create(), platform::kAuthorizationFlagDefaults);
   std::filesystem::create_hard_link(program, program.string() + ".copy");

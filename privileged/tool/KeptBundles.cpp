@@ -132,7 +132,11 @@ void KeptBundles::removeOldest(const Location& destination, const std::string& i
         linkTargetOf(folder.get(), protocol::keptApplicationNote) == identifier)
       ofApplication.push_back(number);
   }
-  for (std::size_t i = 0; i + count < ofApplication.size(); ++i) static_cast<void>(takeAway(locate(ofApplication[i]))());
+  try {
+    for (std::size_t i = 0; i + count < ofApplication.size(); ++i) static_cast<void>(takeAway(locate(ofApplication[i]))());
+  } catch (const Failure&) {
+    // The next job tries again.
+  }
 }
 
 }  // namespace AssistantTool

@@ -165,9 +165,10 @@ def cli_refused(bare):
 
 @scenario("system", where="deny", **SHELL)
 def cli_as_root(bare):
-    """Root is not asked, and starts nothing of a person's."""
+    """Root is not asked, starts nothing of a person's, and needs no more surroundings than a timer's unit has."""
     shell = Shell(bare)
     shell.start_application()
+    shell.environment = {"PATH": "/usr/bin:/bin"}
     said, _ = shell.kelto("update", shell.new, "--to", shell.installed, as_root=True)
     equal("what it says", said, f"Updated {shell.installed} from 1.0 to 2.0.\n")
     equal("starts", (shell.starts(), shell.copies()), (["first"], []))

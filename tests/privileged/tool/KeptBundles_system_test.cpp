@@ -105,6 +105,22 @@ TEST_F(KeptBundles, LeaveNothingInThemToOthers) {
   EXPECT_EQ(statusOf(keptBundles().front() / "Contents/Linux/Controller").st_uid, 0U);
 }
 
+// There one rename would keep it.
+TEST_F(KeptBundles, LeaveNothingInThemToOthersOnTheFileSystemOfTheStore) {
+  const fs::path beside = "/var/lib/apps/App.app";
+  makeVersion(beside, "1.0");
+  giveToUser(beside / "Contents/Linux/Controller");
+  const auto contents = statusOf(beside / "Contents/Info.plist");
+  makeVersion(download, "2.0");
+  expectSuccess(replace(beside, download));
+  ASSERT_THAT(kept(), ElementsAre("program 1.0"));
+  EXPECT_EQ(statusOf(keptBundles().front() / "Contents/Linux/Controller").st_uid, 0U);
+  makeVersion(download, "3.0");
+  expectSuccess(replace(beside, download));
+  EXPECT_NE(statusOf(keptBundles().front() / "Contents/Info.plist").st_ino, contents.st_ino) << "a copy";
+  fs::remove_all(beside.parent_path());
+}
+
 TEST_F(KeptBundles, AreReturnedToInOneSwapWithTheInstalledOne) {
   const auto before = treeOf(installed);
   update("2.0");

@@ -26,7 +26,13 @@ world=$folder/world
 export DEBIAN_FRONTEND=noninteractive LC_ALL=C KELTO_E2E_APPLICATIONS=/opt/kelto-test TMPDIR=$world
 say() { echo "== $*"; }
 entries() { find /etc /opt /usr /var/lib -xdev ! -path '/var/lib/dpkg*' ! -path '/var/lib/apt*' ! -path '/var/lib/systemd*' | sort; }
-scenario() { umount -q /etc/passwd /etc/group || true; rm -rf /opt/kelto-test; python3 -B $world/suite/tests/e2e/run.py "$1" $world/build --inside; }
+# A scenario mounts its account over /etc/passwd; a broker that runs would go on seeing the account of the one before.
+scenario() {
+  umount -q /etc/passwd /etc/group || true
+  systemctl stop kelto-authorizationd.service
+  rm -rf /opt/kelto-test
+  python3 -B $world/suite/tests/e2e/run.py "$1" $world/build --inside
+}
 rules() {
   printf 'polkit.addRule(function(action) { if (action.id == "%s") return polkit.Result.%s; });\\n' "$action" "$1" \\
     >/etc/polkit-1/rules.d/00-kelto-test.rules
@@ -76,7 +82,7 @@ apt-get remove -y kelto
 ! pgrep -x authorizationd
 [ ! -e /usr/lib/kelto ] && [ -e /etc/kelto/authorization.conf ]
 say purge
-apt-get purge -y kelto $others
+apt-get purge -y --autoremove kelto $others
 rm -rf /opt/kelto-test
 entries >$folder/after
 diff $folder/before $folder/after

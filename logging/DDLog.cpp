@@ -64,8 +64,8 @@ void DDLog::queueLogMessage_asynchronously(const DDLogMessage& message, bool asy
     platform::reportLostStatement();
 }
 
-void DDLog::log(const Statement& statement, std::string_view format,
-                std::span<const foundation::FormatArgument> arguments) {
+void DDLog::log(const Statement& statement, std::string_view format, std::span<const foundation::FormatArgument> arguments,
+                const LogFields* fields) {
   const LogCore::Visit core;
   if (!core) return platform::reportLostStatement();
   const auto timestamp = foundation::Clock::current().now();
@@ -73,17 +73,20 @@ void DDLog::log(const Statement& statement, std::string_view format,
   std::string text = isTextBufferGone ? std::string() : std::move(textBuffer.text);
   text.clear();
   foundation::appendFormat(text, format, arguments);
-  record(*core, statement, timestamp, text);
+  std::string encodedFields;
+  if (fields != nullptr) fields->encode(encodedFields);
+  record(*core, statement, timestamp, text, encodedFields);
   if (!isTextBufferGone && text.capacity() <= keptTextCapacity) textBuffer.text = std::move(text);
 }
 
 void DDLog::logText(const Statement& statement, std::string_view text) {
   const LogCore::Visit core;
   if (!core) return platform::reportLostStatement();
-  if (!core->isStray()) record(*core, statement, foundation::Clock::current().now(), text);
+  if (!core->isStray()) record(*core, statement, foundation::Clock::current().now(), text, {});
 }
 
-void DDLog::record(LogCore& core, const Statement& statement, foundation::Date timestamp, std::string_view text) {
+void DDLog::record(LogCore& core, const Statement& statement, foundation::Date timestamp, std::string_view text,
+                   std::string_view fields) {
   core.record({.timestamp = timestamp,
                .file = statement.file,
                .function = statement.function,
@@ -92,7 +95,7 @@ void DDLog::record(LogCore& core, const Statement& statement, foundation::Date t
                .context = statement.context,
                .line = statement.line,
                .thread = core.callingThread()},
-              text, foundation::Dispatch::currentQueueLabel(), statement.asynchronous);
+              text, foundation::Dispatch::currentQueueLabel(), fields, statement.asynchronous);
 }
 
 void DDLog::flushLog() {

@@ -75,12 +75,14 @@ class KELTO_API DDLog {
     const char* function;
     std::int32_t line;
   };
+  // `fields` may be nullptr.
   static void log(const Statement& statement, std::string_view format,
-                  std::span<const foundation::FormatArgument> arguments);
+                  std::span<const foundation::FormatArgument> arguments, const LogFields* fields = nullptr);
   // The same with a text that is formatted already, which is copied. For callers that echo to the system log: where
   // statements go there only, this does nothing.
   static void logText(const Statement& statement, std::string_view text);
 
  private:
-  static void record(LogCore& core, const Statement& statement, foundation::Date timestamp, std::string_view text);
+  static void record(LogCore& core, const Statement& statement, foundation::Date timestamp, std::string_view text,
+                     std::string_view fields);
 };

@@ -15,16 +15,20 @@ DDLogMessage::DDLogMessage(std::string_view logMsg, std::int32_t level, std::int
              .context = context,
              .line = line,
              .thread = LogCore::threadOfCaller()} {
-  own(logMsg, foundation::Dispatch::currentQueueLabel());
+  own(logMsg, foundation::Dispatch::currentQueueLabel(), {});
 }
 
-DDLogMessage::DDLogMessage(const DDLogMessage& other) : _facts(other._facts) { own(other._text, other._label); }
+DDLogMessage::DDLogMessage(const DDLogMessage& other) : _facts(other._facts) {
+  own(other._text, other._label, other._fields);
+}
 
-void DDLogMessage::own(std::string_view text, std::string_view label) {
-  _storage.reserve(text.size() + label.size());
-  _storage.append(text).append(label);
-  _text = std::string_view(_storage).substr(0, text.size());
-  if (label.data() != nullptr) _label = std::string_view(_storage).substr(text.size());
+void DDLogMessage::own(std::string_view text, std::string_view label, std::string_view fields) {
+  _storage.reserve(text.size() + label.size() + fields.size());
+  _storage.append(text).append(label).append(fields);
+  const std::string_view all = _storage;
+  _text = all.substr(0, text.size());
+  if (label.data() != nullptr) _label = all.substr(text.size(), label.size());
+  _fields = all.substr(text.size() + label.size());
 }
 
 std::string DDLogMessage::threadID() const { return foundation::formatted("%x", machThreadID()); }

@@ -10,6 +10,7 @@
 
 #include "foundation/Api.h"
 #include "foundation/runtime/Time.h"
+#include "logging/LogFields.h"
 
 // The one kind of a statement. A level is the sum of the kinds that a calling site lets through.
 inline constexpr std::int32_t DDLogFlagError = 1;
@@ -41,6 +42,9 @@ class KELTO_API DDLogMessage {
     return _label.data() == nullptr ? std::nullopt : std::optional(_label);
   }
 
+  // The fields of the statement.
+  [[nodiscard]] LogFieldReader fields() const { return LogFieldReader(_fields); }
+
   // `machThreadID` as lower-case hexadecimal.
   [[nodiscard]] std::string threadID() const;
   // `file` without folders and without extension.
@@ -65,12 +69,13 @@ class KELTO_API DDLogMessage {
   };
 
   // Borrows the texts. `label` may be nullptr: the record then has no label.
-  DDLogMessage(const Facts& facts, std::string_view text, std::string_view label)
-      : _facts(facts), _text(text), _label(label) {}
-  void own(std::string_view text, std::string_view label);
+  DDLogMessage(const Facts& facts, std::string_view text, std::string_view label, std::string_view fields)
+      : _facts(facts), _text(text), _label(label), _fields(fields) {}
+  void own(std::string_view text, std::string_view label, std::string_view fields);
 
   Facts _facts;
   std::string_view _text;
   std::string_view _label;
+  std::string_view _fields;
   std::string _storage;  // of a record that owns its texts
 };

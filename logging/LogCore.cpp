@@ -105,10 +105,11 @@ void LogCore::finishAtExit() {
 }
 
 void LogCore::record(const DDLogMessage& message, bool asynchronous) {
-  record(message._facts, message._text, message._label, asynchronous);
+  record(message._facts, message._text, message._label, message._fields, asynchronous);
 }
 
-void LogCore::record(const DDLogMessage::Facts& facts, std::string_view text, std::string_view label, bool asynchronous) {
+void LogCore::record(const DDLogMessage::Facts& facts, std::string_view text, std::string_view label,
+                     std::string_view fields, bool asynchronous) {
   const Phase phase = _phase.load(std::memory_order_relaxed);
   if (phase == Phase::stray) {
     _systemLog.log(text);
@@ -121,7 +122,7 @@ void LogCore::record(const DDLogMessage::Facts& facts, std::string_view text, st
   const Ticket ticket = _ring.takeTicket();
   if (!_ring.isFree(ticket)) waitForSlot(ticket);
   LogSlot& slot = _ring.slotOf(ticket);
-  slot.fill(facts, text, label, waits, _ring.texts());
+  slot.fill(facts, text, label, waits, _ring.texts(), fields);
   const std::size_t bytes = slot.filledBytes();
   _ring.publish(ticket);
   rouse();

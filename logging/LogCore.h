@@ -52,7 +52,8 @@ class LogCore final : public foundation::Dispatch::Queue {
   void sync(const foundation::Dispatch::Block& block) override;
 
   // `label` may be nullptr: the record then has no label.
-  void record(const DDLogMessage::Facts& facts, std::string_view text, std::string_view label, bool asynchronous);
+  void record(const DDLogMessage::Facts& facts, std::string_view text, std::string_view label, std::string_view fields,
+              bool asynchronous);
   void record(const DDLogMessage& message, bool asynchronous);
 
   // Whether this is the child of a fork that no logger was prepared for (DDLogger::didFork): statements go to the system

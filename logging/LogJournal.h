@@ -15,7 +15,7 @@
 // `state` tells which bytes are whole lines, and which records need no more than these bytes.
 struct LogLines {
   static constexpr std::size_t capacity = 65536;
-  static constexpr std::size_t longestPath = 1000;
+  static constexpr std::size_t longestPath = 1064;
 
   [[nodiscard]] std::size_t length() const { return state.load(std::memory_order_relaxed) & lengthMask; }
   // The tickets below this one need no recovery from the ring.

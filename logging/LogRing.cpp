@@ -34,7 +34,7 @@ void LogTexts::giveBack(std::int32_t first, std::size_t size) {
 }
 
 void LogSlot::fill(const DDLogMessage::Facts& facts, std::string_view text, std::string_view label, bool synchronous,
-                   LogTexts& texts) {
+                   LogTexts& texts, std::string_view fields) {
   label = label.substr(0, INT16_MAX);
   timestamp = facts.timestamp;
   file = facts.file;
@@ -45,11 +45,11 @@ void LogSlot::fill(const DDLogMessage::Facts& facts, std::string_view text, std:
   line = facts.line;
   thread = facts.thread;
   isSynchronous = synchronous;
-  isSpilled = text.size() + label.size() > inlineCapacity ? 1 : 0;
+  const std::size_t wanted = text.size() + label.size() + fields.size();
+  isSpilled = wanted > inlineCapacity ? 1 : 0;
   char* place = inlineText;
   if (isSpilled != 0) {
-    const std::size_t wanted = text.size() + label.size();
-    spilledBlock = texts.take(wanted);
+    spilledBlock = static_cast<std::int16_t>(texts.take(wanted));
     place = spilledBlock == LogTexts::none ? new (std::nothrow) char[wanted] : texts.at(spilledBlock);
     std::memcpy(inlineText, &place, sizeof place);
     text.copy(inlineText + sizeof place, inlineCapacity - sizeof place);
@@ -60,11 +60,14 @@ void LogSlot::fill(const DDLogMessage::Facts& facts, std::string_view text, std:
     place = inlineText;
     label = label.data() == nullptr ? label : label.substr(0, 0);
     text = text.substr(0, inlineCapacity);
+    fields = {};
   }
   textLength = static_cast<std::uint32_t>(text.size());
   labelLength = label.data() == nullptr ? noLabel : static_cast<std::int16_t>(label.size());
+  fieldsLength = static_cast<std::uint16_t>(fields.size());
   text.copy(place, text.size());
   label.copy(place + text.size(), label.size());
+  fields.copy(place + text.size() + label.size(), fields.size());
 }
 
 DDLogMessage LogSlot::message() const {
@@ -80,7 +83,8 @@ DDLogMessage LogSlot::message() const {
                        .context = context,
                        .line = line,
                        .thread = thread},
-                      std::string_view(place, textLength), label);
+                      std::string_view(place, textLength), label,
+                      std::string_view(place + textLength + label.size(), fieldsLength));
 }
 
 char* LogSlot::spilled() const {
@@ -90,7 +94,7 @@ char* LogSlot::spilled() const {
 }
 
 std::size_t LogSlot::textSize() const {
-  return textLength + static_cast<std::size_t>(std::max<std::int16_t>(labelLength, 0));
+  return textLength + static_cast<std::size_t>(std::max<std::int16_t>(labelLength, 0)) + fieldsLength;
 }
 
 std::size_t LogSlot::filledBytes() const { return isSpilled != 0 ? size : size - inlineCapacity + textSize(); }
@@ -103,12 +107,18 @@ void LogSlot::releaseSpilledText(LogTexts& texts) {
     texts.giveBack(spilledBlock, textSize());
 }
 
-std::string_view LogSlot::survivingText(const LogTexts& texts) const {
-  if (isSpilled == 0) return {inlineText, std::min<std::size_t>(textLength, inlineCapacity)};
-  const bool isInBlocks = spilledBlock >= 0 && spilledBlock < LogTexts::blockCount &&
-                          textLength <= LogTexts::bytes - static_cast<std::size_t>(spilledBlock) * LogTexts::blockSize;
-  if (isInBlocks) return {texts.at(spilledBlock), textLength};
-  return {inlineText + sizeof(char*), std::min<std::size_t>(textLength, inlineCapacity - sizeof(char*))};
+LogSlot::Surviving LogSlot::surviving(const LogTexts& texts) const {
+  std::string_view whole(inlineText, inlineCapacity);
+  if (isSpilled != 0) {
+    const bool isInBlocks = spilledBlock >= 0 && spilledBlock < LogTexts::blockCount;
+    const std::size_t block = static_cast<std::size_t>(isInBlocks ? spilledBlock : 0);
+    whole.remove_prefix(sizeof(char*));
+    if (isInBlocks && textLength <= LogTexts::bytes - block * LogTexts::blockSize)
+      whole = {texts.at(spilledBlock), LogTexts::bytes - block * LogTexts::blockSize};
+  }
+  Surviving survivors{.text = whole.substr(0, textLength), .fields = {}};
+  if (textSize() <= whole.size()) survivors.fields = whole.substr(textSize() - fieldsLength, fieldsLength);
+  return survivors;
 }
 
 DDLogMessage LogSlot::survivingRecord(const LogTexts& texts) const {
@@ -116,7 +126,8 @@ DDLogMessage LogSlot::survivingRecord(const LogTexts& texts) const {
   const DDLogMessage::Facts facts{
       .timestamp = timestamp, .file = "", .level = level, .flag = flag, .context = context, .line = line, .thread = thread};
   // A copy owns its text: the memory that holds it goes away.
-  const DDLogMessage borrowed(facts, survivingText(texts), std::string_view());
+  const Surviving survivors = surviving(texts);
+  const DDLogMessage borrowed(facts, survivors.text, std::string_view(), survivors.fields);
   return DDLogMessage(borrowed);
 }
 

@@ -41,7 +41,7 @@ struct alignas(64) LogSlot {
 
   // `label` may be nullptr: the record then has no label.
   void fill(const DDLogMessage::Facts& facts, std::string_view text, std::string_view label, bool isSynchronous,
-            LogTexts& texts);
+            LogTexts& texts, std::string_view fields = {});
   // Borrows from the slot.
   [[nodiscard]] DDLogMessage message() const;
   void releaseSpilledText(LogTexts& texts);
@@ -63,16 +63,22 @@ struct alignas(64) LogSlot {
   std::uint32_t textLength;
   std::int16_t labelLength;
   bool isSynchronous;
-  // The texts are elsewhere; inline lie the pointer to them and their beginning. Not a bool, for what survives may be
-  // anything.
+  // Text, label and fields, in this order, are elsewhere; inline lie the pointer to them and their beginning. Not a bool,
+  // for what survives may be anything.
   std::uint8_t isSpilled;
-  std::int32_t spilledBlock;  // where in LogTexts, or `none`: on the heap
+  std::int16_t spilledBlock;  // where in LogTexts, or `none`: on the heap
+  std::uint16_t fieldsLength;
   alignas(8) char inlineText[inlineCapacity];
 
  private:
   [[nodiscard]] char* spilled() const;
   [[nodiscard]] std::size_t textSize() const;
-  [[nodiscard]] std::string_view survivingText(const LogTexts& texts) const;
+  // The fields are empty if they have not survived.
+  struct Surviving {
+    std::string_view text;
+    std::string_view fields;
+  };
+  [[nodiscard]] Surviving surviving(const LogTexts& texts) const;
 };
 static_assert(sizeof(LogSlot) == LogSlot::size);
 static_assert(std::atomic<std::uint64_t>::is_always_lock_free);

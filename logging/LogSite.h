@@ -3,6 +3,7 @@
 //
 //   DDLogSite site{DDLogFlagError | DDLogFlagWarning};
 //   site.error("%@ has %d parts", name, count);
+//   site.error(LogFields{{"name", name}}, "%@ has %d parts", name, count);
 //
 // Errors are written when the call returns; warnings and information follow in order. Literal formats are checked while
 // compiling. Any thread.
@@ -20,26 +21,41 @@ class DDLogSite {
 
   template <class... Arguments>
   void error(std::type_identity_t<logging::FormatString<Arguments...>> format, const Arguments&... arguments) const {
-    log(false, DDLogFlagError, format, arguments...);
+    log(false, DDLogFlagError, nullptr, format, arguments...);
+  }
+  template <class... Arguments>
+  void error(const LogFields& fields, std::type_identity_t<logging::FormatString<Arguments...>> format,
+             const Arguments&... arguments) const {
+    log(false, DDLogFlagError, &fields, format, arguments...);
   }
   template <class... Arguments>
   void warning(std::type_identity_t<logging::FormatString<Arguments...>> format, const Arguments&... arguments) const {
-    log(true, DDLogFlagWarning, format, arguments...);
+    log(true, DDLogFlagWarning, nullptr, format, arguments...);
+  }
+  template <class... Arguments>
+  void warning(const LogFields& fields, std::type_identity_t<logging::FormatString<Arguments...>> format,
+               const Arguments&... arguments) const {
+    log(true, DDLogFlagWarning, &fields, format, arguments...);
   }
   template <class... Arguments>
   void info(std::type_identity_t<logging::FormatString<Arguments...>> format, const Arguments&... arguments) const {
-    log(true, DDLogFlagInfo, format, arguments...);
+    log(true, DDLogFlagInfo, nullptr, format, arguments...);
+  }
+  template <class... Arguments>
+  void info(const LogFields& fields, std::type_identity_t<logging::FormatString<Arguments...>> format,
+            const Arguments&... arguments) const {
+    log(true, DDLogFlagInfo, &fields, format, arguments...);
   }
 
  private:
   template <class... Arguments>
-  void log(bool asynchronous, std::int32_t flag, const logging::FormatString<Arguments...>& format,
+  void log(bool asynchronous, std::int32_t flag, const LogFields* fields, const logging::FormatString<Arguments...>& format,
            const Arguments&... arguments) const {
     const std::int32_t allowed = level();
-    if ((allowed & flag) == 0) return;
+    if ((allowed & flag) == 0 || format.isAbsent()) return;
     const auto& place = format.place();
-    DDLog::log_level_flag_context_file_function_line_format<Arguments...>(asynchronous, allowed, flag, _context, place.file,
-                                                                          place.function, place.line, format, arguments...);
+    const DDLog::Statement statement{asynchronous, allowed, flag, _context, place.file, place.function, place.line};
+    logging::withArguments([&](auto list) { DDLog::log(statement, format.text(), list, fields); }, arguments...);
   }
 
   std::atomic<std::int32_t> _level;

@@ -1,5 +1,6 @@
 #include "foundation/text/DateFormatter.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <ctime>
@@ -15,6 +16,15 @@ constexpr std::size_t noPlace = std::numeric_limits<std::size_t>::max();
 
 void putDigits(char* place, int count, int value) {
   for (int i = count - 1; i >= 0; --i, value /= 10) place[i] = static_cast<char>('0' + value % 10);
+}
+
+// As in "+01:00".
+void putZone(char* place, const std::tm& parts) {
+  char zone[8] = {};
+  if (std::strftime(zone, sizeof zone, "%z", &parts) != 5) return;
+  std::copy_n(zone, 3, place);
+  place[3] = ':';
+  std::copy_n(zone + 3, 2, place + 4);
 }
 
 }  // namespace
@@ -50,6 +60,8 @@ void DateFormatter::format(Second& second, std::int64_t seconds) const {
     for (auto place = _pattern.find(field.letters); place != std::string::npos;
          place = _pattern.find(field.letters, place + field.letters.size()))
       putDigits(second.text + place, static_cast<int>(field.letters.size()), field.value);
+  const auto zone = _pattern.find("ZZZZZZ");
+  if (zone != std::string::npos) putZone(second.text + zone, parts);
 }
 
 void DateFormatter::appendString(Date date, std::string& text) const {

@@ -11,7 +11,8 @@ namespace foundation {
 
 class KELTO_API DateFormatter {
  public:
-  // Fields are yyyy, MM, dd, HH, mm, ss and SSS (milliseconds); all other text is copied. SSS may occur once.
+  // Fields are yyyy, MM, dd, HH, mm, ss, SSS (milliseconds) and ZZZZZZ (the zone as "+01:00"); all other text is copied.
+  // SSS and ZZZZZZ may occur once.
   explicit DateFormatter(std::string_view pattern);
 
   // Appends to `text`. Cheap for a date in the same second as the last: a new second asks the C library, which knows the

@@ -72,3 +72,15 @@ TEST(DateFormatter, DaysHaveTwentyThreeOrTwentyFiveHours) {
   EXPECT_EQ(formatter.stringFromDate(at(1679785200)), "03/26 00");
   EXPECT_EQ(formatter.stringFromDate(at(1679785200 + 23 * 3600)), "03/27 00");
 }
+
+TEST(DateFormatter, ShowsTheZoneOfTheDate) {
+  const DateFormatter formatter("HHZZZZZZ");
+  const Zone zone("Europe/Berlin");
+  EXPECT_EQ(formatter.stringFromDate(at(1767225600)), "01+01:00");
+  EXPECT_EQ(formatter.stringFromDate(at(1782864000)), "02+02:00");
+}
+
+TEST(DateFormatter, ShowsAZoneWestOfGreenwichWithHalfAnHour) {
+  const Zone zone("XST+3:30");
+  EXPECT_EQ(DateFormatter("HH:mmZZZZZZ").stringFromDate(at(1767225600)), "20:30-03:30");
+}

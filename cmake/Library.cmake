@@ -29,8 +29,8 @@ file(GLOB sources CONFIGURE_DEPENDS foundation/dispatch/*.cpp foundation/plist/*
                                     logging/*.cpp posix/*.cpp)
 list(APPEND sources kit/NSBundle+Kelto.cpp kit/NSUserDefaults+Debug.cpp platform/Bundle.cpp platform/LoggingPlatform.cpp platform/UserDefaults.cpp
                     platform/linux/program/LoggingProgram.cpp)
-foreach(unit IN ITEMS Accounts Bundle DefaultsFile FileManager LoggingHost LogStorage OwnThreads PreferredLanguages
-        PrivateTemporaryFolder ReadDocument StandardFolders SurvivingMemories SystemLog UserDefaults Volume)
+foreach(unit IN ITEMS Accounts Bundle CrashSignals DefaultsFile FileManager LoggingHost LogStorage OwnThreads PreferredLanguages
+        PrivateTemporaryFolder ReadDocument StandardFolders SurvivingMemories SystemJournal SystemLog UserDefaults Volume)
   list(APPEND sources platform/linux/${unit}.cpp)
 endforeach()
 add_library(kelto-logging-objects OBJECT ${sources})

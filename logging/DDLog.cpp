@@ -102,6 +102,10 @@ void DDLog::flushLog() {
   if (const LogCore::Visit visit; visit) visit->sync([core = &*visit] { core->lt_flush(); });
 }
 
+void DDLog::writeOnCrash() {
+  if (const LogCore::Visit core; core) core->writeOnCrash();
+}
+
 bool DDLog::isRegisteredClass(const foundation::Class* aClass) {
   return levelGetter(aClass) != nullptr && levelSetter(aClass) != nullptr;
 }

@@ -54,6 +54,10 @@ class KELTO_API DDLog {
   // Returns when every logger has flushed.
   static void flushLog();
 
+  // From now on, if the process crashes by a signal, what waits is written before it ends, as far as that is possible
+  // within a second. The next process recovers the rest in any case.
+  static void writeOnCrash();
+
   // Class levels: of classes that have both class operations `ddLogLevel` (std::int32_t()) and `ddSetLogLevel:`
   // (void(std::int32_t)). nullptr stands for no class.
   static bool isRegisteredClass(const foundation::Class* aClass);

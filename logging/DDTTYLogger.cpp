@@ -1,9 +1,19 @@
 #include "logging/DDTTYLogger.h"
 
 #include <charconv>
+#include <vector>
 
 #include "foundation/text/Harmless.h"
 #include "platform/LoggingPlatform.h"
+
+namespace {
+
+std::string_view colorOf(std::int32_t flag) {
+  if (flag == DDLogFlagError) return "\x1b[31m";
+  return flag == DDLogFlagWarning ? "\x1b[33m" : "";
+}
+
+}  // namespace
 
 std::shared_ptr<DDTTYLogger> DDTTYLogger::sharedInstance() {
   platform::LoggingPlatform* platform = platform::installed();
@@ -29,8 +39,24 @@ void DDTTYLogger::logMessage(const DDLogMessage& message) {
     writeStandardLine(message, *text);
     return;
   }
-  const std::string_view pieces[] = {*text, "\n"};
-  _terminal->write(pieces);
+  write(message, {*text, "\n"});
+}
+
+void DDTTYLogger::setColorsEnabled(bool enabled) {
+  submitSetting([this, enabled] { loggerQueue()->sync([this, enabled] { _hasColors = enabled; }); });
+}
+
+// `pieces` is a line whose last piece is the line feed.
+void DDTTYLogger::write(const DDLogMessage& message, std::initializer_list<std::string_view> pieces) {
+  const std::string_view color = _hasColors ? colorOf(message.logFlag()) : "";
+  if (color.empty()) {
+    _terminal->write(pieces);
+    return;
+  }
+  std::vector<std::string_view> colored(pieces);
+  colored.insert(colored.begin(), color);
+  colored.insert(colored.end() - 1, "\x1b[0m");
+  _terminal->write(colored);
 }
 
 void DDTTYLogger::writeStandardLine(const DDLogMessage& message, std::string_view text) {
@@ -42,6 +68,5 @@ void DDTTYLogger::writeStandardLine(const DDLogMessage& message, std::string_vie
   constexpr std::string_view layout = "\n\t";
   std::string shown;
   if (foundation::isHarmful(text, layout)) text = shown = foundation::harmless(text, layout);
-  const std::string_view pieces[] = {_timestamp, " ", app, "[", pid, ":", {thread, end}, "] ", text, "\n"};
-  _terminal->write(pieces);
+  write(message, {_timestamp, " ", app, "[", pid, ":", {thread, end}, "] ", text, "\n"});
 }

@@ -20,6 +20,9 @@ thread_local const LogCore* heldDrain = nullptr;
 constexpr std::chrono::microseconds writeAge{200};
 // The age is looked at after this many records while a single logger is busy.
 constexpr std::uint64_t recordsBetweenLooks = 32;
+// A crashing thread waits this long for the watch, looking at it this often.
+constexpr std::chrono::milliseconds crashPatience{1000};
+constexpr std::chrono::milliseconds crashLook{1};
 // A fork waits this long for the loggers to come to rest.
 constexpr std::chrono::milliseconds forkPatience{200};
 // Prefetch distance, in records.
@@ -102,6 +105,22 @@ void LogCore::finishAtExit() {
   if (core == nullptr) return;
   core->finish();
   core->_journal->discard();
+}
+
+void LogCore::writeOnCrash() {
+  const platform::LoggingHost* host = _journal->host();
+  if (host != nullptr && host->callBeforeCrash) host->callBeforeCrash(writeBeforeDeath);
+}
+
+// In a signal handler, so without locks and memory: the watch does the work. A crash inside a logger leaves the rest to the
+// next process (LogJournal.h).
+void LogCore::writeBeforeDeath() {
+  LogCore* core = theCore.load(std::memory_order_acquire);
+  if (core == nullptr || core->isStray() || heldDrain == core) return;
+  const Ticket end = core->_ring.nextTicket();
+  if (core->_bell.mustWake()) core->_bell.wake();
+  for (auto waited = crashLook; core->_written.load() < end && waited < crashPatience; waited += crashLook)
+    std::this_thread::sleep_for(crashLook);
 }
 
 void LogCore::record(const DDLogMessage& message, bool asynchronous) {
@@ -249,6 +268,7 @@ void LogCore::writeWhatIsOld(LogDelivery::Round& round) {
 void LogCore::writePending(LogDelivery::Round& round) {
   round.writePending();
   _hasUnwritten = false;
+  _written.store(_ring.head(), std::memory_order_release);
 }
 
 void LogCore::lt_addLogger(std::shared_ptr<DDLogger> logger) { _delivery.add(std::move(logger)); }
@@ -260,6 +280,7 @@ void LogCore::lt_removeAllLoggers() { _delivery.removeAll(); }
 void LogCore::lt_flush() {
   _delivery.flush();
   _hasUnwritten = false;
+  _written.store(_ring.head(), std::memory_order_release);
 }
 
 // Forks. Nobody delivers anything and no logger does anything while the process forks: then the child can go on with

@@ -60,6 +60,9 @@ class LogCore final : public foundation::Dispatch::Queue {
   // log only, and nothing else here does anything.
   [[nodiscard]] bool isStray() const { return _phase.load(std::memory_order_relaxed) == Phase::stray; }
 
+  // From now on a crash lets the watch write what waits, as far as that is possible within a second.
+  void writeOnCrash();
+
   // The kernel's number of the calling thread.
   [[nodiscard]] std::uint32_t callingThread() const { return CallingThread::identifier(_process); }
   static std::uint32_t threadOfCaller();
@@ -113,6 +116,7 @@ class LogCore final : public foundation::Dispatch::Queue {
 
   void finish();
   static void finishAtExit();
+  static void writeBeforeDeath();
   void prepareFork();
   void endFork();
   void beginChild();

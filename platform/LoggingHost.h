@@ -5,6 +5,7 @@
 // own numbers; 0 means none.
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -132,6 +133,12 @@ struct LoggingHost {
   Terminal& standardError;
   LeveledSystemLog& leveledSystemLog;
   SurvivingMemories& memories;
+  // Makes one entry of the system's journal, whose fields are "NAME=value". A name has upper-case letters, digits and "_",
+  // begins with a letter and is at most 64 characters long. False when the entry was not taken. Empty without a journal.
+  std::function<bool(std::span<const std::string> fields)> sendToJournal = nullptr;
+  // From now on `action` is called once in the thread that crashes by a signal, before the signal does what it would have
+  // done. So it takes no lock and no memory. Empty where that is not known.
+  std::function<void(void (*action)())> callBeforeCrash = nullptr;
 };
 
 }  // namespace platform

@@ -352,4 +352,16 @@ std::vector<std::unique_ptr<SurvivingMemory>> FakeSurvivingMemories::orphans(con
   return found;
 }
 
+bool FakeSystemJournal::send(std::span<const std::string> fields) {
+  if (isMissing) return false;
+  const std::lock_guard lock(_mutex);
+  _entries.emplace_back(fields.begin(), fields.end());
+  return true;
+}
+
+std::vector<std::vector<std::string>> FakeSystemJournal::entries() const {
+  const std::lock_guard lock(_mutex);
+  return _entries;
+}
+
 }  // namespace platform::fake

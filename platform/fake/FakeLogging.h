@@ -158,13 +158,28 @@ class FakeSurvivingMemories final : public SurvivingMemories {
   std::vector<std::pair<std::string, std::shared_ptr<std::vector<std::byte>>>> _living;
 };
 
+class FakeSystemJournal {
+ public:
+  bool send(std::span<const std::string> fields);
+
+  [[nodiscard]] std::vector<std::vector<std::string>> entries() const;
+  std::atomic<bool> isMissing = false;
+
+ private:
+  mutable std::mutex _mutex;
+  std::vector<std::vector<std::string>> _entries;
+};
+
 struct FakeLoggingHost {
   FakeLogStorage storage;
   FakeProcessInfo process;
   FakeTerminal standardError;
   FakeLeveledSystemLog leveledSystemLog;
   FakeSurvivingMemories memories;
-  LoggingHost host{storage, process, standardError, leveledSystemLog, memories};
+  FakeSystemJournal journal;
+  LoggingHost host{storage,       process,
+                   standardError, leveledSystemLog,
+                   memories,      [this](std::span<const std::string> fields) { return journal.send(fields); }};
 };
 
 }  // namespace platform::fake

@@ -1,8 +1,10 @@
 #pragma once
 // The Linux side of logging, in one object. Any thread.
 #include "platform/LoggingHost.h"
+#include "platform/linux/CrashSignals.h"
 #include "platform/linux/LogStorage.h"
 #include "platform/linux/SurvivingMemories.h"
+#include "platform/linux/SystemJournal.h"
 
 namespace platform::Linux {
 
@@ -44,7 +46,7 @@ class LoggingHost final {
   Terminal standardError;
   LeveledSystemLog leveledSystemLog;
   SurvivingMemories memories;
-  platform::LoggingHost host{storage, process, standardError, leveledSystemLog, memories};
+  platform::LoggingHost host{storage, process, standardError, leveledSystemLog, memories, sendToJournal, callBeforeCrash};
 };
 
 }  // namespace platform::Linux

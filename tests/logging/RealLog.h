@@ -40,8 +40,13 @@ class RealLog {
   RealLog(const std::string& name, const std::string& directory, platform::LogStorage* storage = nullptr,
           std::uint32_t processors = 0)
       : _process(_linux.process, name, processors),
-        _host{storage == nullptr ? _linux.storage : *storage, _process, _linux.standardError, _linux.leveledSystemLog,
-              _memories},
+        _host{storage == nullptr ? _linux.storage : *storage,
+              _process,
+              _linux.standardError,
+              _linux.leveledSystemLog,
+              _memories,
+              platform::Linux::sendToJournal,
+              platform::Linux::callBeforeCrash},
         _memories(memoryFolder(directory)) {
     fake.clock.stepAside();
     fake.platform.loggingHost = &_host;

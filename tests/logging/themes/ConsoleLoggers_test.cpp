@@ -2,8 +2,10 @@
 #include <gtest/gtest.h>
 
 #include "logging/DDASLLogger.h"
+#include "logging/DDJournalLogger.h"
 #include "logging/DDLog.h"
 #include "logging/DDTTYLogger.h"
+#include "logging/LogSite.h"
 #include "platform/fake/FakePlatform.h"
 
 using testing::ElementsAre;
@@ -51,6 +53,12 @@ class Terminal : public testing::Test {
     return time + " Installer[4711:" + foundation::formatted("%x", fake.logging.process.currentThreadIdentifier()) + "] ";
   }
 
+  platform::fake::FakePlatform fake;
+};
+
+class Journal : public testing::Test {
+ protected:
+  Journal() { DDLog::addLogger(DDJournalLogger::sharedInstance()); }
   platform::fake::FakePlatform fake;
 };
 
@@ -152,4 +160,57 @@ TEST_F(GradedLog, AFormattersTextIsLoggedAndADroppedRecordIsNot) {
   DDASLLogger::sharedInstance()->setLogFormatter(std::make_shared<Dropping>());
   log("two");
   EXPECT_THAT(fake.logging.leveledSystemLog.lines(), ElementsAre(Pair(4, "<one>")));
+}
+
+TEST_F(Terminal, ShowsErrorsAndWarningsInColorsWhereThatIsWanted) {
+  add();
+  DDTTYLogger::sharedInstance()->setColorsEnabled(true);
+  const DDLogSite site{DDLogFlagError | DDLogFlagWarning | DDLogFlagInfo};
+  site.info("plain");
+  site.warning("yellow");
+  site.error("red");
+  DDTTYLogger::sharedInstance()->setColorsEnabled(false);
+  site.error("plain");
+  EXPECT_EQ(fake.logging.standardError.text(), prefix() + "plain\n" + "\x1b[33m" + prefix() + "yellow\x1b[0m\n" +
+                                                   "\x1b[31m" + prefix() + "red\x1b[0m\n" + prefix() + "plain\n");
+}
+
+TEST_F(Terminal, ShowsAFormattersLineInColorsToo) {
+  add(std::make_shared<Bracketing>());
+  DDTTYLogger::sharedInstance()->setColorsEnabled(true);
+  log("red");
+  EXPECT_EQ(fake.logging.standardError.text(), "\x1b[31m<red>\x1b[0m\n");
+}
+
+TEST_F(Journal, HasThePartsOfARecordAsFields) {
+  foundation::Dispatch::SerialQueue::make("saving")->sync([] {
+    DDLog::log_level_flag_context_file_function_line_format(false, 3, DDLogFlagWarning, 7, "Save.cpp", "save", 12,
+                                                            "%d of %d", 1, 2);
+  });
+  const std::string thread = std::to_string(fake.logging.process.currentThreadIdentifier());
+  ASSERT_EQ(fake.logging.journal.entries().size(), 1);
+  EXPECT_THAT(fake.logging.journal.entries()[0],
+              ElementsAre("MESSAGE=1 of 2", "PRIORITY=4", "SYSLOG_IDENTIFIER=Installer", "TID=" + thread,
+                          "CODE_FILE=Save.cpp", "CODE_LINE=12", "CODE_FUNC=save", "KELTO_QUEUE=saving", "KELTO_CONTEXT=7"));
+}
+
+TEST_F(Journal, HasTheFieldsOfAStatementUnderNamesThatItTakes) {
+  const DDLogSite site{DDLogFlagError | DDLogFlagInfo};
+  site.error(LogFields{{"user", "Anna"}, {"Disk free", 3}, {"priority", 0}, {"_uid", 0}, {"2nd", 2}, {"", ""}}, "text");
+  ASSERT_EQ(fake.logging.journal.entries().size(), 1);
+  const auto entry = fake.logging.journal.entries()[0];
+  const auto own = std::ranges::find(entry, "USER=Anna");
+  EXPECT_THAT(std::vector(own, entry.end()),
+              ElementsAre("USER=Anna", "DISK_FREE=3", "FIELD_PRIORITY=0", "FIELD__UID=0", "FIELD_2ND=2", "FIELD_="));
+  EXPECT_EQ(std::ranges::count(entry, "PRIORITY=3"), 1);
+}
+
+TEST_F(Journal, ThatTakesNothingIsReportedOncePerTimeOfTrouble) {
+  fake.logging.journal.isMissing = true;
+  log("one");
+  log("two");
+  fake.logging.journal.isMissing = false;
+  log("three");
+  EXPECT_EQ(fake.logging.journal.entries().size(), 1);
+  EXPECT_THAT(fake.systemLog.lines, ElementsAre("DDJournalLogger: the journal does not take records"));
 }

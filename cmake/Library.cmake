@@ -57,6 +57,9 @@ kelto_install_headers(Logging COMPONENT logging HEADERS
   platform/linux/program/LoggingProgram.h)
 configure_file(cmake/logging.h.in ${PROJECT_BINARY_DIR}/include/kelto/logging.h COPYONLY)
 install(FILES ${PROJECT_BINARY_DIR}/include/kelto/logging.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kelto COMPONENT logging)
+configure_file(cmake/braces.h.in ${PROJECT_BINARY_DIR}/include/kelto/logging/braces.h COPYONLY)
+install(FILES ${PROJECT_BINARY_DIR}/include/kelto/logging/braces.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kelto/logging
+        COMPONENT logging)
 file(RELATIVE_PATH prefix_from_pkgconfig /${pkg_config_folder} /)
 configure_file(cmake/kelto-logging.pc.in ${PROJECT_BINARY_DIR}/kelto-logging.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/kelto-logging.pc DESTINATION ${pkg_config_folder} COMPONENT logging)

@@ -4,7 +4,7 @@ import re
 import unittest
 
 from logging_examples import LoggingFolder
-from support import run
+from support import require_header, run
 
 # A program needs no other libraries for its log.
 SYSTEM_LIBRARIES = re.compile(r"lib(stdc\+\+|gcc_s|m|c)\.so\.\d+|ld-linux.*")
@@ -45,6 +45,30 @@ class LoggingLibrary(LoggingFolder):
                           '  kelto::KTLogger::sharedLogger()->log_level_message("main", 0, "lost");\n}\n')
         said = self.ran(self.compiled("g++", source))
         self.assertEqual("logging: a statement is lost, because no platform is installed; make one at the start of main\n", said)
+
+    BRACES = """#include <kelto/logging/braces.h>
+int main(int argc, char** argv) {
+  const kelto::Logging logging(argc, argv);
+  kelto::DDLog::addLogger(std::make_shared<kelto::DDFileLogger>(kelto::Logging::current()));
+  static kelto::BraceSite site{kelto::logLevelNamed("warning").value()};
+  const std::string text = "text";
+  STATEMENTS
+}
+"""
+
+    def test_formats_with_braces_are_checked_while_compiling(self):
+        require_header("fmt/format.h")
+        source = self.folder / "braces.cpp"
+        source.write_text(self.BRACES.replace("STATEMENTS", """
+  site.error("{} of {:03d} %d {:.1f}", text, 7, 0.25);
+  site.info("silent {}", 1);
+  site.warning(kelto::LogFields{{"key", 1}}, "{1} before {0}", "b", argc);"""))
+        self.ran(self.compiled("g++", source))
+        self.assertEqual(["text of 007 %d 0.2", "1 before b"], self.lines_in(self.logs_of("braces")))
+        for statement in ('site.error("{} {}", 1);', 'site.error("{:d}", text);', 'site.error("{", 1);'):
+            source.write_text(self.BRACES.replace("STATEMENTS", statement))
+            status, _ = run("g++", "-std=c++20", "-fsyntax-only", source, *self.flags("--cflags"))
+            self.assertNotEqual(0, status, statement)
 
 
 if __name__ == "__main__":

@@ -29,6 +29,13 @@ def require(*commands):
         sys.exit(77)
 
 
+def require_header(name):
+    """Skips the one test where <name> cannot be compiled."""
+    status, _ = run("g++", "-std=c++20", "-fsyntax-only", "-x", "c++", "-", input=f"#include <{name}>\n")
+    if status != 0:
+        raise unittest.SkipTest(f"<{name}> is not installed")
+
+
 class Folder(unittest.TestCase):
     """A test with a folder of its own."""
 

@@ -9,8 +9,9 @@ from support import BUILD, require, run
 
 BUNDLE = BUILD / "bin/KeltoInstaller.app/Contents"
 ROOT_PROGRAMS = [BUILD / "bin/authorizationd", BUILD / "bin/assistantTool"]
-PROGRAMS = [*ROOT_PROGRAMS, BUILD / "bin/kelto-manifest", BUNDLE / "Linux/KeltoInstaller", BUNDLE / "Resources/defaults",
-            BUNDLE / "Resources/assistantTool"]
+PROGRAMS = [*ROOT_PROGRAMS, BUILD / "bin/kelto-manifest", BUNDLE / "Linux/KeltoInstaller", BUNDLE / "Linux/kelto",
+            BUNDLE / "Resources/defaults", BUNDLE / "Resources/assistantTool"]
+LIBRARIES = [BUILD / "libkelto.so", BUILD / "sdk/libkelto-controller.so"]
 
 
 def read(program, *what):
@@ -30,13 +31,13 @@ class Hardening(unittest.TestCase):
         for program in PROGRAMS:
             self.assertRegex(read(program, "--file-header"), r"Type:\s+DYN \(Position-Independent Executable", program)
 
-    def test_programs_resolve_every_relocation_before_they_run(self):
-        for program in PROGRAMS:
+    def test_programs_and_libraries_resolve_every_relocation_before_they_run(self):
+        for program in PROGRAMS + LIBRARIES:
             self.assertRegex(read(program, "--dynamic"), r"\(FLAGS\)\s+.*BIND_NOW", program)
             self.assertIn("GNU_RELRO", read(program, "--program-headers"), program)
 
-    def test_no_program_has_memory_that_is_both_written_and_run(self):
-        for program in PROGRAMS:
+    def test_nothing_has_memory_that_is_both_written_and_run(self):
+        for program in PROGRAMS + LIBRARIES:
             headers = read(program, "--program-headers")
             self.assertRegex(headers, r"GNU_STACK\s.*RW\s", program)
             self.assertNotRegex(headers, r"LOAD\s.*RWE", program)

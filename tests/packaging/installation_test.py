@@ -5,7 +5,7 @@ import pathlib
 import re
 import unittest
 
-from support import BUILD, PROTOCOL, SOURCES, Folder, require, run
+from support import BUILD, PROTOCOL, SOURCES, VERSION, Folder, require, run
 
 UNIT = "kelto-authorizationd.service"
 NAME = PROTOCOL["brokerBusName"]
@@ -71,6 +71,26 @@ class Installation(Folder):
         files = [line for line in said.splitlines() if line.startswith(f"{self.folder}/state/Library/Logs/kit_example/")]
         self.assertEqual(1, len(files), said)
         self.assertIn("The example started with 2 arguments", pathlib.Path(files[0]).read_text(encoding="utf-8"))
+
+    def test_an_application_is_built_with_the_controller_library_wherever_it_was_moved(self):
+        self.installed("/opt/elsewhere")
+        moved = self.folder / "moved"
+        (self.folder / "root/opt/elsewhere").rename(moved)
+        library = next(moved.rglob("libkelto-controller.so.1"))
+        status, flags = run("pkg-config", "--cflags", "--libs", "kelto-controller",
+                            environment={"PKG_CONFIG_PATH": str(next(moved.rglob("pkgconfig")))})
+        self.assertEqual(0, status, flags)
+        source = self.folder / "application.c"
+        source.write_text("#include <kelto/controller.h>\n#include <stdio.h>\n"
+                          "int main(void) { return puts(kelto_controller_version()) < 0; }\n")
+        program = self.folder / "application"
+        status, said = run("gcc", "-Wall", "-Wextra", "-Werror", source, "-o", program, *flags.split())
+        self.assertEqual(0, status, said)
+        self.assertEqual((0, VERSION + "\n"), run(program, environment={"LD_LIBRARY_PATH": str(library.parent)}))
+        module = next(moved.rglob("kelto_controller.py"))
+        status, said = run("python3", "-B", "-c", "import kelto_controller; print(kelto_controller.last_run())", environment={
+            "PYTHONPATH": str(module.parent), "KELTO_CONTROLLER_LIBRARY": str(library), "XDG_STATE_HOME": str(self.folder)})
+        self.assertEqual((0, "{}\n"), (status, said))
 
     def test_the_service_manager_finds_no_fault_in_the_unit(self):
         require("systemd-analyze")

@@ -1,6 +1,7 @@
 """Helpers of the tests in this folder. Each test takes the build folder as its argument."""
 import os
 import pathlib
+import re
 import shutil
 import subprocess
 import sys
@@ -12,6 +13,7 @@ sys.path.append(str(SOURCES / "protocol"))
 from constants import constants  # noqa: E402
 
 PROTOCOL = constants()
+VERSION = re.search(r"project\(KeltoInstaller VERSION (\S+)", (SOURCES / "CMakeLists.txt").read_text()).group(1)
 BUILD = pathlib.Path(sys.argv.pop(1)).resolve() if len(sys.argv) > 1 else SOURCES / "build/dev"
 
 

@@ -1,12 +1,10 @@
 #!/usr/bin/env python3
 """The version stands in CMakeLists.txt; everything else takes it from there or has to agree."""
 import plistlib
-import re
 import unittest
 
-from support import BUILD, SOURCES, run
+from support import BUILD, SOURCES, VERSION, run
 
-VERSION = re.search(r"project\(KeltoInstaller VERSION (\S+)", (SOURCES / "CMakeLists.txt").read_text()).group(1)
 MAINTAINER = "Somebody <somebody@example.org>"
 
 

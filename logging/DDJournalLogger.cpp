@@ -6,7 +6,7 @@
 namespace {
 
 constexpr std::size_t longestName = 64;
-constexpr std::string_view prefix = "FIELD_";
+constexpr std::string_view fieldPrefix = "FIELD_";
 constexpr std::array<std::string_view, 9> ownNames = {"MESSAGE",           "PRIORITY",    "CODE_FILE",
                                                       "CODE_LINE",         "CODE_FUNC",   "TID",
                                                       "SYSLOG_IDENTIFIER", "KELTO_QUEUE", "KELTO_CONTEXT"};
@@ -34,7 +34,7 @@ std::string nameOf(std::string_view key) {
   std::string name(key);
   std::ranges::transform(name, name.begin(), nameCharacter);
   const bool beginsWithLetter = !name.empty() && name[0] >= 'A' && name[0] <= 'Z';
-  if (!beginsWithLetter || std::ranges::find(ownNames, name) != ownNames.end()) name.insert(0, prefix);
+  if (!beginsWithLetter || std::ranges::find(ownNames, name) != ownNames.end()) name.insert(0, fieldPrefix);
   return name.substr(0, longestName);
 }
 

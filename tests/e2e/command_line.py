@@ -19,11 +19,18 @@ from world import check, equal, scenario
 DONE, FAILED, BAD_ARGUMENTS, NO_DISPLAY, REFUSED, STILL_RUNNING, CANCELLED = range(7)
 SHELL = {"bare": True}
 RESUMED = f"{protocol.resumeArgument} YES"
-# Notes its arguments; ends when it is asked to, unless a file says otherwise.
-PROGRAM = """#!/bin/sh
-echo "$*" >>"$HOME/started"
-trap '[ -e "$HOME/stay" ] || exit 0' TERM
-while :; do sleep 0.05; done
+# Notes its arguments; ends when it is asked to, unless a file says otherwise. Forks never, so that one copy is one process.
+PROGRAM = """#!/usr/bin/python3 -S
+import os, signal, sys
+home = os.environ["HOME"]
+def end(*_):
+    if not os.path.exists(home + "/stay"):
+        os._exit(0)
+signal.signal(signal.SIGTERM, end)
+with open(home + "/started", "a") as started:
+    started.write(" ".join(sys.argv[1:]) + "\\n")
+while True:
+    signal.pause()
 """
 
 
@@ -81,7 +88,8 @@ class Shell:
         return json.loads(self.kelto(*words, "--json", **expected)[0])
 
     def start_application(self):
-        subprocess.Popen([self.installed / "Contents/Linux/Kelto", "first"], start_new_session=True, **self.options())
+        # Not as a child of this program, which the same interpreter runs: it would be taken for a helper of its parent.
+        subprocess.run(["setsid", "--fork", self.installed / "Contents/Linux/Kelto", "first"], check=True, **self.options())
         wait_for("the application", lambda: self.starts() == ["first"])
 
     def starts(self):
@@ -94,7 +102,7 @@ class Shell:
         for entry in pathlib.Path("/proc").iterdir():
             if entry.name.isdigit() and is_running(int(entry.name)):
                 words = (entry / "cmdline").read_bytes().split(b"\0")
-                if len(words) > 1 and words[1].decode().startswith(str(self.folder)) and words[1].endswith(b"/Kelto"):
+                if any(word.startswith(bytes(self.folder)) and word.endswith(b"/Linux/Kelto") for word in words):
                     running.append(int(entry.name))
         return running
 

@@ -10,8 +10,10 @@ cd "$top"
 cmake --build build/dev --target wizard_pictures
 mkdir -p "$folder"
 for language in en ja zh-Hans de ar; do
-  for scale in 1 2; do
+  for scale in 1 1.5 2; do
     build/dev/bin/wizard_pictures golden "$language" "$scale" "$folder"
   done
 done
+rm -f "$folder"/*-dark*.png # a test compares these with the plain ones
+build/dev/bin/wizard_pictures readme "$folder/sheet.png"
 ls "$folder"

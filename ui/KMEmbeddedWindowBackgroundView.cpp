@@ -37,11 +37,12 @@ void KMEmbeddedWindowBackgroundView::drawRect(const Rect& /*dirtyRect*/) {
   context->saveGraphicsState();
   context->clipToRoundedRect(area, cornerRadius, cornerRadius);
   const double line = context->hairline();
+  const bool standsOut = context->increasesContrast();
   fill(*context, NSColor::embeddedWindowFooterBackgroundColor(), {{0, 0}, {width, contentStart - 2 * line}});
-  fill(*context, grey(232), {{0, contentStart - 2 * line}, {width, line}});
-  fill(*context, grey(171), {{0, contentStart - line}, {width, line}});
+  fill(*context, grey(standsOut ? 0 : 232), {{0, contentStart - 2 * line}, {width, line}});
+  fill(*context, grey(standsOut ? 0 : 171), {{0, contentStart - line}, {width, line}});
   const Rect content{{0, contentStart}, {width, area.origin.y + area.size.height - contentStart}};
-  if (_hasBloom)
+  if (_hasBloom && !standsOut)
     drawBloomContent(*context, content);
   else
     fill(*context, foundation::Color::whiteColor(), content);

@@ -13,7 +13,8 @@ class KMEmbeddedWindowBackgroundView : public KAView {
   void setHasBloom(bool hasBloom) { _hasBloom = hasBloom; }
   bool setFlagForKey(bool value, std::string_view key) override;
 
-  // Draws the whole background, whatever `dirtyRect` is.
+  // Draws the whole background, whatever `dirtyRect` is. With increased contrast the content area is white and the
+  // hairlines are black.
   void drawRect(const foundation::Rect& dirtyRect) override;
 
  private:

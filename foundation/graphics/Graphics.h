@@ -55,6 +55,9 @@ class GraphicsContext {
   // that two such lines side by side are equal at every scale.
   [[nodiscard]] virtual double hairline() const { return 1; }
 
+  // Whether the user needs lines and letters to stand out more than they are designed to.
+  [[nodiscard]] virtual bool increasesContrast() const { return false; }
+
   // The whole image, stretched into the rectangle; `fraction` is its opacity.
   virtual void drawImage(const Image& image, const Rect& rect, CompositingOperation operation, double fraction) = 0;
 

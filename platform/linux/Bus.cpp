@@ -39,4 +39,9 @@ std::optional<Bus> Bus::open(int (*opener)(sd_bus**), std::string* cause) {
   return std::nullopt;
 }
 
+std::optional<Bus> Bus::startUser() {
+  sd_bus* bus = nullptr;
+  return sd_bus_open_user(&bus) < 0 ? std::nullopt : std::optional(Bus(bus));
+}
+
 }  // namespace platform::Linux

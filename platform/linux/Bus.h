@@ -15,6 +15,9 @@ class Bus {
   static std::optional<Bus> openUser(std::string* cause = nullptr) { return open(sd_bus_open_user, cause); }
   static std::optional<Bus> openSystem(std::string* cause = nullptr) { return open(sd_bus_open_system, cause); }
 
+  // The same for the session bus without waiting: calls may be queued, and travel with the first turns of sd_bus_process.
+  static std::optional<Bus> startUser();
+
   Bus(Bus&& other) noexcept : _bus(std::exchange(other._bus, nullptr)) {}
   Bus& operator=(Bus&& other) noexcept {
     std::swap(_bus, other._bus);
@@ -22,7 +25,8 @@ class Bus {
   }
   Bus(const Bus&) = delete;
   Bus& operator=(const Bus&) = delete;
-  ~Bus() { sd_bus_flush_close_unref(_bus); }
+  // Sends what is queued, if the bus has greeted this connection.
+  ~Bus() { sd_bus_is_ready(_bus) > 0 ? sd_bus_flush_close_unref(_bus) : sd_bus_close_unref(_bus); }
 
   [[nodiscard]] sd_bus* get() const { return _bus; }
 

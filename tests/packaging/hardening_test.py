@@ -11,7 +11,7 @@ BUNDLE = BUILD / "bin/KeltoInstaller.app/Contents"
 ROOT_PROGRAMS = [BUILD / "bin/authorizationd", BUILD / "bin/assistantTool"]
 PROGRAMS = [*ROOT_PROGRAMS, BUILD / "bin/kelto-manifest", BUNDLE / "Linux/KeltoInstaller", BUNDLE / "Linux/kelto",
             BUNDLE / "Resources/defaults", BUNDLE / "Resources/assistantTool"]
-LIBRARIES = [BUILD / "libkelto.so", BUILD / "sdk/libkelto-controller.so"]
+LIBRARIES = [BUILD / "libkelto.so", BUILD / "libkelto-logging.so", BUILD / "sdk/libkelto-controller.so"]
 
 
 def read(program, *what):

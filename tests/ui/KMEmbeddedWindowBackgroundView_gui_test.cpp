@@ -10,6 +10,7 @@
 #include "platform/fake/FakePlatform.h"
 #include "platform/linux/qt/QtGraphicsContext.h"
 #include "platform/linux/qt/QtImage.h"
+#include "tests/support/Contrast.h"
 #include "ui/KMEmbeddedWindowBackgroundView.h"
 
 using platform::Linux::QtGraphicsContext;
@@ -56,7 +57,7 @@ class FacePixels : public testing::TestWithParam<int> {
 
   [[nodiscard]] int scale() const { return GetParam(); }
 
-  QImage draw(double height, bool hasBloom, Corners corners = Corners::Round) {
+  QImage draw(double height, bool hasBloom, Corners corners = Corners::Round, bool increasesContrast = false) {
     const int whole = static_cast<int>(std::ceil(height));
     image = blank(width, whole, scale());
     const auto view = std::make_shared<KMEmbeddedWindowBackgroundView>();
@@ -65,7 +66,7 @@ class FacePixels : public testing::TestWithParam<int> {
     window.setContentView(view);
     window.setSize({width, height});
     QPainter painter(&image);
-    QtGraphicsContext context(painter, {width, double(whole)}, corners);
+    QtGraphicsContext context(painter, {width, double(whole)}, corners, increasesContrast);
     window.display(context);
     return image;
   }
@@ -101,6 +102,16 @@ TEST_P(FacePixels, EveryRowOfTheBandsAndHairlines) {
     const double grey = point < 58 ? 214 : point == 58 ? 232 : point == 59 ? 171 : 255;
     expectGrey(column, row, grey);
   }
+}
+
+TEST_P(FacePixels, WithIncreasedContrastTheHairlinesStandOutFromAPlainFace) {
+  draw(320, true, Corners::Round, true);
+  const auto color = [this](int row) { return at(width * scale() / 2, row).rgb(); };
+  for (int row = 58 * scale(); row < 60 * scale(); ++row) {
+    EXPECT_GE(tests::contrast(color(row), color(50 * scale())), 4.5) << "the footer, " << row;
+    EXPECT_GE(tests::contrast(color(row), color(70 * scale())), 4.5) << "the content, " << row;
+  }
+  for (int row = 60 * scale(); row < 320 * scale(); ++row) expectGrey(width * scale() / 2, row, 255);
 }
 
 TEST_P(FacePixels, EveryRowOfTheGradientBetweenTheDots) {

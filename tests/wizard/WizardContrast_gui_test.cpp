@@ -53,6 +53,19 @@ TEST_P(DarkDesktop, LeavesEveryTextReadable) {
   EXPECT_EQ(count, languages * (modes * textsOfAWizard + alerts * textsOfAnAlert));
 }
 
+// For those who need more: the least for letters of any size and for everybody.
+TEST(HighContrast, GivesEveryTextMoreContrast) {
+  constexpr double more = 7;
+  const tests::PrivateDisplay display;
+  const auto measured = tests::runCommandLine("QT_QPA_PLATFORM=xcb KELTO_HIGH_CONTRAST=1 " KELTO_BIN_DIR
+                                              "/wizard_measures contrast 2>/dev/null");
+  ASSERT_EQ(measured.status, 0);
+  std::istringstream lines(measured.output);
+  int count = 0;
+  for (std::string line; std::getline(lines, line); ++count) EXPECT_GE(std::stod(line), more) << line;
+  EXPECT_EQ(count, languages * (modes * textsOfAWizard + alerts * textsOfAnAlert));
+}
+
 INSTANTIATE_TEST_SUITE_P(Style, DarkDesktop, testing::Values("", "QT_STYLE_OVERRIDE=windows"));
 
 }  // namespace

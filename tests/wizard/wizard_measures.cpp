@@ -142,7 +142,7 @@ int main(int argc, char** argv) {
   int count = 1;
   QApplication application(count, argv);
   if (what == "desktop") return printDesktop();
-  platform::Linux::applyLook(application);
+  platform::Linux::applyLook(platform::Linux::settingsOfEnvironment());
   const Artwork artwork;
   if (what == "room") return measure();
   if (what == "contrast") return printAllContrasts();

@@ -2,13 +2,16 @@
 //
 //   wizard_pictures sheet FILE.png          all of them on one contact sheet
 //   wizard_pictures picture LANGUAGE MODE FILE.png
-//   wizard_pictures golden LANGUAGE SCALE FOLDER   the three modes and an alert, with the letters of fonts.conf
+//   wizard_pictures readme FILE.png         the wizard and an alert in three languages, on a light and a dark desktop
+//   wizard_pictures golden LANGUAGE SCALE FOLDER   the three modes and an alert, with the letters of fonts.conf: plain,
+//                                                  with high contrast and on a dark desktop
 #include <QPainter>
 #include <cstdio>
 #include <string_view>
 
 #include "platform/linux/qt/Look.h"
 #include "tests/support/ShippedLanguages.h"
+#include "tests/wizard/GoldenPicture.h"
 #include "tests/wizard/Pictures.h"
 
 namespace {
@@ -58,16 +61,69 @@ void settleLook(const std::string& language, const std::string& scale) {
   setenv("FONTCONFIG_FILE", KELTO_SOURCE_DIR "/tests/wizard/fonts.conf", 1);
 }
 
-int makeGolden(const std::string& language, const QString& folder) {
+// As a desktop's theme does that makes everything dark.
+void preferDark() {
+  QApplication::setStyle("Fusion");
+  QPalette dark(QColor(49, 54, 59), QColor(32, 35, 38));
+  for (const auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText})
+    dark.setColor(role, QColor(239, 240, 241));
+  QApplication::setPalette(dark);
+}
+
+bool saveAll(const std::string& language, const std::string& scale, const std::string& look, const QString& folder) {
   bool isSaved = true;
-  const QString suffix = language == "en" ? "" : "-" + QString::fromStdString(language);
   const auto save = [&](QWidget& widget, const char* name) {
-    const QImage image = pictureOf(widget);
-    isSaved &= image.save(folder + "/" + name + suffix + (image.devicePixelRatio() > 1 ? "@2x.png" : ".png"));
+    const GoldenPicture picture{.name = name, .look = look, .language = language, .scale = scale};
+    isSaved &= pictureOf(widget).save(folder + "/" + picture.file());
   };
   for (const auto& mode : modes) save(Wizard(language, mode).window(), mode.name);
   withAlert(alertsIn(language)[1], [&](QWidget& dialog) { save(dialog, "alert"); });
+  return isSaved;
+}
+
+int makeGolden(const std::string& language, const std::string& scale, const QString& folder) {
+  bool isSaved = saveAll(language, scale, "plain", folder);
+  platform::Linux::applyLook({.highContrast = true});
+  isSaved &= saveAll(language, scale, "contrast", folder);
+  preferDark();
+  platform::Linux::applyLook();
+  isSaved &= saveAll(language, scale, "dark", folder);
   return isSaved ? 0 : 1;
+}
+
+// One above the other, in the middle of a desktop of that colour.
+void drawCell(QPainter& painter, const QRect& cell, QColor desktop, const std::vector<QImage>& pictures) {
+  constexpr int gap = 28;
+  painter.fillRect(cell, desktop);
+  double top = cell.top() + gap;
+  for (const QImage& picture : pictures) {
+    const QSizeF size = picture.deviceIndependentSize();
+    painter.drawImage(QPointF(cell.center().x() - size.width() / 2, top), picture);
+    top += size.height() + gap;
+  }
+}
+
+int makeReadme(const QString& path) {
+  constexpr QSize cell(524, 490);
+  constexpr QColor desktops[] = {{236, 239, 242}, {30, 34, 40}};
+  const std::vector<std::string> languages{"en", "ja", "ar"};
+  const double scale = qApp->devicePixelRatio();
+  QImage sheet(QSize(2 * cell.width(), static_cast<int>(languages.size()) * cell.height()) * scale, QImage::Format_RGB32);
+  sheet.setDevicePixelRatio(scale);
+  QPainter painter(&sheet);
+  int top = 0;
+  for (const auto& language : languages) {
+    std::vector<QImage> pictures{pictureOf(Wizard(language, modes[1]).window())};
+    withAlert(alertsIn(language)[1], [&](QWidget& dialog) { pictures.push_back(pictureOf(dialog)); });
+    int left = 0;
+    for (const QColor& desktop : desktops) {
+      drawCell(painter, {QPoint(left, top), cell}, desktop, pictures);
+      left += cell.width();
+    }
+    top += cell.height();
+  }
+  painter.end();
+  return sheet.save(path) ? 0 : 1;
 }
 
 }  // namespace
@@ -75,15 +131,20 @@ int makeGolden(const std::string& language, const QString& folder) {
 int main(int argc, char** argv) {
   const std::vector<std::string> arguments(argv + 1, argv + argc);
   const bool isGolden = arguments.size() == 4 && arguments[0] == "golden";
+  const bool isReadme = arguments.size() == 2 && arguments[0] == "readme";
+  if (isReadme) settleLook("ja", "2");
   if (isGolden) settleLook(arguments[1], arguments[2]);
   int count = 1;
   QApplication application(count, argv);
-  platform::Linux::applyLook(application);
+  platform::Linux::applyLook(platform::Linux::settingsOfEnvironment());
   const Artwork artwork;
   if (arguments.size() == 2 && arguments[0] == "sheet") return makeSheet(QString::fromStdString(arguments[1]));
-  if (isGolden) return makeGolden(arguments[1], QString::fromStdString(arguments[3]));
+  if (isGolden) return makeGolden(arguments[1], arguments[2], QString::fromStdString(arguments[3]));
+  if (isReadme) return makeReadme(QString::fromStdString(arguments[1]));
   if (arguments.size() == 4 && arguments[0] == "picture")
     return makePicture(arguments[1], arguments[2], QString::fromStdString(arguments[3]));
-  std::fprintf(stderr, "usage: wizard_pictures sheet FILE | picture LANGUAGE MODE FILE | golden LANGUAGE SCALE FOLDER\n");
+  std::fprintf(
+      stderr,
+      "usage: wizard_pictures sheet FILE | readme FILE | picture LANGUAGE MODE FILE | golden LANGUAGE SCALE FOLDER\n");
   return 2;
 }

@@ -29,6 +29,7 @@
 #include "platform/linux/qt/QtApplication.h"
 #include "platform/linux/qt/QtBlockingCall.h"
 #include "platform/linux/qt/QtViewResources.h"
+#include "platform/linux/qt/SettingsPortal.h"
 #include "platform/linux/qt/TerminationSignals.h"
 
 namespace platform::Linux {
@@ -40,13 +41,14 @@ std::string programName(const char* path) {
   return text.substr(text.find_last_of('/') + 1);
 }
 
-// Hands what arrives on the bus to the centre, for as long as there is a bus.
-std::unique_ptr<QSocketNotifier> watch(DistributedNotificationCenter& center) {
-  if (center.fileDescriptor() < 0) return nullptr;
-  auto notifier = std::make_unique<QSocketNotifier>(center.fileDescriptor(), QSocketNotifier::Read);
-  QObject::connect(notifier.get(), &QSocketNotifier::activated, notifier.get(), [&center, watched = notifier.get()] {
-    center.process();
-    if (center.fileDescriptor() < 0) watched->setEnabled(false);
+// Hands what arrives on the bus to a listener, for as long as there is a bus.
+template <class Listener>
+std::unique_ptr<QSocketNotifier> watch(Listener& listener) {
+  if (listener.fileDescriptor() < 0) return nullptr;
+  auto notifier = std::make_unique<QSocketNotifier>(listener.fileDescriptor(), QSocketNotifier::Read);
+  QObject::connect(notifier.get(), &QSocketNotifier::activated, notifier.get(), [&listener, watched = notifier.get()] {
+    listener.process();
+    if (listener.fileDescriptor() < 0) watched->setEnabled(false);
   });
   return notifier;
 }
@@ -163,13 +165,17 @@ int ApplicationMain(int argc, char** argv, const std::vector<DelegateClass>& cla
   // The arguments are the user defaults' and none of Qt's: it gets the name alone.
   int count = 1;
   char* nameOnly[] = {argv[0], nullptr};
+  Linux::SettingsPortal desktop;  // asked early, so that a portal that runs has answered before the window is made
   const auto localization = Linux::chosenLocalization(argc, argv);
   auto environment =
       std::make_unique<Linux::Display::StartUpEnvironment>(display.qtPlatform, Linux::fontLanguage(localization));
   QApplication application(count, nameOnly);
-  Linux::applyLook(application);
+  desktop.process();
+  Linux::applyLook(desktop.settings());
   Linux::applyLanguage(localization);
   environment.reset();
+  desktop.onChange = [&] { Linux::applyLook(desktop.settings()); };
+  const auto desktopNotifier = Linux::watch(desktop);
   return Linux::Framework(argc, argv, log, viewClasses).run(classes);
 }
 

@@ -63,6 +63,8 @@ StartUpEnvironment::StartUpEnvironment(const std::string& qtPlatform, const std:
   set("QT_QPA_PLATFORMTHEME", "generic");
   set("QT_XCB_GL_INTEGRATION", "none");
   set("SESSION_MANAGER", nullptr);
+  keep("DESKTOP_STARTUP_ID");
+  keep("XDG_ACTIVATION_TOKEN");
 }
 
 StartUpEnvironment::~StartUpEnvironment() {
@@ -74,9 +76,13 @@ StartUpEnvironment::~StartUpEnvironment() {
   }
 }
 
-void StartUpEnvironment::set(const char* name, const char* value) {
+void StartUpEnvironment::keep(const char* name) {
   const char* before = std::getenv(name);
   _before.emplace_back(name, before == nullptr ? std::nullopt : std::optional<std::string>(before));
+}
+
+void StartUpEnvironment::set(const char* name, const char* value) {
+  keep(name);
   if (value == nullptr)
     unsetenv(name);
   else

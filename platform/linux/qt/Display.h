@@ -23,7 +23,8 @@ struct Choice {
 Choice choose();
 
 // Sets environment variables that Qt reads while the application object is made, and puts the old values back when it goes:
-// programs started later must not inherit them.
+// programs started later must not inherit them. Those by which a desktop lets this program come to the front, which Qt
+// takes away, come back too: the program that is started in its place comes to the front with them.
 class StartUpEnvironment {
  public:
   // Letters take the forms of `fontLanguage`, if one is given; the font library reads it once.
@@ -34,6 +35,7 @@ class StartUpEnvironment {
 
  private:
   void set(const char* name, const char* value);
+  void keep(const char* name);
   std::vector<std::pair<std::string, std::optional<std::string>>> _before;
 };
 

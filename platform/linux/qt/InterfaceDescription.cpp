@@ -121,6 +121,7 @@ std::unique_ptr<InterfaceDescription> InterfaceDescription::load(const std::stri
   // The loader makes every top-level widget of a window a WindowWidget.
   std::unique_ptr<WindowWidget> window(static_cast<WindowWidget*>(loaded.release()));
   window->onClose = terminate;
+  window->takeDesignedWidth();
   takeGeometry(*window);
   connectActions(*window, terminate);
   return std::unique_ptr<InterfaceDescription>(new InterfaceDescription(std::move(window)));

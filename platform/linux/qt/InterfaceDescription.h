@@ -5,6 +5,7 @@
 // Main thread only. The document uses these dynamic properties:
 //   delegateClass     on the top-level widget of a window: the class of the application's delegate
 //   action            on a button: "terminate:" ends the application when the button is pressed
+//   letterScale       on a label in a window: how much larger its letters are than the others
 //   namedBy           on a widget: the name of the label whose text is its name for assistive tools
 //   autoresizingMask  on a widget whose class is a view's: a number, set on the view
 //   any boolean       on a widget whose class is a view's: set on the view

@@ -10,28 +10,58 @@
 #include <QPainter>
 #include <QPushButton>
 #include <QScreen>
+#include <QTimer>
 #include <QWindow>
+#include <chrono>
 #include <cstdlib>
 
+#include "platform/linux/qt/Letters.h"
+#include "platform/linux/qt/LookStyle.h"
 #include "platform/linux/qt/QtElements.h"
 
 namespace platform::Linux {
 namespace {
 
 constexpr int iconSize = 48;
-constexpr int textWidth = 306;
+constexpr int designedTextWidth = 306;
+constexpr double headlineScale = 1.1;
 // An edge of the alert that is nearer than this to the same edge of the window would leave a sliver of the window.
 constexpr int clearDistance = 16;
 
-// The alert's panel: without a window manager's frame, as the window that it stands over, and dragged by its face.
+// The display server counts in pixels of its own. Only a size that is whole in these too, at every scale in steps of a
+// quarter, comes back from there as it was; any other may come back smaller, and cut a text.
+int wholeAtEveryScale(int length) {
+  constexpr int step = 4;
+  return (length + step - 1) / step * step;
+}
+
+// The alert's panel: without a window manager's frame, as the window that it stands over, and dragged by its face. Follows
+// the size of letters that the desktop's user wants.
 class AlertDialog final : public QDialog {
  public:
   explicit AlertDialog(QWidget* parent) : QDialog(parent, Qt::Dialog | Qt::FramelessWindowHint) {}
 
+  // Makes letters and panel as large as they have to be. The panel's middle stays where it is.
+  void takeSize() {
+    setLetters(*this, LookStyle::settings().letterScale);
+    for (auto* label : findChildren<QLabel*>()) label->setFixedWidth(widthForLetters(designedTextWidth));
+    layout()->activate();
+    const QPoint middle = geometry().center();
+    const QSize needed = sizeHint();
+    setFixedSize(wholeAtEveryScale(needed.width()), wholeAtEveryScale(needed.height()));
+    QRect place({}, size());
+    place.moveCenter(middle);
+    move(place.topLeft());
+  }
+
  protected:
+  void changeEvent(QEvent* event) override {
+    QDialog::changeEvent(event);
+    if (event->type() == QEvent::StyleChange && isVisible()) takeSize();
+  }
   void paintEvent(QPaintEvent* /*event*/) override {
     QPainter painter(this);
-    painter.setPen(QPen(QColor(150, 150, 154), 1));
+    painter.setPen(QPen(LookStyle::colors().windowEdge, 1));
     painter.drawRect(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5));
   }
   void mousePressEvent(QMouseEvent* event) override {
@@ -44,7 +74,6 @@ QLabel* textLabel(std::string_view text, QWidget* parent) {
   label->setTextFormat(Qt::PlainText);
   label->setWordWrap(true);
   label->setText(qtString(text));
-  label->setFixedWidth(textWidth);
   return label;
 }
 
@@ -52,8 +81,8 @@ QLabel* headlineLabel(std::string_view text, QWidget* parent) {
   auto* label = textLabel(text, parent);
   QFont font = label->font();
   font.setBold(true);
-  font.setPointSizeF(font.pointSizeF() * 1.1);
   label->setFont(font);
+  label->setProperty("letterScale", headlineScale);
   return label;
 }
 
@@ -101,15 +130,6 @@ void fill(QDialog& dialog, const Alert& alert) {
   button->setFocus();
 }
 
-// The display server counts in pixels of its own. Only a size that is whole in these too, at every scale in steps of a
-// quarter, comes back from there as it was; any other may come back smaller, and cut a text.
-void setSize(QDialog& dialog) {
-  constexpr int step = 4;
-  const auto whole = [](int length) { return (length + step - 1) / step * step; };
-  const QSize needed = dialog.sizeHint();
-  dialog.setFixedSize(whole(needed.width()), whole(needed.height()));
-}
-
 // Over the window and clear of its edges, else in the middle of the screen. Left to the window manager it may appear
 // anywhere.
 void place(QDialog& dialog) {
@@ -133,6 +153,13 @@ void runBehind(QDialog& dialog, const std::function<void()>& putBehind) {
   loop.exec();
 }
 
+// A window manager may leave the keyboard with what the user works in; a window that has it in time needs no mark.
+void runInFront(QDialog& dialog) {
+  constexpr std::chrono::milliseconds patience{300};
+  QTimer::singleShot(patience, &dialog, [&dialog] { QApplication::alert(&dialog); });
+  dialog.exec();
+}
+
 }  // namespace
 
 void runAlert(const Alert& alert, std::string_view title, QWidget* parent, const std::function<void()>& putBehind) {
@@ -140,9 +167,9 @@ void runAlert(const Alert& alert, std::string_view title, QWidget* parent, const
   dialog.setWindowTitle(qtString(title));
   dialog.setAccessibleDescription(qtString(alert.messageText + "\n" + alert.informativeText));
   fill(dialog, alert);
-  setSize(dialog);
+  dialog.takeSize();
   place(dialog);
-  putBehind ? runBehind(dialog, putBehind) : static_cast<void>(dialog.exec());
+  putBehind ? runBehind(dialog, putBehind) : runInFront(dialog);
 }
 
 }  // namespace platform::Linux

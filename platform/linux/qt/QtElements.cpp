@@ -2,6 +2,8 @@
 
 #include <QVariant>
 
+#include "platform/linux/qt/Letters.h"
+
 namespace platform::Linux {
 
 QString qtString(std::string_view text) { return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size())); }
@@ -24,6 +26,7 @@ void QtTextField::setStringValue(std::string_view text) {
   for (auto* named : _label->window()->findChildren<QWidget*>())
     if (named->property("namedBy").toString() == _label->objectName()) named->setAccessibleName(shown);
   describeWindow();
+  if (_label->window()->isVisible()) fitLetters(*_label->window());
 }
 
 void QtButton::setTitle(std::string_view title) {

@@ -30,8 +30,8 @@ QImage inPixels(const QtImage& image, double scale) {
 
 }  // namespace
 
-QtGraphicsContext::QtGraphicsContext(QPainter& painter, foundation::Size area, Corners corners)
-    : _painter(painter), _area(0, 0, area.width, area.height), _corners(corners) {
+QtGraphicsContext::QtGraphicsContext(QPainter& painter, foundation::Size area, Corners corners, bool increasesContrast)
+    : _painter(painter), _area(0, 0, area.width, area.height), _corners(corners), _increasesContrast(increasesContrast) {
   _painter.save();
   _painter.translate(0, area.height);
   _painter.scale(1, -1);

@@ -19,7 +19,7 @@ class QtGraphicsContext final : public foundation::GraphicsContext {
   //
   // Qt's clips have no smooth edge. A rounded clip of the whole area gets one all the same: its corners are cut out when
   // the graphics state is restored, for there is nothing behind the area.
-  QtGraphicsContext(QPainter& painter, foundation::Size area, Corners corners);
+  QtGraphicsContext(QPainter& painter, foundation::Size area, Corners corners, bool increasesContrast = false);
   ~QtGraphicsContext() override;
   QtGraphicsContext(const QtGraphicsContext&) = delete;
   QtGraphicsContext& operator=(const QtGraphicsContext&) = delete;
@@ -37,6 +37,7 @@ class QtGraphicsContext final : public foundation::GraphicsContext {
   void drawLinearGradient(const foundation::Color& start, const foundation::Color& end, const foundation::Rect& rect,
                           double degrees) override;
   [[nodiscard]] double hairline() const override;
+  [[nodiscard]] bool increasesContrast() const override { return _increasesContrast; }
   void drawImage(const foundation::Image& image, const foundation::Rect& rect, foundation::CompositingOperation operation,
                  double fraction) override;
 
@@ -49,6 +50,7 @@ class QtGraphicsContext final : public foundation::GraphicsContext {
   QPainter& _painter;
   QRectF _area;  // in the painter's coordinates
   Corners _corners;
+  bool _increasesContrast;
   std::vector<QPainterPath> _shapes{{}};  // for each saved state what is left standing when it ends; empty is everything
 };
 

@@ -12,13 +12,11 @@ namespace platform::Linux {
 namespace {
 
 constexpr std::chrono::milliseconds frame{16};
+constexpr std::chrono::milliseconds frameOfPulse{100};
 constexpr double secondsPerPass = 1.4;
+constexpr double secondsPerPulse = 2.4;
 constexpr int thickness = 6;
 constexpr double bandShare = 0.36;
-
-// The band has a contrast of 3 to 1 and more with its track on every grey of the face.
-constexpr QColor trackColor(0, 0, 0, 24);
-constexpr QColor bandLightColor(28, 98, 200);
 
 // The value of a bar without an end would be a number that nobody knows.
 class BusyBar final : public QAccessibleWidget {
@@ -51,9 +49,31 @@ double bandPlace(double seconds, double width) {
 
 QPainterPath rounded(const QRectF& rect) {
   QPainterPath path;
-  path.addRoundedRect(rect, thickness / 2.0, thickness / 2.0);
+  path.addRoundedRect(rect, rect.height() / 2, rect.height() / 2);
   return path;
 }
+
+// The band is as round as the track where it is inside, and where it leaves the track it takes the track's own end.
+void drawBand(QPainter& painter, const QPainterPath& track, const QRectF& band) {
+  const LookColors& colors = LookStyle::colors();
+  QLinearGradient shine(band.topLeft(), band.topRight());
+  shine.setColorAt(0, colors.accent);
+  shine.setColorAt(0.5, colors.accentLight);
+  shine.setColorAt(1, colors.accent);
+  painter.fillPath(track & rounded(band), shine);
+}
+
+// The whole bar in one colour, which swells and fades: it says "at work" and moves nothing.
+QColor pulseColor(double seconds) {
+  const LookColors& colors = LookStyle::colors();
+  const double share = 0.5 - 0.5 * std::cos(seconds / secondsPerPulse * 2 * std::numbers::pi);
+  const auto mixed = [share](int from, int to) { return static_cast<int>(std::lround(from + share * (to - from))); };
+  return {mixed(colors.accentDark.red(), colors.accentLight.red()),
+          mixed(colors.accentDark.green(), colors.accentLight.green()),
+          mixed(colors.accentDark.blue(), colors.accentLight.blue())};
+}
+
+std::chrono::milliseconds timeOfFrame() { return LookStyle::settings().animates ? frame : frameOfPulse; }
 
 }  // namespace
 
@@ -69,7 +89,12 @@ ProgressBarWidget::ProgressBarWidget(QWidget* parent) : QProgressBar(parent) {
 void ProgressBarWidget::start() {
   if (isAnimating()) return;
   _elapsed.start();
-  _frames.start(frame);
+  _frames.start(timeOfFrame());
+}
+
+void ProgressBarWidget::changeEvent(QEvent* event) {
+  if (event->type() == QEvent::StyleChange && isAnimating()) _frames.start(timeOfFrame());
+  QProgressBar::changeEvent(event);
 }
 
 QSize ProgressBarWidget::sizeHint() const { return {200, thickness}; }
@@ -84,19 +109,16 @@ void ProgressBarWidget::paintEvent(QPaintEvent* /*event*/) {
   drawProgressBar(painter, size(), seconds);
 }
 
-// The band is as round as the track where it is inside, and where it leaves the track it takes the track's own end.
 void drawProgressBar(QPainter& painter, QSizeF area, std::optional<double> seconds) {
   painter.setRenderHint(QPainter::Antialiasing);
   const QRectF place(0, (area.height() - thickness) / 2, area.width(), thickness);
   const QPainterPath track = rounded(place);
-  painter.fillPath(track, trackColor);
+  painter.fillPath(track, LookStyle::colors().track);
+  if (LookStyle::colors().trackEdge.alpha() > 0)
+    painter.strokePath(rounded(place.adjusted(0.5, 0.5, -0.5, -0.5)), LookStyle::colors().trackEdge);
   if (!seconds) return;
-  const QRectF band(bandPlace(*seconds, place.width()), place.y(), place.width() * bandShare, thickness);
-  QLinearGradient shine(band.topLeft(), band.topRight());
-  shine.setColorAt(0, accentColor);
-  shine.setColorAt(0.5, bandLightColor);
-  shine.setColorAt(1, accentColor);
-  painter.fillPath(track & rounded(band), shine);
+  if (!LookStyle::settings().animates) return painter.fillPath(track, pulseColor(*seconds));
+  drawBand(painter, track, {bandPlace(*seconds, place.width()), place.y(), place.width() * bandShare, thickness});
 }
 
 }  // namespace platform::Linux

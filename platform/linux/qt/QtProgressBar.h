@@ -13,7 +13,8 @@
 
 namespace platform::Linux {
 
-// A band that glides along the bar, drawn by this class: the busy look of Qt's styles differs from desktop to desktop, and
+// A band that glides along the bar, or with settings that want nothing to move a bar that swells and fades where it is.
+// Drawn by this class: the busy look of Qt's styles differs from desktop to desktop, and
 // some do not move at all. The band's place follows from the time, so a late frame does not slow it down.
 class ProgressBarWidget final : public QProgressBar {
  public:
@@ -25,6 +26,7 @@ class ProgressBarWidget final : public QProgressBar {
 
  protected:
   void paintEvent(QPaintEvent* event) override;
+  void changeEvent(QEvent* event) override;
 
  private:
   QTimer _frames;

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "platform/linux/qt/Letters.h"
 #include "platform/linux/qt/QtElements.h"
 
 namespace platform::Linux {
@@ -61,6 +62,26 @@ WindowWidget::WindowWidget() {
   setAttribute(Qt::WA_TranslucentBackground);
   QAccessible::installFactory(accessibleWindow);  // counts once, however often
 }
+
+void WindowWidget::takeDesignedWidth() {
+  _designedWidth = width();
+  resize(widthForLetters(_designedWidth), height());
+  fitLetters(*this);
+}
+
+// The middle stays where it is.
+void WindowWidget::changeEvent(QEvent* event) {
+  QWidget::changeEvent(event);
+  if (event->type() != QEvent::StyleChange || _designedWidth == 0) return;
+  const int wider = widthForLetters(_designedWidth) - width();
+  if (wider != 0) {
+    isVisible() ? setFixedSize(width() + wider, height()) : resize(width() + wider, height());
+    move(x() - wider / 2, y());
+  }
+  fitLetters(*this);
+}
+
+void WindowWidget::showEvent(QShowEvent* /*event*/) { fitLetters(*this); }
 
 void WindowWidget::closeEvent(QCloseEvent* event) {
   event->ignore();

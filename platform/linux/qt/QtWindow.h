@@ -11,15 +11,25 @@
 
 namespace platform::Linux {
 
-// The top-level widget. Closing it, however that is asked for, calls `onClose` and leaves the window as it is.
+// The top-level widget. Closing it, however that is asked for, calls `onClose` and leaves the window as it is. It is as
+// much wider than designed as letters are larger, and its letters have the room that they need; it follows the settings
+// while it is shown.
 class WindowWidget final : public QWidget {
  public:
   WindowWidget();
   std::function<void()> onClose;
 
+  // Takes the present width for the one of letters of the designed size.
+  void takeDesignedWidth();
+
  protected:
+  void changeEvent(QEvent* event) override;
+  void showEvent(QShowEvent* event) override;
   void closeEvent(QCloseEvent* event) override;
   void mousePressEvent(QMouseEvent* event) override;
+
+ private:
+  int _designedWidth = 0;  // until it is taken
 };
 
 class QtWindow final : public Window {

@@ -4,10 +4,13 @@
 #include <algorithm>
 
 #include "platform/linux/qt/Display.h"
+#include "platform/linux/qt/LookStyle.h"
 #include "platform/linux/qt/QtGraphicsContext.h"
 
 namespace platform::Linux {
 namespace {
+
+constexpr double cornerRadius = 5;  // of the face
 
 // Makes the Tab key go through the window's widgets in reading order: row by row from the top, each from its start.
 void orderTabs(QWidget& window) {
@@ -54,8 +57,23 @@ void ViewHostWidget::paintEvent(QPaintEvent* /*event*/) {
   using Corners = QtGraphicsContext::Corners;
   QPainter painter(this);
   const foundation::Size area{static_cast<double>(width()), static_cast<double>(height())};
-  QtGraphicsContext context(painter, area, _isComposed ? Corners::Round : Corners::Square);
-  _window.display(context);
+  double line = 1;
+  {
+    QtGraphicsContext context(painter, area, _isComposed ? Corners::Round : Corners::Square,
+                              LookStyle::settings().highContrast);
+    _window.display(context);
+    line = context.hairline();
+  }
+  if (size() == window()->size()) drawEdge(painter, line);
+}
+
+void ViewHostWidget::drawEdge(QPainter& painter, double thickness) const {
+  const double inset = thickness / 2;
+  const double radius = _isComposed ? cornerRadius - inset : 0;
+  painter.setRenderHint(QPainter::Antialiasing, _isComposed);
+  painter.setPen(QPen(LookStyle::colors().faceEdge, thickness));
+  painter.setBrush(Qt::NoBrush);
+  painter.drawRoundedRect(QRectF(rect()).adjusted(inset, inset, -inset, -inset), radius, radius);
 }
 
 void ViewHostWidget::showEvent(QShowEvent* /*event*/) {

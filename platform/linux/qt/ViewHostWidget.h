@@ -10,6 +10,7 @@ namespace platform::Linux {
 
 // The view fills the widget. Dynamic properties of the widget are set on the view as takeProperty() does. Corners are
 // square where nothing composes translucent windows; the widget checks that whenever it is shown, not for every frame. When
+// a host fills its window it draws a hairline around it, for window managers draw no frame around the wizard. When
 // the key-view loop is recalculated, the Tab key goes through the widgets of the window in reading order.
 class ViewHostWidget final : public QWidget {
  public:
@@ -25,6 +26,7 @@ class ViewHostWidget final : public QWidget {
   void showEvent(QShowEvent* event) override;
 
  private:
+  void drawEdge(QPainter& painter, double thickness) const;
   void needsDisplay();
   void updateOverlays();
 

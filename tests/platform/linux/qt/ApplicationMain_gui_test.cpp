@@ -12,6 +12,7 @@
 #include "tests/support/Eventually.h"
 #include "tests/support/PrivateBus.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/TestPortal.h"
 
 using namespace foundation;
 using namespace platform;
@@ -268,6 +269,53 @@ TEST_F(ApplicationMainTest, ANotificationOfAnotherProgramReachesTheDelegate) {
                            " 'ssa{sv}' Credentials '' 0 2>&1";
   EXPECT_EQ(outputOf(emit), "");
   EXPECT_TRUE(eventually([this] { return hasSaid("received Credentials"); })) << errors();
+}
+
+// The width of the application's window, as the display server has it; 0 without a window.
+int shownWidth() {
+  return std::atoi(
+      outputOf("xdotool search --onlyvisible --name '^Kelto Installer$' getwindowgeometry --shell 2>/dev/null |"
+               " sed -n 's/^WIDTH=//p'")
+          .c_str());
+}
+
+TEST_F(ApplicationMainTest, TheWindowFollowsTheDesktopsSettingsWhileItIsShown) {
+  const tests::PrivateBus bus;
+  tests::TestPortal desktop;
+  auto application = start();
+  const auto becomes = [&](int width) {
+    return eventually([&] {
+      desktop.serve();
+      return shownWidth() == width;
+    });
+  };
+  ASSERT_TRUE(becomes(460)) << errors();
+  ASSERT_EQ(desktop.questions(), 1);
+  desktop.change("org.gnome.desktop.interface", "text-scaling-factor", 1.5);
+  EXPECT_TRUE(becomes(690)) << shownWidth();
+  desktop.change("org.gnome.desktop.interface", "text-scaling-factor", 1.0);
+  EXPECT_TRUE(becomes(460)) << shownWidth();
+  application.send(SIGTERM);
+  EXPECT_EQ(application.wait(), cancelled);
+}
+
+TEST_F(ApplicationMainTest, ASettingsPortalThatHangsDoesNotHoldUpTheWindow) {
+  const tests::PrivateBus bus;
+  tests::TestPortal desktop;
+  auto application = start();
+  ASSERT_TRUE(eventually([this] { return hasSaid("shown"); }, std::chrono::seconds(10))) << errors();
+  EXPECT_EQ(desktop.questions(), 0);
+  application.send(SIGTERM);
+  EXPECT_EQ(application.wait(), cancelled);
+}
+
+TEST_F(ApplicationMainTest, ProgramsThatItStartsMayComeToTheFrontInItsPlace) {
+  auto application = start("-Shell 'echo \"$DESKTOP_STARTUP_ID $XDG_ACTIVATION_TOKEN\" > " + folder.path("token") + "'",
+                           "DESKTOP_STARTUP_ID=controller-1_TIME5 XDG_ACTIVATION_TOKEN=token-1");
+  ASSERT_TRUE(eventually([this] { return hasSaid("shell line done"); })) << errors();
+  EXPECT_EQ(readFile(folder.path("token")), "controller-1_TIME5 token-1\n");
+  application.send(SIGTERM);
+  EXPECT_EQ(application.wait(), cancelled);
 }
 
 TEST_F(ApplicationMainTest, ABusThatEndsLeavesItRunningAndIdle) {

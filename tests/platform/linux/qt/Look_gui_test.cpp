@@ -2,10 +2,16 @@
 #include "platform/linux/qt/Look.h"
 
 #include <QAccessible>
+#include <QDialog>
+#include <QLabel>
 #include <QPushButton>
+#include <QVBoxLayout>
 #include <algorithm>
 
+#include "platform/linux/qt/QtAlert.h"
+#include "platform/linux/qt/QtElements.h"
 #include "platform/linux/qt/QtProgressBar.h"
+#include "platform/linux/qt/QtWindow.h"
 #include "tests/platform/linux/qt/QtTest.h"
 #include "tests/support/Contrast.h"
 
@@ -15,6 +21,15 @@ using namespace qt_test;
 namespace {
 
 constexpr double leastContrast = 3;
+constexpr double leastHighContrast = 4.5;
+
+// The look with these settings, for the length of a test.
+struct ScopedLook {
+  explicit ScopedLook(const DesktopSettings& settings) { applyLook(settings); }
+  ~ScopedLook() { applyLook(); }
+  ScopedLook(const ScopedLook&) = delete;
+  ScopedLook& operator=(const ScopedLook&) = delete;
+};
 
 // The colours of the face behind the buttons, and at the top and the bottom of the area behind the bar.
 constexpr int footerGrey = 214;
@@ -68,6 +83,154 @@ TEST(Look, TheFocusRingIsTwoPointsThickAndStandsOut) {
   EXPECT_GE(thickness, 2);
   EXPECT_GE(tests::contrast(ring, qRgb(footerGrey, footerGrey, footerGrey)), leastContrast) << "outside";
   EXPECT_GE(tests::contrast(ring, with.pixel(8, row)), leastContrast) << "inside";
+}
+
+TEST(Look, WithHighContrastAButtonsEdgeStandsOut) {
+  const ScopedLook look({.highContrast = true});
+  WindowLikeHost host;
+  const int row = host.button.height() / 2;
+  for (const bool isEnabled : {true, false}) {
+    host.button.setEnabled(isEnabled);
+    const QImage picture = pictureOn(host.button, footerGrey);
+    const QRgb edge = picture.pixel(0, row);
+    EXPECT_GE(tests::contrast(edge, qRgb(footerGrey, footerGrey, footerGrey)), leastHighContrast) << isEnabled;
+    EXPECT_GE(tests::contrast(edge, picture.pixel(6, row)), leastHighContrast) << isEnabled;
+  }
+}
+
+// The edge is black without the focus already: two points beside it change.
+TEST(Look, WithHighContrastTheFocusRingIsTwoPointsMoreThanTheEdge) {
+  const ScopedLook look({.highContrast = true});
+  WindowLikeHost host;
+  const QImage without = pictureOn(host.button, footerGrey);
+  ASSERT_TRUE(host.giveFocus());
+  const QImage with = pictureOn(host.button, footerGrey);
+  const int row = host.button.height() / 2;
+  for (const int x : {1, 2}) {
+    EXPECT_GE(tests::contrast(with.pixel(x, row), without.pixel(x, row)), leastHighContrast) << x;
+    EXPECT_GE(tests::contrast(with.pixel(x, row), with.pixel(8, row)), leastHighContrast) << x;
+  }
+  EXPECT_GE(tests::contrast(with.pixel(0, row), qRgb(footerGrey, footerGrey, footerGrey)), leastHighContrast);
+}
+
+TEST(Look, WithHighContrastLettersAreBlackAlsoOnWhatCannotBePressed) {
+  const ScopedLook look({.highContrast = true});
+  const QPalette palette = QApplication::palette();
+  EXPECT_EQ(palette.color(QPalette::WindowText).rgb(), qRgb(0, 0, 0));
+  EXPECT_GE(tests::contrast(palette.color(QPalette::Disabled, QPalette::ButtonText).rgb(), qRgb(236, 236, 238)),
+            leastHighContrast);
+}
+
+// A window as the wizard's, with a headline and a button.
+struct LetteredWindow {
+  LetteredWindow() {
+    auto* face = new QWidget(&window);
+    auto* whole = new QVBoxLayout(&window);
+    whole->setContentsMargins({});
+    whole->addWidget(face);
+    auto* rows = new QVBoxLayout(face);
+    headline->setProperty("letterScale", 1.3);
+    headline->setWordWrap(true);
+    rows->addWidget(headline);
+    rows->addWidget(button);
+    window.resize(460, 206);
+    window.takeDesignedWidth();
+    window.move(300, 300);
+    QtWindow(window).makeKeyAndOrderFront();
+  }
+  [[nodiscard]] bool has(double letters, int width) {
+    return spinUntil([&] {
+      const auto seen = seenFromOutside(window);
+      return button->font().pointSizeF() == letters && headline->font().pointSizeF() == 1.3 * letters &&
+             seen.width == width && seen.x == 300 + (460 - width) / 2 && seen.height == 206;
+    });
+  }
+  WindowWidget window;
+  QLabel* headline = new QLabel("Installing", &window);
+  QPushButton* button = new QPushButton("Cancel", &window);
+};
+
+TEST(Look, AWindowIsWiderFromTheStartWithLargerLetters) {
+  const ScopedLook look({.letterScale = 1.5});
+  LetteredWindow host;
+  EXPECT_EQ(host.window.width(), 690);
+  EXPECT_EQ(host.button->font().pointSizeF(), 15);
+}
+
+TEST(Look, AWindowThatIsShownFollowsTheSizeOfLettersAndKeepsItsMiddle) {
+  LetteredWindow host;
+  EXPECT_TRUE(host.has(10, 460));
+  {
+    const ScopedLook look({.letterScale = 1.5});
+    EXPECT_TRUE(host.has(15, 690)) << host.button->font().pointSizeF() << ", " << host.window.width();
+  }
+  EXPECT_TRUE(host.has(10, 460)) << host.button->font().pointSizeF() << ", " << host.window.width();
+}
+
+TEST(Look, LettersAreOnlyAsLargeAsTheirWindowHasRoomFor) {
+  const ScopedLook look({.letterScale = 3});
+  LetteredWindow host;
+  QString text;
+  for (int i = 0; i < 40; ++i) text += "Donaudampfschiff ";
+  QtTextField(*host.headline).setStringValue(text.toStdString());
+  EXPECT_LT(host.button->font().pointSizeF(), 30);
+  EXPECT_GE(host.button->font().pointSizeF(), 10);
+  EXPECT_TRUE(spinUntil([&] { return host.headline->height() >= host.headline->heightForWidth(host.headline->width()); }));
+}
+
+TEST(Look, TheDesktopsFamilyOfLettersIsTaken) {
+  const ScopedLook look({.letterFamily = "DejaVu Serif Bold"});
+  EXPECT_EQ(QApplication::font().families(), QStringList("DejaVu Serif"));
+  applyLook({.letterFamily = "No Such Family"});
+  EXPECT_NE(QApplication::font().families(), QStringList("No Such Family"));
+}
+
+TEST(Look, AnAlertThatIsShownFollowsTheSizeOfLetters) {
+  QTimer::singleShot(0, qApp, [&] {
+    const auto dialog = [] { return dynamic_cast<QDialog*>(QApplication::activeModalWidget()); };
+    ASSERT_TRUE(spinUntil([&] { return dialog() != nullptr && dialog()->isVisible(); }));
+    const QSize before = dialog()->size();
+    const ScopedLook look({.letterScale = 2});
+    EXPECT_GT(dialog()->width(), before.width() + 200);
+    for (const auto* label : dialog()->findChildren<QLabel*>()) {
+      EXPECT_GE(label->height(), label->heightForWidth(label->width()));
+      EXPECT_GE(label->font().pointSizeF(), 20);
+    }
+    dialog()->accept();
+  });
+  runAlert({"The disk is full", "Make room and start the update again.", "OK"}, "Kelto Installer", nullptr);
+}
+
+QImage barOn(int grey, QSize size, double seconds) {
+  QImage image = ground(size, grey);
+  QPainter painter(&image);
+  drawProgressBar(painter, size, seconds);
+  return image;
+}
+
+TEST(ProgressBarWidget, WithReducedMotionItPulsesWhereItIs) {
+  const ScopedLook look({.animates = false});
+  constexpr QSize size(404, 6);
+  for (const int grey : contentGreys) {
+    std::vector<QRgb> colors;
+    for (double seconds = 0; seconds < 3; seconds += 0.1) {
+      const QImage image = barOn(grey, size, seconds);
+      for (int x = 4; x + 4 < size.width(); ++x) ASSERT_EQ(image.pixel(x, 3), image.pixel(4, 3)) << x << " at " << seconds;
+      colors.push_back(image.pixel(4, 3));
+      EXPECT_GE(tests::contrast(colors.back(), qRgb(grey, grey, grey)), leastContrast) << seconds;
+    }
+    const auto [darkest, lightest] = std::ranges::minmax(colors, {}, tests::luminance);
+    EXPECT_GT(tests::contrast(darkest, lightest), 1.5);
+  }
+}
+
+TEST(ProgressBarWidget, WithHighContrastTheBandStandsOutFromTrackAndTheTrackFromTheFace) {
+  const ScopedLook look({.highContrast = true});
+  constexpr QSize size(404, 6);
+  const QImage bar = barOn(255, size, 0.7);
+  EXPECT_GE(tests::contrast(bar.pixel(202, 3), bar.pixel(10, 3)), leastHighContrast) << "band and track";
+  for (const int x : {10, 394})
+    EXPECT_GE(tests::contrast(bar.pixel(x, 0), qRgb(255, 255, 255)), leastHighContrast) << "the track's edge";
 }
 
 TEST(ProgressBarWidget, TheBandStandsOutFromItsTrackWhereverItIs) {

@@ -25,6 +25,6 @@ int main(int argc, char** argv) {
   auto environment = std::make_unique<platform::Linux::Display::StartUpEnvironment>("xcb");
   QApplication application(argc, argv);
   environment.reset();
-  platform::Linux::applyLook(application);
+  platform::Linux::applyLook();
   return RUN_ALL_TESTS();
 }

@@ -40,7 +40,7 @@ set_target_properties(kelto-logging-objects PROPERTIES CXX_VISIBILITY_PRESET hid
 
 add_library(kelto-logging SHARED $<TARGET_OBJECTS:kelto-logging-objects>)
 target_link_libraries(kelto-logging PRIVATE Threads::Threads)
-target_link_options(kelto-logging PRIVATE LINKER:--no-undefined,--as-needed)
+target_link_options(kelto-logging PRIVATE LINKER:--no-undefined,--as-needed $<TARGET_PROPERTY:kelto_options,INTERFACE_LINK_OPTIONS>)
 set_target_properties(kelto-logging PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION 1 EXPORT_NAME Logging)
 kelto_library_for_others(kelto-logging logging)
 

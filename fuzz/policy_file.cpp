@@ -8,7 +8,7 @@
 namespace {
 
 void requirePlain(const std::vector<std::string>& folders) {
-  fuzz::require(!folders.empty() && folders.size() <= protocol::maximumToolFolders, "a list of bounded length");
+  fuzz::require(!folders.empty() && folders.size() <= protocol::maximumListedFolders, "a list of bounded length");
   for (const auto& folder : folders) {
     fuzz::require(folder.size() > 1 && folder.front() == '/' && folder.back() != '/', "an absolute path");
     fuzz::require((folder + "/").find("/../") == std::string::npos, "a path that does not climb");
@@ -24,6 +24,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (!policy) return 0;
   requirePlain(policy->tools);
   requirePlain(policy->sessionTools);
+  if (policy->locations) requirePlain(*policy->locations);
   fuzz::require(policy->keptVersions <= protocol::maximumKeptVersions, "a bounded number of versions");
   fuzz::require(policy->maximumEntries >= 1 && policy->maximumEntries <= protocol::maximumEntriesEver, "bounded entries");
   return 0;

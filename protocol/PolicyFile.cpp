@@ -50,6 +50,7 @@ class Reader {
   const char* assign(std::string_view key, std::string_view value) {
     if (key == "tools") return addFolder(key, policy.tools, value);
     if (key == "session-tools") return addFolder(key, policy.sessionTools, value);
+    if (key == "locations") return addLocation(key, value);
     if (isSeen(key)) return "a key that stands twice";
     _seen.emplace_back(key);
     if (key == "unsigned") return setUnsigned(value);
@@ -66,9 +67,14 @@ class Reader {
       folders.clear();
       _seen.emplace_back(key);
     }
-    if (folders.size() >= maximumToolFolders) return "too many folders";
+    if (folders.size() >= maximumListedFolders) return "too many folders";
     folders.emplace_back(value);
     return nullptr;
+  }
+
+  const char* addLocation(std::string_view key, std::string_view value) {
+    if (!policy.locations) policy.locations.emplace();
+    return addFolder(key, *policy.locations, value);
   }
 
   const char* setUnsigned(std::string_view value) {
@@ -115,6 +121,7 @@ Policy strictestPolicy() {
   Policy policy;
   policy.tools.clear();
   policy.sessionTools.clear();
+  policy.locations.emplace();
   return policy;
 }
 

@@ -4,6 +4,7 @@
 //   # a comment
 //   tools = /usr/lib/kelto            a folder whose programs the broker of the machine runs; may stand several times
 //   session-tools = /usr/lib/kelto    the same for the broker of a user's session
+//   locations = /Applications         a folder that jobs of the first right are bound to; may stand several times
 //   unsigned = refuse                 bundles without a signature, once there are keys: refuse, ask or allow
 //   downgrades = refuse               a version below the installed one: refuse or allow
 //   keep = 0                          how many replaced versions are kept
@@ -29,6 +30,8 @@ struct Policy {
   // Absolute paths without "." and "..", and without a slash at the end.
   std::vector<std::string> tools{packagedToolFolder};
   std::vector<std::string> sessionTools{packagedToolFolder};
+  // Without a value jobs may change things at any path; with none in the list, nowhere.
+  std::optional<std::vector<std::string>> locations;
   Unsigned unsignedBundles = Unsigned::refuse;
   bool areDowngradesAllowed = false;
   std::size_t keptVersions = 0;
@@ -38,11 +41,12 @@ struct Policy {
 };
 
 inline constexpr std::size_t maximumPolicyFileBytes = std::size_t{64} << 10;
-inline constexpr std::size_t maximumToolFolders = 64;
+inline constexpr std::size_t maximumListedFolders = 64;
 inline constexpr std::size_t maximumKeptVersions = 100;
 inline constexpr std::size_t maximumEntriesEver = 100'000'000;
 
-// Holds when the file is there and cannot be believed: no folder of tools, nothing unsigned, no downgrade.
+// Holds when the file is there and cannot be believed: no folder of tools, no location, nothing unsigned, no
+// downgrade.
 Policy strictestPolicy();
 
 // Reads the contents of the file; a key that is absent keeps its default. Refused, with `cause` (when given) naming the

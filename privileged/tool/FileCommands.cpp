@@ -1,5 +1,6 @@
 #include "privileged/tool/FileCommands.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -10,6 +11,7 @@
 #include "privileged/tool/Folder.h"
 #include "privileged/tool/Items.h"
 #include "privileged/tool/KeptBundles.h"
+#include "privileged/tool/Locations.h"
 #include "privileged/tool/Swap.h"
 #include "protocol/ToolProtocol.h"
 
@@ -19,10 +21,12 @@ namespace {
 struct SourceAndDestination {
   Location source;
   Location destination;
+  std::optional<Owner> reader;  // of the source, see Locations.h
 };
 
 SourceAndDestination bothItems(const Request& request) {
-  SourceAndDestination items{request.locate(protocol::sourcePathKey), request.locate(protocol::destinationPathKey)};
+  auto [source, reader] = locateSource(request);
+  SourceAndDestination items{std::move(source), locateChanged(request, protocol::destinationPathKey), reader};
   Staging::clearLeftovers(items.destination, request.walk);
   Staging::clearLeftovers(items.source, request.walk);
   requireItem(items.source);
@@ -68,6 +72,11 @@ std::optional<Owner> ownerAt(const Location& destination, const std::optional<st
 // taken over where it becomes root's, or where it must stay as it was verified: it is copied.
 bool mustBeFresh(const std::optional<Owner>& owner, const PathWalk& walk, const std::vector<TrustedKey>& keys) {
   return !keys.empty() || (worksForAnother(walk) && owner && owner->user == 0);
+}
+
+// A copy that a bounded job makes is root's: a folder that the user could fill must not lie below a listed one.
+std::optional<Owner> ownerOfCopy(const std::optional<Owner>& reader) {
+  return reader ? std::optional(Owner{0, 0}) : std::nullopt;
 }
 
 // Before the notes of an item go that is back at its place. The next job does it when the disk fails.
@@ -133,7 +142,7 @@ std::function<std::string()> takeAwayIfPossible(const Location& source, bool wit
 }  // namespace
 
 Outcome removeFile(const Request& request) {
-  const auto item = request.locate(protocol::filePathKey);
+  const auto item = locateChanged(request, protocol::filePathKey);
   Staging::clearLeftovers(item, request.walk);
   requireBoundedItem(item, request.bounds);
   if (const auto warning = takeAway(item)(); !warning.empty()) throw Failure("removed " + item.path + ", but " + warning);
@@ -141,20 +150,23 @@ Outcome removeFile(const Request& request) {
 }
 
 Outcome copyFile(const Request& request) {
-  const auto [source, destination] = bothItems(request);
+  const auto [source, destination, reader] = bothItems(request);
   requireNothing(destination);
   const auto found = surveyWithoutSpecialFiles(source, std::nullopt, request.bounds);
   const Staging staging(destination);
-  stageCopy(source, staging, std::nullopt, found);
+  stageCopy(source, staging, ownerOfCopy(reader), found, reader);
   placeNewItem(staging, destination);
   return {.report = "copied to " + destination.path, .output = "copied to " + destination.path, .afterwards = {}};
 }
 
 Outcome moveFile(const Request& request) {
-  const auto [source, destination] = bothItems(request);
+  const auto [source, destination, reader] = bothItems(request);
   requireNothing(destination);
+  if (!mayBeTakenAway(source, reader))
+    throw Failure(source.path + " is not the user's, and lies below no folder of the key \"locations\"");
   const auto folder = destination.openFolder();
-  const int error = renameWithoutReplacing(source.folder.get(), source.name, folder.get(), destination.name);
+  const int error =
+      reader ? EXDEV : renameWithoutReplacing(source.folder.get(), source.name, folder.get(), destination.name);
   Outcome outcome{.report = "moved to " + destination.path, .output = "moved to " + destination.path, .afterwards = {}};
   if (error == 0) {
     try {
@@ -169,7 +181,7 @@ Outcome moveFile(const Request& request) {
   if (error != EXDEV) failWithSystemError("cannot move " + source.path, error);
   const auto found = surveyWithoutSpecialFiles(source, std::nullopt, request.bounds);
   const Staging staging(destination);
-  stageCopy(source, staging, std::nullopt, found);
+  stageCopy(source, staging, ownerOfCopy(reader), found, reader);
   placeNewItem(staging, destination);
   try {
     outcome.afterwards = takeAway(source);
@@ -181,7 +193,7 @@ Outcome moveFile(const Request& request) {
 }
 
 Outcome replaceItem(const Request& request) {
-  const auto [source, destination] = bothItems(request);
+  const auto [source, destination, reader] = bothItems(request);
   refuseLink(source);
   refuseLink(destination);
   const auto old = destination.status();
@@ -193,7 +205,7 @@ Outcome replaceItem(const Request& request) {
   // It was installed here before, and nobody could change it since.
   if (returns) signatures.areDowngradesAllowed = true;
   auto found = surveyWithoutSpecialFiles(source, owner, request.bounds);
-  if (mustBeFresh(owner, request.walk, keys)) found.mustBeCopied = true;
+  if (reader || mustBeFresh(owner, request.walk, keys)) found.mustBeCopied = true;
   const auto staging = std::make_shared<Staging>(destination);
   // From here to the try nothing may throw: the staging folder may hold the only copy of the new item.
   Swap swap(*staging, destination, old);
@@ -201,7 +213,7 @@ Outcome replaceItem(const Request& request) {
   const bool moved = takeIntoStaging(source, found, *staging);
   try {
     if (!moved) {
-      stageCopy(source, *staging, owner, found);
+      stageCopy(source, *staging, owner, found, returns ? std::nullopt : reader);
     } else {
       if (found.needsAdoption) adoption.apply(staging->folder(), Staging::newItem);
       syncFolder(staging->folder());
@@ -215,7 +227,7 @@ Outcome replaceItem(const Request& request) {
     throw;
   }
   Outcome outcome{.report = (old ? "replaced " : "installed ") + destination.path, .output = {}, .afterwards = {}};
-  const bool isSourceLeft = !moved || returns;
+  const bool isSourceLeft = (!moved && mayBeTakenAway(source, reader)) || returns;
   const auto deleteSource = isSourceLeft ? takeAwayIfPossible(source, returns) : std::function<std::string()>();
   if (!moved && !deleteSource) outcome.report += "; the new item was left at its old place";
   outcome.report += keepReplaced(request, *staging, destination, old);

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <memory>
 
@@ -15,25 +16,29 @@
 namespace AssistantTool {
 namespace {
 
-bool isSame(const struct stat& one, const struct stat& other) {
-  return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
-}
-
 // By identity and not by name, so that a second mount of the same folder does not hide it.
 bool liesInside(const Location& inner, const struct stat& outer) {
-  posix::Descriptor folder(::openat(inner.folder.get(), ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
-  struct stat status {};
-  if (!folder || ::fstat(folder.get(), &status) != 0) failWithSystemError("cannot look above " + inner.path);
-  for (;;) {
-    if (isSame(status, outer)) return true;
-    const struct stat below = status;
-    folder = posix::Descriptor(::openat(folder.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
-    if (!folder || ::fstat(folder.get(), &status) != 0) failWithSystemError("cannot look above " + inner.path);
-    if (isSame(status, below)) return false;
-  }
+  return std::ranges::any_of(foldersAbove(inner), [&](const struct stat& folder) { return isSameItem(folder, outer); });
 }
 
 }  // namespace
+
+bool isSameItem(const struct stat& one, const struct stat& other) {
+  return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+}
+
+std::vector<struct stat> foldersAbove(const Location& item) {
+  std::vector<struct stat> above;
+  for (posix::Descriptor folder;;) {
+    const int below = folder ? folder.get() : item.folder.get();
+    posix::Descriptor next(::openat(below, folder ? ".." : ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!next) failWithSystemError("cannot look above " + item.path);
+    const auto status = statusOf(next.get());
+    if (!above.empty() && isSameItem(status, above.back())) return above;
+    above.push_back(status);
+    folder = std::move(next);
+  }
+}
 
 struct stat requireItem(const Location& item) {
   const auto status = item.status();
@@ -55,7 +60,7 @@ void requireNothing(const Location& item) {
 void refuseNesting(const Location& one, const Location& other) {
   const auto first = one.status();
   const auto second = other.status();
-  if (one.path == other.path || (first && second && isSame(*first, *second)))
+  if (one.path == other.path || (first && second && isSameItem(*first, *second)))
     throw Failure("source and destination are the same");
   if (second && liesInside(one, *second)) throw Failure("the source is inside the destination");
   if (first && liesInside(other, *first)) throw Failure("the destination is inside the source");
@@ -67,12 +72,13 @@ TreeSurvey surveyWithoutSpecialFiles(const Location& item, std::optional<Owner> 
   return found;
 }
 
-void stageCopy(const Location& source, const Staging& staging, std::optional<Owner> owner, const TreeSurvey& found) {
+void stageCopy(const Location& source, const Staging& staging, std::optional<Owner> owner, const TreeSurvey& found,
+               std::optional<Owner> reader) {
   if (::mkdirat(staging.folder(), Staging::hardLinks, S_IRWXU) != 0)
     failWithSystemError("cannot write in the staging folder");
   const auto links = openFolderIn(staging.folder(), Staging::hardLinks);
   if (!links) failWithSystemError("cannot open the staging folder");
-  copyTree(source.folder.get(), source.name, staging.folder(), Staging::newItem, links.get(), owner, found.bounds);
+  copyTree(source.folder.get(), source.name, staging.folder(), Staging::newItem, links.get(), owner, found.bounds, reader);
   posix::removeTree(staging.folder(), Staging::hardLinks, posix::LockedFolders::areOpened, giveSignOfLife);
   syncTree(staging.folder(), Staging::newItem, found.entries);
 }

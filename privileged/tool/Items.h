@@ -5,12 +5,17 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "privileged/tool/PathWalk.h"
 #include "privileged/tool/Staging.h"
 #include "privileged/tool/Tree.h"
 
 namespace AssistantTool {
+
+bool isSameItem(const struct stat& one, const struct stat& other);
+// The folder that holds the item and those above it, up to the root folder. Throws Failure.
+std::vector<struct stat> foldersAbove(const Location& item);
 
 // The status of the item. Throws Failure when it is missing, or when it is or holds the root of a mounted file system.
 struct stat requireItem(const Location& item);
@@ -24,8 +29,10 @@ void refuseNesting(const Location& one, const Location& other);
 // would be a danger.
 TreeSurvey surveyWithoutSpecialFiles(const Location& item, std::optional<Owner> owner, const TreeBounds& bounds);
 
-// Copies `source`, in which `found` was found, into `staging` as NewItem and brings the copy to the disk. Throws Failure.
-void stageCopy(const Location& source, const Staging& staging, std::optional<Owner> owner, const TreeSurvey& found);
+// Copies `source`, in which `found` was found, into `staging` as NewItem and brings the copy to the disk. Throws Failure;
+// with a `reader` also when that user may not read all of it.
+void stageCopy(const Location& source, const Staging& staging, std::optional<Owner> owner, const TreeSurvey& found,
+               std::optional<Owner> reader = {});
 // Renames NewItem to `destination`, where nothing may be, and syncs. Throws Failure.
 void placeNewItem(const Staging& staging, const Location& destination);
 // Takes `item` off its path at once; the function returned deletes it, and answers as Staging::discard(). Throws Failure

@@ -14,6 +14,7 @@
 #include "privileged/tool/FileContents.h"
 #include "privileged/tool/Folder.h"
 #include "privileged/tool/Items.h"
+#include "privileged/tool/Locations.h"
 #include "privileged/tool/ServerUnit.h"
 #include "privileged/tool/ServiceManager.h"
 #include "privileged/tool/SignOfLife.h"
@@ -155,6 +156,9 @@ ServerBundle acceptServerBundle(const Location& application, const Request& requ
                       .accepted = acceptBundle({application.folder.get(), application.name}, request.bundles.installed,
                                                trustedKeys(), request.rules.signatures())};
   request.bundles.replacement = bundle.accepted.identity;
+  // Root is going to run what the bundle holds, and the user may put any bundle into a listed folder.
+  if (isBoundToLocations(request) && !bundle.accepted.manifest)
+    throw Failure(bundle.path + " is not signed, and the key \"locations\" is set");
   return bundle;
 }
 

@@ -11,6 +11,7 @@
 #include "privileged/tool/Failure.h"
 #include "privileged/tool/Folder.h"
 #include "privileged/tool/Items.h"
+#include "privileged/tool/Locations.h"
 #include "privileged/tool/MountTable.h"
 #include "privileged/tool/SignOfLife.h"
 #include "privileged/tool/TrashFolder.h"
@@ -146,7 +147,7 @@ class Trasher {
 }  // namespace
 
 Outcome trashFile(const Request& request) {
-  const auto item = request.locate(protocol::filePathKey);
+  const auto item = locateChanged(request, protocol::filePathKey);
   Staging::clearLeftovers(item, request.walk);
   const auto status = requireBoundedItem(item, request.bounds);
   return Trasher(item, status, request).perform();

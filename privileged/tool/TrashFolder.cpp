@@ -1,7 +1,6 @@
 #include "privileged/tool/TrashFolder.h"
 
 #include <fcntl.h>
-#include <sys/fsuid.h>
 #include <unistd.h>
 
 #include <array>
@@ -9,6 +8,7 @@
 #include <climits>
 #include <ctime>
 
+#include "privileged/tool/ActingAs.h"
 #include "privileged/tool/Failure.h"
 #include "privileged/tool/Folder.h"
 #include "privileged/tool/SignOfLife.h"
@@ -67,17 +67,6 @@ std::string localTimeNow() {
 }
 
 }  // namespace
-
-ActingAs::ActingAs(Owner user) {
-  if (::geteuid() != 0) return;
-  ::setfsgid(user.group);
-  ::setfsuid(user.user);
-}
-
-ActingAs::~ActingAs() {
-  ::setfsuid(::geteuid());
-  ::setfsgid(::getegid());
-}
 
 std::optional<TrashFolder> TrashFolder::inDataFolder(const std::string& dataFolder, Owner user, const PathWalk& walk) {
   try {

@@ -12,16 +12,6 @@
 
 namespace AssistantTool {
 
-// While it lives, files are opened and made with the rights of an ordinary user: what a user can redirect in folders of
-// their own then harms nobody else. Nothing changes for a process that is not root.
-class ActingAs {
- public:
-  explicit ActingAs(Owner user);
-  ~ActingAs();
-  ActingAs(const ActingAs&) = delete;
-  ActingAs& operator=(const ActingAs&) = delete;
-};
-
 class TrashFolder {
  public:
   // The Trash in a user's data folder, made when missing; nothing when that cannot be.

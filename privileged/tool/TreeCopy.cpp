@@ -8,6 +8,7 @@
 #include <tuple>
 #include <vector>
 
+#include "privileged/tool/ActingAs.h"
 #include "privileged/tool/Failure.h"
 #include "privileged/tool/FileContents.h"
 #include "privileged/tool/Folder.h"
@@ -27,8 +28,8 @@ struct stat statusOf(int item, const std::string& name) {
 class TreeCopier final : public TreeVisitor {
  public:
   // The copy of the tree's topmost entry is to be called `newName`.
-  TreeCopier(int to, std::string newName, int links, std::optional<Owner> owner)
-      : _to(to), _newName(std::move(newName)), _links(links), _owner(owner) {
+  TreeCopier(int to, std::string newName, int links, std::optional<Owner> owner, std::optional<Owner> reader)
+      : _to(to), _newName(std::move(newName)), _links(links), _owner(owner), _reader(reader) {
     if (::fstatat(links, "..", &_staging, AT_SYMLINK_NOFOLLOW) != 0)
       failWithSystemError("cannot look at the staging folder");
   }
@@ -52,8 +53,18 @@ class TreeCopier final : public TreeVisitor {
   }
 
  private:
+  // As the reader, so that it is the kernel that judges what may be read.
+  template <typename Open>
+  auto openSource(int from, const std::string& name, Open open) const {
+    const ActingAs acting(_reader);
+    return open(from, name);
+  }
+  static posix::Descriptor openFile(int from, const std::string& name) {
+    return posix::Descriptor(::openat(from, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  }
+
   posix::Descriptor startFolder(int from, const std::string& name, int to, const std::string& newName) {
-    auto source = openFolderIn(from, name);
+    auto source = openSource(from, name, openFolderIn);
     if (!source) failWithSystemError("cannot open the folder " + name);
     const auto status = statusOf(source.get(), name);
     if (status.st_dev == _staging.st_dev && status.st_ino == _staging.st_ino) {
@@ -68,7 +79,7 @@ class TreeCopier final : public TreeVisitor {
   }
 
   void copyLink(int from, const std::string& name, int to, const std::string& newName, const struct stat& status) {
-    const auto target = linkTargetOf(from, name);
+    const auto target = openSource(from, name, linkTargetOf);
     if (target.empty() || ::symlinkat(target.c_str(), to, newName.c_str()) != 0)
       failWithSystemError("cannot copy the link " + name);
     const Owner owner = ownerFor(status);
@@ -79,7 +90,7 @@ class TreeCopier final : public TreeVisitor {
   }
 
   void copyFile(int from, const std::string& name, int to, const std::string& newName) {
-    const posix::Descriptor source(::openat(from, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    const auto source = openSource(from, name, openFile);
     if (!source) failWithSystemError("cannot open " + name);
     const auto status = statusOf(source.get(), name);
     if (!S_ISREG(status.st_mode)) throw Failure("not a file: " + name);
@@ -119,6 +130,7 @@ class TreeCopier final : public TreeVisitor {
   std::string _newName;
   int _links;
   std::optional<Owner> _owner;
+  std::optional<Owner> _reader;
   FolderChain _copies;                 // of the folders that the walk is in
   std::vector<struct stat> _statuses;  // of these folders
   struct stat _staging {};  // the folder that holds copy and links: met inside the source it would be copied into itself
@@ -128,8 +140,8 @@ class TreeCopier final : public TreeVisitor {
 }  // namespace
 
 void copyTree(int from, const std::string& name, int to, const std::string& newName, int links, std::optional<Owner> owner,
-              const TreeBounds& bounds) {
-  TreeCopier copier(to, newName, links, owner);
+              const TreeBounds& bounds, std::optional<Owner> reader) {
+  TreeCopier copier(to, newName, links, owner, reader);
   walkTree(from, name, copier, bounds);
 }
 

@@ -15,8 +15,9 @@ namespace AssistantTool {
 // Copies `name` in `from` to `newName` in `to`, where nothing may be; `owner` replaces the owners of the source. `links` is
 // a private folder beside the copy (both in the staging folder) that holds one name of each file with several meanwhile.
 // The caller removes what is there after a Failure: disk full, something unreadable, a special file, a mount inside, the
-// copy's own folder met inside the source, or a source that has grown beyond the bounds.
+// copy's own folder met inside the source, or a source that has grown beyond the bounds. With a `reader` only what that
+// user may read is copied.
 void copyTree(int from, const std::string& name, int to, const std::string& newName, int links, std::optional<Owner> owner,
-              const TreeBounds& bounds);
+              const TreeBounds& bounds, std::optional<Owner> reader = {});
 
 }  // namespace AssistantTool

@@ -39,6 +39,15 @@ TEST(PolicyFileTest, AListOfFoldersReplacesTheDefaultAndGrowsWithEachLine) {
   EXPECT_EQ(policy->sessionTools, Policy().sessionTools);
 }
 
+TEST(PolicyFileTest, ListsLocationsOnlyWhenTheKeyIsThere) {
+  EXPECT_FALSE(Policy().locations);
+  const auto policy = parsePolicy("locations = /Applications\nlocations = /srv/apps\n");
+  ASSERT_TRUE(policy && policy->locations);
+  EXPECT_EQ(*policy->locations, (std::vector<std::string>{"/Applications", "/srv/apps"}));
+  EXPECT_EQ(causeOf("locations = /Applications/../etc"), "line 1: not the plain absolute path of a folder");
+  EXPECT_EQ(causeOf("locations = /"), "line 1: not the plain absolute path of a folder");
+}
+
 TEST(PolicyFileTest, RefusesTheWholeFileForOneWrongLineAndNamesIt) {
   EXPECT_EQ(causeOf("keep = 1\nunsinged = refuse\n"), "line 2: an unknown key");
   EXPECT_EQ(causeOf("keep = 1\nkeep = 1\n"), "line 2: a key that stands twice");
@@ -61,14 +70,15 @@ TEST(PolicyFileTest, RefusesFoldersThatAreNotPlainAbsolutePaths) {
 
 TEST(PolicyFileTest, RefusesWhatIsBeyondItsBounds) {
   std::string folders;
-  for (std::size_t i = 0; i < protocol::maximumToolFolders; ++i) folders += "tools = /a\n";
+  for (std::size_t i = 0; i < protocol::maximumListedFolders; ++i) folders += "tools = /a\n";
   EXPECT_TRUE(parsePolicy(folders));
   EXPECT_EQ(causeOf(folders + "tools = /a"), "line 65: too many folders");
   EXPECT_TRUE(parsePolicy(std::string(protocol::maximumPolicyFileBytes, '\n')));
   EXPECT_EQ(causeOf(std::string(protocol::maximumPolicyFileBytes + 1, '\n')), "the file is too long");
 }
 
-TEST(PolicyFileTest, TheStrictestPolicyListsNoTool) {
+TEST(PolicyFileTest, TheStrictestPolicyListsNoToolAndNoLocation) {
+  EXPECT_EQ(protocol::strictestPolicy().locations, std::vector<std::string>());
   EXPECT_TRUE(protocol::strictestPolicy().tools.empty());
   EXPECT_TRUE(protocol::strictestPolicy().sessionTools.empty());
   EXPECT_EQ(protocol::strictestPolicy().unsignedBundles, Policy::Unsigned::refuse);

@@ -288,6 +288,14 @@ TEST_F(SignedUpgrade, TakesAServerAsItsPublisherSignedIt) {
   EXPECT_THAT(read(unit), ::testing::HasSubstr("X-KeltoBundle=com.example.App\nX-KeltoVersion=2.0\nX-KeltoSigned=yes\n"));
 }
 
+// A user with the first right may put any bundle into a listed folder, and root would run the server in it.
+TEST_F(SignedUpgrade, IsRefusedToAUserBoundToLocationsWithoutATrustedKey) {
+  write(folder / "policy", "locations = " + folder.string() + "\n");
+  const auto asUser = std::string("export ") + protocol::invokingUserVariable +
+                      "=12345\nchown 12345 answers answers/result\nmkdir -m 755 /etc/kelto\ninstall -m 644 policy ";
+  expectUntouched(upgrade("true", asUser + protocol::policyFilePath + "\n"), "is not signed, and the key");
+}
+
 TEST_F(SignedUpgrade, RefusesABundleWithoutASignature) {
   fs::remove_all(app / "Contents/_Signature");
   expectUntouched(upgradeWithKeys(), "is not signed");

@@ -117,7 +117,7 @@ class KMInstallerAppDelegateTest : public testing::Test {
   }
 
   platform::fake::FakePlatform fake;
-  support::FakeTool tool{fake};
+  tests::FakeTool tool{fake};
   KMInstallerAppDelegate delegate{fake.platform};
   std::shared_ptr<platform::fake::FakeWindow> window = std::make_shared<platform::fake::FakeWindow>(&fake.journal);
   std::shared_ptr<platform::fake::FakeTextField> titleText = std::make_shared<platform::fake::FakeTextField>(&fake.journal);

@@ -62,7 +62,7 @@ TEST_F(Install, ABundleAlreadyUnderTheNewNameIsLeftAndRelaunched) {
 }
 
 TEST_F(Install, NothingAtTheOldNameMeansNoMove) {
-  tool.work = [this](const support::FakeTool::Job&) { fake.files.items.erase(installedBundle); };
+  tool.work = [this](const tests::FakeTool::Job&) { fake.files.items.erase(installedBundle); };
   launchRenamingUpdate();
   authorize();
   EXPECT_THAT(tool.commands(), ElementsAre(protocol::replaceItemCommand));
@@ -167,7 +167,7 @@ TEST_F(Install, AFailedRelaunchIsSilentAndTheInstallerStillEnds) {
 TEST_F(Install, TheLibraryServerIsLookedForOnlyOnceTheBundleIsInItsPlace) {
   installLibraryServer();
   launchRenamingUpdate();
-  tool.work = [this](const support::FakeTool::Job& job) {
+  tool.work = [this](const tests::FakeTool::Job& job) {
     if (job.at(protocol::commandKey) != protocol::upgradeServerCommand) fake.journal.clear();
     EXPECT_EQ(fake.journal.contains("serviceManagement.copyJobDictionary"),
               job.at(protocol::commandKey) == protocol::upgradeServerCommand);

@@ -41,7 +41,7 @@ class InstallerRunTest : public testing::Test {
   }
 
   platform::fake::FakePlatform fake;
-  support::FakeTool tool{fake};
+  tests::FakeTool tool{fake};
 };
 
 }  // namespace

@@ -5,7 +5,7 @@
 #include "tests/platform/contracts/LogStorageContract.h"
 #include "tests/platform/contracts/LoggingHostContracts.h"
 
-using namespace contracts;
+using namespace tests::contracts;
 
 namespace {
 

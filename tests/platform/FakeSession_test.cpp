@@ -9,7 +9,7 @@
 #include "tests/platform/contracts/UserDefaultsContract.h"
 #include "tests/platform/contracts/WorkspaceContract.h"
 
-using namespace contracts;
+using namespace tests::contracts;
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include "tests/platform/contracts/UserInterfaceContract.h"
 #include "tests/platform/contracts/ViewResourcesContract.h"
 
-using namespace contracts;
+using namespace tests::contracts;
 using platform::fake::FakeRunLoop;
 
 namespace {

@@ -15,7 +15,7 @@ namespace {
 class KMAuthorizationFilesTest : public testing::Test {
  protected:
   platform::fake::FakePlatform fake;
-  support::FakeTool tool{fake};
+  tests::FakeTool tool{fake};
   std::shared_ptr<KMAuthorization> session = KMAuthorization::init(fake.platform);
 };
 

@@ -36,7 +36,7 @@ class KMAuthorizationToolTest : public testing::Test {
   }
 
   platform::fake::FakePlatform fake;
-  support::FakeTool tool{fake};
+  tests::FakeTool tool{fake};
   std::shared_ptr<KMAuthorization> session = KMAuthorization::init(fake.platform);
   const KMAuthorization::Instructions instructions{{protocol::commandKey, protocol::removeFileCommand},
                                                    {protocol::filePathKey, "/A.app"}};
@@ -89,7 +89,7 @@ TEST_F(KMAuthorizationToolTest, TheToolIsAuthorizedAndRunWithoutOptions) {
 
 TEST_F(KMAuthorizationToolTest, BothFilesAreCreatedEmptyWithMode0666BeforeTheToolRuns) {
   std::map<std::string, platform::fake::FakeFileManager::Item> seen;
-  tool.work = [&](const support::FakeTool::Job& job) {
+  tool.work = [&](const tests::FakeTool::Job& job) {
     for (const char* key : {protocol::resultPathKey, protocol::outputPathKey}) seen[key] = fake.files.items.at(job.at(key));
   };
   std::optional<std::string> output;
@@ -162,7 +162,7 @@ TEST_F(KMAuthorizationToolTest, ResultTextMustMatchExactly) {
 }
 
 TEST_F(KMAuthorizationToolTest, AVanishedResultFileIsAFailure) {
-  tool.work = [&](const support::FakeTool::Job& job) { fake.files.items.erase(job.at(protocol::resultPathKey)); };
+  tool.work = [&](const tests::FakeTool::Job& job) { fake.files.items.erase(job.at(protocol::resultPathKey)); };
   EXPECT_FALSE(run());
 }
 
@@ -216,7 +216,7 @@ TEST_F(KMAuthorizationToolTest, AnOutputFileThatTheToolLeftEmptyGivesAnEmptyStri
 }
 
 TEST_F(KMAuthorizationToolTest, AVanishedOutputFileGivesNothing) {
-  tool.work = [&](const support::FakeTool::Job& job) { fake.files.items.erase(job.at(protocol::outputPathKey)); };
+  tool.work = [&](const tests::FakeTool::Job& job) { fake.files.items.erase(job.at(protocol::outputPathKey)); };
   std::optional<std::string> output = "before";
   EXPECT_TRUE(run(&output));
   EXPECT_EQ(output, std::nullopt);

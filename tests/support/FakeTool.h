@@ -6,7 +6,7 @@
 #include "protocol/InstructionArchive.h"
 #include "protocol/ToolProtocol.h"
 
-namespace support {
+namespace tests {
 
 class FakeTool {
  public:
@@ -66,4 +66,4 @@ class FakeTool {
   platform::fake::FakePlatform& _fake;
 };
 
-}  // namespace support
+}  // namespace tests

@@ -31,7 +31,7 @@ TEST_F(KMInstallerAppDelegateTest, UninstallMovesTheInstalledBundleToTheTrashAnd
 TEST_F(KMInstallerAppDelegateTest, ARemovalWithTheUpdateFlagKeepsTheRightsUntilTheBundleIsInTheTrash) {
   argument(protocol::isUpdateArgument, "YES");
   launchUninstall();
-  tool.work = [this](const support::FakeTool::Job&) { EXPECT_TRUE(delegate.authorized()); };
+  tool.work = [this](const tests::FakeTool::Job&) { EXPECT_TRUE(delegate.authorized()); };
   authorize();
   ASSERT_THAT(tool.commands(), ElementsAre(protocol::trashFileCommand));
   EXPECT_EQ(tool.jobs[0].at(protocol::filePathKey), installedBundle);

@@ -10,7 +10,7 @@
 
 #include "platform/Authorization.h"
 
-namespace contracts {
+namespace tests::contracts {
 
 using platform::AuthorizationRef;
 using platform::AuthorizationStatus;
@@ -154,4 +154,4 @@ REGISTER_TYPED_TEST_SUITE_P(AuthorizationContract, EverySessionHasAHandleOfItsOw
                             FreeingWithDefaultsLeavesTheRightToTheOthers, AToolIsNotRunWithoutTheRight,
                             AToolTakesWhatIsWrittenAndItsAnswerEnds);
 
-}  // namespace contracts
+}  // namespace tests::contracts

@@ -9,7 +9,7 @@
 
 #include "platform/Bundle.h"
 
-namespace contracts {
+namespace tests::contracts {
 
 template <class World>
 class BundlesContract : public testing::Test {
@@ -77,4 +77,4 @@ REGISTER_TYPED_TEST_SUITE_P(BundlesContract, ABundleKnowsItsPathAndItsInformatio
                             ATextComesFromTheTableAskedFor, AMissingTextIsTheGivenValueOrElseItsKey,
                             TheLocalizationsThatSuitTheUserAreNamed, TheMainBundleStaysTheSame);
 
-}  // namespace contracts
+}  // namespace tests::contracts

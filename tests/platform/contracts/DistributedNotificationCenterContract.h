@@ -9,7 +9,7 @@
 
 #include "platform/DistributedNotificationCenter.h"
 
-namespace contracts {
+namespace tests::contracts {
 
 template <class World>
 class DistributedNotificationCenterContract : public testing::Test {
@@ -83,4 +83,4 @@ REGISTER_TYPED_TEST_SUITE_P(DistributedNotificationCenterContract, ANotification
                             AHandlerNeverRunsInsideAPost, OnlyObserversOfTheNameAreToldAndInOrder,
                             AnEarlierNotificationIsLost, EveryObserverIsTold, APostThatCannotBeSentIsReported);
 
-}  // namespace contracts
+}  // namespace tests::contracts

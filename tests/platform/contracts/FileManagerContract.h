@@ -10,7 +10,7 @@
 
 #include "platform/FileManager.h"
 
-namespace contracts {
+namespace tests::contracts {
 
 template <class World>
 class FileManagerContract : public testing::Test {
@@ -201,4 +201,4 @@ REGISTER_TYPED_TEST_SUITE_P(FileManagerContract, TellsDocumentsFromFolders, Leav
                             AFolderInTheHomeFolderIsWrittenWithATildeWhenAskedFor,
                             AnItemOnALocalVolumeHasAFileURLAndAMissingOneHasNone);
 
-}  // namespace contracts
+}  // namespace tests::contracts

@@ -5,7 +5,7 @@
 
 #include "platform/LoggingHost.h"
 
-namespace contracts {
+namespace tests::contracts {
 
 template <class World>
 class LeveledSystemLogContract : public testing::Test {
@@ -41,4 +41,4 @@ TYPED_TEST_P(LeveledSystemLogContract, AnUnknownFacilityAndASecondOpeningDoNoHar
 REGISTER_TYPED_TEST_SUITE_P(LeveledSystemLogContract, LinesComeOutInOrderAtTheirLevels, TextIsShownAsItIs,
                             AnUnknownFacilityAndASecondOpeningDoNoHarm);
 
-}  // namespace contracts
+}  // namespace tests::contracts

@@ -10,7 +10,7 @@
 
 #include "platform/LoggingHost.h"
 
-namespace contracts {
+namespace tests::contracts {
 
 template <class World>
 class LogStorageContract : public testing::Test {
@@ -182,4 +182,4 @@ REGISTER_TYPED_TEST_SUITE_P(LogStorageContract, AFileIsMadeEmptyAndOnlyOnce,
                             AFileThatAnotherProgramUnlinkedHasNoPlace, AMarkStaysWithTheFileThroughAMove,
                             RemovingAMissingMarkSaysThatItWasMissing, AMissingFileCannotBeMarked);
 
-}  // namespace contracts
+}  // namespace tests::contracts

@@ -12,7 +12,7 @@
 
 #include "platform/LoggingHost.h"
 
-namespace contracts {
+namespace tests::contracts {
 
 template <class World>
 class ProcessInfoContract : public testing::Test {
@@ -112,4 +112,4 @@ REGISTER_TYPED_TEST_SUITE_P(SurvivingMemoriesContract, NewMemoryIsAllZero, TheMe
                             TheMemoryOfADeadProcessIsGivenToOneCallerWithItsBytes, MemoryOfAnotherNameOrSizeIsNotGivenAway,
                             DiscardedMemoryIsForgotten);
 
-}  // namespace contracts
+}  // namespace tests::contracts

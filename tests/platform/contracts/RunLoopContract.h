@@ -13,7 +13,7 @@
 
 #include "foundation/dispatch/RunLoop.h"
 
-namespace contracts {
+namespace tests::contracts {
 
 using foundation::Seconds;
 
@@ -175,4 +175,4 @@ REGISTER_TYPED_TEST_SUITE_P(RunLoopContract, DelayedCallsRunInTheOrderInWhichThe
                             ATimerInvalidatedInItsOwnCallNeverFiresAgain, ATimerThatDoesNotRepeatFiresOnceAndIsInvalidThen,
                             TheLoopKeepsATimerThatNobodyHolds, CancellingCallsLeavesTimersAlone);
 
-}  // namespace contracts
+}  // namespace tests::contracts

@@ -7,7 +7,7 @@
 
 #include "platform/ServiceManagement.h"
 
-namespace contracts {
+namespace tests::contracts {
 
 template <class World>
 class ServiceManagementContract : public testing::Test {
@@ -48,4 +48,4 @@ REGISTER_TYPED_TEST_SUITE_P(ServiceManagementContract, ARunningJobHasItsLabelAnd
                             AStoppedJobHasNoProcess, AnUnknownJobHasNoDescription,
                             AManagerThatCannotBeAskedDescribesNothing);
 
-}  // namespace contracts
+}  // namespace tests::contracts

@@ -7,7 +7,7 @@
 
 #include "platform/Shell.h"
 
-namespace contracts {
+namespace tests::contracts {
 
 template <class World>
 class ShellContract : public testing::Test {
@@ -33,4 +33,4 @@ TYPED_TEST_P(ShellContract, EachLineHasAStatusOfItsOwn) {
 REGISTER_TYPED_TEST_SUITE_P(ShellContract, ASuccessfulLineGivesZero, AFailedLineGivesTheStatusAsForWait,
                             EachLineHasAStatusOfItsOwn);
 
-}  // namespace contracts
+}  // namespace tests::contracts

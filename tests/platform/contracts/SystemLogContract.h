@@ -10,7 +10,7 @@
 
 #include "platform/SystemLog.h"
 
-namespace contracts {
+namespace tests::contracts {
 
 template <class World>
 class SystemLogContract : public testing::Test {
@@ -33,4 +33,4 @@ TYPED_TEST_P(SystemLogContract, ControlCharactersComeOutAsHexadecimal) {
 
 REGISTER_TYPED_TEST_SUITE_P(SystemLogContract, LinesComeOutInOrder, ControlCharactersComeOutAsHexadecimal);
 
-}  // namespace contracts
+}  // namespace tests::contracts

@@ -6,7 +6,7 @@
 
 #include "platform/UserDefaults.h"
 
-namespace contracts {
+namespace tests::contracts {
 
 template <class World>
 class UserDefaultsContract : public testing::Test {
@@ -77,4 +77,4 @@ REGISTER_TYPED_TEST_SUITE_P(UserDefaultsContract, AnUnknownKeyHasNoValue, AValue
                             TheGenerationChangesWithEveryChangeAndWithNothingElse,
                             AValueThatCannotBeStoredIsReportedAndNotThere);
 
-}  // namespace contracts
+}  // namespace tests::contracts

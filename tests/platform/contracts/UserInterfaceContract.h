@@ -13,7 +13,7 @@
 #include "foundation/dispatch/RunLoop.h"
 #include "platform/UserInterface.h"
 
-namespace contracts {
+namespace tests::contracts {
 
 template <class World>
 class UserInterfaceContract : public testing::Test {
@@ -109,4 +109,4 @@ REGISTER_TYPED_TEST_SUITE_P(UserInterfaceContract, AWindowStandsWhereItWasPut, A
                             AProgressIndicatorMovesOnceItIsStarted, TerminationTellsTheDelegateAndThenTheObserversOnce,
                             WhileAnAlertIsUpNothingOfTheRunLoopRuns, AfterTerminationNothingRunsAndNoAlertIsShown);
 
-}  // namespace contracts
+}  // namespace tests::contracts

@@ -12,7 +12,7 @@
 #include "foundation/views/ViewController.h"
 #include "foundation/views/ViewResources.h"
 
-namespace contracts {
+namespace tests::contracts {
 
 template <class World>
 class ViewResourcesContract : public testing::Test {
@@ -78,4 +78,4 @@ REGISTER_TYPED_TEST_SUITE_P(ViewResourcesContract, AnImageIsFoundByItsNameAndHas
                             ANibGivesItsViewWithWhatIsInIt, TheOwnersOutletsAreConnected, EachLoadGivesViewsOfItsOwn,
                             AMissingOrUnreadableNibHasACause);
 
-}  // namespace contracts
+}  // namespace tests::contracts

@@ -9,7 +9,7 @@
 
 #include "platform/Workspace.h"
 
-namespace contracts {
+namespace tests::contracts {
 
 template <class World>
 class WorkspaceContract : public testing::Test {
@@ -69,4 +69,4 @@ REGISTER_TYPED_TEST_SUITE_P(WorkspaceContract, OnlyCopiesWithTheIdentifierAreLis
                             ACopyThatRefusesStaysAndCanBeAskedAgain, ACopyThatHasEndedCannotBeAsked,
                             AnApplicationIsLaunched, AnApplicationThatIsNotThereCannotBeLaunched);
 
-}  // namespace contracts
+}  // namespace tests::contracts

@@ -23,7 +23,7 @@
 #include "tests/support/PrivateBus.h"
 #include "tests/support/TemporaryFolder.h"
 
-namespace authorization_tests {
+namespace tests::authorization {
 
 using namespace platform;
 using namespace std::chrono_literals;
@@ -143,4 +143,4 @@ class AuthorizationBroker : public testing::Test {
   Client installer;
 };
 
-}  // namespace authorization_tests
+}  // namespace tests::authorization

@@ -14,7 +14,7 @@
 #include "tests/support/Environment.h"
 #include "tests/support/TemporaryFolder.h"
 
-using namespace contracts;
+using namespace tests::contracts;
 
 namespace {
 

@@ -63,8 +63,8 @@ class RealSystemLog {
 
 }  // namespace
 
-namespace contracts {
+namespace tests::contracts {
 
 INSTANTIATE_TYPED_TEST_SUITE_P(Linux, LeveledSystemLogContract, RealSystemLog);
 
-}  // namespace contracts
+}  // namespace tests::contracts

@@ -14,7 +14,7 @@
 #include "tests/platform/linux/Applications.h"
 #include "tests/support/TemporaryFolder.h"
 
-using namespace contracts;
+using namespace tests::contracts;
 using platform::Linux::TestProgram;
 
 namespace {

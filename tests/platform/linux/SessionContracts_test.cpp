@@ -18,7 +18,7 @@
 #include "tests/platform/linux/Applications.h"
 #include "tests/support/Environment.h"
 
-using namespace contracts;
+using namespace tests::contracts;
 
 namespace {
 

@@ -1,6 +1,6 @@
 #include "tests/platform/linux/AuthorizationBroker.h"
 
-namespace authorization_tests {
+namespace tests::authorization {
 namespace {
 
 std::string lineAfterLine(const std::string& xml) {
@@ -79,4 +79,4 @@ TEST_F(AuthorizationBroker, ABusThatIsGoneIsAnInternalError) {
 }
 
 }  // namespace
-}  // namespace authorization_tests
+}  // namespace tests::authorization

@@ -3,7 +3,7 @@
 #include "tests/platform/linux/themes/BrokerGround.h"
 #include "tests/support/JournalSocket.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 class BrokerRecord : public BrokerGround {
@@ -73,4 +73,4 @@ TEST_F(BrokerRecord, NamesProcessAndExecutableOfWhoIsRefused) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

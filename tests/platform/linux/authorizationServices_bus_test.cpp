@@ -1,6 +1,6 @@
 #include "tests/platform/linux/AuthorizationBroker.h"
 
-namespace authorization_tests {
+namespace tests::authorization {
 namespace {
 
 TEST(AuthorizationServices, WithoutABrokerCreatingFailsAndTheCauseSaysWhatToDo) {
@@ -60,4 +60,4 @@ TEST(AuthorizationLifetimes, TheBrokerLeavesWhenIdleAndStaysWhileAHandleIsHeld) 
 }
 
 }  // namespace
-}  // namespace authorization_tests
+}  // namespace tests::authorization

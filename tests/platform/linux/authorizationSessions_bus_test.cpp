@@ -1,7 +1,7 @@
 #include "posix/Descriptor.h"
 #include "tests/platform/linux/AuthorizationBroker.h"
 
-namespace authorization_tests {
+namespace tests::authorization {
 namespace {
 
 TEST_F(AuthorizationBroker, IsStartedByTheBusOnDemand) {
@@ -108,4 +108,4 @@ TEST_F(AuthorizationBroker, RefusesToMakeAFormForADescriptorThatNamesNoProcess) 
 }
 
 }  // namespace
-}  // namespace authorization_tests
+}  // namespace tests::authorization

@@ -1,6 +1,6 @@
 #include "tests/platform/linux/AuthorizationBroker.h"
 
-namespace authorization_tests {
+namespace tests::authorization {
 namespace {
 
 TEST_F(AuthorizationBroker, RunsAToolWithNothingInheritedButTheUsersDataFolder) {
@@ -158,4 +158,4 @@ TEST_F(AuthorizationBroker, RunsABoundedNumberOfToolsAtOnceAndReapsThem) {
 }
 
 }  // namespace
-}  // namespace authorization_tests
+}  // namespace tests::authorization

@@ -8,7 +8,7 @@
 
 #include "tests/support/TemporaryFolder.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 namespace fs = std::filesystem;
@@ -108,4 +108,4 @@ TEST_F(AdministratorPolicyTest, IsTheStrictestWhenTheFileIsTooLong) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

@@ -15,7 +15,7 @@
 #include "tests/privileged/tool/Namespace.h"
 #include "tests/privileged/tool/TreeState.h"
 
-namespace ToolTests {
+namespace tests::tool {
 
 class Attackers : public NamespaceTest {
  protected:
@@ -302,4 +302,4 @@ class Attackers : public NamespaceTest {
   std::string _lastText;
 };
 
-}  // namespace ToolTests
+}  // namespace tests::tool

@@ -1,6 +1,6 @@
 #include "tests/privileged/tool/Attackers.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 TEST_F(Attackers, TouchNothingOfRootsForMinutes) { attackFor(std::chrono::minutes(5)); }
@@ -8,4 +8,4 @@ TEST_F(Attackers, TouchNothingOfRootsForMinutes) { attackFor(std::chrono::minute
 TEST_F(Attackers, TouchNothingOfRootsByASwapAtAnyCall) { swapAtEachCall(1); }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

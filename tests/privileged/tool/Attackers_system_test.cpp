@@ -1,6 +1,6 @@
 #include "tests/privileged/tool/Attackers.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 TEST_F(Attackers, TouchNothingOfRootsForSomeSeconds) { attackFor(std::chrono::seconds(4)); }
@@ -35,4 +35,4 @@ TEST_F(LinksOfTheUser, LaidByRootInRootsFolderAreFollowedAnywhere) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

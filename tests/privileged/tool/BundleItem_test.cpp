@@ -7,7 +7,7 @@
 
 #include "tests/privileged/tool/SignedBundle.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 using namespace AssistantTool;
@@ -105,4 +105,4 @@ TEST_F(BundleItemTest, NoMoreOfAFileIsReadThanItsReaderTakes) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

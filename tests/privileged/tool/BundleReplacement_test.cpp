@@ -3,7 +3,7 @@
 #include "privileged/tool/BundleVerification.h"
 #include "tests/privileged/tool/SignedBundle.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 using namespace AssistantTool;
@@ -223,4 +223,4 @@ TEST_F(BundleReplacementTest, AnIdentityThatCannotBeReadIsUnknown) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

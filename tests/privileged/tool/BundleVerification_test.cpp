@@ -9,7 +9,7 @@
 #include "privileged/tool/Rights.h"
 #include "tests/privileged/tool/SignedBundle.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 using namespace AssistantTool;
@@ -308,4 +308,4 @@ TEST_F(BundleVerificationTest, ACopyOfOneFileIsComparedWithItsEntry) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

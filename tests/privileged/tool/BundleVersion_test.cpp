@@ -4,7 +4,7 @@
 
 #include <array>
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 using namespace AssistantTool;
@@ -38,4 +38,4 @@ TEST(BundleVersion, OtherTextsAreNotCompared) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

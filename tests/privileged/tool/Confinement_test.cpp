@@ -8,7 +8,7 @@
 
 #include "tests/privileged/tool/ToolRun.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 class Confinement : public ToolTest {
@@ -70,4 +70,4 @@ TEST_F(Confinement, LetsNothingBeReadOutside) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

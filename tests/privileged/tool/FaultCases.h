@@ -8,7 +8,7 @@
 #include "protocol/ToolProtocol.h"
 #include "tests/privileged/tool/TreeState.h"
 
-namespace ToolTests {
+namespace tests::tool {
 
 enum class Found {
   old,         // everything as before the job
@@ -462,4 +462,4 @@ inline std::vector<NamedCase> faultCases() {
   return cases;
 }
 
-}  // namespace ToolTests
+}  // namespace tests::tool

@@ -11,7 +11,7 @@
 #include "tests/privileged/tool/Injector.h"
 #include "tests/privileged/tool/ServerRoot.h"
 
-namespace ToolTests {
+namespace tests::tool {
 
 struct FaultKind {
   const char* name;
@@ -219,4 +219,4 @@ class FaultMatrix : public NamespaceTest {
   }
 };
 
-}  // namespace ToolTests
+}  // namespace tests::tool

@@ -1,7 +1,7 @@
 #include "tests/privileged/tool/FaultMatrix.h"
 #include "tests/privileged/tool/Volumes.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 // On each file system that this machine has, with and without its exchange of names, at every call of every command.
@@ -50,4 +50,4 @@ INSTANTIATE_TEST_SUITE_P(All, WholeFaultMatrix,
                          ::testing::Combine(::testing::Bool(), ::testing::Values("tmpfs", "ext4", "xfs", "btrfs")), nameOf);
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

@@ -1,6 +1,6 @@
 #include "tests/privileged/tool/FaultMatrix.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 // The part that runs in seconds: some of the calls, and in memory. The whole matrix is among the slow tests.
@@ -26,4 +26,4 @@ TEST_F(ShortFaultMatrix, HasNoBadRowWithoutAnExchange) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

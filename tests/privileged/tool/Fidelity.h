@@ -10,7 +10,7 @@
 #include "tests/privileged/tool/Namespace.h"
 #include "tests/privileged/tool/TreeState.h"
 
-namespace ToolTests {
+namespace tests::tool {
 
 struct Way {
   std::string command;  // "replace", "copy", "move", "trash"
@@ -173,4 +173,4 @@ inline void setAttribute(const fs::path& path, const char* name, const std::stri
   EXPECT_EQ(::lsetxattr(path.c_str(), name, value.data(), value.size(), 0), 0) << path << " " << std::strerror(errno);
 }
 
-}  // namespace ToolTests
+}  // namespace tests::tool

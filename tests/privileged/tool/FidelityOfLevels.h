@@ -6,7 +6,7 @@
 
 #include "tests/privileged/tool/Fidelity.h"
 
-namespace ToolTests {
+namespace tests::tool {
 
 inline constexpr int deepLevels = 2000;
 
@@ -51,4 +51,4 @@ TEST_P(FidelityOfLevels, ATreeOfTwoThousandLevels) {
   EXPECT_EQ(remove(from.parent_path()).status, 0);
 }
 
-}  // namespace ToolTests
+}  // namespace tests::tool

@@ -2,7 +2,7 @@
 #include "tests/privileged/tool/FidelityOfLevels.h"
 #include "tests/privileged/tool/Volumes.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 class ManyFiles : public Fidelity, public ::testing::WithParamInterface<Way> {};
@@ -55,4 +55,4 @@ TEST_F(Fidelity, ASparseFileOfFourGigabytesIsRestoredFilledByTheTrashProgram) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

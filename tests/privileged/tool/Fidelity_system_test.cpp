@@ -1,7 +1,7 @@
 #include "tests/privileged/tool/Fidelity.h"
 #include "tests/privileged/tool/FidelityOfLevels.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 using FilesAndFolders = std::vector<std::string>;
@@ -295,4 +295,4 @@ TEST(FidelityPage, HasEveryRowThatIsTested) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

@@ -3,7 +3,7 @@
 
 #include "tests/privileged/tool/ToolRun.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 class RemoveFile : public ToolTest {};
@@ -260,4 +260,4 @@ TEST_F(MoveFile, IsUndoneWhenTheCopiedSourceCannotBeRemoved) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

@@ -3,7 +3,7 @@
 #include "privileged/tool/MountTable.h"
 #include "tests/privileged/tool/Namespace.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 class AcrossFileSystems : public NamespaceTest {
@@ -336,4 +336,4 @@ TEST_F(AsRootForAnother, ALookalikeOfAStagingFolderFromAnotherUserIsLeftAlone) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

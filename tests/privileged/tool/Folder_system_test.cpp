@@ -4,7 +4,7 @@
 #include "privileged/tool/Tree.h"
 #include "tests/privileged/tool/Namespace.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 using AssistantTool::openFolderIn;
@@ -70,4 +70,4 @@ TEST_F(OpenFolderIn, AdoptionDropsSetIDBitsInPlace) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

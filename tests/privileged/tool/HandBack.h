@@ -9,7 +9,7 @@
 #include "tests/privileged/tool/Namespace.h"
 #include "tests/privileged/tool/TreeState.h"
 
-namespace ToolTests {
+namespace tests::tool {
 
 // While it lives, this process has the rights of that user and group only.
 class As {
@@ -197,4 +197,4 @@ inline const std::vector<Attack> allAttacks{
     {.name = "ReplaceOfRootsItem", .command = protocol::replaceItemCommand, .isUsersOwn = true}};
 inline std::string nameOfAttack(const ::testing::TestParamInfo<Attack>& info) { return info.param.name; }
 
-}  // namespace ToolTests
+}  // namespace tests::tool

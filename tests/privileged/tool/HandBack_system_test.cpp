@@ -6,7 +6,7 @@
 
 #include "privileged/tool/Tree.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 TEST_P(HandBack, PutsNothingBackAsRootsThatTheUserCouldWrite) {
@@ -52,4 +52,4 @@ TEST_F(AdoptedTree, IsGivenBackByRootWithoutSetIDBits) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

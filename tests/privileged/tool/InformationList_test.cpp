@@ -2,7 +2,7 @@
 
 #include "tests/privileged/tool/SignedBundle.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 using namespace AssistantTool;
@@ -78,4 +78,4 @@ TEST(InformationList, ALongListIsRefused) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

@@ -14,7 +14,7 @@
 
 #include "tests/privileged/tool/ToolRun.h"
 
-namespace ToolTests {
+namespace tests::tool {
 
 struct Fault {
   std::size_t at = 0;               // which of the counted calls, from 1; 0 for none
@@ -228,4 +228,4 @@ inline Traced runWithFault(const std::vector<std::string>& command, const std::s
   return traced;
 }
 
-}  // namespace ToolTests
+}  // namespace tests::tool

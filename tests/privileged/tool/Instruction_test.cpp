@@ -4,7 +4,7 @@
 #include "protocol/ToolProtocol.h"
 #include "tests/privileged/tool/ToolRun.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 using InstructionArchive::archivedData;
@@ -357,4 +357,4 @@ TEST_F(Wire, SlashesAtTheEndAndTwiceAreTolerated) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

@@ -10,7 +10,7 @@
 #include "tests/privileged/tool/SignedBundle.h"
 #include "tests/support/JournalSocket.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 class JobRecord : public NamespaceTest {
@@ -110,4 +110,4 @@ TEST_F(JobRecord, KeepsNobodyWaitingWhenTheLogIsNotRead) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

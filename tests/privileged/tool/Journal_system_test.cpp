@@ -1,7 +1,7 @@
 // The folder in which the tool notes what the next job has to finish: whose it is, and when it is refused.
 #include "tests/privileged/tool/Namespace.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 class RootsJournal : public NamespaceTest {
@@ -96,4 +96,4 @@ TEST_F(UsersJournal, LiesInTheStateFolderThatTheUserNames) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

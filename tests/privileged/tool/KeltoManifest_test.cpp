@@ -2,7 +2,7 @@
 #include "privileged/tool/Manifest.h"
 #include "tests/privileged/tool/SignedBundle.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 using namespace AssistantTool;
@@ -111,4 +111,4 @@ TEST_F(KeltoManifestTest, TellsHowItIsUsed) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

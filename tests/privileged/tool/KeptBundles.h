@@ -7,7 +7,7 @@
 #include "tests/privileged/tool/FaultCases.h"
 #include "tests/privileged/tool/Namespace.h"
 
-namespace ToolTests {
+namespace tests::tool {
 
 inline fs::path store() { return fs::path("/var/lib/kelto") / protocol::keptFolder; }
 
@@ -109,4 +109,4 @@ inline std::vector<NamedCase> keepingCases() {
   return {{"replacement that keeps", keeping(false)}, {"return", keeping(true)}};
 }
 
-}  // namespace ToolTests
+}  // namespace tests::tool

@@ -6,7 +6,7 @@
 #include "tests/privileged/tool/KeptBundles.h"
 #include "tests/privileged/tool/SignedBundle.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 class KeptBundles : public NamespaceTest {
@@ -197,4 +197,4 @@ TEST_F(SignedKeptBundles, AreVerifiedAgain) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

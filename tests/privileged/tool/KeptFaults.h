@@ -4,7 +4,7 @@
 #include "tests/privileged/tool/KeptBundles.h"
 #include "tests/privileged/tool/PowerCut.h"
 
-namespace ToolTests {
+namespace tests::tool {
 
 template <class Base>
 class WithKeptBundles : public Base {
@@ -34,4 +34,4 @@ class KeptFaultMatrix : public WithKeptBundles<FaultMatrix> {
 
 using KeptPowerCut = WithKeptBundles<PowerCut>;
 
-}  // namespace ToolTests
+}  // namespace tests::tool

@@ -1,6 +1,6 @@
 #include "tests/privileged/tool/KeptFaults.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 class WholeKeptFaultMatrix : public KeptFaultMatrix {};
@@ -18,4 +18,4 @@ TEST_F(EveryKeptPowerCut, LeavesBothVersionsWhole) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

@@ -1,6 +1,6 @@
 #include "tests/privileged/tool/KeptFaults.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 // Some of the calls; the whole matrix is among the slow tests.
@@ -23,4 +23,4 @@ TEST_F(KeptPowerCut, LeavesBothVersionsWhole) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

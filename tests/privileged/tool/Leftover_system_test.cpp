@@ -9,7 +9,7 @@
 #include "privileged/tool/Staging.h"
 #include "tests/privileged/tool/Namespace.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 using AssistantTool::Outcome;
@@ -115,4 +115,4 @@ TEST_F(Leftover, OfAnUpgradeWhoseNoteCannotBeRemovedIsAFailure) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

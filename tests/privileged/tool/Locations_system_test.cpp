@@ -3,7 +3,7 @@
 #include "tests/privileged/tool/SignedBundle.h"
 #include "tests/privileged/tool/themes/AttackGround.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 class Locations : public AttackGround {
@@ -190,4 +190,4 @@ TEST_F(Locations, HoldNothingOfTheUsersAfterACopyOrAMove) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

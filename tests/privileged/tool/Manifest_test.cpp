@@ -2,7 +2,7 @@
 
 #include "tests/privileged/tool/SignedBundle.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 using namespace AssistantTool;
@@ -136,4 +136,4 @@ TEST(Manifest, MoreEntriesThanTheLimitAreRefused) {
 TEST(Manifest, AnyPrintedPathIsOneLineOfAscii) { EXPECT_EQ(printable("a b/\xC3\xBC%\n"), "a b/%C3%BC%25%0A"); }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

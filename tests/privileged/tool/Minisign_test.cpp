@@ -4,7 +4,7 @@
 
 #include "tests/privileged/tool/SignedBundle.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 using namespace AssistantTool;
@@ -163,4 +163,4 @@ TEST_F(MinisignTest, MalformedSignaturesAreRefused) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

@@ -6,7 +6,7 @@
 #include "protocol/ToolProtocol.h"
 #include "tests/privileged/tool/ToolRun.h"
 
-namespace ToolTests {
+namespace tests::tool {
 
 class NamespaceTest : public ToolTest {
  protected:
@@ -77,4 +77,4 @@ class NamespaceTest : public ToolTest {
   std::string _accounts;
 };
 
-}  // namespace ToolTests
+}  // namespace tests::tool

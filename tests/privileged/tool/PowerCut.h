@@ -5,7 +5,7 @@
 #include "tests/privileged/tool/RecordedDisk.h"
 #include "tests/privileged/tool/ServerRoot.h"
 
-namespace ToolTests {
+namespace tests::tool {
 
 class PowerCut : public NamespaceTest {
  protected:
@@ -203,4 +203,4 @@ class PowerCut : public NamespaceTest {
   bool wasKilled = false;
 };
 
-}  // namespace ToolTests
+}  // namespace tests::tool

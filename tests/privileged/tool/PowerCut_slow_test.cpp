@@ -1,6 +1,6 @@
 #include "tests/privileged/tool/PowerCut.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 class EveryPowerCut : public PowerCut, public ::testing::WithParamInterface<bool> {
@@ -47,4 +47,4 @@ INSTANTIATE_TEST_SUITE_P(WithExchange, EveryPowerCut, ::testing::Values(true));
 INSTANTIATE_TEST_SUITE_P(WithoutExchange, EveryPowerCut, ::testing::Values(false));
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

@@ -3,7 +3,7 @@
 #include "protocol/ToolProtocol.h"
 #include "tests/privileged/tool/PowerCut.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 TEST_F(PowerCut, LeavesTheOldOrTheNewItemWhole) {
@@ -71,4 +71,4 @@ TEST_F(PowerCut, WouldBeSeenToTearATreeThatWasNotSynced) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

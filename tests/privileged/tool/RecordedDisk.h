@@ -15,7 +15,7 @@
 
 #include "tests/privileged/tool/Volumes.h"
 
-namespace ToolTests {
+namespace tests::tool {
 
 class RecordedDisk {
  public:
@@ -246,4 +246,4 @@ class RecordedDisk {
   pid_t _server = -1;
 };
 
-}  // namespace ToolTests
+}  // namespace tests::tool

@@ -7,7 +7,7 @@
 #include "tests/privileged/tool/ToolRun.h"
 #include "tests/support/Environment.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 class ReplaceItem : public ToolTest {
@@ -352,4 +352,4 @@ INSTANTIATE_TEST_SUITE_P(ReplaceItem, Killed,
                          ::testing::Values("renameat2", "mkdirat", "symlinkat", "fsync", "unlinkat", "pwrite64"));
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

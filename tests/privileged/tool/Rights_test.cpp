@@ -14,7 +14,7 @@
 #include "tests/privileged/tool/ToolRun.h"
 #include "tests/support/Eventually.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 // The error number of `call` in a process that has given up its rights, 0 when the call succeeds; negative when it is
@@ -142,4 +142,4 @@ TEST_F(ToolTest, WaitsForItsInstructionWithoutWhatNoJobNeeds) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

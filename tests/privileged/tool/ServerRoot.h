@@ -4,7 +4,7 @@
 // as the units' folder are folders of the test's own, on the file system under test.
 #include "tests/privileged/tool/Namespace.h"
 
-namespace ToolTests {
+namespace tests::tool {
 
 class ServerRoot {
  public:
@@ -58,4 +58,4 @@ class ServerRoot {
   std::vector<fs::path> _mounts;
 };
 
-}  // namespace ToolTests
+}  // namespace tests::tool

@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 using AssistantTool::BundleIdentity;
@@ -77,4 +77,4 @@ TEST(ServerUnitTest, OfOthersNamesNoBundle) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

@@ -6,7 +6,7 @@
 #include "tests/privileged/tool/SignedBundle.h"
 #include "tests/privileged/tool/ToolRun.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 const std::string serverLabel = "com.kelto.KeltoLibraryServer";
@@ -347,4 +347,4 @@ TEST_F(SignedUpgrade, RefusesAnotherBundleThanTheServers) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

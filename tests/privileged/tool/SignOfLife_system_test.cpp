@@ -6,7 +6,7 @@
 #include "privileged/tool/TrashCommand.h"
 #include "tests/privileged/tool/Namespace.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 using AssistantTool::PathWalk;
@@ -92,4 +92,4 @@ TEST_F(SignOfLifeOfARemoval, ComesForEverythingThatLeavesTheTrash) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

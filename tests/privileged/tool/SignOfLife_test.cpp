@@ -5,7 +5,7 @@
 #include "tests/privileged/tool/ToolRun.h"
 #include "tests/support/Eventually.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 using AssistantTool::Answer;
@@ -58,7 +58,7 @@ TEST_F(SignOfLifeOfAJob, SaysThatItIsInALongCall) {
   makeBundle(folder / "Old.app", "1");
   makeBundle(folder / "New.app", "2");
   for (int number = 0; number < 20; ++number) write(folder / "New.app/Contents" / std::to_string(number), "x");
-  ToolTests::Answer answer;
+  tests::tool::Answer answer;
   std::thread job([&] { answer = replace(folder / "Old.app", folder / "New.app"); });
   EXPECT_TRUE(tests::eventually([this] { return accessed() == protocol::longCallTime; }));
   job.join();
@@ -67,4 +67,4 @@ TEST_F(SignOfLifeOfAJob, SaysThatItIsInALongCall) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

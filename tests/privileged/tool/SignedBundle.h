@@ -15,7 +15,7 @@
 #include "privileged/tool/TrustedKeys.h"
 #include "tests/support/TemporaryFolder.h"
 
-namespace ToolTests {
+namespace tests::tool {
 
 namespace fs = std::filesystem;
 
@@ -116,4 +116,4 @@ class SignedBundleTest : public ::testing::Test {
   mode_t _umask;
 };
 
-}  // namespace ToolTests
+}  // namespace tests::tool

@@ -3,7 +3,7 @@
 #include "tests/privileged/tool/Namespace.h"
 #include "tests/privileged/tool/SignedBundle.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 class SignedReplacement : public NamespaceTest {
@@ -151,4 +151,4 @@ TEST_F(SignedReplacement, UsesAtMostEightMegabytesForABundleOfThousandsOfFiles) 
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

@@ -24,7 +24,7 @@
 #include "protocol/ToolProtocol.h"
 #include "tests/support/PrivateState.h"
 
-namespace ToolTests {
+namespace tests::tool {
 
 namespace fs = std::filesystem;
 
@@ -220,4 +220,4 @@ class ToolTest : public ::testing::Test {
   std::vector<std::string> environment{"ASAN_OPTIONS=detect_leaks=0"};
 };
 
-}  // namespace ToolTests
+}  // namespace tests::tool

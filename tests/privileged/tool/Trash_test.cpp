@@ -7,7 +7,7 @@
 #include "protocol/ToolProtocol.h"
 #include "tests/privileged/tool/ToolRun.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 // With a data folder of the test's own as the environment of the user who runs it.
@@ -139,4 +139,4 @@ TEST(TrashPath, IsPercentEncoded) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

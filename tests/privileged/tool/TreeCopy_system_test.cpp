@@ -4,7 +4,7 @@
 #include "tests/privileged/tool/Injector.h"
 #include "tests/privileged/tool/Namespace.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 class ExchangedFile : public NamespaceTest {
@@ -52,4 +52,4 @@ TEST_F(ExchangedFile, IsNotCopiedFromAPipe) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

@@ -8,7 +8,7 @@
 
 #include "tests/privileged/tool/ToolRun.h"
 
-namespace ToolTests {
+namespace tests::tool {
 
 using Tree = std::map<std::string, std::string>;
 
@@ -86,4 +86,4 @@ inline void giveTree(const fs::path& path, Ids to) {
     EXPECT_EQ(::lchown(entry.path().c_str(), to.user, to.group), 0) << entry.path();
 }
 
-}  // namespace ToolTests
+}  // namespace tests::tool

@@ -4,7 +4,7 @@
 #include "tests/privileged/tool/Injector.h"
 #include "tests/privileged/tool/Namespace.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 class SyncedTree : public NamespaceTest {};
@@ -48,4 +48,4 @@ TEST_F(SyncedTree, IsNotFollowedThroughALinkThatTookAFilesPlace) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

@@ -4,7 +4,7 @@
 
 #include "tests/privileged/tool/SignedBundle.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 using namespace AssistantTool;
@@ -150,4 +150,4 @@ TEST_F(TrustedKeysTest, APipeIsNotWaitedFor) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

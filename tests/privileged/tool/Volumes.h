@@ -6,7 +6,7 @@
 
 #include "tests/privileged/tool/Namespace.h"
 
-namespace ToolTests {
+namespace tests::tool {
 
 struct FileSystemKind {
   std::string name;
@@ -69,4 +69,4 @@ class LoopDevice {
   std::string _path;
 };
 
-}  // namespace ToolTests
+}  // namespace tests::tool

@@ -3,7 +3,7 @@
 
 #include "tests/privileged/tool/ToolRun.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 struct Sightings {
@@ -88,4 +88,4 @@ TEST_F(ThousandReplacements, NeverShowAMissingOrTornBundle) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

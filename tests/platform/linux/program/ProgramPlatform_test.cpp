@@ -15,7 +15,7 @@
 #include "tests/support/Eventually.h"
 #include "tests/support/TemporaryFolder.h"
 
-using namespace contracts;
+using namespace tests::contracts;
 
 namespace {
 

@@ -13,7 +13,7 @@
 using namespace foundation;
 using namespace platform;
 using namespace platform::Linux;
-using namespace qt_test;
+using namespace tests;
 
 namespace {
 

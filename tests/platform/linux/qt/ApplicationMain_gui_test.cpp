@@ -63,7 +63,7 @@ class TestDelegate final : public ApplicationDelegate {
 
 }  // namespace
 
-int qt_test::runTestApplication(int argc, char** argv) {
+int tests::runTestApplication(int argc, char** argv) {
   return ApplicationMain(
       argc, argv,
       {{"KMInstallerAppDelegate", [](Platform& platform) { return std::make_unique<TestDelegate>(platform); }}});
@@ -86,8 +86,8 @@ struct ApplicationMainTest : testing::Test {
   // The line is the rest of a shell command after the environment: "program arguments".
   ChildProcess start(const std::string& arguments = {}, const std::string& environment = {}) {
     return ChildProcess({"sh", "-c",
-                         "exec env " + environment + " " + qt_test::applicationRole + "=1 '" + program() + "' " +
-                             arguments + " >'" + folder.path("out") + "' 2>'" + folder.path("err") + "'"});
+                         "exec env " + environment + " " + tests::applicationRole + "=1 '" + program() + "' " + arguments +
+                             " >'" + folder.path("out") + "' 2>'" + folder.path("err") + "'"});
   }
 
   [[nodiscard]] std::string program() const { return folder.path(bundle + "/Contents/Linux/KeltoInstaller"); }

@@ -16,7 +16,7 @@
 using namespace foundation;
 using namespace platform;
 using namespace platform::Linux;
-using namespace qt_test;
+using namespace tests;
 using tests::outputOf;
 
 namespace {

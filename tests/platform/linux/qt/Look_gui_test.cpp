@@ -16,7 +16,7 @@
 #include "tests/support/Contrast.h"
 
 using namespace platform::Linux;
-using namespace qt_test;
+using namespace tests;
 
 namespace {
 

@@ -12,7 +12,7 @@
 
 #include "tests/support/PrivateDisplay.h"
 
-namespace qt_test {
+namespace tests {
 
 // Runs the event loop until `condition` holds; false when it does not within the time.
 inline bool spinUntil(const std::function<bool()>& condition, int milliseconds = 10000) {
@@ -82,4 +82,4 @@ inline bool inputArrives() {
   return doUntil("xdotool key F9", [&] { return watcher.hasSeenKey; });
 }
 
-}  // namespace qt_test
+}  // namespace tests

@@ -199,7 +199,7 @@ struct QtViewResourcesInWindowTest : QtViewResourcesTest {
   }
 
   [[nodiscard]] QLabel* label() const { return window.findChild<QLabel*>("text"); }
-  bool comesTrue(const std::function<bool()>& condition) { return qt_test::spinUntil(condition, 5000); }
+  bool comesTrue(const std::function<bool()>& condition) { return tests::spinUntil(condition, 5000); }
   bool isAt(QRect place) {
     return comesTrue([&] {
       const QLabel* text = label();

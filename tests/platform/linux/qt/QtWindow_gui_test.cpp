@@ -10,7 +10,7 @@
 using namespace foundation;
 using namespace platform;
 using namespace platform::Linux;
-using namespace qt_test;
+using namespace tests;
 
 namespace {
 

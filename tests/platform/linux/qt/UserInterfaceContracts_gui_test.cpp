@@ -18,7 +18,7 @@
 #include "tests/platform/contracts/ViewResourcesContract.h"
 #include "tests/platform/linux/qt/QtTest.h"
 
-using namespace contracts;
+using namespace tests::contracts;
 using platform::Linux::QtRunLoop;
 
 namespace {
@@ -28,12 +28,12 @@ class QtLoop {
   foundation::RunLoop& runLoop() { return _runLoop; }
   template <class Condition>
   bool waitFor(Condition condition) {
-    return qt_test::spinUntil(condition);
+    return tests::spinUntil(condition);
   }
   void pass(Seconds duration) {
     QElapsedTimer elapsed;
     elapsed.start();
-    qt_test::spinUntil([&] { return Seconds(std::chrono::nanoseconds(elapsed.nsecsElapsed())) >= duration; });
+    tests::spinUntil([&] { return Seconds(std::chrono::nanoseconds(elapsed.nsecsElapsed())) >= duration; });
   }
   void beBusy(Seconds duration) {
     QElapsedTimer elapsed;
@@ -100,7 +100,7 @@ class QtInterface {
   void settle() {
     bool isOver = false;
     QTimer::singleShot(30, &_alertWatch, [&] { isOver = true; });
-    EXPECT_TRUE(qt_test::spinUntil([&] { return isOver; }));
+    EXPECT_TRUE(tests::spinUntil([&] { return isOver; }));
   }
 
  private:

@@ -82,10 +82,10 @@ TEST_F(ViewHostWidgetTest, IsDrawnAgainWhenItNeedsTo) {
   window.resize(100, 60);
   host.resize(100, 60);
   window.show();
-  ASSERT_TRUE(qt_test::spinUntil([this] { return panel->drawn.size.width == 100; }));
+  ASSERT_TRUE(tests::spinUntil([this] { return panel->drawn.size.width == 100; }));
   panel->drawn = {};
   panel->setNeedsDisplay(true);
-  EXPECT_TRUE(qt_test::spinUntil([this] { return panel->drawn.size.width == 100; }));
+  EXPECT_TRUE(tests::spinUntil([this] { return panel->drawn.size.width == 100; }));
 }
 
 TEST_F(ViewHostWidgetTest, ARecalculatedKeyViewLoopGoesRowByRow) {

@@ -12,7 +12,7 @@
 #include "tests/support/PrivateDisplay.h"
 
 int main(int argc, char** argv) {
-  if (std::getenv(qt_test::applicationRole) != nullptr) return qt_test::runTestApplication(argc, argv);
+  if (std::getenv(tests::applicationRole) != nullptr) return tests::runTestApplication(argc, argv);
   testing::InitGoogleTest(&argc, argv);
   if (GTEST_FLAG_GET(list_tests)) return RUN_ALL_TESTS();
   const QTemporaryDir home;

@@ -2,7 +2,7 @@
 // of the user's own choice does not run as root.
 #include "tests/platform/linux/themes/BrokerGround.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 using testing::HasSubstr;
@@ -72,4 +72,4 @@ TEST_F(AnyProgram, UnderTheNameOfTheToolDoesNotRunAsRoot) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

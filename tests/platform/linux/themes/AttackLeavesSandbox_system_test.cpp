@@ -4,7 +4,7 @@
 #include "tests/support/Eventually.h"
 #include "tests/support/PrivateBus.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 using testing::HasSubstr;
@@ -128,4 +128,4 @@ TEST_F(Sandbox, IsNotLeftByAProgramOfTheSystem) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

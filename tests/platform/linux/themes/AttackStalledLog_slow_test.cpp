@@ -1,6 +1,6 @@
 #include "tests/platform/linux/themes/StalledLog.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 TEST_P(StalledLog, DelaysNobodyForMinutes) { expectServedFor(2000); }
@@ -9,4 +9,4 @@ INSTANTIATE_TEST_SUITE_P(Log, StalledLog, testing::Values(Log::Daemon, Log::Stan
                          [](const auto& log) { return log.param == Log::Daemon ? "Daemon" : "StandardOutput"; });
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

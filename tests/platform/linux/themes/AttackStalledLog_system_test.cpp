@@ -1,7 +1,7 @@
 // Somebody has the broker refuse thousands of calls a second while nobody reads its log: another user must not wait.
 #include "tests/platform/linux/themes/StalledLog.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 TEST_P(StalledLog, DelaysNobody) { expectServedFor(25); }
@@ -10,4 +10,4 @@ INSTANTIATE_TEST_SUITE_P(Log, StalledLog, testing::Values(Log::Daemon, Log::Stan
                          [](const auto& log) { return log.param == Log::Daemon ? "Daemon" : "StandardOutput"; });
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

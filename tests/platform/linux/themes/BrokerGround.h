@@ -6,7 +6,7 @@
 #include "tests/privileged/tool/themes/AttackGround.h"
 #include "tests/support/CommandLine.h"
 
-namespace ToolTests {
+namespace tests::tool {
 
 class BrokerGround : public AttackGround {
  protected:
@@ -70,4 +70,4 @@ class BrokerGround : public AttackGround {
   }
 };
 
-}  // namespace ToolTests
+}  // namespace tests::tool

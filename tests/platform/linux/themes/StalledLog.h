@@ -11,7 +11,7 @@
 #include "protocol/Broker.h"
 #include "tests/platform/linux/themes/BrokerGround.h"
 
-namespace ToolTests {
+namespace tests::tool {
 
 enum class Log { Daemon, StandardOutput };
 
@@ -114,4 +114,4 @@ class StalledLog : public BrokerGround, public testing::WithParamInterface<Log> 
   std::optional<tests::OtherProcess> _reader;
 };
 
-}  // namespace ToolTests
+}  // namespace tests::tool

@@ -2,7 +2,7 @@
 // A download some thousand folders deep, and a small stack: root's tool must not crash, nor leave what crashes later jobs.
 #include "tests/privileged/tool/themes/AttackGround.h"
 
-namespace ToolTests {
+namespace tests::tool {
 
 class DeepTree : public AttackGround, public ::testing::WithParamInterface<int> {
  protected:
@@ -73,4 +73,4 @@ TEST_P(DeepTree, AsWhatIsRemovedCrashesNeitherItsOwnJobNorTheNext) {
   expectOthersServed();
 }
 
-}  // namespace ToolTests
+}  // namespace tests::tool

@@ -1,10 +1,10 @@
 #include "tests/privileged/tool/themes/AttackDeepTree.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 INSTANTIATE_TEST_SUITE_P(Levels, DeepTree, ::testing::Values(4000, 12000),
                          [](const auto& levels) { return std::to_string(levels.param); });
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

@@ -1,6 +1,6 @@
 #include "tests/privileged/tool/themes/AttackDeepTree.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 // The kernel checks each folder above an entry, so the time grows with the square of the depth: trees near the bound are
@@ -9,4 +9,4 @@ INSTANTIATE_TEST_SUITE_P(Levels, DeepTree, ::testing::Values(2000, 5000),
                          [](const auto& levels) { return std::to_string(levels.param); });
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

@@ -1,7 +1,7 @@
 // A volume that the user brought along holds files of uid 0 that root never made. Its owners prove nothing.
 #include "tests/privileged/tool/themes/AttackGround.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 class ForeignVolume : public AttackGround {
@@ -67,4 +67,4 @@ TEST_F(ForeignVolume, LeadsNoReplacementIntoAFolderOfRoots) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

@@ -5,7 +5,7 @@
 #include "privileged/KMAuthorization.h"
 #include "tests/privileged/tool/themes/AttackGround.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 class RunningTool final : public platform::ByteStream {
@@ -139,4 +139,4 @@ INSTANTIATE_TEST_SUITE_P(RuntimeFolder, ForgedVerdict, ::testing::Values(Runtime
                          [](const auto& given) { return given.param == RuntimeFolder::Given ? "Given" : "Missing"; });
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

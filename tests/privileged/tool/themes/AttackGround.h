@@ -10,7 +10,7 @@
 #include "tests/support/SharedCount.h"
 #include "tests/support/TestedPrograms.h"
 
-namespace ToolTests {
+namespace tests::tool {
 
 class AttackGround : public NamespaceTest {
  protected:
@@ -82,4 +82,4 @@ class AttackGround : public NamespaceTest {
   std::string lastText;  // what the tool said about the last job
 };
 
-}  // namespace ToolTests
+}  // namespace tests::tool

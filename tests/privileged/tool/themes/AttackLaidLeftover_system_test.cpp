@@ -1,7 +1,7 @@
 // A user lays a folder that looks like what a killed job of root's has left: root's next job must not obey it.
 #include "tests/privileged/tool/themes/AttackGround.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 class LaidLeftover : public AttackGround {
@@ -78,4 +78,4 @@ TEST_F(LaidLeftover, PutsNothingBackBesideIt) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

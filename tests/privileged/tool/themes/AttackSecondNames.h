@@ -4,7 +4,7 @@
 
 #include "tests/privileged/tool/themes/AttackGround.h"
 
-namespace ToolTests {
+namespace tests::tool {
 
 class SecondNames : public AttackGround {
  protected:
@@ -81,4 +81,4 @@ class SecondNames : public AttackGround {
   }
 };
 
-}  // namespace ToolTests
+}  // namespace tests::tool

@@ -2,7 +2,7 @@
 
 #include "tests/privileged/tool/themes/AttackSecondNames.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 TEST_F(SecondNames, MadeDuringUpdatesForMinutesKeepNoFileOfTheInstalledBundle) {
@@ -19,4 +19,4 @@ TEST_F(SecondNames, MadeDuringUpdatesForMinutesKeepNoFileOfTheInstalledBundle) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

@@ -1,7 +1,7 @@
 // The short form; AttackSecondNames_slow_test.cpp goes on for minutes.
 #include "tests/privileged/tool/themes/AttackSecondNames.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 TEST_F(SecondNames, MadeDuringAnUpdateKeepNoFileOfTheInstalledBundle) {
@@ -17,4 +17,4 @@ TEST_F(SecondNames, MadeDuringAnUpdateKeepNoFileOfTheInstalledBundle) {
 }
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

@@ -1,7 +1,7 @@
 // In a folder that everybody shares somebody else was there first: the installed program must not become theirs.
 #include "tests/privileged/tool/themes/AttackGround.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 class SharedFolder : public AttackGround, public ::testing::WithParamInterface<int> {
@@ -49,4 +49,4 @@ INSTANTIATE_TEST_SUITE_P(Modes, SharedFolder, ::testing::Values(01777, 0777),
                          [](const auto& mode) { return mode.param == 01777 ? "Sticky" : "Open"; });
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

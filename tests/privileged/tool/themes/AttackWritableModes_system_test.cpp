@@ -5,7 +5,7 @@
 
 #include "tests/privileged/tool/themes/AttackGround.h"
 
-namespace ToolTests {
+namespace tests::tool {
 namespace {
 
 // An access list as the kernel stores it: owner and one more account may read and write, everybody else reads.
@@ -102,4 +102,4 @@ INSTANTIATE_TEST_SUITE_P(Came, WritableDownload, ::testing::Values(Came::WithinT
                          });
 
 }  // namespace
-}  // namespace ToolTests
+}  // namespace tests::tool

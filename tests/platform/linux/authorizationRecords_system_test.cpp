@@ -1,6 +1,9 @@
 // The records of a real broker of the system, as the journal gets them.
+#include <thread>
+
 #include "protocol/LogRecord.h"
 #include "tests/platform/linux/themes/BrokerGround.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/JournalSocket.h"
 
 namespace tests::tool {
@@ -14,17 +17,26 @@ class BrokerRecord : public BrokerGround {
     BrokerGround::SetUp();
     if (!IsSkipped()) _journal.emplace(folder / "journal/socket");
   }
-  // The broker's records of a run of the attacker's program by that account.
-  std::vector<Record> recordsOf(uid_t account, const std::string& arguments) {
-    const auto text =
-        onSystemBus("mkdir -p /run/systemd/journal\nmount --bind " + (folder / "journal").string() +
-                    " /run/systemd/journal\n" + as(account, arguments) + " </dev/null &\necho process $!\nwait $!\n");
+  // The broker's records of a run of the attacker's program by that account, up to the one of that verdict. The broker may
+  // write it after the program has its answer, so the bus stays until it has come.
+  std::vector<Record> recordsOf(uid_t account, const std::string& arguments, const std::string& lastVerdict) {
+    std::vector<Record> records;
+    std::thread reader([&] {
+      tests::eventually([&] {
+        auto record = _journal->next();
+        if (record["SYSLOG_IDENTIFIER"] != "authorizationd") return false;
+        records.push_back(record);
+        return record[protocol::recordField::verdict] == lastVerdict;
+      });
+      write(folder / "read", "");
+    });
+    const auto text = onSystemBus("mkdir -p /run/systemd/journal\nmount --bind " + (folder / "journal").string() +
+                                  " /run/systemd/journal\n" + as(account, arguments) +
+                                  " </dev/null &\necho process $!\nwait $!\nuntil test -e " + (folder / "read").string() +
+                                  "; do sleep 0.02; done\n");
+    reader.join();
     const auto at = text.find("process ");
     if (at != std::string::npos) process = std::to_string(std::atoi(text.c_str() + at + 8));
-    std::vector<Record> records;
-    for (auto record = _journal->next(); !record.empty(); record = _journal->next()) {
-      if (record["SYSLOG_IDENTIFIER"] == "authorizationd") records.push_back(record);
-    }
     EXPECT_FALSE(records.empty()) << text;
     return records;
   }
@@ -53,7 +65,7 @@ class BrokerRecord : public BrokerGround {
 TEST_F(BrokerRecord, NamesProcessAndExecutableOfWhoGetsTheRightAndRunsATool) {
   const auto app = rootsBundle(folder / "apps/App.app", "1");
   const auto update = instructionFor(app, download("App.app", "2"));
-  const auto records = recordsOf(invokingUser, "--system run " + installed.string() + " " + update.string());
+  const auto records = recordsOf(invokingUser, "--system run " + installed.string() + " " + update.string(), "ended");
   const auto granted = with(records, "granted");
   expectCaller(granted, invokingUser, protocol::brokerMethod::copyRights.name);
   auto runs = with(records, "runs");
@@ -66,7 +78,7 @@ TEST_F(BrokerRecord, NamesProcessAndExecutableOfWhoGetsTheRightAndRunsATool) {
 }
 
 TEST_F(BrokerRecord, NamesProcessAndExecutableOfWhoIsRefused) {
-  auto refused = with(recordsOf(otherAccount, "--system run " + installed.string()), "refused");
+  auto refused = with(recordsOf(otherAccount, "--system run " + installed.string(), "refused"), "refused");
   expectCaller(refused, otherAccount, protocol::brokerMethod::copyRights.name);
   EXPECT_EQ(refused["PRIORITY"], "4");
   EXPECT_NE(refused[protocol::recordField::cause], "");

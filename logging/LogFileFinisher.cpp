@@ -51,9 +51,10 @@ void LogFileFinisher::add(Entry entry) {
 
 // An open file keeps its space on the disk, though it was deleted.
 void LogFileFinisher::finishPruned() {
-  const auto pruned = std::ranges::stable_partition(_entries, [](const Entry& entry) { return !isPruned(*entry.file); });
-  const std::vector<Entry> gone(pruned.begin(), pruned.end());
-  _entries.erase(pruned.begin(), pruned.end());
+  const auto pruned =
+      std::stable_partition(_entries.begin(), _entries.end(), [](const Entry& entry) { return !isPruned(*entry.file); });
+  const std::vector<Entry> gone(pruned, _entries.end());
+  _entries.erase(pruned, _entries.end());
   for (const auto& entry : gone) finishOne(entry);
 }
 

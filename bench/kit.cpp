@@ -143,18 +143,14 @@ void measureLocalizedText(Report& report) {
   platform::fake::FakePlatform fake;
   const platform::Linux::Bundles bundles(fake.systemLog, [] { return std::vector<std::string>{"en"}; });
   OneBundle one(bundles.bundleWithPath(folder + "/Bench.app"));
-  platform::Platform real{fake.application,
+  platform::Platform real{{fake.defaults, fake.notificationCenter, one, fake.files, fake.systemLog},
+                          fake.application,
                           fake.runLoop,
-                          fake.defaults,
-                          fake.notificationCenter,
                           fake.distributedNotificationCenter,
-                          one,
-                          fake.files,
                           fake.authorization,
                           fake.workspace,
                           fake.services,
-                          fake.shell,
-                          fake.systemLog};
+                          fake.shell};
   const platform::Installation installation(real);
   const auto* localizer = KTLocalizer::sharedLocalizer();
   const std::string name = "Kelto Controller";

@@ -329,10 +329,14 @@ void benchFacade(Report& report) {
   platform::fake::FakePlatform fake;
   const char* arguments[] = {"bench"};
   platform::Linux::UserDefaults defaults(1, arguments, domain, fake.systemLog);
-  platform::Platform real{
-      fake.application, fake.runLoop,   defaults,           fake.notificationCenter, fake.distributedNotificationCenter,
-      fake.bundles,     fake.files,     fake.authorization, fake.workspace,          fake.services,
-      fake.shell,       fake.systemLog, &fake.logging.host};
+  platform::Platform real{{defaults, fake.notificationCenter, fake.bundles, fake.files, fake.systemLog, &fake.logging.host},
+                          fake.application,
+                          fake.runLoop,
+                          fake.distributedNotificationCenter,
+                          fake.authorization,
+                          fake.workspace,
+                          fake.services,
+                          fake.shell};
   const platform::Installation installation(real);
   constexpr int calls = 20'000'000;
   std::vector<double> times;

@@ -126,13 +126,13 @@ Manifest manifestFor(int bundle, const Arguments& arguments) {
 
 posix::Descriptor signatureFolderIn(int bundle) {
   constexpr mode_t folderMode = 0755;
-  if (::mkdirat(bundle, signatureFolderPath, folderMode) == 0) {
-    ::fchmodat(bundle, signatureFolderPath, folderMode, 0);  // whatever the umask says
-  } else if (errno != EEXIST) {
-    failWithSystemError(std::string("cannot make ") + signatureFolderPath);
-  }
+  const bool isMade = ::mkdirat(bundle, signatureFolderPath, folderMode) == 0;
+  if (!isMade && errno != EEXIST) failWithSystemError(std::string("cannot make ") + signatureFolderPath);
   posix::Descriptor folder(::openat(bundle, signatureFolderPath, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!folder) failWithSystemError(std::string("cannot open ") + signatureFolderPath);
+  // Whatever the umask says.
+  if (isMade && ::fchmod(folder.get(), folderMode) != 0)
+    failWithSystemError(std::string("cannot give rights to ") + signatureFolderPath);
   return folder;
 }
 

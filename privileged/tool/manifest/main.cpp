@@ -130,7 +130,7 @@ posix::Descriptor signatureFolderIn(int bundle) {
   if (!isMade && errno != EEXIST) failWithSystemError(std::string("cannot make ") + signatureFolderPath);
   posix::Descriptor folder(::openat(bundle, signatureFolderPath, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!folder) failWithSystemError(std::string("cannot open ") + signatureFolderPath);
-  // Whatever the umask says.
+  // The umask may have taken some away.
   if (isMade && ::fchmod(folder.get(), folderMode) != 0)
     failWithSystemError(std::string("cannot give rights to ") + signatureFolderPath);
   return folder;

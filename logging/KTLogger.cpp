@@ -32,6 +32,8 @@ constexpr std::int32_t sourceLine = 112;
 constexpr double rollingFrequency = 86400.0;
 constexpr std::size_t maximumNumberOfLogFiles = 7;
 
+constexpr std::int64_t belowEveryLevel = -1;
+
 }  // namespace
 
 constinit std::atomic<KTLogger*> KTLogger::_shared{nullptr};
@@ -55,7 +57,8 @@ KTLogger* KTLogger::makeSharedLogger() {
 KTLogger::KTLogger(SingletonKey /*key*/, platform::LoggingPlatform* platform)
     : _defaults(platform == nullptr ? nullptr : &platform->standardUserDefaults),
       _mainBundle(platform == nullptr ? nullptr : &platform->bundles.mainBundle()),
-      _systemLog(platform == nullptr ? nullptr : &platform->systemLog) {}
+      _systemLog(platform == nullptr ? nullptr : &platform->systemLog),
+      _generationOfDefaults(platform == nullptr ? nullptr : platform->standardUserDefaults.generation()) {}
 
 // Threads may hold the pointer, so the object stays.
 void KTLogger::retire() {
@@ -81,9 +84,12 @@ void KTLogger::installFileLogger(platform::LoggingPlatform& platform) {
 }
 
 std::int64_t KTLogger::readThreshold() {
-  const platform::UserDefaults& defaults = *_defaults;
-  const std::uint64_t generation = defaults.generation();
-  const std::int64_t threshold = NSUserDefaults::Debug::loggingLevel(defaults, *_mainBundle);
+  const platform::Visit visit;
+  if (!visit) platform::reportLostStatement();
+  const platform::UserDefaults* defaults = visit ? _defaults.load() : nullptr;
+  if (defaults == nullptr) return belowEveryLevel;
+  const std::uint64_t generation = _generationOfDefaults->load(std::memory_order_acquire);
+  const std::int64_t threshold = NSUserDefaults::Debug::loggingLevel(*defaults, *_mainBundle);
   _threshold.store(threshold, std::memory_order_relaxed);
   _generation.store(generation, std::memory_order_release);
   return threshold;
@@ -94,6 +100,7 @@ void KTLogger::log(std::string_view /*selector*/, std::int32_t level, std::strin
   const auto index = static_cast<std::uint32_t>(level);
   if (index >= std::size(treatments) || treatments[index].heading.empty()) return;
   const platform::Visit visit;
+  if (!visit) platform::reportLostStatement();
   if (!visit || _defaults == nullptr) return;
   const Treatment& treatment = treatments[index];
   // Formatted once: the record is the echoed line without its heading.

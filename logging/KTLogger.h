@@ -62,12 +62,8 @@ class KELTO_API KTLogger {
 
   // Whether a statement of this level is dropped unformatted: the threshold is below `level`, read as unsigned.
   [[nodiscard]] bool isSilenced(std::int32_t level) {
-    const platform::Visit visit;
-    if (!visit) platform::reportLostStatement();
-    const platform::UserDefaults* defaults = visit ? _defaults.load() : nullptr;
-    if (defaults == nullptr) return true;
-    const std::uint64_t generation = defaults->generation();
-    const bool isKnown = generation != 0 && generation == _generation.load(std::memory_order_acquire);
+    const bool isKnown = _generationOfDefaults != nullptr && _generationOfDefaults->load(std::memory_order_acquire) ==
+                                                                 _generation.load(std::memory_order_acquire);
     const std::int64_t threshold =
         isKnown && !isReadingDue() ? _threshold.load(std::memory_order_relaxed) : readThreshold();
     return threshold < std::int64_t{static_cast<std::uint32_t>(level)};
@@ -94,6 +90,7 @@ class KELTO_API KTLogger {
     _calls.store(calls, std::memory_order_relaxed);
     return calls % callsPerReading == 0;
   }
+  // Without a platform a threshold below every level.
   std::int64_t readThreshold();
   void log(std::string_view selector, std::int32_t level, std::string_view format,
            std::span<const foundation::FormatArgument> arguments);
@@ -105,7 +102,9 @@ class KELTO_API KTLogger {
   const platform::Bundle* const _mainBundle;
   platform::SystemLog* const _systemLog;
   KTLogger* _retiredBefore = nullptr;
-  std::atomic<std::uint64_t> _generation{0};  // of the defaults that the threshold was read from
+  // Read without a visit, so that a silenced statement costs no more than the comparison.
+  const std::shared_ptr<const platform::UserDefaults::Generation> _generationOfDefaults;
+  std::atomic<std::uint64_t> _generation{0};  // the one that the threshold was read in
   std::atomic<std::int64_t> _threshold{0};
   std::atomic<std::uint32_t> _calls{0};
   std::shared_ptr<DDFileLogger> fileLogger;

@@ -2,7 +2,9 @@
 // The standard user defaults: argument domain first, then the application's stored domain, then registered defaults.
 //
 // Main thread and any thread: lookups are safe from every thread.
+#include <atomic>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -19,8 +21,9 @@ class UserDefaults {
   [[nodiscard]] virtual std::optional<foundation::PropertyList::Value> objectForKey(std::string_view key) const = 0;
 
   // A number that changes whenever this process changes a value, so that results computed from values can be cached until
-  // then. Changes by other programs do not count. 0 means unknown: then nothing may be cached. Cheap.
-  [[nodiscard]] virtual std::uint64_t generation() const { return 0; }
+  // then. Changes by other programs do not count. Never 0. The number may be read when the defaults are gone.
+  using Generation = std::atomic<std::uint64_t>;
+  [[nodiscard]] std::shared_ptr<const Generation> generation() const { return _generation; }
 
   // Stores the value in the application's own domain; it is on disk when this returns. False on failure.
   virtual bool setObject(std::string_view key, const foundation::PropertyList::Value& value) = 0;
@@ -33,6 +36,13 @@ class UserDefaults {
   [[nodiscard]] bool boolForKey(std::string_view key) const;
   // The leading decimal integer of a text, saturating; 0 without one.
   [[nodiscard]] std::int64_t integerForKey(std::string_view key) const;
+
+ protected:
+  // After each change of a value.
+  void beginGeneration() { _generation->fetch_add(1, std::memory_order_release); }
+
+ private:
+  const std::shared_ptr<Generation> _generation = std::make_shared<Generation>(1);
 };
 
 }  // namespace platform

@@ -12,7 +12,7 @@ std::optional<foundation::PropertyList::Value> FakeUserDefaults::objectForKey(st
 bool FakeUserDefaults::setObject(std::string_view key, const foundation::PropertyList::Value& value) {
   if (refusesToStore) return false;
   values.insert_or_assign(std::string(key), value);
-  ++_generation;
+  beginGeneration();
   return true;
 }
 
@@ -20,7 +20,7 @@ bool FakeUserDefaults::removeObject(std::string_view key) {
   if (refusesToStore) return false;
   const auto place = values.find(key);
   if (place != values.end()) values.erase(place);
-  ++_generation;
+  beginGeneration();
   return true;
 }
 

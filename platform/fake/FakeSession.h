@@ -1,7 +1,6 @@
 #pragma once
 // The user's session and machine in memory: other applications, notifications between programs, services, the shell, the
 // system log, bundles and defaults. One thread.
-#include <atomic>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -23,16 +22,12 @@ namespace platform::fake {
 class FakeUserDefaults final : public UserDefaults {
  public:
   [[nodiscard]] std::optional<foundation::PropertyList::Value> objectForKey(std::string_view key) const override;
-  [[nodiscard]] std::uint64_t generation() const override { return _generation; }
   bool setObject(std::string_view key, const foundation::PropertyList::Value& value) override;
   bool removeObject(std::string_view key) override;
 
   // A change made here directly is another program's, which the generation does not count.
   foundation::PropertyList::Dictionary values;
   bool refusesToStore = false;
-
- private:
-  std::atomic<std::uint64_t> _generation{1};
 };
 
 // A centre with which all programs of the session are this one. A notification arrives from the run loop.

@@ -60,13 +60,13 @@ bool UserDefaults::removeObject(std::string_view key) {
 void UserDefaults::registerDefaults(const foundation::PropertyList::Dictionary& values) {
   const std::lock_guard lock(_mutex);
   for (const auto& [key, value] : values) _registered.insert_or_assign(key, value);
-  _generation.fetch_add(1, std::memory_order_release);
+  beginGeneration();
 }
 
 bool UserDefaults::update(const std::function<bool(foundation::PropertyList::Dictionary&)>& change) {
   std::string reason = "the application has no domain of its own";
   const bool isStored = _file && _file->update(change, reason);
-  _generation.fetch_add(1, std::memory_order_release);
+  beginGeneration();
   if (!isStored) _log.log("NSUserDefaults: nothing was stored: " + reason);
   return isStored;
 }

@@ -2,7 +2,6 @@
 // The standard user defaults on Linux: arguments, then ~/.config/<domain>.plist, then registered defaults. Any thread.
 //
 // Changes that another program stores are seen at the next look-up.
-#include <atomic>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -28,7 +27,6 @@ class UserDefaults final : public platform::UserDefaults {
   UserDefaults(int argc, const char* const* argv, std::string_view domain, platform::SystemLog& log);
 
   [[nodiscard]] std::optional<foundation::PropertyList::Value> objectForKey(std::string_view key) const override;
-  [[nodiscard]] std::uint64_t generation() const override { return _generation.load(std::memory_order_acquire); }
   bool setObject(std::string_view key, const foundation::PropertyList::Value& value) override;
   bool removeObject(std::string_view key) override;
 
@@ -43,7 +41,6 @@ class UserDefaults final : public platform::UserDefaults {
   platform::SystemLog& _log;
   const foundation::PropertyList::Dictionary _arguments;
   const std::optional<DefaultsFile> _file;
-  std::atomic<std::uint64_t> _generation{1};
   mutable std::mutex _mutex;
   foundation::PropertyList::Dictionary _registered;
   mutable bool _hasRead = false;

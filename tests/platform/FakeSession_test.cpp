@@ -147,8 +147,8 @@ INSTANTIATE_TYPED_TEST_SUITE_P(Fake, AuthorizationContract, FakeAuthorizationWor
 
 TEST(FakeUserDefaults, AChangeOfAnotherProgramIsSeenButDoesNotCount) {
   platform::fake::FakeUserDefaults defaults;
-  const auto before = defaults.generation();
+  const std::uint64_t before = *defaults.generation();
   defaults.values.insert_or_assign("key", 1);
   EXPECT_EQ(defaults.integerForKey("key"), 1);
-  EXPECT_EQ(defaults.generation(), before);
+  EXPECT_EQ(*defaults.generation(), before);
 }

@@ -51,20 +51,21 @@ TYPED_TEST_P(UserDefaultsContract, ValuesAreReadWithTheUsualConversions) {
 }
 
 TYPED_TEST_P(UserDefaultsContract, TheGenerationChangesWithEveryChangeAndWithNothingElse) {
-  const auto first = this->defaults().generation();
+  const auto generation = this->defaults().generation();
+  const std::uint64_t first = *generation;
   EXPECT_NE(first, 0U);
   this->defaults().objectForKey("key");
-  EXPECT_EQ(this->defaults().generation(), first);
+  EXPECT_EQ(*generation, first);
   this->defaults().setObject("key", 1);
-  const auto second = this->defaults().generation();
+  const std::uint64_t second = *generation;
   EXPECT_NE(second, first);
   this->defaults().setObject("key", 2);
-  const auto third = this->defaults().generation();
+  const std::uint64_t third = *generation;
   EXPECT_NE(third, second);
   this->defaults().removeObject("key");
-  const auto fourth = this->defaults().generation();
+  const std::uint64_t fourth = *generation;
   EXPECT_NE(fourth, third);
-  EXPECT_EQ(this->defaults().generation(), fourth);
+  EXPECT_EQ(*generation, fourth);
 }
 
 TYPED_TEST_P(UserDefaultsContract, AValueThatCannotBeStoredIsReportedAndNotThere) {

@@ -14,14 +14,20 @@ class Lasting {
   // `make` returns a std::unique_ptr<T>.
   template <class Make>
   T& get(Make make) {
-    if (T* object = _object.load(std::memory_order_acquire)) return *object;
-    std::unique_ptr<T> made = make();
-    T* first = nullptr;
-    if (!_object.compare_exchange_strong(first, made.get(), std::memory_order_acq_rel)) return *first;
-    return *made.release();
+    T* object = _object.load(std::memory_order_acquire);
+    return object != nullptr ? *object : makeFirst(make);
   }
 
  private:
+  // Apart, so that later calls are a load and a comparison.
+  template <class Make>
+  [[gnu::cold, gnu::noinline]] T& makeFirst(const Make& make) {
+    std::unique_ptr<T> made = make();
+    T* other = nullptr;
+    if (!_object.compare_exchange_strong(other, made.get(), std::memory_order_acq_rel)) return *other;
+    return *made.release();
+  }
+
   std::atomic<T*> _object{nullptr};
 };
 

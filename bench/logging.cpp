@@ -224,9 +224,18 @@ void benchSynchronous(Report& report, int rounds) {
   benchLatency(report, "synchronous call", contenders, 50'000, std::chrono::nanoseconds(0), rounds);
 }
 
+// A call that does nothing: what reading the clock before and after a call costs by itself.
+class Floor final : public Peer {
+ public:
+  void log(int /*number*/) override {}
+  void finish() override {}
+};
+
 void benchPaced(Report& report, int rounds) {
-  const auto contenders = asynchronousContenders();
+  auto contenders = asynchronousContenders();
+  contenders.push_back({"nothing but the clock", [] { return std::make_unique<Floor>(); }});
   benchLatency(report, "asynchronous call every 10 us", contenders, 50'000, std::chrono::microseconds(10), rounds);
+  benchLatency(report, "asynchronous call every 1 ms", contenders, 1'000, std::chrono::milliseconds(1), rounds);
 }
 
 // Memory and idle cost are measured in a process of their own.

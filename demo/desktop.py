@@ -206,7 +206,8 @@ class Desktop:
         self.environment |= {"DISPLAY": f":{number}", "XAUTHORITY": str(authority)}
 
     def _take_own_display(self):
-        display = os.environ.get("DISPLAY")
+        # In a Wayland session the display's root window has no picture of what is on the screen.
+        display = None if os.environ.get("WAYLAND_DISPLAY") else os.environ.get("DISPLAY")
         if not display or self.account:
             return False
         authority = os.environ.get("XAUTHORITY", os.path.expanduser("~/.Xauthority"))

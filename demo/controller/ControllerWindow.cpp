@@ -57,12 +57,14 @@ QColor ControllerWindow::accent() const {
   return QColor::fromHsv((140 + 70 * major) % 360, 110, 185);
 }
 
-foundation::Rect ControllerWindow::frameOnScreen() const {
+std::optional<foundation::Rect> ControllerWindow::frameOnScreen() const {
+  if (QGuiApplication::platformName().startsWith("wayland")) return std::nullopt;
   const QRect frame = frameGeometry();
   const QRect screen = QGuiApplication::primaryScreen()->geometry();
   const int above = frame.y() - screen.y();
-  return {{static_cast<double>(frame.x() - screen.x()), static_cast<double>(screen.height() - above - frame.height())},
-          {static_cast<double>(frame.width()), static_cast<double>(frame.height())}};
+  return foundation::Rect{
+      {static_cast<double>(frame.x() - screen.x()), static_cast<double>(screen.height() - above - frame.height())},
+      {static_cast<double>(frame.width()), static_cast<double>(frame.height())}};
 }
 
 void ControllerWindow::placeOnScreen(const foundation::Rect& frame) {

@@ -6,6 +6,7 @@
 #include <QString>
 #include <QWidget>
 #include <functional>
+#include <optional>
 
 #include "foundation/graphics/Geometry.h"
 
@@ -16,7 +17,7 @@ class ControllerWindow final : public QWidget {
   void showState(const QString& state) { _state->setText(state); }
 
   // With the window's own frame, in points with the origin at the bottom-left of the primary screen.
-  [[nodiscard]] foundation::Rect frameOnScreen() const;
+  [[nodiscard]] std::optional<foundation::Rect> frameOnScreen() const;
   // Whole points; what is inside the frame gets the size that is left.
   void placeOnScreen(const foundation::Rect& frame);
 

@@ -33,7 +33,8 @@ QStringList argumentsFor(const InstallerTask& task) {
   if (task.newBundle) arguments << argument(protocol::sourcePathArgument) << QString::fromStdString(*task.newBundle);
   arguments << argument(protocol::trashPathArgument) << QString::fromStdString(task.installedBundle);
   if (task.isUpdate) arguments << argument(protocol::isUpdateArgument) << "YES";
-  return arguments << argument(protocol::mainFrameArgument) << frameArgument(task.mainFrame);
+  if (task.mainFrame) arguments << argument(protocol::mainFrameArgument) << frameArgument(*task.mainFrame);
+  return arguments;
 }
 
 // The connection that owns `name`, when it is that process's.

@@ -32,7 +32,8 @@ struct InstallerTask {
   std::optional<std::string> newBundle;  // nothing: the installed bundle is moved to the Trash
   std::string installedBundle;
   bool isUpdate = false;
-  foundation::Rect mainFrame;  // the controller's window, origin bottom-left; the installer places itself over it
+  // The controller's window, origin bottom-left: the installer places itself over it. A Wayland client cannot know it.
+  std::optional<foundation::Rect> mainFrame;
 };
 
 class InstallerHandoff final {

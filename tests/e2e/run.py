@@ -32,6 +32,7 @@ import sdk  # noqa: E402,F401
 import server  # noqa: E402,F401
 import state  # noqa: E402,F401
 import system  # noqa: E402,F401
+import wayland  # noqa: E402,F401
 from desktop import LIBC, PR_SET_PDEATHSIG, Failure, end_on_signals, missing_programs  # noqa: E402
 from private_state import keep_state_private  # noqa: E402
 from road import PROJECT  # noqa: E402

@@ -6,6 +6,7 @@ import subprocess
 
 import protocol
 from desktop import wait_for
+from road import PROJECT
 from world import Skip, check, english, equal, scenario
 
 # Two monitors side by side on one display of 1280x800 pixels; the second is lower and stands lower.
@@ -38,6 +39,17 @@ def expected_place(main_frame, height):
             math.floor(single((around - height) * 0.5)) + bottom + 6)
 
 
+def expect_entry(world, process):
+    """One window of the wizard's is in the list of windows, and it leads to the installer's desktop entry."""
+    listed = re.findall(r"0x[0-9a-f]+", world.desktop.ask("xprop", "-root", "_NET_CLIENT_LIST"))
+    own = [window for window in listed
+           if world.desktop.ask("xprop", "-id", window, "_NET_WM_PID").split()[-1] == str(process)]
+    equal("windows of the installer in the list", len(own), 1)
+    entry = next((PROJECT / "packaging/desktop").glob("*.desktop"))
+    wanted = re.search("^StartupWMClass=(.+)$", entry.read_text(encoding="utf-8"), re.MULTILINE)[1]
+    equal("the window's class", world.desktop.ask("xprop", "-id", own[0], "WM_CLASS").split('"')[-2], wanted)
+
+
 def expect_place(world, primary, main_frame):
     """The wizard stands where it belongs when the controller's window has this frame; counted from the bottom-left corner of
     the primary monitor."""
@@ -46,6 +58,7 @@ def expect_place(world, primary, main_frame):
     left, bottom = expected_place(main_frame, 206)
     expected = (primary[0] + left, primary[1] + primary[3] - bottom - 206, WIDTH, 206)
     equal("the wizard on the display", world.desktop.frame_of(world.desktop.window_of(process)), expected)
+    expect_entry(world, process)
     check("it is cancelled", world.desktop.press(process, english("<Cancel>")))
     world.road.installer_gone(process)
     return expected

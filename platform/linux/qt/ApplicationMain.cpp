@@ -66,6 +66,9 @@ class Framework {
     _platform.views.resources = &_viewResources;
     putResourcesFirstOnPath(_bundles.mainBundle());
     QApplication::setWindowIcon(applicationIcon(_bundles.mainBundle()));
+    // The name of its desktop entry: lists of windows take name and picture from there.
+    QGuiApplication::setDesktopFileName(
+        QString::fromStdString(_bundles.mainBundle().bundleIdentifier().value_or(programName(argv[0]))));
   }
 
   int run(const std::vector<DelegateClass>& classes) {

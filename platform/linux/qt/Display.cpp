@@ -1,5 +1,7 @@
 #include "platform/linux/qt/Display.h"
 
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <xcb/xcb.h>
 
 #include <QDir>
@@ -8,6 +10,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+
+#include "posix/Descriptor.h"
 
 namespace platform::Linux::Display {
 namespace {
@@ -28,10 +32,36 @@ bool canReachX11() {
   return reached;
 }
 
-bool canUseWayland() {
-  if (environment("WAYLAND_DISPLAY").empty()) return false;
-  const QDir plugins(QLibraryInfo::path(QLibraryInfo::PluginsPath) + "/platforms");
+bool isWaylandSession() { return !environment("WAYLAND_DISPLAY").empty() || !environment("WAYLAND_SOCKET").empty(); }
+
+// The compositor's socket, as its client library finds it.
+std::string waylandSocket() {
+  const auto name = environment("WAYLAND_DISPLAY");
+  return name.starts_with('/') ? name : environment("XDG_RUNTIME_DIR") + "/" + name;
+}
+
+bool canReachWayland() {
+  if (!environment("WAYLAND_SOCKET").empty()) return true;
+  const std::string path = waylandSocket();
+  sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+  if (path.size() >= sizeof address.sun_path) return false;
+  path.copy(static_cast<char*>(address.sun_path), path.size());
+  const posix::Descriptor connection(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  return ::connect(connection.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+}
+
+bool hasWaylandPlugin(const std::string& pluginFolder) {
+  const QDir plugins(QString::fromStdString(pluginFolder + "/platforms"));
   return !plugins.entryList({"libqwayland*.so"}, QDir::Files).isEmpty();
+}
+
+std::string problemOnWayland(const std::string& pluginFolder) {
+  if (!canReachWayland())
+    return "the Wayland display \"" + environment("WAYLAND_DISPLAY") + "\" cannot be opened: nothing listens at " +
+           waylandSocket() + ". " + advice;
+  if (!hasWaylandPlugin(pluginFolder))
+    return "this is a Wayland session, and Qt's plug-in for it is missing. Install the package qt6-wayland.";
+  return {};
 }
 
 std::string problemWithoutDisplay() {
@@ -43,15 +73,21 @@ std::string problemWithoutDisplay() {
 
 }  // namespace
 
-Choice choose() {
+std::string qtPluginFolder() { return QLibraryInfo::path(QLibraryInfo::PluginsPath).toStdString(); }
+
+Choice choose(const std::string& pluginFolder) {
   const auto asked = environment("QT_QPA_PLATFORM");
-  if (!asked.empty() && asked != "xcb") return {{}, "QT_QPA_PLATFORM=" + asked + " decides how the window is shown", {}};
+  const bool isWaylandAsked = asked.starts_with("wayland");
+  if (!asked.empty() && asked != "xcb")
+    return {{},
+            "QT_QPA_PLATFORM=" + asked + " decides how the window is shown",
+            isWaylandAsked ? problemOnWayland(pluginFolder) : ""};
   if (!environment("DISPLAY").empty() && canReachX11()) {
-    const bool onWayland = !environment("WAYLAND_DISPLAY").empty();
-    return {"xcb", onWayland ? "Wayland session: using XWayland, where a window can be placed" : "", {}};
+    return {"xcb", isWaylandSession() ? "Wayland session: using XWayland, where a window can be placed" : "", {}};
   }
-  if (asked.empty() && canUseWayland())
-    return {"wayland", "Wayland without XWayland: the compositor decides where the window appears", {}};
+  if (asked.empty() && isWaylandSession())
+    return {"wayland", "Wayland without XWayland: the compositor decides where the window appears",
+            problemOnWayland(pluginFolder)};
   return {{}, {}, problemWithoutDisplay()};
 }
 

@@ -18,9 +18,12 @@ struct Choice {
   std::string problem;     // empty when a display can be reached
 };
 
+// The folder of Qt's plug-ins.
+std::string qtPluginFolder();
+
 // Chooses from the environment. X11 comes first, through XWayland too, because a Wayland client cannot place its own
 // window. Without this check Qt would end the process with a core dump when there is no display.
-Choice choose();
+Choice choose(const std::string& pluginFolder = qtPluginFolder());
 
 // Sets environment variables that Qt reads while the application object is made, and puts the old values back when it goes:
 // programs started later must not inherit them. Those by which a desktop lets this program come to the front, which Qt

@@ -240,6 +240,18 @@ TEST_F(ApplicationMainTest, WithADisplayThatCannotBeOpenedItSaysWhich) {
   EXPECT_NE(errors().find("the display \":4321\" cannot be opened"), std::string::npos) << errors();
 }
 
+TEST_F(ApplicationMainTest, WithAWaylandDisplayThatIsDeadItSaysWhich) {
+  for (const std::string platform : {"-u QT_QPA_PLATFORM", "QT_QPA_PLATFORM=wayland"}) {
+    auto application =
+        start("", "-u DISPLAY -u WAYLAND_SOCKET " + platform + " WAYLAND_DISPLAY=wayland-dead XDG_RUNTIME_DIR=/nowhere");
+    EXPECT_EQ(application.wait(), static_cast<int>(Ending::noDisplay));
+    EXPECT_NE(
+        errors().find("the Wayland display \"wayland-dead\" cannot be opened: nothing listens at /nowhere/wayland-dead"),
+        std::string::npos)
+        << errors();
+  }
+}
+
 TEST_F(ApplicationMainTest, OnWaylandItGoesThroughXWaylandAndSaysSo) {
   auto application = start("", "-u QT_QPA_PLATFORM WAYLAND_DISPLAY=wayland-0");
   ASSERT_TRUE(eventually([this] { return hasSaid("shown"); })) << errors();

@@ -1,0 +1,35 @@
+#include "platform/linux/qt/Display.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/support/PrivateBus.h"
+#include "tests/support/TemporaryFolder.h"
+
+using platform::Linux::Display::choose;
+using tests::ScopedEnvironment;
+
+namespace {
+
+// A Wayland session without an X server; Qt's client library finds the compositor by the descriptor.
+struct DisplayTest : testing::Test {
+  ScopedEnvironment display{"DISPLAY", ""};
+  ScopedEnvironment asked{"QT_QPA_PLATFORM", ""};
+  ScopedEnvironment socket{"WAYLAND_SOCKET", "7"};
+  tests::TemporaryFolder plugins;
+};
+
+TEST_F(DisplayTest, WithoutQtsPluginForWaylandThePackageIsNamed) {
+  EXPECT_NE(choose(plugins.path()).problem.find("Install the package qt6-wayland."), std::string::npos);
+  const ScopedEnvironment wayland("QT_QPA_PLATFORM", "wayland");
+  EXPECT_NE(choose(plugins.path()).problem.find("Install the package qt6-wayland."), std::string::npos);
+}
+
+TEST_F(DisplayTest, WithThePluginWaylandIsChosen) {
+  std::filesystem::create_directory(plugins.path("platforms"));
+  tests::writeFile(plugins.path("platforms/libqwayland-generic.so"), "");
+  const auto choice = choose(plugins.path());
+  EXPECT_EQ(choice.problem, "");
+  EXPECT_EQ(choice.qtPlatform, "wayland");
+}
+
+}  // namespace

@@ -77,18 +77,18 @@ bool quitOverBus(const RunningProcess& process, const std::string& identifier) {
 
 // A toolkit's handler for the signal closes the windows without asking, and unsaved work is gone. A process without a
 // handler would be ended on the spot.
-bool terminateWindowless(const RunningProcess& process) {
-  if (programOf(parentOf(process.number)) == programOf(process.number)) return false;
+bool terminateWindowless(const RunningProcess& process, const std::vector<pid_t>& copies) {
+  if (std::ranges::find(copies, parentOf(process.number)) != copies.end()) return false;
   if (!handlesSignal(process.number, SIGTERM) || mayShowWindows(process.number) || !isRunning(process)) return false;
   return ::syscall(SYS_pidfd_send_signal, process.handle.get(), SIGTERM, nullptr, 0) == 0;
 }
 
 }  // namespace
 
-bool askToQuit(const RunningProcess& process, const std::string& bundleIdentifier) {
+bool askToQuit(const RunningProcess& process, const std::string& bundleIdentifier, const std::vector<pid_t>& copies) {
   if (!isRunning(process)) return false;
   bringForward(process.number);
-  return quitOverBus(process, bundleIdentifier) || closeWindows(process.number) || terminateWindowless(process);
+  return quitOverBus(process, bundleIdentifier) || closeWindows(process.number) || terminateWindowless(process, copies);
 }
 
 }  // namespace platform::Linux

@@ -18,10 +18,11 @@ namespace {
 
 class RunningApplication final : public platform::RunningApplication {
  public:
-  RunningApplication(RunningProcess process, std::string_view bundleIdentifier, platform::SystemLog& log,
-                     BlockingCall& blockingCall, bool& hasAsked)
+  RunningApplication(RunningProcess process, std::string_view bundleIdentifier, std::vector<pid_t> copies,
+                     platform::SystemLog& log, BlockingCall& blockingCall, bool& hasAsked)
       : _process(std::move(process)),
         _bundleIdentifier(bundleIdentifier),
+        _copies(std::move(copies)),
         _log(log),
         _blockingCall(blockingCall),
         _hasAsked(hasAsked) {}
@@ -29,7 +30,7 @@ class RunningApplication final : public platform::RunningApplication {
   bool terminate() override {
     _hasAsked = true;
     bool isAsked = false;
-    _blockingCall.run([&] { isAsked = askToQuit(_process, _bundleIdentifier); });
+    _blockingCall.run([&] { isAsked = askToQuit(_process, _bundleIdentifier, _copies); });
     if (!isAsked) _log.log("Process " + std::to_string(_process.number) + whose() + " could not be asked to quit");
     return isAsked;
   }
@@ -44,6 +45,7 @@ class RunningApplication final : public platform::RunningApplication {
 
   const RunningProcess _process;
   const std::string _bundleIdentifier;
+  const std::vector<pid_t> _copies;
   platform::SystemLog& _log;
   BlockingCall& _blockingCall;
   bool& _hasAsked;
@@ -63,8 +65,8 @@ std::vector<std::shared_ptr<platform::RunningApplication>> Workspace::runningApp
   if (_hasAsked && onWait) onWait(numbers);
   std::vector<std::shared_ptr<platform::RunningApplication>> applications;
   for (auto& process : processes)
-    applications.push_back(
-        std::make_shared<RunningApplication>(std::move(process), bundleIdentifier, _log, _blockingCall, _hasAsked));
+    applications.push_back(std::make_shared<RunningApplication>(std::move(process), bundleIdentifier, numbers, _log,
+                                                                _blockingCall, _hasAsked));
   return applications;
 }
 

@@ -1,6 +1,7 @@
 #include "platform/linux/RunningCopies.h"
 
 #include <fstream>
+#include <ranges>
 #include <set>
 
 #include "tests/platform/linux/Applications.h"
@@ -172,10 +173,31 @@ TEST_F(RunningCopies, APartOfACopyIsNotSignalled) {
   ASSERT_EQ(std::set({copy.line(), copy.line()}), std::set<std::string>({"ready", "child"}));
   const auto copies = running();
   ASSERT_EQ(copies.size(), 2U);
+  // The part first, which has the higher number: it ends with the copy.
   int asked = 0;
-  for (const auto& each : copies) asked += each->terminate() ? 1 : 0;
+  for (const auto& each : std::ranges::reverse_view(copies)) asked += each->terminate() ? 1 : 0;
   EXPECT_EQ(asked, 1);
   EXPECT_EQ(copy.line(), "SIGTERM");
+}
+
+// An interpreter runs any number of programs: one that started the application is not the application.
+TEST_F(RunningCopies, AScriptThatAProgramOfItsInterpreterStartedIsAsked) {
+  const std::string shell = makeScript(
+      "Shell.app", "#!/bin/sh\ntrap 'echo SIGTERM; exit' TERM\necho ready\nwhile :; do sleep 100 & wait; done\n");
+  const std::string python = makeScript("Python.app",
+                                        "#!/usr/bin/python3 -u\nimport signal, sys\n"
+                                        "signal.signal(signal.SIGTERM, lambda *_: (print('SIGTERM'), sys.exit()))\n"
+                                        "print('ready')\nwhile True: signal.pause()\n");
+  for (const auto& words : std::vector<std::vector<std::string>>{
+           {"/bin/sh", "-c", "\"$0\"; exit", shell + program},
+           {"/usr/bin/python3", "-c", "import subprocess, sys; subprocess.run(sys.argv[1:])", python + program}}) {
+    TestProgram starter(words);
+    ASSERT_TRUE(starter.isReady());
+    EXPECT_TRUE(askOnlyCopy()) << words[0];
+    EXPECT_EQ(starter.line(), "SIGTERM");
+    starter.kill();
+    starter.reap();
+  }
 }
 
 }  // namespace

@@ -298,7 +298,8 @@ constexpr std::array methods{brokerMethod::create,
                              brokerMethod::copyRights,
                              brokerMethod::free,
                              brokerMethod::executeWithPrivileges,
-                             brokerMethod::makeExternalFormFor};
+                             brokerMethod::makeExternalFormFor,
+                             brokerMethod::isAsking};
 
 // A call of the right form, with values of the input or of earlier answers.
 void fillBody(Message& call, std::size_t method, Input& input, Broker& broker) {
@@ -324,7 +325,7 @@ void fillBody(Message& call, std::size_t method, Input& input, Broker& broker) {
 }
 
 void sendRecord(Input& input, Broker& broker) {
-  enum Kind : std::uint8_t { Wrong = 6, Gone = 7, Yes = 8, No = 9, Raw = 10, ForProcess = 11, Count = 12 };
+  enum Kind : std::uint8_t { Wrong = 6, Gone = 7, Yes = 8, No = 9, Raw = 10, ForProcess = 11, Count = 13 };
   const auto kind = input.byte() % Count;
   Message message;
   message.sender = ":1." + std::to_string(input.byte() % 6 + 1);
@@ -350,7 +351,7 @@ void sendRecord(Input& input, Broker& broker) {
     message.signature = input.bytes(input.byte() % 8);
     message.body = input.bytes(input.byte());
   } else {
-    const std::size_t method = kind == ForProcess ? methods.size() - 1 : kind;
+    const std::size_t method = kind >= ForProcess ? kind - ForProcess + Wrong : kind;
     message.member = methods[method].name;
     fillBody(message, method, input, broker);
   }

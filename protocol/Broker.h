@@ -41,12 +41,15 @@ inline constexpr BrokerMethod free{"Free", "tu", "handle flags", "u", "statusCod
 // Runs the program that `tool` is open on; `stream` is the other end of its standard input and output. The session must
 // hold the right adminRight; for a program that is not listed as a tool an administrator is asked besides.
 inline constexpr BrokerMethod executeWithPrivileges{"ExecuteWithPrivileges", "thu", "handle tool options", "h", "stream"};
+// Whether the policy service, and perhaps a person, is being asked about a call of this connection, which takes its time
+// then.
+inline constexpr BrokerMethod isAsking{"IsAsking", "", "", "b", "isAsking"};
 
 }  // namespace brokerMethod
 
 // Counts up with every addition to the interface; a broker that lacks the property is of version 1.
 inline constexpr const char* brokerVersionProperty = "Version";
-inline constexpr std::uint32_t brokerVersion = 2;
+inline constexpr std::uint32_t brokerVersion = 3;
 
 // To have the listed tools run with administrator rights.
 inline constexpr const char* adminRight = "system.privilege.admin";

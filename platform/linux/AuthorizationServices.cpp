@@ -7,7 +7,6 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/linux/BusCall.h"
 #include "platform/linux/ToolStream.h"
 #include "posix/Descriptor.h"
 
@@ -39,6 +38,22 @@ int readForm(sd_bus_message* reply, AuthorizationExternalForm& form) {
   if (length != form.bytes.size()) return -EBADMSG;
   std::memcpy(form.bytes.data(), bytes, length);
   return 0;
+}
+
+struct UnreferenceSlot {
+  void operator()(sd_bus_slot* slot) const { sd_bus_slot_unref(slot); }
+};
+
+int keepAnswer(sd_bus_message* answer, void* kept, sd_bus_error* /*error*/) {
+  static_cast<BusMessage*>(kept)->reset(sd_bus_message_ref(answer));
+  return 1;
+}
+
+BusMessage callOf(sd_bus* bus, const protocol::BrokerMethod& method) {
+  sd_bus_message* request = nullptr;
+  sd_bus_message_new_method_call(bus, &request, protocol::brokerBusName, protocol::brokerObjectPath,
+                                 protocol::brokerInterface, method.name);
+  return BusMessage(request);
 }
 
 enum class Broker { There, Missing, Broken };
@@ -87,22 +102,65 @@ AuthorizationStatus AuthorizationServices::call(const Method& method, std::uint6
 
 AuthorizationStatus AuthorizationServices::exchange(const Method& method, std::uint64_t timeoutMicroseconds,
                                                     const Part& writeArguments, const Part& readAnswer) {
-  sd_bus_message* request = nullptr;
-  sd_bus_message* reply = nullptr;
   BusError error;
-  int result = sd_bus_message_new_method_call(_bus->get(), &request, protocol::brokerBusName, protocol::brokerObjectPath,
-                                              protocol::brokerInterface, method.name);
-  const BusMessage ownedRequest(request);
-  if (result >= 0) result = writeArguments(request);
-  if (result >= 0) result = sd_bus_call(_bus->get(), request, timeoutMicroseconds, error.get(), &reply);
-  const BusMessage ownedReply(reply);
-  if (result >= 0) result = readAnswer(reply);
+  BusMessage answer;
+  const BusMessage request = callOf(_bus->get(), method);
+  int result = request ? writeArguments(request.get()) : -ENOTCONN;
+  if (result >= 0) result = answerTo(request.get(), timeoutMicroseconds, error, answer);
+  if (result >= 0) result = readAnswer(answer.get());
 
   AuthorizationStatus status = result >= 0 ? errAuthorizationSuccess : errAuthorizationInternal;
   if (sd_bus_error_is_set(error.get()) != 0) status = protocol::brokerStatusForError(error.get()->name);
   _isMethodMissing = error.has(SD_BUS_ERROR_UNKNOWN_METHOD);
   if (status != errAuthorizationSuccess) _cause = std::string(method.name) + ": " + error.cause(result);
   return status;
+}
+
+// A person may think for minutes, and meanwhile the broker says that it is asking one. The bus keeps the order of messages:
+// an answer that is not there when it says that it asks nobody will never come.
+int AuthorizationServices::answerTo(sd_bus_message* request, std::uint64_t timeoutMicroseconds, BusError& error,
+                                    BusMessage& answer) {
+  sd_bus_slot* slot = nullptr;
+  int result = sd_bus_call_async(_bus->get(), &slot, request, keepAnswer, &answer, timeoutMicroseconds);
+  const std::unique_ptr<sd_bus_slot, UnreferenceSlot> ownedSlot(slot);
+  for (bool isAsking = true; result >= 0 && !answer && isAsking;) {
+    result = takeMessages(answer, longestWait);
+    if (result < 0 || answer) break;
+    isAsking = isBrokerAsking();
+    result = takeMessages(answer, std::chrono::microseconds(0));
+  }
+  if (result < 0) return result;
+  if (!answer) return sd_bus_error_set(error.get(), SD_BUS_ERROR_NO_REPLY, "the broker does not answer");
+  sd_bus_error_copy(error.get(), sd_bus_message_get_error(answer.get()));
+  return -sd_bus_message_get_errno(answer.get());
+}
+
+// Returns when the answer is there or the time is over; negative when the connection is lost.
+int AuthorizationServices::takeMessages(const BusMessage& answer, std::chrono::microseconds time) {
+  using Clock = std::chrono::steady_clock;
+  const auto end = Clock::now() + time;
+  while (!answer) {
+    const int taken = sd_bus_process(_bus->get(), nullptr);
+    if (taken < 0) return taken;
+    if (taken > 0) continue;
+    const auto left = std::chrono::duration_cast<std::chrono::microseconds>(end - Clock::now()).count();
+    if (left <= 0) break;
+    sd_bus_wait(_bus->get(), static_cast<std::uint64_t>(left));
+  }
+  return 0;
+}
+
+// One of an earlier version does not tell, and has its whole time.
+bool AuthorizationServices::isBrokerAsking() {
+  const BusMessage request = callOf(_bus->get(), brokerMethod::isAsking);
+  const auto patience = static_cast<std::uint64_t>(longestWait.count());
+  BusError error;
+  sd_bus_message* reply = nullptr;
+  const int status = request ? sd_bus_call(_bus->get(), request.get(), patience, error.get(), &reply) : -ENOTCONN;
+  const BusMessage owned(reply);
+  if (status < 0) return error.has(SD_BUS_ERROR_UNKNOWN_METHOD);
+  int isAsking = 0;
+  return sd_bus_message_read(reply, brokerMethod::isAsking.gives, &isAsking) > 0 && isAsking != 0;
 }
 
 AuthorizationStatus AuthorizationServices::create(AuthorizationFlags /*flags*/, AuthorizationRef& authorization) {

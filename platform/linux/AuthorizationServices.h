@@ -12,6 +12,7 @@
 #include "platform/SystemLog.h"
 #include "platform/linux/BlockingCall.h"
 #include "platform/linux/Bus.h"
+#include "platform/linux/BusCall.h"
 #include "protocol/Broker.h"
 #include "protocol/ToolProtocol.h"
 
@@ -23,6 +24,10 @@ class AuthorizationServices final : public platform::AuthorizationServices {
   std::function<void(bool)> onToolRuns;
   // A tool that gives neither an answer nor a sign of life for so long is given up.
   std::chrono::milliseconds longestSilence = std::chrono::seconds(protocol::longestSilence);
+
+  // After so long without an answer to a call the broker is asked whether it is asking somebody about it. When it is not,
+  // or says nothing for as long again, the call is given up.
+  std::chrono::microseconds longestWait = std::chrono::seconds(25);
 
   // Both outlive this object, and this object the streams that it hands out.
   AuthorizationServices(BlockingCall& blockingCall, platform::SystemLog& log) : _blockingCall(blockingCall), _log(log) {}
@@ -50,6 +55,9 @@ class AuthorizationServices final : public platform::AuthorizationServices {
                            const Part& readAnswer);
   AuthorizationStatus exchange(const Method& method, std::uint64_t timeoutMicroseconds, const Part& writeArguments,
                                const Part& readAnswer);
+  int answerTo(sd_bus_message* request, std::uint64_t timeoutMicroseconds, BusError& error, BusMessage& answer);
+  int takeMessages(const BusMessage& answer, std::chrono::microseconds time);
+  bool isBrokerAsking();
   AuthorizationStatus copyRight(AuthorizationRef authorization, const char* right, AuthorizationFlags flags);
 
   BlockingCall& _blockingCall;

@@ -1,5 +1,4 @@
 """A run on a bus whose answers, and the broker's, are late, lost or doubled: it ends in time, with the right alert and status."""
-import collections
 import os
 import signal
 import time
@@ -124,8 +123,23 @@ def lost_answer_of_the_application(world):
     equal("the status", expect_ending_in_time(proxied_runs(world), "lose ActivateAction#1", 20)[0], endings.DONE)
 
 
-# Seconds that a run may take when the answer is lost: a person may be asked before the broker answers these.
-PATIENCE = collections.defaultdict(lambda: 90, {f"{protocol.copyRightsMethod}#2": 650, f"{protocol.executeWithPrivilegesMethod}#1": 650})
+# Answers of the broker: the status when one is lost. A person may be asked before it answers some of these.
+LOST_ANSWERS = {f"{protocol.createFromExternalFormMethod}#1": endings.REFUSED, f"{protocol.copyRightsMethod}#1": endings.REFUSED,
+                f"{protocol.copyRightsMethod}#2": endings.REFUSED, f"{protocol.executeWithPrivilegesMethod}#1": endings.FAILED}
+
+
+@scenario("slow", broker=False)
+def lost_answers_of_the_broker(world):
+    """The broker says that it asks nobody: its answer is not waited for as if a person were thinking."""
+    runs = proxied_runs(world)
+    for row, status in LOST_ANSWERS.items():
+        found, duration = expect_ending_in_time(runs, f"lose {row}", 40)
+        print(f"{row}: status {found} after {duration:.1f} s", flush=True)
+        equal(f"the status without {row}", found, status)
+
+
+# Seconds that a run may take when any message is lost.
+PATIENCE = 90
 
 
 @scenario("slow", broker=False)
@@ -137,7 +151,7 @@ def every_reply_in_turn(world):
     for row in runs.proxied.rows():
         for rule in (f"delay {row} 2", f"double {row}", f"lose {row}"):
             try:
-                status, duration = expect_ending_in_time(runs, rule, PATIENCE[row])
+                status, duration = expect_ending_in_time(runs, rule, PATIENCE)
                 print(f"{rule}: status {status} after {duration:.1f} s", flush=True)
             except Failure as failure:
                 failures.append(f"{rule}: {failure}")

@@ -76,6 +76,12 @@ void Service::answered(unsigned number, AuthorizationStatus status) {
   onActivity();
 }
 
+int Service::isAsking(sd_bus_message* call, const Caller& caller) {
+  const bool isAsking =
+      std::ranges::any_of(_questions, [&](const auto& entry) { return entry.second.call.caller.name == caller.name; });
+  return sd_bus_reply_method_return(call, brokerMethod::isAsking.gives, static_cast<int>(isAsking));
+}
+
 int Service::free(sd_bus_message* call, const Caller& caller) {
   Handle handle = 0;
   AuthorizationFlags flags = 0;

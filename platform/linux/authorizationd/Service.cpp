@@ -62,6 +62,7 @@ const sd_bus_vtable Service::methods[] = {
     entryFor<brokerMethod::copyRights>(dispatch<&Service::copyRights>),
     entryFor<brokerMethod::free>(dispatch<&Service::free>),
     entryFor<brokerMethod::executeWithPrivileges>(dispatch<&Service::executeWithPrivileges>),
+    entryFor<brokerMethod::isAsking>(dispatch<&Service::isAsking>),
     SD_BUS_PROPERTY(protocol::brokerVersionProperty, "u", version, 0, SD_BUS_VTABLE_PROPERTY_CONST),
     SD_BUS_VTABLE_END};
 

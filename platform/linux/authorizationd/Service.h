@@ -83,6 +83,7 @@ class Service {
   int copyRights(sd_bus_message* call, const Caller& caller);
   int free(sd_bus_message* call, const Caller& caller);
   int executeWithPrivileges(sd_bus_message* call, const Caller& caller);
+  int isAsking(sd_bus_message* call, const Caller& caller);
 
   [[nodiscard]] std::optional<Caller> callerOf(sd_bus_message* call);
   int exportForm(sd_bus_message* call, const Caller& caller, Handle handle, std::shared_ptr<const NamedProcess> recipient);

@@ -148,6 +148,17 @@ class RawCaller {
               0);
     return handle;
   }
+  // Whether the broker says that somebody is asked about a call of this connection.
+  bool isAsked() {
+    int isAsking = -1;
+    sd_bus_message* reply = nullptr;
+    EXPECT_GE(sd_bus_call_method(_bus, busName, objectPath, interfaceName, protocol::brokerMethod::isAsking.name, nullptr,
+                                 &reply, ""),
+              0);
+    EXPECT_GE(sd_bus_message_read(reply, "b", &isAsking), 0);
+    sd_bus_message_unref(reply);
+    return isAsking == 1;
+  }
   // The stream of a tool that runs; none when it was refused.
   posix::Descriptor run(std::uint64_t handle, int tool) {
     sd_bus_message* reply = nullptr;

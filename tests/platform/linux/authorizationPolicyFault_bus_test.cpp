@@ -123,6 +123,7 @@ class Asking {
 
  private:
   void ask(AuthorizationFlags flags) {
+    client.services.longestWait = 200ms;
     _authorization = client.create();
     const auto start = Clock::now();
     _status = client.copyRight(_authorization, flags);
@@ -188,6 +189,19 @@ TEST_F(PolicyThat, HangsIsGivenUpAfterTheTimeForAPersonWhenOneIsAsked) {
   EXPECT_EQ(asking.finish(), errAuthorizationInternal);
   EXPECT_GE(asking.time(), 2900ms);
   EXPECT_TRUE(eventually([&] { return policy.withdrawn == 1; }));
+}
+
+TEST_F(PolicyThat, HangsIsToldToTheOneWhoAskedOnly) {
+  PolicyService policy(Behaviour::Hangs);
+  tests::RawCaller asking;
+  tests::RawCaller other;
+  EXPECT_FALSE(asking.isAsked());
+  asking.send(protocol::brokerMethod::copyRights.name, protocol::brokerMethod::copyRights.takes, asking.create(),
+              kAuthorizationRightExecute, 18U);
+  ASSERT_TRUE(eventually([&] { return policy.asked == 1; }));
+  EXPECT_TRUE(asking.isAsked());
+  EXPECT_FALSE(other.isAsked());
+  EXPECT_TRUE(eventually([&] { return !asking.isAsked(); }));
 }
 
 TEST_F(PolicyThat, GrantsInTimeAlthoughSlowlyGivesTheRight) {

@@ -152,6 +152,20 @@ def unsaved_work_in_featherpad(world):
     expect_question_in_front(world, editor, window_of(world, editor))
 
 
+@scenario("slow")
+def unsaved_work_in_scite(world):
+    """An editor with neither actions nor a name on the bus, of a toolkit whose other programs have both."""
+    editor = start_copied(world, "SciTE")
+    expect_question_in_front(world, editor, window_of(world, editor))
+
+
+@scenario("slow")
+def unsaved_work_in_gnome_text_editor(world):
+    """An editor of the newer version of a toolkit, started by its launcher; it owns another name than the bundle's identifier."""
+    editor = start_launched(world, "gnome-text-editor", "--standalone")
+    expect_question_in_front(world, editor, window_of(world, editor))
+
+
 @scenario("gui")
 def unsaved_work_in_a_python_program(world):
     """A program that an interpreter runs, whose windows do not name their process."""

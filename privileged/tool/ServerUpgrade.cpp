@@ -1,13 +1,16 @@
 #include "privileged/tool/ServerUpgrade.h"
 
 #include <fcntl.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <memory>
 #include <vector>
 
+#include "privileged/tool/Account.h"
 #include "privileged/tool/BundleItem.h"
 #include "privileged/tool/BundleVerification.h"
 #include "privileged/tool/Failure.h"
@@ -45,6 +48,17 @@ struct ServerBundle {
   AcceptedBundle accepted;
 };
 
+bool hasAccessList(int file) {
+  return ::fgetxattr(file, "system.posix_acl_access", nullptr, 0) >= 0 || (errno != ENODATA && errno != EOPNOTSUPP);
+}
+
+// Under the umask 002, which goes with private groups, a file can be written by its group, and that is the user alone. An
+// access list may give the group's right to somebody else.
+bool isOpenToOthers(int file, struct stat status, uid_t user) {
+  if (!hasAccessList(file) && isPrivateGroupOf(user, status.st_gid)) status.st_mode &= ~static_cast<mode_t>(S_IWGRP);
+  return canBeWrittenByOthers(status, user);
+}
+
 // Root is going to run these files: only root and the user who asked may be able to write them.
 posix::Descriptor openServerFile(const std::string& bundle, const ServerFile& file, const PathWalk& walk) {
   const auto source = walk.locate(bundle + "/" + std::string(serverFolder) + "/" + file.name);
@@ -53,7 +67,7 @@ posix::Descriptor openServerFile(const std::string& bundle, const ServerFile& fi
   if (!opened) failWithSystemError("cannot open " + source.path);
   struct stat status {};
   if (::fstat(opened.get(), &status) != 0 || !S_ISREG(status.st_mode)) throw Failure("not a file: " + source.path);
-  if (canBeWrittenByOthers(status, walk.user())) throw Failure("others can write " + source.path);
+  if (isOpenToOthers(opened.get(), status, walk.user())) throw Failure("others can write " + source.path);
   if (file.mode == programMode && (status.st_mode & S_IXUSR) == 0) throw Failure("not executable: " + source.path);
   return opened;
 }

@@ -149,7 +149,7 @@ class Fidelity : public NamespaceTest {
 };
 
 // A list of access rights in the form of its extended attribute: the three of the mode, one user more and the mask.
-inline std::string accessListFor(uid_t user) {
+inline std::string accessListFor(uid_t user, std::uint16_t userRights = ACL_READ) {
   const auto entry = [](std::uint16_t tag, std::uint16_t rights, std::uint32_t id) {
     posix_acl_xattr_entry one{};
     one.e_tag = tag;
@@ -160,7 +160,8 @@ inline std::string accessListFor(uid_t user) {
   const std::uint32_t version = POSIX_ACL_XATTR_VERSION;
   constexpr auto noID = static_cast<std::uint32_t>(ACL_UNDEFINED_ID);
   return std::string(reinterpret_cast<const char*>(&version), sizeof version) + entry(ACL_USER_OBJ, 6, noID) +
-         entry(ACL_USER, 4, user) + entry(ACL_GROUP_OBJ, 4, noID) + entry(ACL_MASK, 4, noID) + entry(ACL_OTHER, 0, noID);
+         entry(ACL_USER, userRights, user) + entry(ACL_GROUP_OBJ, 4, noID) + entry(ACL_MASK, userRights, noID) +
+         entry(ACL_OTHER, 0, noID);
 }
 
 inline std::string attributeOf(const fs::path& path, const char* name) {

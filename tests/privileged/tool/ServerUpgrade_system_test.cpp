@@ -3,6 +3,7 @@
 #include "privileged/tool/ServerUnit.h"
 #include "protocol/PolicyFile.h"
 #include "protocol/ToolProtocol.h"
+#include "tests/privileged/tool/Fidelity.h"
 #include "tests/privileged/tool/SignedBundle.h"
 #include "tests/privileged/tool/ToolRun.h"
 
@@ -242,6 +243,67 @@ TEST_F(UpgradeServer, IsRefusedWhenTheProgramIsAPipe) {
   fs::remove(offered / "KeltoLibraryServer");
   ASSERT_EQ(::mkfifo((offered / "KeltoLibraryServer").c_str(), 0755), 0);
   expectUntouched(upgrade(), "not a file");
+}
+
+// The server's files are writable by a group, as they are under the umask 002.
+class GroupWritableServer : public UpgradeServer {
+ protected:
+  // The invoking user's number, which is their group's too where groups are private.
+  static constexpr uid_t user = 12345;
+
+  void SetUp() override {
+    UpgradeServer::SetUp();
+    if (IsSkipped()) return;
+    for (const auto& file : fs::directory_iterator(offered)) {
+      ASSERT_EQ(::chown(file.path().c_str(), user, user), 0);
+      fs::permissions(file.path(), fs::perms::group_write, fs::perm_options::add);
+    }
+    fs::permissions(folder, fs::perms(0755));
+  }
+  // On a machine with these accounts and groups besides its own.
+  std::optional<Upgrade> upgradeFor(const std::string& accounts, const std::string& groups) {
+    write(folder / "accounts", accounts);
+    write(folder / "groups", groups);
+    return upgrade("true", std::string("export ") + protocol::invokingUserVariable + "=" + std::to_string(user) +
+                               "\nchown " + std::to_string(user) +
+                               " answers answers/result\ncat accounts >> /etc/passwd\ncat groups >> /etc/group\n");
+  }
+
+  const std::string alice = "alice:x:12345:12345::/home/alice:/bin/sh\n";
+  const std::string aliceAlone = "alice:x:12345:\n";
+};
+
+TEST_F(GroupWritableServer, IsTakenWhenTheGroupIsTheUsersAlone) {
+  const auto done = upgradeFor(alice, "alice:x:12345:alice\n");
+  if (!done) GTEST_SKIP() << "no service manager can be run here";
+  expectSuccess(done->answer);
+  expectInstalled("2");
+}
+
+TEST_F(GroupWritableServer, IsRefusedWhenTheGroupHasAnotherMember) {
+  expectUntouched(upgradeFor(alice, "alice:x:12345:alice,mallory\n"), "others can write");
+}
+
+TEST_F(GroupWritableServer, IsRefusedWhenTheGroupIsAnotherAccountsFirst) {
+  expectUntouched(upgradeFor(alice + "mallory:x:12347:12345::/home/mallory:/bin/sh\n", aliceAlone), "others can write");
+}
+
+// A machine need not list all of its accounts: others may be in a group that is not named after the user.
+TEST_F(GroupWritableServer, IsRefusedWhenTheGroupHasAnotherName) {
+  expectUntouched(upgradeFor(alice, "users-of-here:x:12345:\n"), "others can write");
+}
+
+TEST_F(GroupWritableServer, IsRefusedWhenAnAccessListGivesTheRightToAnother) {
+  const auto program = offered / "KeltoLibraryServer";
+  setAttribute(program, "system.posix_acl_access", accessListFor(user + 2, ACL_READ | ACL_WRITE));
+  fs::permissions(program, fs::perms::owner_exec, fs::perm_options::add);
+  EXPECT_TRUE((statusOf(program).st_mode & S_IWGRP) != 0);
+  expectUntouched(upgradeFor(alice, aliceAlone), "others can write");
+}
+
+TEST_F(GroupWritableServer, IsRefusedWhenEverybodyCanWriteItToo) {
+  fs::permissions(offered / "KeltoLibraryServer", fs::perms::others_write, fs::perm_options::add);
+  expectUntouched(upgradeFor(alice, aliceAlone), "others can write");
 }
 
 // Under an administrator's keys.

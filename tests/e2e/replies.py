@@ -1,5 +1,6 @@
-"""A run on a bus whose answers, and the broker's, are late, lost or doubled: it ends in time, with the right alert and status."""
+"""A run whose bus, broker or tool answers late, not at all or twice: it ends in time, with the right alert and status."""
 import os
+import shutil
 import signal
 import time
 
@@ -77,10 +78,11 @@ def end_of_run(world, installer, seconds):
     return found[0]["texts"]
 
 
-def expect_ending_in_time(runs, rule, seconds):
-    """One run under this rule; its exit status, with which alert, lines in the log and bundle agree."""
+def expect_ending_in_time(runs, rule, seconds, is_replaced=None):
+    """One run under this rule; its exit status, with which alert, lines in the log and bundle agree. The bundle is replaced if
+    the run was a success, where nothing else is said."""
     world = runs.world
-    runs.proxied.rules.write_text(rule)
+    runs.rules.write_text(rule)
     installer = runs.start()
     begun = time.monotonic()
     shown = end_of_run(world, installer, seconds)
@@ -89,7 +91,7 @@ def expect_ending_in_time(runs, rule, seconds):
     check(f"the alert {shown} belongs to the status {status}", shown in alerts_for(status))
     lines = endings.LINE.findall(world.log_of(runs.controller.name))
     equal("the statuses in the log", [line[0] for line in lines], [str(status)] if status else [])
-    equal("the bundle", content_of(runs.road.installed), runs.new if status == endings.DONE else runs.old)
+    equal("the bundle", content_of(runs.road.installed), runs.new if is_replaced or (is_replaced is None and status == endings.DONE) else runs.old)
     if status == endings.DONE:
         wait_for("the new version", lambda: [each for each in processes_of(runs.road.installed) if each != runs.controller.pid])
     runs.end_programs()
@@ -101,7 +103,7 @@ def expect_ending_in_time(runs, rule, seconds):
 def proxied_runs(world):
     proxied = Proxied(world)
     runs = Runs(world)
-    runs.proxied = proxied
+    runs.proxied, runs.rules = proxied, proxied.rules
     return runs
 
 
@@ -161,3 +163,49 @@ def every_reply_in_turn(world):
                 runs.end_programs()
                 runs.lay_both()
     equal("the runs that failed", failures, [])
+
+
+def runs_with_filtered_tool(world):
+    """Runs whose tool passes on what it says under a rule (see tool_filter.cpp)."""
+    folder = world.road.installer / "Contents/Resources"
+    (folder / "assistantTool").rename(folder / "assistantTool.real")
+    shutil.copy(world.build / "bin/tool_filter", folder / "assistantTool")
+    runs = Runs(world)
+    runs.rules = folder / "rule"
+    return runs
+
+
+def expect_endings(runs, statuses, seconds):
+    """Of the runs under these rules. The tool has done its job in each."""
+    for rule, status in statuses.items():
+        found, duration = expect_ending_in_time(runs, rule, seconds, is_replaced=True)
+        print(f"{rule}: status {found} after {duration:.1f} s", flush=True)
+        equal(f"the status of a run with {rule}", found, status)
+
+
+# The verdict alone decides: without it nobody knows that the job was done. A short job needs no sign of life.
+LOST_FROM_THE_TOOL = {"lost sign": endings.DONE, "lost verdict": endings.FAILED, "lost line": endings.DONE, "lost end": endings.DONE}
+
+
+@scenario("gui")
+def replies_of_the_tool(world):
+    """The verdict is lost, the stream stays open, the line is late, and everything comes twice."""
+    kept = {rule: LOST_FROM_THE_TOOL[rule] for rule in ("lost verdict", "lost end")}
+    expect_endings(runs_with_filtered_tool(world), kept | {"late line": endings.DONE, "twice *": endings.DONE}, 20)
+
+
+@scenario("slow")
+def every_reply_of_the_tool_in_turn(world):
+    """Each alone and all together, in a short job; and the signs of life in a job that takes longer than a tool may be silent."""
+    runs = runs_with_filtered_tool(world)
+    others = {f"{how} {reply}": endings.DONE for how in ("late", "twice") for reply in ("sign", "verdict", "line", "end", "*")}
+    expect_endings(runs, others | LOST_FROM_THE_TOOL | {"lost *": endings.FAILED}, 90)
+    slow = runs.rules.parent / "slow"
+    slow.write_text("65")
+    expect_endings(runs, {"none": endings.DONE, "twice sign": endings.DONE}, 90)
+    slow.write_text("72")  # longer than a tool may be silent, and the tool goes on when it was given up
+    status, duration = expect_ending_in_time(runs, "lost sign", 90)
+    equal("the status of a long run without a sign", status, endings.FAILED)
+    check(f"the tool had its minute ({duration:.1f} s)", duration > 60)
+    slow.write_text("40")
+    expect_endings(runs, {"late sign": endings.DONE}, 90)

@@ -54,7 +54,7 @@ TYPED_TEST_P(UserDefaultsContract, TheGenerationChangesWithEveryChangeAndWithNot
   const auto generation = this->defaults().generation();
   const std::uint64_t first = *generation;
   EXPECT_NE(first, 0U);
-  this->defaults().objectForKey("key");
+  EXPECT_FALSE(this->defaults().objectForKey("key"));
   EXPECT_EQ(*generation, first);
   this->defaults().setObject("key", 1);
   const std::uint64_t second = *generation;

@@ -29,13 +29,14 @@ file(GLOB sources CONFIGURE_DEPENDS foundation/dispatch/*.cpp foundation/plist/*
                                     logging/*.cpp posix/*.cpp)
 list(APPEND sources kit/NSBundle+Kelto.cpp kit/NSUserDefaults+Debug.cpp platform/Bundle.cpp platform/LoggingPlatform.cpp platform/UserDefaults.cpp
                     platform/linux/program/LoggingProgram.cpp)
-foreach(unit IN ITEMS Accounts Bundle CrashSignals DefaultsFile FileManager LoggingHost LogStorage OwnThreads PreferredLanguages
-        PrivateTemporaryFolder ReadDocument StandardFolders SurvivingMemories SystemJournal SystemLog UserDefaults Volume)
+foreach(unit IN ITEMS Accounts Bundle CrashSignals DefaultsFile FileManager LoggingHost LogStorage LogTable OwnThreads PostgreSQL
+        PreferredLanguages PrivateTemporaryFolder ReadDocument StandardFolders SurvivingMemories SystemJournal SystemLog UserDefaults Volume)
   list(APPEND sources platform/linux/${unit}.cpp)
 endforeach()
 add_library(kelto-logging-objects OBJECT ${sources})
 kelto_joined(kelto-logging-objects)
 target_link_libraries(kelto-logging-objects PRIVATE kelto_options)
+target_include_directories(kelto-logging-objects SYSTEM PRIVATE ${LIBPQ_INCLUDE_DIRS})
 set_target_properties(kelto-logging-objects PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
 
 add_library(kelto-logging SHARED $<TARGET_OBJECTS:kelto-logging-objects>)
@@ -53,7 +54,7 @@ install(TARGETS kelto-logging kelto-logging-static EXPORT Logging DESTINATION ${
 install(EXPORT Logging NAMESPACE Kelto:: FILE LoggingTargets.cmake DESTINATION ${package_folder} COMPONENT logging)
 kelto_install_headers(Logging COMPONENT logging HEADERS
   foundation/Api.h foundation/dispatch/*.h foundation/plist/*.h foundation/runtime/*.h foundation/text/*.h logging/*.h
-  platform/Bundle.h platform/Error.h platform/FileManager.h platform/Logging*.h platform/SystemLog.h platform/UserDefaults.h
+  platform/Bundle.h platform/Error.h platform/FileManager.h platform/LogTable.h platform/Logging*.h platform/SystemLog.h platform/UserDefaults.h
   platform/linux/program/LoggingProgram.h)
 configure_file(cmake/logging.h.in ${PROJECT_BINARY_DIR}/include/kelto/logging.h COPYONLY)
 install(FILES ${PROJECT_BINARY_DIR}/include/kelto/logging.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kelto COMPONENT logging)

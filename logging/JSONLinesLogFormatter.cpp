@@ -1,36 +1,13 @@
 #include "logging/JSONLinesLogFormatter.h"
 
-#include "foundation/text/UTF8.h"
+#include "logging/JSONText.h"
 
 namespace {
-
-void appendEscaped(std::string& line, char character) {
-  constexpr std::string_view digits = "0123456789abcdef";
-  const auto byte = static_cast<unsigned char>(character);
-  if (character == '"' || character == '\\')
-    line.append({'\\', character});
-  else if (character == '\n')
-    line.append("\\n");
-  else if (character == '\t')
-    line.append("\\t");
-  else if (byte < 0x20)
-    line.append({'\\', 'u', '0', '0', digits[byte >> 4U], digits[byte & 15U]});
-  else
-    line.push_back(character);
-}
-
-void appendString(std::string& line, std::string_view text) {
-  std::string readable;
-  if (!foundation::isValidUTF8(text)) text = readable = foundation::textFromASCII(text);
-  line.push_back('"');
-  for (const char character : text) appendEscaped(line, character);
-  line.push_back('"');
-}
 
 // `name` comes with the punctuation around it.
 void appendString(std::string& line, std::string_view name, std::string_view text) {
   line.append(name);
-  appendString(line, text);
+  appendJSONString(line, text);
 }
 
 void appendNumber(std::string& line, std::string_view name, std::int64_t number) {
@@ -58,22 +35,6 @@ void appendPlace(std::string& line, const DDLogMessage& message) {
   if (const auto method = message.methodName()) appendString(line, ",\"function\":", *method);
 }
 
-void appendFields(std::string& line, LogFieldReader fields) {
-  char separator = '{';
-  while (const auto field = fields.next()) {
-    if (separator == '{') line.append(",\"fields\":");
-    line.push_back(separator);
-    appendString(line, field->key);
-    line.push_back(':');
-    if (field->isNumber)
-      line.append(field->value);
-    else
-      appendString(line, field->value);
-    separator = ',';
-  }
-  if (separator == ',') line.push_back('}');
-}
-
 }  // namespace
 
 std::optional<std::string_view> JSONLinesLogFormatter::formatLogMessage(const DDLogMessage& message, std::string& buffer) {
@@ -86,6 +47,8 @@ std::optional<std::string_view> JSONLinesLogFormatter::formatLogMessage(const DD
   appendPlace(buffer, message);
   if (message.logContext() != 0) appendNumber(buffer, ",\"context\":", message.logContext());
   appendString(buffer, ",\"text\":", message.logMsg());
-  appendFields(buffer, message.fields());
+  const std::size_t length = buffer.size();
+  buffer.append(",\"fields\":");
+  if (!appendJSONObject(buffer, message.fields())) buffer.resize(length);
   return buffer.append("}");
 }

@@ -15,6 +15,7 @@
 
 #include "foundation/runtime/Time.h"
 #include "platform/Error.h"
+#include "platform/LogTable.h"
 
 namespace platform {
 
@@ -139,6 +140,8 @@ struct LoggingHost {
   // From now on `action` is called once in the thread that crashes by a signal, before the signal does what it would have
   // done. So it takes no lock and no memory. Empty where that is not known.
   std::function<void(void (*action)())> callBeforeCrash = nullptr;
+  // A new writer of a table, which connects when it is first used. Empty where no database is known.
+  std::function<std::unique_ptr<LogTable>(const LogTableAddress& address)> openLogTable = nullptr;
 };
 
 }  // namespace platform

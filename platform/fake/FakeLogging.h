@@ -6,6 +6,7 @@
 
 #include "foundation/dispatch/Clock.h"
 #include "platform/LoggingHost.h"
+#include "platform/fake/FakeLogDatabase.h"
 
 namespace platform::fake {
 
@@ -177,9 +178,11 @@ struct FakeLoggingHost {
   FakeLeveledSystemLog leveledSystemLog;
   FakeSurvivingMemories memories;
   FakeSystemJournal journal;
+  FakeLogDatabase database;
   LoggingHost host{storage,       process,
                    standardError, leveledSystemLog,
-                   memories,      [this](std::span<const std::string> fields) { return journal.send(fields); }};
+                   memories,      [this](std::span<const std::string> fields) { return journal.send(fields); },
+                   nullptr,       [this](const LogTableAddress&) { return database.open(); }};
 };
 
 }  // namespace platform::fake

@@ -3,6 +3,7 @@
 #include "platform/LoggingHost.h"
 #include "platform/linux/CrashSignals.h"
 #include "platform/linux/LogStorage.h"
+#include "platform/linux/LogTable.h"
 #include "platform/linux/SurvivingMemories.h"
 #include "platform/linux/SystemJournal.h"
 
@@ -46,7 +47,8 @@ class LoggingHost final {
   Terminal standardError;
   LeveledSystemLog leveledSystemLog;
   SurvivingMemories memories;
-  platform::LoggingHost host{storage, process, standardError, leveledSystemLog, memories, sendToJournal, callBeforeCrash};
+  platform::LoggingHost host{storage,  process,       standardError,   leveledSystemLog,
+                             memories, sendToJournal, callBeforeCrash, LogTable::open};
 };
 
 }  // namespace platform::Linux

@@ -46,7 +46,8 @@ class RealLog {
               _linux.leveledSystemLog,
               _memories,
               platform::Linux::sendToJournal,
-              platform::Linux::callBeforeCrash},
+              platform::Linux::callBeforeCrash,
+              platform::Linux::LogTable::open},
         _memories(memoryFolder(directory)) {
     fake.clock.stepAside();
     fake.platform.loggingHost = &_host;

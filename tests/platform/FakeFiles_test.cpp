@@ -3,6 +3,7 @@
 #include "tests/platform/contracts/FileManagerContract.h"
 #include "tests/platform/contracts/LeveledSystemLogContract.h"
 #include "tests/platform/contracts/LogStorageContract.h"
+#include "tests/platform/contracts/LogTableContract.h"
 #include "tests/platform/contracts/LoggingHostContracts.h"
 
 using namespace tests::contracts;
@@ -82,6 +83,17 @@ class FakeMemories {
   platform::fake::FakeSurvivingMemories _memories;
 };
 
+class FakeDatabase {
+ public:
+  std::unique_ptr<platform::LogTable> table() { return _database.open(); }
+  [[nodiscard]] std::vector<std::string> texts() const { return _database.texts(); }
+  void disappear() { _database.isUnreachable = true; }
+  void appear() { _database.isUnreachable = false; }
+
+ private:
+  platform::fake::FakeLogDatabase _database;
+};
+
 }  // namespace
 
 INSTANTIATE_TYPED_TEST_SUITE_P(Fake, FileManagerContract, FakeFiles);
@@ -90,3 +102,4 @@ INSTANTIATE_TYPED_TEST_SUITE_P(Fake, ProcessInfoContract, FakeProcess);
 INSTANTIATE_TYPED_TEST_SUITE_P(Fake, TerminalContract, FakeStandardError);
 INSTANTIATE_TYPED_TEST_SUITE_P(Fake, LeveledSystemLogContract, FakeSystemLogWorld);
 INSTANTIATE_TYPED_TEST_SUITE_P(Fake, SurvivingMemoriesContract, FakeMemories);
+INSTANTIATE_TYPED_TEST_SUITE_P(Fake, LogTableContract, FakeDatabase);

@@ -2,8 +2,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 #include "logging/DDFileLogger.h"
 #include "logging/DDLog.h"
+#include "logging/JSONLinesLogFormatter.h"
 #include "platform/fake/FakePlatform.h"
 #include "tests/logging/RecordingLogger.h"
 
@@ -26,10 +29,13 @@ class Dead {
     lines.copy(_memory->lines.bytes, lines.size());
     _memory->lines.setState(lines.size(), ticket);
   }
-  void addRecord(std::string_view text) {
+  void addRecord(std::string_view text) { addRecord(text, {}); }
+  void addRecord(std::string_view text, const LogFields& fields) {
+    std::string encoded;
+    fields.encode(encoded);
     const auto ticket = _ring.takeTicket();
-    _ring.slotOf(ticket).fill({.timestamp = foundation::Date(), .level = 3}, text, std::string_view(), false,
-                              _ring.texts());
+    _ring.slotOf(ticket).fill({.timestamp = foundation::Date(), .level = 3, .flag = DDLogFlagError}, text,
+                              std::string_view(), false, _ring.texts(), encoded);
     _ring.publish(ticket);
   }
   // As if it had come to deliver them.
@@ -163,6 +169,30 @@ TEST_F(Remains, HaveAnEmptyFileNameForAFormatterThatPrintsIt) {
   DDLog::addLogger(logger);
   DDLog::flushLog();
   EXPECT_EQ(contents(), "|one\n");
+}
+
+TEST_F(Remains, AreLinesOfJSONWithTheirFields) {
+  fake.logging.storage.addFile(file, "");
+  const std::string tooLong(LogTexts::bytes + 1, 'y');  // it was on the heap
+  Dead dead;
+  dead.addRecord("one", {{"user", "Anna \"A\""}, {"tries", 3}});
+  dead.addRecord(std::string(5000, 'x'), {{"load", 0.5}});
+  dead.addRecord(tooLong, {{"user", "nobody"}});
+  dead.addRecord("none");
+  fake.logging.memories.dead.push_back(dead.bytes());
+  logger = std::make_shared<DDFileLogger>(fake.platform, std::make_shared<DDLogFileManagerDefault>(fake.platform, folder));
+  logger->setLogFormatter(std::make_shared<JSONLinesLogFormatter>());
+  DDLog::addLogger(logger);
+  DDLog::flushLog();
+  std::vector<std::string> lines;
+  std::istringstream all(contents());
+  for (std::string line; std::getline(all, line);) lines.push_back(line);
+  ASSERT_THAT(lines, SizeIs(4));
+  const std::string begin = R"({"time":"1970-01-01T[0-9:.]+[+-][0-9:]+","level":"error","thread":"0","text":")";
+  EXPECT_THAT(lines[0], testing::MatchesRegex("\\" + begin + R"(one","fields":\{"user":"Anna \\"A\\"","tries":3\}\})"));
+  EXPECT_THAT(lines[1], testing::EndsWith(R"(xxx","fields":{"load":0.5}})"));
+  EXPECT_THAT(lines[2], testing::EndsWith(R"(yyy"})"));
+  EXPECT_THAT(lines[3], testing::EndsWith(R"("text":"none"})"));
 }
 
 TEST_F(Remains, AreWrittenByOneFormatterWhileAnotherComes) {

@@ -26,7 +26,7 @@ lints() {
 # The protocols between threads, in every order of their steps.
 models() { tests/models/run.sh; }
 
-# The other compiler, every warning an error, each file by itself: without precompiled headers and without joined tests.
+# The other compiler, every warning an error, without precompiled headers.
 clang() {
   configure clang
   cmake --build build/clang
@@ -69,7 +69,7 @@ thread() {
     "$(IFS='|' && echo "${except[*]}")"
 }
 
-# The build that ships, every warning an error.
+# The build that ships, every warning an error, each file of the product by itself.
 release() {
   configure release -DCMAKE_COMPILE_WARNING_AS_ERROR=ON
   cmake --build build/release

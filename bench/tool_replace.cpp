@@ -154,7 +154,7 @@ SwapTimes timeSwaps(const AssistantTool::Location& source, const AssistantTool::
     AssistantTool::Staging staging(destination);
     AssistantTool::renameWithoutReplacing(source.folder.get(), source.name, staging.folder(),
                                           AssistantTool::Staging::newItem);
-    AssistantTool::syncTree(staging.folder(), AssistantTool::Staging::newItem, folderCount * filesPerFolder);
+    AssistantTool::syncTree(staging.folder(), AssistantTool::Staging::newItem, std::size_t{folderCount} * filesPerFolder);
     AssistantTool::Swap swap(staging, destination, destination.status());
     const auto start = Clock::now();
     swap.in();

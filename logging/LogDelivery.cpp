@@ -1,6 +1,7 @@
 #include "logging/LogDelivery.h"
 
 #include <algorithm>
+#include <new>
 #include <system_error>
 #include <utility>
 
@@ -23,7 +24,7 @@ LogDelivery::LogDelivery(platform::ProcessInfo* process, platform::SystemLog& sy
 LogDelivery::~LogDelivery() {
   stop();
   // Loggers end with what they have put aside, which is the parent's.
-  if (_isStray) new std::vector(std::move(_nodes));
+  if (_isStray) new (std::nothrow) std::vector(std::move(_nodes));
 }
 
 void LogDelivery::report(const char* reason) noexcept {

@@ -21,7 +21,8 @@ class Walk {
       if (folder.next == folder.entries.size()) {
         leave();
       } else {
-        arrive(std::move(folder.entries[folder.next++]));
+        const FolderEntry entry = std::move(folder.entries[folder.next++]);
+        arrive(entry);
       }
     }
   }
@@ -33,7 +34,7 @@ class Walk {
     std::size_t next = 0;
   };
 
-  void arrive(const FolderEntry entry) {
+  void arrive(const FolderEntry& entry) {
     countEntry();
     auto folder = _visitor.arrive(_pending.empty() ? _parent : _chain.deepest(), entry);
     if (!folder) return;

@@ -117,12 +117,8 @@ TEST(PropertyListBinary, ReadsLongCounts) {
 }
 
 TEST(PropertyListBinary, SharedObjectsAreReadForEachReference) {
-  EXPECT_EQ(parse(document({"\xD2" + reference(1) + reference(2) + reference(3) + reference(3),
-                            "\x51"
-                            "a",
-                            "\x51"
-                            "b",
-                            "\x10\x07"})),
+  EXPECT_EQ(parse(document(
+                {"\xD2" + reference(1) + reference(2) + reference(3) + reference(3), "\x51\x61", "\x51\x62", "\x10\x07"})),
             Value(Dictionary{{"a", 7}, {"b", 7}}));
 }
 
@@ -140,9 +136,7 @@ TEST(PropertyListBinary, OtherKindsOfObjectAreRefused) {
 
 TEST(PropertyListBinary, AnObjectThatHoldsItselfIsRefused) {
   EXPECT_EQ(reasonFor(document({"\xA1" + reference(0)})), "containers lie more than 64 deep");
-  EXPECT_EQ(reasonFor(document({"\xA2" + reference(1) + reference(1), "\xD1" + reference(2) + reference(0),
-                                "\x51"
-                                "k"})),
+  EXPECT_EQ(reasonFor(document({"\xA2" + reference(1) + reference(1), "\xD1" + reference(2) + reference(0), "\x51\x6b"})),
             "containers lie more than 64 deep");
 }
 
@@ -258,11 +252,8 @@ namespace {
 
 std::string sample() {
   return document({"\xD3" + reference(1) + reference(2) + reference(3) + reference(4) + reference(5) + reference(6),
-                   "\x51"
-                   "a",
-                   "\x51"
-                   "b",
-                   "\x61\x00\xE9"s, "\xA2" + reference(7) + reference(8), "\x13" + std::string(8, '\x01'), real(1, '\x33'),
+                   "\x51\x61", "\x51\x62", "\x61\x00\xE9"s, "\xA2" + reference(7) + reference(8),
+                   "\x13" + std::string(8, '\x01'), real(1, '\x33'),
                    "\x44"
                    "data",
                    "\x09"});

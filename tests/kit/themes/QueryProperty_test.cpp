@@ -86,7 +86,7 @@ RC_GTEST_PROP(QueryProperty, WhatTheBuilderMakesIsReadBackInItsOrder, ()) {
   const auto text = rc::gen::container<std::string>(rc::gen::inRange<char>(1, 127));
   QueryItems items;
   for (const auto& [key, value] : *rc::gen::container<Items>(rc::gen::pair(text, text)))
-    if (!key.empty() && key.find_first_not_of("\t") != std::string::npos) items.setValue(key, value);
+    if (!key.empty() && key.find_first_not_of('\t') != std::string::npos) items.setValue(key, value);
   const QueryItems again = queryItems("x:?" + queryStringWithDictionary(items));
   RC_ASSERT(Items(again.begin(), again.end()) == Items(items.begin(), items.end()));
 }

@@ -165,14 +165,23 @@ def every_reply_in_turn(world):
     equal("the runs that failed", failures, [])
 
 
-def runs_with_filtered_tool(world):
-    """Runs whose tool passes on what it says under a rule (see tool_filter.cpp)."""
-    folder = world.road.installer / "Contents/Resources"
-    (folder / "assistantTool").rename(folder / "assistantTool.real")
-    shutil.copy(world.build / "bin/tool_filter", folder / "assistantTool")
-    runs = Runs(world)
-    runs.rules = folder / "rule"
-    return runs
+class RunsWithFilteredTool(Runs):
+    """Runs whose tool passes on what it says under a rule, and takes so many seconds longer (see tool_filter.cpp)."""
+
+    def __init__(self, world):
+        super().__init__(world)
+        folder = world.road.installer / "Contents/Resources"
+        (folder / "assistantTool").rename(folder / "assistantTool.real")
+        shutil.copy(world.build / "bin/tool_filter", folder / "assistantTool")
+        self.rules, self.slow, self.seconds = folder / "rule", folder / "slow", 0
+
+    def start(self):
+        self.slow.write_text(str(self.seconds))
+        return super().start()
+
+    def end_programs(self):
+        self.slow.unlink(missing_ok=True)
+        super().end_programs()
 
 
 def expect_endings(runs, statuses, seconds):
@@ -191,21 +200,20 @@ LOST_FROM_THE_TOOL = {"lost sign": endings.DONE, "lost verdict": endings.FAILED,
 def replies_of_the_tool(world):
     """The verdict is lost, the stream stays open, the line is late, and everything comes twice."""
     kept = {rule: LOST_FROM_THE_TOOL[rule] for rule in ("lost verdict", "lost end")}
-    expect_endings(runs_with_filtered_tool(world), kept | {"late line": endings.DONE, "twice *": endings.DONE}, 20)
+    expect_endings(RunsWithFilteredTool(world), kept | {"late line": endings.DONE, "twice *": endings.DONE}, 20)
 
 
 @scenario("slow")
 def every_reply_of_the_tool_in_turn(world):
     """Each alone and all together, in a short job; and the signs of life in a job that takes longer than a tool may be silent."""
-    runs = runs_with_filtered_tool(world)
+    runs = RunsWithFilteredTool(world)
     others = {f"{how} {reply}": endings.DONE for how in ("late", "twice") for reply in ("sign", "verdict", "line", "end", "*")}
     expect_endings(runs, others | LOST_FROM_THE_TOOL | {"lost *": endings.FAILED}, 90)
-    slow = runs.rules.parent / "slow"
-    slow.write_text("65")
+    runs.seconds = 65
     expect_endings(runs, {"none": endings.DONE, "twice sign": endings.DONE}, 90)
-    slow.write_text("72")  # longer than a tool may be silent, and the tool goes on when it was given up
+    runs.seconds = 600
     status, duration = expect_ending_in_time(runs, "lost sign", 90)
     equal("the status of a long run without a sign", status, endings.FAILED)
     check(f"the tool had its minute ({duration:.1f} s)", duration > 60)
-    slow.write_text("40")
-    expect_endings(runs, {"late sign": endings.DONE}, 90)
+    runs.seconds = 40  # with a second more for each sign
+    expect_endings(runs, {"late sign": endings.DONE}, 120)

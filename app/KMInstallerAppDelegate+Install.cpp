@@ -13,10 +13,6 @@ using foundation::Path::lastComponent;
 
 namespace {
 
-constexpr std::string_view sharesFile = "/Users/Shared/Kelto/Shares.plist";
-constexpr std::string_view serverDefinition = "LaunchDaemons/com.kelto.KeltoLibraryServer.plist";
-constexpr std::string_view serverProgram = "Application Support/Kelto/KeltoLibraryServer";
-constexpr std::string_view serverJob = "com.kelto.KeltoLibraryServer";
 constexpr std::string_view localLibraryFolder = "/Library";
 
 // The value that the controller's preferences get after an upgrade.
@@ -54,7 +50,7 @@ void KMInstallerAppDelegate::upgradeLibraryServer() {
                                                    {protocol::filePathKey, *_dstPath}};
   if (session != nullptr && session->resultFromToolWithPrompt_instructions_output("", instructions, nullptr)) {
     _platform.shell.system(
-        foundation::formatted("defaults write com.kelto.macController %@ %d", serverVersionKey, serverVersion));
+        foundation::formatted("defaults write %@ %@ %d", _branding.defaultsDomain, serverVersionKey, serverVersion));
     return;
   }
   // Unlike in every other alert, headline and text are swapped, and the run goes on.
@@ -83,13 +79,15 @@ void KMInstallerAppDelegate::uninstallApplication(const void* /*sender*/) {
 }
 
 bool KMInstallerAppDelegate::libraryServerInstalled() const {
+  if (!_branding.server) return false;
+  const auto& server = *_branding.server;
   const auto& files = _platform.fileManager;
   const auto folders =
       files.searchPathForDirectories(platform::SearchPathDirectory::library, platform::NSLocalDomainMask, false);
   const std::string library = folders.empty() ? std::string(localLibraryFolder) : folders.front();
-  if (!files.fileExistsAtPath(std::string(sharesFile))) return false;
-  if (!files.fileExistsAtPath(appending(library, serverDefinition))) return false;
-  if (!files.fileExistsAtPath(appending(library, serverProgram))) return false;
-  const auto job = _platform.serviceManagement.copyJobDictionary(std::string(serverJob));
+  if (!files.fileExistsAtPath(server.marker)) return false;
+  if (!files.fileExistsAtPath(appending(library, server.definition))) return false;
+  if (!files.fileExistsAtPath(appending(library, server.program))) return false;
+  const auto job = _platform.serviceManagement.copyJobDictionary(server.label);
   return job && job->contains("PID");
 }

@@ -1,6 +1,7 @@
 // The delegate at launch: parameters, the controller's bundle, and the wizard window.
 #include <cmath>
 
+#include "app/Branding.h"
 #include "app/InstallerTexts.h"
 #include "app/KMInstallerAppDelegate.h"
 #include "protocol/LaunchArguments.h"
@@ -42,6 +43,17 @@ void KMInstallerAppDelegate::connectOutlet(std::string_view name,
   if (name == "cancelButton") connect(element, _cancelButton);
   if (name == "nextButton") connect(element, _nextButton);
   if (name == "progressBar") connect(element, _progressBar);
+}
+
+// Nothing is shown in a wrong name: without a brand the run is over.
+bool KMInstallerAppDelegate::readBranding() {
+  platform::Failure failure;
+  auto branding = brandingOf(_platform, failure);
+  if (branding)
+    _branding = std::move(*branding);
+  else
+    _platform.report.fail(failure);
+  return branding.has_value();
 }
 
 void KMInstallerAppDelegate::readLaunchParameters() {

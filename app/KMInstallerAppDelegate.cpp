@@ -28,6 +28,7 @@ std::optional<std::string> nameOfFolderAbove(const std::optional<std::string>& p
 }  // namespace
 
 void KMInstallerAppDelegate::applicationDidFinishLaunching(const foundation::Notification& /*notification*/) {
+  if (!readBranding()) return _platform.application.terminate(this);
   readLaunchParameters();
   _platform.distributedNotificationCenter.addObserver(
       protocol::credentialsNotification,

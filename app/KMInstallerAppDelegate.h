@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "platform/Platform.h"
+#include "protocol/Branding.h"
 
 class KMInstallerAppDelegate final : public platform::ApplicationDelegate {
  public:
@@ -63,6 +64,7 @@ class KMInstallerAppDelegate final : public platform::ApplicationDelegate {
   [[nodiscard]] bool authorized() const { return _authorized; }
 
  private:
+  [[nodiscard]] bool readBranding();
   void readLaunchParameters();
   void readControllerBundle();
   void placeWindow();
@@ -76,6 +78,7 @@ class KMInstallerAppDelegate final : public platform::ApplicationDelegate {
   void runAlert(std::string_view headline, std::string_view informativeText);
 
   platform::Platform& _platform;
+  protocol::Branding _branding;
   std::optional<std::string> _srcPath;
   std::optional<std::string> _dstPath;
   std::optional<std::string> _trashPath;

@@ -8,7 +8,7 @@ namespace {
 namespace debug = NSUserDefaults::Debug;
 
 constexpr std::string_view help =
-    R"help(Usage: KeltoInstaller -KMInstallToolTrashPath BUNDLE [-KMInstallToolSrcPath BUNDLE] [-KMInstallToolIsUpdate YES]
+    R"help(Usage: %@ -KMInstallToolTrashPath BUNDLE [-KMInstallToolSrcPath BUNDLE] [-KMInstallToolIsUpdate YES]
                       [-KMInstallToolMainFrame "{{x, y}, {width, height}}"]
 
 Replaces an application bundle by a new one, or moves it to the Trash. The application itself starts this

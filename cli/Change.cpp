@@ -1,5 +1,6 @@
 #include "cli/Change.h"
 
+#include "app/Branding.h"
 #include "foundation/text/Harmless.h"
 #include "foundation/text/Path.h"
 #include "protocol/LaunchArguments.h"
@@ -75,6 +76,8 @@ std::string applicationOf(const Change& change) { return change.source.empty() ?
 std::optional<platform::Failure> objectionTo(const Change& change, const platform::Platform& platform) {
   using platform::Ending;
   constexpr const char* step = "check the paths";
+  // The installer's delegate would find it too, but only when somebody has been asked for the rights.
+  if (platform::Failure failure; !brandingOf(platform, failure)) return failure;
   const bool isInstalled = platform.fileManager.fileExistsAtPath(change.installed);
   if (change.command == Command::install && isInstalled)
     return platform::Failure{Ending::failed, step, change.installed, "something is installed there: use \"kelto update\""};

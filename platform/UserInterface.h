@@ -91,7 +91,7 @@ struct ViewClass {
 
 // The arguments that an application takes. The views outlive the main function's call.
 struct CommandLine {
-  std::string_view help;               // for "--help"
+  std::string_view help;               // for "--help"; %@ in it stands for the bundle's executable
   std::vector<std::string_view> keys;  // of the arguments "-key value"
 };
 

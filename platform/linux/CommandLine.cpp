@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "foundation/text/Format.h"
 #include "platform/RunReport.h"
 #include "platform/linux/UserDefaults.h"
 
@@ -35,7 +36,8 @@ bool isAsked(int argc, const char* const* argv, std::string_view option) {
 std::optional<int> answerToCommandLine(int argc, const char* const* argv, const CommandLine& commandLine,
                                        const std::string& name, const platform::Bundle& bundle, platform::SystemLog& log) {
   if (isAsked(argc, argv, "--help")) {
-    std::fwrite(commandLine.help.data(), 1, commandLine.help.size(), stdout);
+    std::fputs(foundation::formatted(commandLine.help, bundle.infoString("CFBundleExecutable").value_or(name)).c_str(),
+               stdout);
     return static_cast<int>(Ending::done);
   }
   if (isAsked(argc, argv, "--version")) {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/fake/FakePlatform.h"
+#include "protocol/Branding.h"
 #include "protocol/LaunchArguments.h"
 
 using cli::Change;
@@ -134,4 +135,15 @@ TEST_F(ChangeTest, EndsWithItsStatusAndTheCauseOfAFailure) {
   EXPECT_EQ(facts.at("step"), foundation::PropertyList::Value("step"));
   EXPECT_EQ(facts.at("path"), foundation::PropertyList::Value("/path"));
   EXPECT_EQ(facts.at("cause"), foundation::PropertyList::Value("cause"));
+}
+
+TEST_F(ChangeTest, IsRefusedByAnInstallerWithABrandThatIsWrong) {
+  constexpr const char* brand = "/Apps/Installer.app/Contents/Resources/Branding.plist";
+  add(installed, "com.example.App", "1");
+  fake.bundles.main.resources["Branding.plist"] = brand;
+  fake.files.addFile(brand, "<plist><dict></dict></plist>");
+  const auto failure = cli::objectionTo({Command::remove, "", installed}, fake.platform);
+  ASSERT_TRUE(failure);
+  EXPECT_EQ(failure->ending, Ending::badArguments);
+  EXPECT_EQ(failure->cause, std::string("the key ") + protocol::brandingKey::productName + " is missing");
 }

@@ -22,7 +22,7 @@ struct CommandLineTest : testing::Test {
     return status;
   }
 
-  const CommandLine commandLine{"the help\n", {"Path", "Flag"}};
+  const CommandLine commandLine{"the help of %@\n", {"Path", "Flag"}};
   fake::FakeBundle bundle;
   fake::FakeSystemLog log;
   std::string output;
@@ -38,8 +38,10 @@ TEST_F(CommandLineTest, KnownArgumentsLetTheApplicationRun) {
 
 TEST_F(CommandLineTest, HelpAndVersionAreAnsweredWhateverElseIsThere) {
   EXPECT_EQ(answer({"-Path", "/a", "--help", "-nonsense"}), 0);
-  EXPECT_EQ(output, "the help\n");
-  bundle.info = {{"CFBundleShortVersionString", "2.1"}};
+  EXPECT_EQ(output, "the help of program\n");
+  bundle.info = {{"CFBundleShortVersionString", "2.1"}, {"CFBundleExecutable", "AcmeInstaller"}};
+  EXPECT_EQ(answer({"--help"}), 0);
+  EXPECT_EQ(output, "the help of AcmeInstaller\n");
   EXPECT_EQ(answer({"--version"}), 0);
   EXPECT_EQ(output, "program 2.1\n");
   EXPECT_THAT(log.lines, IsEmpty());

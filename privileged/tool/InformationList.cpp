@@ -1,6 +1,7 @@
 #include "privileged/tool/InformationList.h"
 
 #include <algorithm>
+#include <array>
 #include <vector>
 
 #include "privileged/tool/Failure.h"
@@ -10,7 +11,9 @@ namespace {
 
 constexpr std::string_view whitespace = " \t\r\n";
 
-[[noreturn]] void refuse(const char* reason) { throw Failure(std::string("cannot read the property list: ") + reason); }
+constexpr std::array<std::string_view, 2> informationKeys{"CFBundleIdentifier", "CFBundleVersion"};
+
+[[noreturn]] void refuse(const std::string& reason) { throw Failure("cannot read the property list: " + reason); }
 
 enum class TagKind { open, close, empty };
 
@@ -102,34 +105,41 @@ std::string plainText(TagReader& tags, std::string_view name) {
   return std::string(text);
 }
 
-void readString(TagReader& tags, std::optional<std::string>& value) {
-  if (value) refuse("a key comes twice");
-  if (!tags.next().opens("string")) refuse("identifier or version is not a string");
-  value = plainText(tags, "string");
+std::string stringOf(TagReader& tags, const std::string& key) {
+  if (!tags.next().opens("string")) refuse("the value of " + key + " is not a string");
+  return plainText(tags, "string");
 }
 
 }  // namespace
 
-BundleInformation bundleInformationOf(std::string_view propertyList) {
+std::map<std::string, std::string, std::less<>> stringsOf(std::string_view propertyList,
+                                                          std::span<const std::string_view> keys) {
   if (propertyList.size() > maximumInformationListBytes) refuse("it is too long");
   TagReader tags(propertyList);
   if (!tags.next().opens("plist") || !tags.next().opens("dict")) refuse("not a dictionary in XML");
-  BundleInformation information;
+  std::map<std::string, std::string, std::less<>> strings;
   for (;;) {
     const auto tag = tags.next();
     if (tag.closes("dict")) break;
     if (!tag.opens("key")) refuse("a value without a key");
     const auto key = plainText(tags, "key");
-    if (key == "CFBundleIdentifier") {
-      readString(tags, information.identifier);
-    } else if (key == "CFBundleVersion") {
-      readString(tags, information.version);
-    } else {
+    if (std::ranges::find(keys, key) == keys.end()) {
       skipValue(tags);
+    } else if (!strings.emplace(key, stringOf(tags, key)).second) {
+      refuse("a key comes twice");
     }
   }
   if (!tags.next().closes("plist")) refuse("something follows the dictionary");
-  return information;
+  return strings;
+}
+
+BundleInformation bundleInformationOf(std::string_view propertyList) {
+  const auto strings = stringsOf(propertyList, informationKeys);
+  const auto valueOf = [&](std::string_view key) {
+    const auto place = strings.find(key);
+    return place == strings.end() ? std::nullopt : std::optional(place->second);
+  };
+  return {.identifier = valueOf(informationKeys[0]), .version = valueOf(informationKeys[1])};
 }
 
 }  // namespace AssistantTool

@@ -86,11 +86,12 @@ std::string line(std::string_view key, std::string_view value) {
 
 }  // namespace
 
-std::string serverUnitFor(std::string_view offered, const BundleIdentity& bundle) {
-  return "[Unit]\nDescription=Kelto Library Server\n" + settingsOf("[Unit]", offered) +
+std::string serverUnitFor(std::string_view offered, const BundleIdentity& bundle,
+                          const protocol::Branding::Server& server) {
+  return "[Unit]\n" + line("Description", server.name) + settingsOf("[Unit]", offered) +
          line(identifierKey, bundle.identifier) + line(versionKey, bundle.version) +
-         line(signedKey, bundle.isSigned ? "yes" : "no") + "\n[Service]\nExecStart=\"" + std::string(serverProgramPath) +
-         "\"\n" + settingsOf("[Service]", offered) + "\n[Install]\nWantedBy=multi-user.target\n";
+         line(signedKey, bundle.isSigned ? "yes" : "no") + "\n[Service]\nExecStart=\"" + libraryFolderPath + "/" +
+         server.program + "\"\n" + settingsOf("[Service]", offered) + "\n[Install]\nWantedBy=multi-user.target\n";
 }
 
 std::optional<BundleIdentity> bundleNamedIn(std::string_view unit) {

@@ -11,15 +11,17 @@
 #include <string_view>
 
 #include "privileged/tool/BundleIdentity.h"
+#include "protocol/Branding.h"
 
 namespace AssistantTool {
 
-inline constexpr const char* serverUnitName = "com.kelto.KeltoLibraryServer.service";
-inline constexpr std::string_view serverProgramPath = "/Library/Application Support/Kelto/KeltoLibraryServer";
+// Programs and definitions of servers lie below it.
+inline constexpr const char* libraryFolderPath = "/Library";
 inline constexpr std::size_t maximumServerUnitBytes = std::size_t{64} << 10;
 
 // Total: any bytes may be offered. The unit names the bundle that the server came with.
-std::string serverUnitFor(std::string_view offered, const BundleIdentity& bundle);
+std::string serverUnitFor(std::string_view offered, const BundleIdentity& bundle,
+                          const protocol::Branding::Server& server = {});
 
 // The bundle that a unit of ours names; nullopt for any other text.
 std::optional<BundleIdentity> bundleNamedIn(std::string_view unit);

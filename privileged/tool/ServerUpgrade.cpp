@@ -18,6 +18,7 @@
 #include "privileged/tool/Folder.h"
 #include "privileged/tool/Items.h"
 #include "privileged/tool/Locations.h"
+#include "privileged/tool/ServerBrand.h"
 #include "privileged/tool/ServerUnit.h"
 #include "privileged/tool/ServiceManager.h"
 #include "privileged/tool/SignOfLife.h"
@@ -29,18 +30,29 @@ namespace {
 constexpr std::string_view serverFolder = "Contents/Resources/LibraryServer";
 
 struct ServerFile {
-  const char* name;  // in the bundle's server folder
-  std::string_view destination;
+  std::string name;  // in the bundle's server folder
+  std::string destination;
   mode_t mode;
 };
 constexpr mode_t programMode = 0755;
 constexpr mode_t definitionMode = 0644;
-constexpr std::string_view unitPath = "/etc/systemd/system/com.kelto.KeltoLibraryServer.service";
-constexpr std::array<ServerFile, 3> serverFiles{{
-    {"KeltoLibraryServer", serverProgramPath, programMode},
-    {"com.kelto.KeltoLibraryServer.plist", "/Library/LaunchDaemons/com.kelto.KeltoLibraryServer.plist", definitionMode},
-    {serverUnitName, unitPath, definitionMode},
-}};
+constexpr const char* unitFolder = "/etc/systemd/system/";
+
+// A server's files and where they lie: nothing of this comes from the bundle.
+struct ServerPlaces {
+  explicit ServerPlaces(protocol::Branding::Server named) : server(std::move(named)) {}
+
+  protocol::Branding::Server server;
+  std::string unit = server.label + ".service";
+  std::string unitPath = unitFolder + unit;
+  std::array<ServerFile, 3> files{
+      {below(server.program, programMode), below(server.definition, definitionMode), {unit, unitPath, definitionMode}}};
+
+ private:
+  static ServerFile below(const std::string& path, mode_t mode) {
+    return {path.substr(path.rfind('/') + 1), std::string(libraryFolderPath) + "/" + path, mode};
+  }
+};
 
 // The bundle that a server comes with, and where it lies.
 struct ServerBundle {
@@ -75,7 +87,7 @@ posix::Descriptor openServerFile(const std::string& bundle, const ServerFile& fi
 // One file: the new one made beside the old, which keeps a second name until all is decided.
 class FileUpgrade {
  public:
-  FileUpgrade(const ServerBundle& bundle, const ServerFile& file, const PathWalk& walk)
+  FileUpgrade(const ServerBundle& bundle, const ServerFile& file, const ServerPlaces& places, const PathWalk& walk)
       : _destination(cleared(walk.locate(file.destination), walk)),
         _staging(_destination),
         _folder(_destination.openFolder()) {
@@ -86,7 +98,7 @@ class FileUpgrade {
     if (_hadOld && ::linkat(_folder.get(), _destination.name.c_str(), _staging.folder(), Staging::oldItem, 0) != 0) {
       failWithSystemError("cannot keep " + _destination.path);
     }
-    write(source.get(), bundle.accepted, file);
+    write(source.get(), bundle.accepted, file, places);
     _staging.noteUndo(_destination.name);
   }
 
@@ -118,20 +130,20 @@ class FileUpgrade {
     return destination;
   }
   // Verifies root's own copy, and reads the unit from it.
-  void write(int source, const AcceptedBundle& bundle, const ServerFile& file) const {
+  void write(int source, const AcceptedBundle& bundle, const ServerFile& file, const ServerPlaces& places) const {
     const posix::Descriptor made(
         ::openat(_staging.folder(), Staging::newItem, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
     struct stat status {};
     if (!made || ::fstat(source, &status) != 0) failWithSystemError("cannot write beside " + _destination.path);
     FileContents().copy(source, made.get(), status, _destination.path);
     if (bundle.manifest) verifyContents(made.get(), *bundle.manifest, std::string(serverFolder) + "/" + file.name);
-    if (file.destination == unitPath) replaceByUnit(made.get(), bundle.identity);
+    if (file.destination == places.unitPath) replaceByUnit(made.get(), bundle.identity, places);
     if (::fchmod(made.get(), file.mode) != 0 || syncDescriptor(made.get()) != 0)
       failWithSystemError("cannot write beside " + _destination.path);
   }
-  void replaceByUnit(int file, const BundleIdentity& bundle) const {
+  void replaceByUnit(int file, const BundleIdentity& bundle, const ServerPlaces& places) const {
     ::lseek(file, 0, SEEK_SET);
-    const auto unit = serverUnitFor(contentsOfFile(file, maximumServerUnitBytes, serverUnitName), bundle);
+    const auto unit = serverUnitFor(contentsOfFile(file, maximumServerUnitBytes, places.unit), bundle, places.server);
     const auto length = static_cast<ssize_t>(unit.size());
     if (::ftruncate(file, 0) != 0 || ::pwrite(file, unit.data(), unit.size(), 0) != length)
       failWithSystemError("cannot write beside " + _destination.path);
@@ -147,29 +159,33 @@ class FileUpgrade {
 using FileUpgrades = std::vector<std::unique_ptr<FileUpgrade>>;
 
 // A job was killed: while the first file has its note nothing was decided, and all the old ones come back, it last.
-void settleKilledUpgrade(const PathWalk& walk) {
-  const bool isUndecided = Staging::hasUndo(walk.locate(serverFiles.front().destination));
-  for (auto file = serverFiles.rbegin(); file != serverFiles.rend(); ++file)
+void settleKilledUpgrade(const ServerPlaces& places, const PathWalk& walk) {
+  const auto& files = places.files;
+  const bool isUndecided = Staging::hasUndo(walk.locate(files.front().destination));
+  for (auto file = files.rbegin(); file != files.rend(); ++file)
     Staging::settleUndo(walk.locate(file->destination), isUndecided);
 }
 
 // The bundle of the server that runs, as its unit tells.
-std::optional<BundleIdentity> installedBundle(const PathWalk& walk) {
-  const auto unit = walk.locate(unitPath);
+std::optional<BundleIdentity> installedBundle(const ServerPlaces& places, const PathWalk& walk) {
+  const auto unit = walk.locate(places.unitPath);
   const posix::Descriptor file(
       ::openat(unit.folder.get(), unit.name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   struct stat status {};
   if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
   if (static_cast<std::size_t>(status.st_size) > maximumServerUnitBytes) return std::nullopt;
-  return bundleNamedIn(contentsOfFile(file.get(), maximumServerUnitBytes, serverUnitName));
+  return bundleNamedIn(contentsOfFile(file.get(), maximumServerUnitBytes, places.unit));
 }
 
-ServerBundle acceptServerBundle(const Location& application, const Request& request) {
-  request.bundles.installed = installedBundle(request.walk);
+ServerBundle acceptServerBundle(const Location& application, const std::string& identifier, const ServerPlaces& places,
+                                const Request& request) {
+  request.bundles.installed = installedBundle(places, request.walk);
   ServerBundle bundle{.path = application.path,
                       .accepted = acceptBundle({application.folder.get(), application.name}, request.bundles.installed,
                                                trustedKeys(), request.rules.signatures())};
   request.bundles.replacement = bundle.accepted.identity;
+  // The places were chosen by what the bundle told before anything was verified.
+  if (bundle.accepted.identity.identifier != identifier) throw Failure("the identifier of " + bundle.path + " has changed");
   // Root is going to run what the bundle holds, and the user may put any bundle into a listed folder.
   if (isBoundToLocations(request) && !bundle.accepted.manifest)
     throw Failure(bundle.path + " is not signed, and the key \"locations\" is set");
@@ -188,11 +204,13 @@ ServerBundle acceptServerBundle(const Location& application, const Request& requ
 Outcome upgradeServer(const Request& request) {
   const auto application = request.locate(protocol::filePathKey);
   requireItem(application);
-  settleKilledUpgrade(request.walk);
-  const auto bundle = acceptServerBundle(application, request);
+  const auto identifier = toldIdentityOf(application.folder.get(), application.name).value_or(BundleIdentity()).identifier;
+  const ServerPlaces places(serverOfApplication(identifier));
+  settleKilledUpgrade(places, request.walk);
+  const auto bundle = acceptServerBundle(application, identifier, places, request);
   FileUpgrades files;
-  for (const auto& file : serverFiles) files.push_back(std::make_unique<FileUpgrade>(bundle, file, request.walk));
-  const Service service(serverUnitName);
+  for (const auto& file : places.files) files.push_back(std::make_unique<FileUpgrade>(bundle, file, places, request.walk));
+  const Service service(places.unit);
   if (!service.stop()) restoreOldServer(files, service, "the Library Server does not stop");
   try {
     for (const auto& file : files) file->install();

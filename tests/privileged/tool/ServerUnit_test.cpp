@@ -62,6 +62,13 @@ TEST(ServerUnitTest, TakesOverNothingElse) {
   EXPECT_EQ(serverUnitFor("[Service]\nType=simple\\\nExecStart=/bin/evil\nType=exec\r\n", bundle), standardUnit);
 }
 
+TEST(ServerUnitTest, RunsTheServerOfTheBrand) {
+  const auto unit = serverUnitFor("[Unit]\nDescription=Mine\n", bundle,
+                                  {.name = "Acme Server", .label = "com.acme.server", .program = "Acme/Server"});
+  EXPECT_THAT(unit, HasSubstr("[Unit]\nDescription=Acme Server\n"));
+  EXPECT_THAT(unit, HasSubstr("\nExecStart=\"/Library/Acme/Server\"\n"));
+}
+
 TEST(ServerUnitTest, NamesItsBundle) {
   const auto found = bundleNamedIn(serverUnitFor("", bundle));
   ASSERT_TRUE(found);

@@ -57,6 +57,7 @@ def names_with(items, state):
 def describe(window):
     items = list(below(window))
     return {"role": window.get_role_name(), "name": window.get_name(), "description": window.get_description(),
+            "application": window.get_application().get_name(),
             "texts": [item.get_name() for item in items if item.get_role() == Atspi.Role.LABEL and item.get_name()],
             "buttons": [item.get_name() for item in items if item.get_role() == Atspi.Role.PUSH_BUTTON],
             "elements": [[item.get_role_name(), item.get_name()] for item in items if item.get_role() != Atspi.Role.FILLER],

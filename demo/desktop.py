@@ -267,7 +267,7 @@ class Desktop:
 
     def windows(self, process):
         """The windows of a process as assistive tools see them: dictionaries with "role", "name", "description",
-        "texts", "buttons"; "elements" are the pairs of role and name of all that is in it, "focused" names what has the
+        "application" (its name), "texts", "buttons"; "elements" are the pairs of role and name of all that is in it, "focused" names what has the
         keyboard, "focusable" what can have it, "enabled" what is not greyed out, "busy" what is at work."""
         return self._read(do="windows", process=process)
 

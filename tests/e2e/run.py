@@ -15,6 +15,7 @@ import tempfile
 
 HERE = pathlib.Path(__file__).resolve().parent
 sys.path[:0] = [str(HERE), str(HERE.parents[1] / "demo"), str(HERE.parent / "support")]
+import brand  # noqa: E402,F401
 import command_line  # noqa: E402,F401
 import copies  # noqa: E402,F401
 import demonstration  # noqa: E402,F401

@@ -51,8 +51,8 @@ def expect_server(version):
     equal("the service", systemctl("is-active", UNIT), "active")
 
 
-def preferences(world):
-    file = pathlib.Path(world.desktop.environment["XDG_CONFIG_HOME"], "com.kelto.macController.plist")
+def preferences(world, domain="com.kelto.macController"):
+    file = pathlib.Path(world.desktop.environment["XDG_CONFIG_HOME"], f"{domain}.plist")
     return plistlib.loads(file.read_bytes()) if file.exists() else {}
 
 

@@ -95,7 +95,9 @@ class World(Bare):
 
     def start_installer(self, *arguments):
         """Starts the installer with these arguments and without a controller; its process, once the wizard is up."""
-        program = self.desktop.start("installer", [self.road.installer / "Contents/Linux/KeltoInstaller", *arguments])
+        information = plistlib.loads((self.road.installer / "Contents/Info.plist").read_bytes())
+        program = self.desktop.start("installer", [
+            self.road.installer / "Contents/Linux" / information["CFBundleExecutable"], *arguments])
         self.road.wizard(program.pid)
         return program.pid
 

@@ -77,8 +77,10 @@ int run(int input, int output, const Effects& effects) {
   };
   try {
     const auto outcome = job(input, effects, record);
-    tell(output, outcome.report);
-    report(JobRecord::Verdict::done, outcome.report);
+    const auto told = outcome.report + (outcome.warning.empty() ? "" : "; " + outcome.warning);
+    record.isWarning = !outcome.warning.empty();
+    tell(output, told);
+    report(JobRecord::Verdict::done, told);
     const auto warning = outcome.afterwards ? outcome.afterwards() : std::string();
     if (!warning.empty()) report(JobRecord::Verdict::incomplete, warning);
     return EXIT_SUCCESS;

@@ -115,7 +115,7 @@ std::vector<posix::Descriptor> foldersOf(const Command& command, const Request& 
   return folders;
 }
 
-std::string confineTo(std::span<const posix::Descriptor> folders) {
+std::string confineTo(std::span<const posix::Descriptor> folders, Programs programs) {
   const long version = ::syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION);
   if (version < 0) return std::strerror(errno);
   if (version < firstUsefulVersion) return "this kernel's Landlock forbids every rename between folders";
@@ -130,7 +130,8 @@ std::string confineTo(std::span<const posix::Descriptor> folders) {
   read.push_back(stateFolder());
   for (const auto& path : read) {
     const auto folder = opened(path);
-    if (folder && !allow(rules.get(), folder.get(), reading)) return std::strerror(errno);
+    const auto access = programs == Programs::areRun ? reading | LANDLOCK_ACCESS_FS_EXECUTE : reading;
+    if (folder && !allow(rules.get(), folder.get(), access)) return std::strerror(errno);
   }
   return ::syscall(SYS_landlock_restrict_self, rules.get(), 0) == 0 ? "" : std::strerror(errno);
 }

@@ -16,7 +16,9 @@ namespace AssistantTool {
 std::vector<posix::Descriptor> foldersOf(const Command& command, const Request& request);
 
 // From now on this process opens, makes, renames and removes files below these folders only, and reads those of the system
-// that a job looks at. "", or why the kernel cannot do this; then nothing has changed.
-std::string confineTo(std::span<const posix::Descriptor> folders);
+// that a job looks at; it runs programs from those only, if any. "", or why the kernel cannot do this; then nothing has
+// changed.
+enum class Programs { areRefused, areRun };
+std::string confineTo(std::span<const posix::Descriptor> folders, Programs programs = Programs::areRefused);
 
 }  // namespace AssistantTool

@@ -12,6 +12,8 @@
 #include "privileged/tool/AssistantTool.h"
 #include "privileged/tool/BundleItem.h"
 #include "privileged/tool/Confinement.h"
+#include "privileged/tool/DesktopCaches.h"
+#include "privileged/tool/DesktopEntries.h"
 #include "privileged/tool/Failure.h"
 #include "privileged/tool/Log.h"
 #include "privileged/tool/Rights.h"
@@ -57,13 +59,37 @@ class Recorder {
   std::string _job = toldByBroker(protocol::jobVariable);
 };
 
-Outcome performConfined(const Command& command, const Request& request, const Recorder& recorder) {
-  if (command.isFileJob) {
-    const auto folders = foldersOf(command, request);
-    giveUpProgramsAndSockets();
-    if (const auto why = confineTo(folders); !why.empty()) recorder.warn("the job is not confined to its folders: " + why);
+void confine(const Command& command, const Request& request, const DesktopEntries& entries, const Recorder& recorder) {
+  auto folders = foldersOf(command, request);
+  for (auto& folder : entries.folders()) folders.push_back(std::move(folder));
+  giveUpProgramsAndSockets();
+  if (const auto why = confineTo(folders); !why.empty()) recorder.warn("the job is not confined to its folders: " + why);
+}
+
+Outcome performWithEntries(const Command& command, const Request& request, DesktopEntries& entries) {
+  try {
+    auto outcome = command.perform(request);
+    outcome.warning = entries.settle();
+    return outcome;
+  } catch (const Failure&) {
+    static_cast<void>(entries.settle());
+    throw;
   }
-  return command.perform(request);
+}
+
+Outcome performConfined(const Command& command, const Request& request, const Recorder& recorder) {
+  if (!command.isFileJob) return command.perform(request);
+  DesktopEntries entries(command, request);
+  const auto caches = entries.hasWork() ? std::make_shared<DesktopCaches>(DesktopEntries::dataFolder()) : nullptr;
+  confine(command, request, entries, recorder);
+  auto outcome = performWithEntries(command, request, entries);
+  if (!entries.hasChanged()) return outcome;
+  outcome.afterwards = [caches, before = std::move(outcome.afterwards)] {
+    const auto warning = before ? before() : std::string();
+    caches->update();
+    return warning;
+  };
+  return outcome;
 }
 
 }  // namespace

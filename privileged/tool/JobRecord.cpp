@@ -19,7 +19,8 @@ void add(protocol::LogFields& fields, const char* name, std::string_view value) 
 }  // namespace
 
 protocol::LogPriority priorityOf(const JobRecord& record) {
-  return record.verdict == JobRecord::Verdict::done ? protocol::LogPriority::notice : protocol::LogPriority::warning;
+  const bool isGood = record.verdict == JobRecord::Verdict::done && !record.isWarning;
+  return isGood ? protocol::LogPriority::notice : protocol::LogPriority::warning;
 }
 
 protocol::LogFields fieldsOf(const JobRecord& record, uid_t user, const std::string& job, const std::string& tool) {

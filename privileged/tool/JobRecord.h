@@ -17,7 +17,8 @@ struct JobRecord {
   std::vector<std::string> paths;
   Bundles bundles;
   Verdict verdict = Verdict::refused;
-  std::string line;  // what was done, or the cause of a refusal
+  bool isWarning = false;  // also when the job is done
+  std::string line;        // what was done, or the cause of a refusal
 };
 
 protocol::LogPriority priorityOf(const JobRecord& record);

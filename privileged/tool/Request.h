@@ -53,6 +53,8 @@ struct Outcome {
   // What is done when the caller already knows: deleting what the job replaced, which can take long on a slow disk. Returns
   // a warning when something of it is left, else nothing; the next job in that folder tries again.
   std::function<std::string()> afterwards;
+  // The job is done, but not a consequence that it should have had; goes to the log with the report, as a warning.
+  std::string warning{};
 };
 
 }  // namespace AssistantTool

@@ -124,17 +124,17 @@ class Filter {
 
 #endif
 
-void giveUpCapabilities() {
+void keepCapabilities(std::uint64_t kept) {
   if (::prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_CLEAR_ALL, 0, 0, 0) != 0) failWithSystemError("cannot give up rights");
   // A process that may not lower the bound has no use of it: nothing can be gained by running a program any more.
   for (int each = 0; ::prctl(PR_CAPBSET_READ, each, 0, 0, 0) >= 0; ++each) {
-    if ((neededCapabilities() >> each & 1U) == 0) ::prctl(PR_CAPBSET_DROP, each, 0, 0, 0);
+    if ((kept >> each & 1U) == 0) ::prctl(PR_CAPBSET_DROP, each, 0, 0, 0);
   }
   __user_cap_header_struct header{.version = _LINUX_CAPABILITY_VERSION_3, .pid = 0};
   std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> sets{};
   if (::syscall(SYS_capget, &header, sets.data()) != 0) failWithSystemError("cannot give up rights");
   for (std::size_t i = 0; i < sets.size(); ++i) {
-    sets[i].permitted &= static_cast<std::uint32_t>(neededCapabilities() >> (32 * i));
+    sets[i].permitted &= static_cast<std::uint32_t>(kept >> (32 * i));
     sets[i].effective = sets[i].permitted;
     sets[i].inheritable = 0;
   }
@@ -151,7 +151,7 @@ std::uint64_t neededCapabilities() {
 
 void giveUpRights() {
   if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) failWithSystemError("cannot give up rights");
-  giveUpCapabilities();
+  keepCapabilities(neededCapabilities());
 #ifdef KELTO_WITHOUT_FILTER
   ::syslog(LOG_WARNING, "No filter of system calls is known for this processor: the tool keeps the right to all of them");
 #else
@@ -168,6 +168,15 @@ void giveUpProgramsAndSockets() {
 #ifndef KELTO_WITHOUT_FILTER
   Filter filter;
   for (const int call : startingOrConnecting) filter.refuse(static_cast<std::uint32_t>(call));
+  filter.install();
+#endif
+}
+
+void giveUpCapabilitiesAndSockets() {
+  keepCapabilities(0);
+#ifndef KELTO_WITHOUT_FILTER
+  Filter filter;
+  for (const int call : {SYS_socket, SYS_socketpair}) filter.refuse(static_cast<std::uint32_t>(call));
   filter.install();
 #endif
 }

@@ -15,5 +15,7 @@ std::uint64_t neededCapabilities();
 void giveUpRights();
 // Before a job that works on files only: starting programs, and making sockets; one that is open stays so. Throws Failure.
 void giveUpProgramsAndSockets();
+// Before a program of the system is run: what is left to root is what root's files leave to their owner. Throws Failure.
+void giveUpCapabilitiesAndSockets();
 
 }  // namespace AssistantTool

@@ -1,0 +1,213 @@
+#include "privileged/tool/DesktopEntries.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+
+#include "privileged/tool/Account.h"
+#include "privileged/tool/ActingAs.h"
+#include "privileged/tool/Failure.h"
+#include "privileged/tool/Folder.h"
+#include "privileged/tool/Items.h"
+#include "privileged/tool/Journal.h"
+#include "privileged/tool/SignOfLife.h"
+#include "protocol/ToolProtocol.h"
+
+namespace AssistantTool {
+namespace {
+
+constexpr const char* notesFolder = "entries";
+// The notes of a job: symbolic links, as in the journal.
+constexpr const char* userNote = "user";
+constexpr const char* appearsNote = "appears";
+constexpr const char* vanishesNote = "vanishes";
+
+std::optional<Owner> ownerFor(uid_t user) {
+  const auto& account = accountOf(user);
+  if (!account) return std::nullopt;
+  return Owner{account->user, account->group};
+}
+
+// The places that a job for this user can change.
+std::vector<DesktopPlace> placesFor(uid_t user) {
+  std::vector<DesktopPlace> places;
+  if (::geteuid() == 0) places.emplace_back(systemDataFolder, std::nullopt);
+  if (::geteuid() == 0 && user == 0) return places;
+  const auto& account = accountOf(::geteuid() == 0 ? user : ::geteuid());
+  if (account && !account->dataFolder.empty())
+    places.emplace_back(account->dataFolder, ::geteuid() == 0 ? ownerFor(user) : std::nullopt);
+  return places;
+}
+
+// In a folder with the sticky bit nobody can exchange what belongs to somebody else.
+bool isExchangedByNobodyBut(uid_t user, const Location& bundle) {
+  auto above = foldersAbove(bundle);
+  for (auto& folder : above) {
+    if ((folder.st_mode & S_ISVTX) != 0) folder.st_mode &= ~static_cast<mode_t>(S_IWGRP | S_IWOTH);
+  }
+  above.push_back(*bundle.status());
+  return std::ranges::none_of(above, [&](const struct stat& item) { return canBeWrittenByOthers(item, user); });
+}
+
+bool isGone(const std::string& path) {
+  struct stat status {};
+  return ::lstat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR);
+}
+
+void note(int folder, const char* name, const std::string& text) {
+  if (!text.empty() && ::symlinkat(text.c_str(), folder, name) != 0) failWithSystemError("cannot note " + text);
+}
+
+uid_t userIn(const std::string& text) { return static_cast<uid_t>(std::strtoul(text.c_str(), nullptr, 10)); }
+
+// While it lives, no other job notes or settles anything. A file system without locks goes without.
+class Hold {
+ public:
+  explicit Hold(int folder) : _folder(folder) {
+    while (::flock(_folder, LOCK_EX) != 0 && errno == EINTR) continue;
+  }
+  ~Hold() { ::flock(_folder, LOCK_UN); }
+  Hold(const Hold&) = delete;
+  Hold& operator=(const Hold&) = delete;
+
+ private:
+  int _folder;
+};
+
+}  // namespace
+
+DesktopEntries::DesktopEntries(const Command& command, const Request& request) : _request(request) {
+  if (!command.isFileJob) return;
+  Change change{
+      .note = std::to_string(::getpid()), .folder = {}, .user = request.walk.user(), .appears = {}, .vanishes = {}};
+  bool hasEntry = false;
+  for (const char* key : command.paths) {
+    if (key == nullptr) continue;
+    const auto item = request.locate(key);
+    hasEntry = bringsEntry(item) || hasEntry;
+    (std::string_view(key) == protocol::destinationPathKey ? change.appears : change.vanishes) = item.path;
+  }
+  _notes = folderOfNotes(notesFolder, S_IRWXU, hasEntry);
+  if (!_notes) return;
+  const Hold hold(_notes.get());
+  takeOver();
+  if (hasEntry) begin(std::move(change));
+}
+
+// Takes the notes of killed jobs over.
+void DesktopEntries::takeOver() {
+  for (const auto& entry : entriesOf(_notes.get())) {
+    auto folder = openFolderIn(_notes.get(), entry.name);
+    if (!folder || ::flock(folder.get(), LOCK_EX | LOCK_NB) != 0) continue;
+    const int notes = folder.get();
+    _changes.push_back({.note = entry.name,
+                        .folder = std::move(folder),
+                        .user = userIn(linkTargetOf(notes, userNote)),
+                        .appears = linkTargetOf(notes, appearsNote),
+                        .vanishes = linkTargetOf(notes, vanishesNote)});
+  }
+}
+
+void DesktopEntries::begin(Change change) {
+  // A killed job can have had the same number.
+  while (::mkdirat(_notes.get(), change.note.c_str(), S_IRWXU) != 0) {
+    if (errno != EEXIST) failWithSystemError("cannot keep notes");
+    change.note += "+";
+  }
+  change.folder = openFolderIn(_notes.get(), change.note);
+  if (!change.folder || ::flock(change.folder.get(), LOCK_EX | LOCK_NB) != 0) failWithSystemError("cannot keep notes");
+  note(change.folder.get(), userNote, std::to_string(change.user));
+  note(change.folder.get(), appearsNote, change.appears);
+  note(change.folder.get(), vanishesNote, change.vanishes);
+  syncFolder(change.folder.get());
+  syncFolder(_notes.get());
+  _changes.push_back(std::move(change));
+}
+
+std::vector<posix::Descriptor> DesktopEntries::folders() const {
+  std::vector<posix::Descriptor> folders;
+  if (hasWork()) folders.emplace_back(::fcntl(_notes.get(), F_DUPFD_CLOEXEC, 0));
+  for (const auto& change : _changes) {
+    for (const auto& place : placesFor(change.user))
+      for (auto& folder : place.folders()) folders.push_back(std::move(folder));
+    try {
+      if (!change.appears.empty()) folders.push_back(PathWalk(change.user).locate(change.appears).folder);
+    } catch (const Failure&) {
+      // Its folder is gone, and so is the bundle.
+    }
+  }
+  return folders;
+}
+
+std::string DesktopEntries::dataFolder() {
+  const auto places = placesFor(::geteuid());
+  return places.empty() ? "" : places.front().path();
+}
+
+std::string DesktopEntries::settle() {
+  if (!hasWork()) return {};
+  std::string causes;
+  const Hold hold(_notes.get());
+  for (const auto& change : _changes) {
+    std::string cause;
+    try {
+      cause = settle(change);
+      forget(change);
+    } catch (const Failure& failure) {
+      cause = failure.what();  // its notes stay for the next job
+    }
+    causes += (causes.empty() || cause.empty() ? "" : "; ") + cause;
+  }
+  _changes.clear();
+  return causes.empty() ? "" : "the desktop entry was left out: " + causes;
+}
+
+std::string DesktopEntries::settle(const Change& change) {
+  for (const auto& path : {change.vanishes, change.appears}) {
+    if (path.empty() || !isGone(path)) continue;
+    for (auto& place : placesFor(change.user)) {
+      place.clear(path);
+      _hasChanged = _hasChanged || place.hasChanged();
+    }
+  }
+  return change.appears.empty() || isGone(change.appears) ? "" : show(change.appears, change.user);
+}
+
+// Returns the cause when the entry is refused.
+std::string DesktopEntries::show(const std::string& path, uid_t user) {
+  std::optional<BroughtEntry> brought;
+  std::string cause;
+  bool isSystems = false;
+  try {
+    const auto bundle = PathWalk(user).locate(path);
+    const auto keys = trustedKeys();
+    isSystems = ::geteuid() == 0 && isExchangedByNobodyBut(0, bundle);
+    if (!isSystems && !isExchangedByNobodyBut(user, bundle) && bringsEntry(bundle))
+      throw Failure("others can exchange the bundle");
+    const ActingAs acting(isSystems ? std::nullopt : ownerFor(user));
+    brought = entryBroughtBy(bundle, isSystems ? 0 : user, keys, _request.rules.signatures());
+  } catch (const Failure& failure) {
+    cause = failure.what();
+  }
+  for (auto& place : placesFor(user)) {
+    const bool isPlace = isSystems == (place.path() == systemDataFolder);
+    if (isPlace && brought) cause = place.bring(*brought, path);
+    if (!isPlace || !brought || !cause.empty()) place.clear(path);
+    _hasChanged = _hasChanged || place.hasChanged();
+  }
+  return cause;
+}
+
+void DesktopEntries::forget(const Change& change) const {
+  for (const char* each : {userNote, appearsNote, vanishesNote}) {
+    if (::unlinkat(change.folder.get(), each, 0) != 0 && errno != ENOENT) failWithSystemError("cannot keep notes");
+  }
+  if (::unlinkat(_notes.get(), change.note.c_str(), AT_REMOVEDIR) != 0) failWithSystemError("cannot keep notes");
+}
+
+}  // namespace AssistantTool

@@ -1,0 +1,335 @@
+// Bundles that bring a desktop entry: installed, replaced, moved and removed, by root's tool for another user and by a
+// user's own.
+#include "privileged/tool/DesktopEntries.h"
+
+#include "protocol/PolicyFile.h"
+#include "tests/privileged/tool/DesktopBundles.h"
+
+namespace tests::tool {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+
+class DesktopEntries : public NamespaceTest {
+ protected:
+  void SetUp() override {
+    NamespaceTest::SetUp();
+    if (IsSkipped()) return;
+    volume("/usr/local/share");
+    becomeAnotherUsersTool();
+    makeDesktopBundle(download, "One");
+    for (const auto& bundle : {installed, elsewhere}) fs::create_directory(bundle.parent_path());
+  }
+  void install(const std::string& name, const fs::path& bundle) {
+    makeDesktopBundle(download, name);
+    expectSuccess(replace(bundle, download));
+  }
+  void install(const std::string& name) { install(name, installed); }
+  void makeUsersOwn(const fs::path& tree) {
+    giveToUser(tree);
+    if (fs::is_symlink(tree) || !fs::is_directory(tree)) return;
+    for (const auto& entry : fs::directory_iterator(tree)) makeUsersOwn(entry.path());
+  }
+  // The job is done, with this warning, and nothing is shown.
+  void expectLeftOut(const Answer& answer, const std::string& cause) {
+    EXPECT_THAT(answer.text, HasSubstr("; the desktop entry was left out: "));
+    EXPECT_THAT(answer.text, HasSubstr(cause));
+    EXPECT_TRUE(isThere(installed / "Contents/Linux/Controller"));
+    EXPECT_TRUE(system.isNothing());
+    EXPECT_FALSE(isThere(system.entry()));
+    expectSuccess(answer);
+  }
+  // Replaces what is installed by the download after `spoil`.
+  void expectLeftOutAfter(const std::function<void()>& spoil, const std::string& cause) {
+    install("Before");
+    EXPECT_EQ(system.value("Name"), "Before") << "an entry that has to go";
+    makeDesktopBundle(download, "After");
+    spoil();
+    expectLeftOut(replace(installed, download), cause);
+  }
+  static std::vector<std::string> notes() {
+    std::vector<std::string> names;
+    if (!fs::is_directory("/var/lib/kelto/entries")) return names;
+    for (const auto& entry : fs::directory_iterator("/var/lib/kelto/entries")) names.push_back(entry.path().filename());
+    return names;
+  }
+
+  const fs::path installed = folder / "Applications/App.app";
+  const fs::path elsewhere = folder / "Elsewhere/App.app";
+  const fs::path download = folder / "Download/App.app";
+  const Shown system{"/usr/local/share"};
+  const Shown users{home() / ".local/share"};
+};
+
+TEST_F(DesktopEntries, AppearWithABundleThatIsInstalled) {
+  expectSuccess(replace(installed, download));
+  EXPECT_EQ(system.value("Name"), "One");
+  EXPECT_EQ(system.value("X-Kelto-Bundle"), installed);
+  EXPECT_EQ(system.value("Exec"), (installed / "Contents/Linux/Controller %F").string());
+  EXPECT_THAT(system.sizesFor(installed), ElementsAre("48x48", "scalable"));
+  EXPECT_TRUE(users.isNothing());
+  EXPECT_EQ(statusOf(system.entry()).st_mode & 07777U, 0644U);
+  EXPECT_EQ(statusOf(system.entry()).st_uid, 0U);
+  EXPECT_THAT(notes(), IsEmpty());
+}
+
+TEST_F(DesktopEntries, ChangeWithABundleThatIsReplaced) {
+  install("One");
+  makeDesktopBundle(download, "Two", {"64x64", "scalable"});
+  expectSuccess(replace(installed, download));
+  EXPECT_EQ(system.value("Name"), "Two");
+  EXPECT_THAT(system.sizesFor(installed), ElementsAre("64x64", "scalable"));
+  EXPECT_FALSE(isThere(system.data / "icons/hicolor/48x48/apps/com.example.App.png"));
+  makeDesktopBundle(download, "");
+  expectSuccess(replace(installed, download));
+  EXPECT_TRUE(system.isNothing()) << "the new version brings none";
+}
+
+TEST_F(DesktopEntries, FollowABundleThatIsMoved) {
+  install("One");
+  expectSuccess(move(installed, elsewhere));
+  EXPECT_EQ(system.value("X-Kelto-Bundle"), elsewhere);
+  EXPECT_EQ(system.value("Exec"), (elsewhere / "Contents/Linux/Controller %F").string());
+  EXPECT_THAT(system.sizesFor(elsewhere), ElementsAre("48x48", "scalable"));
+}
+
+TEST_F(DesktopEntries, VanishWithABundleThatIsRemovedOrTrashed) {
+  install("One");
+  expectSuccess(remove(installed));
+  EXPECT_TRUE(system.isNothing());
+  install("Two");
+  EXPECT_EQ(system.value("Name"), "Two");
+  expectSuccess(trash(installed));
+  EXPECT_TRUE(system.isNothing());
+}
+
+TEST_F(DesktopEntries, StayWhenTheJobIsRefused) {
+  install("One");
+  const auto before = snapshot(system.data);
+  fs::create_symlink(installed, folder / "link");
+  expectRefusal(replace(installed, folder / "link"), "is a symbolic link");
+  expectRefusal(move(installed, folder / "missing/App.app"), "cannot open");
+  EXPECT_EQ(snapshot(system.data), before);
+  EXPECT_THAT(notes(), IsEmpty());
+}
+
+TEST_F(DesktopEntries, AreNotMadeOfABundleThatIsOnlyCopiedFrom) {
+  expectSuccess(copy(download, installed));
+  EXPECT_EQ(system.value("X-Kelto-Bundle"), installed);
+  EXPECT_THAT(system.sizesFor(download), IsEmpty());
+}
+
+TEST_F(DesktopEntries, PassTheCheckOfTheDistribution) {
+  install("One");
+  ASSERT_TRUE(isThere("/usr/bin/desktop-file-validate"));
+  const auto path = folder / "validated";
+  EXPECT_TRUE(runs("desktop-file-validate " + system.entry().string(), path)) << read(path);
+  EXPECT_EQ(read(path), "");
+}
+
+TEST_F(DesktopEntries, AreLeftOutWithTheirCause) {
+  expectLeftOutAfter([&] { writeWithMode(download / entryOfBundle, entryText("X", "/bin/sh")); }, "outside the bundle");
+  expectLeftOutAfter([&] { writeWithMode(download / entryOfBundle, entryText("X") + "DBusActivatable=true\n"); },
+                     "not allowed: DBusActivatable");
+  expectLeftOutAfter([&] { writeWithMode(download / entryOfBundle, entryText("X", "Contents/Linux/None")); },
+                     "missing from the bundle: Contents/Linux/None");
+  expectLeftOutAfter([&] { writeWithMode(download / entryOfBundle, entryText("X", "Contents/Info.plist")); },
+                     "not executable: Contents/Info.plist");
+  expectLeftOutAfter([&] { writeWithMode(download / entryOfBundle, std::string(70000, '#')); }, "too long");
+  expectLeftOutAfter([&] { fs::remove(download / entryOfBundle); }, "missing from the bundle");
+  expectLeftOutAfter([&] { fs::remove(download / "Contents/Info.plist"); }, "the bundle has no identifier");
+}
+
+TEST_F(DesktopEntries, ThroughLinksAreLeftOut) {
+  const auto linkTo = [&](const fs::path& target, const fs::path& path) {
+    fs::remove_all(download / path);
+    fs::create_symlink(target, download / path);
+  };
+  writeWithMode(folder / "planted", entryText("Planted"));
+  expectLeftOutAfter([&] { linkTo(folder / "planted", entryOfBundle); }, "not a file");
+  expectLeftOutAfter([&] { linkTo("/bin/sh", "Contents/Linux/Controller"); }, "not a file: Contents/Linux/Controller");
+  expectLeftOutAfter(
+      [&] {
+        writeWithMode(download / entryOfBundle, entryText("X", "Contents/Out/sh"));
+        linkTo("/bin", "Contents/Out");
+      },
+      "Contents/Out");
+}
+
+TEST_F(DesktopEntries, WithIconsOfOthersAreLeftOut) {
+  const auto icons = download / iconsOfBundle;
+  expectLeftOutAfter([&] { writeWithMode(icons / "48x48/apps/firefox.png", ""); },
+                     "not named after the bundle: firefox.png");
+  expectLeftOutAfter([&] { writeWithMode(icons / "48x48/apps/com.example.App2.png", ""); }, "not named after the bundle");
+  expectLeftOutAfter([&] { writeWithMode(icons / "../x", ""), writeWithMode(icons / "a b/apps/x", ""); }, "not a size");
+  expectLeftOutAfter([&] { writeWithMode(icons / "48x32/apps/com.example.App.png", ""); }, "not a size of icons: 48x32");
+  expectLeftOutAfter([&] { fs::create_symlink("/etc/shadow", icons / "48x48/apps/com.example.App-a.png"); }, "not a file");
+  expectLeftOutAfter(
+      [&] {
+        for (int i = 0; i < 70; ++i)
+          writeWithMode(icons / "48x48/apps" / ("com.example.App-" + std::to_string(i) + ".png"), "");
+      },
+      "too many icons");
+}
+
+TEST_F(DesktopEntries, OfSomebodyElseAreNeitherOverwrittenNorHidden) {
+  const fs::path packages = "/usr/share/applications/com.example.App.desktop";
+  for (const auto& path : {system.entry(), system.data / "icons/hicolor/48x48/apps/com.example.App.png"}) {
+    write(path, "[Desktop Entry]\nX-Other=1\n");
+    const auto before = snapshot(system.data);
+    makeDesktopBundle(download, "One");
+    const auto answer = replace(installed, download);
+    EXPECT_THAT(answer.text, HasSubstr("somebody else has " + path.string()));
+    EXPECT_EQ(snapshot(system.data), before);
+    fs::resize_file(result, 0);
+    fs::remove(path);
+  }
+  if (!overlay("/usr/share/applications", "/usr/share/applications")) GTEST_SKIP() << "needs an overlay";
+  write(packages, "");
+  makeDesktopBundle(download, "Two");
+  expectLeftOut(replace(installed, download), "somebody else has " + packages.string());
+}
+
+TEST_F(DesktopEntries, OfAnotherBundleStayUntilThatBundleIsGone) {
+  install("One");
+  makeDesktopBundle(download, "Other");
+  const auto answer = replace(elsewhere, download);
+  EXPECT_THAT(answer.text, HasSubstr("somebody else has"));
+  EXPECT_EQ(system.value("Name"), "One");
+  EXPECT_EQ(system.value("X-Kelto-Bundle"), installed);
+  fs::remove_all(installed);
+  fs::resize_file(result, 0);
+  install("Two", elsewhere);
+  EXPECT_EQ(system.value("X-Kelto-Bundle"), elsewhere);
+  EXPECT_THAT(system.sizesFor(elsewhere), ElementsAre("48x48", "scalable"));
+}
+
+TEST_F(DesktopEntries, OfABundleThatItsUserCanChangeAreTheUsersOwn) {
+  giveToUser(installed.parent_path());
+  makeUsersOwn(download);
+  expectSuccess(replace(installed, download));
+  EXPECT_TRUE(system.isNothing());
+  EXPECT_EQ(users.value("Name"), "One");
+  EXPECT_THAT(users.sizesFor(installed), ElementsAre("48x48", "scalable"));
+  for (const auto& entry : fs::recursive_directory_iterator(home() / ".local"))
+    EXPECT_EQ(statusOf(entry.path()).st_uid, invokingUser) << entry.path();
+  expectSuccess(remove(installed));
+  EXPECT_TRUE(users.isNothing());
+}
+
+// Root would be led there by the user's link.
+TEST_F(DesktopEntries, OfAUserAreWrittenWithThatUsersRightsOnly) {
+  const auto roots = folder / "roots";
+  fs::create_directories(roots);
+  fs::create_directories(home() / ".local/share");
+  makeUsersOwn(home() / ".local");
+  fs::create_symlink(roots, home() / ".local/share/applications");
+  giveToUser(installed.parent_path());
+  makeUsersOwn(download);
+  const auto answer = replace(installed, download);
+  EXPECT_THAT(answer.text, HasSubstr("the desktop entry was left out: "));
+  EXPECT_TRUE(fs::is_empty(roots));
+  EXPECT_EQ(read(result), protocol::successVerdict);
+}
+
+TEST_F(DesktopEntries, OfABundleThatOthersCanChangeAreLeftOut) {
+  fs::permissions(installed.parent_path(), fs::perms(0777));
+  expectLeftOut(replace(installed, download), "others can exchange the bundle");
+  EXPECT_TRUE(users.isNothing());
+}
+
+// A move keeps the owners: the bundle is root's, but not all of it.
+TEST_F(DesktopEntries, WhoseProgramOthersCanChangeAreLeftOut) {
+  giveToUser(download / "Contents/Linux/Controller");
+  expectLeftOut(move(download, installed), "others can write Contents/Linux/Controller");
+  expectSuccess(move(installed, download));
+  fs::permissions(download / "Contents/Linux/Controller", fs::perms(0755));
+  ASSERT_EQ(::lchown((download / "Contents/Linux/Controller").c_str(), 0, 0), 0);
+  giveToUser(download / "Contents/Linux");
+  expectLeftOut(move(download, installed), "others can write in Contents/Linux");
+}
+
+TEST_F(DesktopEntries, AreMadeInTheFoldersOfTheUsersOwnTool) {
+  makeUsersOwn(download);
+  const auto own = home() / "Applications/App.app";
+  fs::create_directories(own.parent_path());
+  giveToUser(own.parent_path());
+  giveToUser(folder / "Download");
+  const auto number = std::to_string(invokingUser);
+  command = {"/usr/bin/setpriv", "--reuid=" + number, "--regid=" + std::to_string(invokingGroup), "--clear-groups",
+             toolProgram};
+  environment.push_back("XDG_DATA_HOME=" + (home() / "data").string());
+  std::erase_if(environment, [](const auto& text) { return text.starts_with("XDG_STATE_HOME="); });
+  expectSuccess(replace(own, download));
+  const Shown named{home() / "data"};
+  EXPECT_EQ(named.value("Name"), "One");
+  EXPECT_THAT(named.sizesFor(own), ElementsAre("48x48", "scalable"));
+  EXPECT_TRUE(system.isNothing());
+  expectSuccess(trash(own));
+  EXPECT_FALSE(isThere(named.entry()));
+  EXPECT_THAT(named.sizesFor(own), IsEmpty());
+}
+
+TEST_F(DesktopEntries, OfUnsignedBundlesAreLeftOutWhereThereAreKeys) {
+  if (!overlay("/etc", "/etc")) GTEST_SKIP() << "needs an overlay over /etc";
+  bind(folder / "passwd", "/etc/passwd");
+  const tests::TemporaryFolder keys;
+  const KeyPair pair(keys, "publisher");
+  writeWithMode("/etc/kelto/trust.d/publisher.pub", pair.file());
+  for (const char* path : {"/etc/kelto", "/etc/kelto/trust.d"}) fs::permissions(path, fs::perms(0755));
+  // A move asks for no signature.
+  const auto answer = move(download, installed);
+  EXPECT_THAT(answer.text, HasSubstr("the desktop entry was left out: "));
+  EXPECT_FALSE(isThere(system.entry()));
+}
+
+// The programs are played by a script that writes down what it can do.
+class DesktopCaches : public DesktopEntries {
+ protected:
+  void SetUp() override {
+    DesktopEntries::SetUp();
+    if (IsSkipped()) return;
+    writeWithMode(folder / "program",
+                  "#!/bin/sh\n{ echo $0 $*; grep CapEff /proc/self/status; id -u; ls /proc/self/fd | wc -l\n"
+                  "echo >" +
+                      (folder / "outside").string() +
+                      "; perl -MSocket -e 'socket(S, AF_UNIX, SOCK_STREAM, 0) and print \"socket\"'\n"
+                      "} >/usr/local/share/$(basename $0 | grep -q icon && echo icons/hicolor || echo "
+                      "applications)/told.cache 2>&1\n",
+                  0755);
+    for (const char* program : {"/usr/bin/update-desktop-database", "/usr/bin/gtk-update-icon-cache"})
+      if (isThere(program)) bind(folder / "program", program);
+  }
+  [[nodiscard]] std::string told() const { return read(system.data / "applications/told.cache"); }
+};
+
+TEST_F(DesktopCaches, AreUpdatedWithoutWhatRootCanDo) {
+  install("One");
+  EXPECT_THAT(told(), HasSubstr("/usr/bin/update-desktop-database -q /usr/local/share/applications\n"));
+  EXPECT_THAT(told(), HasSubstr("CapEff:\t0000000000000000\n0\n"));
+  EXPECT_THAT(told(), Not(HasSubstr("socket")));
+  EXPECT_FALSE(isThere(folder / "outside")) << told();
+}
+
+TEST_F(DesktopCaches, OfIconsAreUpdatedWhereThereAreSome) {
+  install("One");
+  EXPECT_FALSE(isThere(system.data / "icons/hicolor/told.cache"));
+  write(system.data / "icons/hicolor/icon-theme.cache", "");
+  install("Two");
+  EXPECT_THAT(read(system.data / "icons/hicolor/told.cache"), HasSubstr("-q -f -t -i /usr/local/share/icons/hicolor\n"));
+}
+
+TEST_F(DesktopEntries, AreKnownByTheirMediaTypesAtOnce) {
+  if (!isThere("/usr/bin/update-desktop-database")) GTEST_SKIP() << "needs desktop-file-utils";
+  install("One");
+  EXPECT_THAT(read(system.data / "applications/mimeinfo.cache"),
+              HasSubstr("application/x-example=com.example.App.desktop;"));
+  expectSuccess(remove(installed));
+  EXPECT_THAT(read(system.data / "applications/mimeinfo.cache"), Not(HasSubstr("com.example.App")));
+}
+
+}  // namespace
+}  // namespace tests::tool

@@ -51,6 +51,8 @@ class FaultCase {
   [[nodiscard]] virtual InstructionArchive::Instructions next(Found found) = 0;
   [[nodiscard]] virtual bool isSettled() const = 0;
 
+  // Whether a job may have told its caller that it is done.
+  [[nodiscard]] virtual bool isEnough(Found found) const { return found == Found::done; }
   // The state after an uninterrupted job; the job fails unless this is `done`.
   [[nodiscard]] virtual Found end() const { return Found::done; }
   // Whether the same job can be asked for again after `found`, and then ends as it should have.

@@ -201,7 +201,7 @@ class FaultMatrix : public NamespaceTest {
     const Found found = job.look();
     if (found != Found::bad) row.count(found);
     if (found == Found::bad) return ++row.runs, "neither old nor new";
-    const bool isDone = found == Found::done || (found == Found::retimed && isTimeSetting(traced.hit));
+    const bool isDone = job.isEnough(found) || (found == Found::retimed && isTimeSetting(traced.hit));
     if (isOk && !isDone) return "the verdict is ok without the whole new item";
     if (fault.error == 0 && traced.answer.status != -SIGKILL) return "not killed";
     if (fault.error != 0 && traced.answer.status < 0) return "ended by a signal";

@@ -103,11 +103,15 @@ class PowerCut : public NamespaceTest {
     fs::create_directories(folder / "disk/state/kelto");
     fs::create_directories("/var/lib/kelto");
     EXPECT_EQ(::mount((folder / "disk/state/kelto").c_str(), "/var/lib/kelto", nullptr, MS_BIND, nullptr), 0);
+    // And so do the menus.
+    fs::create_directories(folder / "disk/share");
+    EXPECT_EQ(::mount((folder / "disk/share").c_str(), "/usr/local/share", nullptr, MS_BIND, nullptr), 0);
     return true;
   }
   void unmountDisk() {
     _root.reset();
     ::umount2("/var/lib/kelto", 0);
+    ::umount2("/usr/local/share", 0);
     if (isSplit) ::umount2((folder / "etc").c_str(), 0);
     EXPECT_EQ(::umount2((folder / "again").c_str(), 0), 0) << std::strerror(errno);
     EXPECT_EQ(::umount2((folder / "disk").c_str(), 0), 0) << std::strerror(errno);

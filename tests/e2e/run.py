@@ -21,6 +21,7 @@ import copies  # noqa: E402,F401
 import demonstration  # noqa: E402,F401
 import disks  # noqa: E402,F401
 import endings  # noqa: E402,F401
+import entries  # noqa: E402,F401
 import face  # noqa: E402,F401
 import failures  # noqa: E402,F401
 import installed  # noqa: E402,F401

@@ -2,10 +2,17 @@
 #include "privileged/tool/Confinement.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <functional>
 
+#include "privileged/tool/Commands.h"
+#include "protocol/ToolProtocol.h"
 #include "tests/privileged/tool/ToolRun.h"
 
 namespace tests::tool {
@@ -68,6 +75,71 @@ TEST_F(Confinement, LetsNothingBeReadOutside) {
   if (error == 200) GTEST_SKIP() << "this kernel has no Landlock";
   EXPECT_EQ(error, EACCES);
 }
+
+TEST_F(Confinement, RunsNoProgramAndMakesNoDevice) {
+  fs::copy_file("/bin/true", folder / "one/true");
+  const int error = errorOf([this] { return ::execl((folder / "one/true").c_str(), "true", nullptr); });
+  if (error == 200) GTEST_SKIP() << "this kernel has no Landlock";
+  EXPECT_EQ(error, EACCES);
+  if (::geteuid() != 0) return;  // only root makes devices at all
+  EXPECT_EQ(errorOf([this] { return ::mknod((folder / "one/null").c_str(), S_IFCHR | 0600, makedev(1, 3)); }), EACCES);
+}
+
+// The folders of a job that a process of its own asks for, because accounts are remembered.
+struct FoldersOfAJob : ToolTest {
+  FoldersOfAJob() {
+    write(folder / "work/item", "item");
+    fs::create_directories(folder / "data");
+  }
+  // Whether the job would be let into the folder at `path`.
+  bool include(const fs::path& path, const char* command) const {
+    const pid_t child = ::fork();
+    if (child == 0) {
+      ::setenv("XDG_DATA_HOME", (folder / "data").c_str(), 1);
+      ::setenv("XDG_STATE_HOME", (folder / "state").c_str(), 1);
+      ::_exit(isAmongFolders(path, command) ? 1 : 0);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status));
+    return WEXITSTATUS(status) == 1;
+  }
+
+ private:
+  bool isAmongFolders(const fs::path& path, const char* command) const {
+    const std::string item = folder / "work/item";
+    const InstructionArchive::Instructions instructions{
+        {protocol::filePathKey, item}, {protocol::sourcePathKey, item}, {protocol::destinationPathKey, item}};
+    const AssistantTool::PathWalk walk(::getuid());
+    const AssistantTool::Rules rules;
+    AssistantTool::Bundles bundles;
+    const AssistantTool::Request request{.instructions = instructions, .walk = walk, .rules = rules, .bundles = bundles};
+    struct stat wanted {};
+    if (::stat(path.c_str(), &wanted) != 0) return false;
+    const auto folders = AssistantTool::foldersOf(AssistantTool::commandNamed(command), request);
+    return std::ranges::any_of(folders, [&](const posix::Descriptor& one) {
+      struct stat status {};
+      return ::fstat(one.get(), &status) == 0 && status.st_ino == wanted.st_ino && status.st_dev == wanted.st_dev;
+    });
+  }
+};
+
+TEST_F(FoldersOfAJob, AreThoseOfItsItemsAndTheTrashWhenSomethingGoesThere) {
+  fs::create_directories(folder / "data/Trash");
+  EXPECT_TRUE(include(folder / "work", protocol::trashFileCommand));
+  EXPECT_TRUE(include(folder / "data/Trash", protocol::trashFileCommand));
+  EXPECT_TRUE(include(folder / "work", protocol::replaceItemCommand));
+  EXPECT_FALSE(include(folder / "data/Trash", protocol::replaceItemCommand));
+}
+
+TEST_F(FoldersOfAJob, AreNotWhereALinkInPlaceOfTheTrashLeads) {
+  fs::create_directories(folder / "elsewhere");
+  fs::create_directory_symlink(folder / "elsewhere", folder / "data/Trash");
+  EXPECT_FALSE(include(folder / "elsewhere", protocol::trashFileCommand));
+  EXPECT_TRUE(include(folder / "data", protocol::trashFileCommand));
+}
+
+TEST_F(FoldersOfAJob, AreNeverTheRootFolder) { EXPECT_FALSE(include("/", protocol::trashFileCommand)); }
 
 }  // namespace
 }  // namespace tests::tool

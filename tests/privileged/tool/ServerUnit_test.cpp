@@ -62,6 +62,12 @@ TEST(ServerUnitTest, TakesOverNothingElse) {
   EXPECT_EQ(serverUnitFor("[Service]\nType=simple\\\nExecStart=/bin/evil\nType=exec\r\n", bundle), standardUnit);
 }
 
+TEST(ServerUnitTest, TakesOverNoVariableThatIsTooLong) {
+  const std::string longest = "KELTO_A=" + std::string(247, 'x');
+  EXPECT_THAT(serverUnitFor("[Service]\nEnvironment=" + longest + "\n", bundle), HasSubstr(longest));
+  EXPECT_EQ(serverUnitFor("[Service]\nEnvironment=" + longest + "x\n", bundle), standardUnit);
+}
+
 TEST(ServerUnitTest, RunsTheServerOfTheBrand) {
   const auto unit = serverUnitFor("[Unit]\nDescription=Mine\n", bundle,
                                   {.name = "Acme Server", .label = "com.acme.server", .program = "Acme/Server"});

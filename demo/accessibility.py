@@ -56,8 +56,9 @@ def names_with(items, state):
 
 def describe(window):
     items = list(below(window))
+    application = window.get_application()  # nothing when the window has just gone
     return {"role": window.get_role_name(), "name": window.get_name(), "description": window.get_description(),
-            "application": window.get_application().get_name(),
+            "application": application.get_name() if application else "",
             "texts": [item.get_name() for item in items if item.get_role() == Atspi.Role.LABEL and item.get_name()],
             "buttons": [item.get_name() for item in items if item.get_role() == Atspi.Role.PUSH_BUTTON],
             "elements": [[item.get_role_name(), item.get_name()] for item in items if item.get_role() != Atspi.Role.FILLER],

@@ -247,6 +247,8 @@ def branded_entry(brand, entry):
             value = f"/{installed_bundle(brand)}/Contents/Linux/{program_of(brand)}"
         elif key == "Icon":
             value = brand["Identifier"]
+        elif key == "StartupWMClass":
+            value = program_of(brand)
         return key + equals + branded_text(value, language, brand["ProductName"])
     return "".join(line_of(line) + "\n" for line in entry.splitlines())
 

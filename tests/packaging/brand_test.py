@@ -215,6 +215,7 @@ class Package(BrandFolder):
         entry = share / "applications/com.acme.editor.installer.desktop"
         program = "/usr/lib/com.acme.editor.installer/AcmeEditorInstaller.app/Contents/Linux/AcmeEditorInstaller"
         self.assertIn(f"\nExec={program}\n", entry.read_text())
+        self.assertIn("\nStartupWMClass=AcmeEditorInstaller\n", entry.read_text())
         self.assertTrue(os.access(self.folder / "acme" / program[1:], os.X_OK))
         description = share / "metainfo/com.acme.editor.installer.metainfo.xml"
         for path in (entry, description):

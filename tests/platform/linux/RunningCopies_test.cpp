@@ -175,7 +175,7 @@ TEST_F(RunningCopies, APartOfACopyIsNotSignalled) {
   ASSERT_EQ(copies.size(), 2U);
   // The part first, which has the higher number: it ends with the copy.
   int asked = 0;
-  for (const auto& each : std::ranges::reverse_view(copies)) asked += each->terminate() ? 1 : 0;
+  for (auto each = copies.rbegin(); each != copies.rend(); ++each) asked += (*each)->terminate() ? 1 : 0;
   EXPECT_EQ(asked, 1);
   EXPECT_EQ(copy.line(), "SIGTERM");
 }

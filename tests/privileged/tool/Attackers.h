@@ -250,7 +250,7 @@ class Attackers : public NamespaceTest {
                                             protocol::moveFileCommand, protocol::removeFileCommand,
                                             protocol::trashFileCommand};
     const auto ground = grounds()[_random() % 2].first;
-    const auto command = commands[_random() % commands.size()];
+    const auto& command = commands[_random() % commands.size()];
     const auto source = (ground / (_random() % 4 == 0 ? "dst" : "src") / "App.app").string();
     const auto name = _random() % 2 == 0 ? "App.app" : "New " + std::to_string(_random() % 1000) + ".app";
     const auto destination = (ground / (_random() % 4 == 0 ? "src" : "dst") / name).string();

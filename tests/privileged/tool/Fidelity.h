@@ -15,7 +15,7 @@ namespace tests::tool {
 struct Way {
   std::string command;  // "replace", "copy", "move", "trash"
   bool across = false;
-  std::string restoredBy = "";  // the program that takes it out of the Trash; empty when it is looked at there
+  std::string restoredBy{};  // the program that takes it out of the Trash; empty when it is looked at there
   [[nodiscard]] std::string name() const {
     return command + (across ? " across" : "") + (restoredBy.empty() ? "" : " restored by " + restoredBy);
   }

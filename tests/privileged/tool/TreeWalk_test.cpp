@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 #include <functional>
 
 #include "privileged/tool/Failure.h"
@@ -91,7 +90,7 @@ TEST_F(TreeWalkTest, CountsTheEntriesOfAllFolders) {
 
 TEST_F(TreeWalkTest, ArrivesAtEachEntryAndLeavesEachFolder) {
   makeChain("tree", 300);
-  std::ofstream(root / "tree/file");
+  tests::writeFile(root / "tree/file", "");
   Recorder recorder;
   walkTree(parent.get(), "tree", recorder, {});
   EXPECT_EQ(recorder.arrived, 301);

@@ -1,5 +1,6 @@
 #include "foundation/dispatch/Dispatch.h"
 
+#include <new>
 #include <string_view>
 #include <thread>
 #include <utility>
@@ -28,6 +29,12 @@ void Group::leave() {
 
 void Group::wait() {
   std::unique_lock lock(_mutex);
+  while (_count > 0) {
+    lock.unlock();
+    const bool hasHelped = Pool::shared().help();
+    lock.lock();
+    if (!hasHelped) break;
+  }
   _empty.wait(lock, [this] { return _count == 0; });
 }
 
@@ -84,7 +91,11 @@ SerialQueue& SerialQueue::take() {
   if (tryEnter()) return *this;
   Waiter waiter;
   append({.block = nullptr, .waiter = &waiter});
-  waiter.turn.acquire();
+  while (!waiter.turn.try_acquire())
+    if (!Pool::shared().help()) {
+      waiter.turn.acquire();
+      break;
+    }
   return *this;
 }
 
@@ -103,8 +114,13 @@ void SerialQueue::append(Entry entry) {
   if (before == 0) schedule();
 }
 
+// Nobody else schedules what waits here. So when memory is short, this thread runs it.
 void SerialQueue::schedule() {
-  Pool::shared().submit([queue = shared_from_this()] { queue->drain(); });
+  try {
+    Pool::shared().submit([queue = shared_from_this()] { queue->drain(); });
+  } catch (const std::bad_alloc&) {
+    drain();
+  }
 }
 
 // Only one drain is ever on its way: it is scheduled by the first entry of an idle queue, or by the turn that ends before

@@ -1,8 +1,9 @@
 #include "foundation/dispatch/DispatchPool.h"
 
+#include <algorithm>
 #include <chrono>
+#include <exception>
 #include <memory>
-#include <system_error>
 
 #include "foundation/dispatch/Threads.h"
 #include "foundation/runtime/Lasting.h"
@@ -36,7 +37,7 @@ Pool::Pool() {
                                        // The parent runs what was submitted there. Its threads may have been waiting on
                                        // these.
                                        _jobs.clear();
-                                       _idle = _running = _threads = 0;
+                                       _idle = _running = _threads = _unserved = 0;
                                        std::construct_at(&_hasJob);
                                        std::construct_at(&_hasFinished);
                                        _mutex.unlock();
@@ -56,7 +57,11 @@ void Pool::submit(std::function<void()> job) {
     _hasJob.notify_one();
     return;
   }
-  if (startThread() || _threads > 0) return;
+  if (startThread()) return;
+  if (_threads > 0) {
+    ++_unserved;
+    return;
+  }
   job = std::move(_jobs.back());
   _jobs.pop_back();
   lock.unlock();
@@ -66,7 +71,7 @@ void Pool::submit(std::function<void()> job) {
 bool Pool::startThread() {
   try {
     Threads::start([this] { work(); }).detach();
-  } catch (const std::system_error&) {
+  } catch (const std::exception&) {
     return false;
   }
   ++_threads;
@@ -83,17 +88,31 @@ void Pool::work() {
       --_threads;
       return;
     }
-    auto job = std::move(_jobs.front());
-    _jobs.pop_front();
-    ++_running;
-    lock.unlock();
-    job();
-    job = nullptr;
-    lock.lock();
-    // A job that forked goes on in the child as well, where neither it nor its thread is counted.
-    if (_running == 0) return;
-    if (--_running == 0) _hasFinished.notify_all();
+    const bool wasCounted = run(lock);
+    if (!wasCounted) return;
   }
+}
+
+bool Pool::help() {
+  std::unique_lock lock(_mutex);
+  if (_unserved == 0) return false;
+  run(lock);
+  return true;
+}
+
+// The first of the jobs. False in a child that it has forked, where neither it nor its thread is counted.
+bool Pool::run(std::unique_lock<std::mutex>& lock) {
+  auto job = std::move(_jobs.front());
+  _jobs.pop_front();
+  _unserved = std::min(_unserved, _jobs.size());
+  ++_running;
+  lock.unlock();
+  job();
+  job = nullptr;
+  lock.lock();
+  if (_running == 0) return false;
+  if (--_running == 0) _hasFinished.notify_all();
+  return true;
 }
 
 }  // namespace foundation::Dispatch

@@ -22,9 +22,13 @@ class Pool {
   // Runs `job` on a thread of the pool. Every job gets a thread at once: jobs may wait for each other. Where there is no
   // thread to be had, a job waits for one of those that there are; without any the caller runs it.
   void submit(std::function<void()> job);
+  // Runs a job that found no thread, on this one, which is about to wait for others: perhaps for that job. False when there
+  // is no such job.
+  bool help();
 
  private:
   bool startThread();
+  bool run(std::unique_lock<std::mutex>& lock);
   void work();
   void waitUntilNothingRuns(std::unique_lock<std::mutex>& lock);
 
@@ -35,6 +39,7 @@ class Pool {
   std::size_t _idle = 0;
   std::size_t _running = 0;
   std::size_t _threads = 0;
+  std::size_t _unserved = 0;  // of the jobs: those that found no thread
   Fork::HandlersID _handlers = 0;
 };
 

@@ -6,10 +6,12 @@
 
 #include <atomic>
 #include <csignal>
+#include <system_error>
 #include <thread>
 
 #include "foundation/dispatch/Dispatch.h"
 #include "foundation/dispatch/Fork.h"
+#include "foundation/dispatch/Threads.h"
 #include "tests/support/SharedCount.h"
 
 using foundation::Dispatch::Semaphore;
@@ -149,6 +151,31 @@ TEST(DispatchFork, ABlockThatForksGoesOnInTheChild) {
               });
               hasForked.acquire();
               return status.load();
+            }),
+            0);
+}
+
+TEST(DispatchPool, AJobThatWaitsForOneWithoutAThreadRunsIt) {
+  EXPECT_EQ(statusOfChild([] {
+              static std::atomic<int> threads{1};
+              foundation::Threads::setStarter([](std::function<void()> work) {
+                if (threads-- <= 0)
+                  throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
+                return std::thread(std::move(work));
+              });
+              const auto outer = SerialQueue::make("outer");
+              const auto inner = SerialQueue::make("inner");
+              Semaphore isOver(0);
+              outer->async([&] {
+                inner->async([] {});
+                inner->sync([] {});
+                foundation::Dispatch::Group group;
+                inner->async(group, [] {});
+                group.wait();
+                isOver.release();
+              });
+              isOver.acquire();
+              return 0;
             }),
             0);
 }

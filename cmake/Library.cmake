@@ -29,7 +29,7 @@ file(GLOB sources CONFIGURE_DEPENDS foundation/dispatch/*.cpp foundation/plist/*
                                     logging/*.cpp posix/*.cpp)
 list(APPEND sources kit/NSBundle+Kelto.cpp kit/NSUserDefaults+Debug.cpp platform/Bundle.cpp platform/LoggingPlatform.cpp platform/UserDefaults.cpp
                     platform/linux/program/LoggingProgram.cpp)
-foreach(unit IN ITEMS Accounts Bundle CrashSignals DefaultsFile FileManager LoggingHost LogStorage LogTable OwnThreads PostgreSQL
+foreach(unit IN ITEMS Accounts Bundle CrashSignals DefaultsFile FileManager FolderNames LoggingHost LogStorage LogTable OwnThreads PostgreSQL
         PreferredLanguages PrivateTemporaryFolder ReadDocument StandardFolders SurvivingMemories SystemJournal SystemLog UserDefaults Volume)
   list(APPEND sources platform/linux/${unit}.cpp)
 endforeach()

@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "foundation/text/Path.h"
+#include "platform/linux/FolderNames.h"
 #include "platform/linux/PathKind.h"
 #include "posix/Descriptor.h"
 
@@ -49,11 +50,8 @@ std::string markFile(const std::string& path, const std::string& name) {
 }
 
 void removeMarkFiles(const std::string& folder, const std::string& suffix) {
-  std::error_code code;
-  for (std::filesystem::directory_iterator entry(folder, code), end; !code && entry != end; entry.increment(code)) {
-    const std::string name = entry->path().filename().string();
-    if (name.starts_with('.') && name.ends_with(suffix)) ::unlink(entry->path().c_str());
-  }
+  for (const auto& name : namesIn(folder))
+    if (name.starts_with('.') && name.ends_with(suffix)) ::unlink(foundation::Path::appending(folder, name).c_str());
 }
 
 bool hasNoAttributes(int error) { return error == ENOTSUP; }
@@ -151,13 +149,7 @@ bool LogStorage::createDirectory(const std::string& path, Error& error) {
   return false;
 }
 
-std::vector<std::string> LogStorage::namesInDirectory(const std::string& path) const {
-  std::vector<std::string> names;
-  std::error_code code;
-  for (std::filesystem::directory_iterator entry(path, code), end; !code && entry != end; entry.increment(code))
-    names.push_back(entry->path().filename().string());
-  return names;
-}
+std::vector<std::string> LogStorage::namesInDirectory(const std::string& path) const { return namesIn(path); }
 
 std::optional<LogFileAttributes> LogStorage::attributesOfFile(const std::string& path) const {
   const auto facts = factsOf(path);

@@ -14,6 +14,7 @@
 
 #include "foundation/dispatch/Fork.h"
 #include "foundation/text/Path.h"
+#include "platform/linux/FolderNames.h"
 #include "posix/Descriptor.h"
 
 namespace platform::Linux {
@@ -143,10 +144,9 @@ std::unique_ptr<SurvivingMemory> SurvivingMemories::make(const std::string& name
 std::vector<std::unique_ptr<SurvivingMemory>> SurvivingMemories::orphans(const std::string& name, std::size_t size) {
   std::vector<std::unique_ptr<SurvivingMemory>> found;
   const std::string start = prefix(name);
-  std::error_code code;
-  for (std::filesystem::directory_iterator entry(_folder, code), end; !code && entry != end; entry.increment(code)) {
-    if (!entry->path().filename().string().starts_with(start)) continue;
-    if (auto memory = adopted(entry->path().string(), size)) found.push_back(std::move(memory));
+  for (const auto& entry : namesIn(_folder)) {
+    if (!entry.starts_with(start)) continue;
+    if (auto memory = adopted(foundation::Path::appending(_folder, entry), size)) found.push_back(std::move(memory));
   }
   return found;
 }

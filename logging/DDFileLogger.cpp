@@ -108,6 +108,8 @@ void DDFileLogger::logMessage(const DDLogMessage& message) {
     if (openCurrentLogFile()) {
       _writer.append(*text);
       maybeRollLogFileDueToSize();
+    } else {
+      _writer.drop();
     }
   }
   _writer.endRecord();

@@ -50,6 +50,11 @@ void LogFileWriter::append(std::string_view text) {
     ++_dropped;
 }
 
+void LogFileWriter::drop() {
+  ++_dropped;
+  if (!std::exchange(_isInTrouble, true)) _systemLog.log("DDFileLogger: There is no log file to write to");
+}
+
 bool LogFileWriter::writeAtOnce(std::string_view text) {
   write();
   if (_lines->length() > 0) return false;

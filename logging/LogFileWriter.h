@@ -28,6 +28,8 @@ class LogFileWriter {
   // line.
   void beginRecord() { _ticket = !_journal ? 0 : _journal->ticket() + 1; }
   void endRecord();
+  // There is no file for a record: it is counted.
+  void drop();
   // One line; a line feed is added when it has none at its end. Without a file it goes nowhere.
   void append(std::string_view text);
   // The same at once; false, and nothing of it is kept here, when the file system did not take it.

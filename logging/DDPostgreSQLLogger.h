@@ -1,8 +1,8 @@
 #pragma once
 // Log records in a table of a PostgreSQL server, to which the processes of many machines write.
 //
-//   DDLog::addLogger(std::make_shared<DDPostgreSQLLogger>(platform, platform::LogTableAddress{.server = "host=logs
-//   dbname=logs"}));
+//   const platform::LogTableAddress address{.server = "host=logs dbname=logs"};
+//   DDLog::addLogger(std::make_shared<DDPostgreSQLLogger>(platform, address));
 //
 // A batch is one COPY. Nobody who logs waits for the network: rows wait in memory until the server has confirmed them,
 // while it is away as well, and then are stored once each. libpq is loaded when the first batch is due.

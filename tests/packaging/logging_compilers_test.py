@@ -3,7 +3,7 @@
 import unittest
 
 from logging_examples import EXAMPLES, LoggingFolder
-from support import SOURCES, require
+from support import SOURCES, require, run
 
 
 class LoggingCompilers(LoggingFolder):

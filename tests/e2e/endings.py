@@ -143,13 +143,6 @@ def ending_removed(world):
 
 
 @scenario("gui")
-def ending_without_rights(world):
-    installer = world.start("update", Credentials="none")
-    world.expect_general_failure(installer)
-    expect_ending(world, installer, "controller-1", REFUSED, "wait for the rights", world.road.installed, "no rights were handed over")
-
-
-@scenario("gui")
 def ending_with_wrong_rights(world):
     installer = world.start("update", Credentials="wrong")
     world.alert(installer)
@@ -157,12 +150,7 @@ def ending_with_wrong_rights(world):
     expect_ending(world, installer, "controller-1", REFUSED, "take over the rights", "", "denied")
 
 
-@scenario("gui")
-def ending_while_it_runs(world):
-    """A signal ends it under this alert, too, which is not a modal one."""
-    installer = world.start("update", RefuseToQuit="YES")
-    world.alert(installer)
-    expect_end_by(world, installer, signal.SIGTERM)
+def expect_still_running_ends(world, installer):
     identifier = world.identifier_of(world.road.installed)
     expect_ending(world, installer, "controller-1", STILL_RUNNING, f"quit {identifier}", "", "1 copy still runs")
 

@@ -1,7 +1,9 @@
 """Everything that ends in an alert."""
 import shutil
+import signal
 import subprocess
 
+import endings
 import protocol
 from desktop import processes_of, started_at
 from road import version_of
@@ -18,6 +20,8 @@ def no_credentials(world):
     check(f"the alert is not early ({seen - started_at(installer):.2f} s)", seen - started_at(installer) >= 5.0)
     check(f"the alert is not late ({seen - shown:.2f} s)", seen - shown < 6.5)
     world.expect_general_failure(installer)
+    endings.expect_ending(world, installer, "controller-1", endings.REFUSED, "wait for the rights", world.road.installed,
+                          "no rights were handed over")
     check("the controller still runs", world.road.controller.is_running())
     equal("runs of the tool", world.tool_runs(), 0)
     world.expect_nothing_changed()
@@ -51,15 +55,18 @@ def notification_without_credentials(world):
 
 @scenario("gui")
 def controller_refuses_to_quit(world):
-    """A controller that does not quit is named in an alert after 5 seconds, and not replaced."""
+    """A controller that does not quit is named in an alert after 5 seconds, and not replaced. A signal ends the installer under
+    this alert, too, which is not a modal one."""
     installer = world.start("update", RefuseToQuit="YES")
     world.road.controller_says("Asked to quit, and stays")
     asked = uptime()
     world.alert(installer)
     waited = uptime() - asked
     check(f"the alert comes after 5 seconds ({waited:.2f} s)", 4.8 <= waited < 6.5)
-    world.expect_alert(installer, english("<InstallerKeltoRunningSubtitle_1>", "Kelto"),
-                       english("<InstallerKeltoRunningMessage>"))
+    world.expect_alert_stays(installer, english("<InstallerKeltoRunningSubtitle_1>", "Kelto"),
+                             english("<InstallerKeltoRunningMessage>"))
+    endings.expect_end_by(world, installer, signal.SIGTERM)
+    endings.expect_still_running_ends(world, installer)
     check("the controller still runs", world.road.controller.is_running())
     equal("it was asked once", world.road.controller.text().count("Asked to quit"), 1)
     equal("runs of the tool", world.tool_runs(), 0)

@@ -1,4 +1,5 @@
 """The wizard and every alert without a mouse and without eyes: what assistive tools hear, and what the keyboard does."""
+import endings
 import protocol
 from copies import process_of, stacked
 from desktop import Failure, is_running, wait_for
@@ -118,6 +119,7 @@ def running_controller_by_keyboard(world):
     expect_alert_by_keyboard(world, process,
                              english("<InstallerKeltoRunningSubtitle_1>", "Kelto"),
                              english("<InstallerKeltoRunningMessage>"), "Escape")
+    endings.expect_still_running_ends(world, process)
 
 
 @scenario("gui")

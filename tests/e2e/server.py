@@ -78,7 +78,7 @@ def failing_server_upgrade(world):
     (server / "KeltoLibraryServer").unlink()
     shutil.copy("/usr/bin/false", server / "KeltoLibraryServer")
     unit = server / UNIT
-    unit.write_text(unit.read_text().replace("Restart=on-failure\n", ""))
+    unit.write_text(unit.read_text().replace("Restart=on-failure\n", "Restart=no\n"))
     installer = world.start("update")
     expect_told_alert(world, installer, english("<InstallerUnexpectedErrorMessage>"),
                       english("<InstallerUnexpectedErrorSubtitle>"))

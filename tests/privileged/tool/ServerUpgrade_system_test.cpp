@@ -33,13 +33,18 @@ TEST_F(UpgradeServer, GoesBackWhenTheNewServerCrashesAtOnce) {
   expectOldServerBack(upgrade());
 }
 
+TEST_F(UpgradeServer, GoesBackWhenTheNewServerCrashesAgainAndAgain) {
+  offer({.version = "2", .action = "exit 1", .restart = "Restart=on-failure\nRestartSec=0"});
+  expectOldServerBack(upgrade());
+}
+
 TEST_F(UpgradeServer, GoesBackWhenTheNewServerCrashesAMomentLater) {
   offer({.version = "2", .action = "sleep 0.2; exit 1"});
   expectOldServerBack(upgrade());
 }
 
 TEST_F(UpgradeServer, GoesBackWhenTheNewServerIsNeverReady) {
-  offer({.version = "2", .action = keepsRunning, .type = "notify"});
+  offer({.version = "2", .action = keepsRunning, .type = "notify", .restart = "TimeoutStartSec=1\nRestart=no"});
   expectOldServerBack(upgrade());
 }
 

@@ -17,13 +17,14 @@ struct Server {
   std::string action = keepsRunning;
   std::string type = "simple";
   std::string path = keltosProgram;
+  std::string restart = "Restart=no";  // after a crash; else the job waits until the manager has tried in vain
   [[nodiscard]] std::string program() const {
     return "#!/bin/sh\n# version " + version + "\necho " + version + " >> /run/ran\n" + action + "\n";
   }
   [[nodiscard]] std::string definition() const { return "definition " + version + "\n"; }
   [[nodiscard]] std::string unit() const {
     return "[Unit]\nDefaultDependencies=no\n[Service]\nEnvironment=KELTO_VERSION=" + version + "\nType=" + type +
-           "\nTimeoutStopSec=2\nExecStart=\"" + path + "\"\n";
+           "\nTimeoutStopSec=2\n" + restart + "\nExecStart=\"" + path + "\"\n";
   }
 };
 

@@ -97,13 +97,28 @@ TEST_F(RunningCopiesAsRoot, TheFirstProcessOfAUnitNamedAfterTheApplicationCounts
 TEST_F(RunningCopiesAsRoot, AUnitOfAnotherNameIsAnotherApplications) {
   const std::string name = unitNameOf(identifier);
   for (const std::string& unit :
-       {std::string("app-gnome-com.kelto.other-1.scope"), name + ".service", "app-" + name + ".more-1.scope"}) {
+       {std::string("app-gnome-com.kelto.other-1.scope"), name + ".service", "app-" + name + ".more-1.scope",
+        "run-" + name + "-0a1b.scope", "app-" + name + ".slice", "app-of-some-" + name + "-0a1b.scope"}) {
     const ControlGroup group(unit);
     TestProgram other({KELTO_BIN_DIR "/test_application", "plain"});
     ASSERT_TRUE(other.isReady());
     if (!group.take(other.number())) GTEST_SKIP() << "control groups cannot be made here";
     EXPECT_TRUE(running().empty()) << unit;
   }
+}
+
+// The desktop tells the number of the application itself: the others in its unit are programs that it has started.
+TEST_F(RunningCopiesAsRoot, AUnitWhoseApplicationHasEndedHoldsNone) {
+  TestProgram ended({KELTO_BIN_DIR "/test_application", "plain"});
+  TestProgram left({KELTO_BIN_DIR "/test_application", "plain"});
+  ASSERT_TRUE(ended.isReady() && left.isReady());
+  const ControlGroup group("app-gnome-" + unitNameOf(identifier) + "-" + std::to_string(ended.number()) + ".scope");
+  if (!group.take(left.number())) GTEST_SKIP() << "control groups cannot be made here";
+  ended.kill();
+  ended.reap();
+  EXPECT_TRUE(running().empty());
+  left.kill();
+  left.reap();
 }
 
 }  // namespace

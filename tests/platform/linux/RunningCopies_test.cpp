@@ -105,6 +105,20 @@ TEST_F(RunningCopies, AnInterpreterOfTheBundlesScriptCounts) {
   EXPECT_EQ(running().size(), 2U);
 }
 
+TEST_F(RunningCopies, AnInterpreterCountsWhateverTheFirstLineLooksLikeAndHoweverItCallsItself) {
+  const std::string text = "echo ready\nsleep 100 & wait\n";
+  TestProgram tabbed({makeScript("Tab.app", "#!/usr/bin/env\tsh\n" + text) + program});
+  TestProgram renamed({makeScript("Renamed.app", "#!/bin/sh\necho other > /proc/$$/comm\n" + text) + program});
+  ASSERT_TRUE(tabbed.isReady() && renamed.isReady());
+  EXPECT_EQ(running().size(), 2U);
+}
+
+TEST_F(RunningCopies, NothingIsACopyOfAnApplicationWithoutAnIdentifier) {
+  TestProgram copy({makeBundle("App.app") + program, "plain"});
+  ASSERT_TRUE(copy.isReady());
+  EXPECT_TRUE(workspace.runningApplications("").empty());
+}
+
 TEST_F(RunningCopies, AProgramThatReadsTheScriptDoesNotCount) {
   const std::string bundle = makeScript("App.app", "#!/bin/sh\nexit\n");
   TestProgram reader({"/usr/bin/tail", "-f", bundle + program});
@@ -151,8 +165,9 @@ TEST_F(RunningCopies, AProgramThatTheDesktopLaunchedCountsAndItsChildrenDoNot) {
   const std::string start = "exec " KELTO_BIN_DIR "/test_application plain";
   TestProgram launched = shell(mark + start, identifier);
   TestProgram other = shell(mark + start, "com.kelto.other");
+  TestProgram namesake = shell(mark + start, "other." + std::string(identifier));
   TestProgram child = shell(mark + "sleep 100 | (" + start + ")", "unrelated." + std::string(identifier));
-  ASSERT_TRUE(launched.isReady() && other.isReady() && child.isReady());
+  ASSERT_TRUE(launched.isReady() && other.isReady() && namesake.isReady() && child.isReady());
   EXPECT_EQ(running().size(), 1U);
 }
 
@@ -164,6 +179,13 @@ TEST_F(RunningCopies, TheFileOfTheInstalledProgramCountsByWhateverPathItRuns) {
   ASSERT_TRUE(linked.isReady() && copy.isReady());
   EXPECT_TRUE(running().empty());
   EXPECT_EQ(platform::Linux::Workspace(bundles, log, direct, bundle).runningApplications(identifier).size(), 2U);
+}
+
+TEST_F(RunningCopies, TheScriptOfTheInstalledBundleCountsWhateverItsIdentifier) {
+  const std::string bundle = makeScript("App.app", "#!/bin/sh\necho ready\nsleep 100 & wait\n");
+  TestProgram script({bundle + program});
+  ASSERT_TRUE(script.isReady());
+  EXPECT_EQ(platform::Linux::Workspace(bundles, log, direct, bundle).runningApplications("com.kelto.later").size(), 1U);
 }
 
 // A part of a program with several processes must not be ended under it.

@@ -103,7 +103,7 @@ def expect_acmes_wizard(world, language, mode):
     equal("the names of window and program", (windows[0]["name"], windows[0]["application"]),
           (f"{NAME} Installer", "AcmeEditorInstaller"))
     equal(f"texts in {language} that name Kelto", [text for text in told if "kelto" in text.lower()], [])
-    # Whatever it shows by now: nobody hands it any rights.
+    # Nobody hands it any rights, so a slow machine may show an alert by now, over which no button can be pressed.
     os.kill(process, signal.SIGTERM)
     world.road.installer_gone(process)
 

@@ -189,8 +189,8 @@ void LogCore::waitUntil(const IsDone& isDone, Ticket limit) {
   for (Nap nap(Nap::patient); !isDone() && !isStray();) {
     bool hasAdvanced = false;
     if (tryHoldDrain()) {
+      const HeldDrain held{*this};
       hasAdvanced = drain(limit, limit);
-      dropDrain();
     }
     if (!hasAdvanced) nap.take();
   }

@@ -96,6 +96,11 @@ class LogCore final : public foundation::Dispatch::Queue {
   // The holder of the drain.
   bool tryHoldDrain();
   void dropDrain();
+  // Drops it also when something throws.
+  struct HeldDrain {
+    LogCore& core;
+    ~HeldDrain() { core.dropDrain(); }
+  };
   bool drain(Ticket limit, Ticket taken);
   void runBlocks(Ticket head);
   void deliver(LogDelivery::Round& round, Ticket ticket);

@@ -1,5 +1,6 @@
 #include "foundation/dispatch/Dispatch.h"
 
+#include <chrono>
 #include <new>
 #include <string_view>
 #include <thread>
@@ -9,6 +10,9 @@
 
 namespace foundation::Dispatch {
 namespace {
+
+// Of a turn for which there is no memory to wait in the queue.
+constexpr std::chrono::microseconds nap{200};
 
 // Static objects are made on the main thread.
 const std::thread::id mainThread = std::this_thread::get_id();
@@ -90,7 +94,13 @@ bool SerialQueue::tryEnter() {
 SerialQueue& SerialQueue::take() {
   if (tryEnter()) return *this;
   Waiter waiter;
-  append({.block = nullptr, .waiter = &waiter});
+  try {
+    append({.block = nullptr, .waiter = &waiter});
+  } catch (const std::bad_alloc&) {
+    // Without a place in the queue it comes when the queue is idle: its callers are in the middle of something.
+    while (!tryEnter()) std::this_thread::sleep_for(nap);
+    return *this;
+  }
   while (!waiter.turn.try_acquire())
     if (!Pool::shared().help()) {
       waiter.turn.acquire();

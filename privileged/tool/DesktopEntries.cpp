@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <ctime>
 
 #include "privileged/tool/Account.h"
 #include "privileged/tool/ActingAs.h"
@@ -59,23 +60,28 @@ bool isGone(const std::string& path) {
   return ::lstat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR);
 }
 
-void note(int folder, const char* name, const std::string& text) {
+void writeNote(int folder, const char* name, const std::string& text) {
   if (!text.empty() && ::symlinkat(text.c_str(), folder, name) != 0) failWithSystemError("cannot note " + text);
 }
 
 uid_t userIn(const std::string& text) { return static_cast<uid_t>(std::strtoul(text.c_str(), nullptr, 10)); }
 
-// While it lives, no other job notes or settles anything. A file system without locks goes without.
+// While it lives, no other job notes or settles anything. Throws Failure when another one takes too long over that.
 class Hold {
  public:
   explicit Hold(int folder) : _folder(folder) {
-    while (::flock(_folder, LOCK_EX) != 0 && errno == EINTR) continue;
+    for (int tries = 0; ::flock(_folder, LOCK_EX | LOCK_NB) != 0; ++tries) {
+      if (tries == maximumTries) failWithSystemError("another job changes entries");
+      ::nanosleep(&pause, nullptr);
+    }
   }
   ~Hold() { ::flock(_folder, LOCK_UN); }
   Hold(const Hold&) = delete;
   Hold& operator=(const Hold&) = delete;
 
  private:
+  static constexpr timespec pause{.tv_sec = 0, .tv_nsec = 50'000'000};
+  static constexpr int maximumTries = 200;
   int _folder;
 };
 
@@ -83,12 +89,20 @@ class Hold {
 
 DesktopEntries::DesktopEntries(const Command& command, const Request& request) : _request(request) {
   if (!command.isFileJob) return;
+  try {
+    note(command);
+  } catch (const Failure& failure) {
+    _cause = failure.what();
+  }
+}
+
+void DesktopEntries::note(const Command& command) {
   Change change{
-      .note = std::to_string(::getpid()), .folder = {}, .user = request.walk.user(), .appears = {}, .vanishes = {}};
+      .note = std::to_string(::getpid()), .folder = {}, .user = _request.walk.user(), .appears = {}, .vanishes = {}};
   bool hasEntry = false;
   for (const char* key : command.paths) {
     if (key == nullptr) continue;
-    const auto item = request.locate(key);
+    const auto item = _request.locate(key);
     hasEntry = bringsEntry(item) || hasEntry;
     (std::string_view(key) == protocol::destinationPathKey ? change.appears : change.vanishes) = item.path;
   }
@@ -121,9 +135,9 @@ void DesktopEntries::begin(Change change) {
   }
   change.folder = openFolderIn(_notes.get(), change.note);
   if (!change.folder || ::flock(change.folder.get(), LOCK_EX | LOCK_NB) != 0) failWithSystemError("cannot keep notes");
-  note(change.folder.get(), userNote, std::to_string(change.user));
-  note(change.folder.get(), appearsNote, change.appears);
-  note(change.folder.get(), vanishesNote, change.vanishes);
+  writeNote(change.folder.get(), userNote, std::to_string(change.user));
+  writeNote(change.folder.get(), appearsNote, change.appears);
+  writeNote(change.folder.get(), vanishesNote, change.vanishes);
   syncFolder(change.folder.get());
   syncFolder(_notes.get());
   _changes.push_back(std::move(change));
@@ -150,22 +164,28 @@ std::string DesktopEntries::dataFolder() {
 }
 
 std::string DesktopEntries::settle() {
-  if (!hasWork()) return {};
-  std::string causes;
-  const Hold hold(_notes.get());
-  for (const auto& change : _changes) {
-    std::string cause;
-    try {
-      cause = settle(change);
-      forget(change);
-    } catch (const Failure& failure) {
-      cause = failure.what();  // its notes stay for the next job
-    }
-    causes += (causes.empty() || cause.empty() ? "" : "; ") + cause;
+  try {
+    if (hasWork()) settleAll();
+  } catch (const Failure& failure) {
+    addCause(failure.what());  // the notes stay for the next job
   }
   _changes.clear();
-  return causes.empty() ? "" : "the desktop entry was left out: " + causes;
+  return _cause.empty() ? "" : "the desktop entry was left out: " + _cause;
 }
+
+void DesktopEntries::settleAll() {
+  const Hold hold(_notes.get());
+  for (const auto& change : _changes) {
+    try {
+      addCause(settle(change));
+      forget(change);
+    } catch (const Failure& failure) {
+      addCause(failure.what());
+    }
+  }
+}
+
+void DesktopEntries::addCause(const std::string& cause) { _cause += (_cause.empty() || cause.empty() ? "" : "; ") + cause; }
 
 std::string DesktopEntries::settle(const Change& change) {
   for (const auto& path : {change.vanishes, change.appears}) {
@@ -186,7 +206,7 @@ std::string DesktopEntries::show(const std::string& path, uid_t user) {
   try {
     const auto bundle = PathWalk(user).locate(path);
     const auto keys = trustedKeys();
-    isSystems = ::geteuid() == 0 && isExchangedByNobodyBut(0, bundle);
+    isSystems = ::geteuid() == 0 && isRoots(bundle.folder.get()) && isExchangedByNobodyBut(0, bundle);
     if (!isSystems && !isExchangedByNobodyBut(user, bundle) && bringsEntry(bundle))
       throw Failure("others can exchange the bundle");
     const ActingAs acting(isSystems ? std::nullopt : ownerFor(user));

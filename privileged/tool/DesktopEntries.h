@@ -20,7 +20,7 @@ namespace AssistantTool {
 
 class DesktopEntries {
  public:
-  // Before the job, which has these. Throws Failure when nothing can be noted.
+  // Before the job, which has these.
   DesktopEntries(const Command& command, const Request& request);
 
   // False for a job that has to do with no entry; then the rest of this does nothing.
@@ -44,8 +44,11 @@ class DesktopEntries {
     std::string vanishes;
   };
 
+  void note(const Command& command);
   void takeOver();
   void begin(Change change);
+  void settleAll();
+  void addCause(const std::string& cause);
   [[nodiscard]] std::string settle(const Change& change);
   [[nodiscard]] std::string show(const std::string& path, uid_t user);
   void forget(const Change& change) const;
@@ -53,6 +56,7 @@ class DesktopEntries {
   const Request& _request;
   posix::Descriptor _notes;
   std::vector<Change> _changes;
+  std::string _cause;  // of an entry that is left out
   bool _hasChanged = false;
 };
 

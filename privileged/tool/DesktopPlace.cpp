@@ -23,6 +23,7 @@ constexpr const char* unfinishedSuffix = ".kelto-new";
 constexpr mode_t readableByAll = S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH;
 constexpr mode_t enteredByAll = readableByAll | S_IXUSR | S_IXGRP | S_IXOTH;
 constexpr std::size_t maximumEntries = 65536;
+constexpr std::size_t maximumSizes = 256;
 // Enough for the name of the bundle, which comes first.
 constexpr std::size_t markBytes = 16384;
 // The other places where an entry is for all users.
@@ -41,8 +42,8 @@ posix::Descriptor madeFolder(const std::string& path) {
   return folder;
 }
 
-std::vector<std::string> namesIn(int folder) {
-  const auto entries = entriesOf(folder, maximumEntries);
+std::vector<std::string> namesIn(int folder, std::size_t maximum = maximumEntries) {
+  const auto entries = entriesOf(folder, maximum);
   if (!entries) throw Failure("too many entries in a folder of the menus");
   std::vector<std::string> names;
   for (const auto& entry : *entries) names.push_back(entry.name);
@@ -154,7 +155,7 @@ void DesktopPlace::removeIcons(const std::string& bundle, const std::vector<Brou
   const auto path = _dataFolder + "/" + iconFolder;
   const auto theme = openedFolder(path);
   if (!theme) return;
-  for (const auto& size : namesIn(theme.get())) {
+  for (const auto& size : namesIn(theme.get(), maximumSizes)) {
     const auto folder = openedFolder(path + "/" + size + "/" + iconContext);
     if (!folder) continue;
     bool isRemoved = false;

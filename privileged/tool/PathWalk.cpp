@@ -38,13 +38,6 @@ std::deque<std::string> checkedComponentsOf(std::string_view path) {
   return components;
 }
 
-// Owners prove nothing on a file system that people bring along; those are mounted without set-id programs.
-bool isRoots(int folder) {
-  struct statvfs fileSystem {};
-  if (::fstatvfs(folder, &fileSystem) != 0) failWithSystemError("cannot look at a file system");
-  return statusOf(folder).st_uid == 0 && (fileSystem.f_flag & ST_NOSUID) == 0;
-}
-
 class Walker {
  public:
   explicit Walker(uid_t user) : _user(user) { toRoot(); }
@@ -137,6 +130,12 @@ posix::Descriptor Location::openFolder() const {
 std::string Location::folderPath() const {
   const auto slash = path.rfind('/');
   return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+bool isRoots(int folder) {
+  struct statvfs fileSystem {};
+  if (::fstatvfs(folder, &fileSystem) != 0) failWithSystemError("cannot look at a file system");
+  return statusOf(folder).st_uid == 0 && (fileSystem.f_flag & ST_NOSUID) == 0;
 }
 
 bool canBeWrittenByOthers(const struct stat& status, uid_t user) {

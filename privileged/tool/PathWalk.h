@@ -34,6 +34,10 @@ struct Location {
 // True when somebody other than root and `user` may change what `status` describes.
 bool canBeWrittenByOthers(const struct stat& status, uid_t user);
 
+// Whether the open folder is root's. Owners prove nothing on a file system that people bring along; those are mounted
+// without set-id programs. Throws Failure.
+bool isRoots(int folder);
+
 class PathWalk {
  public:
   explicit PathWalk(uid_t invokingUser) : _user(invokingUser) {}

@@ -35,7 +35,12 @@ def bring_entry(shell, bundle, version):
 @scenario("system", where="grant", **SHELL)
 def entry_follows_the_application(bare):
     """An update brings the entry and its icon into the menus of all users, and the removal takes both away."""
-    subprocess.run(["mount", "-t", "tmpfs", "-o", "mode=755", "tmpfs", DATA], check=True)
+    # Owners count for nothing on a file system without set-id programs, which a temporary folder can be.
+    applications = bare.folder / "Applications"
+    applications.mkdir()
+    for folder in (DATA, applications):
+        subprocess.run(["mount", "-t", "tmpfs", "-o", "mode=755", "tmpfs", folder], check=True)
+        bare.callback(subprocess.run, ["umount", "--lazy", folder], check=True)
     shell = Shell(bare)
     shell.environment["XDG_DATA_DIRS"] = f"{DATA}:/usr/share"
     bring_entry(shell, shell.new, "2.0")

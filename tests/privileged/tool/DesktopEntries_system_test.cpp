@@ -2,6 +2,8 @@
 // user's own.
 #include "privileged/tool/DesktopEntries.h"
 
+#include <sys/file.h>
+
 #include "protocol/PolicyFile.h"
 #include "tests/privileged/tool/DesktopBundles.h"
 
@@ -38,8 +40,8 @@ class DesktopEntries : public NamespaceTest {
     EXPECT_THAT(answer.text, HasSubstr("; the desktop entry was left out: "));
     EXPECT_THAT(answer.text, HasSubstr(cause));
     EXPECT_TRUE(isThere(installed / "Contents/Linux/Controller"));
-    EXPECT_TRUE(system.isNothing());
     EXPECT_FALSE(isThere(system.entry()));
+    EXPECT_THAT(system.sizesFor(installed), IsEmpty());
     expectSuccess(answer);
   }
   // Replaces what is installed by the download after `spoil`.
@@ -239,6 +241,57 @@ TEST_F(DesktopEntries, OfABundleThatOthersCanChangeAreLeftOut) {
   fs::permissions(installed.parent_path(), fs::perms(0777));
   expectLeftOut(replace(installed, download), "others can exchange the bundle");
   EXPECT_TRUE(users.isNothing());
+}
+
+// Its owner of root's number proves nothing.
+TEST_F(DesktopEntries, OfABundleOnAVolumeThatAnybodyCouldBringAreTheUsersOwn) {
+  const auto volumeOfUser = volume("stick") / "App.app";
+  ASSERT_EQ(::mount(nullptr, volumeOfUser.parent_path().c_str(), nullptr, MS_REMOUNT | MS_NOSUID, "mode=755"), 0);
+  install("One", volumeOfUser);
+  EXPECT_TRUE(system.isNothing());
+  EXPECT_EQ(users.value("X-Kelto-Bundle"), volumeOfUser);
+}
+
+TEST_F(DesktopEntries, OfAKilledJobAreSettledByTheNextWhateverItIsAbout) {
+  install("One");
+  makeDesktopBundle(installed, "Two");
+  fs::create_directories("/var/lib/kelto/entries/77");
+  fs::create_symlink(installed, "/var/lib/kelto/entries/77/appears");
+  write(folder / "any", "");
+  expectSuccess(remove(folder / "any"));
+  EXPECT_EQ(system.value("Name"), "Two");
+  EXPECT_THAT(notes(), IsEmpty());
+}
+
+TEST_F(DesktopEntries, OfAJobThatRunsAreLeftToIt) {
+  install("One");
+  makeDesktopBundle(installed, "Two");
+  fs::create_directories("/var/lib/kelto/entries/77");
+  fs::create_symlink(installed, "/var/lib/kelto/entries/77/appears");
+  const posix::Descriptor held(::open("/var/lib/kelto/entries/77", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  ASSERT_EQ(::flock(held.get(), LOCK_EX), 0);
+  write(folder / "any", "");
+  expectSuccess(remove(folder / "any"));
+  EXPECT_EQ(system.value("Name"), "One");
+  EXPECT_THAT(notes(), ElementsAre("77"));
+}
+
+TEST_F(DesktopEntries, AreLeftOutWhereNothingCanBeNoted) {
+  write("/var/lib/kelto/entries", "");
+  expectLeftOut(replace(installed, download), "cannot keep notes");
+}
+
+TEST_F(DesktopEntries, ThatCannotBeWrittenNowAreBroughtByTheNextJob) {
+  fs::create_symlink("nowhere", system.data / "applications");
+  const auto answer = replace(installed, download);
+  EXPECT_THAT(answer.text, HasSubstr("the desktop entry was left out: cannot make /usr/local/share/applications"));
+  expectSuccess(answer);
+  EXPECT_EQ(notes().size(), 1U);
+  fs::remove(system.data / "applications");
+  write(folder / "any", "");
+  expectSuccess(remove(folder / "any"));
+  EXPECT_EQ(system.value("Name"), "One");
+  EXPECT_THAT(notes(), IsEmpty());
 }
 
 // A move keeps the owners: the bundle is root's, but not all of it.

@@ -44,7 +44,9 @@ class EntryCase : public FaultCase {
   InstructionArchive::Instructions next(Found) override {
     return instructions(protocol::replaceItemCommand, _otherDownload, _other);
   }
-  bool isSettled() const override { return look() != Found::unfinished && areNotesGone() && isThere(_other); }
+  bool isSettled() const override {
+    return (look() != Found::unfinished || isLeftOut()) && areNotesGone() && isThere(_other);
+  }
   InstructionArchive::Instructions refused() const override {
     return instructions(protocol::replaceItemCommand, _places.here / "Download/None.app", _installed);
   }
@@ -72,6 +74,8 @@ class EntryCase : public FaultCase {
     if (_kind == Kind::move) return !isThere(_installed) && treeOf(_download) == _new;
     return treeOf(_installed) == _new;
   }
+  // A job that cannot note its entry is done without it, and says so: the menus show what they showed before.
+  [[nodiscard]] bool isLeftOut() const { return isAfter() && isShown(false); }
   // Of the bundle that is there now.
   [[nodiscard]] bool isShown(bool isNew) const {
     if (isNew ? _kind == Kind::remove : _kind == Kind::install) return shown.isNothing();

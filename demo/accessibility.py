@@ -37,6 +37,7 @@ def below(item):
 
 
 def windows_of(process):
+    """Pairs of application and window: to ask a window that goes for its application ends this program."""
     desktop = Atspi.get_desktop(0)
     # Nobody here reads the news about what has come and gone.
     desktop.clear_cache()
@@ -47,18 +48,17 @@ def windows_of(process):
         for place in range(application.get_child_count()):
             window = application.get_child_at_index(place)
             if window is not None and window.get_state_set().contains(Atspi.StateType.SHOWING):
-                yield window
+                yield application, window
 
 
 def names_with(items, state):
     return [item.get_name() for item in items if item.get_role() != Atspi.Role.FILLER and item.get_state_set().contains(state)]
 
 
-def describe(window):
+def describe(application, window):
     items = list(below(window))
-    application = window.get_application()  # nothing when the window has just gone
     return {"role": window.get_role_name(), "name": window.get_name(), "description": window.get_description(),
-            "application": application.get_name() if application else "",
+            "application": application.get_name(),
             "texts": [item.get_name() for item in items if item.get_role() == Atspi.Role.LABEL and item.get_name()],
             "buttons": [item.get_name() for item in items if item.get_role() == Atspi.Role.PUSH_BUTTON],
             "elements": [[item.get_role_name(), item.get_name()] for item in items if item.get_role() != Atspi.Role.FILLER],
@@ -68,7 +68,7 @@ def describe(window):
 
 
 def press(process, title):
-    for window in windows_of(process):
+    for _, window in windows_of(process):
         for item in below(window):
             if item.get_role() == Atspi.Role.PUSH_BUTTON and item.get_name() == title:
                 return item.do_action(0)
@@ -79,7 +79,7 @@ def answer(question):
     try:
         if question["do"] == "press":
             return press(question["process"], question["button"])
-        return [describe(window) for window in windows_of(question["process"])]
+        return [describe(*found) for found in windows_of(question["process"])]
     except GLib.Error:
         # It went while it was looked at.
         return False if question["do"] == "press" else []

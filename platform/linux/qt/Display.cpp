@@ -34,9 +34,13 @@ bool canReachX11() {
 
 bool isWaylandSession() { return !environment("WAYLAND_DISPLAY").empty() || !environment("WAYLAND_SOCKET").empty(); }
 
-// The compositor's socket, as its client library finds it.
-std::string waylandSocket() {
+// The compositor's name and socket, as its client library finds them.
+std::string waylandName() {
   const auto name = environment("WAYLAND_DISPLAY");
+  return name.empty() ? "wayland-0" : name;
+}
+std::string waylandSocket() {
+  const auto name = waylandName();
   return name.starts_with('/') ? name : environment("XDG_RUNTIME_DIR") + "/" + name;
 }
 
@@ -57,8 +61,8 @@ bool hasWaylandPlugin(const std::string& pluginFolder) {
 
 std::string problemOnWayland(const std::string& pluginFolder) {
   if (!canReachWayland())
-    return "the Wayland display \"" + environment("WAYLAND_DISPLAY") + "\" cannot be opened: nothing listens at " +
-           waylandSocket() + ". " + advice;
+    return "the Wayland display \"" + waylandName() + "\" cannot be opened: nothing listens at " + waylandSocket() + ". " +
+           advice;
   if (!hasWaylandPlugin(pluginFolder))
     return "this is a Wayland session, and Qt's plug-in for it is missing. Install the package qt6-wayland.";
   return {};
@@ -77,7 +81,8 @@ std::string qtPluginFolder() { return QLibraryInfo::path(QLibraryInfo::PluginsPa
 
 Choice choose(const std::string& pluginFolder) {
   const auto asked = environment("QT_QPA_PLATFORM");
-  const bool isWaylandAsked = asked.starts_with("wayland");
+  // Of a list Qt takes the first that works.
+  const bool isWaylandAsked = asked.starts_with("wayland") && asked.find(';') == std::string::npos;
   if (!asked.empty() && asked != "xcb")
     return {{},
             "QT_QPA_PLATFORM=" + asked + " decides how the window is shown",

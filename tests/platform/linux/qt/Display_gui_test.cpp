@@ -24,6 +24,20 @@ TEST_F(DisplayTest, WithoutQtsPluginForWaylandThePackageIsNamed) {
   EXPECT_NE(choose(plugins.path()).problem.find("Install the package qt6-wayland."), std::string::npos);
 }
 
+// People set it for all programs, and Qt tries one after the other.
+TEST_F(DisplayTest, AListOfPlatformsIsLeftToQt) {
+  const ScopedEnvironment list("QT_QPA_PLATFORM", "wayland;xcb");
+  EXPECT_EQ(choose(plugins.path()).problem, "");
+}
+
+TEST_F(DisplayTest, WithoutANameTheCompositorHasTheUsualOne) {
+  const ScopedEnvironment wayland("QT_QPA_PLATFORM", "wayland");
+  const ScopedEnvironment noSocket("WAYLAND_SOCKET", "");
+  const ScopedEnvironment noName("WAYLAND_DISPLAY", "");
+  const ScopedEnvironment folder("XDG_RUNTIME_DIR", "/nowhere");
+  EXPECT_NE(choose(plugins.path()).problem.find("nothing listens at /nowhere/wayland-0"), std::string::npos);
+}
+
 TEST_F(DisplayTest, WithThePluginWaylandIsChosen) {
   std::filesystem::create_directory(plugins.path("platforms"));
   tests::writeFile(plugins.path("platforms/libqwayland-generic.so"), "");

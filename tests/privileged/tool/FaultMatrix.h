@@ -3,8 +3,10 @@
 // lets a next job follow, and keeps the table of the results.
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <iostream>
 #include <optional>
+#include <stdexcept>
 
 #include "protocol/ToolProtocol.h"
 #include "tests/privileged/tool/FaultCases.h"
@@ -56,6 +58,22 @@ struct Results {
     return texts;
   }
 };
+
+// The calls at which faults are set: every one, or with KELTO_MATRIX_CALLS=FIRST/STEP a part of them, for a first look at a
+// long matrix and for several runs that share it.
+struct CountedCalls {
+  std::size_t first = 1;
+  std::size_t step = 1;
+};
+inline CountedCalls countedCalls(int every) {
+  CountedCalls calls;
+  const char* part = std::getenv("KELTO_MATRIX_CALLS");
+  if (part != nullptr &&
+      (std::sscanf(part, "%zu/%zu", &calls.first, &calls.step) != 2 || calls.first < 1 || calls.step < 1))
+    throw std::invalid_argument(std::string("KELTO_MATRIX_CALLS is not FIRST/STEP: ") + part);
+  calls.step *= static_cast<std::size_t>(every);
+  return calls;
+}
 
 class ResultTable {
  public:
@@ -173,7 +191,8 @@ class FaultMatrix : public NamespaceTest {
     return false;
   }
   void run(const NamedCase& named, const Places& places, Fault fault, Results& row, int every) {
-    for (std::size_t at = 1;; at += static_cast<std::size_t>(every)) {
+    const auto calls = countedCalls(every);
+    for (std::size_t at = calls.first;; at += calls.step) {
       fault.at = at;
       clean(places);
       const auto job = named.make(places);
@@ -181,7 +200,7 @@ class FaultMatrix : public NamespaceTest {
       fs::resize_file(result, 0);
       const auto traced = runWithFault(places.tool(), bytesOf(job->job()), environment, fault);
       if (traced.calls < at) {
-        if (at == 1) ADD_FAILURE() << named.name << ": no call was counted: " << traced.answer.text;
+        if (traced.calls == 0) ADD_FAILURE() << named.name << ": no call was counted: " << traced.answer.text;
         return;
       }
       const std::string reason = judge(*job, places, traced, fault, row);

@@ -253,10 +253,7 @@ namespace {
 std::string sample() {
   return document({"\xD3" + reference(1) + reference(2) + reference(3) + reference(4) + reference(5) + reference(6),
                    "\x51\x61", "\x51\x62", "\x61\x00\xE9"s, "\xA2" + reference(7) + reference(8),
-                   "\x13" + std::string(8, '\x01'), real(1, '\x33'),
-                   "\x44"
-                   "data",
-                   "\x09"});
+                   "\x13" + std::string(8, '\x01'), real(1, '\x33'), "\x44" + std::string("data"), "\x09"});
 }
 
 }  // namespace

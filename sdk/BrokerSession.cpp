@@ -83,12 +83,12 @@ void BrokerSession::copyRight() {
   if (!sent) answer(noCall);
 }
 
-void BrokerSession::answer(std::optional<Failure> failure) {
+void BrokerSession::answer(const std::optional<Failure>& failure) {
   _hasRight = !failure;
   if (const auto answered = std::exchange(_answered, nullptr)) answered(failure);
 }
 
-void BrokerSession::makeForm(int pidfd, FormAnswered answered) {
+void BrokerSession::makeForm(int pidfd, const FormAnswered& answered) {
   const auto write = [&](sd_bus_message* request) {
     return sd_bus_message_append(request, brokerMethod::makeExternalFormFor.takes, _handle, pidfd);
   };

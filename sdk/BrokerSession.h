@@ -31,7 +31,7 @@ class BrokerSession {
   [[nodiscard]] bool hasRight() const { return _hasRight; }
 
   // 32 bytes that stand for the session, good once, and only for the process that the pidfd names. Needs the right.
-  void makeForm(int pidfd, FormAnswered answered);
+  void makeForm(int pidfd, const FormAnswered& answered);
 
   // Closes the connection, and with it the session, at the broker.
   void end();
@@ -41,7 +41,7 @@ class BrokerSession {
   void create();
   void copyRight();
   bool call(const protocol::BrokerMethod& method, std::uint64_t patience, const Write& write, Answered answered);
-  void answer(std::optional<Failure> failure);
+  void answer(const std::optional<Failure>& failure);
 
   sd_event* _loop;
   Bus _bus;

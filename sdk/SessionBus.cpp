@@ -121,7 +121,7 @@ void SessionBus::compareProcess(const std::string& owner) {
       });
 }
 
-void SessionBus::sendForm(const Form& form, const std::string& connection, Done done) {
+void SessionBus::sendForm(const Form& form, const std::string& connection, const Done& done) {
   const Failure unsent{KELTO_ERROR_BROKER, "the rights cannot be sent"};
   sd_bus_message* signal = nullptr;
   if (sd_bus_message_new_signal(_bus.get(), &signal, protocol::notificationsPath, protocol::notificationsInterface,

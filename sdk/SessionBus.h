@@ -31,7 +31,7 @@ class SessionBus {
   void stopWaiting();
 
   // Sends the form to that connection, and only to it. `done` is called when the bus has it.
-  void sendForm(const Form& form, const std::string& connection, Done done);
+  void sendForm(const Form& form, const std::string& connection, const Done& done);
 
  private:
   struct Unref {

@@ -49,6 +49,7 @@ TEST(ServerUnitTest, TakesOverNothingElse) {
                            "Restart=evil",
                            "Environment=LD_PRELOAD=/evil.so",
                            "Environment=KELTO_A=b LD_PRELOAD=/evil.so",
+                           "Environment=KELTO_A LD_PRELOAD=/evil.so",
                            "Environment=KELTO_A=\"evil\"",
                            "Environment=KELTO_A=%h/evil",
                            "Environment=KELTO_A=b\\",

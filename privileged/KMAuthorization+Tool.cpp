@@ -39,6 +39,11 @@ bool sendInstructions(platform::ByteStream& tool, const InstructionArchive::Inst
 
 std::string firstLine(std::string_view text) { return std::string(text.substr(0, text.find('\n'))); }
 
+// What a line of the tool means where the verdict is missing.
+std::string causeOfLine(const std::string& line) {
+  return line.starts_with(protocol::doneMark) ? "the tool left no verdict, although it says \"" + line + "\"" : line;
+}
+
 std::string readAnswer(platform::ByteStream& tool) {
   std::string answer;
   std::array<char, protocol::answerChunk> chunk{};
@@ -123,7 +128,7 @@ std::optional<std::string> KMAuthorization::_outputFromToolWithInstructions(cons
   std::string answer = foundation::textFromASCII(readAnswer(*tool));
   if (const auto given = _platform.authorizationServices.cause(); answer.empty() && !given.empty()) _cause = given;
   tool.reset();
-  if (const auto line = firstLine(answer); !line.empty()) _cause = line;
+  if (const auto line = firstLine(answer); !line.empty()) _cause = causeOfLine(line);
   KTDiagnostics::log({"KMAuthorization", this, "_outputFromToolWithInstructions:", 102}, 7, "output is '%@'", answer);
   return answer;
 }

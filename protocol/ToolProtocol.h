@@ -36,6 +36,10 @@ inline constexpr const char* successVerdict = "tool result ok";
 // keeps its line below it.
 inline constexpr std::size_t answerChunk = 512;
 
+// The line of a job that was done begins with it, and no other line does: who reads it and finds no verdict knows what is
+// missing.
+inline constexpr const char* doneMark = "done: ";
+
 // The variable in the environment of a tool that runs as root: the number of the user it works for.
 inline constexpr const char* invokingUserVariable = "KELTO_INVOKING_UID";
 // The number under which the broker's records name this run; a tool's own records carry it too.

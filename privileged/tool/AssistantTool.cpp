@@ -79,7 +79,7 @@ int run(int input, int output, const Effects& effects) {
     const auto outcome = job(input, effects, record);
     const auto told = outcome.report + (outcome.warning.empty() ? "" : "; " + outcome.warning);
     record.isWarning = !outcome.warning.empty();
-    tell(output, told);
+    tell(output, protocol::doneMark + told);
     report(JobRecord::Verdict::done, told);
     const auto warning = outcome.afterwards ? outcome.afterwards() : std::string();
     if (!warning.empty()) report(JobRecord::Verdict::incomplete, warning);

@@ -296,6 +296,14 @@ TEST_F(KMAuthorizationToolTest, TheToolsReasonIsTheCauseInTheReport) {
                                                 "\", path \"/A.app\", cause: the disk is full"));
 }
 
+TEST_F(KMAuthorizationToolTest, AMissingVerdictIsTheCauseInTheReportWhenTheToolSaysItIsDone) {
+  tool.results[protocol::removeFileCommand] = "";
+  tool.answer = {std::string(protocol::doneMark) + "removed /A.app\n"};
+  EXPECT_FALSE(run());
+  EXPECT_THAT(fake.systemLog.lines,
+              ElementsAre(EndsWith("cause: the tool left no verdict, although it says \"done: removed /A.app\"")));
+}
+
 TEST_F(KMAuthorizationToolTest, AToolThatIsGivenUpIsTheCauseInTheReport) {
   tool.results[protocol::removeFileCommand] = "";
   tool.answer.clear();

@@ -74,11 +74,11 @@ class Fidelity : public NamespaceTest {
     if (way.command == "replace") {
       write(to / "old", "old");
       giveTree(to, oldOwner);
-      EXPECT_EQ(replace(to, from).text, "replaced " + to.string() + "\n");
+      EXPECT_EQ(replace(to, from).text, std::string(protocol::doneMark) + "replaced " + to.string() + "\n");
     } else if (way.command == "copy") {
-      EXPECT_EQ(copy(from, to).text, "copied to " + to.string() + "\n");
+      EXPECT_EQ(copy(from, to).text, std::string(protocol::doneMark) + "copied to " + to.string() + "\n");
     } else if (way.command == "move") {
-      EXPECT_EQ(move(from, to).text, "moved to " + to.string() + "\n");
+      EXPECT_EQ(move(from, to).text, std::string(protocol::doneMark) + "moved to " + to.string() + "\n");
     } else {
       return trashAndRestore(way, from);
     }
@@ -97,7 +97,7 @@ class Fidelity : public NamespaceTest {
   }
   // Into the Trash of the user's home, by way of the tool.
   void trashWhole(const fs::path& from) {
-    EXPECT_THAT(trash(from).text, ::testing::StartsWith("moved to the Trash as "));
+    EXPECT_THAT(trash(from).text, ::testing::StartsWith(std::string(protocol::doneMark) + "moved to the Trash as "));
     EXPECT_EQ(read(result), protocol::successVerdict);
     EXPECT_FALSE(isThere(from));
     fs::resize_file(result, 0);
@@ -135,7 +135,7 @@ class Fidelity : public NamespaceTest {
     EXPECT_THAT(read(infoOf()), ::testing::HasSubstr("\nPath=" + from.string() + "\n"));
     if (way.restoredBy.empty()) return trashed();
     if (way.restoredBy == protocol::moveFileCommand) {
-      EXPECT_EQ(move(trashed(), from).text, "moved to " + from.string() + "\n");
+      EXPECT_EQ(move(trashed(), from).text, std::string(protocol::doneMark) + "moved to " + from.string() + "\n");
       EXPECT_EQ(read(result), protocol::successVerdict);
     } else {
       const auto answer = way.restoredBy == "mv" ? restoreByMv(from) : restoreByTrashProgram(from);

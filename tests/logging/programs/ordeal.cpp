@@ -224,7 +224,7 @@ class Trouble {
   Trouble(RealLog& log, JumpingClock& clock) : _log(log), _clock(clock) {
     start([] { forkOnce(); }, 20);
     start([] { changeWeather(); }, 5);
-    start([this] { comeAndGo(); }, 1);
+    start([] { comeAndGo(); }, 1);
     start([this] { reconfigure(); }, 3);
   }
   ~Trouble() {

@@ -28,7 +28,8 @@ def make_controller(build, bundle, version, identifier, server=None):
     contents = pathlib.Path(bundle) / "Contents"
     (contents / "Linux").mkdir(parents=True)
     (contents / "Resources").mkdir()
-    shutil.copy(build / "bin/KeltoController", contents / "Linux/KeltoController")
+    for file in ("bin/KeltoController", "sdk/libkelto-controller.so.1"):
+        shutil.copy(build / file, contents / "Linux")
     (contents / "Info.plist").write_bytes(plistlib.dumps({
         "CFBundleExecutable": "KeltoController", "CFBundleIdentifier": identifier, "CFBundleName": "Kelto",
         "CFBundlePackageType": "APPL", "CFBundleShortVersionString": version, "CFBundleVersion": version}))

@@ -7,16 +7,17 @@
 #include <cstdio>
 #include <filesystem>
 
-#include "protocol/LastRun.h"
-#include "protocol/LaunchArguments.h"
-#include "sdk/LastRun.h"
-
 namespace {
 
 constexpr std::chrono::milliseconds lookAgain{20};
 
+void say(const std::string& line) {
+  std::puts(line.c_str());
+  std::fflush(stdout);
+}
+
 std::optional<std::string> failureOfLastRun() {
-  const auto cause = sdk::lastRunValue(protocol::lastRunKey::cause);
+  const auto cause = kelto::lastRun(KELTO_LAST_RUN_CAUSE);
   return cause ? std::optional("Last time: " + *cause) : std::nullopt;
 }
 
@@ -26,25 +27,24 @@ QString info(const platform::Bundle& bundle, std::string_view key) {
 
 }  // namespace
 
-Controller::Controller(const Parts& parts)
-    : _parts(parts),
-      _handoff(parts.authorizationServices, parts.notificationCenter),
-      _window(info(parts.bundles.mainBundle(), "CFBundleName"),
-              info(parts.bundles.mainBundle(), "CFBundleShortVersionString")),
-      _quitOnRequest(info(parts.bundles.mainBundle(), "CFBundleIdentifier"), [this] { quitRequested(); }) {
+Controller::Controller(const platform::Bundle& bundle, const platform::UserDefaults& defaults)
+    : _bundle(bundle),
+      _defaults(defaults),
+      _window(info(bundle, "CFBundleName"), info(bundle, "CFBundleShortVersionString")),
+      _library(bundle.bundleIdentifier().value_or(""),
+               [this](int event, int number, const std::string& text) { happened(event, number, text); }),
+      _libraryIsReady(_library.fd(), QSocketNotifier::Read) {
+  connect(&_libraryIsReady, &QSocketNotifier::activated, this, [this] { _library.dispatch(); });
   _window.onClose = [this] { quitRequested(); };
   // A desktop application ends with its session.
   QDBusConnection::sessionBus().connect({}, "/org/freedesktop/DBus/Local", "org.freedesktop.DBus.Local", "Disconnected",
                                         this, SLOT(sessionEnded()));
 }
 
-std::string Controller::setting(const char* key) const { return _parts.defaults.stringForKey(key).value_or(""); }
+std::string Controller::setting(const char* key) const { return _defaults.stringForKey(key).value_or(""); }
 
-void Controller::start() {
-  if (_parts.defaults.boolForKey(protocol::resumeArgument))
-    enter("Resumed its self-update");
-  else
-    enter(failureOfLastRun().value_or("Ready"));
+void Controller::start(bool isResumed) {
+  enter(isResumed ? "Resumed its self-update" : failureOfLastRun().value_or("Ready"));
   _window.onShown = [this] { windowShown(); };
   _window.show();
 }
@@ -63,50 +63,49 @@ void Controller::whenThereIs(const char* key, const std::function<void()>& actio
   QTimer::singleShot(lookAgain, this, [this, key, action] { whenThereIs(key, action); });
 }
 
-InstallerTask Controller::taskFor(const std::string& mode) const {
-  InstallerTask task{.newBundle = {},
-                     .installedBundle = setting("KDInstalledBundle"),
-                     .isUpdate = mode == "update",
-                     .mainFrame = _window.frameOnScreen()};
-  if (task.installedBundle.empty()) task.installedBundle = _parts.bundles.mainBundle().bundlePath();
-  if (mode != "uninstall") task.newBundle = setting("KDNewBundle");
-  return task;
-}
-
 void Controller::runInstaller(const std::string& mode) {
-  const auto credentials = setting("KDCredentials");
-  if (credentials != "empty" && !_handoff.obtainRights()) {
-    std::fprintf(stderr, "KeltoController: %s\n", _parts.authorizationServices.cause().c_str());
-    return enter("Administrator rights were refused");
-  }
-  _installer = _parts.bundles.bundleWithPath(setting("KDInstaller"));
-  const auto process = _installer ? InstallerHandoff::startInstaller(*_installer, taskFor(mode)) : std::nullopt;
-  if (!process) return enter("The installer could not be started");
+  if (const auto frame = _window.frameOnScreen())
+    _library.setWindowFrame(frame->origin.x, frame->origin.y, frame->size.width, frame->size.height);
+  if (beginJob(mode) < 0) enter("The installer could not be started");
+}
+
+// A negative number when the paths are not absolute ones.
+int Controller::beginJob(const std::string& mode) {
+  if (const int result = _library.setInstaller(setting("KDInstaller")); result < 0) return result;
+  auto installed = setting("KDInstalledBundle");
+  if (installed.empty()) installed = _bundle.bundlePath();
+  if (mode == "uninstall") return _library.remove(installed);
+  const auto newBundle = setting("KDNewBundle");
+  return mode == "update" ? _library.update(newBundle, installed) : _library.install(newBundle, installed);
+}
+
+void Controller::happened(int event, int number, const std::string& text) {
+  if (event == KELTO_INSTALLER_STARTED) return installerStarted(number);
+  if (event == KELTO_RIGHTS_HANDED_OVER) return enter("The rights were handed over");
+  if (event == KELTO_QUIT_REQUESTED) return quitRequested();
+  if (event == KELTO_INSTALLER_ENDED)
+    return say("Process " + std::to_string(_installer) + " ended with status " + std::to_string(number));
+  if (event != KELTO_FAILED) return;
+  std::fprintf(stderr, "KeltoController: %s\n", text.c_str());
+  enter(stateAfter(number));
+}
+
+// The library hands the rights over when its descriptor is watched again.
+void Controller::installerStarted(int process) {
+  _installer = process;
   enter("The installer was started");
-  _handoff.whenInstallerListens(*_installer, *process, [this](const QString& connection) { installerListens(connection); });
+  _libraryIsReady.setEnabled(false);
+  whenThereIs("KDHandOverWhen", [this] { _libraryIsReady.setEnabled(true); });
 }
 
-void Controller::installerListens(const QString& connection) {
-  if (connection.isEmpty()) return enter("The installer did not answer");
-  whenThereIs("KDHandOverWhen", [this, connection] { sendCredentials(connection); });
-}
-
-void Controller::sendCredentials(const QString& connection) {
-  const auto credentials = setting("KDCredentials");
-  if (credentials == "none") return;
-  bool sent = credentials == "wrong" ? sendWrongForm(connection) : _handoff.handOver(connection);
-  if (credentials == "twice") sent = _handoff.handOver(connection) && sent;
-  enter(sent ? "The rights were handed over" : "The rights could not be handed over");
-}
-
-bool Controller::sendWrongForm(const QString& connection) {
-  platform::AuthorizationExternalForm form;
-  form.bytes.fill(std::byte{0x5A});
-  return _handoff.send(form, connection);
+const char* Controller::stateAfter(int error) const {
+  if (error == KELTO_ERROR_SILENT) return "The installer did not answer";
+  if (error == KELTO_ERROR_INSTALLER || error == KELTO_ERROR_NO_SESSION_BUS) return "The installer could not be started";
+  return _installer != 0 ? "The rights could not be handed over" : "Administrator rights were refused";
 }
 
 void Controller::quitRequested() {
-  if (_parts.defaults.boolForKey("KDRefuseToQuit")) return enter("Asked to quit, and stays");
+  if (_defaults.boolForKey("KDRefuseToQuit")) return enter("Asked to quit, and stays");
   enter("Asked to quit");
   QCoreApplication::exit();
 }
@@ -115,6 +114,5 @@ void Controller::sessionEnded() { QCoreApplication::exit(); }
 
 void Controller::enter(const std::string& state) {
   _window.showState(QString::fromStdString(state));
-  std::puts(state.c_str());
-  std::fflush(stdout);
+  say(state);
 }

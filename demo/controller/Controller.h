@@ -1,14 +1,13 @@
 #pragma once
-// The demo controller: its window, its hand-off to the installer, and how it takes the request to quit.
+// The demo controller: its window, and what it makes of the events of the controller library.
 //
 // Main thread only. Everything that happens is also said on standard output, a line each. It changes nothing on disk.
+#include <QSocketNotifier>
 #include <functional>
-#include <memory>
 #include <string>
 
+#include <kelto/controller.hpp>
 #include "demo/controller/ControllerWindow.h"
-#include "demo/controller/InstallerHandoff.h"
-#include "demo/controller/QuitOnRequest.h"
 #include "platform/Bundle.h"
 #include "platform/UserDefaults.h"
 
@@ -16,18 +15,11 @@ class Controller final : public QObject {
   Q_OBJECT
 
  public:
-  struct Parts {
-    const platform::Bundles& bundles;
-    const platform::UserDefaults& defaults;
-    platform::Linux::AuthorizationServices& authorizationServices;
-    platform::Linux::DistributedNotificationCenter& notificationCenter;
-  };
-
-  // The parts outlive this object.
-  explicit Controller(const Parts& parts);
+  // Both outlive this object.
+  Controller(const platform::Bundle& bundle, const platform::UserDefaults& defaults);
 
   // Shows the window, and then starts the installer when the switch KDStart says so.
-  void start();
+  void start(bool isResumed);
 
  private Q_SLOTS:
   void sessionEnded();
@@ -37,17 +29,18 @@ class Controller final : public QObject {
   // Calls `action` once the file exists that a switch names; at once without the switch.
   void whenThereIs(const char* key, const std::function<void()>& action);
   void runInstaller(const std::string& mode);
-  [[nodiscard]] InstallerTask taskFor(const std::string& mode) const;
-  void installerListens(const QString& connection);
-  void sendCredentials(const QString& connection);
-  bool sendWrongForm(const QString& connection);
+  int beginJob(const std::string& mode);
+  void happened(int event, int number, const std::string& text);
+  void installerStarted(int process);
+  [[nodiscard]] const char* stateAfter(int error) const;
   void quitRequested();
   void enter(const std::string& state);
   [[nodiscard]] std::string setting(const char* key) const;
 
-  Parts _parts;
-  InstallerHandoff _handoff;
+  const platform::Bundle& _bundle;
+  const platform::UserDefaults& _defaults;
   ControllerWindow _window;
-  QuitOnRequest _quitOnRequest;
-  std::shared_ptr<const platform::Bundle> _installer;
+  kelto::Controller _library;
+  QSocketNotifier _libraryIsReady;
+  int _installer = 0;  // its process, once it was started
 };

@@ -1,8 +1,7 @@
-// A small controller, to show and to test how one hands its rights to the installer. The part to lift is InstallerHandoff.h
-// with QuitOnRequest.h.
+// A small controller, to show and to test how an application updates itself through the controller library.
 //
-// It takes these user defaults, usually as arguments ("-Key value"):
-//   KTResumeSelfUpdate YES         what the installer says to the new version after a self-update
+// Started with "-KTResumeSelfUpdate YES", as the installer starts the new version after a self-update, it says so. Besides
+// it takes these user defaults, usually as arguments ("-Key value"):
 //   KDStart MODE                   starts the installer at once: "update", "install" or "uninstall"
 //   KDStartWhen FILE               starts it not before there is such a file
 //   KDInstaller BUNDLE             the installer
@@ -10,24 +9,18 @@
 //   KDInstalledBundle BUNDLE       what it is to replace or remove; this bundle without the switch
 //   KDFrame "{{x, y}, {w, h}}"     where the window is, origin bottom-left
 // and, to see what the installer does then:
-//   KDCredentials KIND             "none" sends no rights, "empty" an authorization without rights, "wrong" 32 arbitrary
-//                                  bytes, "twice" sends the rights two times
-//   KDHandOverWhen FILE            sends them not before there is such a file
+//   KDHandOverWhen FILE            sends the rights not before there is such a file
 //   KDRefuseToQuit YES             stays when asked to quit
 #include <QApplication>
-#include <QSocketNotifier>
 #include <QStyleFactory>
 
 #include "demo/controller/Controller.h"
-#include "platform/linux/AuthorizationServices.h"
-#include "platform/linux/BlockingCall.h"
 #include "platform/linux/Bundle.h"
 #include "platform/linux/SystemLog.h"
 #include "platform/linux/UserDefaults.h"
 
-using namespace platform::Linux;
-
 int main(int argumentCount, char** arguments) {
+  const bool isResumed = kelto_take_resume_argument(&argumentCount, arguments) != 0;
   platform::Linux::SystemLog log("KeltoController");
   const platform::Linux::Bundles bundles(log);
   const auto identifier = bundles.mainBundle().bundleIdentifier().value_or("");
@@ -39,11 +32,7 @@ int main(int argumentCount, char** arguments) {
   QApplication::setStyle("Fusion");
   QApplication::setQuitOnLastWindowClosed(false);
 
-  DirectCall direct;
-  platform::Linux::AuthorizationServices authorizationServices(direct, log);
-  // Nothing is observed here, so nothing is ever delivered.
-  platform::Linux::DistributedNotificationCenter notificationCenter(identifier, log, [](const std::function<void()>&) {});
-  Controller controller({bundles, defaults, authorizationServices, notificationCenter});
-  controller.start();
+  Controller controller(bundles.mainBundle(), defaults);
+  controller.start(isResumed);
   return QApplication::exec();
 }

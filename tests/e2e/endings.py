@@ -1,5 +1,7 @@
 """Every way in which a run can end: its exit status, and the one line that says why it was not a success."""
+import contextlib
 import os
+import pathlib
 import re
 import shutil
 import signal
@@ -14,12 +16,26 @@ DONE, FAILED, BAD_ARGUMENTS, NO_DISPLAY, REFUSED, STILL_RUNNING, CANCELLED = ran
 LINE = re.compile(r'^KeltoInstaller: [A-Z][a-z ]+ \(status (\d)\): step "(.*?)"(?:, path "(.*?)")?, cause: (.*)$', re.MULTILINE)
 
 
+def status_kept_for(process):
+    """The exit status of a process whose parent has not asked for it; -1 when a signal ended it."""
+    with contextlib.suppress(OSError):
+        words = pathlib.Path(f"/proc/{process}/stat").read_text().rpartition(")")[2].split()
+        if words[0] == "Z":
+            return max(os.waitstatus_to_exitcode(int(words[49])), -1)
+    return None
+
+
 def status_of(world, process):
-    """The exit status of an installer: one that a controller has started is this process's own by now."""
+    """The exit status of an installer that has ended. A controller that started it and still runs has asked for it, and says it."""
     for program in world.desktop.programs:
         if program.pid == process:
             return program.process.wait(10)
-    return os.waitstatus_to_exitcode(os.waitpid(process, 0)[1])
+
+    def find():
+        kept = status_kept_for(process)
+        told = re.findall(rf"^Process {process} ended with status (-?\d+)$", "".join(world.texts_of_controllers()), re.MULTILINE)
+        return [kept] if kept is not None else told
+    return int(wait_for("the exit status", find)[0])
 
 
 def expect_ending(world, process, log, status, step, path, cause):
@@ -144,10 +160,10 @@ def ending_removed(world):
 
 @scenario("gui")
 def ending_with_wrong_rights(world):
-    installer = world.start("update", Credentials="wrong")
+    installer = world.start_update_with("wrong")
     world.alert(installer)
     world.dismiss(installer)
-    expect_ending(world, installer, "controller-1", REFUSED, "take over the rights", "", "denied")
+    expect_ending(world, installer, "installer", REFUSED, "take over the rights", "", "denied")
 
 
 def expect_still_running_ends(world, installer):
@@ -225,7 +241,7 @@ def ending_with_nothing_to_start(world):
 
 @scenario("gui")
 def ending_by_cancel(world):
-    installer = world.start("update", Credentials="none")
+    installer = world.start_waiting("update")
     check("Cancel can be pressed", wait_for("the Cancel button", lambda: world.desktop.press(installer, english("<Cancel>"))))
     expect_ending(world, installer, "controller-1", CANCELLED, "wait for the rights", world.road.installed, "the user")
 
@@ -312,7 +328,7 @@ def expect_end_by(world, process, number):
 
 
 def signal_while_waiting(world, number):
-    installer = world.start("update", Credentials="none")
+    installer = world.start_waiting("update")
     expect_end_by(world, installer, number)
     expect_ending(world, installer, "controller-1", CANCELLED, "wait for the rights", world.road.installed, number.name)
     check("the controller still runs", world.road.controller.is_running())
@@ -320,10 +336,10 @@ def signal_while_waiting(world, number):
 
 
 def signal_under_an_alert(world, number):
-    installer = world.start("update", Credentials="wrong")
+    installer = world.start_update_with("wrong")
     world.alert(installer)
     expect_end_by(world, installer, number)
-    expect_ending(world, installer, "controller-1", REFUSED, "take over the rights", "", "denied")
+    expect_ending(world, installer, "installer", REFUSED, "take over the rights", "", "denied")
     world.expect_nothing_changed()
 
 

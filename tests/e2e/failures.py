@@ -13,7 +13,7 @@ from world import check, english, equal, scenario, uptime
 @scenario("gui")
 def no_credentials(world):
     """When no rights arrive, the general failure is shown 5.0 seconds after launch."""
-    installer = world.start("update", Credentials="none")
+    installer = world.start_waiting("update")
     shown = uptime()
     world.alert(installer)
     seen = uptime()
@@ -30,7 +30,7 @@ def no_credentials(world):
 @scenario("gui")
 def wrong_credentials(world):
     """Bytes that stand for no rights are refused, naming the folder of the installed bundle."""
-    installer = world.start("update", Credentials="wrong")
+    installer = world.start_update_with("wrong")
     world.expect_alert(installer, english("<InstallerBadPermissionSubtitle>"),
                        english("<InstallerBadPermissionMessage_1>", "Applications"))
     check("the controller still runs", world.road.controller.is_running())

@@ -105,7 +105,7 @@ def general_failure_by_keyboard(world):
 @scenario("gui")
 def refused_rights_by_keyboard(world):
     """The alert about missing rights."""
-    expect_alert_by_keyboard(world, world.start("update", Credentials="wrong"), english("<InstallerBadPermissionSubtitle>"),
+    expect_alert_by_keyboard(world, world.start_update_with("wrong"), english("<InstallerBadPermissionSubtitle>"),
                              english("<InstallerBadPermissionMessage_1>", "Applications"), "Return")
 
 

@@ -139,7 +139,7 @@ def odd_paths(world):
 @scenario("gui")
 def cancel(world):
     """The wizard's Cancel button ends the installer before anything is changed."""
-    installer = world.start("update", Credentials="none")
+    installer = world.start_waiting("update")
     check("Cancel can be pressed", wait_for("the Cancel button", lambda: world.desktop.press(installer, english("<Cancel>"))))
     world.road.installer_gone(installer)
     check("the controller still runs", world.road.controller.is_running())
@@ -172,7 +172,7 @@ def second_notification(world):
     """Rights that come twice are taken twice, and the update happens once; only the installer's connection gets them."""
     monitor = world.desktop.start("monitor", ["dbus-monitor", "--session", f"interface='{protocol.notificationsInterface}'"])
     wait_for("the monitor", lambda: "NameLost" in monitor.text())
-    installer = world.start("update", Credentials="twice")
+    installer = world.start_update_with("twice")
     world.expect_update_ends(installer)
     equal("runs of the tool", world.tool_runs(), 1)
     signals = [line for line in monitor.text().splitlines() if "member=Posted" in line]

@@ -36,7 +36,7 @@ def system_uninstall(world):
 
 
 def expect_refusal(world):
-    installer = world.start("update", Credentials="empty")
+    installer = world.start_update_with("empty")
     world.expect_alert(installer, english("<InstallerBadPermissionSubtitle>"),
                        english("<InstallerBadPermissionMessage_1>", "Applications"))
     check("the controller still runs", world.road.controller.is_running())

@@ -1,5 +1,6 @@
 """The base of every scenario: a desktop with two versions of the controller and the installer, and checks on them."""
 import contextlib
+import json
 import os
 import pathlib
 import plistlib
@@ -9,7 +10,7 @@ import tempfile
 import time
 
 import protocol
-from desktop import Account, Desktop, Failure, is_running, print_logs, processes_of, wait_for
+from desktop import PYTHON, Account, Desktop, Failure, is_running, print_logs, processes_of, wait_for
 from road import BROKER, PROJECT, Road, alerts_of, list_tools, tools_of, version_of
 
 SCENARIOS = {}
@@ -87,11 +88,24 @@ class World(Bare):
         return installer
 
     def start_waiting(self, mode, **switches):
-        """The same, but the controller keeps its rights until `hand_over`: there is time to look at the wizard."""
+        """The same, but the controller keeps its rights until `hand_over`, or for ever: there is time to look at the wizard."""
         return self.start(mode, HandOverWhen=self.folder / "go", **switches)
 
     def hand_over(self):
         (self.folder / "go").touch()
+
+    def start_update_with(self, rights):
+        """Starts a controller, and an installer that is to update it. The rights come from another program, and are of a
+        kind that no controller sends: "wrong", "empty" or "twice" (see rights-sender.py). The installer's process."""
+        self.road.start_controller()
+        self.road.window_of_controller()
+        program = self.desktop.readable_copy(PROJECT / "tests/support/rights-sender.py")
+        texts = {name: text for name, text in vars(protocol).items() if isinstance(text, str)}
+        sender = self.desktop.start("rights-sender", [PYTHON, program, json.dumps(texts), rights,
+                                                      self.identifier_of(self.road.installer)])
+        wait_for("the sender", lambda: sender.says("ready"))
+        return self.start_installer(protocol.sourcePathArgument, self.road.new, protocol.trashPathArgument,
+                                    self.road.installed, protocol.isUpdateArgument, "YES")
 
     def start_installer(self, *arguments):
         """Starts the installer with these arguments and without a controller; its process, once the wizard is up."""
@@ -168,6 +182,9 @@ class World(Bare):
         """Its frame as the display server sees it, origin bottom-left: x, y, width, height."""
         left, top, width, height = self.desktop.frame_of(self.desktop.window_of(process))
         return left, self.desktop.screen_height() - top - height, width, height
+
+    def texts_of_controllers(self):
+        return [program.text() for program in self.desktop.programs if program.name.startswith("controller")]
 
     def log_of(self, name):
         return (self.desktop.logs / f"{name}.log").read_text(errors="replace")

@@ -129,7 +129,7 @@ class Packages(Folder):
     def prepare(self):
         packages = self.packages()
         self.folder.chmod(0o755)
-        for name in ("box", "Library", "packages", "build/bin"):
+        for name in ("box", "Library", "packages", "build/bin", "build/sdk"):
             (self.folder / name).mkdir(parents=True)
         chosen = [package for package in packages.glob("*.deb") if "-dbgsym" not in package.name]
         self.assertEqual(len(chosen), (SOURCES / "packaging/debian/control").read_text().count("\nPackage: "))
@@ -139,6 +139,7 @@ class Packages(Folder):
             self.make_newer(next(packages.glob("kelto_*.deb")), number)
         for name in ("KeltoController", "KeltoLibraryServer-2"):
             shutil.copy(BUILD / "bin" / name, self.folder / "build/bin")
+        shutil.copy(BUILD / "sdk/libkelto-controller.so.1", self.folder / "build/sdk")
         for name in HARNESS:
             shutil.copytree(SOURCES / name, self.folder / "suite" / name)
         shutil.copy(SOURCES / "tests/packaging/opened_files.py", self.folder)

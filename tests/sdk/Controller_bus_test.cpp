@@ -123,6 +123,7 @@ TEST(LastRunOfTheInstaller, IsToldValueByValue) {
   tests::TemporaryFolder folder;
   const tests::EnvironmentVariable state("XDG_STATE_HOME", folder.path());
   EXPECT_EQ(kelto_controller_last_run(KELTO_LAST_RUN_CAUSE, nullptr, 0), -ENOENT);
+  EXPECT_EQ(kelto::lastRun(KELTO_LAST_RUN_CAUSE), std::nullopt);
   std::filesystem::create_directory(folder.path("kelto"));
   std::ofstream(folder.path("kelto/last-run.plist"))
       << "<plist version=\"1.0\"><dict><key>" << protocol::lastRunKey::cause
@@ -135,6 +136,8 @@ TEST(LastRunOfTheInstaller, IsToldValueByValue) {
   EXPECT_STREQ(text.data(), "1");
   EXPECT_EQ(kelto_controller_last_run(KELTO_LAST_RUN_STEP, text.data(), text.size()), -ENOENT);
   EXPECT_EQ(kelto_controller_last_run(99, text.data(), text.size()), -EINVAL);
+  EXPECT_EQ(kelto::lastRun(KELTO_LAST_RUN_CAUSE), "the disk is full");
+  EXPECT_EQ(kelto::lastRun(KELTO_LAST_RUN_STEP), std::nullopt);
 }
 
 TEST_F(ControllerTest, TellsThatAnInstallersListIsAFolder) {

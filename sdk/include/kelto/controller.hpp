@@ -1,10 +1,12 @@
 #pragma once
-// The C++ form of kelto/controller.h: one class that owns a controller and calls a function object. Header only.
+// The C++ form of kelto/controller.h: one class that owns a controller and calls a function object, and the record of the
+// last run. Header only.
 //
 // The rules of kelto/controller.h hold: one thread at a time; nothing blocks.
 #include <functional>
 #include <memory>
 #include <new>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -56,5 +58,16 @@ class Controller {
   std::unique_ptr<Handler> _handler;
   std::unique_ptr<kelto_controller, Free> _controller;
 };
+
+// One value of the record of the installer's last run; nothing when there is no such value.
+inline std::optional<std::string> lastRun(kelto_last_run value) {
+  const int length = kelto_controller_last_run(value, nullptr, 0);
+  if (length < 0) return std::nullopt;
+  std::string text(static_cast<std::size_t>(length) + 1, '\0');
+  // Another run may have ended meanwhile.
+  if (kelto_controller_last_run(value, text.data(), text.size()) < 0) return std::nullopt;
+  text.resize(text.find('\0'));
+  return text;
+}
 
 }  // namespace kelto

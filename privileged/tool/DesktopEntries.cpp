@@ -27,6 +27,7 @@ constexpr const char* notesFolder = "entries";
 constexpr const char* userNote = "user";
 constexpr const char* appearsNote = "appears";
 constexpr const char* vanishesNote = "vanishes";
+constexpr const char* settledNote = "settled";  // in the system's place
 
 std::optional<Owner> ownerFor(uid_t user) {
   const auto& account = accountOf(user);
@@ -53,6 +54,21 @@ bool isExchangedByNobodyBut(uid_t user, const Location& bundle) {
   }
   above.push_back(*bundle.status());
   return std::ranges::none_of(above, [&](const struct stat& item) { return canBeWrittenByOthers(item, user); });
+}
+
+// Nobody but root can change the bundle or the folders above it.
+bool isSystems(const Location& bundle) {
+  return ::geteuid() == 0 && bundle.exists() && isRoots(bundle.folder.get()) && isExchangedByNobodyBut(0, bundle);
+}
+
+// For the system's place, or for the user's own. Throws Failure with the cause when the entry is refused.
+std::optional<BroughtEntry> broughtFor(bool isSystem, uid_t user, const Location& bundle,
+                                       const SignaturePolicy& signatures) {
+  const auto keys = trustedKeys();
+  if (!isSystem && !isExchangedByNobodyBut(user, bundle) && bringsEntry(bundle))
+    throw Failure("others can exchange the bundle");
+  const ActingAs acting(isSystem ? std::nullopt : ownerFor(user));
+  return entryBroughtBy(bundle, isSystem ? 0 : user, keys, signatures);
 }
 
 bool isGone(const std::string& path) {
@@ -119,9 +135,13 @@ void DesktopEntries::takeOver() {
     auto folder = openFolderIn(_notes.get(), entry.name);
     if (!folder || ::flock(folder.get(), LOCK_EX | LOCK_NB) != 0) continue;
     const int notes = folder.get();
+    const uid_t user = userIn(linkTargetOf(notes, userNote));
+    const bool isOthers = user != _request.walk.user();
+    if (isOthers && !linkTargetOf(notes, settledNote).empty()) continue;
     _changes.push_back({.note = entry.name,
                         .folder = std::move(folder),
-                        .user = userIn(linkTargetOf(notes, userNote)),
+                        .user = user,
+                        .isOthers = isOthers,
                         .appears = linkTargetOf(notes, appearsNote),
                         .vanishes = linkTargetOf(notes, vanishesNote)});
   }
@@ -143,14 +163,20 @@ void DesktopEntries::begin(Change change) {
   _changes.push_back(std::move(change));
 }
 
+std::vector<DesktopPlace> DesktopEntries::placesOf(const Change& change) {
+  return placesFor(change.isOthers ? 0 : change.user);
+}
+
 std::vector<posix::Descriptor> DesktopEntries::folders() const {
   std::vector<posix::Descriptor> folders;
   if (hasWork()) folders.emplace_back(::fcntl(_notes.get(), F_DUPFD_CLOEXEC, 0));
   for (const auto& change : _changes) {
-    for (const auto& place : placesFor(change.user))
+    for (const auto& place : placesOf(change))
       for (auto& folder : place.folders()) folders.push_back(std::move(folder));
+    if (change.appears.empty()) continue;
     try {
-      if (!change.appears.empty()) folders.push_back(PathWalk(change.user).locate(change.appears).folder);
+      auto bundle = PathWalk(change.user).locate(change.appears);
+      if (!change.isOthers || isSystems(bundle)) folders.push_back(std::move(bundle.folder));
     } catch (const Failure&) {
       // Its folder is gone, and so is the bundle.
     }
@@ -190,32 +216,29 @@ void DesktopEntries::addCause(const std::string& cause) { _cause += (_cause.empt
 std::string DesktopEntries::settle(const Change& change) {
   for (const auto& path : {change.vanishes, change.appears}) {
     if (path.empty() || !isGone(path)) continue;
-    for (auto& place : placesFor(change.user)) {
+    for (auto& place : placesOf(change)) {
       place.clear(path);
       _hasChanged = _hasChanged || place.hasChanged();
     }
   }
-  return change.appears.empty() || isGone(change.appears) ? "" : show(change.appears, change.user);
+  return change.appears.empty() || isGone(change.appears) ? "" : show(change);
 }
 
 // Returns the cause when the entry is refused.
-std::string DesktopEntries::show(const std::string& path, uid_t user) {
+std::string DesktopEntries::show(const Change& change) {
+  const auto& path = change.appears;
   std::optional<BroughtEntry> brought;
   std::string cause;
-  bool isSystems = false;
+  bool isSystem = false;
   try {
-    const auto bundle = PathWalk(user).locate(path);
-    const auto keys = trustedKeys();
-    isSystems = ::geteuid() == 0 && isRoots(bundle.folder.get()) && isExchangedByNobodyBut(0, bundle);
-    if (!isSystems && !isExchangedByNobodyBut(user, bundle) && bringsEntry(bundle))
-      throw Failure("others can exchange the bundle");
-    const ActingAs acting(isSystems ? std::nullopt : ownerFor(user));
-    brought = entryBroughtBy(bundle, isSystems ? 0 : user, keys, _request.rules.signatures());
+    const auto bundle = PathWalk(change.user).locate(path);
+    isSystem = isSystems(bundle);
+    if (isSystem || !change.isOthers) brought = broughtFor(isSystem, change.user, bundle, _request.rules.signatures());
   } catch (const Failure& failure) {
     cause = failure.what();
   }
-  for (auto& place : placesFor(user)) {
-    const bool isPlace = isSystems == (place.path() == systemDataFolder);
+  for (auto& place : placesOf(change)) {
+    const bool isPlace = isSystem == (place.path() == systemDataFolder);
     if (isPlace && brought) cause = place.bring(*brought, path);
     if (!isPlace || !brought || !cause.empty()) place.clear(path);
     _hasChanged = _hasChanged || place.hasChanged();
@@ -224,7 +247,9 @@ std::string DesktopEntries::show(const std::string& path, uid_t user) {
 }
 
 void DesktopEntries::forget(const Change& change) const {
-  for (const char* each : {userNote, appearsNote, vanishesNote}) {
+  // The other user's own place is still to come.
+  if (change.isOthers && change.user != 0) return writeNote(change.folder.get(), settledNote, systemDataFolder);
+  for (const char* each : {userNote, appearsNote, vanishesNote, settledNote}) {
     if (::unlinkat(change.folder.get(), each, 0) != 0 && errno != ENOENT) failWithSystemError("cannot keep notes");
   }
   if (::unlinkat(_notes.get(), change.note.c_str(), AT_REMOVEDIR) != 0) failWithSystemError("cannot keep notes");

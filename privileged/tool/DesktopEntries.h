@@ -4,7 +4,8 @@
 //
 // A bundle that only root can change has its entry in the system's place; one that the user can change too, in that user's
 // own. Before the job begins, its paths are noted in a folder beside the journal, one folder for each job, locked while its
-// job runs: a job that finds one unlocked settles it first, as the killed job would have.
+// job runs: a job that finds one unlocked settles it too, as the killed job would have. It does for another user only what
+// concerns the place of all users: the rest waits for a job of that user, whose folders this one does not reach.
 //
 // An entry never fails a job.
 #include <sys/types.h>
@@ -39,7 +40,8 @@ class DesktopEntries {
   struct Change {
     std::string note;  // the folder's name
     posix::Descriptor folder;
-    uid_t user = 0;  // who asked
+    uid_t user = 0;         // who asked
+    bool isOthers = false;  // it was somebody else than who asks now
     std::string appears;
     std::string vanishes;
   };
@@ -50,7 +52,8 @@ class DesktopEntries {
   void settleAll();
   void addCause(const std::string& cause);
   [[nodiscard]] std::string settle(const Change& change);
-  [[nodiscard]] std::string show(const std::string& path, uid_t user);
+  [[nodiscard]] std::string show(const Change& change);
+  [[nodiscard]] static std::vector<DesktopPlace> placesOf(const Change& change);
   void forget(const Change& change) const;
 
   const Request& _request;

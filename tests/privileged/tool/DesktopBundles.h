@@ -1,5 +1,7 @@
 #pragma once
-// For tests: bundles that bring a desktop entry and icons, and what the menus have of them.
+// For tests: bundles that bring a desktop entry and icons, and what the menus have of them after a job of root's tool.
+#include "privileged/tool/Commands.h"
+#include "privileged/tool/DesktopEntries.h"
 #include "tests/privileged/tool/Namespace.h"
 #include "tests/privileged/tool/SignedBundle.h"
 
@@ -60,6 +62,72 @@ struct Shown {
       return each.symlink_status().type() == fs::file_type::directory || each.path().extension() == ".cache";
     });
   }
+};
+
+// Jobs of root's tool for another user, in a folder of root's.
+class DesktopEntries : public NamespaceTest {
+ protected:
+  void SetUp() override {
+    NamespaceTest::SetUp();
+    if (IsSkipped()) return;
+    volume("/usr/local/share");
+    becomeAnotherUsersTool();
+    makeDesktopBundle(download, "One");
+    for (const auto& bundle : {installed, elsewhere}) fs::create_directory(bundle.parent_path());
+  }
+  void install(const std::string& name, const fs::path& bundle) {
+    makeDesktopBundle(download, name);
+    expectSuccess(replace(bundle, download));
+  }
+  void install(const std::string& name) { install(name, installed); }
+  void makeUsersOwn(const fs::path& tree) {
+    giveToUser(tree);
+    if (fs::is_symlink(tree) || !fs::is_directory(tree)) return;
+    for (const auto& entry : fs::directory_iterator(tree)) makeUsersOwn(entry.path());
+  }
+  // The job is done, with this warning, and nothing is shown.
+  void expectLeftOut(const Answer& answer, const std::string& cause) {
+    EXPECT_THAT(answer.text, ::testing::HasSubstr("; the desktop entry was left out: "));
+    EXPECT_THAT(answer.text, ::testing::HasSubstr(cause));
+    EXPECT_TRUE(isThere(installed / "Contents/Linux/Controller"));
+    EXPECT_FALSE(isThere(system.entry()));
+    EXPECT_THAT(system.sizesFor(installed), ::testing::IsEmpty());
+    expectSuccess(answer);
+  }
+  // Replaces what is installed by the download after `spoil`.
+  void expectLeftOutAfter(const std::function<void()>& spoil, const std::string& cause) {
+    install("Before");
+    EXPECT_EQ(system.value("Name"), "Before") << "an entry that has to go";
+    makeDesktopBundle(download, "After");
+    spoil();
+    expectLeftOut(replace(installed, download), cause);
+  }
+  // Whether the removal of `item` for this user would be bounded to folders below `path`, among others.
+  [[nodiscard]] static bool isRemovalBoundedTo(const fs::path& path, const fs::path& item) {
+    const InstructionArchive::Instructions instructions{{protocol::filePathKey, item}};
+    const AssistantTool::PathWalk walk(invokingUser);
+    const AssistantTool::Rules rules;
+    AssistantTool::Bundles bundles;
+    const AssistantTool::Request request{.instructions = instructions, .walk = walk, .rules = rules, .bundles = bundles};
+    const AssistantTool::DesktopEntries entries(AssistantTool::commandNamed(protocol::removeFileCommand), request);
+    EXPECT_TRUE(entries.hasWork());
+    return std::ranges::any_of(entries.folders(), [&](const posix::Descriptor& each) {
+      const auto opened = fs::read_symlink("/proc/self/fd/" + std::to_string(each.get())).string();
+      return (opened + "/").starts_with(path.string() + "/");
+    });
+  }
+  static std::vector<std::string> notes() {
+    std::vector<std::string> names;
+    if (!fs::is_directory("/var/lib/kelto/entries")) return names;
+    for (const auto& entry : fs::directory_iterator("/var/lib/kelto/entries")) names.push_back(entry.path().filename());
+    return names;
+  }
+
+  const fs::path installed = folder / "Applications/App.app";
+  const fs::path elsewhere = folder / "Elsewhere/App.app";
+  const fs::path download = folder / "Download/App.app";
+  const Shown system{"/usr/local/share"};
+  const Shown users{home() / ".local/share"};
 };
 
 }  // namespace tests::tool

@@ -4,7 +4,6 @@
 
 #include <sys/file.h>
 
-#include "protocol/PolicyFile.h"
 #include "tests/privileged/tool/DesktopBundles.h"
 
 namespace tests::tool {
@@ -14,57 +13,6 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
-
-class DesktopEntries : public NamespaceTest {
- protected:
-  void SetUp() override {
-    NamespaceTest::SetUp();
-    if (IsSkipped()) return;
-    volume("/usr/local/share");
-    becomeAnotherUsersTool();
-    makeDesktopBundle(download, "One");
-    for (const auto& bundle : {installed, elsewhere}) fs::create_directory(bundle.parent_path());
-  }
-  void install(const std::string& name, const fs::path& bundle) {
-    makeDesktopBundle(download, name);
-    expectSuccess(replace(bundle, download));
-  }
-  void install(const std::string& name) { install(name, installed); }
-  void makeUsersOwn(const fs::path& tree) {
-    giveToUser(tree);
-    if (fs::is_symlink(tree) || !fs::is_directory(tree)) return;
-    for (const auto& entry : fs::directory_iterator(tree)) makeUsersOwn(entry.path());
-  }
-  // The job is done, with this warning, and nothing is shown.
-  void expectLeftOut(const Answer& answer, const std::string& cause) {
-    EXPECT_THAT(answer.text, HasSubstr("; the desktop entry was left out: "));
-    EXPECT_THAT(answer.text, HasSubstr(cause));
-    EXPECT_TRUE(isThere(installed / "Contents/Linux/Controller"));
-    EXPECT_FALSE(isThere(system.entry()));
-    EXPECT_THAT(system.sizesFor(installed), IsEmpty());
-    expectSuccess(answer);
-  }
-  // Replaces what is installed by the download after `spoil`.
-  void expectLeftOutAfter(const std::function<void()>& spoil, const std::string& cause) {
-    install("Before");
-    EXPECT_EQ(system.value("Name"), "Before") << "an entry that has to go";
-    makeDesktopBundle(download, "After");
-    spoil();
-    expectLeftOut(replace(installed, download), cause);
-  }
-  static std::vector<std::string> notes() {
-    std::vector<std::string> names;
-    if (!fs::is_directory("/var/lib/kelto/entries")) return names;
-    for (const auto& entry : fs::directory_iterator("/var/lib/kelto/entries")) names.push_back(entry.path().filename());
-    return names;
-  }
-
-  const fs::path installed = folder / "Applications/App.app";
-  const fs::path elsewhere = folder / "Elsewhere/App.app";
-  const fs::path download = folder / "Download/App.app";
-  const Shown system{"/usr/local/share"};
-  const Shown users{home() / ".local/share"};
-};
 
 TEST_F(DesktopEntries, AppearWithABundleThatIsInstalled) {
   expectSuccess(replace(installed, download));

@@ -7,7 +7,8 @@
 namespace tests::tool {
 
 // The bundle is the old one or the new one, whole, and so is the entry; the entry of a job that did not get to its end can
-// be that of the other (unfinished) until the next job in the place, whatever that is about and whether it is done.
+// be that of the other (unfinished) until the next job in the place, whatever that is about and whether it is done. A job
+// that is done shows the entry, or says why it was left out.
 class EntryCase : public FaultCase {
  public:
   enum class Kind { install, replace, move, remove };
@@ -39,8 +40,10 @@ class EntryCase : public FaultCase {
     if (!isShown(isNew)) return Found::unfinished;
     return isNew ? Found::done : Found::old;
   }
-  // An entry that was left out is told as a warning.
-  [[nodiscard]] bool isEnough(Found found) const override { return found == Found::done || isAfter(); }
+  void hear(const std::string& said) override {
+    _isSaid = _isSaid || said.find("the desktop entry was left out: ") != std::string::npos;
+  }
+  [[nodiscard]] bool isEnough(Found found) const override { return found == Found::done || (isAfter() && _isSaid); }
   InstructionArchive::Instructions next(Found) override {
     return instructions(protocol::replaceItemCommand, _otherDownload, _other);
   }
@@ -75,7 +78,7 @@ class EntryCase : public FaultCase {
     return treeOf(_installed) == _new;
   }
   // A job that cannot note its entry is done without it, and says so: the menus show what they showed before.
-  [[nodiscard]] bool isLeftOut() const { return isAfter() && isShown(false); }
+  [[nodiscard]] bool isLeftOut() const { return _isSaid && isAfter() && isShown(false); }
   // Of the bundle that is there now.
   [[nodiscard]] bool isShown(bool isNew) const {
     if (isNew ? _kind == Kind::remove : _kind == Kind::install) return shown.isNothing();
@@ -97,6 +100,7 @@ class EntryCase : public FaultCase {
 
   static inline const Shown shown{"/usr/local/share"};
   Kind _kind;
+  bool _isSaid = false;  // that the entry was left out
   fs::path _installed = _places.here / "Applications/App.app";
   fs::path _download = _places.here / "Download/App.app";
   fs::path _other = _places.here / "Applications/Other.app";

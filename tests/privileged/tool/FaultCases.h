@@ -51,6 +51,8 @@ class FaultCase {
   [[nodiscard]] virtual InstructionArchive::Instructions next(Found found) = 0;
   [[nodiscard]] virtual bool isSettled() const = 0;
 
+  // Hears each line of the tool, that of the job and that of the next one.
+  virtual void hear(const std::string& /*said*/) {}
   // Whether a job may have told its caller that it is done.
   [[nodiscard]] virtual bool isEnough(Found found) const { return found == Found::done; }
   // The state after an uninterrupted job; the job fails unless this is `done`.

@@ -217,6 +217,7 @@ class FaultMatrix : public NamespaceTest {
   // Describes the defect of the run; empty when it was correct.
   std::string judge(FaultCase& job, const Places& places, const Traced& traced, const Fault& fault, Results& row) {
     const bool isOk = read(result) == protocol::successVerdict;
+    job.hear(traced.answer.text);
     const Found found = job.look();
     if (found != Found::bad) row.count(found);
     if (found == Found::bad) return ++row.runs, "neither old nor new";
@@ -232,6 +233,7 @@ class FaultMatrix : public NamespaceTest {
     const auto next = job.next(found);
     fs::resize_file(result, 0);
     const auto answer = runWithFault(places.tool(), bytesOf(next), environment, {}).answer;
+    job.hear(answer.text);
     if (answer.status != 0 || read(result) != protocol::successVerdict) return "the next job failed: " + answer.text;
     if (!job.isSettled()) return "the next job did not do it all";
     return isStagingLeft(places) ? "staging is left after the next job" : "";

@@ -6,6 +6,7 @@ import pathlib
 import plistlib
 import pty
 import select
+import shlex
 import shutil
 import signal
 import subprocess
@@ -14,6 +15,7 @@ import termios
 import protocol
 from desktop import Account, is_running, wait_for
 from road import constants, identifier_of_this_run, list_tools, version_of
+from server import UNIT_FILE, systemctl
 from world import check, equal, scenario
 
 DONE, FAILED, BAD_ARGUMENTS, NO_DISPLAY, REFUSED, STILL_RUNNING, CANCELLED = range(7)
@@ -180,6 +182,37 @@ def cli_as_root(bare):
     said, _ = shell.kelto("update", shell.new, "--to", shell.installed, as_root=True)
     equal("what it says", said, f"Updated {shell.installed} from 1.0 to 2.0.\n")
     equal("starts", (shell.starts(), shell.copies()), (["first"], []))
+
+
+TIMED = "kelto-update"
+
+
+def start_timer(shell, command):
+    """A timer whose unit runs the command once, soon."""
+    units = UNIT_FILE.parent
+    (units / f"{TIMED}.timer").write_text("[Timer]\nOnActiveSec=100ms\nAccuracySec=1ms\n")
+    (units / f"{TIMED}.service").write_text(
+        f"[Service]\nType=oneshot\nRemainAfterExit=yes\nStandardOutput=file:{shell.folder}/said\n"
+        f"StandardError=file:{shell.folder}/steps\nExecStart={shlex.join(map(str, command))}\n")
+    systemctl("daemon-reload")
+    systemctl("start", f"{TIMED}.timer")
+
+
+@scenario("system", where="services", **SHELL)
+def cli_from_a_timer(bare):
+    """A timer of the machine updates an application: nobody is logged in, and nobody asked."""
+    shell = Shell(bare)
+    start_timer(shell, [shell.program, "update", shell.new, "--to", shell.installed, "--yes"])
+    state = wait_for("the end of the timer's service", lambda: next(iter({
+        systemctl("show", "--property=ActiveState", "--value", f"{TIMED}.service")} & {"active", "failed"}), None))
+    steps = (shell.folder / "steps").read_text()
+    equal(f"the service's state, after {steps!r}", state, "active")
+    equal("what started it", systemctl("show", "--property=TriggeredBy", "--value", f"{TIMED}.service"), f"{TIMED}.timer")
+    equal("what it says", (shell.folder / "said").read_text(), f"Updated {shell.installed} from 1.0 to 2.0.\n")
+    equal("the version on disk", version_of(shell.installed), "2.0")
+    for path in [shell.installed, *shell.installed.rglob("*")]:
+        equal(f"the owner of {path}", os.lstat(path).st_uid, 0)
+    equal("starts", (shell.starts(), shell.copies()), ([], []))
 
 
 @scenario("system", where="grant", **SHELL)

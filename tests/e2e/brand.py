@@ -11,7 +11,7 @@ import sys
 
 import protocol
 from desktop import wait_for
-from endings import BAD_ARGUMENTS
+from endings import BAD_ARGUMENTS, NO_DISPLAY
 from road import PROJECT, SERVER_FILES, version_of
 from server import SURROUNDINGS, UNIT_FILE, main_process, preferences, process_of, start_old_server, systemctl
 from world import check, equal, scenario
@@ -130,6 +130,18 @@ def brand_texts_in_all_languages(world):
     for language in languages():
         for mode in TITLES:
             expect_acmes_wizard(world, language, mode)
+
+
+@scenario("bus")
+def brand_without_a_display(world):
+    """The advice to a person without a display names Acme's program."""
+    make_installer_acmes(world)
+    program = world.road.installer / "Contents/Linux/AcmeEditorInstaller"
+    done = subprocess.run([program, *arguments_in(world, "uninstall")], env={"PATH": "/usr/bin:/bin"}, capture_output=True, text=True,
+                          timeout=20)
+    equal("the status", done.returncode, NO_DISPLAY)
+    check(f"{done.stderr!r} names the program", "(for example: xvfb-run AcmeEditorInstaller ...)" in done.stderr)
+    equal("lines that name Kelto", [line for line in done.stderr.splitlines() if "kelto" in line.replace(str(world.folder), "").lower()], [])
 
 
 # The server.

@@ -158,7 +158,7 @@ int ApplicationMain(int argc, char** argv, const std::vector<DelegateClass>& cla
     if (const auto status = Linux::answerToCommandLine(argc, argv, *commandLine, name, bundles.mainBundle(), log))
       return *status;
   }
-  const auto display = Linux::Display::choose();
+  const auto display = Linux::Display::choose(name);
   if (!display.problem.empty()) {
     RunReport(log).fail({Ending::noDisplay, "open the display", "", display.problem});
     return static_cast<int>(Ending::noDisplay);

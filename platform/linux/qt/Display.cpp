@@ -16,9 +16,10 @@
 namespace platform::Linux::Display {
 namespace {
 
-constexpr const char* advice =
-    "Start it from a desktop session, or set DISPLAY to a display that this user may use "
-    "(for example: xvfb-run KeltoInstaller ...).";
+std::string adviceFor(const std::string& program) {
+  return "Start it from a desktop session, or set DISPLAY to a display that this user may use (for example: xvfb-run " +
+         program + " ...).";
+}
 
 std::string environment(const char* name) {
   const char* value = std::getenv(name);
@@ -59,41 +60,41 @@ bool hasWaylandPlugin(const std::string& pluginFolder) {
   return !plugins.entryList({"libqwayland*.so"}, QDir::Files).isEmpty();
 }
 
-std::string problemOnWayland(const std::string& pluginFolder) {
+std::string problemOnWayland(const std::string& program, const std::string& pluginFolder) {
   if (!canReachWayland())
     return "the Wayland display \"" + waylandName() + "\" cannot be opened: nothing listens at " + waylandSocket() + ". " +
-           advice;
+           adviceFor(program);
   if (!hasWaylandPlugin(pluginFolder))
     return "this is a Wayland session, and Qt's plug-in for it is missing. Install the package qt6-wayland.";
   return {};
 }
 
-std::string problemWithoutDisplay() {
+std::string problemWithoutDisplay(const std::string& program) {
   const auto display = environment("DISPLAY");
   const std::string what =
       display.empty() ? "there is no display (DISPLAY is not set)" : "the display \"" + display + "\" cannot be opened";
-  return what + ". " + advice;
+  return what + ". " + adviceFor(program);
 }
 
 }  // namespace
 
 std::string qtPluginFolder() { return QLibraryInfo::path(QLibraryInfo::PluginsPath).toStdString(); }
 
-Choice choose(const std::string& pluginFolder) {
+Choice choose(const std::string& program, const std::string& pluginFolder) {
   const auto asked = environment("QT_QPA_PLATFORM");
   // Of a list Qt takes the first that works.
   const bool isWaylandAsked = asked.starts_with("wayland") && asked.find(';') == std::string::npos;
   if (!asked.empty() && asked != "xcb")
     return {{},
             "QT_QPA_PLATFORM=" + asked + " decides how the window is shown",
-            isWaylandAsked ? problemOnWayland(pluginFolder) : ""};
+            isWaylandAsked ? problemOnWayland(program, pluginFolder) : ""};
   if (!environment("DISPLAY").empty() && canReachX11()) {
     return {"xcb", isWaylandSession() ? "Wayland session: using XWayland, where a window can be placed" : "", {}};
   }
   if (asked.empty() && isWaylandSession())
     return {"wayland", "Wayland without XWayland: the compositor decides where the window appears",
-            problemOnWayland(pluginFolder)};
-  return {{}, {}, problemWithoutDisplay()};
+            problemOnWayland(program, pluginFolder)};
+  return {{}, {}, problemWithoutDisplay(program)};
 }
 
 StartUpEnvironment::StartUpEnvironment(const std::string& qtPlatform, const std::string& fontLanguage) {

@@ -19,15 +19,21 @@ struct DisplayTest : testing::Test {
 };
 
 TEST_F(DisplayTest, WithoutQtsPluginForWaylandThePackageIsNamed) {
-  EXPECT_NE(choose(plugins.path()).problem.find("Install the package qt6-wayland."), std::string::npos);
+  EXPECT_NE(choose("Program", plugins.path()).problem.find("Install the package qt6-wayland."), std::string::npos);
   const ScopedEnvironment wayland("QT_QPA_PLATFORM", "wayland");
-  EXPECT_NE(choose(plugins.path()).problem.find("Install the package qt6-wayland."), std::string::npos);
+  EXPECT_NE(choose("Program", plugins.path()).problem.find("Install the package qt6-wayland."), std::string::npos);
+}
+
+TEST_F(DisplayTest, TheAdviceNamesTheProgram) {
+  const ScopedEnvironment noSocket("WAYLAND_SOCKET", "");
+  const ScopedEnvironment noName("WAYLAND_DISPLAY", "");
+  EXPECT_NE(choose("AcmeInstaller").problem.find("(for example: xvfb-run AcmeInstaller ...)."), std::string::npos);
 }
 
 // People set it for all programs, and Qt tries one after the other.
 TEST_F(DisplayTest, AListOfPlatformsIsLeftToQt) {
   const ScopedEnvironment list("QT_QPA_PLATFORM", "wayland;xcb");
-  EXPECT_EQ(choose(plugins.path()).problem, "");
+  EXPECT_EQ(choose("Program", plugins.path()).problem, "");
 }
 
 TEST_F(DisplayTest, WithoutANameTheCompositorHasTheUsualOne) {
@@ -35,13 +41,13 @@ TEST_F(DisplayTest, WithoutANameTheCompositorHasTheUsualOne) {
   const ScopedEnvironment noSocket("WAYLAND_SOCKET", "");
   const ScopedEnvironment noName("WAYLAND_DISPLAY", "");
   const ScopedEnvironment folder("XDG_RUNTIME_DIR", "/nowhere");
-  EXPECT_NE(choose(plugins.path()).problem.find("nothing listens at /nowhere/wayland-0"), std::string::npos);
+  EXPECT_NE(choose("Program", plugins.path()).problem.find("nothing listens at /nowhere/wayland-0"), std::string::npos);
 }
 
 TEST_F(DisplayTest, WithThePluginWaylandIsChosen) {
   std::filesystem::create_directory(plugins.path("platforms"));
   tests::writeFile(plugins.path("platforms/libqwayland-generic.so"), "");
-  const auto choice = choose(plugins.path());
+  const auto choice = choose("Program", plugins.path());
   EXPECT_EQ(choice.problem, "");
   EXPECT_EQ(choice.qtPlatform, "wayland");
 }

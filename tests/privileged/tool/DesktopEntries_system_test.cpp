@@ -93,22 +93,6 @@ TEST_F(DesktopEntries, AreLeftOutWithTheirCause) {
   expectLeftOutAfter([&] { fs::remove(download / "Contents/Info.plist"); }, "the bundle has no identifier");
 }
 
-TEST_F(DesktopEntries, ThroughLinksAreLeftOut) {
-  const auto linkTo = [&](const fs::path& target, const fs::path& path) {
-    fs::remove_all(download / path);
-    fs::create_symlink(target, download / path);
-  };
-  writeWithMode(folder / "planted", entryText("Planted"));
-  expectLeftOutAfter([&] { linkTo(folder / "planted", entryOfBundle); }, "not a file");
-  expectLeftOutAfter([&] { linkTo("/bin/sh", "Contents/Linux/Controller"); }, "not a file: Contents/Linux/Controller");
-  expectLeftOutAfter(
-      [&] {
-        writeWithMode(download / entryOfBundle, entryText("X", "Contents/Out/sh"));
-        linkTo("/bin", "Contents/Out");
-      },
-      "Contents/Out");
-}
-
 TEST_F(DesktopEntries, WithIconsOfOthersAreLeftOut) {
   const auto icons = download / iconsOfBundle;
   expectLeftOutAfter([&] { writeWithMode(icons / "48x48/apps/firefox.png", ""); },
@@ -168,21 +152,6 @@ TEST_F(DesktopEntries, OfABundleThatItsUserCanChangeAreTheUsersOwn) {
     EXPECT_EQ(statusOf(entry.path()).st_uid, invokingUser) << entry.path();
   expectSuccess(remove(installed));
   EXPECT_TRUE(users.isNothing());
-}
-
-// Root would be led there by the user's link.
-TEST_F(DesktopEntries, OfAUserAreWrittenWithThatUsersRightsOnly) {
-  const auto roots = folder / "roots";
-  fs::create_directories(roots);
-  fs::create_directories(home() / ".local/share");
-  makeUsersOwn(home() / ".local");
-  fs::create_symlink(roots, home() / ".local/share/applications");
-  giveToUser(installed.parent_path());
-  makeUsersOwn(download);
-  const auto answer = replace(installed, download);
-  EXPECT_THAT(answer.text, HasSubstr("the desktop entry was left out: "));
-  EXPECT_TRUE(fs::is_empty(roots));
-  EXPECT_EQ(read(result), protocol::successVerdict);
 }
 
 TEST_F(DesktopEntries, OfABundleThatOthersCanChangeAreLeftOut) {

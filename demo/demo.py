@@ -35,9 +35,10 @@ class Demo:
 
     def show(self, name, frame):
         """Leaves a picture, and time to see the same on the screen."""
+        seen = time.monotonic()
         self.pictures.append(self.desktop.take_picture(name, frame))
         if self.is_slow:
-            time.sleep(LONG_ENOUGH)
+            time.sleep(max(0, seen + LONG_ENOUGH - time.monotonic()))
 
     def run(self):
         controller, frame = self.show_controller()

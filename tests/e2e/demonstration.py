@@ -107,6 +107,16 @@ def demo_uninstall(world):
     check("the place is told", "its version 1.0 was in " in expect_demonstration(world, "uninstall"))
 
 
+@scenario("slow", bare=True)
+def demo_slowly(world):
+    """Each stage is on the screen for three seconds and more."""
+    output = expect_demonstration(world, "uninstall", "--slow")
+    times = {stage: float(time) for time, stage in re.findall(r"^ *(\d+\.\d\d) s  (.*?)(?: \(|:|$)", output, re.MULTILINE)}
+    for first, last in (("controller 1.0 shows its window", "the installer was started"),
+                        ("the installer shows its wizard window over the controller's", "the installer is gone")):
+        check(f"there are three seconds between “{first}” and “{last}”: {times}", times[last] - times[first] >= 3)
+
+
 @scenario("gui")
 def demo_on_this_display(world):
     """With a display in the session the demonstration shows itself there, and the rest is its own."""

@@ -144,6 +144,8 @@ def demo_tells_what_is_not_so(world):
     """With a tool that does nothing the demonstration fails, in words and with the logs."""
     build = world.folder / "build"
     shutil.copytree(world.build / "bin", build / "bin", ignore=lambda _, names: [each for each in names if "test" in each])
+    (build / "sdk").mkdir()
+    shutil.copy(world.build / "sdk/libkelto-controller.so.1", build / "sdk")
     tool = build / "bin/KeltoInstaller.app/Contents/Resources/assistantTool"
     tool.unlink()
     shutil.copy("/usr/bin/true", tool)

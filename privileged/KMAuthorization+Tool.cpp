@@ -39,7 +39,7 @@ bool sendInstructions(platform::ByteStream& tool, const InstructionArchive::Inst
 
 std::string firstLine(std::string_view text) { return std::string(text.substr(0, text.find('\n'))); }
 
-// What a line of the tool means where the verdict is missing.
+// For a line of the tool where the verdict is missing.
 std::string causeOfLine(const std::string& line) {
   return line.starts_with(protocol::doneMark) ? "the tool left no verdict, although it says \"" + line + "\"" : line;
 }

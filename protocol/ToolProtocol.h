@@ -38,7 +38,7 @@ inline constexpr std::size_t answerChunk = 512;
 
 // The line of a job that was done begins with it, and no other line does: who reads it and finds no verdict knows what is
 // missing.
-inline constexpr const char* doneMark = "done: ";
+inline constexpr const char* doneMark = "job done: ";
 
 // The variable in the environment of a tool that runs as root: the number of the user it works for.
 inline constexpr const char* invokingUserVariable = "KELTO_INVOKING_UID";

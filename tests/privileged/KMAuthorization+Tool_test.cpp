@@ -298,10 +298,11 @@ TEST_F(KMAuthorizationToolTest, TheToolsReasonIsTheCauseInTheReport) {
 
 TEST_F(KMAuthorizationToolTest, AMissingVerdictIsTheCauseInTheReportWhenTheToolSaysItIsDone) {
   tool.results[protocol::removeFileCommand] = "";
-  tool.answer = {std::string(protocol::doneMark) + "removed /A.app\n"};
+  const auto line = std::string(protocol::doneMark) + "removed /A.app";
+  tool.answer = {line + "\n"};
   EXPECT_FALSE(run());
   EXPECT_THAT(fake.systemLog.lines,
-              ElementsAre(EndsWith("cause: the tool left no verdict, although it says \"done: removed /A.app\"")));
+              ElementsAre(EndsWith("cause: the tool left no verdict, although it says \"" + line + "\"")));
 }
 
 TEST_F(KMAuthorizationToolTest, AToolThatIsGivenUpIsTheCauseInTheReport) {

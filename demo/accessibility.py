@@ -55,6 +55,11 @@ def names_with(items, state):
     return [item.get_name() for item in items if item.get_role() != Atspi.Role.FILLER and item.get_state_set().contains(state)]
 
 
+def middle_of(item):
+    place = item.get_extents(Atspi.CoordType.SCREEN)
+    return place.x + place.width // 2, place.y + place.height // 2
+
+
 def describe(application, window):
     items = list(below(window))
     return {"role": window.get_role_name(), "name": window.get_name(), "description": window.get_description(),
@@ -64,7 +69,8 @@ def describe(application, window):
             "elements": [[item.get_role_name(), item.get_name()] for item in items if item.get_role() != Atspi.Role.FILLER],
             "focused": names_with(items, Atspi.StateType.FOCUSED),
             "focusable": names_with(items, Atspi.StateType.FOCUSABLE), "enabled": names_with(items, Atspi.StateType.ENABLED),
-            "busy": names_with(items, Atspi.StateType.BUSY)}
+            "busy": names_with(items, Atspi.StateType.BUSY),
+            "bars": [middle_of(item) for item in items if item.get_role() == Atspi.Role.PROGRESS_BAR]}
 
 
 def press(process, title):

@@ -90,13 +90,15 @@ class Desktop:
 
     own_display: uses the display of this session when there is one that works.
     system_bus: whether the programs may talk to the system bus.
+    hears_pointer: whether assistive tools are told where the pointer is; not for the display of this session.
     """
 
-    def __init__(self, folder, account=None, own_display=False, system_bus=False, environment=None):
+    def __init__(self, folder, account=None, own_display=False, system_bus=False, environment=None, hears_pointer=False):
         self.folder = pathlib.Path(folder)
         self.account = account
         self.programs = []
         self._own_display = own_display
+        self._hears_pointer = hears_pointer
         self._reader = None
         self.is_private = True
         self.home = self._make_folder("home")
@@ -232,8 +234,9 @@ class Desktop:
             f"<busconfig><type>session</type><keep_umask/><listen>unix:path={bus}</listen><auth>EXTERNAL</auth>"
             f"<servicedir>{self.services}</servicedir><policy context='default'>"
             "<allow send_destination='*' eavesdrop='true'/><allow eavesdrop='true'/><allow own='*'/></policy></busconfig>")
-        # Without a display it leaves the one that it would otherwise announce itself on alone.
-        self.add_service("org.a11y.Bus", ["/usr/bin/env", "-u", "DISPLAY", "/usr/libexec/at-spi-bus-launcher"])
+        # Without a display it leaves the one that it would otherwise announce itself on alone, and hears of no pointer.
+        without_display = [] if self._hears_pointer else ["/usr/bin/env", "-u", "DISPLAY"]
+        self.add_service("org.a11y.Bus", [*without_display, "/usr/libexec/at-spi-bus-launcher"])
         self.environment["DBUS_SESSION_BUS_ADDRESS"] = f"unix:path={bus}"
         self.start("session-bus", ["dbus-daemon", f"--config-file={configuration}", "--nofork", "--nopidfile"])
         wait_for("the session bus", bus.exists)

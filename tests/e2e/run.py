@@ -30,6 +30,7 @@ import keyboard  # noqa: E402,F401
 import modes  # noqa: E402,F401
 import replies  # noqa: E402,F401
 import screens  # noqa: E402,F401
+import screen_reader  # noqa: E402,F401
 import sdk  # noqa: E402,F401
 import server  # noqa: E402,F401
 import state  # noqa: E402,F401

@@ -30,8 +30,12 @@ def scenario(label, where=None, **options):
 
 
 def english(key, *arguments):
-    """The English text for a key, from the installer's own table."""
-    table = (PROJECT / "resources/en.lproj/Localizable.strings").read_text(encoding="utf-8")
+    return text_in("en", key, *arguments)
+
+
+def text_in(language, key, *arguments):
+    """The text for a key, from the installer's own table."""
+    table = (PROJECT / f"resources/{language}.lproj/Localizable.strings").read_text(encoding="utf-8")
     text = re.search(rf'^"{re.escape(key)}"\s*=\s*"(.*)";$', table, re.MULTILINE).group(1)
     for argument in arguments:
         text = text.replace("%@", argument, 1)
@@ -55,13 +59,13 @@ class World(Bare):
 
     account: the programs run as an ordinary user of their own (in a mount namespace only) and not as this user.
     system_bus: the broker of the system bus is used, not one on the session bus.
-    broker: whether there is one at all. road: options of Road; with an installer there, all that is installed stays as it is.
+    broker: whether there is one at all. hears_pointer: see Desktop. road: options of Road; with an installer there, all that is installed stays as it is.
     """
 
-    def __init__(self, build, account=False, system_bus=False, broker=True, road=None):
+    def __init__(self, build, account=False, system_bus=False, broker=True, road=None, hears_pointer=False):
         super().__init__(build)
         person = Account.add(self.folder, self.folder / "home") if account else None
-        self.desktop = Desktop(self.folder, person, system_bus=system_bus)
+        self.desktop = Desktop(self.folder, person, system_bus=system_bus, hears_pointer=hears_pointer)
         if broker and not system_bus:
             self.desktop.add_service(BROKER, [self.build / "bin/authorizationd", "--session", "--tools", tools_of(self.folder)])
         if broker and system_bus and "installer" not in (road or {}):

@@ -1,5 +1,6 @@
 #include "platform/linux/qt/QtAlert.h"
 
+#include <QAccessibleWidget>
 #include <QApplication>
 #include <QDialog>
 #include <QEventLoop>
@@ -68,6 +69,13 @@ class AlertDialog final : public QDialog {
     if (event->button() == Qt::LeftButton && windowHandle() != nullptr) windowHandle()->startSystemMove();
   }
 };
+
+// A screen reader says every text in an alert when it appears, in a dialog only those of three words and more: Chinese and
+// Japanese are written without blanks. A description with the same texts would be said besides.
+QAccessibleInterface* accessibleAlert(const QString& /*className*/, QObject* object) {
+  auto* alert = dynamic_cast<AlertDialog*>(object);
+  return alert == nullptr ? nullptr : new QAccessibleWidget(alert, QAccessible::AlertMessage);
+}
 
 QLabel* textLabel(std::string_view text, QWidget* parent) {
   auto* label = new QLabel(parent);
@@ -163,9 +171,9 @@ void runInFront(QDialog& dialog) {
 }  // namespace
 
 void runAlert(const Alert& alert, std::string_view title, QWidget* parent, const std::function<void()>& putBehind) {
+  QAccessible::installFactory(accessibleAlert);  // counts once, however often
   AlertDialog dialog(parent != nullptr && parent->isVisible() ? parent : nullptr);
   dialog.setWindowTitle(qtString(title));
-  dialog.setAccessibleDescription(qtString(alert.messageText + "\n" + alert.informativeText));
   fill(dialog, alert);
   dialog.takeSize();
   place(dialog);

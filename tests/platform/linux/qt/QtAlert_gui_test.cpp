@@ -175,11 +175,19 @@ TEST(QtAlert, ItIsADialogOfTheWindowWithoutTheWindowManagersButtons) {
       "xdotool key Return");
 }
 
-TEST(QtAlert, AssistiveToolsAreToldBothTexts) {
+// A screen reader reads the texts of an alert by itself; a description would be read besides.
+TEST(QtAlert, AssistiveToolsAreToldThatItIsAnAlertAndBothTextsOnce) {
   runAlertAnd(
       plain, nullptr,
       [](QDialog& dialog) {
-        EXPECT_EQ(QAccessible::queryAccessibleInterface(&dialog)->text(QAccessible::Description), "Headline\nText");
+        auto* told = QAccessible::queryAccessibleInterface(&dialog);
+        EXPECT_EQ(told->role(), QAccessible::AlertMessage);
+        EXPECT_EQ(told->text(QAccessible::Name), "Kelto Installer");
+        EXPECT_EQ(told->text(QAccessible::Description), "");
+        QStringList texts;
+        for (int i = 0; i < told->childCount(); ++i)
+          if (told->child(i)->role() == QAccessible::StaticText) texts << told->child(i)->text(QAccessible::Name);
+        EXPECT_EQ(texts, (QStringList{"Headline", "Text"}));
       },
       "xdotool key Return");
 }

@@ -5,6 +5,7 @@
 #include <QPushButton>
 #include <QStyleFactory>
 #include <QStyleOptionButton>
+#include <QTextLayout>
 
 namespace platform::Linux {
 namespace {
@@ -14,12 +15,13 @@ constexpr double roundness = 5;
 // With high contrast the ring covers a line of the edge, which may be as dark, and two points more.
 double ringWidth() { return LookStyle::settings().highContrast ? 3 : 2; }
 
-// The edges without the focus are light enough that the ring's appearance is seen, too.
+// The blues are the palette's: headerBarBrightStartColor, limitedConnectivityLinkTextColor and headerBarBrightEndColor. The
+// edges without the focus are light enough that the ring's appearance is seen, too.
 constexpr LookColors designedColors{.ink = {29, 29, 31},
                                     .paleInk = {150, 150, 154},
-                                    .accent = {20, 84, 180},
-                                    .accentLight = {28, 98, 200},
-                                    .accentDark = {12, 60, 140},
+                                    .accent = {2, 92, 166},
+                                    .accentLight = {7, 108, 183},
+                                    .accentDark = {6, 69, 115},
                                     .edge = {172, 172, 176},
                                     .paleEdge = {190, 190, 194},
                                     .windowEdge = {150, 150, 154},
@@ -65,6 +67,25 @@ void drawButton(const QStyleOption& option, QPainter& painter) {
   painter.restore();
 }
 
+// The text with a new line in place of every blank that it is broken at. Qt indents a line from right to left that ends in
+// a blank by the blank's width.
+QString withoutBlanksAtBreaks(const QString& text, const QFont& font, int width) {
+  QString broken = text;
+  QTextLayout layout(QString(text).replace('\n', QChar::LineSeparator), font);
+  QTextOption option;
+  option.setTextDirection(Qt::RightToLeft);
+  option.setWrapMode(QTextOption::WordWrap);
+  layout.setTextOption(option);
+  layout.beginLayout();
+  for (QTextLine line = layout.createLine(); line.isValid(); line = layout.createLine()) {
+    line.setLineWidth(width);
+    const qsizetype end = line.textStart() + line.textLength();
+    if (end < broken.size() && broken[end - 1] == ' ') broken[end - 1] = '\n';
+  }
+  layout.endLayout();
+  return broken;
+}
+
 }  // namespace
 
 LookStyle::LookStyle(DesktopSettings settings)
@@ -75,6 +96,13 @@ void LookStyle::drawPrimitive(PrimitiveElement element, const QStyleOption* opti
   if (element == PE_PanelButtonCommand) return drawButton(*option, *painter);
   if (element == PE_FrameFocusRect && qobject_cast<const QPushButton*>(widget) != nullptr) return;
   QProxyStyle::drawPrimitive(element, option, painter, widget);
+}
+
+void LookStyle::drawItemText(QPainter* painter, const QRect& rect, int flags, const QPalette& palette, bool enabled,
+                             const QString& text, QPalette::ColorRole role) const {
+  const bool isShifted = (flags & Qt::TextWordWrap) != 0 && (flags & Qt::TextForceRightToLeft) != 0;
+  const QString shown = isShifted ? withoutBlanksAtBreaks(text, painter->font(), rect.width()) : text;
+  QProxyStyle::drawItemText(painter, rect, flags, palette, enabled, shown, role);
 }
 
 const DesktopSettings& LookStyle::settings() {

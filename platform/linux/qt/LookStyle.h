@@ -1,5 +1,5 @@
 #pragma once
-// How buttons are drawn, and the colours of everything that the platform draws. Main thread only.
+// How buttons and texts are drawn, and the colours of everything that the platform draws. Main thread only.
 #include <QProxyStyle>
 
 #include "platform/linux/qt/DesktopSettings.h"
@@ -29,6 +29,8 @@ class LookStyle final : public QProxyStyle {
   explicit LookStyle(DesktopSettings settings);
   void drawPrimitive(PrimitiveElement element, const QStyleOption* option, QPainter* painter,
                      const QWidget* widget) const override;
+  void drawItemText(QPainter* painter, const QRect& rect, int flags, const QPalette& palette, bool enabled,
+                    const QString& text, QPalette::ColorRole role) const override;
 
   // Those of the application's style; the defaults if it is not this one.
   static const DesktopSettings& settings();

@@ -121,6 +121,33 @@ TEST(Look, WithHighContrastLettersAreBlackAlsoOnWhatCannotBePressed) {
             leastHighContrast);
 }
 
+// The last column that a label with this text paints in each of its lines.
+std::vector<int> lastColumns(QLabel& label) {
+  const QImage picture = pictureOn(label, 255);
+  const int lineHeight = label.fontMetrics().lineSpacing();
+  std::vector<int> columns;
+  for (int top = 0; top + lineHeight <= picture.height(); top += lineHeight) {
+    int last = -1;
+    for (int y = top; y < top + lineHeight; ++y)
+      for (int x = 0; x < picture.width(); ++x)
+        if (qGray(picture.pixel(x, y)) < 128) last = std::max(last, x);
+    columns.push_back(last);
+  }
+  return columns;
+}
+
+TEST(Look, EveryLineOfATextFromRightToLeftBeginsAtTheSamePlace) {
+  const ScopedLook look({});
+  QLabel label;
+  label.setLayoutDirection(Qt::RightToLeft);
+  label.setWordWrap(true);
+  label.setText(QString::fromUtf8("\u05dd\u05dd\u05dd\u05dd ").repeated(20).trimmed());
+  label.resize(150, label.heightForWidth(150));
+  const auto columns = lastColumns(label);
+  ASSERT_GT(columns.size(), 3U);
+  for (const int column : columns) EXPECT_EQ(column, columns.back());
+}
+
 // A window as the wizard's, with a headline and a button.
 struct LetteredWindow {
   LetteredWindow() {
@@ -252,6 +279,34 @@ TEST(ProgressBarWidget, TheBandStandsOutFromItsTrackWhereverItIs) {
       }
       EXPECT_GT(pixels, 40) << seconds;
     }
+}
+
+// The middle of the band's pixels along the bar; -1 where there is no band.
+double middleOfBand(ProgressBarWidget& bar) {
+  const QImage picture = pictureOn(bar, footerGrey);
+  double sum = 0;
+  int pixels = 0;
+  for (int x = 0; x < picture.width(); ++x) {
+    const QColor color = picture.pixelColor(x, picture.height() / 2);
+    if (color.blue() < color.red() + 60) continue;
+    sum += x;
+    ++pixels;
+  }
+  return pixels == 0 ? -1 : sum / pixels;
+}
+
+TEST(ProgressBarWidget, FromRightToLeftTheBandTravelsTheOtherWay) {
+  ProgressBarWidget ordinary(nullptr);
+  ProgressBarWidget mirrored(nullptr);
+  mirrored.setLayoutDirection(Qt::RightToLeft);
+  for (auto* bar : {&ordinary, &mirrored}) {
+    bar->resize(404, 6);
+    bar->start();
+  }
+  EXPECT_TRUE(spinUntil([&] {
+    const double left = middleOfBand(ordinary);
+    return left >= 0 && left < 120 && middleOfBand(mirrored) > 404 - 120;
+  }));
 }
 
 TEST(ProgressBarWidget, AssistiveToolsAreToldThatItIsBusyAndNoNumber) {

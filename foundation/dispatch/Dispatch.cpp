@@ -21,25 +21,16 @@ thread_local const Queue* currentQueue = nullptr;
 
 }  // namespace
 
-void Group::enter() {
-  const std::lock_guard lock(_mutex);
-  ++_count;
-}
+void Group::enter() { _count.fetch_add(1, std::memory_order_relaxed); }
 
+// Whoever waits may destroy the group as soon as nobody is in it.
 void Group::leave() {
-  const std::lock_guard lock(_mutex);
-  if (--_count == 0) _empty.notify_all();
+  if (_count.fetch_sub(1, std::memory_order_acq_rel) == 1) Pool::shared().tellWaiting();
 }
 
 void Group::wait() {
-  std::unique_lock lock(_mutex);
-  while (_count > 0) {
-    lock.unlock();
-    const bool hasHelped = Pool::shared().help();
-    lock.lock();
-    if (!hasHelped) break;
-  }
-  _empty.wait(lock, [this] { return _count == 0; });
+  const auto isEmpty = [this] { return _count.load(std::memory_order_acquire) == 0; };
+  if (!isEmpty()) Pool::shared().waitUntil(isEmpty);
 }
 
 const Queue* Queue::current() { return currentQueue; }
@@ -55,7 +46,7 @@ std::string_view currentQueueLabel() {
 
 // A thread that waits for its turn. The queue hands the turn over as it is, still busy.
 struct SerialQueue::Waiter {
-  std::binary_semaphore turn{0};
+  std::atomic<bool> hasTurn{false};
 };
 
 std::shared_ptr<SerialQueue> SerialQueue::make(std::optional<std::string> label) {
@@ -101,11 +92,7 @@ SerialQueue& SerialQueue::take() {
     while (!tryEnter()) std::this_thread::sleep_for(nap);
     return *this;
   }
-  while (!waiter.turn.try_acquire())
-    if (!Pool::shared().help()) {
-      waiter.turn.acquire();
-      break;
-    }
+  Pool::shared().waitUntil([&] { return waiter.hasTurn.load(std::memory_order_acquire); });
   return *this;
 }
 
@@ -141,7 +128,8 @@ void SerialQueue::drain() {
   for (;;) {
     Entry entry = next();
     if (entry.waiter != nullptr) {
-      entry.waiter->turn.release();
+      entry.waiter->hasTurn.store(true, std::memory_order_release);
+      Pool::shared().tellWaiting();
       return;
     }
     entry.block();

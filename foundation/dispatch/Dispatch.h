@@ -4,7 +4,6 @@
 // A queue is a place, not a thread: its blocks run one at a time and in the order of submission, on whichever thread is at
 // hand, and while one runs the queue is the current one of that thread.
 #include <atomic>
-#include <condition_variable>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -29,9 +28,7 @@ class KELTO_API Group {
   void wait();
 
  private:
-  std::mutex _mutex;
-  std::condition_variable _empty;
-  std::size_t _count = 0;
+  std::atomic<std::size_t> _count{0};
 };
 
 class KELTO_API Queue {

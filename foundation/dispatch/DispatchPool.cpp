@@ -40,6 +40,7 @@ Pool::Pool() {
                                        _idle = _running = _threads = _unserved = 0;
                                        std::construct_at(&_hasJob);
                                        std::construct_at(&_hasFinished);
+                                       std::construct_at(&_isTold);
                                        _mutex.unlock();
                                      }});
 }
@@ -60,6 +61,7 @@ void Pool::submit(std::function<void()> job) {
   if (startThread()) return;
   if (_threads > 0) {
     ++_unserved;
+    _isTold.notify_all();
     return;
   }
   job = std::move(_jobs.back());
@@ -93,11 +95,22 @@ void Pool::work() {
   }
 }
 
-bool Pool::help() {
+void Pool::waitUntil(const std::function<bool()>& isDone) {
   std::unique_lock lock(_mutex);
-  if (_unserved == 0) return false;
-  run(lock);
-  return true;
+  while (!isDone()) {
+    if (_unserved > 0)
+      run(lock);
+    else
+      _isTold.wait(lock);
+  }
+}
+
+void Pool::tellWaiting() {
+  {
+    // Either a thread has yet to look, or it waits already.
+    const std::lock_guard lock(_mutex);
+  }
+  _isTold.notify_all();
 }
 
 // The first of the jobs. False in a child that it has forked, where neither it nor its thread is counted.

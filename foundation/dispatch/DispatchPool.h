@@ -22,9 +22,11 @@ class Pool {
   // Runs `job` on a thread of the pool. Every job gets a thread at once: jobs may wait for each other. Where there is no
   // thread to be had, a job waits for one of those that there are; without any the caller runs it.
   void submit(std::function<void()> job);
-  // Runs a job that found no thread, on this one, which is about to wait for others: perhaps for that job. False when there
-  // is no such job.
-  bool help();
+  // Waits until `isDone`, which must not submit anything. Meanwhile this thread runs the jobs that find no other one: it
+  // may be waiting for one of them.
+  void waitUntil(const std::function<bool()>& isDone);
+  // After `isDone` of some thread has become true.
+  void tellWaiting();
 
  private:
   bool startThread();
@@ -35,6 +37,7 @@ class Pool {
   std::mutex _mutex;
   std::condition_variable _hasJob;
   std::condition_variable _hasFinished;
+  std::condition_variable _isTold;  // the threads in `waitUntil`
   std::deque<std::function<void()>> _jobs;
   std::size_t _idle = 0;
   std::size_t _running = 0;

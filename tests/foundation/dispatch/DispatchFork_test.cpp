@@ -6,12 +6,15 @@
 
 #include <atomic>
 #include <csignal>
+#include <fstream>
+#include <optional>
 #include <system_error>
 #include <thread>
 
 #include "foundation/dispatch/Dispatch.h"
 #include "foundation/dispatch/Fork.h"
 #include "foundation/dispatch/Threads.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/SharedCount.h"
 
 using foundation::Dispatch::Semaphore;
@@ -40,6 +43,39 @@ void runSomething() {
   Semaphore done(0);
   SerialQueue::make("some")->async([&] { done.release(); });
   done.acquire();
+}
+
+// The system has one thread more for this process.
+void leaveOneThread() {
+  static std::atomic<int> threads{1};
+  foundation::Threads::setStarter([](std::function<void()> work) {
+    if (threads-- <= 0) throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
+    return std::thread(std::move(work));
+  });
+}
+
+bool isAsleep(pid_t thread) {
+  std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
+  std::string number;
+  std::string name;
+  std::string state;
+  file >> number >> name >> state;
+  return state == "S";
+}
+
+// Whether `wait`, on the only thread of the pool, returns when `end` is called once it waits.
+bool endsWithoutAThread(const std::function<void()>& wait, const std::function<void()>& end) {
+  const auto queue = SerialQueue::make("waiting");
+  std::atomic<pid_t> waiting{0};
+  std::atomic<bool> isOver{false};
+  queue->async([&] {
+    waiting = ::gettid();
+    wait();
+    isOver = true;
+  });
+  if (!tests::eventually([&] { return waiting != 0 && isAsleep(waiting); })) return false;
+  end();
+  return tests::eventually([&] { return isOver.load(); }, std::chrono::seconds(10));
 }
 
 }  // namespace
@@ -157,12 +193,7 @@ TEST(DispatchFork, ABlockThatForksGoesOnInTheChild) {
 
 TEST(DispatchPool, AJobThatWaitsForOneWithoutAThreadRunsIt) {
   EXPECT_EQ(statusOfChild([] {
-              static std::atomic<int> threads{1};
-              foundation::Threads::setStarter([](std::function<void()> work) {
-                if (threads-- <= 0)
-                  throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
-                return std::thread(std::move(work));
-              });
+              leaveOneThread();
               const auto outer = SerialQueue::make("outer");
               const auto inner = SerialQueue::make("inner");
               Semaphore isOver(0);
@@ -176,6 +207,27 @@ TEST(DispatchPool, AJobThatWaitsForOneWithoutAThreadRunsIt) {
               });
               isOver.acquire();
               return 0;
+            }),
+            0);
+}
+
+TEST(DispatchPool, AJobThatAlreadyWaitsForItsTurnRunsTheOneThatComesWithoutAThread) {
+  EXPECT_EQ(statusOfChild([] {
+              leaveOneThread();
+              const auto queue = SerialQueue::make("awaited");
+              std::optional<SerialQueue::Turn> turn(*queue);
+              return endsWithoutAThread([&] { queue->sync([] {}); }, [&] { turn.reset(); }) ? 0 : 1;
+            }),
+            0);
+}
+
+TEST(DispatchPool, AJobThatAlreadyWaitsForAGroupRunsTheMemberThatComesWithoutAThread) {
+  EXPECT_EQ(statusOfChild([] {
+              leaveOneThread();
+              const auto queue = SerialQueue::make("member");
+              foundation::Dispatch::Group group;
+              group.enter();
+              return endsWithoutAThread([&] { group.wait(); }, [&] { queue->async([&] { group.leave(); }); }) ? 0 : 1;
             }),
             0);
 }

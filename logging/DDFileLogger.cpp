@@ -118,7 +118,10 @@ void DDFileLogger::logMessage(const DDLogMessage& message) {
 void DDFileLogger::flush() {
   verifyPlace();
   _writer.write();
+  _writer.reportDropped();
 }
+
+void DDFileLogger::willRemoveLogger() { _writer.reportDropped(); }
 
 // A file that was deleted or replaced is given up at once, and what went into it since the last look goes into the next.
 void DDFileLogger::verifyPlace() {

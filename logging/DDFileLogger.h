@@ -50,6 +50,7 @@ class KELTO_API DDFileLogger : public DDAbstractLogger {
 
   void logMessage(const DDLogMessage& message) override;
   void didAddLogger() override;
+  void willRemoveLogger() override;
   void flush() override;
   void writePending() override { _writer.write(); }
   void didBecomeIdle() override { verifyPlace(); }

@@ -107,12 +107,17 @@ void LogFileWriter::writeThrough(std::string_view text) {
 
 void LogFileWriter::report(int error) {
   if (error == 0) {
-    if (_dropped > 0) _systemLog.log(foundation::formatted("DDFileLogger: %@ records could not be written", _dropped));
-    _dropped = 0;
+    reportDropped();
   } else if (!_isInTrouble) {
     _systemLog.log("DDFileLogger: Error writing log file: " + std::generic_category().message(error));
   }
   _isInTrouble = error != 0;
+}
+
+void LogFileWriter::reportDropped() {
+  if (_dropped == 0) return;
+  _systemLog.log(foundation::formatted("DDFileLogger: %@ records could not be written", _dropped));
+  _dropped = 0;
 }
 
 LogFileWriter::Whereabouts LogFileWriter::verify(const std::string& path) {
@@ -132,4 +137,5 @@ void LogFileWriter::forget() {
   _file.reset();
   _salvaged.clear();
   _fileSize = _verifiedSize = 0;
+  _dropped = 0;
 }

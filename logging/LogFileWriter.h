@@ -2,7 +2,8 @@
 // Lines on their way into one log file: put together until there are enough for one write. One thread at a time.
 //
 // Lines that the file system did not take stay here and are tried again with the next; when there is no more room for them
-// the new ones are dropped, which goes to the system log once for each time of trouble.
+// the new ones are dropped, which goes to the system log once for each time of trouble, and with their number when that is
+// over.
 #include <memory>
 #include <string>
 #include <string_view>
@@ -30,6 +31,8 @@ class LogFileWriter {
   void endRecord();
   // There is no file for a record: it is counted.
   void drop();
+  // Says how many records were dropped since that was last said, though the trouble may last.
+  void reportDropped();
   // One line; a line feed is added when it has none at its end. Without a file it goes nowhere.
   void append(std::string_view text);
   // The same at once; false, and nothing of it is kept here, when the file system did not take it.

@@ -328,6 +328,36 @@ TEST_F(Files, RecordsThatFoundNoRoomAreCounted) {
   EXPECT_EQ(onlyContents().size(), 4 + 2 * 30001 + 4);
 }
 
+TEST_F(Files, RecordsThatFoundNoRoomAreCountedByAFlushThoughThereIsNone) {
+  log("one");
+  files().refusesToOpen = true;
+  logger->rollLogFile();
+  log("two");
+  log("three");
+  DDLog::flushLog();
+  EXPECT_EQ(fake.systemLog.lines.back(), "DDFileLogger: 2 records could not be written");
+  const auto said = fake.systemLog.lines.size();
+  DDLog::flushLog();
+  EXPECT_EQ(fake.systemLog.lines.size(), said);
+}
+
+TEST_F(Files, RecordsThatFoundNoRoomAreCountedWhenTheLoggerIsRemoved) {
+  files().refusesToOpen = true;
+  log("one");
+  DDLog::removeLogger(logger);
+  DDLog::flushLog();
+  logger->loggerQueue()->sync([] {});
+  EXPECT_EQ(fake.systemLog.lines.back(), "DDFileLogger: 1 records could not be written");
+}
+
+TEST_F(Files, RecordsThatFoundNoRoomAreNotCountedByAForkedChildAgain) {
+  files().refusesToOpen = true;
+  log("one");
+  logger->didFork();
+  DDLog::flushLog();
+  EXPECT_THAT(fake.systemLog.lines, Not(testing::Contains(testing::HasSubstr("could not be written"))));
+}
+
 TEST_F(Files, TheDestructorSynchronisesTheFile) {
   log("one");
   const auto path = files().paths().at(0);

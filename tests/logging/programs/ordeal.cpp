@@ -3,10 +3,10 @@
 //
 //   logging_ordeal SECONDS [SEED]
 //
-// It runs in epochs; each has a platform and a folder of its own. At the end of one every statement must be in the files at
-// most once, whole and in the order of its thread. It may be missing only where a fault accounts for it: one record for
-// each allocation that failed, and those that the system's log counts as dropped. Standing still for 30 seconds is an
-// error.
+// It runs in epochs; each has a platform and a folder of its own, and ends early when the time is over. At the end of one
+// every statement must be in the files at most once, whole and in the order of its thread. It may be missing only where a
+// fault accounts for it: one record for each allocation that failed, and those that the system's log counts as dropped.
+// Standing still for 30 seconds is an error.
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -282,7 +282,7 @@ class Findings {
   void readFile(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     _last.clear();
-    for (std::string line; std::getline(file, line);)
+    for (std::string line; std::getline(file, line); ++steps)
       if (!line.empty() && !isKnown(line)) ++_torn;
   }
 
@@ -323,12 +323,14 @@ struct Totals {
   std::uint64_t missing = 0;
 };
 
-void runEpoch(Totals& totals) {
+using SteadyClock = std::chrono::steady_clock;
+
+void runEpoch(Totals& totals, SteadyClock::time_point end) {
   const tests::TemporaryFolder folder;
   const std::uint64_t memoryFaults = faults.memory;
   const std::uint64_t diskFaults = faults.disk;
   std::vector<Producer> producers(producerCount);
-  std::uint64_t allowed = 0;
+  std::vector<std::string> said;
   {
     FaultyStorage storage;
     RealLog log(uniqueName(), folder.path(), &storage);
@@ -339,18 +341,21 @@ void runEpoch(Totals& totals) {
       std::vector<std::thread> threads;
       for (int t = 0; t < producerCount; ++t)
         threads.emplace_back([&, t] {
-          for (int i = 0; i < epochStatements; ++i) producers[static_cast<std::size_t>(t)].log(t);
+          for (int i = 0; i < epochStatements && SteadyClock::now() < end; ++i)
+            producers[static_cast<std::size_t>(t)].log(t);
         });
       for (auto& thread : threads) thread.join();
     }
     DDLog::flushLog();
     DDLog::removeAllLoggers();
     DDLog::flushLog();
-    allowed = reportedDrops(log.fake.systemLog.lines);
+    said = log.fake.systemLog.lines;
   }
   const Findings findings(folder.path());
   if (findings.torn() > 2 * (faults.disk - diskFaults)) fail(std::to_string(findings.torn()) + " lines are torn");
-  allowed += faults.memory - memoryFaults + findings.torn();
+  const std::uint64_t dropped = reportedDrops(said);
+  const std::uint64_t failed = faults.memory - memoryFaults;
+  const std::uint64_t allowed = dropped + failed + findings.torn();
   std::uint64_t missing = 0;
   for (int t = 0; t < producerCount; ++t) {
     const auto& producer = producers[static_cast<std::size_t>(t)];
@@ -358,8 +363,11 @@ void runEpoch(Totals& totals) {
     totals.made += static_cast<std::uint64_t>(producer.made);
   }
   totals.missing += missing;
-  if (missing > allowed)
-    fail(std::to_string(missing) + " records are missing, and faults account for " + std::to_string(allowed));
+  if (missing <= allowed) return;
+  for (const auto& line : said) std::fprintf(stderr, "system log: %s\n", line.substr(0, 200).c_str());
+  fail(std::to_string(missing) + " records are missing; accounted for: " + std::to_string(failed) +
+       " failed allocations, " + std::to_string(dropped) + " dropped records, " + std::to_string(findings.torn()) +
+       " torn lines");
 }
 
 void watchSteps() {
@@ -379,7 +387,7 @@ void watchSteps() {
 
 int main(int argc, char** argv) {
   if (argc < 2) return 2;
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(std::atoi(argv[1]));
+  const auto end = SteadyClock::now() + std::chrono::seconds(std::atoi(argv[1]));
   const std::uint64_t seed = argc > 2 ? std::strtoull(argv[2], nullptr, 10) : std::random_device()();
   std::printf("seed %llu\n", static_cast<unsigned long long>(seed));
   std::fflush(stdout);
@@ -387,7 +395,7 @@ int main(int argc, char** argv) {
   watchSteps();
   Totals totals;
   int epochs = 0;
-  for (; std::chrono::steady_clock::now() < end; ++epochs) runEpoch(totals);
+  for (; SteadyClock::now() < end; ++epochs) runEpoch(totals, end);
   const auto number = [](const std::atomic<std::uint64_t>& value) { return static_cast<unsigned long long>(value); };
   std::printf(
       "%d epochs, %llu statements, %llu missing for a reason; failed: %llu allocations, %llu threads, %llu writes; %llu "

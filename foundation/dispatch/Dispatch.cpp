@@ -23,7 +23,7 @@ thread_local const Queue* currentQueue = nullptr;
 
 void Group::enter() { _count.fetch_add(1, std::memory_order_relaxed); }
 
-// Whoever waits may destroy the group as soon as nobody is in it.
+// A thread that waits may destroy the group as soon as nobody is in it.
 void Group::leave() {
   if (_count.fetch_sub(1, std::memory_order_acq_rel) == 1) Pool::shared().tellWaiting();
 }

@@ -29,8 +29,15 @@ constexpr std::size_t markBytes = 16384;
 // The other places where an entry is for all users.
 constexpr std::array placesOfPackages{"/usr/share/applications", "/usr/local/share/applications"};
 
+// After a failed call: an item that the disk cannot read is not one that is not there.
+void refuseUnreadable(const std::string& name) {
+  if (errno == EIO) failWithSystemError("cannot read " + name);
+}
+
 posix::Descriptor openedFolder(const std::string& path) {
-  return posix::Descriptor(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  posix::Descriptor folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!folder) refuseUnreadable(path);
+  return folder;
 }
 
 posix::Descriptor madeFolder(const std::string& path) {
@@ -54,11 +61,20 @@ std::vector<std::string> namesIn(int folder, std::size_t maximum = maximumEntrie
 std::string startOf(int folder, const std::string& name, std::size_t bytes) {
   const posix::Descriptor file(::openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   struct stat status {};
-  if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
+  if (!file || ::fstat(file.get(), &status) != 0) return refuseUnreadable(name), std::string();
+  if (!S_ISREG(status.st_mode)) return {};
   std::string start(bytes, '\0');
   const auto length = ::pread(file.get(), start.data(), start.size(), 0);
+  if (length < 0) refuseUnreadable(name);
   start.resize(static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
   return start;
+}
+
+std::string targetOfIcon(int folder, const std::string& name) {
+  errno = 0;
+  auto target = linkTargetOf(folder, name);
+  if (target.empty()) refuseUnreadable(name);
+  return target;
 }
 
 // The bundle of an entry of ours.
@@ -141,7 +157,7 @@ std::string DesktopPlace::whatSomebodyElseHas(const BroughtEntry& brought, const
   for (const auto& icon : brought.icons) {
     const auto path = folderOfIcon(icon);
     const auto icons = openedFolder(path);
-    if (icons && isThere(icons.get(), icon.name) && linkTargetOf(icons.get(), icon.name) != iconTarget(bundle, icon))
+    if (icons && isThere(icons.get(), icon.name) && targetOfIcon(icons.get(), icon.name) != iconTarget(bundle, icon))
       return path + "/" + icon.name;
   }
   return {};
@@ -160,7 +176,7 @@ void DesktopPlace::removeIcons(const std::string& bundle, const std::vector<Brou
     if (!folder) continue;
     bool isRemoved = false;
     for (const auto& name : namesIn(folder.get())) {
-      const bool isOurs = linkTargetOf(folder.get(), name).starts_with(bundle + "/" + desktopFolder + "/");
+      const bool isOurs = targetOfIcon(folder.get(), name).starts_with(bundle + "/" + desktopFolder + "/");
       if (!isOurs || holdsIcon(kept, size, name)) continue;
       removeFrom(folder.get(), name);
       isRemoved = true;
@@ -176,7 +192,7 @@ void DesktopPlace::linkIcons(const BroughtEntry& brought, const std::string& bun
   for (const auto& icon : brought.icons) {
     const auto folder = madeFolder(folderOfIcon(icon));
     const auto target = iconTarget(bundle, icon);
-    if (linkTargetOf(folder.get(), icon.name) == target) continue;
+    if (targetOfIcon(folder.get(), icon.name) == target) continue;
     if (::symlinkat(target.c_str(), folder.get(), icon.name.c_str()) != 0) failWithSystemError("cannot make " + icon.name);
     _hasChanged = true;
     syncFolder(folder.get());

@@ -77,8 +77,12 @@ class EntryCase : public FaultCase {
     if (_kind == Kind::move) return !isThere(_installed) && treeOf(_download) == _new;
     return treeOf(_installed) == _new;
   }
-  // A job that cannot note its entry is done without it, and says so: the menus show what they showed before.
-  [[nodiscard]] bool isLeftOut() const { return _isSaid && isAfter() && isShown(false); }
+  // A job that cannot note or read its entry is done without it, and says so: the menus keep the entry that they had, or
+  // have none.
+  [[nodiscard]] bool isLeftOut() const {
+    const bool isKept = _kind != Kind::install && read(shown.entry()) == installedEntry("Old", _installed);
+    return _isSaid && isAfter() && (isKept || shown.isNothing());
+  }
   // Of the bundle that is there now.
   [[nodiscard]] bool isShown(bool isNew) const {
     if (isNew ? _kind == Kind::remove : _kind == Kind::install) return shown.isNothing();

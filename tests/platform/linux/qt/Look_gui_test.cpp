@@ -251,6 +251,31 @@ TEST(ProgressBarWidget, WithReducedMotionItPulsesWhereItIs) {
   }
 }
 
+// Counts how often a widget is painted.
+struct Paintings final : QObject {
+  bool eventFilter(QObject* /*watched*/, QEvent* event) override {
+    if (event->type() == QEvent::Paint) ++count;
+    return false;
+  }
+  int count = 0;
+};
+
+TEST(ProgressBarWidget, ThatIsShownIsPaintedLessOftenWithReducedMotion) {
+  ProgressBarWidget bar(nullptr);
+  Paintings paintings;
+  bar.installEventFilter(&paintings);
+  bar.resize(404, 6);
+  bar.show();
+  bar.start();
+  ASSERT_TRUE(spinUntil([&] { return paintings.count >= 3; }));
+  const ScopedLook look({.animates = false});
+  QElapsedTimer elapsed;
+  elapsed.start();
+  const int before = paintings.count;
+  ASSERT_TRUE(spinUntil([&] { return paintings.count >= before + 6; }));
+  EXPECT_GE(elapsed.elapsed(), 300);
+}
+
 TEST(ProgressBarWidget, WithHighContrastTheBandStandsOutFromTrackAndTheTrackFromTheFace) {
   const ScopedLook look({.highContrast = true});
   constexpr QSize size(404, 6);

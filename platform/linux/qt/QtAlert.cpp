@@ -158,7 +158,7 @@ void runBehind(QDialog& dialog, const std::function<void()>& putBehind) {
   QGuiApplication::sync();  // the display server has to hear of the alert first
   putBehind();
   QApplication::alert(&dialog);
-  loop.exec();
+  if (dialog.isVisible()) loop.exec();  // it may have been dismissed meanwhile
 }
 
 // A window manager may leave the keyboard with what the user works in; a window that has it in time needs no mark.

@@ -192,6 +192,89 @@ TEST(QtAlert, AssistiveToolsAreToldThatItIsAnAlertAndBothTextsOnce) {
       "xdotool key Return");
 }
 
+bool asksForAttention(const QDialog* dialog) {
+  return dialog != nullptr && outputOf("xprop -id " + std::to_string(dialog->winId()) + " _NET_WM_STATE")
+                                      .find("_NET_WM_STATE_DEMANDS_ATTENTION") != std::string::npos;
+}
+
+// A window of another program.
+class OtherProgram {
+ public:
+  OtherProgram() {
+    spinUntil([&] {
+      _window = outputOf("xdotool search --name '^Event Tester$'");
+      return !_window.empty();
+    });
+  }
+  void activate() const { outputOf("xdotool windowactivate " + _window); }
+
+ private:
+  const tests::ChildProcess _process{{"xev", "-event", "keyboard"}};
+  std::string _window;
+};
+
+TEST(QtAlert, BehindOtherWindowsItAsksForAttention) {
+  const OtherProgram other;
+  WindowWidget window;
+  window.show();
+  ASSERT_TRUE(spinUntil([&] { return isActiveForAll(window); }));
+  ASSERT_TRUE(spinUntil([&] {
+    other.activate();
+    return !window.isActiveWindow();
+  }));
+  bool hasAsked = false;
+  runAlert(plain, "Kelto Installer", &window, [&] {
+    QTimer::singleShot(0, qApp, [&] {
+      auto* dialog = window.findChild<QDialog*>();
+      hasAsked = spinUntil([&] { return asksForAttention(dialog); });
+      dialog->reject();
+    });
+  });
+  EXPECT_TRUE(hasAsked);
+}
+
+TEST(QtAlert, DismissedBeforeItWaitsBehindOtherWindowsItDoesNotWait) {
+  WindowWidget window;
+  window.show();
+  bool hasWaited = false;
+  QTimer turn;
+  const auto dismiss = [&] { window.findChild<QDialog*>()->reject(); };
+  QObject::connect(&turn, &QTimer::timeout, &window, [&] {
+    hasWaited = true;
+    dismiss();
+  });
+  runAlert(plain, "Kelto Installer", &window, [&] {
+    dismiss();
+    turn.start(0);
+  });
+  EXPECT_FALSE(hasWaited);
+}
+
+// The user turns to another program's window at the moment in which the alert appears. It asks once, after a while: on a
+// machine that is slower it may have the keyboard by then.
+bool asksWhenTheUserTurnsAway(const OtherProgram& other) {
+  bool hasAsked = false;
+  QTimer::singleShot(0, qApp, [&] {
+    const auto* dialog = dynamic_cast<QDialog*>(QApplication::activeModalWidget());
+    hasAsked = spinUntil(
+        [&] {
+          other.activate();
+          return asksForAttention(dialog);
+        },
+        1000);
+    QApplication::activeModalWidget()->close();
+  });
+  runAlert(plain, "Kelto Installer", nullptr);
+  return hasAsked;
+}
+
+TEST(QtAlert, ThatWaitsWithoutTheKeyboardAsksForAttention) {
+  const OtherProgram other;
+  bool hasAsked = false;
+  for (int attempt = 0; attempt < 10 && !hasAsked; ++attempt) hasAsked = asksWhenTheUserTurnsAway(other);
+  EXPECT_TRUE(hasAsked);
+}
+
 TEST(QtAlert, WithoutAWindowItStandsInTheMiddleOfTheScreen) {
   runAlertAnd(
       plain, nullptr,

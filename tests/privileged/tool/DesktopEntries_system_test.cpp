@@ -154,6 +154,17 @@ TEST_F(DesktopEntries, OfABundleThatItsUserCanChangeAreTheUsersOwn) {
   EXPECT_TRUE(users.isNothing());
 }
 
+TEST_F(DesktopEntries, OfAUserAreReadWithThatUsersRightsOnly) {
+  giveToUser(installed.parent_path());
+  makeUsersOwn(download);
+  ASSERT_EQ(::lchown((download / entryOfBundle).c_str(), 0, 0), 0);
+  fs::permissions(download / entryOfBundle, fs::perms(0600));
+  const auto answer = move(download, installed);
+  EXPECT_THAT(answer.text, HasSubstr("the desktop entry was left out: "));
+  EXPECT_EQ(statusOf(installed / entryOfBundle).st_uid, 0U);
+  EXPECT_TRUE(users.isNothing());
+}
+
 TEST_F(DesktopEntries, OfABundleThatOthersCanChangeAreLeftOut) {
   fs::permissions(installed.parent_path(), fs::perms(0777));
   expectLeftOut(replace(installed, download), "others can exchange the bundle");
@@ -243,17 +254,43 @@ TEST_F(DesktopEntries, AreMadeInTheFoldersOfTheUsersOwnTool) {
   EXPECT_THAT(named.sizesFor(own), IsEmpty());
 }
 
-TEST_F(DesktopEntries, OfUnsignedBundlesAreLeftOutWhereThereAreKeys) {
-  if (!overlay("/etc", "/etc")) GTEST_SKIP() << "needs an overlay over /etc";
-  bind(folder / "passwd", "/etc/passwd");
+// A move asks for no signature.
+class SignedDesktopEntries : public DesktopEntries {
+ protected:
+  void SetUp() override {
+    DesktopEntries::SetUp();
+    if (IsSkipped()) return;
+    if (!overlay("/etc", "/etc")) GTEST_SKIP() << "needs an overlay over /etc";
+    bind(folder / "passwd", "/etc/passwd");
+    writeWithMode("/etc/kelto/trust.d/publisher.pub", publisher.file());
+    for (const char* path : {"/etc/kelto", "/etc/kelto/trust.d"}) fs::permissions(path, fs::perms(0755));
+  }
+  void signDownload() const {
+    ASSERT_TRUE(runs(std::string(KELTO_BIN_DIR) + "/kelto-manifest " + shellWord(download)));
+    publisher.sign(download / "Contents/_Signature/manifest");
+  }
+  void expectLeftOutAfterMove(const std::string& cause) {
+    const auto answer = move(download, installed);
+    EXPECT_THAT(answer.text, HasSubstr("the desktop entry was left out: " + cause));
+    EXPECT_FALSE(isThere(system.entry()));
+  }
+
   const tests::TemporaryFolder keys;
-  const KeyPair pair(keys, "publisher");
-  writeWithMode("/etc/kelto/trust.d/publisher.pub", pair.file());
-  for (const char* path : {"/etc/kelto", "/etc/kelto/trust.d"}) fs::permissions(path, fs::perms(0755));
-  // A move asks for no signature.
-  const auto answer = move(download, installed);
-  EXPECT_THAT(answer.text, HasSubstr("the desktop entry was left out: "));
-  EXPECT_FALSE(isThere(system.entry()));
+  const KeyPair publisher{keys, "publisher"};
+};
+
+TEST_F(SignedDesktopEntries, AppearWithTheirBundle) {
+  signDownload();
+  expectSuccess(move(download, installed));
+  EXPECT_EQ(system.value("Name"), "One");
+}
+
+TEST_F(SignedDesktopEntries, OfUnsignedBundlesAreLeftOut) { expectLeftOutAfterMove("the bundle is not signed"); }
+
+TEST_F(SignedDesktopEntries, ThatWereChangedAfterTheBundleWasSignedAreLeftOut) {
+  signDownload();
+  writeWithMode(download / entryOfBundle, entryText("Changed"));
+  expectLeftOutAfterMove("the contents differ from the manifest");
 }
 
 // The programs are played by a script that writes down what it can do.
@@ -262,14 +299,15 @@ class DesktopCaches : public DesktopEntries {
   void SetUp() override {
     DesktopEntries::SetUp();
     if (IsSkipped()) return;
-    writeWithMode(folder / "program",
-                  "#!/bin/sh\n{ echo $0 $*; grep CapEff /proc/self/status; id -u; ls /proc/self/fd | wc -l\n"
-                  "echo >" +
-                      (folder / "outside").string() +
-                      "; perl -MSocket -e 'socket(S, AF_UNIX, SOCK_STREAM, 0) and print \"socket\"'\n"
-                      "} >/usr/local/share/$(basename $0 | grep -q icon && echo icons/hicolor || echo "
-                      "applications)/told.cache 2>&1\n",
-                  0755);
+    writeWithMode(
+        folder / "program",
+        "#!/bin/sh\n{ echo $0 $*; grep CapEff /proc/self/status; id -u; ls /proc/self/fd | wc -l\n"
+        "echo >" +
+            (folder / "outside").string() +
+            "; /usr/bin/python3 -ISc 'import socket; socket.socket(socket.AF_UNIX); print(\"has a\", \"socket\")'\n"
+            "} >/usr/local/share/$(basename $0 | grep -q icon && echo icons/hicolor || echo "
+            "applications)/told.cache 2>&1\n",
+        0755);
     for (const char* program : {"/usr/bin/update-desktop-database", "/usr/bin/gtk-update-icon-cache"})
       if (isThere(program)) bind(folder / "program", program);
   }
@@ -280,7 +318,8 @@ TEST_F(DesktopCaches, AreUpdatedWithoutWhatRootCanDo) {
   install("One");
   EXPECT_THAT(told(), HasSubstr("/usr/bin/update-desktop-database -q /usr/local/share/applications\n"));
   EXPECT_THAT(told(), HasSubstr("CapEff:\t0000000000000000\n0\n"));
-  EXPECT_THAT(told(), Not(HasSubstr("socket")));
+  EXPECT_THAT(told(), Not(HasSubstr("has a socket")));
+  EXPECT_THAT(told(), HasSubstr("PermissionError")) << "the attempt was refused";
   EXPECT_FALSE(isThere(folder / "outside")) << told();
 }
 

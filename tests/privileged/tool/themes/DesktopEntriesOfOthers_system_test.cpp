@@ -7,7 +7,9 @@ namespace tests::tool {
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 
 class DesktopEntriesOfOthers : public DesktopEntries {
  protected:
@@ -33,13 +35,16 @@ class DesktopEntriesOfOthers : public DesktopEntries {
   void doAnotherJob() {
     write(folder / "any", "");
     fs::resize_file(result, 0);
-    expectSuccess(remove(folder / "any"));
+    const auto answer = remove(folder / "any");
+    EXPECT_THAT(answer.text, Not(HasSubstr("the desktop entry was left out"))) << "this job has none";
+    expectSuccess(answer);
   }
   void becomeToolOfOther() {
     std::erase_if(environment, [](const auto& text) { return text.starts_with(protocol::invokingUserVariable); });
     environment.push_back(std::string(protocol::invokingUserVariable) + "=" + std::to_string(otherUser));
     for (const auto& path : {result.parent_path(), result}) giveToOther(path);
   }
+
   static constexpr uid_t otherUser = 12400;
   const fs::path othersHome = folder / "others";
   const fs::path othersBundle = othersHome / "Applications/App.app";

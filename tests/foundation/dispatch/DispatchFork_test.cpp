@@ -182,7 +182,7 @@ TEST(DispatchFork, ABlockThatForksGoesOnInTheChild) {
                 foundation::Fork::parent();
                 int result = -1;
                 ::waitpid(child, &result, 0);
-                status = result;
+                status = result == 0 ? 0 : 1;
                 hasForked.release();
               });
               hasForked.acquire();

@@ -8,9 +8,13 @@
 
 #include <functional>
 #include <semaphore>
+#include <system_error>
 #include <thread>
 
+#include "foundation/dispatch/Threads.h"
 #include "logging/DDAbstractDatabaseLogger.h"
+#include "platform/LoggingPlatform.h"
+#include "platform/linux/OwnThreads.h"
 #include "tests/logging/RealLog.h"
 #include "tests/support/Eventually.h"
 
@@ -39,10 +43,11 @@ pid_t forked() {
   return child;
 }
 
+// The child's own end code, or 128 and the signal that killed it: a code that its parent can end with, too.
 int statusOf(pid_t child) {
   int status = -1;
   ::waitpid(child, &status, 0);
-  return status;
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 // The status of a process that does `work`; one that hangs is killed.
@@ -121,7 +126,7 @@ TEST_P(AForkInsideALogger, LeavesTheRecordToTheParentWhenTheChildReturns) {
               DDLog::flushLog();
               // A caller who delivered the record goes on in the child; the watch ends there, and with it the child.
               if (::getpid() != parent) ::_exit(statusAsStray(log));
-              ::_exit(WEXITSTATUS(statusOf(child)));
+              ::_exit(statusOf(child));
             }),
             0);
   EXPECT_THAT(messagesIn(folder.path()), ElementsAre("fork"));
@@ -148,7 +153,7 @@ TEST_P(AForkInsideALogger, OrItsFormatterLeavesTheRecordToTheParent) {
               logWithAFork();
               DDLog::flushLog();
               if (::getpid() != parent) ::_exit(statusAsStray(log));
-              ::_exit(WEXITSTATUS(statusOf(formatter->child)));
+              ::_exit(statusOf(formatter->child));
             }),
             0);
   EXPECT_THAT(messagesIn(folder.path()), ElementsAre("before", "fork"));
@@ -162,7 +167,7 @@ TEST_P(AForkInsideALogger, AndOneOfAnotherThreadDoNotWaitForEachOther) {
               add([&](const DDLogMessage& message) {
                 if (!asksForFork(message)) return;
                 isInside.release();
-                for (int i = 0; i < 1000; ++i) std::this_thread::yield();
+                for (int i = 0; i < 100; ++i) std::this_thread::yield();
                 inner = forked();
                 if (inner == 0) ::_exit(0);
               });
@@ -240,6 +245,30 @@ TEST(ForksOfLogging, AStrayLeavesTheLinesOfItsParentWhenItEnds) {
             }),
             0);
   EXPECT_THAT(messagesIn(folder.path()), ElementsAre("line"));
+}
+
+TEST(ForksOfLogging, AChildEndsItsPlatformThoughAThreadOfItsParentWasLogging) {
+  const tests::TemporaryFolder folder;
+  EXPECT_EQ(statusOfProcess([&] {
+              auto log = std::make_unique<RealLog>(uniqueName(), folder.path());
+              std::binary_semaphore isLogging(0);
+              std::binary_semaphore hasForked(0);
+              std::thread logging([&] {
+                const platform::Visit visit;
+                isLogging.release();
+                hasForked.acquire();
+              });
+              isLogging.acquire();
+              const pid_t child = forked();
+              if (child == 0) {
+                log.reset();
+                ::_exit(0);
+              }
+              hasForked.release();
+              logging.join();
+              ::_exit(statusOf(child));
+            }),
+            0);
 }
 
 // In some of the rounds the fork falls into the first statement.
@@ -332,9 +361,36 @@ TEST(ThreadsOfLogging, ThatCannotBeHadLeaveTheWorkToTheCallers) {
               std::atomic<int> count{0};
               add([&](const DDLogMessage&) { ++count; });
               for (int i = 0; i < 2500; ++i) RealLog::log(true, "one");
+              if (count != 2500) ::_exit(2);
               RealLog::log(false, "two");
               DDLog::flushLog();
               ::_exit(count == 2501 && messagesIn(folder.path()).size() == 2501 ? 0 : 1);
             }),
             0);
+}
+
+TEST(ThreadsOfLogging, ThatCouldNotBeHadAreAskedForAgain) {
+  static std::atomic<bool> hasThreads{false};
+  const tests::TemporaryFolder folder;
+  EXPECT_EQ(statusOfProcess([&] {
+              foundation::Threads::setStarter([](std::function<void()> work) {
+                if (!hasThreads) throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
+                return platform::Linux::OwnThreads::start(std::move(work));
+              });
+              RealLog log(uniqueName(), folder.path(), nullptr, 2);
+              std::binary_semaphore hasCome(0);
+              const auto isAwaited = [](const DDLogMessage& message) { return message.logMsg() == "awaited"; };
+              add([&](const DDLogMessage& message) {
+                if (isAwaited(message)) hasCome.acquire();
+              });
+              add([&](const DDLogMessage& message) {
+                if (isAwaited(message)) hasCome.release();
+              });
+              RealLog::log(false, "one");
+              hasThreads = true;
+              RealLog::log(false, "awaited");
+              ::_exit(0);
+            }),
+            0);
+  EXPECT_THAT(messagesIn(folder.path()), ElementsAre("one", "awaited"));
 }

@@ -72,7 +72,7 @@ void kelto_controller_dispatch(kelto_controller* controller) {
     object.dispatch();
     return 0;
   });
-  if (controller != nullptr && controller->object->isFreed()) delete controller;
+  if (controller != nullptr && controller->object->isFreed() && !controller->object->isDispatching()) delete controller;
 }
 
 int kelto_controller_set_installer(kelto_controller* controller, const char* bundle_path) {

@@ -80,14 +80,14 @@ void Controller::enter(int kind, int number, std::string text) {
 }
 
 void Controller::dispatch() {
-  if (std::exchange(_isDispatching, true)) return;
+  ++_dispatches;
   turn();
   while (!_events.empty() && !_isFreed) {
     const Event event = std::move(_events.front());
     _events.pop_front();
     _handler(_data, event.kind, event.number, event.text.c_str());
   }
-  _isDispatching = false;
+  --_dispatches;
 }
 
 int Controller::obtainRight() {

@@ -40,8 +40,8 @@ class Controller {
 
   [[nodiscard]] int fd() const { return sd_event_get_fd(_loop.get()); }
   void dispatch();
-  [[nodiscard]] bool isDispatching() const { return _isDispatching; }
-  // For a handler that frees the controller: dispatch() calls it no more, and deletes the object at its end.
+  [[nodiscard]] bool isDispatching() const { return _dispatches > 0; }
+  // For a handler that frees the controller: it is called no more, and the object goes with the outermost dispatch().
   void freeAfterDispatch() { _isFreed = true; }
   [[nodiscard]] bool isFreed() const { return _isFreed; }
 
@@ -86,7 +86,7 @@ class Controller {
   kelto_handler _handler;
   void* _data;
   std::deque<Event> _events;
-  bool _isDispatching = false;
+  int _dispatches = 0;  // more than one while the handler runs a loop of its own
   bool _isFreed = false;
 
   std::string _installerPath = std::string(protocol::packagedToolFolder) + "/KeltoInstaller.app";

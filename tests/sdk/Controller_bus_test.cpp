@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <systemd/sd-bus.h>
@@ -245,6 +246,39 @@ TEST_F(ControllerTest, LetsTheHandlerFreeTheController) {
     kelto_controller_dispatch(second);
   }
   EXPECT_EQ(calls, 1);
+}
+
+// A question that the handler asks runs a loop of its own, as a dialog does.
+struct Question {
+  kelto_controller* controller = nullptr;
+  std::vector<int> events;
+  int turns = 0;
+
+  static void happened(void* data, int event, int /*number*/, const char* /*text*/) {
+    auto& question = *static_cast<Question*>(data);
+    question.events.push_back(event);
+    if (event == KELTO_FAILED) return;
+    kelto_controller_update(question.controller, "/new.app", "/old.app");
+    while (question.events.back() != KELTO_FAILED && question.turns < 100) question.turn(100);
+  }
+  void turn(int milliseconds) {
+    pollfd ready{.fd = kelto_controller_fd(controller), .events = POLLIN, .revents = 0};
+    ::poll(&ready, 1, milliseconds);
+    ++turns;
+    kelto_controller_dispatch(controller);
+  }
+};
+
+TEST_F(ControllerTest, ServesTheLoopThatTheHandlerRuns) {
+  Question question;
+  question.controller = kelto_controller_new(nullptr, Question::happened, &question);
+  ASSERT_NE(question.controller, nullptr);
+  kelto_controller_set_installer(question.controller, "/nowhere/Installer.app");
+  kelto_controller_obtain_right(question.controller);
+  for (int i = 0; i < 100 && question.events.empty(); ++i) question.turn(1000);
+  EXPECT_THAT(question.events, testing::ElementsAre(KELTO_RIGHT_GRANTED, KELTO_FAILED));
+  EXPECT_LT(question.turns, 100);
+  kelto_controller_free(question.controller);
 }
 
 TEST(ControllerOfNothing, IsRefusedWithoutACrash) {

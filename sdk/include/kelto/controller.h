@@ -77,8 +77,8 @@ KELTO_API void kelto_controller_free(kelto_controller* controller);
 /* Readable when kelto_controller_dispatch() has something to do. Owned by the controller. */
 KELTO_API int kelto_controller_fd(const kelto_controller* controller);
 
-/* Does what can be done without waiting, and calls the handler for each event. A handler that runs an event loop of its own,
- * for a question to the user for instance, gets the next events while it runs. */
+/* Does what can be done without waiting, and calls the handler for each event. A handler that runs an event loop of its
+ * own, for a question to the user for instance, gets the next events while it runs. */
 KELTO_API void kelto_controller_dispatch(kelto_controller* controller);
 
 /* The installer's bundle. Without a call it is the one that the distribution's package installs. */

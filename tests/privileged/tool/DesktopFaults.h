@@ -38,7 +38,9 @@ class EntryCase : public FaultCase {
     if (!isNew && !isBefore()) return Found::bad;
     if (!isEntryWhole()) return Found::bad;
     if (!isShown(isNew)) return Found::unfinished;
-    return isNew ? Found::done : Found::old;
+    if (!isNew) return Found::old;
+    return _kind == Kind::remove || treeOf(_kind == Kind::move ? _download : _installed) == _new ? Found::done
+                                                                                                 : Found::retimed;
   }
   void hear(const std::string& said) override {
     _isSaid = _isSaid || said.find("the desktop entry was left out: ") != std::string::npos;
@@ -75,7 +77,7 @@ class EntryCase : public FaultCase {
   [[nodiscard]] bool isAfter() const {
     if (_kind == Kind::remove) return !isThere(_installed);
     if (_kind == Kind::move) return !isThere(_installed) && treeOf(_download) == _new;
-    return treeOf(_installed) == _new;
+    return withoutTop(treeOf(_installed)) == withoutTop(_new);
   }
   // A job that cannot note or read its entry is done without it, and says so: the menus keep the entry that they had, or
   // have none.

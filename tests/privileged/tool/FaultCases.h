@@ -63,6 +63,11 @@ class FaultCase {
   [[nodiscard]] virtual InstructionArchive::Instructions refused() const { return {}; }
 
  protected:
+  // But for the topmost folder, which has the time of an exchange until the tool gives it its own back.
+  static Tree withoutTop(Tree tree) {
+    tree.erase(".");
+    return tree;
+  }
   // Whether the whole prepared tree is at `path` now. Ignores its owner: a source may have been given away already.
   static bool isWhole(const fs::path& path, const Tree& tree) { return treeOf(path, Ids{}) == tree; }
   const Places& _places;
@@ -119,10 +124,6 @@ class ReplaceCase : public FaultCase {
     make(_source, version);
     if (_places.isRoot) giveTree(_source, downloader);
     _new = treeOf(_source, _places.isRoot ? std::optional(_kind == Kind::ofAUser ? _places.user : Ids{}) : std::nullopt);
-  }
-  static Tree withoutTop(Tree tree) {
-    tree.erase(".");
-    return tree;
   }
   static constexpr Ids downloader{.user = 54323, .group = 54324};
   Kind _kind;

@@ -54,11 +54,13 @@ class KeepingCase : public FaultCase {
     if (!areKeptOnesWhole()) return Found::bad;
     if (there == _new) return Found::done;
     if (there == _old) return Found::old;
-    return there.empty() ? Found::missing : Found::bad;
+    if (there.empty()) return Found::missing;
+    return withoutTop(there) == withoutTop(_new) ? Found::retimed : Found::bad;
   }
   InstructionArchive::Instructions next(Found found) override {
-    _replacedByNext = found == Found::done ? _new : _old;
-    if (found == Found::done) {
+    const bool isNew = found == Found::done || found == Found::retimed;
+    _replacedByNext = isNew ? treeOf(_destination) : _old;
+    if (isNew) {
       _source = _places.here / "Download/App.app";
       fs::remove_all(_source);
       _new = make(_source, "3");
@@ -89,7 +91,8 @@ class KeepingCase : public FaultCase {
   // A bundle on its way from the store is in a staging folder, and in none of these.
   [[nodiscard]] bool areKeptOnesWhole() const {
     return std::ranges::all_of(keptBundles(), [this](const auto& bundle) {
-      return std::ranges::find(_versions, treeOf(bundle)) != _versions.end();
+      const auto isThis = [kept = withoutTop(treeOf(bundle))](const Tree& version) { return withoutTop(version) == kept; };
+      return std::ranges::any_of(_versions, isThis);
     });
   }
 

@@ -214,10 +214,10 @@ class OtherProgram {
 };
 
 TEST(QtAlert, BehindOtherWindowsItAsksForAttention) {
-  const OtherProgram other;
   WindowWidget window;
   window.show();
   ASSERT_TRUE(spinUntil([&] { return isActiveForAll(window); }));
+  const OtherProgram other;
   ASSERT_TRUE(spinUntil([&] {
     other.activate();
     return !window.isActiveWindow();

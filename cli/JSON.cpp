@@ -23,7 +23,7 @@ std::string quoted(const std::string& text) {
   if (!foundation::isValidUTF8(text)) return quoted(foundation::textFromASCII(text));
   std::string result = "\"";
   for (const char character : text) {
-    const bool isControl = (character >= 0 && character < ' ') || character == '\x7f';
+    const bool isControl = static_cast<unsigned char>(character) < ' ' || character == '\x7f';
     if (character == '"' || character == '\\') result += '\\';
     isControl ? result += escaped(character) : result += character;
   }

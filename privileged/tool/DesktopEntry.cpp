@@ -69,7 +69,9 @@ bool isText(std::string_view value) {
 
 bool hasControlCharacter(std::string_view text) {
   constexpr char deleteCharacter = 0x7F;
-  const auto isControl = [](char character) { return (character >= 0 && character < ' ') || character == deleteCharacter; };
+  const auto isControl = [](char character) {
+    return static_cast<unsigned char>(character) < ' ' || character == deleteCharacter;
+  };
   return std::ranges::any_of(text, isControl);
 }
 

@@ -39,13 +39,19 @@ struct Traced {
   long hit = -1;          // the number of the system call that the fault hit
 };
 
-inline bool isTracingPossible() {
+// The registers of a call that is not made are known for one processor only.
 #if defined(__x86_64__)
-  return true;
-#else
-  return false;  // the registers of a call that is not made are set for one processor only
-#endif
+inline bool isTracingPossible() { return true; }
+inline void setRegister(pid_t child, std::size_t offset, long value) {
+  ::ptrace(PTRACE_POKEUSER, child, offsetof(user, regs) + offset, value);
 }
+inline void leaveOutCall(pid_t child) { setRegister(child, offsetof(user_regs_struct, orig_rax), -1); }
+inline void setAnswer(pid_t child, long answer) { setRegister(child, offsetof(user_regs_struct, rax), answer); }
+#else
+inline bool isTracingPossible() { return false; }
+inline void leaveOutCall(pid_t /*child*/) {}
+inline void setAnswer(pid_t /*child*/, long /*answer*/) {}
+#endif
 
 // Calls that change something on a disk, or bring it there.
 inline bool changesDisk(const __ptrace_syscall_info& call) {
@@ -149,7 +155,7 @@ class Injector {
     ::ptrace(PTRACE_GET_SYSCALL_INFO, _child, sizeof call, &call);
     if (call.op == PTRACE_SYSCALL_INFO_ENTRY) entry(call);
     if (call.op == PTRACE_SYSCALL_INFO_EXIT && _answer) {
-      setRegister(offsetof(user_regs_struct, rax), *_answer);
+      setAnswer(_child, *_answer);
       _answer.reset();
     }
   }
@@ -191,11 +197,8 @@ class Injector {
     ::kill(_child, SIGKILL);
   }
   void notMade(long answer) {
-    setRegister(offsetof(user_regs_struct, orig_rax), -1);
+    leaveOutCall(_child);
     _answer = answer;
-  }
-  void setRegister(std::size_t offset, long value) const {
-    ::ptrace(PTRACE_POKEUSER, _child, offsetof(user, regs) + offset, value);
   }
 
   pid_t _child;

@@ -41,7 +41,10 @@ install(TARGETS authorizationd assistantTool DESTINATION ${program_folder})
 install(TARGETS kelto-manifest DESTINATION ${CMAKE_INSTALL_BINDIR})
 
 # The installer's bundle. Its tool is a link: it lies beside the broker, in the folder that the policy names.
-install(TARGETS KeltoInstaller kelto-cli DESTINATION ${bundle_folder}/Linux)
+install(TARGETS kelto-cli DESTINATION ${bundle_folder}/Linux)
+if(KELTO_WINDOWS)
+  install(TARGETS KeltoInstaller DESTINATION ${bundle_folder}/Linux)
+endif()
 install(TARGETS defaults DESTINATION ${bundle_folder}/Resources)
 install(FILES ${PROJECT_BINARY_DIR}/bin/KeltoInstaller.app/Contents/Info.plist DESTINATION ${bundle_folder})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/resources/ DESTINATION ${bundle_folder}/Resources PATTERN Info.plist* EXCLUDE)

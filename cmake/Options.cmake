@@ -2,10 +2,15 @@
 include(CMakeDependentOption)
 
 option(KELTO_TESTS "Build the tests" ON)
+option(KELTO_WINDOWS "Build what shows windows, which needs Qt: the installer's program, the demo, the tests with a display" ON)
 option(KELTO_BENCHMARKS "Build the programs of bench/" OFF)
 option(KELTO_FUZZERS "Build the fuzz targets as searching programs (needs clang)" OFF)
 # Tests and benchmarks run the demo and the examples.
-cmake_dependent_option(KELTO_DEMO "Build the demo's controller and Library Server" ON "NOT KELTO_TESTS;NOT KELTO_BENCHMARKS" ON)
+if(KELTO_WINDOWS)
+  cmake_dependent_option(KELTO_DEMO "Build the demo's controller and Library Server" ON "NOT KELTO_TESTS;NOT KELTO_BENCHMARKS" ON)
+else()
+  set(KELTO_DEMO OFF)
+endif()
 cmake_dependent_option(KELTO_EXAMPLES "Build the examples" ON "NOT KELTO_TESTS;NOT KELTO_BENCHMARKS" ON)
 option(KELTO_HARDENING "Compile and link so that a fault in memory is harder to exploit" ON)
 option(KELTO_MACHINE_FILES

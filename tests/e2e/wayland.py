@@ -4,6 +4,7 @@ import shutil
 
 import demonstration
 import protocol
+import sdk
 from desktop import wait_for
 from screens import WIDTH, expected_place
 from world import Skip, arguments_of, check, equal, scenario
@@ -93,3 +94,12 @@ def demo_in_a_wayland_session(world):
     equal("the exit status", (process.returncode, errors), (0, ""))
     stages = ["the desktop is up: a display", *demonstration.STAGES[1:], *demonstration.ENDS["update"]]
     demonstration.expect_stages(output, stages)
+
+
+@scenario("gui")
+def sdk_qt_on_wayland(world):
+    """A Qt application that links the controller library updates itself as a client of the compositor."""
+    start_compositor(world)
+    find_windows_by_accessibility(world.desktop)
+    sdk.update(world, world.build / "bin/kelto-example-qt")
+    sdk.expect_resumed(world)

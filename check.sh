@@ -77,7 +77,7 @@ release() {
 
 # Everything that needs no Qt for another processor, and its unit tests in an emulator. Only by name: it takes as long as all others.
 arm64() {
-  # What the emulator of Debian 12 cannot do, so that these tests fail in it.
+  # The emulator of Debian 12 fails these tests.
   local except=(
     # It does not know openat2, and the tool insists on that.
     '^privileged/tool/' '^posix/RemoveTree' 'ToolFoldersTest' 'RemoveItem' '^platform/linux/Linux\.'

@@ -10,7 +10,7 @@ for program in debootstrap dpkg-deb aarch64-linux-gnu-g++ qemu-aarch64; do
   echo "$program is missing: ./check.sh installs what packages.txt names where there is apt." >&2
   exit 1
 done
-# What the project links, without Qt. Nothing in the folder is run while it is made: packages are only unpacked.
+# The libraries that the project links, without Qt. Nothing in the folder is run while it is made: packages are only unpacked.
 libraries=$(grep -E '^lib.*-dev$' "$top/packages.txt" | grep -Ev 'qt|clang' | paste -sd,)
 release=$(. /etc/os-release && echo "$VERSION_CODENAME")
 rm -rf "$folder.new"

@@ -7,7 +7,7 @@
 
 namespace {
 
-const std::string archivedAttribute = "plamaiskre.log.archived";
+constexpr const char* archivedAttribute = "plamaiskre.log.archived";
 
 // The result of a failed attribute call of the operating system.
 constexpr int failed = -1;

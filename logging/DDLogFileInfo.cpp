@@ -7,7 +7,8 @@
 
 namespace {
 
-constexpr const char* archivedAttribute = "plamaiskre.log.archived";
+// Never destroyed: files are archived also while the process ends.
+const std::string& archivedAttribute = *new std::string("plamaiskre.log.archived");
 
 // The result of a failed attribute call of the operating system.
 constexpr int failed = -1;

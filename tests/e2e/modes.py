@@ -203,6 +203,22 @@ def threads_of_an_update(world):
     check(f"at most three threads are started ({started})", started <= 3)
 
 
+@scenario("gui")
+def nothing_waits_for_the_fence_of_logging(world):
+    """The kernel makes a process wait for some 20 ms that asks for the fence with more than one thread."""
+    require_tracing()
+    trace = world.folder / "trace"
+    world.desktop.start("strace", ["strace", "-f", "-qq", "-o", trace, "-e", "trace=clone,clone3,membarrier",
+                                   world.road.installer / "Contents/Linux/KeltoInstaller", protocol.trashPathArgument,
+                                   world.road.installed])
+    world.road.wizard(world.road.started_installer())
+    calls = [line.split()[1] for line in trace.read_text().splitlines()]
+    check("the first thread is started", any(call.startswith("clone") for call in calls))
+    threads = [number for number, call in enumerate(calls) if call.startswith("clone")]
+    asked = [number for number, call in enumerate(calls) if call.startswith("membarrier(MEMBARRIER_CMD_REGISTER")]
+    check("it asks once, before its second thread", len(asked) == 1 and asked[0] < threads[0])
+
+
 def tracer_of(process):
     return re.search(r"TracerPid:\s*(\d+)", pathlib.Path(f"/proc/{process}/status").read_text()).group(1)
 

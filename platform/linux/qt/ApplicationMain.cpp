@@ -165,6 +165,8 @@ int ApplicationMain(int argc, char** argv, const std::vector<DelegateClass>& cla
   }
   if (::geteuid() == 0) log.log("It runs as root; start it as the user whose application it is. Nothing here needs root.");
   if (!display.note.empty()) log.log(display.note);
+  // Logging lets the kernel fence its threads. The first time takes 20 ms, unless there is only one thread yet.
+  Linux::ProcessInfo().fenceOtherThreads();
   // The arguments are the user defaults' and none of Qt's: it gets the name alone.
   int count = 1;
   char* nameOnly[] = {argv[0], nullptr};

@@ -12,6 +12,9 @@ endfunction()
 if(KELTO_HARDENING)
   include(CheckPIESupported)
   check_pie_supported(LANGUAGES CXX)
+  # With -fPIE, which CMake gives here, code that is compiled while linking has copies of the toolkit's variables, and the
+  # toolkit never sees those.
+  set(CMAKE_CXX_LINK_OPTIONS_PIE -fPIC -pie)
   set(compiled_checks -fstack-protector-strong -fstack-clash-protection -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
   target_link_options(kelto_options INTERFACE LINKER:-z,relro,-z,now)
   target_compile_options(kelto_options INTERFACE "$<$<NOT:$<CONFIG:Debug>>:${compiled_checks}>")

@@ -5,7 +5,7 @@ import pathlib
 import re
 import unittest
 
-from support import BUILD, require, run
+from support import BUILD, Folder, require, run
 
 BUNDLE = BUILD / "bin/KeltoInstaller.app/Contents"
 ROOT_PROGRAMS = [BUILD / "bin/authorizationd", BUILD / "bin/assistantTool"]
@@ -60,7 +60,36 @@ class Hardening(unittest.TestCase):
         for program in ROOT_PROGRAMS:
             self.assertTrue("__glibcxx_assert_fail" in read(program, "--syms"), program)
 
+    def test_no_program_has_copies_of_variables_of_the_toolkit(self):
+        for program in PROGRAMS:
+            self.assertEqual(re.findall(r"_COPY .* (\S+@Qt_6)", read(program, "--relocs")), [], program)
+
+
+class OptimisedWhileLinking(Folder):
+    def test_a_program_finds_the_variables_of_the_toolkit(self):
+        """The toolkit reads and writes its own variables, so a program must not have copies of them."""
+        source = self.folder / "main.cpp"
+        source.write_text("#include <QCoreApplication>\n"
+                          "int main(int count, char** words) {\n"
+                          "  QCoreApplication application(count, words);\n"
+                          "  return QCoreApplication::instance() == &application ? 0 : 1;\n"
+                          "}\n")
+        cpp, qt = run("pkg-config", "--cflags", "Qt6Core"), run("pkg-config", "--libs", "Qt6Core")
+        self.assertEqual((cpp[0], qt[0]), (0, 0))
+        program = self.folder / "program"
+        self.assertEqual(run("g++", "-std=c++20", "-O2", "-fPIC", "-flto=auto", *cpp[1].split(), "-c", source, "-o",
+                             self.folder / "main.o"), (0, ""))
+        self.assertEqual(run("g++", "-O2", "-flto=auto", *self.options_of_installer(), self.folder / "main.o", "-o", program,
+                             *qt[1].split()), (0, ""))
+        self.assertEqual(run(program), (0, ""))
+
+    def options_of_installer(self):
+        """Those with which the installer is linked."""
+        _, commands = run("ninja", "-C", BUILD, "-t", "commands", "bin/KeltoInstaller.app/Contents/Linux/KeltoInstaller")
+        link = [words for words in map(str.split, commands.splitlines()) if "-pie" in words][-1]
+        return [word for word in link if re.match("-(pie|f|m|Wl,-z)", word)]
+
 
 if __name__ == "__main__":
-    require("readelf")
+    require("readelf", "g++", "ninja", "pkg-config")
     unittest.main()

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "logging/LogAttempt.h"
+
 using foundation::Seconds;
 using foundation::Dispatch::TimerSource;
 
@@ -39,7 +41,7 @@ void DDAbstractDatabaseLogger::submit(std::function<void()> work) {
     work();
     return;
   }
-  loggerQueue()->async([self = shared_from_this(), work = std::move(work)] { work(); });
+  loggerQueue()->async([self = shared_from_this(), work = std::move(work)] { logging::attempt(work); });
 }
 
 template <class T>
@@ -172,7 +174,7 @@ void DDAbstractDatabaseLogger::performSaveAndSuspendSaveTimer() {
 DDAbstractDatabaseLogger::Timer DDAbstractDatabaseLogger::makeTimer(void (DDAbstractDatabaseLogger::*handler)()) {
   return TimerSource::make(loggerQueue(), [weak = weak_from_this(), handler] {
     const auto self = weak.lock();
-    if (self) (static_cast<DDAbstractDatabaseLogger&>(*self).*handler)();
+    if (self) logging::attempt([&] { (static_cast<DDAbstractDatabaseLogger&>(*self).*handler)(); });
   });
 }
 

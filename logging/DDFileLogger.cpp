@@ -5,6 +5,7 @@
 
 #include "foundation/dispatch/Clock.h"
 #include "logging/DDLog.h"
+#include "logging/LogAttempt.h"
 #include "logging/LogCore.h"
 
 namespace {
@@ -181,7 +182,7 @@ void DDFileLogger::scheduleTimerToRollLogFileDueToAge() {
   const foundation::Seconds wait = std::clamp(rest, foundation::Seconds(0), longestWait);
   _rollingTimer = foundation::Dispatch::TimerSource::make(loggerQueue(), [weak = weak_from_this()] {
     const auto self = weak.lock();
-    if (self) static_cast<DDFileLogger&>(*self).maybeRollLogFileDueToAge();
+    if (self) logging::attempt([&] { static_cast<DDFileLogger&>(*self).maybeRollLogFileDueToAge(); });
   });
   _rollingTimer->set(start + std::chrono::ceil<std::chrono::nanoseconds>(wait), foundation::Seconds(0));
   _rollingTimer->resume();

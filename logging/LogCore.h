@@ -56,6 +56,9 @@ class LogCore final : public foundation::Dispatch::Queue {
               bool asynchronous);
   void record(const DDLogMessage& message, bool asynchronous);
 
+  // To the system log, unless something else has been thrown before.
+  void reportThrown(const char* reason) noexcept { _delivery.report(reason); }
+
   // Whether this is the child of a fork that no logger was prepared for (DDLogger::didFork): statements go to the system
   // log only, and nothing else here does anything.
   [[nodiscard]] bool isStray() const { return _phase.load(std::memory_order_relaxed) == Phase::stray; }

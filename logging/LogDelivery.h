@@ -78,6 +78,8 @@ class LogDelivery {
     }
   }
 
+  void report(const char* reason) noexcept;
+
   // Whether the calling thread is in the middle of such work, which the end of the platform waits for.
   static bool isAtWork() { return AtWork::depth > 0; }
 
@@ -118,7 +120,6 @@ class LogDelivery {
   static std::uint64_t numberOf(Progress progress) { return progress >> (2 * indexBits); }
   static bool hasRest(Progress progress) { return (progress & indexMask) < (progress >> indexBits & indexMask); }
 
-  void report(const char* reason) noexcept;
   void perform(DDLogger& logger, const DDLogMessage& message, bool andWrite);
   template <class Part>
   void performOnQueues(const Part& part);

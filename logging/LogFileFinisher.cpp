@@ -1,9 +1,11 @@
 #include "logging/LogFileFinisher.h"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 #include "foundation/dispatch/Clock.h"
+#include "logging/LogAttempt.h"
 
 using foundation::Dispatch::SerialQueue;
 using foundation::Dispatch::TimerSource;
@@ -24,11 +26,18 @@ LogFileFinisher::~LogFileFinisher() { finishNow(); }
 void LogFileFinisher::finish(std::unique_ptr<LogFile> file, const std::string& path, Finished finished) {
   if (!file) return;
   file->endUse();
-  {
-    const std::lock_guard lock(_mutex);
-    _paths.push_back(path);
+  const Entry entry{std::move(file), path, std::move(finished)};
+  try {
+    note(path);
+    _queue->async([this, entry] { add(entry); });
+  } catch (const std::bad_alloc&) {
+    finishOne(entry);
   }
-  _queue->async([this, entry = Entry{std::move(file), path, std::move(finished)}] { add(entry); });
+}
+
+void LogFileFinisher::note(const std::string& path) {
+  const std::lock_guard lock(_mutex);
+  _paths.push_back(path);
 }
 
 bool LogFileFinisher::isFinishing(const std::string& path) {
@@ -40,22 +49,30 @@ void LogFileFinisher::finishNow() {
   _queue->sync([this] { finishAll(); });
 }
 
-void LogFileFinisher::add(Entry entry) {
+void LogFileFinisher::add(const Entry& entry) {
   finishPruned();
-  _entries.push_back(std::move(entry));
+  try {
+    setTimer();
+    _entries.push_back(entry);
+  } catch (const std::bad_alloc&) {
+    finishOne(entry);
+  }
+}
+
+void LogFileFinisher::setTimer() {
   if (_timer) return;
-  _timer = TimerSource::make(_queue, [this] { finishAll(); });
-  _timer->set(foundation::Clock::current().uptime() + delay, foundation::Seconds(0));
-  _timer->resume();
+  const auto timer = TimerSource::make(_queue, [this] { finishAll(); });
+  timer->set(foundation::Clock::current().uptime() + delay, foundation::Seconds(0));
+  timer->resume();
+  _timer = timer;
 }
 
 // An open file keeps its space on the disk, though it was deleted.
 void LogFileFinisher::finishPruned() {
   const auto pruned =
       std::stable_partition(_entries.begin(), _entries.end(), [](const Entry& entry) { return !isPruned(*entry.file); });
-  const std::vector<Entry> gone(pruned, _entries.end());
+  std::for_each(pruned, _entries.end(), [this](const Entry& entry) { finishOne(entry); });
   _entries.erase(pruned, _entries.end());
-  for (const auto& entry : gone) finishOne(entry);
 }
 
 void LogFileFinisher::finishAll() {
@@ -67,9 +84,9 @@ void LogFileFinisher::finishAll() {
 void LogFileFinisher::finishOne(const Entry& entry) {
   const bool isThere = !isPruned(*entry.file);
   if (isThere) entry.file->synchronize();
-  if (entry.finished) entry.finished(isThere);
+  if (entry.finished) logging::attempt([&] { entry.finished(isThere); });
   const std::lock_guard lock(_mutex);
-  _paths.erase(std::ranges::find(_paths, entry.path));
+  std::erase(_paths, entry.path);
 }
 
 void LogFileFinisher::didFork() {

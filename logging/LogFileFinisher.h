@@ -21,7 +21,8 @@ class LogFileFinisher {
   LogFileFinisher& operator=(const LogFileFinisher&) = delete;
 
   // Called once the file is on the medium, on a queue of the finisher's own, or, with false, when the file was deleted
-  // before that. Must not wait for the logger's queue.
+  // before that. Must not wait for the logger's queue. What it throws goes to the system log. When there is no memory to
+  // wait with, the caller of `finish` does it all.
   using Finished = std::function<void(bool isThere)>;
 
   // The file at `path` is complete and no longer counts as in use. nullptr does nothing. One thread at a time.
@@ -40,7 +41,9 @@ class LogFileFinisher {
     Finished finished;
   };
 
-  void add(Entry entry);
+  void note(const std::string& path);
+  void add(const Entry& entry);
+  void setTimer();
   void finishPruned();
   void finishAll();
   void finishOne(const Entry& entry);

@@ -188,6 +188,24 @@ TEST_F(Database, RemovalSavesAndDestroysTheTimers) {
   EXPECT_EQ(fake.clock.pendingCount(), 0);
 }
 
+TEST_F(Database, AHookThatThrowsWhenATimerIsDueIsToldAndCalledAgain) {
+  log();
+  logger->loggerQueue()->sync([&] { logger->throws = true; });
+  pass(60);
+  EXPECT_THAT(fake.systemLog.lines, ElementsAre("DDLog: a logger or a formatter has thrown an exception: no save"));
+  logger->loggerQueue()->sync([&] { logger->throws = false; });
+  pass(60);
+  EXPECT_THAT(logger->takeNotes(), ElementsAre("save"));
+}
+
+TEST_F(Database, AHookThatThrowsWhenASettingChangesIsTold) {
+  log(2);
+  logger->loggerQueue()->sync([&] { logger->throws = true; });
+  logger->setSaveThreshold(1);
+  pass(0);
+  EXPECT_THAT(fake.systemLog.lines, ElementsAre("DDLog: a logger or a formatter has thrown an exception: no save"));
+}
+
 TEST_F(Database, SettingsMayBeReadFromTheLoggersOwnQueue) {
   double age = 0;
   logger->loggerQueue()->sync([&] { age = logger->maxAge(); });

@@ -375,6 +375,19 @@ TEST_F(Files, HalfALineOfAKilledProcessGetsItsEnd) {
   EXPECT_EQ(onlyContents(), "half a li\n" + stamp() + "next\n");
 }
 
+TEST_F(Files, AManagerThatThrowsAboutARolledFileIsToldAndHoldsNobodyUp) {
+  manager->onRoll = [] { throw std::runtime_error("no roll"); };
+  log("one");
+  logger->rollLogFile();
+  log("two");
+  logger->rollLogFile();
+  DDLog::flushLog();
+  finishRolls();
+  EXPECT_THAT(manager->notes, SizeIs(2));
+  EXPECT_THAT(fake.systemLog.lines, ElementsAre("DDLog: a logger or a formatter has thrown an exception: no roll"));
+  for (const auto& path : files().paths()) EXPECT_TRUE(files().hasMark(path, archived));
+}
+
 TEST_F(Files, ARolledFileIsBroughtToTheMediumSoonUnlessItWasPruned) {
   log("one");
   const std::string pruned = files().paths().at(0);

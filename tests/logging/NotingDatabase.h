@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,6 +17,9 @@
 class NotingDatabase : public DDAbstractDatabaseLogger {
  public:
   NotingDatabase() : DDAbstractDatabaseLogger("database") {}
+
+  // Set on the logger's queue.
+  bool throws = false;
 
   std::vector<std::string> takeNotes() {
     std::vector<std::string> taken;
@@ -34,6 +38,7 @@ class NotingDatabase : public DDAbstractDatabaseLogger {
 
  private:
   void note(const std::string& what) {
+    if (throws) throw std::runtime_error("no " + what);
     _notes.push_back(foundation::Dispatch::currentQueueLabel() == "database" ? what : what + " elsewhere");
   }
 

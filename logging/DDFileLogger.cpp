@@ -205,9 +205,9 @@ void DDFileLogger::maybeRollLogFileDueToSize() {
 
 // The mark and the manager's notice promise that the file is complete and on the medium, so they come after that.
 void DDFileLogger::rollLogFileNow() {
-  const auto info = std::exchange(_currentLogFileInfo, nullptr);
-  if (!info) return;
+  if (!_currentLogFileInfo) return;
   auto file = _writer.close();
+  const auto info = std::exchange(_currentLogFileInfo, nullptr);
   if (!file) {
     didFinish(*info, true);
     return;

@@ -1,5 +1,6 @@
 #include "logging/LogFileWriter.h"
 
+#include <algorithm>
 #include <cstring>
 #include <system_error>
 #include <utility>
@@ -99,10 +100,11 @@ void LogFileWriter::writeThrough(std::string_view text) {
   _fileSize += written;
   _lines->fileSize = _fileSize;
   if (written == text.size()) return;
-  report(error);
-  ++_dropped;
+  const std::string_view rest = text.substr(written);
+  _dropped += static_cast<std::uint64_t>(std::ranges::count(rest, '\n'));
   // Half a line is ended, so that the next begins on its own.
   if (written > 0) put("\n", "");
+  report(error);
 }
 
 void LogFileWriter::report(int error) {

@@ -341,6 +341,17 @@ TEST_F(Files, RecordsThatFoundNoRoomAreCountedByAFlushThoughThereIsNone) {
   EXPECT_EQ(fake.systemLog.lines.size(), said);
 }
 
+TEST_F(Files, RecordsOfADeletedFileThatFindNoRoomAreCounted) {
+  for (const char* text : {"one", "two", "three"}) log(text);
+  files().unlink(files().paths().at(0));
+  files().room = 0;
+  DDLog::flushLog();
+  DDLog::removeLogger(logger);
+  DDLog::flushLog();
+  logger->loggerQueue()->sync([] {});
+  EXPECT_EQ(fake.systemLog.lines.back(), "DDFileLogger: 3 records could not be written");
+}
+
 TEST_F(Files, RecordsThatFoundNoRoomAreCountedWhenTheLoggerIsRemoved) {
   files().refusesToOpen = true;
   log("one");

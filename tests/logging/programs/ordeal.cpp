@@ -277,13 +277,14 @@ class Findings {
     return place == _numbers.end() ? 0 : place->second.size();
   }
   [[nodiscard]] std::uint64_t torn() const { return _torn; }
+  [[nodiscard]] const std::string& firstTorn() const { return _firstTorn; }
 
  private:
   void readFile(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     _last.clear();
     for (std::string line; std::getline(file, line); ++steps)
-      if (!line.empty() && !isKnown(line)) ++_torn;
+      if (!line.empty() && !isKnown(line) && _torn++ == 0) _firstTorn = line.substr(0, 200);
   }
 
   bool isKnown(const std::string& line) {
@@ -303,6 +304,7 @@ class Findings {
   }
 
   std::uint64_t _torn = 0;
+  std::string _firstTorn;
   std::map<int, int> _last;  // of the file at hand
   std::map<int, std::set<int>> _numbers;
   std::set<std::string> _children;
@@ -352,7 +354,8 @@ void runEpoch(Totals& totals, SteadyClock::time_point end) {
     said = log.fake.systemLog.lines;
   }
   const Findings findings(folder.path());
-  if (findings.torn() > 2 * (faults.disk - diskFaults)) fail(std::to_string(findings.torn()) + " lines are torn");
+  if (findings.torn() > 2 * (faults.disk - diskFaults))
+    fail(std::to_string(findings.torn()) + " lines are torn: " + findings.firstTorn());
   const std::uint64_t dropped = reportedDrops(said);
   const std::uint64_t failed = faults.memory - memoryFaults;
   const std::uint64_t allowed = dropped + failed + findings.torn();

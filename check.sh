@@ -58,6 +58,9 @@ thread() {
     # The sanitizer's own table of threads is wrong in a child that was forked beside other threads and starts one.
     'AChildThatIsForkedWhileOthersLogMayLogToo' 'AReadOnlyFolderTakesNothing' 'AChildDoesNotWaitForAFile'
     'AForkedChildWritesItsOwnRecords' 'AForkInsideALogger' 'AChildDoesNotStoreTheBatchOfItsParent'
+    'AChildEndsItsPlatformThoughAThreadOfItsParentWasLogging'
+    # The sanitizer itself needs room.
+    'InAFullAddressSpaceComeWithTheirBeginning'
     # A thread of the sanitizer never sleeps.
     'TheWatchAndTheOnlookerSleep'
     # It needs many records a second.

@@ -35,17 +35,21 @@ struct FakeParts {
 
 class FakePlatform : public FakeParts {
  public:
+  // Threads that log meanwhile find `host`, or else the fake one, from the first moment on.
+  explicit FakePlatform(LoggingHost* host = nullptr)
+      : platform{{defaults, notificationCenter, bundles, files, systemLog, host != nullptr ? host : &logging.host},
+                 application,
+                 runLoop,
+                 distributedNotificationCenter,
+                 authorization,
+                 workspace,
+                 services,
+                 shell} {}
+
   // Lets the debug diagnostics through to `systemLog`: a development build with logging level 7.
   void enableDebugLogging();
 
-  Platform platform{{defaults, notificationCenter, bundles, files, systemLog, &logging.host},
-                    application,
-                    runLoop,
-                    distributedNotificationCenter,
-                    authorization,
-                    workspace,
-                    services,
-                    shell};
+  Platform platform;
 
  private:
   Installation _installation{platform};

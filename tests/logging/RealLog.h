@@ -48,9 +48,9 @@ class RealLog {
               platform::Linux::sendToJournal,
               platform::Linux::callBeforeCrash,
               platform::Linux::LogTable::open},
-        _memories(memoryFolder(directory)) {
+        _memories(memoryFolder(directory)),
+        fake(&_host) {
     fake.clock.stepAside();
-    fake.platform.loggingHost = &_host;
     manager = std::make_shared<DDLogFileManagerDefault>(fake.platform, directory);
     // A fast machine fills several files before a test is over; none of them may be pruned.
     manager->setMaximumNumberOfLogFiles(100000);

@@ -8,6 +8,8 @@
 #include "protocol/LaunchArguments.h"
 #include "tests/support/FakeTool.h"
 
+namespace tests {
+
 using namespace std::chrono_literals;
 using foundation::Seconds;
 using platform::Alert;
@@ -117,7 +119,7 @@ class KMInstallerAppDelegateTest : public testing::Test {
   }
 
   platform::fake::FakePlatform fake;
-  tests::FakeTool tool{fake};
+  FakeTool tool{fake};
   KMInstallerAppDelegate delegate{fake.platform};
   std::shared_ptr<platform::fake::FakeWindow> window = std::make_shared<platform::fake::FakeWindow>(&fake.journal);
   std::shared_ptr<platform::fake::FakeTextField> titleText = std::make_shared<platform::fake::FakeTextField>(&fake.journal);
@@ -127,3 +129,5 @@ class KMInstallerAppDelegateTest : public testing::Test {
   std::shared_ptr<platform::fake::FakeProgressIndicator> progressBar =
       std::make_shared<platform::fake::FakeProgressIndicator>(&fake.journal);
 };
+
+}  // namespace tests

@@ -3,6 +3,7 @@
 #include "protocol/ToolProtocol.h"
 #include "tests/app/InstallerFixture.h"
 
+using namespace tests;
 using testing::ElementsAre;
 using testing::IsEmpty;
 

@@ -1,6 +1,7 @@
 #include "protocol/Credentials.h"
 #include "tests/app/InstallerFixture.h"
 
+using namespace tests;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;

@@ -8,6 +8,7 @@
 
 #include "tests/logging/LogTest.h"
 
+using namespace tests;
 using foundation::Dispatch::SerialQueue;
 using testing::ElementsAre;
 

@@ -9,6 +9,7 @@
 
 #include "tests/logging/LogTest.h"
 
+using namespace tests;
 using foundation::Dispatch::Semaphore;
 using testing::ElementsAre;
 using testing::IsEmpty;

@@ -9,6 +9,7 @@
 #include "tests/logging/LogTest.h"
 #include "tests/support/Eventually.h"
 
+using namespace tests;
 using foundation::Seconds;
 using testing::Contains;
 using testing::ElementsAre;

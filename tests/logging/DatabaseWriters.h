@@ -14,6 +14,8 @@
 #include "tests/support/PostgreSQLServer.h"
 #include "tests/support/SeverableRoute.h"
 
+namespace tests {
+
 // One process. It is ready for the next round when it has made all statements of the last, whatever the server does.
 class DatabaseWriter {
  public:
@@ -108,7 +110,7 @@ class DatabaseWriter {
   int _answers[2] = {-1, -1};
   std::vector<int> _counts{0};
   int _count = 0;  // in the writer itself
-  std::optional<tests::OtherProcess> _process;
+  std::optional<OtherProcess> _process;
 };
 
 // Four writers of two machines at one server, half of them by a route that can be cut.
@@ -117,12 +119,12 @@ class DatabaseWriters {
   DatabaseWriters() {
     for (const char* machine : {"one", "two"})
       for (const bool isNear : {true, false})
-        _writers.emplace_back(platform::LogTableAddress{.server = isNear ? server.address()
-                                                                         : tests::PostgreSQLServer::addressAt(route.port()),
-                                                        .machine = machine,
-                                                        .process = std::string(machine) + (isNear ? " near" : " far"),
-                                                        .patience = std::chrono::milliseconds(500)},
-                              _folder.path(std::to_string(_writers.size())));
+        _writers.emplace_back(
+            platform::LogTableAddress{.server = isNear ? server.address() : PostgreSQLServer::addressAt(route.port()),
+                                      .machine = machine,
+                                      .process = std::string(machine) + (isNear ? " near" : " far"),
+                                      .patience = std::chrono::milliseconds(500)},
+            _folder.path(std::to_string(_writers.size())));
   }
 
   // More statements of every writer; true when all were made within the time.
@@ -143,8 +145,8 @@ class DatabaseWriters {
 
   // At least that many rows are there.
   bool hasRows(int count) {
-    return tests::eventually([&] { return std::atoi(server.query("SELECT count(*) FROM logs").c_str()) >= count; },
-                             std::chrono::seconds(60));
+    return eventually([&] { return std::atoi(server.query("SELECT count(*) FROM logs").c_str()) >= count; },
+                      std::chrono::seconds(60));
   }
 
   bool end() {
@@ -171,10 +173,12 @@ class DatabaseWriters {
     return all;
   }
 
-  tests::PostgreSQLServer server;
-  tests::SeverableRoute route{server.socketPath()};
+  PostgreSQLServer server;
+  SeverableRoute route{server.socketPath()};
 
  private:
-  const tests::TemporaryFolder _folder;
+  const TemporaryFolder _folder;
   std::list<DatabaseWriter> _writers;
 };
+
+}  // namespace tests

@@ -2,6 +2,8 @@
 // Real files, for tests that interfere with some of what is done to them.
 #include "platform/linux/LogStorage.h"
 
+namespace tests {
+
 class ForwardingFile : public platform::LogFile {
  public:
   explicit ForwardingFile(std::unique_ptr<platform::LogFile> file) : _file(std::move(file)) {}
@@ -45,3 +47,5 @@ class ForwardingStorage : public platform::LogStorage {
  private:
   platform::Linux::LogStorage _real;
 };
+
+}  // namespace tests

@@ -9,6 +9,7 @@
 #include "tests/logging/LogTest.h"
 #include "tests/support/Environment.h"
 
+using namespace tests;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;

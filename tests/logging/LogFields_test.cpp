@@ -8,6 +8,7 @@
 #include "logging/LogSite.h"
 #include "tests/logging/LogTest.h"
 
+using namespace tests;
 using testing::ElementsAre;
 using testing::IsEmpty;
 

@@ -7,6 +7,7 @@
 
 #include "tests/logging/LogTest.h"
 
+using namespace tests;
 using testing::ElementsAre;
 
 namespace {

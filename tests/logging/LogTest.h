@@ -10,6 +10,8 @@
 #include "platform/fake/FakePlatform.h"
 #include "tests/logging/RecordingLogger.h"
 
+namespace tests {
+
 inline void logText(bool asynchronous, std::string_view text) {
   DDLog::log_level_flag_context_file_function_line_format(asynchronous, 3, DDLogFlagWarning, 0, "Code/Test.mm", "test", 1,
                                                           "%@", text);
@@ -25,3 +27,5 @@ class LogTest : public testing::Test {
 
   platform::fake::FakePlatform fake;
 };
+
+}  // namespace tests

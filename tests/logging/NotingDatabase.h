@@ -13,6 +13,8 @@
 #include "logging/DDLog.h"
 #include "platform/fake/FakePlatform.h"
 
+namespace tests {
+
 // Records whose text is "no" are rejected; one whose text is "note" is noted too.
 class NotingDatabase : public DDAbstractDatabaseLogger {
  public:
@@ -72,3 +74,5 @@ class DatabaseTest : public testing::Test {
   platform::fake::FakePlatform fake;
   std::shared_ptr<NotingDatabase> logger = std::make_shared<NotingDatabase>();
 };
+
+}  // namespace tests

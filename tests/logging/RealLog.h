@@ -14,6 +14,8 @@
 #include "platform/linux/LoggingHost.h"
 #include "tests/support/TemporaryFolder.h"
 
+namespace tests {
+
 class RealLog {
   // This process under another name.
   class Process final : public platform::ProcessInfo {
@@ -97,7 +99,7 @@ inline std::vector<std::string> messagesIn(const std::string& directory) {
     const dirent* entry = ::readdir(folder);
     if (entry == nullptr) break;
     if (!DDLogFileManagerDefault::isLogFile(entry->d_name)) continue;
-    const std::string contents = tests::readFile(directory + "/" + entry->d_name);
+    const std::string contents = readFile(directory + "/" + entry->d_name);
     for (std::size_t start = 0; start < contents.size();) {
       const auto end = std::min(contents.find('\n', start), contents.size());
       const std::string line = contents.substr(start, end - start);
@@ -110,3 +112,5 @@ inline std::vector<std::string> messagesIn(const std::string& directory) {
   if (folder != nullptr) ::closedir(folder);
   return messages;
 }
+
+}  // namespace tests

@@ -13,6 +13,8 @@
 #include "logging/DDAbstractLogger.h"
 #include "logging/DDLog.h"
 
+namespace tests {
+
 class RecordingLogger : public DDAbstractLogger {
  public:
   explicit RecordingLogger(std::string name = "recording") : DDAbstractLogger(std::move(name)) {}
@@ -109,3 +111,5 @@ inline void expectOneAfterTheOther(const std::function<void()>& log) {
   DDLog::flushLog();
   EXPECT_EQ(second->count(), 1);
 }
+
+}  // namespace tests

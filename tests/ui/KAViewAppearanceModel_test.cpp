@@ -7,6 +7,8 @@
 #include "platform/fake/FakePlatform.h"
 #include "tests/ui/ToldController.h"
 
+using namespace tests;
+
 namespace {
 
 constexpr int viewCount = 6;

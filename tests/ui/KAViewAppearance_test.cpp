@@ -5,6 +5,7 @@
 #include "platform/fake/FakePlatform.h"
 #include "tests/ui/ToldController.h"
 
+using namespace tests;
 using foundation::View;
 using testing::ElementsAre;
 

@@ -8,6 +8,7 @@
 #include "platform/fake/FakePlatform.h"
 #include "tests/ui/ToldController.h"
 
+using namespace tests;
 using foundation::Size;
 using testing::ElementsAre;
 using testing::IsEmpty;

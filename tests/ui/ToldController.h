@@ -6,6 +6,8 @@
 #include "foundation/views/ViewWindow.h"
 #include "ui/KAViewController.h"
 
+namespace tests {
+
 using Calls = std::vector<std::string>;
 
 class ToldController : public KAViewController {
@@ -60,3 +62,5 @@ inline std::shared_ptr<ToldController> toldController(Calls& calls, std::string 
   controller->prefix = std::move(prefix);
   return controller;
 }
+
+}  // namespace tests

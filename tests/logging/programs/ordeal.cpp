@@ -25,6 +25,8 @@
 #include "tests/logging/ForwardingStorage.h"
 #include "tests/logging/RealLog.h"
 
+using namespace tests;
+
 namespace {
 
 constexpr int producerCount = 16;

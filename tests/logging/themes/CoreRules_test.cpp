@@ -15,6 +15,7 @@
 #include "tests/support/Eventually.h"
 #include "tests/support/TemporaryFolder.h"
 
+using namespace tests;
 using foundation::Dispatch::Semaphore;
 using testing::ElementsAre;
 

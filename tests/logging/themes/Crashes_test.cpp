@@ -8,6 +8,7 @@
 
 #include "tests/logging/RealLog.h"
 
+using namespace tests;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;

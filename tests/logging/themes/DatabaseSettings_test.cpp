@@ -9,6 +9,7 @@
 #include "platform/fake/FakePlatform.h"
 #include "tests/logging/NotingDatabase.h"
 
+using namespace tests;
 using foundation::Seconds;
 using testing::ElementsAre;
 using testing::IsEmpty;

@@ -10,6 +10,7 @@
 
 #include "tests/logging/RealLog.h"
 
+using namespace tests;
 using testing::Contains;
 using testing::Not;
 namespace fs = std::filesystem;

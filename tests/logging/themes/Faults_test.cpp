@@ -11,6 +11,7 @@
 #include "tests/logging/RealLog.h"
 #include "tests/support/Eventually.h"
 
+using namespace tests;
 using testing::UnorderedElementsAre;
 namespace fs = std::filesystem;
 

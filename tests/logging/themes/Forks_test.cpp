@@ -18,6 +18,7 @@
 #include "tests/logging/RealLog.h"
 #include "tests/support/Eventually.h"
 
+using namespace tests;
 using testing::ElementsAre;
 
 namespace {

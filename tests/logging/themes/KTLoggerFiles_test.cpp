@@ -7,6 +7,7 @@
 #include "platform/fake/FakePlatform.h"
 #include "tests/logging/RecordingLogger.h"
 
+using namespace tests;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::IsEmpty;

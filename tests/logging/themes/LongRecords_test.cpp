@@ -12,6 +12,7 @@
 
 #include "tests/logging/RealLog.h"
 
+using namespace tests;
 using testing::ElementsAreArray;
 
 namespace {

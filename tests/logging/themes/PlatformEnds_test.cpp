@@ -8,6 +8,8 @@
 #include "logging/KTLogger.h"
 #include "tests/logging/RealLog.h"
 
+using namespace tests;
+
 namespace {
 
 constexpr int threadCount = 4;

@@ -6,6 +6,8 @@
 
 #include "tests/logging/DatabaseWriters.h"
 
+using namespace tests;
+
 namespace {
 
 unsigned seed() {

@@ -3,6 +3,8 @@
 
 #include "tests/logging/DatabaseWriters.h"
 
+using namespace tests;
+
 TEST(PostgreSQLLogging, LosesAndDoublesNothingWhenTheServerDiesOrTheConnectionIsCut) {
   if (!tests::PostgreSQLServer::isInstalled()) GTEST_SKIP() << "there is no PostgreSQL server";
   DatabaseWriters writers;

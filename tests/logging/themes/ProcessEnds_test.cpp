@@ -13,6 +13,7 @@
 #include "tests/logging/RealLog.h"
 #include "tests/support/Eventually.h"
 
+using namespace tests;
 using testing::SizeIs;
 
 namespace {

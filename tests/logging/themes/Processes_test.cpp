@@ -16,6 +16,7 @@
 #include "tests/logging/RealLog.h"
 #include "tests/support/Eventually.h"
 
+using namespace tests;
 using testing::IsEmpty;
 
 namespace {

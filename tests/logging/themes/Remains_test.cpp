@@ -10,6 +10,7 @@
 #include "platform/fake/FakePlatform.h"
 #include "tests/logging/RecordingLogger.h"
 
+using namespace tests;
 using testing::IsEmpty;
 using testing::SizeIs;
 

@@ -8,6 +8,7 @@
 #include "tests/logging/ForwardingStorage.h"
 #include "tests/logging/RealLog.h"
 
+using namespace tests;
 using testing::Contains;
 using testing::ElementsAre;
 namespace fs = std::filesystem;

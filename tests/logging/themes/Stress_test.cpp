@@ -11,6 +11,8 @@
 #include "tests/logging/RealLog.h"
 #include "tests/logging/RecordingLogger.h"
 
+using namespace tests;
+
 namespace {
 
 class Counting : public DDAbstractDatabaseLogger {

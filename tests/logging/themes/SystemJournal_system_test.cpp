@@ -18,6 +18,7 @@
 #include "tests/support/Eventually.h"
 #include "tests/support/OtherProcess.h"
 
+using namespace tests;
 using testing::HasSubstr;
 
 namespace {

@@ -22,7 +22,7 @@
 #include "tests/support/PrivateBus.h"
 #include "tests/support/TemporaryFolder.h"
 
-namespace platform::Linux {
+namespace tests {
 
 // A running program that dies with this object, and with the test.
 class TestProgram {
@@ -106,15 +106,15 @@ class ApplicationTest : public testing::Test {
     const std::string bundle = root + "/" + name;
     std::filesystem::create_directories(bundle + "/" + programFolder);
     std::filesystem::copy_file(KELTO_BIN_DIR "/test_application", bundle + "/" + programFolder + "/program");
-    tests::writeFile(bundle + "/Contents/Info.plist", "");
-    auto known = std::make_shared<fake::FakeBundle>();
+    writeFile(bundle + "/Contents/Info.plist", "");
+    auto known = std::make_shared<platform::fake::FakeBundle>();
     known->path = bundle;
     known->info = {{"CFBundleIdentifier", bundleIdentifier}, {"CFBundleExecutable", "program"}};
     bundles.others[bundle] = known;
     return bundle;
   }
 
-  std::vector<std::shared_ptr<RunningApplication>> running() { return workspace.runningApplications(identifier); }
+  std::vector<std::shared_ptr<platform::RunningApplication>> running() { return workspace.runningApplications(identifier); }
 
   // Asks the only running copy to quit.
   bool askOnlyCopy() {
@@ -123,12 +123,12 @@ class ApplicationTest : public testing::Test {
     return copies.size() == 1 && copies[0]->terminate();
   }
 
-  tests::TemporaryFolder folder;
+  TemporaryFolder folder;
   std::string root = std::filesystem::canonical(folder.path());
-  fake::FakeBundles bundles;
-  fake::FakeSystemLog log;
-  DirectCall direct;
+  platform::fake::FakeBundles bundles;
+  platform::fake::FakeSystemLog log;
+  platform::Linux::DirectCall direct;
   platform::Linux::Workspace workspace{bundles, log, direct};
 };
 
-}  // namespace platform::Linux
+}  // namespace tests

@@ -10,6 +10,9 @@
 namespace platform::Linux {
 namespace {
 
+using tests::ApplicationTest;
+using tests::TestProgram;
+
 const std::string program = "/Contents/Linux/program";
 
 // A socket that somebody listens at.

@@ -10,6 +10,8 @@ namespace platform::Linux {
 namespace {
 
 namespace fs = std::filesystem;
+using tests::ApplicationTest;
+using tests::TestProgram;
 
 const std::string program = "/Contents/Linux/program";
 

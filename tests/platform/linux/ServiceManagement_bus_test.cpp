@@ -11,6 +11,7 @@ namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
+using tests::TestProgram;
 
 class ServiceManagementOverTheBus : public testing::Test {
  protected:

@@ -15,7 +15,7 @@
 #include "tests/support/TemporaryFolder.h"
 
 using namespace tests::contracts;
-using platform::Linux::TestProgram;
+using tests::TestProgram;
 
 namespace {
 

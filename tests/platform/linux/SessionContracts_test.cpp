@@ -97,7 +97,7 @@ class RealLog {
 };
 
 // Applications that know neither a session bus nor a display: they are asked by a signal.
-class RealApplications : public platform::Linux::ApplicationTest {
+class RealApplications : public tests::ApplicationTest {
  public:
   RealApplications() { _path = makeBundle("App.app"); }
 
@@ -109,7 +109,7 @@ class RealApplications : public platform::Linux::ApplicationTest {
   }
   [[nodiscard]] std::string missingPath() const { return root + "/Missing.app"; }
   void start(bool quits) {
-    _copy = std::make_unique<platform::Linux::TestProgram>(
+    _copy = std::make_unique<tests::TestProgram>(
         std::vector<std::string>{_path + "/Contents/Linux/program", quits ? "handler" : "refuse"});
     EXPECT_TRUE(_copy->isReady());
   }
@@ -132,7 +132,7 @@ class RealApplications : public platform::Linux::ApplicationTest {
   std::string _report = folder.path("report");
   std::optional<tests::ScopedEnvironment> _reportVariable;
   std::string _path;
-  std::unique_ptr<platform::Linux::TestProgram> _copy;
+  std::unique_ptr<tests::TestProgram> _copy;
 };
 
 }  // namespace

@@ -7,6 +7,9 @@
 namespace platform::Linux {
 namespace {
 
+using tests::ApplicationTest;
+using tests::TestProgram;
+
 const std::string program = "/Contents/Linux/program";
 const std::string quitAction = "action quit sava{sv} /com/kelto/test_Application" + std::to_string(::getpid());
 

@@ -10,6 +10,9 @@
 namespace platform::Linux {
 namespace {
 
+using tests::ApplicationTest;
+using tests::TestProgram;
+
 const std::string program = "/Contents/Linux/program";
 
 // A window is on the display a moment before the window manager lists it. True when it lists this many.

@@ -9,6 +9,9 @@
 namespace platform::Linux {
 namespace {
 
+using tests::ApplicationTest;
+using tests::TestProgram;
+
 const std::string program = "/Contents/Linux/program";
 
 class WorkspaceAsRoot : public ApplicationTest {

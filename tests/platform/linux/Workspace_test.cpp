@@ -17,7 +17,9 @@ namespace {
 namespace fs = std::filesystem;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using tests::ApplicationTest;
 using tests::ScopedEnvironment;
+using tests::TestProgram;
 
 const std::string program = "/Contents/Linux/program";
 

@@ -143,14 +143,7 @@ void measureLocalizedText(Report& report) {
   platform::fake::FakePlatform fake;
   const platform::Linux::Bundles bundles(fake.systemLog, [] { return std::vector<std::string>{"en"}; });
   OneBundle one(bundles.bundleWithPath(folder + "/Bench.app"));
-  platform::Platform real{{fake.defaults, fake.notificationCenter, one, fake.files, fake.systemLog},
-                          fake.application,
-                          fake.runLoop,
-                          fake.distributedNotificationCenter,
-                          fake.authorization,
-                          fake.workspace,
-                          fake.services,
-                          fake.shell};
+  platform::Platform real = platform::fake::platformOf(fake, {.bundles = &one});
   const platform::Installation installation(real);
   const auto* localizer = KTLocalizer::sharedLocalizer();
   const std::string name = "Kelto Controller";

@@ -338,14 +338,7 @@ void benchFacade(Report& report) {
   platform::fake::FakePlatform fake;
   const char* arguments[] = {"bench"};
   platform::Linux::UserDefaults defaults(1, arguments, domain, fake.systemLog);
-  platform::Platform real{{defaults, fake.notificationCenter, fake.bundles, fake.files, fake.systemLog, &fake.logging.host},
-                          fake.application,
-                          fake.runLoop,
-                          fake.distributedNotificationCenter,
-                          fake.authorization,
-                          fake.workspace,
-                          fake.services,
-                          fake.shell};
+  platform::Platform real = platform::fake::platformOf(fake, {.defaults = &defaults});
   const platform::Installation installation(real);
   constexpr int calls = 20'000'000;
   std::vector<double> times;

@@ -33,18 +33,23 @@ struct FakeParts {
   FakeLoggingHost logging;
 };
 
+// The parts of a platform that are not fakes; nullptr for those that are.
+struct RealParts {
+  UserDefaults* defaults = nullptr;
+  Bundles* bundles = nullptr;
+  FileManager* files = nullptr;
+  Application* application = nullptr;
+  foundation::RunLoop* runLoop = nullptr;
+  LoggingHost* loggingHost = nullptr;
+};
+
+// A platform of fakes with some real parts. It is not installed; both kinds of parts have to outlive it.
+Platform platformOf(FakeParts& fakes, const RealParts& real);
+
 class FakePlatform : public FakeParts {
  public:
   // Threads that log meanwhile find `host`, or else the fake one, from the first moment on.
-  explicit FakePlatform(LoggingHost* host = nullptr)
-      : platform{{defaults, notificationCenter, bundles, files, systemLog, host != nullptr ? host : &logging.host},
-                 application,
-                 runLoop,
-                 distributedNotificationCenter,
-                 authorization,
-                 workspace,
-                 services,
-                 shell} {}
+  explicit FakePlatform(LoggingHost* host = nullptr) : platform(platformOf(*this, {.loggingHost = host})) {}
 
   // Lets the debug diagnostics through to `systemLog`: a development build with logging level 7.
   void enableDebugLogging();

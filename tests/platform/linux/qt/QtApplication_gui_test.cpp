@@ -64,14 +64,7 @@ struct QtApplicationTest : testing::Test {
   QtRunLoop runLoop;
   QtBlockingCall blockingCall{runLoop};
   QtApplication application{runLoop, fakes.notificationCenter, "Kelto Installer"};
-  Platform platform{{fakes.defaults, fakes.notificationCenter, fakes.bundles, fakes.files, fakes.systemLog},
-                    application,
-                    runLoop,
-                    fakes.distributedNotificationCenter,
-                    fakes.authorization,
-                    fakes.workspace,
-                    fakes.services,
-                    fakes.shell};
+  Platform platform = fake::platformOf(fakes, {.application = &application, .runLoop = &runLoop});
   Delegate* delegate = nullptr;
   std::vector<DelegateClass> classes{{"TestDelegate", [this](Platform&) {
                                         auto made = std::make_unique<Delegate>(*this);

@@ -122,14 +122,7 @@ class QtInterface {
   platform::fake::FakeParts _parts;
   QtRunLoop _runLoop;
   platform::Linux::QtApplication _application{_runLoop, _parts.notificationCenter, "Test"};
-  platform::Platform _platform{{_parts.defaults, _parts.notificationCenter, _parts.bundles, _parts.files, _parts.systemLog},
-                               _application,
-                               _runLoop,
-                               _parts.distributedNotificationCenter,
-                               _parts.authorization,
-                               _parts.workspace,
-                               _parts.services,
-                               _parts.shell};
+  platform::Platform _platform = platform::fake::platformOf(_parts, {.application = &_application, .runLoop = &_runLoop});
   platform::Linux::WindowWidget _windowWidget;
   QLabel _label;
   QPushButton _pushButton;

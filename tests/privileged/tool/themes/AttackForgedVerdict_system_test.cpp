@@ -38,14 +38,7 @@ class RunningTool final : public platform::ByteStream {
 // The fake platform, but for its files, which are the user's own.
 struct InstallersPlatform : platform::fake::FakeParts {
   platform::Linux::FileManager realFiles;
-  platform::Platform platform{{defaults, notificationCenter, bundles, realFiles, systemLog, &logging.host},
-                              application,
-                              runLoop,
-                              distributedNotificationCenter,
-                              authorization,
-                              workspace,
-                              services,
-                              shell};
+  platform::Platform platform = platform::fake::platformOf(*this, {.files = &realFiles});
   platform::Installation installation{platform};
 };
 

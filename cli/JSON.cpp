@@ -7,6 +7,7 @@
 #include <variant>
 
 #include "foundation/text/UTF8.h"
+#include "protocol/Utf8.h"
 
 namespace cli {
 namespace {
@@ -23,9 +24,8 @@ std::string quoted(const std::string& text) {
   if (!foundation::isValidUTF8(text)) return quoted(foundation::textFromASCII(text));
   std::string result = "\"";
   for (const char character : text) {
-    const bool isControl = static_cast<unsigned char>(character) < ' ' || character == '\x7f';
     if (character == '"' || character == '\\') result += '\\';
-    isControl ? result += escaped(character) : result += character;
+    protocol::isControlCharacter(character) ? result += escaped(character) : result += character;
   }
   return result + "\"";
 }

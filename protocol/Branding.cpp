@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "protocol/Utf8.h"
+
 namespace protocol {
 
 namespace {
@@ -27,8 +29,7 @@ std::string_view takeUntil(std::string_view& rest, char end) {
 bool isName(std::string_view text) {
   if (text.empty() || text.size() > longestName || text.front() == ' ' || text.back() == ' ') return false;
   return std::ranges::none_of(text, [](char character) {
-    return static_cast<unsigned char>(character) < ' ' ||
-           std::string_view("\"&<>\\%\x7f").find(character) != std::string::npos;
+    return isControlCharacter(character) || std::string_view("\"&<>\\%").find(character) != std::string_view::npos;
   });
 }
 

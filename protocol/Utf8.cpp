@@ -1,5 +1,6 @@
 #include "protocol/Utf8.h"
 
+#include <algorithm>
 #include <cstddef>
 
 namespace protocol {
@@ -33,5 +34,12 @@ bool isValidUTF8(std::string_view text) {
   }
   return true;
 }
+
+bool isControlCharacter(char character) {
+  constexpr char deleteCharacter = 0x7F;
+  return static_cast<unsigned char>(character) < ' ' || character == deleteCharacter;
+}
+
+bool hasControlCharacter(std::string_view text) { return std::ranges::any_of(text, isControlCharacter); }
 
 }  // namespace protocol

@@ -67,14 +67,6 @@ bool isText(std::string_view value) {
   return !value.empty();
 }
 
-bool hasControlCharacter(std::string_view text) {
-  constexpr char deleteCharacter = 0x7F;
-  const auto isControl = [](char character) {
-    return static_cast<unsigned char>(character) < ' ' || character == deleteCharacter;
-  };
-  return std::ranges::any_of(text, isControl);
-}
-
 std::string_view trimmed(std::string_view text) {
   const auto begin = text.find_first_not_of(' ');
   return begin == std::string_view::npos ? "" : text.substr(begin, text.find_last_not_of(' ') - begin + 1);
@@ -119,7 +111,7 @@ class DesktopEntryReader {
     ++_line;
     const auto line = _rest.substr(0, _rest.find('\n'));
     _rest.remove_prefix(std::min(line.size() + 1, _rest.size()));
-    if (hasControlCharacter(line)) refuse("a control character");
+    if (protocol::hasControlCharacter(line)) refuse("a control character");
     return line;
   }
   void line(std::string_view line) {
@@ -223,7 +215,7 @@ DesktopEntry::DesktopEntry(std::string_view text) {
 
 std::string DesktopEntry::installedFor(const std::string& bundle) const {
   // Some menus take a program with an equals sign for a variable.
-  if (!protocol::isValidUTF8(bundle) || hasControlCharacter(bundle) || bundle.find('=') != std::string::npos)
+  if (!protocol::isValidUTF8(bundle) || protocol::hasControlCharacter(bundle) || bundle.find('=') != std::string::npos)
     throw Failure("the bundle's path has characters that no entry can hold");
   std::string text;
   for (const auto& line : _lines) {

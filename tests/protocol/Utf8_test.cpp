@@ -13,5 +13,17 @@ TEST(Utf8, CutOffOverlongOrBeyondTheLastCharacterIsNot) {
     EXPECT_FALSE(isValidUTF8(text)) << text;
 }
 
+TEST(ControlCharacters, AreThoseBelowTheSpaceAndDelete) {
+  for (int number = 0; number < 256; ++number)
+    EXPECT_EQ(isControlCharacter(static_cast<char>(number)), number < 32 || number == 127) << number;
+}
+
+TEST(ControlCharacters, AreFoundAnywhereInAText) {
+  EXPECT_FALSE(hasControlCharacter(""));
+  EXPECT_FALSE(hasControlCharacter("a ~\xC2\x80"));
+  for (const char* text : {"\ta", "a\n", "a\x7F\x7F"}) EXPECT_TRUE(hasControlCharacter(text)) << text;
+  EXPECT_TRUE(hasControlCharacter(std::string_view("a\0", 2)));
+}
+
 }  // namespace
 }  // namespace protocol

@@ -70,13 +70,6 @@ std::string startOf(int folder, const std::string& name, std::size_t bytes) {
   return start;
 }
 
-std::string targetOfIcon(int folder, const std::string& name) {
-  errno = 0;
-  auto target = linkTargetOf(folder, name);
-  if (target.empty()) refuseUnreadable(name);
-  return target;
-}
-
 // The bundle of an entry of ours.
 std::optional<std::string> bundleOfEntry(int folder, const std::string& name) {
   return DesktopEntry::bundleNamedBy(startOf(folder, name, markBytes));
@@ -157,7 +150,7 @@ std::string DesktopPlace::whatSomebodyElseHas(const BroughtEntry& brought, const
   for (const auto& icon : brought.icons) {
     const auto path = folderOfIcon(icon);
     const auto icons = openedFolder(path);
-    if (icons && isThere(icons.get(), icon.name) && targetOfIcon(icons.get(), icon.name) != iconTarget(bundle, icon))
+    if (icons && isThere(icons.get(), icon.name) && linkTargetOf(icons.get(), icon.name) != iconTarget(bundle, icon))
       return path + "/" + icon.name;
   }
   return {};
@@ -176,7 +169,7 @@ void DesktopPlace::removeIcons(const std::string& bundle, const std::vector<Brou
     if (!folder) continue;
     bool isRemoved = false;
     for (const auto& name : namesIn(folder.get())) {
-      const bool isOurs = targetOfIcon(folder.get(), name).starts_with(bundle + "/" + desktopFolder + "/");
+      const bool isOurs = linkTargetOf(folder.get(), name).starts_with(bundle + "/" + desktopFolder + "/");
       if (!isOurs || holdsIcon(kept, size, name)) continue;
       removeFrom(folder.get(), name);
       isRemoved = true;
@@ -192,7 +185,7 @@ void DesktopPlace::linkIcons(const BroughtEntry& brought, const std::string& bun
   for (const auto& icon : brought.icons) {
     const auto folder = madeFolder(folderOfIcon(icon));
     const auto target = iconTarget(bundle, icon);
-    if (targetOfIcon(folder.get(), icon.name) == target) continue;
+    if (linkTargetOf(folder.get(), icon.name) == target) continue;
     if (::symlinkat(target.c_str(), folder.get(), icon.name.c_str()) != 0) failWithSystemError("cannot make " + icon.name);
     _hasChanged = true;
     syncFolder(folder.get());

@@ -84,6 +84,8 @@ struct stat statusOf(int descriptor) {
 std::string linkTargetOf(int folder, const std::string& name) {
   std::array<char, PATH_MAX> target{};
   const auto length = ::readlinkat(folder, name.c_str(), target.data(), target.size());
+  if (length < 0 && errno != ENOENT && errno != EINVAL)
+    failWithSystemError("cannot read the link" + (name.empty() ? "" : " " + name));
   return length > 0 ? std::string(target.data(), static_cast<std::size_t>(length)) : std::string();
 }
 

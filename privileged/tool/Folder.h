@@ -34,7 +34,8 @@ int renameWithoutReplacing(int fromFolder, const std::string& from, int toFolder
 // The kernel's facts about an open item. Throws Failure.
 struct stat statusOf(int descriptor);
 
-// The text of the link `name`, or empty.
+// The text of the link `name`; empty, with errno set, when there is no item of that name or it is not a link. Throws
+// Failure when the link cannot be read: its text may decide what is put back and what is removed.
 std::string linkTargetOf(int folder, const std::string& name);
 
 // "/proc/self/fd/N": the open file itself, for calls that know paths only.

@@ -125,14 +125,14 @@ Location KeptBundles::locate(const std::string& number) const {
 }
 
 void KeptBundles::removeOldest(const Location& destination, const std::string& identifier, std::size_t count) const {
-  std::vector<std::string> ofApplication;
-  for (const auto& number : numbers()) {
-    const auto folder = openFolderIn(_folder.get(), number);
-    if (folder && linkTargetOf(folder.get(), protocol::keptPlaceNote) == destination.folderPath() &&
-        linkTargetOf(folder.get(), protocol::keptApplicationNote) == identifier)
-      ofApplication.push_back(number);
-  }
   try {
+    std::vector<std::string> ofApplication;
+    for (const auto& number : numbers()) {
+      const auto folder = openFolderIn(_folder.get(), number);
+      if (folder && linkTargetOf(folder.get(), protocol::keptPlaceNote) == destination.folderPath() &&
+          linkTargetOf(folder.get(), protocol::keptApplicationNote) == identifier)
+        ofApplication.push_back(number);
+    }
     for (std::size_t i = 0; i + count < ofApplication.size(); ++i) static_cast<void>(takeAway(locate(ofApplication[i]))());
   } catch (const Failure&) {
     // The next job tries again.

@@ -117,13 +117,13 @@ struct Leftover {
   // Notes of work and what they speak of may lie on two disks: what was done is on the disk before its note goes, and the
   // notes are gone before the contents go, because half a tree must never be put back. True when there is no note any more.
   [[nodiscard]] bool forgetWork() const {
-    const bool hasWork = std::ranges::any_of(workNotes, [&](const char* note) { return !noted(note).empty(); });
-    if (!hasWork) return true;
-    if (syncDescriptor(folder) != 0 || syncDescriptor(parent) != 0) return false;
-    for (const char* note : workNotes) {
-      if (!journal.remove(number, note)) return false;
-    }
     try {
+      const bool hasWork = std::ranges::any_of(workNotes, [&](const char* note) { return !noted(note).empty(); });
+      if (!hasWork) return true;
+      if (syncDescriptor(folder) != 0 || syncDescriptor(parent) != 0) return false;
+      for (const char* note : workNotes) {
+        if (!journal.remove(number, note)) return false;
+      }
       journal.sync();
     } catch (const Failure&) {
       return false;

@@ -48,6 +48,14 @@ class Leftover : public NamespaceTest {
     }
     return found;
   }
+  // As a job does that is killed between its two renames.
+  void leaveOldItemOf(const fs::path& app) {
+    Staging staging(walk.locate(app.string()));
+    staging.noteDestination(app.filename());
+    const auto inside = fs::read_symlink("/proc/self/fd/" + std::to_string(staging.folder()));
+    makeBundle(inside / Staging::oldItem, "1");
+    staging.keep();
+  }
   void doNextJob(const fs::path& place) {
     write(place / "next", "");
     const auto answer = remove(place / "next");
@@ -95,6 +103,27 @@ TEST_F(Leftover, GivesNoWarningWhenAllIsDeleted) {
   makeBundle(from / "App.app", "1");
   fs::create_directory(folder / "to");
   EXPECT_EQ(perform(AssistantTool::moveFile, from / "App.app", folder / "to/App.app").afterwards(), "");
+}
+
+// Without its notes the old item would be taken for something that the job had no use for.
+TEST_F(Leftover, KeepsTheOldItemWhicheverNoteCannotBeRead) {
+  const auto app = folder / "apps/App.app";
+  const auto whole = command;
+  for (int look = 1; look <= 4; ++look) {
+    SCOPED_TRACE(look);
+    fs::remove_all(app);
+    write(folder / "apps/next", "");
+    leaveOldItemOf(app);
+    command = withFaults({"readlinkat:error=EIO:when=" + std::to_string(look)});
+    if (command.empty()) GTEST_SKIP() << "strace cannot trace here";
+    const auto answer = remove(folder / "apps/next");
+    EXPECT_GT(answer.status, 0);
+    EXPECT_THAT(answer.text, ::testing::ContainsRegex("cannot read the link [^ ]*: Input/output error"));
+    fs::resize_file(result, 0);
+    command = whole;
+    doNextJob(app.parent_path());
+    EXPECT_EQ(read(app / "Contents/Info.plist"), "version 1");
+  }
 }
 
 // A later upgrade would follow the note, and take away what was installed meanwhile.

@@ -51,6 +51,17 @@ class DesktopEntriesOfOthers : public DesktopEntries {
   const Shown others{othersHome / ".local/share"};
 };
 
+TEST_F(DesktopEntriesOfOthers, StayNotedWhileTheNoteCannotBeRead) {
+  makeBundleOfOther(othersBundle);
+  leaveNoteAbout(othersBundle);
+  write(folder / "any", "");
+  command = withFaults({"readlinkat:error=EIO:when=1"});
+  if (command.empty()) GTEST_SKIP() << "strace cannot trace here";
+  EXPECT_THAT(remove(folder / "any").text, HasSubstr("left out: cannot read the link user: Input/output error"));
+  EXPECT_THAT(notes(), ElementsAre("77"));
+  EXPECT_TRUE(system.isNothing());
+}
+
 TEST_F(DesktopEntriesOfOthers, AreLeftToTheirOwner) {
   makeBundleOfOther(othersBundle);
   leaveNoteAbout(othersBundle);

@@ -45,7 +45,7 @@ std::unique_ptr<Controller> Controller::make(const char* identifier, kelto_handl
   }
   sd_event_source_set_io_fd_own(source, 1);
   std::unique_ptr<Controller> made(new Controller(std::move(loop), Source(source), handler, data));
-  if (identifier != nullptr) made->_sessionBus.offerQuit(identifier);
+  if (identifier != nullptr) made->offerQuit(identifier);
   made->turn();
   return made;
 }
@@ -59,6 +59,11 @@ Controller::Controller(Loop loop, Source wakeUp, kelto_handler handler, void* da
       _sessionBus(_loop.get(), [this] { enter(KELTO_QUIT_REQUESTED, 0, "asked to quit"); }) {}
 
 Controller::~Controller() = default;
+
+void Controller::offerQuit(const char* identifier) {
+  _sessionBus.offerQuit(identifier,
+                        [this](int error, const std::string& cause) { enter(KELTO_NAME_NOT_OWNED, error, cause); });
+}
 
 // Runs the loop for as long as that needs no waiting, and leaves it prepared: only then its descriptor tells the truth.
 void Controller::turn() {

@@ -72,6 +72,7 @@ class Controller {
   void turn();
   void enter(int kind, int number, std::string text);
 
+  void offerQuit(const char* identifier);
   void askForRight();
   void startInstaller();
   void waitForInstaller();

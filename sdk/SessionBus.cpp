@@ -1,6 +1,7 @@
 #include "sdk/SessionBus.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <string_view>
 #include <utility>
 
@@ -12,6 +13,9 @@ namespace sdk {
 namespace {
 
 constexpr std::uint64_t patienceForBus = 25 * second;
+// Of the bus's method RequestName: no flags, and the answer that somebody else has the name.
+constexpr std::uint32_t waitInQueue = 0;
+constexpr std::uint32_t isInQueue = 2;
 
 // The path at which an application with this identifier offers its actions.
 std::string objectPathOf(std::string identifier) {
@@ -59,16 +63,26 @@ const sd_bus_vtable SessionBus::applicationMethods[] = {
 SessionBus::SessionBus(sd_event* loop, std::function<void()> quitRequested)
     : _quitRequested(std::move(quitRequested)), _bus(openBus(sd_bus_open_user, loop)) {}
 
-void SessionBus::offerQuit(const std::string& identifier) {
-  if (!_bus || sd_bus_service_name_is_valid(identifier.c_str()) <= 0) return;
+void SessionBus::offerQuit(const std::string& identifier, const Refused& refused) {
+  if (sd_bus_service_name_is_valid(identifier.c_str()) <= 0) return refused(EINVAL, "not a bus name: " + identifier);
+  if (!_bus) return;
   // The object first: with the name, requests may come.
   sd_bus_slot* slot = nullptr;
   if (sd_bus_add_object_vtable(_bus.get(), &slot, objectPathOf(identifier).c_str(), "org.freedesktop.Application",
                                applicationMethods, this) < 0)
     return;
   _application.reset(slot);
-  const auto ignoreAnswer = [](sd_bus_message*, void*, sd_bus_error*) { return 1; };
-  sd_bus_request_name_async(_bus.get(), nullptr, identifier.c_str(), SD_BUS_NAME_QUEUE, ignoreAnswer, nullptr);
+  const auto write = [&](sd_bus_message* request) {
+    return sd_bus_message_append(request, "su", identifier.c_str(), waitInQueue);
+  };
+  callLater(_bus.get(), busMethod("RequestName"), patienceForBus, write, [identifier, refused](sd_bus_message* reply) {
+    if (hasFailed(reply))
+      return refused(sd_bus_message_get_errno(reply),
+                     "the session bus refuses the name " + identifier + ": " + causeOf(reply));
+    std::uint32_t answer = 0;
+    if (sd_bus_message_read(reply, "u", &answer) >= 0 && answer == isInQueue)
+      refused(EBUSY, "another process has the bus name " + identifier);
+  });
 }
 
 void SessionBus::whenOwned(const std::string& name, pid_t process, Found found) {

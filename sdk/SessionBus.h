@@ -22,9 +22,12 @@ class SessionBus {
 
   [[nodiscard]] bool isOpen() const { return _bus != nullptr; }
 
+  // An errno value and its text.
+  using Refused = std::function<void(int error, const std::string& cause)>;
+
   // Takes the name and offers the action "quit" under it. A second copy of the application gets the name when the first one
-  // gives it up.
-  void offerQuit(const std::string& identifier);
+  // gives it up. `refused` is called when the name is not there now. Does nothing without a bus: every job says that.
+  void offerQuit(const std::string& identifier, const Refused& refused);
 
   // Waits until that process owns the name, for as long as the object lives or until stopWaiting(). Once.
   void whenOwned(const std::string& name, pid_t process, Found found);

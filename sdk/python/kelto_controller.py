@@ -16,6 +16,7 @@ class Event(enum.IntEnum):
     QUIT_REQUESTED = 4
     INSTALLER_ENDED = 5
     FAILED = 6
+    NAME_NOT_OWNED = 7
 
 
 class Error(enum.IntEnum):
@@ -25,6 +26,11 @@ class Error(enum.IntEnum):
     INSTALLER = 4
     SILENT = 5
     NO_SESSION_BUS = 6
+
+
+def _event(number):
+    """An event of a newer library stays a number."""
+    return Event(number) if number in Event.__members__.values() else number
 
 
 _HANDLER = ctypes.CFUNCTYPE(None, ctypes.c_void_p, ctypes.c_int, ctypes.c_int, ctypes.c_char_p)
@@ -75,7 +81,7 @@ class Controller:
         """None for an application that owns its bus name and answers "quit" by itself."""
         self._library = _load()
         # ctypes would drop a function that nobody holds.
-        self._handler = _HANDLER(lambda _data, event, number, text: handler(Event(event), number, text.decode()))
+        self._handler = _HANDLER(lambda _data, event, number, text: handler(_event(event), number, text.decode()))
         identifier = None if bundle_identifier is None else bundle_identifier.encode()
         self._object = self._library.kelto_controller_new(identifier, self._handler, None)
         if not self._object:

@@ -9,6 +9,7 @@
 #include <chrono>
 #include <csignal>
 #include <fstream>
+#include <optional>
 
 #include <kelto/controller.hpp>
 #include "protocol/Broker.h"
@@ -224,6 +225,48 @@ TEST_F(ControllerTest, PassesOnTheRequestToQuit) {
   EXPECT_GE(activate("quit"), 0);
   EXPECT_NE(wait(KELTO_QUIT_REQUESTED), nullptr);
   EXPECT_EQ(_events.size(), 2U) << "other actions mean nothing";
+}
+
+// The first event of a further controller for this identifier.
+std::optional<Happened> firstEventOf(const char* identifier) {
+  std::optional<Happened> first;
+  kelto::Controller controller(identifier, [&](int event, int number, const std::string& text) {
+    if (!first) first = Happened{event, number, text};
+  });
+  pollfd ready{.fd = controller.fd(), .events = POLLIN, .revents = 0};
+  const auto deadline = std::chrono::steady_clock::now() + 5s;
+  while (!first && std::chrono::steady_clock::now() < deadline)
+    if (::poll(&ready, 1, 5000) == 1) controller.dispatch();
+  return first;
+}
+
+TEST_F(ControllerTest, TellsThatSomebodyElseHasItsName) {
+  _controller.obtainRight();
+  ASSERT_NE(wait(KELTO_RIGHT_GRANTED), nullptr);  // by then the name is taken
+  const auto told = firstEventOf(editor);
+  ASSERT_TRUE(told);
+  EXPECT_EQ(told->event, KELTO_NAME_NOT_OWNED);
+  EXPECT_EQ(told->number, EBUSY);
+  EXPECT_EQ(told->text, "another process has the bus name com.example.Editor");
+  EXPECT_EQ(_events.size(), 1U) << "the first one has it";
+}
+
+TEST_F(ControllerTest, TellsThatItsIdentifierCannotBeABusName) {
+  for (const char* identifier : {"Editor", "com.example.3D", "com.example.My Editor"}) {
+    const auto told = firstEventOf(identifier);
+    ASSERT_TRUE(told) << identifier;
+    EXPECT_EQ(told->event, KELTO_NAME_NOT_OWNED);
+    EXPECT_EQ(told->number, EINVAL);
+    EXPECT_EQ(told->text, "not a bus name: " + std::string(identifier));
+  }
+}
+
+TEST_F(ControllerTest, TellsThatTheBusRefusesTheName) {
+  const auto told = firstEventOf("org.freedesktop.DBus");
+  ASSERT_TRUE(told);
+  EXPECT_EQ(told->event, KELTO_NAME_NOT_OWNED);
+  EXPECT_GT(told->number, 0);
+  EXPECT_EQ(told->text.find("the session bus refuses the name org.freedesktop.DBus: "), 0U) << told->text;
 }
 
 TEST_F(ControllerTest, LetsTheHandlerFreeTheController) {

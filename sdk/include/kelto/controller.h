@@ -31,7 +31,7 @@ extern "C" {
 typedef struct kelto_controller kelto_controller;
 
 /* The events. `number` and `text` depend on the event; `text` is English, for a log, never NULL, and valid
- * until the handler returns. */
+ * until the handler returns. Ignore an event that you do not know: later versions may have more. */
 enum kelto_event {
   /* The user, or a rule of the administrator, gave the right. */
   KELTO_RIGHT_GRANTED = 1,
@@ -44,7 +44,12 @@ enum kelto_event {
   /* `number`: the installer's exit status, 0 for a finished job; -1 when it is not known; `text`: what it means. */
   KELTO_INSTALLER_ENDED = 5,
   /* `number`: one of kelto_error; `text`: the cause. The job has ended; another can be started. */
-  KELTO_FAILED = 6
+  KELTO_FAILED = 6,
+  /* The application does not have its identifier as its bus name, so the installer cannot ask it to quit and closes its
+   * windows instead. `number`: EBUSY while another process has the name, such as another copy, or this process over a
+   * connection of its own; the controller takes it, without a further event, when that one gives it up. EINVAL when the
+   * identifier cannot be a bus name; another errno value when the bus refuses it. `text`: the cause. Jobs go on. */
+  KELTO_NAME_NOT_OWNED = 7
 };
 
 enum kelto_error {
@@ -65,7 +70,8 @@ enum kelto_error {
 typedef void (*kelto_handler)(void* data, int event, int number, const char* text);
 
 /* A controller for the application whose bundle has that identifier. It takes the identifier as its name on the session bus
- * and offers the action "quit" there, so that the installer can ask. NULL for an application that does both by itself, as
+ * and offers the action "quit" there, so that the installer can ask; KELTO_NAME_NOT_OWNED tells when it cannot have the
+ * name. NULL for an application that does both by itself, as
  * one made with GApplication does. The handler is called from kelto_controller_dispatch() only. NULL when out of memory or
  * descriptors. */
 KELTO_API kelto_controller* kelto_controller_new(const char* bundle_identifier, kelto_handler handler, void* data);

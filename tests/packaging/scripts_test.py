@@ -55,6 +55,22 @@ class WithoutApt(Folder):
         self.assertIn("there is no dpkg here", said)
         self.assertFalse(pathlib.Path(self.folder / "made").exists())
 
+    def test_checks_name_a_test_that_they_leave_out_and_that_is_no_more(self):
+        for name in (*COMMANDS, "pkg-config"):
+            self.add(name)
+        for name in ("grep", "nproc"):
+            (self.folder / name).symlink_to(shutil.which(name))
+        self.add("ctest", "echo '  Test  #1: sdk/abi'")
+        (self.folder / "tree/scripts").mkdir(parents=True)
+        for script in ("check.sh", "scripts/test-progress.awk"):
+            shutil.copy(SOURCES / script, self.folder / "tree" / script)
+        packages = self.folder / "tree/scripts/install-packages.sh"
+        packages.write_text("#!/usr/bin/env bash\n")
+        packages.chmod(0o755)
+        status, said = self.run_here(self.folder / "tree/check.sh", "address")
+        self.assertEqual(1, status, said)
+        self.assertIn("leaves out the test ^packaging/, and there is none of that name", said)
+
 
 if __name__ == "__main__":
     unittest.main()

@@ -131,6 +131,13 @@ Cause ofContents(const std::string& source) {
   return {};
 }
 
+Cause ofBounds(const std::string& installed, const ReadOnlyFolder& readOnlyFolder) {
+  std::error_code error;
+  const auto folder = readOnlyFolder(fs::weakly_canonical(withoutSlashAtTheEnd(installed).parent_path(), error));
+  if (folder.empty()) return {};
+  return "the broker's service has " + folder + " read-only; move the bundle to another place, such as /opt or a home";
+}
+
 std::optional<Failure> firstCause(const std::string& path, std::initializer_list<Cause (*)(const std::string&)> questions) {
   for (const auto question : questions)
     if (auto cause = question(path); !cause.empty()) return Failure{Ending::failed, step, path, std::move(cause)};
@@ -140,21 +147,27 @@ std::optional<Failure> firstCause(const std::string& path, std::initializer_list
 constexpr auto links = [](const std::string& path) { return ofLinks(path); };
 constexpr auto folderAbove = [](const std::string& path) { return ofFolderAbove(path); };
 
+std::optional<Failure> reasonOfNewBundle(const std::string& source, const std::string& installed) {
+  if (auto failure = firstCause(source, {ofForm, ofItemItself, ofPresence, links, ofContents})) return failure;
+  if (auto cause = ofNesting(source, installed); !cause.empty())
+    return Failure{Ending::failed, step, installed, std::move(cause)};
+  if (auto cause = ofNewName(source, installed); !cause.empty())
+    return Failure{Ending::failed, step, source, std::move(cause)};
+  return std::nullopt;
+}
+
 }  // namespace
 
-std::optional<Failure> reasonToRefuse(const platform::UserDefaults& arguments) {
+std::optional<Failure> reasonToRefuse(const platform::UserDefaults& arguments, const ReadOnlyFolder& readOnlyFolder) {
   const auto installed = arguments.stringForKey(protocol::trashPathArgument);
   const auto source = arguments.stringForKey(protocol::sourcePathArgument);
   if (!installed)
     return Failure{Ending::badArguments, "read the arguments", "",
                    std::string("-") + protocol::trashPathArgument + " is missing"};
   if (auto failure = firstCause(*installed, {ofForm, folderAbove, ofItemItself, links})) return failure;
-  if (!source) return firstCause(*installed, {ofPresence});
-  if (auto failure = firstCause(*source, {ofForm, ofItemItself, ofPresence, links, ofContents})) return failure;
-  if (auto cause = ofNesting(*source, *installed); !cause.empty())
+  if (auto failure = source ? reasonOfNewBundle(*source, *installed) : firstCause(*installed, {ofPresence})) return failure;
+  if (auto cause = ofBounds(*installed, readOnlyFolder); !cause.empty())
     return Failure{Ending::failed, step, *installed, std::move(cause)};
-  if (auto cause = ofNewName(*source, *installed); !cause.empty())
-    return Failure{Ending::failed, step, *source, std::move(cause)};
   return std::nullopt;
 }
 

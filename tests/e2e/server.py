@@ -5,7 +5,9 @@ import plistlib
 import shutil
 import subprocess
 
+import protocol
 from desktop import processes_of, wait_for
+from endings import FAILED, expect_ending
 from keyboard import dismiss_by_keyboard, expect_told_alert
 from road import PROJECT, SERVER_FILES, version_of
 from world import check, english, equal, scenario
@@ -147,3 +149,21 @@ def uninstall_by_bounded_broker(world):
     equal("the version in the Trash", version_of(trashed), "1.0")
     equal("its owners", {os.lstat(path).st_uid for path in [trashed, *trashed.rglob("*")]}, {world.desktop.account.uid})
     equal("the broker", process_of(BROKER_UNIT), broker)
+
+
+@scenario("system", where="services", **SURROUNDINGS)
+def read_only_folder_of_bounded_broker(world):
+    """That the broker's unit has the bundle's folder read-only is known before the application is asked to quit."""
+    more = UNIT_FILE.parent / f"{BROKER_UNIT}.d/more.conf"
+    more.parent.mkdir()
+    more.write_text(f"[Service]\nReadOnlyPaths={world.road.applications}\n")
+    start_broker_as_service(world)
+    controller = world.road.start_controller()
+    world.road.window_of_controller()
+    process = world.start_installer(protocol.sourcePathArgument, world.road.new, protocol.trashPathArgument, world.road.installed)
+    world.expect_general_failure(process, 4)
+    expect_ending(world, process, "installer", FAILED, "check the paths", world.road.installed,
+                  f"the broker's service has {world.road.applications} read-only")
+    check("the application was not asked to quit", not controller.says("Asked to quit"))
+    check("the application still runs", controller.is_running())
+    world.expect_nothing_changed()

@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "platform/linux/AuthorizationServices.h"
+#include "platform/linux/BrokerBounds.h"
 #include "platform/linux/Bundle.h"
 #include "platform/linux/CommandLine.h"
 #include "platform/linux/DistributedNotificationCenter.h"
@@ -112,7 +113,7 @@ class Framework {
   const std::vector<ViewClass>& _viewClasses;
   Bundles _bundles{_log, [this] { return preferredLanguages(_defaults); }};
   UserDefaults _defaults;
-  const std::optional<Failure> _refusal = reasonToRefuse(_defaults);
+  const std::optional<Failure> _refusal = reasonToRefuse(_defaults, readOnlyFolderAround);
   const std::optional<NewBundle> _newBundle = newBundle(_defaults, _bundles);
   const LastRun _lastRun{_defaults, _bundles, _log};
   foundation::NotificationCenter _center;

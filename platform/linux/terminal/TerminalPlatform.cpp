@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "platform/linux/AuthorizationServices.h"
+#include "platform/linux/BrokerBounds.h"
 #include "platform/linux/Bundle.h"
 #include "platform/linux/LastRun.h"
 #include "platform/linux/LaunchCheck.h"
@@ -165,7 +166,7 @@ struct TerminalPlatform::Parts {
   Bundles bundles{log, [this] { return preferredLanguages(defaults); }};
   UserDefaults defaults{static_cast<int>(words.size()), words.data(), bundles.mainBundle().bundleIdentifier().value_or(""),
                         log};
-  const std::optional<Failure> refusal = reasonToRefuse(defaults);
+  const std::optional<Failure> refusal = reasonToRefuse(defaults, readOnlyFolderAround);
   const std::optional<NewBundle> newBundle = Linux::newBundle(defaults, bundles);
   std::optional<LastRun> lastRun;
   foundation::NotificationCenter center;

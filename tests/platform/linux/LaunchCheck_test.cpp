@@ -28,13 +28,15 @@ struct LaunchCheckTest : testing::Test {
     fake::FakeUserDefaults defaults;
     if (!installed.empty()) defaults.values.insert_or_assign(protocol::trashPathArgument, installed);
     if (!source.empty()) defaults.values.insert_or_assign(protocol::sourcePathArgument, source);
-    const auto failure = reasonToRefuse(defaults);
+    const auto failure = reasonToRefuse(
+        defaults, [this](const fs::path& path) { return path == fs::weakly_canonical(readOnly) ? readOnly : ""; });
     return failure ? failure->cause : "";
   }
 
   tests::TemporaryFolder folder;
   std::string installed = folder.path("Applications/Kelto.app");
   std::string source = folder.path("Downloads/Kelto.app");
+  std::string readOnly = folder.path("elsewhere");
 };
 
 TEST_F(LaunchCheckTest, GoodPathsAreNotRefused) {
@@ -147,6 +149,16 @@ TEST_F(LaunchCheckTest, TheNewBundleMayAlreadyBeAtItsPlace) {
 TEST_F(LaunchCheckTest, RefusesAPipeInTheNewBundle) {
   ASSERT_EQ(::mkfifo((source + "/Contents/pipe").c_str(), 0600), 0);
   EXPECT_THAT(cause(), HasSubstr("pipe, a socket or a device"));
+}
+
+TEST_F(LaunchCheckTest, RefusesAFolderThatIsReadOnlyForTheTool) {
+  readOnly = folder.path("Applications");
+  EXPECT_THAT(cause(), HasSubstr("has " + readOnly + " read-only; move the bundle"));
+  fs::create_directory_symlink(readOnly, folder.path("mine"));
+  installed = folder.path("mine/Kelto.app");
+  EXPECT_THAT(cause(), HasSubstr(readOnly)) << "under another name";
+  source.clear();
+  EXPECT_THAT(cause(), HasSubstr(readOnly)) << "a removal too";
 }
 
 TEST_F(LaunchCheckTest, RefusesAReadOnlyFileSystem) {

@@ -13,7 +13,9 @@
 //   connect PATH         is connected to the socket at PATH, and handles SIGTERM by ending
 //   twice                handles SIGTERM by ending, and so does a child of its own
 //   parent PATH          is not, but has a child that is
-//   manager STATE PID    is a service manager on the system bus with the one unit "known.service"
+//   manager STATE PID [NAME READONLY WRITABLE]
+//                        is a service manager on the system bus with the one unit "known.service", which has that bus name
+//                        and these folders, separated by colons
 //   count IDENTIFIER     prints how many copies of that application it sees, and ends
 //
 // With a file named by KELTO_TEST_REPORT it writes all that it was started with to that file, and ends. It prints "ready"
@@ -32,8 +34,10 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <sstream>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "platform/linux/Bundle.h"
@@ -131,6 +135,23 @@ int connectTo(const std::string& path) {
 
 std::string loadState;
 std::uint32_t mainProcess = 0;
+std::string busName;
+std::string readOnlyFolders;
+std::string writableFolders;
+
+int appendList(sd_bus_message* reply, const std::string& text) {
+  std::vector<std::string> parts;
+  std::istringstream words(text);
+  for (std::string part; std::getline(words, part, ':');) parts.push_back(part);
+  std::vector<char*> pointers;
+  for (auto& part : parts) pointers.push_back(part.data());
+  pointers.push_back(nullptr);
+  return sd_bus_message_append_strv(reply, pointers.data());
+}
+
+int loadUnit(sd_bus_message* message, void* /*data*/, sd_bus_error* /*error*/) {
+  return sd_bus_reply_method_return(message, "o", "/unit");
+}
 
 int giveUnit(sd_bus_message* message, void* /*data*/, sd_bus_error* error) {
   const char* name = nullptr;
@@ -144,15 +165,23 @@ int giveUnit(sd_bus_message* message, void* /*data*/, sd_bus_error* error) {
 int giveProperty(sd_bus* /*bus*/, const char* /*path*/, const char* /*interface*/, const char* property,
                  sd_bus_message* reply, void* /*data*/, sd_bus_error* /*error*/) {
   if (std::strcmp(property, "MainPID") == 0) return sd_bus_message_append(reply, "u", mainProcess);
+  if (std::strcmp(property, "ReadOnlyPaths") == 0) return appendList(reply, readOnlyFolders);
+  if (std::strcmp(property, "ReadWritePaths") == 0) return appendList(reply, writableFolders);
+  if (std::strcmp(property, "BusName") == 0) return sd_bus_message_append(reply, "s", busName.c_str());
   return sd_bus_message_append(reply, "s", loadState.c_str());
 }
 
 int manageServices() {
   static const sd_bus_vtable manager[] = {
-      SD_BUS_VTABLE_START(0), SD_BUS_METHOD("GetUnit", "s", "o", giveUnit, SD_BUS_VTABLE_UNPRIVILEGED), SD_BUS_VTABLE_END};
+      SD_BUS_VTABLE_START(0), SD_BUS_METHOD("GetUnit", "s", "o", giveUnit, SD_BUS_VTABLE_UNPRIVILEGED),
+      SD_BUS_METHOD("LoadUnit", "s", "o", loadUnit, SD_BUS_VTABLE_UNPRIVILEGED), SD_BUS_VTABLE_END};
   static const sd_bus_vtable unit[] = {SD_BUS_VTABLE_START(0), SD_BUS_PROPERTY("LoadState", "s", giveProperty, 0, 0),
                                        SD_BUS_VTABLE_END};
-  static const sd_bus_vtable service[] = {SD_BUS_VTABLE_START(0), SD_BUS_PROPERTY("MainPID", "u", giveProperty, 0, 0),
+  static const sd_bus_vtable service[] = {SD_BUS_VTABLE_START(0),
+                                          SD_BUS_PROPERTY("MainPID", "u", giveProperty, 0, 0),
+                                          SD_BUS_PROPERTY("BusName", "s", giveProperty, 0, 0),
+                                          SD_BUS_PROPERTY("ReadOnlyPaths", "as", giveProperty, 0, 0),
+                                          SD_BUS_PROPERTY("ReadWritePaths", "as", giveProperty, 0, 0),
                                           SD_BUS_VTABLE_END};
   sd_bus* bus = nullptr;
   if (sd_bus_open_system(&bus) < 0 || sd_bus_request_name(bus, "org.freedesktop.systemd1", 0) < 0) return 1;
@@ -287,6 +316,7 @@ int main(int argumentCount, char** arguments) {
   if (behaviour == "manager") {
     loadState = words.at(1);
     mainProcess = static_cast<std::uint32_t>(std::stoul(words.at(2)));
+    if (words.size() > 5) std::tie(busName, readOnlyFolders, writableFolders) = std::tie(words[3], words[4], words[5]);
     return manageServices();
   }
   return waitForSignals();

@@ -22,27 +22,38 @@ struct Platform;
 
 using foundation::InterfaceElement;
 
+// A window of the application. Texts are UTF-8 and shown as they stand, without any markup.
 class Window : public InterfaceElement {
  public:
-  // In screen coordinates, origin at the bottom-left corner of the main screen, borders included.
+  // In points of the screen, origin at the bottom-left corner of the main screen, borders included.
   [[nodiscard]] virtual foundation::Rect frame() const = 0;
+  // Where most of the window would lie off the screens it comes to the nearest place that shows all of it. With `display`
+  // it is drawn before the call returns.
   virtual void setFrame(const foundation::Rect& frame, bool display) = 0;
+  // The same for the bottom-left corner alone; the size stays.
   virtual void setFrameOrigin(foundation::Point origin) = 0;
+  // To the middle of the main screen; the size stays.
   virtual void center() = 0;
   virtual void setTitle(std::string_view title) = 0;
+  // Shows the window in front of the others and asks for the keyboard, which the desktop may refuse.
   virtual void makeKeyAndOrderFront() = 0;
 };
 
+// A text that the user can read and not change.
 class TextField : public InterfaceElement {
  public:
+  // In UTF-8; shown as it stands, without any markup.
   virtual void setStringValue(std::string_view text) = 0;
 };
 
+// Its action stands in the interface description.
 class Button : public InterfaceElement {
  public:
+  // In UTF-8; no letter of it becomes a shortcut.
   virtual void setTitle(std::string_view title) = 0;
 };
 
+// A bar that shows that work goes on, not how much of it is done.
 class ProgressIndicator : public InterfaceElement {
  public:
   // Keeps the animation going while a blocking call of the platform occupies the main thread.
@@ -84,6 +95,7 @@ struct DelegateClass {
   std::function<std::unique_ptr<ApplicationDelegate>(Platform&)> make;
 };
 
+// The same for the views in it.
 struct ViewClass {
   std::string_view name;
   std::function<std::shared_ptr<foundation::View>()> make;

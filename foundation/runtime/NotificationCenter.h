@@ -14,7 +14,7 @@ namespace foundation {
 // The value that an observer receives. Only strings and data cross process borders.
 struct Notification {
   std::string name;
-  std::string object;
+  std::string object;  // a name of the sender; may be empty, and chooses no observers
   PropertyList::Dictionary userInfo;
 };
 
@@ -23,11 +23,16 @@ using NotificationHandler = std::function<void(const Notification&)>;
 // Posted when the application is about to terminate.
 inline constexpr std::string_view applicationWillTerminateNotification = "NSApplicationWillTerminateNotification";
 
-// The default centre of the process. Observers are added from any thread. Main thread for the rest; handlers run inside
-// post, in the order in which they were added, and may add observers (which do not receive the notification under way).
+// The default centre of the process, where an object tells others something without knowing them.
 class NotificationCenter {
  public:
+  // Has `handler` called for every later notification of that name. Any thread. There is no way to take it back: whatever
+  // the handler refers to must outlive the centre.
   void addObserver(std::string_view name, NotificationHandler handler);
+
+  // Calls the handlers of the name, in the order in which they were added, and returns after the last. Main thread. A
+  // handler may post, and may add observers, which do not receive the notification under way. It must not throw: the
+  // handlers behind it would not be called.
   void post(const Notification& notification);
 
  private:

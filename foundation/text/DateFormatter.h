@@ -1,5 +1,5 @@
 #pragma once
-// Dates as text in local time. Any thread.
+// Dates as text in local time. Any thread; one formatter may serve several at once.
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -11,8 +11,8 @@ namespace foundation {
 
 class KELTO_API DateFormatter {
  public:
-  // Fields are yyyy, MM, dd, HH, mm, ss, SSS (milliseconds) and ZZZZZZ (the zone as "+01:00"); all other text is copied.
-  // SSS and ZZZZZZ may occur once.
+  // Fields are yyyy, MM, dd, HH, mm, ss, SSS (milliseconds, rounded down) and ZZZZZZ (the zone as "+01:00"); all other text
+  // is copied. SSS and ZZZZZZ may occur once. The first 56 bytes of the pattern count, the rest is left out.
   explicit DateFormatter(std::string_view pattern);
 
   // Appends to `text`. Cheap for a date in the same second as the last: a new second asks the C library, which knows the

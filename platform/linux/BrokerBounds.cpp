@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 constexpr const char* brokerUnit = "kelto-authorizationd.service";
 constexpr const char* serviceManager = "org.freedesktop.systemd1";
 constexpr const char* serviceInterface = "org.freedesktop.systemd1.Service";
-constexpr std::uint64_t patienceForManager = 3'000'000;  // microseconds
+constexpr std::uint64_t patienceForManager = 1'000'000;  // microseconds
 
 // The bus object of the broker's unit. A unit of that name that brings no broker to the system bus says nothing about it.
 std::optional<std::string> objectOfBrokerUnit(sd_bus* bus) {

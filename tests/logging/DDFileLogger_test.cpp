@@ -364,7 +364,7 @@ TEST_F(Files, RecordsThatFoundNoRoomAreCountedWhenTheLoggerIsRemoved) {
 TEST_F(Files, RecordsThatFoundNoRoomAreNotCountedByAForkedChildAgain) {
   files().refusesToOpen = true;
   log("one");
-  logger->didFork();
+  logger->loggerQueue()->sync([&] { logger->didFork(); });
   DDLog::flushLog();
   EXPECT_THAT(fake.systemLog.lines, Not(testing::Contains(testing::HasSubstr("could not be written"))));
 }

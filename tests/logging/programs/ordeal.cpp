@@ -278,6 +278,15 @@ class Findings {
     const auto place = _numbers.find(thread);
     return place == _numbers.end() ? 0 : place->second.size();
   }
+  // "THREAD:NUMBER" of each statement of a thread that is not there.
+  [[nodiscard]] std::string missing(int thread, int made) const {
+    std::string list;
+    const auto place = _numbers.find(thread);
+    for (int i = 0; i < made; ++i)
+      if (place == _numbers.end() || !place->second.contains(i))
+        list += std::to_string(thread) + ":" + std::to_string(i) + " ";
+    return list;
+  }
   [[nodiscard]] std::uint64_t torn() const { return _torn; }
   [[nodiscard]] const std::string& firstTorn() const { return _firstTorn; }
 
@@ -369,8 +378,10 @@ void runEpoch(Totals& totals, SteadyClock::time_point end) {
   }
   totals.missing += missing;
   if (missing <= allowed) return;
-  for (const auto& line : said) std::fprintf(stderr, "system log: %s\n", line.substr(0, 200).c_str());
-  fail(std::to_string(missing) + " records are missing; accounted for: " + std::to_string(failed) +
+  for (int t = 0; t < producerCount; ++t)
+    std::fprintf(stderr, "%s", findings.missing(t, producers[static_cast<std::size_t>(t)].made).c_str());
+  for (const auto& line : said) std::fprintf(stderr, "\nsystem log: %s", line.substr(0, 200).c_str());
+  fail("\n" + std::to_string(missing) + " records are missing; accounted for: " + std::to_string(failed) +
        " failed allocations, " + std::to_string(dropped) + " dropped records, " + std::to_string(findings.torn()) +
        " torn lines");
 }

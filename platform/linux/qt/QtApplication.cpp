@@ -2,13 +2,31 @@
 
 #include <QApplication>
 #include <QDialog>
-#include <QTimer>
+#include <QEvent>
 #include <algorithm>
 
 #include "platform/linux/CloseWindows.h"
 #include "platform/linux/qt/QtAlert.h"
 
 namespace platform::Linux {
+namespace {
+
+// Runs an action once, as the first event of the loop. Among the events that wait for the loop can be one of the toolkit's
+// that calls the accessibility bus and holds the main thread until a service has been started there.
+class FirstEvent final : public QObject {
+ public:
+  explicit FirstEvent(std::function<void()> action) : _action(std::move(action)) {
+    QCoreApplication::postEvent(this, new QEvent(QEvent::User), Qt::HighEventPriority);
+  }
+
+ protected:
+  void customEvent(QEvent* /*event*/) override { _action(); }
+
+ private:
+  const std::function<void()> _action;
+};
+
+}  // namespace
 
 QtApplication::QtApplication(QtRunLoop& runLoop, foundation::NotificationCenter& center, std::string name)
     : _runLoop(runLoop), _center(center), _name(std::move(name)) {}
@@ -56,7 +74,7 @@ int QtApplication::run(Platform& platform, const std::string& path, const std::v
                        const std::vector<ViewClass>& viewClasses) {
   _report = &platform.report;
   if (!load(platform, path, classes, viewClasses)) return static_cast<int>(Ending::failed);
-  QTimer::singleShot(0, qApp, [this] {
+  const FirstEvent launch([this] {
     _delegate->applicationDidFinishLaunching({"NSApplicationDidFinishLaunchingNotification", {}, {}});
   });
   QCoreApplication::exec();

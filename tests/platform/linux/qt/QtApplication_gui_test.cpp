@@ -84,6 +84,16 @@ TEST_F(QtApplicationTest, ConnectsOutletsThenFinishesLaunchingThenRunsUntilTheEn
             "delegate:NSApplicationWillTerminateNotification notification ");
 }
 
+TEST_F(QtApplicationTest, FinishesLaunchingBeforeEverythingElseThatWaitsForTheEventLoop) {
+  onLaunch = [this] { runLoop.performAfterDelay(Seconds(0), this, [this] { application.terminate(this); }); };
+  QMetaObject::invokeMethod(
+      qApp, [this] { trace += "waiting "; }, Qt::QueuedConnection);
+  EXPECT_EQ(run(), 0);
+  EXPECT_EQ(trace,
+            "outlet outlet NSApplicationDidFinishLaunchingNotification waiting "
+            "delegate:NSApplicationWillTerminateNotification notification ");
+}
+
 TEST_F(QtApplicationTest, TerminatesOnceOnly) {
   onLaunch = [this] {
     runLoop.performAfterDelay(Seconds(0), this, [this] {

@@ -66,7 +66,6 @@ class Framework {
                            [this](std::function<void()> action) { _runLoop.deliver(std::move(action)); }) {
     _platform.views.resources = &_viewResources;
     putResourcesFirstOnPath(_bundles.mainBundle());
-    QApplication::setWindowIcon(applicationIcon(_bundles.mainBundle()));
     // The name of its desktop entry: lists of windows take name and picture from there.
     QGuiApplication::setDesktopFileName(
         QString::fromStdString(_bundles.mainBundle().bundleIdentifier().value_or(programName(argv[0]))));
@@ -130,6 +129,7 @@ class Framework {
   ServiceManagement _serviceManagement{_log};
   Shell _shell{_blockingCall};
   LoggingHost _loggingHost;
+  IconAfterFirstPaint _icon{_bundles.mainBundle()};
   QtViewResources _viewResources{
       _bundles.mainBundle(), {_runLoop, _viewClasses}, [this] { _application.terminateOnRequest(); }};
   CheckedBundles _checkedBundles{_bundles, _refusal, _platform.report};

@@ -3,6 +3,7 @@
 #include <QFont>
 #include <QFontDatabase>
 #include <QPalette>
+#include <QTimer>
 #include <algorithm>
 #include <cmath>
 
@@ -68,6 +69,17 @@ QIcon applicationIcon(const platform::Bundle& bundle) {
     if (const auto path = bundle.pathForResource("artwork/" + *name + "-" + std::to_string(size), "png"))
       icon.addFile(qtString(*path), QSize(size, size));
   return icon;
+}
+
+IconAfterFirstPaint::IconAfterFirstPaint(const platform::Bundle& bundle) : _bundle(bundle) {
+  qApp->installEventFilter(this);
+}
+
+bool IconAfterFirstPaint::eventFilter(QObject* /*watched*/, QEvent* event) {
+  if (event->type() != QEvent::Paint) return false;
+  qApp->removeEventFilter(this);
+  QTimer::singleShot(0, this, [this] { QApplication::setWindowIcon(applicationIcon(_bundle)); });
+  return false;
 }
 
 }  // namespace platform::Linux

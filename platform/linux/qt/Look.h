@@ -17,4 +17,16 @@ void applyLook(DesktopSettings settings = {});
 // when there is none.
 QIcon applicationIcon(const platform::Bundle& bundle);
 
+// Makes that icon the application's as soon as a window has been painted. Reading its pictures and handing them over takes
+// several milliseconds, and no window needs them to be shown.
+class IconAfterFirstPaint final : public QObject {
+ public:
+  // `bundle` outlives it.
+  explicit IconAfterFirstPaint(const platform::Bundle& bundle);
+  bool eventFilter(QObject* watched, QEvent* event) override;
+
+ private:
+  const platform::Bundle& _bundle;
+};
+
 }  // namespace platform::Linux

@@ -85,6 +85,15 @@ TEST_F(ApplicationIcon, IsOnTheWindow) {
   expectTheArtwork(window);
 }
 
+TEST_F(ApplicationIcon, ComesOnceAWindowHasBeenPainted) {
+  IconAfterFirstPaint icon(bundle);
+  WindowWidget window;
+  window.show();
+  EXPECT_TRUE(QApplication::windowIcon().isNull());
+  ASSERT_TRUE(spinUntil([&] { return !QApplication::windowIcon().isNull(); }));
+  expectTheArtwork(window);
+}
+
 TEST_F(ApplicationIcon, IsOnAnAlert) {
   QApplication::setWindowIcon(applicationIcon(bundle));
   QTimer::singleShot(0, qApp, [&] {

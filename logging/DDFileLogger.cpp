@@ -116,9 +116,15 @@ void DDFileLogger::logMessage(const DDLogMessage& message) {
   _writer.endRecord();
 }
 
+// Lines that a file did not take before it was rolled are waiting for the next one.
+void DDFileLogger::writePending() {
+  if (_writer.hasLines()) openCurrentLogFile();
+  _writer.write();
+}
+
 void DDFileLogger::flush() {
   verifyPlace();
-  _writer.write();
+  writePending();
   _writer.reportDropped();
 }
 

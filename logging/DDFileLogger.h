@@ -52,7 +52,7 @@ class KELTO_API DDFileLogger : public DDAbstractLogger {
   void didAddLogger() override;
   void willRemoveLogger() override;
   void flush() override;
-  void writePending() override { _writer.write(); }
+  void writePending() override;
   void didBecomeIdle() override { verifyPlace(); }
   void willEnd() override { _finisher.finishNow(); }
   void didFork() override;

@@ -39,6 +39,7 @@ class LogFileWriter {
   bool writeAtOnce(std::string_view text);
   void write();
 
+  [[nodiscard]] bool hasLines() const { return _lines->length() > 0; }
   // The size of the file with the lines that are still here.
   [[nodiscard]] std::uint64_t offset() const { return _fileSize + _lines->length(); }
   // The size of the file itself.

@@ -307,6 +307,20 @@ TEST_F(Files, AFullDiskKeepsTheLinesUntilThereIsRoomAgain) {
   EXPECT_THAT(fake.systemLog.lines, ElementsAre("DDFileLogger: Error writing log file: No space left on device"));
 }
 
+TEST_F(Files, LinesThatARolledFileDidNotTakeAreInTheNextOneAfterAFlush) {
+  logger->setLogFormatter(nullptr);
+  log("one");
+  files().room = 0;
+  log("two");
+  logger->rollLogFile();
+  DDLog::flushLog();
+  files().room = SIZE_MAX;
+  DDLog::flushLog();
+  std::vector<std::string> contents;
+  for (const auto& path : files().paths()) contents.push_back(files().contents(path).value_or(""));
+  EXPECT_THAT(contents, testing::UnorderedElementsAre("one\n", "two\n"));
+}
+
 TEST_F(Files, AFullDiskNeitherRollsNorPrunes) {
   logger->setLogFormatter(nullptr);
   logger->setMaximumFileSize(100);

@@ -21,7 +21,7 @@ class LogFileFinisher {
   LogFileFinisher& operator=(const LogFileFinisher&) = delete;
 
   // Called once the file is on the medium, on a queue of the finisher's own, or, with false, when the file was deleted
-  // before that. Must not wait for the logger's queue. What it throws goes to the system log. When there is no memory to
+  // before that. Must not wait for the logger's queue. Its exceptions go to the system log. When there is no memory to
   // wait with, the caller of `finish` does it all.
   using Finished = std::function<void(bool isThere)>;
 

@@ -7,6 +7,7 @@
 
 #include "protocol/LastRun.h"
 #include "protocol/LaunchArguments.h"
+#include "protocol/ParentWindow.h"
 #include "sdk/Controller.h"
 #include "sdk/LastRun.h"
 
@@ -86,6 +87,14 @@ int kelto_controller_set_installer(kelto_controller* controller, const char* bun
 int kelto_controller_set_window_frame(kelto_controller* controller, double x, double y, double width, double height) {
   return guarded(controller, [&](sdk::Controller& object) {
     object.setFrame({x, y, width, height});
+    return 0;
+  });
+}
+
+int kelto_controller_set_parent_window(kelto_controller* controller, const char* name) {
+  return guarded(controller, [&](sdk::Controller& object) {
+    if (name != nullptr && !protocol::parentWindowFromText(name)) return -EINVAL;
+    object.setParentWindow(name != nullptr ? name : "");
     return 0;
   });
 }

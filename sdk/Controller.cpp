@@ -143,7 +143,7 @@ void Controller::startInstaller() {
   if (!bundle) return fail({KELTO_ERROR_INSTALLER, cause});
   _bundle = *bundle;
   const auto ended = [this](int status) { installerEnded(status); };
-  if (!_installer.start(_loop.get(), _bundle.program, arguments(), ended, cause))
+  if (!_installer.start(_loop.get(), {_bundle.program, arguments(), _parentWindow}, ended, cause))
     return fail({KELTO_ERROR_INSTALLER, cause});
   enter(KELTO_INSTALLER_STARTED, _installer.number(), "the installer was started");
   waitForInstaller();

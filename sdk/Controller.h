@@ -47,6 +47,8 @@ class Controller {
 
   void setInstaller(std::string path) { _installerPath = std::move(path); }
   void setFrame(const Frame& frame) { _frame = frame; }
+  // Empty: no window.
+  void setParentWindow(std::string name) { _parentWindow = std::move(name); }
 
   // Negative errno when it cannot begin.
   int obtainRight();
@@ -92,6 +94,7 @@ class Controller {
 
   std::string _installerPath = std::string(protocol::packagedToolFolder) + "/KeltoInstaller.app";
   std::optional<Frame> _frame;
+  std::string _parentWindow;
   std::optional<Job> _job;
   bool _isAsking = false;
   bool _hasHandedOver = false;

@@ -12,9 +12,11 @@
 #include <cstring>
 #include <fstream>
 #include <sstream>
+#include <string_view>
 #include <utility>
 
 #include "foundation/plist/PropertyList.h"
+#include "protocol/ParentWindow.h"
 
 extern char** environ;
 
@@ -51,6 +53,18 @@ void detach(SpawnSettings& settings) {
   posix_spawnattr_setflags(&settings.attributes, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
 }
 
+// This process's environment, with the parent window that `command` names and no other. `parent` holds that variable.
+std::vector<char*> environmentFor(const InstallerCommand& command, std::string& parent) {
+  const std::string start = std::string(protocol::parentWindowVariable) + "=";
+  std::vector<char*> variables;
+  for (char** each = environ; each != nullptr && *each != nullptr; ++each)
+    if (!std::string_view(*each).starts_with(start)) variables.push_back(*each);
+  parent = start + command.parentWindow;
+  if (!command.parentWindow.empty()) variables.push_back(parent.data());
+  variables.push_back(nullptr);
+  return variables;
+}
+
 int exitStatusOf(int pidfd) {
   siginfo_t end{};
   const int result = ::waitid(P_PIDFD, static_cast<id_t>(pidfd), &end, WEXITED | WNOHANG);
@@ -81,15 +95,18 @@ std::optional<InstallerBundle> readInstallerBundle(const std::string& path, std:
   return std::nullopt;
 }
 
-bool InstallerProcess::start(sd_event* loop, const std::string& program, const std::vector<std::string>& arguments,
-                             Ended ended, std::string& cause) {
+bool InstallerProcess::start(sd_event* loop, const InstallerCommand& command, Ended ended, std::string& cause) {
+  const auto& program = command.program;
   std::vector<char*> words{const_cast<char*>(program.c_str())};
-  for (const auto& argument : arguments) words.push_back(const_cast<char*>(argument.c_str()));
+  for (const auto& argument : command.arguments) words.push_back(const_cast<char*>(argument.c_str()));
   words.push_back(nullptr);
+  std::string parent;
+  const auto environment = environmentFor(command, parent);
 
   SpawnSettings settings;
   detach(settings);
-  int error = posix_spawn(&_number, program.c_str(), &settings.actions, &settings.attributes, words.data(), environ);
+  int error =
+      posix_spawn(&_number, program.c_str(), &settings.actions, &settings.attributes, words.data(), environment.data());
   if (error == 0) {
     _ended = std::move(ended);
     const int pidfd = static_cast<int>(::syscall(SYS_pidfd_open, _number, 0U));

@@ -19,6 +19,12 @@ struct InstallerBundle {
 // nullopt when it cannot be read; `cause` then says why.
 std::optional<InstallerBundle> readInstallerBundle(const std::string& path, std::string& cause);
 
+struct InstallerCommand {
+  std::string program;
+  std::vector<std::string> arguments;
+  std::string parentWindow;  // may be empty
+};
+
 class InstallerProcess {
  public:
   // The exit status; -1 when a signal ended it, or when somebody else collected it.
@@ -26,8 +32,7 @@ class InstallerProcess {
 
   // Starts the program in a session of its own, in "/", with no open files but the standard ones. False when that fails;
   // `cause` then says why.
-  bool start(sd_event* loop, const std::string& program, const std::vector<std::string>& arguments, Ended ended,
-             std::string& cause);
+  bool start(sd_event* loop, const InstallerCommand& command, Ended ended, std::string& cause);
 
   [[nodiscard]] pid_t number() const { return _number; }
   // Stands for this process even after it ended; owned.

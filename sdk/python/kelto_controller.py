@@ -38,7 +38,8 @@ _POINTER, _INT, _TEXT, _REAL = ctypes.c_void_p, ctypes.c_int, ctypes.c_char_p, c
 _FUNCTIONS = {
     "new": (_POINTER, _TEXT, _HANDLER, ctypes.c_void_p), "free": (None, _POINTER), "fd": (_INT, _POINTER),
     "dispatch": (None, _POINTER), "set_installer": (_INT, _POINTER, _TEXT),
-    "set_window_frame": (_INT, _POINTER, _REAL, _REAL, _REAL, _REAL), "obtain_right": (_INT, _POINTER),
+    "set_window_frame": (_INT, _POINTER, _REAL, _REAL, _REAL, _REAL), "set_parent_window": (_INT, _POINTER, _TEXT),
+    "obtain_right": (_INT, _POINTER),
     "last_run": (_INT, _INT, _POINTER, ctypes.c_size_t), "install": (_INT, _POINTER, _TEXT, _TEXT), "update": (_INT, _POINTER, _TEXT, _TEXT), "remove": (_INT, _POINTER, _TEXT),
 }
 
@@ -105,6 +106,9 @@ class Controller:
 
     def set_window_frame(self, x, y, width, height):
         self._call("set_window_frame", x, y, width, height)
+
+    def set_parent_window(self, name):
+        self._call("set_parent_window", None if name is None else os.fsencode(name))
 
     def obtain_right(self):
         self._call("obtain_right")

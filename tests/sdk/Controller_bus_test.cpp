@@ -15,6 +15,7 @@
 #include "protocol/Broker.h"
 #include "protocol/LastRun.h"
 #include "protocol/LaunchArguments.h"
+#include "protocol/ParentWindow.h"
 #include "tests/support/Environment.h"
 #include "tests/support/PrivateBus.h"
 #include "tests/support/TemporaryFolder.h"
@@ -195,6 +196,41 @@ TEST_F(ControllerTest, TellsTheInstallerWhatToDo) {
   EXPECT_EQ(tests::readFile(said), line(protocol::sourcePathArgument) + "/new.app\n" + line(protocol::trashPathArgument) +
                                        "/old.app\n" + line(protocol::isUpdateArgument) + "YES\n" +
                                        line(protocol::mainFrameArgument) + "r: {{10, 20.5}, {300, 400}}\n");
+}
+
+TEST_F(ControllerTest, NamesItsWindowToTheInstallerInTheEnvironment) {
+  const tests::EnvironmentVariable inherited(protocol::parentWindowVariable, "x11:77");
+  const auto said = _folder.path("said");
+  _controller.setInstaller(installer("env > " + said));
+  for (const std::string name : {"wayland:0f-1", "x11:1A0000b"}) {
+    ASSERT_EQ(_controller.setParentWindow(name), 0);
+    _controller.update("/new.app", "/old.app");
+    ASSERT_NE(wait(KELTO_FAILED), nullptr);
+    _events.clear();
+    EXPECT_THAT("\n" + tests::readFile(said),
+                testing::HasSubstr("\n" + std::string(protocol::parentWindowVariable) + "=" + name + "\n"));
+  }
+}
+
+// It may have been started by an installer that was a dialog of another window.
+TEST_F(ControllerTest, WithoutAWindowPassesOnNoName) {
+  const tests::EnvironmentVariable inherited(protocol::parentWindowVariable, "x11:77");
+  const auto said = _folder.path("said");
+  _controller.setInstaller(installer("env > " + said));
+  _controller.update("/new.app", "/old.app");
+  ASSERT_NE(wait(KELTO_FAILED), nullptr);
+  EXPECT_THAT(tests::readFile(said), testing::HasSubstr("PATH="));
+  EXPECT_THAT(tests::readFile(said), testing::Not(testing::HasSubstr(protocol::parentWindowVariable)));
+}
+
+TEST_F(ControllerTest, RefusesNamesOfWindowsThatNoDisplayGives) {
+  for (const auto* name : {"", "x11", "x11:0", "wayland:", "wayland:a b", "0x1a0000b"})
+    EXPECT_EQ(_controller.setParentWindow(name), -EINVAL) << name;
+  EXPECT_EQ(_controller.setParentWindow("wayland:" + std::string(5000, 'h')), -EINVAL);
+  kelto_controller* other = kelto_controller_new(
+      nullptr, [](void*, int, int, const char*) {}, nullptr);
+  EXPECT_EQ(kelto_controller_set_parent_window(other, nullptr), 0);
+  kelto_controller_free(other);
 }
 
 TEST_F(ControllerTest, KeepsNothingOfItsProcessInTheInstaller) {

@@ -95,6 +95,12 @@ KELTO_API int kelto_controller_set_installer(kelto_controller* controller, const
 KELTO_API int kelto_controller_set_window_frame(kelto_controller* controller, double x, double y, double width,
                                                 double height);
 
+/* The name of the application's window: the installer's window becomes a dialog of it, until a copy of the application is
+ * asked to quit. "x11:" and the window's number in hexadecimal, or "wayland:" and the handle that the compositor gave when
+ * the application exported the window (zxdg_exporter_v2), which has to stay exported. NULL forgets an earlier name; -EINVAL
+ * for a text of another form. A name that the display does not know has no effect. */
+KELTO_API int kelto_controller_set_parent_window(kelto_controller* controller, const char* name);
+
 /* Asks for the right now, before a download for instance. The jobs below ask by themselves when that was not done. */
 KELTO_API int kelto_controller_obtain_right(kelto_controller* controller);
 

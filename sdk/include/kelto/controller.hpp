@@ -35,6 +35,9 @@ class Controller {
   int setWindowFrame(double x, double y, double width, double height) {
     return kelto_controller_set_window_frame(_controller.get(), x, y, width, height);
   }
+  int setParentWindow(const std::string& name) {
+    return kelto_controller_set_parent_window(_controller.get(), name.c_str());
+  }
 
   int obtainRight() { return kelto_controller_obtain_right(_controller.get()); }
   int install(const std::string& newBundle, const std::string& installedBundle) {

@@ -15,7 +15,7 @@ packages() {
 
 # Another distribution names its packages otherwise, so what they bring is looked for.
 commands=(g++ cmake ninja pkg-config git python3)
-libraries=(libsystemd xcb xcb-damage xcb-res icu-uc libsodium Qt6Widgets Qt6UiTools)
+libraries=(libsystemd xcb xcb-damage xcb-res wayland-client wayland-protocols icu-uc libsodium Qt6Widgets Qt6UiTools)
 if [ "$section" != build ]; then
   commands+=(Xvfb openbox dbus-daemon xdotool xprop xwininfo import identify)
   libraries+=(sqlite3 gtest gmock)

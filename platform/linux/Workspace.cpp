@@ -19,16 +19,16 @@ namespace {
 class RunningApplication final : public platform::RunningApplication {
  public:
   RunningApplication(RunningProcess process, std::string_view bundleIdentifier, std::vector<pid_t> copies,
-                     platform::SystemLog& log, BlockingCall& blockingCall, bool& hasAsked)
+                     platform::SystemLog& log, BlockingCall& blockingCall, std::function<void()> willAsk)
       : _process(std::move(process)),
         _bundleIdentifier(bundleIdentifier),
         _copies(std::move(copies)),
         _log(log),
         _blockingCall(blockingCall),
-        _hasAsked(hasAsked) {}
+        _willAsk(std::move(willAsk)) {}
 
   bool terminate() override {
-    _hasAsked = true;
+    _willAsk();
     bool isAsked = false;
     _blockingCall.run([&] { isAsked = askToQuit(_process, _bundleIdentifier, _copies); });
     if (!isAsked) _log.log("Process " + std::to_string(_process.number) + whose() + " could not be asked to quit");
@@ -48,7 +48,7 @@ class RunningApplication final : public platform::RunningApplication {
   const std::vector<pid_t> _copies;
   platform::SystemLog& _log;
   BlockingCall& _blockingCall;
-  bool& _hasAsked;
+  const std::function<void()> _willAsk;
 };
 
 }  // namespace
@@ -63,10 +63,14 @@ std::vector<std::shared_ptr<platform::RunningApplication>> Workspace::runningApp
     if (_hasAsked) keepInFront(numbers);
   });
   if (_hasAsked && onWait) onWait(numbers);
+  const auto willAsk = [this] {
+    _hasAsked = true;
+    if (onAsk) onAsk();
+  };
   std::vector<std::shared_ptr<platform::RunningApplication>> applications;
   for (auto& process : processes)
-    applications.push_back(std::make_shared<RunningApplication>(std::move(process), bundleIdentifier, numbers, _log,
-                                                                _blockingCall, _hasAsked));
+    applications.push_back(
+        std::make_shared<RunningApplication>(std::move(process), bundleIdentifier, numbers, _log, _blockingCall, willAsk));
   return applications;
 }
 

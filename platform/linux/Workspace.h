@@ -16,6 +16,8 @@ namespace platform::Linux {
 // Main thread. The constructor's arguments must outlive this object and the RunningApplications that it hands out.
 class Workspace final : public platform::Workspace {
  public:
+  // Called before a copy is asked to quit.
+  std::function<void()> onAsk;
   // Called with the copies that still run, each time they are looked for once one of them has been asked to quit. It may be
   // asking its user, so no window of this program belongs in front of its windows from then on.
   std::function<void(const std::vector<pid_t>& copies)> onWait;

@@ -27,6 +27,7 @@
 #include "platform/linux/qt/Display.h"
 #include "platform/linux/qt/Language.h"
 #include "platform/linux/qt/Look.h"
+#include "platform/linux/qt/ParentWindow.h"
 #include "platform/linux/qt/QtApplication.h"
 #include "platform/linux/qt/QtBlockingCall.h"
 #include "platform/linux/qt/QtViewResources.h"
@@ -57,9 +58,11 @@ std::unique_ptr<QSocketNotifier> watch(Listener& listener) {
 // Everything that lives as long as the application runs. Members are made in this order and go in the other.
 class Framework {
  public:
-  Framework(int argc, char** argv, SystemLog& log, const std::vector<ViewClass>& viewClasses)
+  Framework(int argc, char** argv, SystemLog& log, const std::vector<ViewClass>& viewClasses,
+            std::optional<protocol::ParentWindow> parent)
       : _log(log),
         _viewClasses(viewClasses),
+        _parent(std::move(parent), log),
         _defaults(argc, argv, _bundles.mainBundle().bundleIdentifier().value_or(""), log),
         _application(_runLoop, _center, _bundles.mainBundle().infoString("CFBundleName").value_or(programName(argv[0]))),
         _distributedCenter(_bundles.mainBundle().bundleIdentifier().value_or(""), log,
@@ -86,6 +89,8 @@ class Framework {
       _application.setJobRuns(runs);
     };
     _workspace.onLaunch = [this] { _lastRun.write(_platform.report.failure()); };
+    _application.onShow = [this](QWindow& window) { _parent.adopt(window); };
+    _applications.onAsk = [this] { _parent.letGo(); };
     _applications.onWait = [this](const std::vector<pid_t>& copies) { _application.stayBehind(copies); };
     const TerminationSignals signals([this](const char* signal) { endBecauseOf(signal); });
     const int status = _application.run(_platform, *path, classes, _viewClasses);
@@ -110,6 +115,7 @@ class Framework {
 
   SystemLog& _log;
   const std::vector<ViewClass>& _viewClasses;
+  ParentWindow _parent;
   Bundles _bundles{_log, [this] { return preferredLanguages(_defaults); }};
   UserDefaults _defaults;
   const std::optional<Failure> _refusal = reasonToRefuse(_defaults, readOnlyFolderAround);
@@ -159,7 +165,8 @@ int ApplicationMain(int argc, char** argv, const std::vector<DelegateClass>& cla
     if (const auto status = Linux::answerToCommandLine(argc, argv, *commandLine, name, bundles.mainBundle(), log))
       return *status;
   }
-  const auto display = Linux::Display::choose(name);
+  auto parent = Linux::takeParentWindow(log);
+  const auto display = Linux::Display::choose(name, parent && !parent->waylandHandle.empty());
   if (!display.problem.empty()) {
     RunReport(log).fail({Ending::noDisplay, "open the display", "", display.problem});
     return static_cast<int>(Ending::noDisplay);
@@ -182,7 +189,7 @@ int ApplicationMain(int argc, char** argv, const std::vector<DelegateClass>& cla
   environment.reset();
   desktop.onChange = [&] { Linux::applyLook(desktop.settings()); };
   const auto desktopNotifier = Linux::watch(desktop);
-  return Linux::Framework(argc, argv, log, viewClasses).run(classes);
+  return Linux::Framework(argc, argv, log, viewClasses, std::move(parent)).run(classes);
 }
 
 }  // namespace platform

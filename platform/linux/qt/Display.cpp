@@ -80,7 +80,7 @@ std::string problemWithoutDisplay(const std::string& program) {
 
 std::string qtPluginFolder() { return QLibraryInfo::path(QLibraryInfo::PluginsPath).toStdString(); }
 
-Choice choose(const std::string& program, const std::string& pluginFolder) {
+Choice choose(const std::string& program, bool belongsOnWayland, const std::string& pluginFolder) {
   const auto asked = environment("QT_QPA_PLATFORM");
   // Of a list Qt takes the first that works.
   const bool isWaylandAsked = asked.starts_with("wayland") && asked.find(';') == std::string::npos;
@@ -88,6 +88,8 @@ Choice choose(const std::string& program, const std::string& pluginFolder) {
     return {{},
             "QT_QPA_PLATFORM=" + asked + " decides how the window is shown",
             isWaylandAsked ? problemOnWayland(program, pluginFolder) : ""};
+  if (asked.empty() && belongsOnWayland && problemOnWayland(program, pluginFolder).empty())
+    return {"wayland", "Wayland: the window is a dialog of the application's", {}};
   if (!environment("DISPLAY").empty() && canReachX11()) {
     return {"xcb", isWaylandSession() ? "Wayland session: using XWayland, where a window can be placed" : "", {}};
   }

@@ -22,9 +22,10 @@ struct Choice {
 std::string qtPluginFolder();
 
 // Chooses from the environment. X11 comes first, through XWayland too, because a Wayland client cannot place its own
-// window. Without this check Qt would end the process with a core dump when there is no display. The advice about a problem
-// calls the application by the name of its program.
-Choice choose(const std::string& program, const std::string& pluginFolder = qtPluginFolder());
+// window; but where the window belongs to one of the compositor's (`belongsOnWayland`), the compositor places it. Without
+// this check Qt would end the process with a core dump when there is no display. The advice about a problem calls the
+// application by the name of its program.
+Choice choose(const std::string& program, bool belongsOnWayland, const std::string& pluginFolder = qtPluginFolder());
 
 // Sets environment variables that Qt reads while the application object is made, and puts the old values back when it goes:
 // programs started later must not inherit them. Those by which a desktop lets this program come to the front, which Qt

@@ -52,7 +52,7 @@ class InterfaceDescription {
   void connectOutlets(ApplicationDelegate& delegate) const;
   // Enables or disables the buttons with the action "terminate:".
   void setActionsEnabled(bool enabled) const;
-  [[nodiscard]] QWidget& window() const { return *_window; }
+  [[nodiscard]] WindowWidget& window() const { return *_window; }
 
  private:
   explicit InterfaceDescription(std::unique_ptr<WindowWidget> window);

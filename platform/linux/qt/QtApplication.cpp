@@ -89,6 +89,7 @@ bool QtApplication::load(Platform& platform, const std::string& path, const std:
     platform.systemLog.log("cannot load the interface description " + path + ": " + cause);
     return false;
   }
+  _interface->window().onShow = onShow;
   const auto name = _interface->delegateClass();
   const auto found = std::ranges::find(classes, name, &DelegateClass::name);
   if (found == classes.end()) {

@@ -23,6 +23,9 @@ class QtApplication final : public Application {
   // Called when the run has failed, before the alert that says so is shown.
   std::function<void()> onFailure;
 
+  // Called when the window has been shown.
+  std::function<void(QWindow& window)> onShow;
+
   // Nothing is shown any more after termination, or once a signal has asked for the end.
   void runModal(const Alert& alert) override;
   void terminate(const void* sender) override;

@@ -69,6 +69,11 @@ void WindowWidget::takeDesignedWidth() {
   fitLetters(*this);
 }
 
+void WindowWidget::setVisible(bool visible) {
+  QWidget::setVisible(visible);
+  if (visible && onShow) onShow(*windowHandle());
+}
+
 // The middle stays where it is.
 void WindowWidget::changeEvent(QEvent* event) {
   QWidget::changeEvent(event);

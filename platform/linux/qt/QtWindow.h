@@ -18,9 +18,12 @@ class WindowWidget final : public QWidget {
  public:
   WindowWidget();
   std::function<void()> onClose;
+  // Called each time the display has been told to show the window, before it has a picture of it.
+  std::function<void(QWindow& window)> onShow;
 
   // Takes the present width for the one of letters of the designed size.
   void takeDesignedWidth();
+  void setVisible(bool visible) override;
 
  protected:
   void changeEvent(QEvent* event) override;

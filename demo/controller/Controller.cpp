@@ -66,6 +66,8 @@ void Controller::whenThereIs(const char* key, const std::function<void()>& actio
 void Controller::runInstaller(const std::string& mode) {
   if (const auto frame = _window.frameOnScreen())
     _library.setWindowFrame(frame->origin.x, frame->origin.y, frame->size.width, frame->size.height);
+  _exported.emplace(*_window.windowHandle());
+  if (!_exported->name().empty()) _library.setParentWindow(_exported->name());
   if (beginJob(mode) < 0) enter("The installer could not be started");
 }
 

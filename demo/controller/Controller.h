@@ -4,10 +4,12 @@
 // Main thread only. Everything that happens is also said on standard output, a line each. It changes nothing on disk.
 #include <QSocketNotifier>
 #include <functional>
+#include <optional>
 #include <string>
 
 #include <kelto/controller.hpp>
 #include "demo/controller/ControllerWindow.h"
+#include "demo/controller/ExportedWindow.h"
 #include "platform/Bundle.h"
 #include "platform/UserDefaults.h"
 
@@ -40,6 +42,7 @@ class Controller final : public QObject {
   const platform::Bundle& _bundle;
   const platform::UserDefaults& _defaults;
   ControllerWindow _window;
+  std::optional<ExportedWindow> _exported;  // once the installer is about to start
   kelto::Controller _library;
   QSocketNotifier _libraryIsReady;
   int _installer = 0;  // its process, once it was started

@@ -19,6 +19,7 @@ import brand  # noqa: E402,F401
 import command_line  # noqa: E402,F401
 import copies  # noqa: E402,F401
 import demonstration  # noqa: E402,F401
+import dialog  # noqa: E402,F401
 import disks  # noqa: E402,F401
 import endings  # noqa: E402,F401
 import entries  # noqa: E402,F401

@@ -10,13 +10,18 @@ from screens import WIDTH, expected_place
 from world import Skip, arguments_of, check, equal, scenario
 
 
+def leave_x(world):
+    """The programs that are started from now on do not find the X server."""
+    for key in ("DISPLAY", "XAUTHORITY", "QT_QPA_PLATFORM"):
+        world.desktop.environment.pop(key)
+
+
 def start_compositor(world, *options):
     """A compositor without a screen; the programs that are started from now on find no other display."""
     if not shutil.which("weston"):
         raise Skip("weston is not installed")
     desktop, name = world.desktop, "wayland-kelto"
-    for key in ("DISPLAY", "XAUTHORITY", "QT_QPA_PLATFORM"):
-        desktop.environment.pop(key)
+    leave_x(world)
     compositor = desktop.start("weston", ["weston", "--backend=headless-backend.so", "--use-pixman", "--width=1280", "--height=800",
                                           f"--socket={name}", "--idle-time=0", "--debug", *options])
     wait_for("the compositor", (desktop.runtime / name).exists)

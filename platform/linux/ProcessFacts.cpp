@@ -1,6 +1,7 @@
 #include "platform/linux/ProcessFacts.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,10 +9,10 @@
 #include <charconv>
 #include <climits>
 #include <cstdint>
-#include <fstream>
 #include <memory>
-#include <sstream>
 #include <utility>
+
+#include "posix/Descriptor.h"
 
 namespace platform::Linux {
 
@@ -23,11 +24,14 @@ struct CloseFolder {
 
 std::string fileOf(pid_t process, const char* name) { return "/proc/" + std::to_string(process) + "/" + name; }
 
-// Reading fails when the process ends meanwhile: the stream then keeps the error to itself, which an iterator would throw.
-std::string contentsOf(const std::string& file) {
-  std::ostringstream contents;
-  contents << std::ifstream(file, std::ios::binary).rdbuf();
-  return std::move(contents).str();
+// Without a stream: a scan reads several files of each process. Reading fails when the process ends meanwhile.
+std::string contentsOf(const std::string& path) {
+  std::string contents;
+  const posix::Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  char buffer[8192];
+  for (ssize_t count = 0; file && (count = ::read(file.get(), buffer, sizeof buffer)) > 0;)
+    contents.append(buffer, static_cast<std::size_t>(count));
+  return contents;
 }
 
 std::string targetOf(const std::string& link) {
@@ -93,11 +97,20 @@ std::string nameOf(pid_t process) {
 
 std::vector<std::string> argumentsOf(pid_t process) { return splitAtZero(contentsOf(fileOf(process, "cmdline"))); }
 
-std::optional<std::string> environmentValueOf(pid_t process, std::string_view name) {
-  for (const auto& variable : splitAtZero(contentsOf(fileOf(process, "environ"))))
+std::string environmentOf(pid_t process) { return contentsOf(fileOf(process, "environ")); }
+
+std::optional<std::string> valueIn(std::string_view environment, std::string_view name) {
+  while (!environment.empty()) {
+    const auto variable = environment.substr(0, environment.find('\0'));
     if (variable.size() > name.size() && variable.starts_with(name) && variable[name.size()] == '=')
-      return variable.substr(name.size() + 1);
+      return std::string(variable.substr(name.size() + 1));
+    environment.remove_prefix(std::min(variable.size() + 1, environment.size()));
+  }
   return std::nullopt;
+}
+
+std::optional<std::string> environmentValueOf(pid_t process, std::string_view name) {
+  return valueIn(environmentOf(process), name);
 }
 
 std::string controlGroupOf(pid_t process) {

@@ -20,7 +20,10 @@ std::string programOf(pid_t process);
 std::string nameOf(pid_t process);
 // The words it was started with. Other users' processes show theirs too.
 std::vector<std::string> argumentsOf(pid_t process);
-// The value of a variable in the environment it was started with.
+// The environment it was started with: variables, each followed by a zero byte.
+std::string environmentOf(pid_t process);
+// The value of a variable in such an environment.
+std::optional<std::string> valueIn(std::string_view environment, std::string_view name);
 std::optional<std::string> environmentValueOf(pid_t process, std::string_view name);
 // The last component of its control group's path: the unit that the desktop or the service manager started it in.
 std::string controlGroupOf(pid_t process);

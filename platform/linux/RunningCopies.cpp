@@ -118,15 +118,16 @@ bool interprets(pid_t process, const std::string& program, const std::string& sc
 }
 
 // The value of a mark that names this process, and was not inherited from another.
-std::string markOf(pid_t process, const char* variable, const char* processVariable) {
-  if (environmentValueOf(process, processVariable) != std::to_string(process)) return {};
-  return environmentValueOf(process, variable).value_or("");
+std::string markIn(std::string_view environment, pid_t process, const char* variable, const char* processVariable) {
+  if (valueIn(environment, processVariable) != std::to_string(process)) return {};
+  return valueIn(environment, variable).value_or("");
 }
 
 // By this program, or by a desktop, which names the file that describes the application to it.
 bool wasLaunchedAs(pid_t process, const std::string& identifier) {
-  return markOf(process, launchedIdentifierVariable, launchedProcessVariable) == identifier ||
-         markOf(process, "GIO_LAUNCHED_DESKTOP_FILE", "GIO_LAUNCHED_DESKTOP_FILE_PID")
+  const std::string environment = environmentOf(process);
+  return markIn(environment, process, launchedIdentifierVariable, launchedProcessVariable) == identifier ||
+         markIn(environment, process, "GIO_LAUNCHED_DESKTOP_FILE", "GIO_LAUNCHED_DESKTOP_FILE_PID")
              .ends_with("/" + identifier + ".desktop");
 }
 

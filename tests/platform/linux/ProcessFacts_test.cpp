@@ -6,7 +6,10 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <string>
 #include <thread>
+
+#include "tests/support/Eventually.h"
 
 namespace platform::Linux {
 namespace {
@@ -32,6 +35,32 @@ TEST(ProcessFacts, AProcessThatEndsWhileItIsLookedAtHasEmptyFacts) {
   looker.join();
   EXPECT_EQ(argumentsOf(process), std::vector<std::string>());
   EXPECT_EQ(startOf(process), 0U);
+}
+
+TEST(ProcessFacts, AVariableIsFoundByItsWholeName) {
+  using namespace std::string_view_literals;
+  constexpr auto environment = "LONG_NAME=1\0NAME_LONG=2\0NAME\0NAME=a=b\0NAME=later\0EMPTY=\0LAST=3"sv;
+  EXPECT_EQ(valueIn(environment, "NAME"), "a=b");
+  EXPECT_EQ(valueIn(environment, "EMPTY"), "");
+  EXPECT_EQ(valueIn(environment, "LAST"), "3");
+  EXPECT_EQ(valueIn(environment, "LON"), std::nullopt);
+  EXPECT_EQ(valueIn("", "NAME"), std::nullopt);
+}
+
+TEST(ProcessFacts, AnEnvironmentOfManyPagesIsReadToItsEnd) {
+  const std::string value(100'000, 'x');
+  const std::string large = "LARGE=" + value;
+  const char* words[] = {"sleep", "1000", nullptr};
+  const char* variables[] = {large.c_str(), "LAST=here", nullptr};
+  const pid_t process = ::fork();
+  if (process == 0) {
+    ::execve("/bin/sleep", const_cast<char**>(words), const_cast<char**>(variables));
+    ::_exit(127);
+  }
+  EXPECT_TRUE(tests::eventually([&] { return environmentValueOf(process, "LAST") == "here"; }));
+  EXPECT_EQ(environmentValueOf(process, "LARGE"), value);
+  ::kill(process, SIGKILL);
+  ::waitpid(process, nullptr, 0);
 }
 
 }  // namespace

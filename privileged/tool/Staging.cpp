@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/random.h>
-#include <sys/statfs.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -11,11 +10,11 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
-#include <cstring>
 #include <string_view>
 
 #include "posix/RemoveTree.h"
 #include "privileged/tool/Failure.h"
+#include "privileged/tool/FileSystemNumber.h"
 #include "privileged/tool/Folder.h"
 #include "privileged/tool/SignOfLife.h"
 
@@ -66,7 +65,7 @@ TwoWords wordsOf(const std::string& text) {
 
 struct Identity {
   std::string device;
-  std::string fileSystem;  // its own number, which most file systems keep when devices are counted anew; else empty
+  std::string fileSystem;  // its own number; see numberOfFileSystem
   std::string item;        // inode and time of birth
 
   [[nodiscard]] std::string text() const { return device + " " + fileSystem + " " + item; }
@@ -78,16 +77,11 @@ struct Identity {
 
 Identity identityOf(int folder) {
   struct statx status {};
-  struct statfs volume {};
-  if (::statx(folder, "", AT_EMPTY_PATH, STATX_INO | STATX_BTIME, &status) != 0 || ::fstatfs(folder, &volume) != 0)
+  if (::statx(folder, "", AT_EMPTY_PATH, STATX_INO | STATX_BTIME, &status) != 0)
     failWithSystemError("cannot look at a folder");
-  std::array<unsigned, 2> number{};
-  static_assert(sizeof number == sizeof volume.f_fsid);
-  std::memcpy(number.data(), &volume.f_fsid, sizeof number);
-  const bool hasNumber = number[0] != 0 || number[1] != 0;
   const bool hasBirth = (status.stx_mask & STATX_BTIME) != 0;
   return {.device = std::to_string(status.stx_dev_major) + ":" + std::to_string(status.stx_dev_minor),
-          .fileSystem = hasNumber ? std::to_string(number[0]) + ":" + std::to_string(number[1]) : std::string(),
+          .fileSystem = numberOfFileSystem(folder),
           .item = std::to_string(status.stx_ino) + ":" + (hasBirth ? std::to_string(status.stx_btime.tv_sec) : "") + "." +
                   (hasBirth ? std::to_string(status.stx_btime.tv_nsec) : "")};
 }

@@ -14,7 +14,7 @@
 namespace AssistantTool {
 namespace {
 
-// What xfs tells of itself; the kernel's oldest form of it, which never changes.
+// The answer of xfs about itself, in the kernel's oldest form, which never changes.
 struct XfsGeometry {
   std::array<std::uint32_t, 8> sizes;
   std::array<std::uint64_t, 4> blocks;

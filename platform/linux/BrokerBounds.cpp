@@ -22,10 +22,16 @@ constexpr std::uint64_t patienceForManager = 1'000'000;  // microseconds
 
 // The bus object of the broker's unit. A unit of that name that brings no broker to the system bus says nothing about it.
 std::optional<std::string> objectOfBrokerUnit(sd_bus* bus) {
+  sd_bus_message* request = nullptr;
+  sd_bus_message_new_method_call(bus, &request, serviceManager, "/org/freedesktop/systemd1",
+                                 "org.freedesktop.systemd1.Manager", "LoadUnit");
+  const BusMessage ownedRequest(request);
+  if (request == nullptr || sd_bus_message_append(request, "s", brokerUnit) < 0) return std::nullopt;
+  // Without a service manager the bus would try in vain to start one.
+  sd_bus_message_set_auto_start(request, 0);
   BusError error;
   sd_bus_message* answer = nullptr;
-  sd_bus_call_method(bus, serviceManager, "/org/freedesktop/systemd1", "org.freedesktop.systemd1.Manager", "LoadUnit",
-                     error.get(), &answer, "s", brokerUnit);
+  sd_bus_call(bus, request, 0, error.get(), &answer);
   const BusMessage owned(answer);
   const char* path = nullptr;
   if (answer == nullptr || sd_bus_message_read_basic(answer, 'o', &path) <= 0) return std::nullopt;

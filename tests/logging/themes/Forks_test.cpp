@@ -172,15 +172,18 @@ TEST_P(AForkInsideALogger, AndOneOfAnotherThreadDoNotWaitForEachOther) {
                 inner = forked();
                 if (inner == 0) ::_exit(0);
               });
+              int innerStatus = -1;
               std::thread logging([&] {
                 logWithAFork();
                 DDLog::flushLog();
+                // The child dies with the thread that has forked it.
+                innerStatus = statusOf(inner);
               });
               isInside.acquire();
               const pid_t outer = forked();
               if (outer == 0) ::_exit(0);
               logging.join();
-              ::_exit(statusOf(outer) + statusOf(inner));
+              ::_exit(statusOf(outer) + innerStatus);
             }),
             0);
 }

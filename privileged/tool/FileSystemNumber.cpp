@@ -7,7 +7,6 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
-#include <string_view>
 
 #include "privileged/tool/Failure.h"
 
@@ -18,22 +17,20 @@ namespace {
 struct XfsGeometry {
   std::array<std::uint32_t, 8> sizes;
   std::array<std::uint64_t, 4> blocks;
-  std::array<unsigned char, 16> uuid;
+  std::array<std::uint64_t, 2> uuid;
   std::array<std::uint32_t, 7> others;
 };
 constexpr auto askForGeometry = _IOR('X', 100, XfsGeometry);
 static_assert(sizeof(XfsGeometry) == 112);
 
-std::string uuidOfXfs(int folder) {
+std::string textOf(std::uint64_t first, std::uint64_t second) {
+  return std::to_string(first) + ":" + std::to_string(second);
+}
+
+std::string numberOfXfs(int folder) {
   XfsGeometry geometry{};
   if (::ioctl(folder, askForGeometry, &geometry) != 0) failWithSystemError("cannot ask the file system for its number");
-  constexpr std::string_view digits = "0123456789abcdef";
-  std::string text;
-  for (const unsigned char byte : geometry.uuid) {
-    text += digits[byte / digits.size()];
-    text += digits[byte % digits.size()];
-  }
-  return text;
+  return textOf(geometry.uuid[0], geometry.uuid[1]);
 }
 
 }  // namespace
@@ -42,12 +39,12 @@ std::string numberOfFileSystem(int folder) {
   struct statfs volume {};
   if (::fstatfs(folder, &volume) != 0) failWithSystemError("cannot look at a file system");
   // Its number in there is that of the device.
-  if (volume.f_type == XFS_SUPER_MAGIC) return uuidOfXfs(folder);
+  if (volume.f_type == XFS_SUPER_MAGIC) return numberOfXfs(folder);
   std::array<unsigned, 2> number{};
   static_assert(sizeof number == sizeof volume.f_fsid);
   std::memcpy(number.data(), &volume.f_fsid, sizeof number);
   if (number[0] == 0 && number[1] == 0) return {};
-  return std::to_string(number[0]) + ":" + std::to_string(number[1]);
+  return textOf(number[0], number[1]);
 }
 
 }  // namespace AssistantTool

@@ -12,12 +12,12 @@
 //
 // Everything runs on the logging queue, except for the onlooker's thread, which comes with the second logger.
 #include <atomic>
-#include <exception>
 #include <thread>
 #include <vector>
 
 #include "logging/DDLogger.h"
 #include "logging/Doorbell.h"
+#include "logging/LogAttempt.h"
 #include "platform/SystemLog.h"
 
 // The core's entry for one logger.
@@ -69,13 +69,7 @@ class LogDelivery {
   void attempt(const Work& work) {
     if (_isStray) return;
     const AtWork atWork;
-    try {
-      work();
-    } catch (const std::exception& exception) {
-      report(exception.what());
-    } catch (...) {
-      report("unknown");
-    }
+    logging::attempt(work, [this](const char* reason) { report(reason); });
   }
 
   void report(const char* reason) noexcept;

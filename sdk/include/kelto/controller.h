@@ -71,9 +71,8 @@ typedef void (*kelto_handler)(void* data, int event, int number, const char* tex
 
 /* A controller for the application whose bundle has that identifier. It takes the identifier as its name on the session bus
  * and offers the action "quit" there, so that the installer can ask; KELTO_NAME_NOT_OWNED tells when it cannot have the
- * name. NULL for an application that does both by itself, as
- * one made with GApplication does. The handler is called from kelto_controller_dispatch() only. NULL when out of memory or
- * descriptors. */
+ * name. NULL for an application that does both by itself, as one made with GApplication does. The handler is called from
+ * kelto_controller_dispatch() only. NULL when out of memory or descriptors. */
 KELTO_API kelto_controller* kelto_controller_new(const char* bundle_identifier, kelto_handler handler, void* data);
 
 /* Gives up the bus name and the rights; an installer that has been started goes on. May be called by the handler. NULL is

@@ -65,7 +65,6 @@ class Ours final : public Peer {
                 std::size_t kept = 7)
       : _isSynchronous(isSynchronous) {
     _fake.clock.stepAside();
-    _fake.platform.loggingHost = &_host.host;
     for (int i = 0; i < loggers; ++i) {
       auto logger = std::make_shared<DDFileLogger>(
           _fake.platform, std::make_shared<DDLogFileManagerDefault>(_fake.platform, path + "/" + std::to_string(i)));
@@ -88,7 +87,7 @@ class Ours final : public Peer {
 
  private:
   platform::Linux::LoggingHost _host;
-  platform::fake::FakePlatform _fake;
+  platform::fake::FakePlatform _fake{&_host.host};
   const bool _isSynchronous;
 };
 

@@ -238,6 +238,26 @@ void benchPaced(Report& report, int rounds) {
   benchLatency(report, "asynchronous call every 1 ms", contenders, 1'000, std::chrono::milliseconds(1), rounds);
 }
 
+// The two halves of a record, each by itself: bursts that no other thread disturbs, since the watch naps longer than they
+// last. The caller's half is what a statement costs it; the flush delivers the burst in the same thread.
+void benchHalves(Report& report, int rounds) {
+  constexpr int records = 400;
+  constexpr auto calm = std::chrono::milliseconds(1);
+  std::vector<double> taken;
+  std::vector<double> delivered;
+  Ours ours(freshFolder("ours"));
+  for (int burst = 0; burst < rounds * 100; ++burst) {
+    for (const auto end = Clock::now() + calm; Clock::now() < end;) {
+    }
+    taken.push_back(secondsOf([&] {
+      for (int i = 0; i < records; ++i) ours.log(i);
+    }));
+    delivered.push_back(secondsOf([&] { ours.finish(); }));
+  }
+  report.add("a record, taken in by its caller", median(taken) / records * 1e9, "ns");
+  report.add("a record, delivered", median(delivered) / records * 1e9, "ns");
+}
+
 // Memory and idle cost are measured in a process of their own.
 template <class Work>
 double inChild(const Work& work) {
@@ -368,6 +388,7 @@ int main(int argc, char** argv) {
   Report report;
   if (isWanted("idle")) benchMemoryAndIdle(report, argv[0]);
   if (isWanted("facade")) benchFacade(report);
+  if (isWanted("halves")) benchHalves(report, rounds);
   if (isWanted("paced")) benchPaced(report, rounds);
   if (isWanted("synchronous")) benchSynchronous(report, rounds);
   if (isWanted("throughput")) benchThroughput(report, rounds);

@@ -9,19 +9,6 @@ namespace {
 using LevelGetter = std::int32_t();
 using LevelSetter = void(std::int32_t);
 
-// Static objects may log after the main thread's buffer is destroyed; the mark has no destructor.
-thread_local bool isTextBufferGone = false;
-
-struct TextBuffer {
-  TextBuffer() = default;
-  ~TextBuffer() { isTextBufferGone = true; }
-  TextBuffer(const TextBuffer&) = delete;
-  TextBuffer& operator=(const TextBuffer&) = delete;
-
-  std::string text;
-};
-thread_local TextBuffer textBuffer;
-
 LevelGetter* levelGetter(const foundation::Class* aClass) {
   return aClass == nullptr ? nullptr : aClass->classOperation("ddLogLevel").as<LevelGetter>();
 }
@@ -69,14 +56,14 @@ void DDLog::log(const Statement& statement, std::string_view format, std::span<c
   const LogCore::Visit core;
   if (!core) return platform::reportLostStatement();
   const auto timestamp = foundation::Clock::current().now();
-  // Taken out: a caller who waits for room delivers meanwhile, and loggers may log.
-  std::string text = isTextBufferGone ? std::string() : std::move(textBuffer.text);
-  text.clear();
-  foundation::appendFormat(text, format, arguments);
+  // Nearly all texts fit into this, so that nearly no statement allocates.
+  char room[LogSlot::inlineCapacity];
+  const auto shortText = foundation::formatInto(room, format, arguments);
+  std::string longText;
+  if (!shortText) longText = foundation::format(format, arguments);
   std::string encodedFields;
   if (fields != nullptr) fields->encode(encodedFields);
-  record(*core, statement, timestamp, text, encodedFields);
-  if (!isTextBufferGone && text.capacity() <= keptTextCapacity) textBuffer.text = std::move(text);
+  record(*core, statement, timestamp, shortText ? *shortText : longText, encodedFields);
 }
 
 void DDLog::logText(const Statement& statement, std::string_view text) {

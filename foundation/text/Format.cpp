@@ -212,4 +212,12 @@ void appendFormat(std::string& text, std::string_view format, std::span<const Fo
   if (!appendBareFormat(text, format, arguments)) appendAnyFormat(text, format, arguments);
 }
 
+std::optional<std::string_view> formatInto(std::span<char> room, std::string_view format,
+                                           std::span<const FormatArgument> arguments) {
+  if (roomFor(format, arguments) > room.size()) return std::nullopt;
+  const char* end = putBareFormat(room.data(), format, arguments);
+  if (end == nullptr) return std::nullopt;
+  return std::string_view(room.data(), end);
+}
+
 }  // namespace foundation

@@ -49,6 +49,10 @@ class KELTO_API FormatArgument {
 KELTO_API std::string format(std::string_view format, std::span<const FormatArgument> arguments);
 // Appends the same to `text`. Allocates nothing if `text` has the capacity and all conversions are a letter alone.
 KELTO_API void appendFormat(std::string& text, std::string_view format, std::span<const FormatArgument> arguments);
+// Puts the same into `room` and returns it. nullopt where a conversion is more than a letter, or where the result could
+// be longer than the room less 8 bytes. Allocates nothing.
+KELTO_API std::optional<std::string_view> formatInto(std::span<char> room, std::string_view format,
+                                                     std::span<const FormatArgument> arguments);
 
 template <class... Arguments>
 std::string formatted(std::string_view text, const Arguments&... arguments) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <vector>
 
 using foundation::FormatArgument;
 using foundation::formatted;
@@ -73,6 +74,28 @@ TEST(Format, AppendsToTheTextThatIsThere) {
   foundation::appendFormat(text, ", %3d", arguments);
   foundation::appendFormat(text, "", {});
   EXPECT_EQ(text, "there: 7,   7");
+}
+
+TEST(Format, PutsIntoARoomOnlyWhatFitsForCertain) {
+  const FormatArgument arguments[] = {FormatArgument(-7), FormatArgument("seven")};
+  const std::string_view format = "%d is %@ below zero";
+  const std::string expected = formatted(format, -7, "seven");
+  for (std::size_t size = 0; size < 80; ++size) {
+    // On the heap, so that a sanitizer notices a byte too many.
+    std::vector<char> room(size);
+    const auto text = foundation::formatInto(room, format, arguments);
+    // The longest integer has 20 digits, and plain text is copied in words of 8.
+    EXPECT_EQ(text.has_value(), size >= format.size() + 20 + 5 + 8) << size;
+    EXPECT_EQ(text.value_or(expected), expected);
+  }
+}
+
+TEST(Format, PutsNothingIntoARoomIfAConversionIsNotBare) {
+  char room[100];
+  const FormatArgument arguments[] = {FormatArgument(7)};
+  EXPECT_EQ(foundation::formatInto(room, "%d", arguments), "7");
+  EXPECT_EQ(foundation::formatInto(room, "%3d", arguments), std::nullopt);
+  EXPECT_EQ(foundation::formatInto(room, "%d%d", arguments), std::nullopt);
 }
 
 TEST(Format, FillsUpOnTheLeftUnlessAMinusAsksForTheRight) {

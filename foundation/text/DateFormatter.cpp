@@ -11,6 +11,8 @@ namespace {
 
 std::atomic<std::uint64_t> formatters{0};
 
+constexpr std::uint64_t nanosecondsOfASecond = 1'000'000'000;
+constexpr std::uint64_t nanosecondsOfAMillisecond = 1'000'000;
 constexpr std::size_t longest = 56;
 constexpr std::size_t noPlace = std::numeric_limits<std::size_t>::max();
 
@@ -31,28 +33,35 @@ void putZone(char* place, const std::tm& parts) {
 
 // One formatted second; only the milliseconds differ between its dates.
 struct DateFormatter::Second {
+  // The nanoseconds from its beginning to `date`, or more than a second has if `date` is not in it.
+  [[nodiscard]] std::uint64_t nanosecondsTo(Date date) const {
+    return static_cast<std::uint64_t>(date.time_since_epoch().count()) - static_cast<std::uint64_t>(beginning);
+  }
+
   std::uint64_t formatter = 0;
-  std::int64_t seconds = 0;
+  std::int64_t beginning = 0;  // in nanoseconds
   std::size_t length = 0;
   std::size_t milliseconds = noPlace;  // their place in the text
+  std::uint64_t shownMilliseconds = nanosecondsOfASecond;
   char text[longest];
 };
 
 DateFormatter::DateFormatter(std::string_view pattern)
     : _number(formatters.fetch_add(1) + 1), _pattern(pattern.substr(0, longest)) {}
 
-void DateFormatter::format(Second& second, std::int64_t seconds) const {
+void DateFormatter::format(Second& second, std::chrono::sys_seconds date) const {
   struct Field {
     std::string_view letters;
     int value;
   };
-  const auto time = static_cast<std::time_t>(seconds);
+  const std::time_t time = std::chrono::system_clock::to_time_t(date);
   std::tm parts{};
   localtime_r(&time, &parts);
   const Field fields[] = {{"yyyy", parts.tm_year + 1900}, {"MM", parts.tm_mon + 1}, {"dd", parts.tm_mday},
                           {"HH", parts.tm_hour},          {"mm", parts.tm_min},     {"ss", parts.tm_sec}};
   second.formatter = _number;
-  second.seconds = seconds;
+  second.beginning = Date(date).time_since_epoch().count();
+  second.shownMilliseconds = nanosecondsOfASecond;
   second.length = _pattern.size();
   second.milliseconds = _pattern.find("SSS");
   _pattern.copy(second.text, longest);
@@ -67,13 +76,13 @@ void DateFormatter::format(Second& second, std::int64_t seconds) const {
 void DateFormatter::appendString(Date date, std::string& text) const {
   // A thread uses a few formatters in turn, so each keeps a slot for its last second.
   thread_local std::array<Second, 8> cache;
-  const auto whole = std::chrono::floor<std::chrono::seconds>(date);
   Second& second = cache[_number % cache.size()];
-  if (second.formatter != _number || second.seconds != whole.time_since_epoch().count())
-    format(second, whole.time_since_epoch().count());
-  if (second.milliseconds != noPlace) {
-    const auto rest = std::chrono::floor<std::chrono::milliseconds>(date - whole);
-    putDigits(second.text + second.milliseconds, 3, static_cast<int>(rest.count()));
+  if (second.formatter != _number || second.nanosecondsTo(date) >= nanosecondsOfASecond)
+    format(second, std::chrono::floor<std::chrono::seconds>(date));
+  const std::uint64_t milliseconds = second.nanosecondsTo(date) / nanosecondsOfAMillisecond;
+  if (second.milliseconds != noPlace && second.shownMilliseconds != milliseconds) {
+    putDigits(second.text + second.milliseconds, 3, static_cast<int>(milliseconds));
+    second.shownMilliseconds = milliseconds;
   }
   text.append(second.text, second.length);
 }

@@ -22,7 +22,7 @@ class KELTO_API DateFormatter {
 
  private:
   struct Second;
-  void format(Second& second, std::int64_t seconds) const;
+  void format(Second& second, std::chrono::sys_seconds date) const;
 
   const std::uint64_t _number;
   const std::string _pattern;

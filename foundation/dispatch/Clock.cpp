@@ -2,10 +2,11 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <exception>
 #include <map>
 #include <memory>
 #include <mutex>
-#include <system_error>
+#include <new>
 #include <utility>
 
 #include "foundation/dispatch/Fork.h"
@@ -53,12 +54,22 @@ class SystemClock final : public Clock {
   }
 
  private:
-  // Where there is no thread to be had, the next call tries again.
+  // Without a thread or the memory for it the next call tries again.
   void startThread() {
     try {
       Threads::start([this] { run(); }).detach();
       _hasThread = true;
-    } catch (const std::system_error&) {
+    } catch (const std::exception&) {
+    }
+  }
+
+  // False when memory is short.
+  static bool isMade(const std::function<void()>& action) {
+    try {
+      action();
+      return true;
+    } catch (const std::bad_alloc&) {
+      return false;
     }
   }
 
@@ -70,11 +81,14 @@ class SystemClock final : public Clock {
       } else if (const Uptime due = _calls.begin()->first.first; due > uptime()) {
         _changed.wait_until(lock, due);
       } else {
-        const auto action = std::move(_calls.begin()->second);
-        _calls.erase(_calls.begin());
+        auto call = _calls.extract(_calls.begin());
         lock.unlock();
-        action();
+        const bool isOver = isMade(call.mapped());
+        if (isOver) call = {};
         lock.lock();
+        if (isOver) continue;
+        call.key().first = uptime() + moment;
+        _calls.insert(std::move(call));
       }
     }
   }

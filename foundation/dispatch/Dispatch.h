@@ -136,7 +136,7 @@ class KELTO_API TimerSource : public std::enable_shared_from_this<TimerSource> {
   static std::shared_ptr<TimerSource> make(std::weak_ptr<Queue> queue, Block handler);
 
   // First at `start` (at once when that has passed), then every `interval`; an interval of zero means once. Replaces what
-  // was set before.
+  // was set before. Throws std::bad_alloc, like `resume`; a firing waits for memory.
   void set(Uptime start, Seconds interval);
   void resume();
   void suspend();
@@ -148,9 +148,13 @@ class KELTO_API TimerSource : public std::enable_shared_from_this<TimerSource> {
 
  private:
   TimerSource(std::weak_ptr<Queue> queue, Block handler) : _queue(std::move(queue)), _handler(std::move(handler)) {}
-  void arm();     // with the lock held
-  void disarm();  // with the lock held
+  // With the lock held.
+  void arm();
+  void armForNext();
+  void disarm();
+
   void fire(std::uint64_t setting);
+  void submit(Queue& queue, std::uint64_t setting);
   bool isCurrentSetting(std::uint64_t setting);
 
   const std::weak_ptr<Queue> _queue;

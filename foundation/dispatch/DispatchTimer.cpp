@@ -1,3 +1,5 @@
+#include <mutex>
+#include <new>
 #include <utility>
 
 #include "foundation/dispatch/Dispatch.h"
@@ -15,13 +17,14 @@ void TimerSource::set(Uptime start, Seconds interval) {
   disarm();
   _due = start;
   _interval = std::chrono::duration_cast<std::chrono::nanoseconds>(interval);
-  arm();
+  if (!_isSuspended) arm();
 }
 
 void TimerSource::resume() {
   const std::lock_guard lock(_mutex);
-  if (!std::exchange(_isSuspended, false)) return;
+  if (!_isSuspended) return;
   arm();
+  _isSuspended = false;
 }
 
 void TimerSource::suspend() {
@@ -37,7 +40,7 @@ void TimerSource::cancel() {
 }
 
 void TimerSource::arm() {
-  if (_isSuspended || _isCancelled || !_due) return;
+  if (_isCancelled || !_due) return;
   _call = Clock::current().callAt(*_due, [weak = weak_from_this(), setting = _setting] {
     if (const auto self = weak.lock()) self->fire(setting);
   });
@@ -50,22 +53,40 @@ void TimerSource::disarm() {
   _call.reset();
 }
 
+// All of it or, when memory is short, nothing: then the clock tries again.
 void TimerSource::fire(std::uint64_t setting) {
-  {
-    const std::lock_guard lock(_mutex);
-    if (setting != _setting) return;
-    _call.reset();
-    if (_interval.count() > 0) {
-      const auto late = Clock::current().uptime() - *_due;
-      *_due += (late / _interval + 1) * _interval;
-    } else {
-      _due.reset();
-    }
-    arm();
-  }
   const auto queue = _queue.lock();
-  if (!queue) return;
-  queue->async([weak = weak_from_this(), setting] {
+  std::unique_lock lock(_mutex);
+  if (setting != _setting) return;
+  const auto due = _due;
+  const auto call = std::exchange(_call, std::nullopt);
+  try {
+    armForNext();
+    lock.unlock();
+    if (queue) submit(*queue, setting);
+  } catch (const std::bad_alloc&) {
+    if (!lock.owns_lock()) lock.lock();
+    if (setting != _setting) return;
+    if (_call) Clock::current().cancel(*_call);
+    _due = due;
+    _call = call;
+    throw;
+  }
+}
+
+// A suspended timer has another setting than the one that fires.
+void TimerSource::armForNext() {
+  if (_interval.count() > 0) {
+    const auto late = Clock::current().uptime() - *_due;
+    *_due += (late / _interval + 1) * _interval;
+  } else {
+    _due.reset();
+  }
+  arm();
+}
+
+void TimerSource::submit(Queue& queue, std::uint64_t setting) {
+  queue.async([weak = weak_from_this(), setting] {
     const auto self = weak.lock();
     if (self && self->isCurrentSetting(setting)) self->_handler();
   });

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <utility>
 
 #include "foundation/text/Path.h"
@@ -20,6 +21,10 @@ foundation::Uptime FakeClock::uptime() const {
 
 foundation::Clock::CallID FakeClock::callAt(foundation::Uptime when, std::function<void()> action) {
   const std::lock_guard lock(_mutex);
+  if (callsWithoutMemory > 0) {
+    --callsWithoutMemory;
+    throw std::bad_alloc();
+  }
   _calls.emplace(std::pair(when, ++_last), std::move(action));
   return _last;
 }
@@ -33,13 +38,21 @@ void FakeClock::advance(foundation::Seconds duration) {
   std::unique_lock lock(_mutex);
   const foundation::Uptime end = _uptime + std::chrono::duration_cast<std::chrono::nanoseconds>(duration);
   while (!_calls.empty() && _calls.begin()->first.first <= end) {
-    const auto node = _calls.extract(_calls.begin());
+    auto node = _calls.extract(_calls.begin());
     const auto step = std::max(node.key().first, _uptime) - _uptime;
     _uptime += step;
     _now += step;
     lock.unlock();
-    node.mapped()();
+    bool isMade = true;
+    try {
+      node.mapped()();
+    } catch (const std::bad_alloc&) {
+      isMade = false;
+    }
     lock.lock();
+    if (isMade) continue;
+    node.key().first = _uptime + moment;
+    _calls.insert(std::move(node));
   }
   _now += end - _uptime;
   _uptime = end;

@@ -34,6 +34,9 @@ class FakeClock final : public foundation::Clock {
   // How long until the next call; nothing when there is none.
   [[nodiscard]] std::optional<foundation::Seconds> nextCall() const;
 
+  // So many of the next calls are not taken, for want of memory.
+  std::atomic<int> callsWithoutMemory{0};
+
  private:
   mutable std::mutex _mutex;
   foundation::Date _now{std::chrono::seconds(1'700'000'000)};

@@ -1,12 +1,9 @@
 // Queues when the process forks.
 #include <gtest/gtest.h>
-#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <csignal>
-#include <fstream>
 #include <optional>
 #include <system_error>
 #include <thread>
@@ -14,29 +11,16 @@
 #include "foundation/dispatch/Dispatch.h"
 #include "foundation/dispatch/Fork.h"
 #include "foundation/dispatch/Threads.h"
+#include "tests/foundation/dispatch/ForkedChild.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/SharedCount.h"
 
 using foundation::Dispatch::Semaphore;
 using foundation::Dispatch::SerialQueue;
+using tests::isAsleep;
+using tests::statusOfChild;
 
 namespace {
-
-// The status of a child that does `work`, forked as the platform's own layer would.
-int statusOfChild(const std::function<int()>& work) {
-  foundation::Fork::prepare();
-  const pid_t child = ::fork();
-  if (child == 0) {
-    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    ::alarm(30);
-    foundation::Fork::child();
-    ::_exit(work());
-  }
-  foundation::Fork::parent();
-  int status = 0;
-  ::waitpid(child, &status, 0);
-  return status;
-}
 
 // The pool has threads that wait when this is over.
 void runSomething() {
@@ -52,15 +36,6 @@ void leaveOneThread() {
     if (threads-- <= 0) throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
     return std::thread(std::move(work));
   });
-}
-
-bool isAsleep(pid_t thread) {
-  std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
-  std::string number;
-  std::string name;
-  std::string state;
-  file >> number >> name >> state;
-  return state == "S";
 }
 
 // Whether `wait`, on the only thread of the pool, returns when `end` is called once it waits.

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <new>
 #include <thread>
 
 #include "platform/fake/FakeLogging.h"
@@ -186,6 +187,87 @@ TEST_F(Timers, ANewSettingReplacesTheOld) {
   EXPECT_THAT(fired, IsEmpty());
   pass(1);
   EXPECT_THAT(fired, ElementsAre(std::chrono::seconds(3)));
+}
+
+namespace {
+
+// Has no memory for the next blocks.
+class ShortQueue final : public Queue {
+ public:
+  ShortQueue() : Queue("short") {}
+  void async(Block block) override {
+    if (failures-- > 0) throw std::bad_alloc();
+    _queue->async(std::move(block));
+  }
+  void sync(const Block& block) override { _queue->sync(block); }
+
+  int failures = 0;
+
+ private:
+  const std::shared_ptr<SerialQueue> _queue = SerialQueue::make("behind");
+};
+
+class TimersWithoutMemory : public testing::Test {
+ protected:
+  void passSecond() {
+    clock.advance(Seconds(1));
+    queue->sync([] {});
+  }
+  // How often the timer fires in each second.
+  std::vector<int> firingsOfSeconds(int seconds) {
+    std::vector<int> counts;
+    for (int i = 0; i < seconds; ++i) {
+      fired = 0;
+      passSecond();
+      counts.push_back(fired);
+    }
+    return counts;
+  }
+
+  platform::fake::FakeClock clock;
+  std::shared_ptr<ShortQueue> queue = std::make_shared<ShortQueue>();
+  int fired = 0;
+  std::shared_ptr<TimerSource> timer = TimerSource::make(queue, [this] { ++fired; });
+};
+
+}  // namespace
+
+TEST_F(TimersWithoutMemory, ForTheirBlockFireOnceSoonAfterwards) {
+  timer->set(clock.uptime() + std::chrono::milliseconds(500), Seconds(0));
+  timer->resume();
+  queue->failures = 3;
+  EXPECT_THAT(firingsOfSeconds(2), ElementsAre(1, 0));
+}
+
+TEST_F(TimersWithoutMemory, ForTheirBlockFireRepeatedlyAllTheSame) {
+  timer->set(clock.uptime() + std::chrono::milliseconds(500), Seconds(1));
+  timer->resume();
+  queue->failures = 3;
+  EXPECT_THAT(firingsOfSeconds(3), ElementsAre(1, 1, 1));
+}
+
+TEST_F(TimersWithoutMemory, ForTheirNextCallFireRepeatedlyAllTheSame) {
+  timer->set(clock.uptime() + std::chrono::milliseconds(500), Seconds(1));
+  timer->resume();
+  clock.callsWithoutMemory = 3;
+  EXPECT_THAT(firingsOfSeconds(3), ElementsAre(1, 1, 1));
+}
+
+TEST_F(TimersWithoutMemory, AreNeitherFiredNorCalledOnceTheyAreCancelled) {
+  timer->set(clock.uptime() + std::chrono::milliseconds(500), Seconds(1));
+  timer->resume();
+  queue->failures = 1000;
+  passSecond();
+  timer->cancel();
+  EXPECT_EQ(clock.pendingCount(), 0);
+}
+
+TEST_F(TimersWithoutMemory, CanBeResumedAgain) {
+  timer->set(clock.uptime() + std::chrono::milliseconds(500), Seconds(0));
+  clock.callsWithoutMemory = 1;
+  EXPECT_THROW(timer->resume(), std::bad_alloc);
+  timer->resume();
+  EXPECT_THAT(firingsOfSeconds(1), ElementsAre(1));
 }
 
 TEST(RealTimers, FireOnTheirQueue) {

@@ -49,7 +49,38 @@ int statusWithoutAThread(Error error) {
   });
 }
 
+// Ends this process, which must not have asked for the time yet, with 0 when the child of a fork in the middle of another
+// thread's first look at the clock can look at it too.
+[[noreturn]] void forkDuringTheFirstLook() {
+  // A clock that is being made waits from here on.
+  foundation::Fork::prepare();
+  std::atomic<pid_t> looking{0};
+  std::thread first([&] {
+    looking = ::gettid();
+    Clock::current();
+  });
+  if (!tests::eventually([&] { return looking != 0 && tests::isAsleep(looking); })) ::_exit(2);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::alarm(10);
+    foundation::Fork::child();
+    Clock::current();
+    ::_exit(0);
+  }
+  foundation::Fork::parent();
+  first.join();
+  int status = -1;
+  ::waitpid(child, &status, 0);
+  ::_exit(status == 0 ? 0 : 1);
+}
+
 }  // namespace
+
+TEST(SystemClock, IsThereForAChildOfAForkDuringAnotherThreadsFirstLook) {
+  // In a process of its own, where nobody has looked.
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(forkDuringTheFirstLook(), testing::ExitedWithCode(0), "");
+}
 
 TEST(SystemClock, MakesACallAgainThatFoundNoMemory) {
   std::atomic<int> calls{0};

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <thread>
 
 #include "platform/fake/FakeLogging.h"
@@ -28,6 +29,21 @@ class DoorbellTest : public testing::Test {
   }
 
   Doorbell bell{nullptr};
+};
+
+// Where the sleeper fences for all threads.
+class FencingProcess final : public platform::ProcessInfo {
+ public:
+  [[nodiscard]] std::string processName() const override { return "fencing"; }
+  [[nodiscard]] std::int32_t processIdentifier() const override { return 1; }
+  [[nodiscard]] std::uint32_t currentThreadIdentifier() const override { return 1; }
+  [[nodiscard]] std::uint32_t processorCount() const override { return 2; }
+  bool fenceOtherThreads() override {
+    onFence();
+    return true;
+  }
+
+  std::function<void()> onFence = [] {};
 };
 
 }  // namespace
@@ -66,4 +82,29 @@ TEST_F(DoorbellTest, ASleeperWithoutWorkSleepsUntilACallerWakesIt) {
   EXPECT_FALSE(isBack);
   bell.wake();
   sleeper.join();
+}
+
+// A caller whose read has overtaken its write writes at the fence at last: it has taken the sleeper for awake, so the
+// sleeper must not have looked yet.
+TEST_F(DoorbellTest, WorkThatOnlyTheFenceBringsOutIsFoundByTheLastLook) {
+  FencingProcess process;
+  Doorbell fencing(&process);
+  ASSERT_TRUE(fencing.mustWake());
+  std::atomic<bool> hasWork{false};
+  process.onFence = [&] { hasWork = true; };
+  EXPECT_TRUE(returnsByItself(fencing, [&] { fencing.sleepUnless([&] { return hasWork.load(); }); }));
+}
+
+// And a caller who reads after the fence must find that the sleeper sleeps: the sleeper may have looked already.
+TEST_F(DoorbellTest, ACallerAfterTheFenceIsToldToWake) {
+  FencingProcess process;
+  Doorbell fencing(&process);
+  ASSERT_TRUE(fencing.mustWake());
+  bool isToldToWake = false;
+  process.onFence = [&] {
+    isToldToWake = fencing.mustWake();
+    fencing.wake();
+  };
+  EXPECT_TRUE(returnsByItself(fencing, [&] { fencing.sleepUnless([] { return false; }); }));
+  EXPECT_TRUE(isToldToWake);
 }

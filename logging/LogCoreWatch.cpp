@@ -1,5 +1,5 @@
 // The watch: the thread that looks for records by itself (LogCore.h).
-#include <system_error>
+#include <exception>
 #include <utility>
 
 #include "foundation/dispatch/Threads.h"
@@ -15,12 +15,12 @@ constexpr int breathsInARush = 10;
 
 }  // namespace
 
-// False when there is no thread to be had; the next caller asks again.
+// False when there is no thread to be had, or no memory for it; the next caller asks again.
 bool LogCore::wakeWatch() {
   const std::lock_guard lock(_watchMutex);
   try {
     if (!_watch.joinable()) _watch = foundation::Threads::start([this] { keepWatch(); });
-  } catch (const std::system_error&) {
+  } catch (const std::exception&) {
     _bell.hasNoSleeper();
     return false;
   }

@@ -1,8 +1,8 @@
 #include "logging/LogDelivery.h"
 
 #include <algorithm>
+#include <exception>
 #include <new>
-#include <system_error>
 #include <utility>
 
 #include "foundation/dispatch/Threads.h"
@@ -168,12 +168,12 @@ void LogDelivery::lookOn() {
   }
 }
 
-// Without a thread to be had there is no onlooker until the next delivery asks for one.
+// Without a thread to be had, or memory for it, there is no onlooker until the next delivery asks for one.
 void LogDelivery::wakeOnlooker() {
   try {
     if (!_onlooker.joinable()) _onlooker = foundation::Threads::start([this] { lookOn(); });
     _bell.wake();
-  } catch (const std::system_error&) {
+  } catch (const std::exception&) {
     _bell.hasNoSleeper();
   }
 }

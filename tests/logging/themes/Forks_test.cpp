@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 
 #include <functional>
+#include <new>
 #include <semaphore>
 #include <system_error>
 #include <thread>
@@ -373,12 +374,19 @@ TEST(ThreadsOfLogging, ThatCannotBeHadLeaveTheWorkToTheCallers) {
             0);
 }
 
-TEST(ThreadsOfLogging, ThatCouldNotBeHadAreAskedForAgain) {
-  static std::atomic<bool> hasThreads{false};
+namespace {
+
+// Two loggers that need the onlooker for "awaited" have had it although there was `error` instead of a thread at first.
+template <class Error>
+void expectThreadsAfter(const Error& error) {
+  static const Error* shortage;
+  static std::atomic<bool> hasThreads;
+  shortage = &error;
+  hasThreads = false;
   const tests::TemporaryFolder folder;
   EXPECT_EQ(statusOfProcess([&] {
               foundation::Threads::setStarter([](std::function<void()> work) {
-                if (!hasThreads) throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
+                if (!hasThreads) throw Error(*shortage);
                 return platform::Linux::OwnThreads::start(std::move(work));
               });
               RealLog log(uniqueName(), folder.path(), nullptr, 2);
@@ -398,3 +406,11 @@ TEST(ThreadsOfLogging, ThatCouldNotBeHadAreAskedForAgain) {
             0);
   EXPECT_THAT(messagesIn(folder.path()), ElementsAre("one", "awaited"));
 }
+
+}  // namespace
+
+TEST(ThreadsOfLogging, ThatCouldNotBeHadAreAskedForAgain) {
+  expectThreadsAfter(std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again)));
+}
+
+TEST(ThreadsOfLogging, ThatFoundNoMemoryAreAskedForAgain) { expectThreadsAfter(std::bad_alloc()); }

@@ -189,8 +189,8 @@ void LogCore::waitUntil(const IsDone& isDone, Ticket limit) {
   for (Nap nap(Nap::patient); !isDone() && !isStray();) {
     bool hasAdvanced = false;
     if (tryHoldDrain()) {
-      const HeldDrain held{*this};
       hasAdvanced = drain(limit, limit);
+      dropDrain();
     }
     if (!hasAdvanced) nap.take();
   }
@@ -209,7 +209,7 @@ void LogCore::dropDrain() {
 
 // Runs blocks and delivers records until it comes to `limit` or to a record that is not there yet. Whether anything was.
 // The tickets below `taken` have been taken: a slot that waits for the next one is not fetched from those who will fill it.
-bool LogCore::drain(Ticket limit, Ticket taken) {
+bool LogCore::drain(Ticket limit, Ticket taken) noexcept {
   const Current queue(this);
   LogDelivery::Round round(_delivery);
   bool hasAdvanced = false;

@@ -96,15 +96,10 @@ class LogCore final : public foundation::Dispatch::Queue {
   template <class IsDone>
   void waitUntil(const IsDone& isDone, Ticket limit);
 
-  // The holder of the drain.
+  // The holder of the drain. Nothing of this throws: work of loggers is attempted, and goes on without what is short.
   bool tryHoldDrain();
   void dropDrain();
-  // Drops it also when something throws.
-  struct HeldDrain {
-    LogCore& core;
-    ~HeldDrain() { core.dropDrain(); }
-  };
-  bool drain(Ticket limit, Ticket taken);
+  bool drain(Ticket limit, Ticket taken) noexcept;
   void runBlocks(Ticket head);
   void deliver(LogDelivery::Round& round, Ticket ticket);
   void writePending(LogDelivery::Round& round);

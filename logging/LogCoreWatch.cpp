@@ -31,9 +31,9 @@ bool LogCore::wakeWatch() {
 // A caller does what the watch would do, unless it is inside a block or a logger: whoever runs that goes on.
 void LogCore::standIn() {
   while (Queue::current() == nullptr && hasWork() && tryHoldDrain()) {
-    const HeldDrain held{*this};
     drain(_ring.nextTicket(), _ring.nextTicket());
     settle();
+    dropDrain();
   }
 }
 
@@ -46,12 +46,12 @@ void LogCore::keepWatch() {
     bool hasAdvanced = false;
     bool isBusy = true;
     if (tryHoldDrain()) {
-      const HeldDrain held{*this};
       // Outside a rush the tail is left with those who take tickets.
       const Ticket taken = breaths > 0 ? _ring.nextTicket() : 0;
       hasAdvanced = drain(breaths > 0 ? taken : _ring.head() + recordsOfARush, taken);
       if (!hasAdvanced) settle();
       isBusy = _hasUnwritten;
+      dropDrain();
     }
     // Others may have drained meanwhile.
     const Ticket head = _ring.head();

@@ -56,16 +56,22 @@ void LogFileWriter::drop() {
   if (!std::exchange(_isInTrouble, true)) _systemLog.log("DDFileLogger: There is no log file to write to");
 }
 
+// The text comes from the memory of a process that died. It must not lie in the memory of this one, too: should this one
+// die as well, the next would find it twice.
 bool LogFileWriter::writeAtOnce(std::string_view text) {
   write();
-  if (_lines->length() > 0) return false;
-  const std::uint64_t dropped = _dropped;
-  append(text);
-  const std::size_t length = _lines->length();
-  write();
-  const bool isRefused = length > 0 && _lines->length() == length;
-  if (isRefused) _lines->setState(0, _lines->nextTicket());
-  return !isRefused && _dropped <= dropped;
+  if (!isOwnFile() || _lines->length() > 0) return false;
+  const std::string line = std::string(text).append(text.ends_with('\n') ? "" : "\n");
+  int error = 0;
+  const std::size_t written = _file->append(line, error);
+  _fileSize += written;
+  _lines->fileSize = _fileSize;
+  const std::string_view rest = std::string_view(line).substr(written);
+  if (!rest.empty() || _isInTrouble) report(error);
+  if (written == 0) return false;
+  const bool fits = rest.size() <= LogLines::capacity;
+  put(fits ? rest : "\n", "");
+  return fits;
 }
 
 void LogFileWriter::put(std::string_view text, std::string_view end) {

@@ -35,7 +35,7 @@ class LogFileWriter {
   void reportDropped();
   // One line; a line feed is added when it has none at its end. Without a file it goes nowhere.
   void append(std::string_view text);
-  // The same at once; false, and nothing of it is kept here, when the file system did not take it.
+  // The same at once; false when the file system did not take it. The rest of a line that it took in part is kept.
   bool writeAtOnce(std::string_view text);
   void write();
 

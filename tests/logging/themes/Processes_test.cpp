@@ -156,6 +156,93 @@ TEST(Processes, ARecordThatWaitsBehindAStuckLoggerSurvivesTheProcess) {
   EXPECT_EQ(messages[900], "the end");
 }
 
+namespace {
+
+// The process dies at its write of a certain number, before or after it.
+class DeadlyStorage final : public ForwardingStorage {
+ public:
+  DeadlyStorage(int writes, bool isAfterwards) : _writes(writes), _isAfterwards(isAfterwards) {}
+  std::unique_ptr<platform::LogFile> openFile(const std::string& path) override {
+    auto file = ForwardingStorage::openFile(path);
+    return file ? std::make_unique<DeadlyFile>(std::move(file), *this) : nullptr;
+  }
+
+ private:
+  class DeadlyFile final : public ForwardingFile {
+   public:
+    DeadlyFile(std::unique_ptr<platform::LogFile> file, DeadlyStorage& storage)
+        : ForwardingFile(std::move(file)), _storage(storage) {}
+    std::size_t append(std::string_view bytes, int& error) override {
+      const bool isLast = --_storage._writes == 0;
+      if (isLast && !_storage._isAfterwards) ::raise(SIGKILL);
+      const std::size_t written = ForwardingFile::append(bytes, error);
+      if (isLast) ::raise(SIGKILL);
+      return written;
+    }
+
+   private:
+    DeadlyStorage& _storage;
+  };
+
+  int _writes;
+  const bool _isAfterwards;
+};
+
+constexpr int recordsLeft = 12;
+
+// A process that is killed with records in its memory, of which file loggers have put the first aside.
+void leaveRecords(const std::string& name, const std::string& folder) {
+  const pid_t child = inProcess([&] {
+    RealLog log(name, folder);
+    class Deadly final : public DDAbstractLogger {
+     public:
+      Deadly() : DDAbstractLogger("deadly") {}
+      void logMessage(const DDLogMessage&) override { ::raise(SIGKILL); }
+    };
+    DDLog::addLogger(std::make_shared<Deadly>());
+    DDLog::loggingQueue().sync([] {
+      for (int i = 0; i < recordsLeft; ++i) RealLog::log(true, std::to_string(i));
+    });
+    DDLog::flushLog();
+  });
+  ASSERT_TRUE(WIFSIGNALED(statusOf(child)));
+}
+
+// The messages in the files after a first process left records, a second was killed at one of the writes by which it
+// completed them, and a third came.
+std::vector<std::string> messagesAfterKills(int writes, bool isAfterwards) {
+  const tests::TemporaryFolder folder;
+  const std::string name = uniqueName();
+  leaveRecords(name, folder.path());
+  const pid_t second = inProcess([&] {
+    DeadlyStorage storage(writes, isAfterwards);
+    const RealLog log(name, folder.path(), &storage);
+  });
+  EXPECT_TRUE(WIFSIGNALED(statusOf(second)));
+  { const RealLog third(name, folder.path()); }
+  return messagesIn(folder.path());
+}
+
+}  // namespace
+
+TEST(Processes, OneThatIsKilledBeforeItWritesAnothersRecordLeavesTheRestToTheNext) {
+  std::vector<std::string> all;
+  for (int i = 0; i < recordsLeft; ++i) all.push_back(std::to_string(i));
+  for (int writes = 1; writes <= recordsLeft; ++writes)
+    EXPECT_EQ(messagesAfterKills(writes, false), all) << "killed at write " << writes;
+}
+
+// The write and the note of it are two steps.
+TEST(Processes, OneThatIsKilledAfterItHasWrittenAnothersRecordDoublesThatOneAtMost) {
+  for (int writes = 1; writes <= recordsLeft; ++writes) {
+    auto messages = messagesAfterKills(writes, true);
+    EXPECT_LE(messages.size(), recordsLeft + 1) << "killed at write " << writes;
+    messages.erase(std::ranges::unique(messages).begin(), messages.end());
+    ASSERT_EQ(messages.size(), recordsLeft) << "killed at write " << writes;
+    for (int i = 0; i < recordsLeft; ++i) EXPECT_EQ(messages[i], std::to_string(i)) << "killed at write " << writes;
+  }
+}
+
 TEST(Processes, AnOrderlyEndLeavesNothingToComplete) {
   const tests::TemporaryFolder folder;
   const std::string name = uniqueName();

@@ -251,6 +251,20 @@ TEST_F(Remains, AreThereForTheNextProcessWhenTheDiskIsFull) {
   EXPECT_EQ(contents(), "zero\none\ntwo\nthree\nfour\nfive\n");
 }
 
+TEST_F(Remains, LinesWhoseFileIsGoneAreBroughtOnceThoughTheDiskIsFullAfterThem) {
+  fake.logging.storage.addFile(file, "zero\n");
+  Dead dead;
+  dead.addRecord("three");
+  dead.addLines(folder + "/log-000000.txt", 4, "one\ntwo\n", 0);
+  fake.logging.storage.room = 8;  // the lines
+  startAfter(dead);
+  EXPECT_EQ(contents(), "zero\none\ntwo\n");
+  fake.logging.memories.die();
+  fake.logging.storage.room = SIZE_MAX;
+  start();
+  EXPECT_EQ(contents(), "zero\none\ntwo\nthree\n");
+}
+
 TEST_F(Remains, OfAProcessThatHadNothingLeftMakeNoFile) {
   startAfter(Dead());
   EXPECT_THAT(fake.logging.storage.paths(), IsEmpty());

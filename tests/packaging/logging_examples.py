@@ -24,10 +24,11 @@ class LoggingFolder(Folder):
         self.assertEqual(0, status, said)
         return said.split()
 
-    def compiled(self, compiler, source, *options):
+    def compiled(self, compiler, source, *options, library=True):
         """The program that `compiler` makes of one file, by the flags of pkg-config, without a warning."""
         program = self.folder / pathlib.Path(source).stem
-        status, said = run(compiler, "-std=c++20", "-Wall", source, "-o", program, *self.flags("--cflags", "--libs"), *options)
+        flags = self.flags("--cflags", *(["--libs"] if library else []))
+        status, said = run(compiler, "-std=c++20", "-Wall", source, "-o", program, *flags, *options)
         self.assertEqual((0, ""), (status, said))
         return program
 

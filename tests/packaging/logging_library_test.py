@@ -46,6 +46,35 @@ class LoggingLibrary(LoggingFolder):
         said = self.ran(self.compiled("g++", source))
         self.assertEqual("logging: a statement is lost, because no platform is installed; make one at the start of main\n", said)
 
+    PLUGIN = """#include <kelto/logging.h>
+extern "C" void logSomething() {
+  const char* const arguments[] = {"plugin"};
+  const kelto::Logging logging(1, arguments);
+  kelto::KTLogger::sharedLogger()->log_level_message("plugin", 0, "something");
+}
+"""
+    HOST = """#include <dlfcn.h>
+#include <cstdio>
+#include <thread>
+int main(int, char** arguments) {
+  void* plugin = dlopen(arguments[1], RTLD_NOW);
+  std::thread(reinterpret_cast<void (*)()>(dlsym(plugin, "logSomething"))).join();
+  dlclose(plugin);
+  std::puts(dlopen(arguments[1], RTLD_NOW | RTLD_NOLOAD) == nullptr ? "gone" : "there");
+}
+"""
+
+    def test_a_plugin_with_a_copy_of_it_stays_where_threads_of_logging_run(self):
+        # Nothing but the entry is visible: the linker does not keep the plugin for the sake of a symbol.
+        visible = self.folder / "visible"
+        visible.write_text("{ global: logSomething; local: *; };\n")
+        (self.folder / "plugin.cpp").write_text(self.PLUGIN)
+        (self.folder / "host.cpp").write_text(self.HOST)
+        plugin = self.compiled("g++", self.folder / "plugin.cpp", "-shared", "-fPIC", self.libraries / "libkelto-logging.a",
+                               f"-Wl,--version-script={visible}", library=False)
+        host = self.compiled("g++", self.folder / "host.cpp")
+        self.assertEqual(["plugin: <Always> something", "there"], self.ran(host, plugin).splitlines())
+
     BRACES = """#include <kelto/logging/braces.h>
 int main(int argc, char** argv) {
   const kelto::Logging logging(argc, argv);

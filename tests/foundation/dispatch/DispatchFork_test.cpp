@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <optional>
+#include <string>
 #include <system_error>
 #include <thread>
 
@@ -29,9 +30,10 @@ void runSomething() {
   done.acquire();
 }
 
-// The system has one thread more for this process.
-void leaveOneThread() {
-  static std::atomic<int> threads{1};
+// The system has so many threads more for this process.
+void leaveThreads(int count) {
+  static std::atomic<int> threads;
+  threads = count;
   foundation::Threads::setStarter([](std::function<void()> work) {
     if (threads-- <= 0) throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
     return std::thread(std::move(work));
@@ -166,9 +168,32 @@ TEST(DispatchFork, ABlockThatForksGoesOnInTheChild) {
             0);
 }
 
+TEST(DispatchPool, WithoutAnyThreadCallersRunTheirJobs) {
+  EXPECT_EQ(statusOfChild([] {
+              leaveThreads(0);
+              const auto outer = SerialQueue::make("outer");
+              const auto inner = SerialQueue::make("inner");
+              std::string order;
+              outer->async([&] {
+                order += "a";
+                inner->async([&] {
+                  order += "b";
+                  outer->async([&] { order += "d"; });
+                });
+                order += "c";
+              });
+              foundation::Dispatch::Group group;
+              inner->async(group, [&] { order += "e"; });
+              group.wait();
+              outer->sync([&] { order += "f"; });
+              return order == "abcdef" ? 0 : 1;
+            }),
+            0);
+}
+
 TEST(DispatchPool, AJobThatWaitsForOneWithoutAThreadRunsIt) {
   EXPECT_EQ(statusOfChild([] {
-              leaveOneThread();
+              leaveThreads(1);
               const auto outer = SerialQueue::make("outer");
               const auto inner = SerialQueue::make("inner");
               Semaphore isOver(0);
@@ -188,7 +213,7 @@ TEST(DispatchPool, AJobThatWaitsForOneWithoutAThreadRunsIt) {
 
 TEST(DispatchPool, AJobThatAlreadyWaitsForItsTurnRunsTheOneThatComesWithoutAThread) {
   EXPECT_EQ(statusOfChild([] {
-              leaveOneThread();
+              leaveThreads(1);
               const auto queue = SerialQueue::make("awaited");
               std::optional<SerialQueue::Turn> turn(*queue);
               return endsWithoutAThread([&] { queue->sync([] {}); }, [&] { turn.reset(); }) ? 0 : 1;
@@ -198,7 +223,7 @@ TEST(DispatchPool, AJobThatAlreadyWaitsForItsTurnRunsTheOneThatComesWithoutAThre
 
 TEST(DispatchPool, AJobThatAlreadyWaitsForAGroupRunsTheMemberThatComesWithoutAThread) {
   EXPECT_EQ(statusOfChild([] {
-              leaveOneThread();
+              leaveThreads(1);
               const auto queue = SerialQueue::make("member");
               foundation::Dispatch::Group group;
               group.enter();

@@ -409,6 +409,47 @@ void expectThreadsAfter(const Error& error) {
 
 }  // namespace
 
+TEST(ThreadsOfLogging, ThatNeverComeLeaveEverythingToTheCallers) {
+  class Guest final : public DDAbstractLogger {
+   public:
+    explicit Guest(std::vector<std::string>& notes) : DDAbstractLogger("guest"), _notes(notes) {}
+    ~Guest() override { _notes.emplace_back("gone"); }
+    void didAddLogger() override { _notes.emplace_back("added"); }
+    void logMessage(const DDLogMessage& message) override { _notes.emplace_back(message.logMsg()); }
+    void flush() override { _notes.emplace_back("flushed"); }
+    void willRemoveLogger() override { _notes.emplace_back("removed"); }
+
+   private:
+    std::vector<std::string>& _notes;
+  };
+  const tests::TemporaryFolder folder;
+  EXPECT_EQ(statusOfProcess([&] {
+              foundation::Threads::setStarter([](std::function<void()>) -> std::thread {
+                throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
+              });
+              std::vector<std::string> notes;
+              auto log = std::make_unique<RealLog>(uniqueName(), folder.path());
+              auto guest = std::make_shared<Guest>(notes);
+              // Each is done when the call returns: no other thread could do it.
+              DDLog::addLogger(guest);
+              RealLog::log(true, "one");
+              RealLog::log(true, "two");
+              RealLog::log(false, "three");
+              DDLog::loggingQueue().async([&] { notes.emplace_back("block"); });
+              DDLog::flushLog();
+              log->logger->rollLogFile();
+              DDLog::removeLogger(std::move(guest));
+              RealLog::log(true, "four");
+              const std::vector<std::string> expected{"added", "one",     "two",     "three",
+                                                      "block", "flushed", "removed", "gone"};
+              if (notes != expected) ::_exit(1);
+              log.reset();
+              ::_exit(0);
+            }),
+            0);
+  EXPECT_THAT(messagesIn(folder.path()), testing::UnorderedElementsAre("one", "two", "three", "four"));
+}
+
 TEST(ThreadsOfLogging, ThatCouldNotBeHadAreAskedForAgain) {
   expectThreadsAfter(std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again)));
 }

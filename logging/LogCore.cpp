@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <memory>
 #include <utility>
 
 #include "logging/Nap.h"
@@ -319,10 +320,10 @@ void LogCore::beginChild() {
   endFork();
 }
 
-// The waiting records and blocks are the parent's.
+// The waiting records and blocks are the parent's. What the blocks hold must not end here, where it cannot log.
 void LogCore::startOver() {
   _ring.reset();
-  _blocks.clear();
+  std::construct_at(&_blocks);
   _nextBlock.store(none);
   _written.store(0);
   _hasUnwritten = false;

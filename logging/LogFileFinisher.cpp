@@ -89,10 +89,18 @@ void LogFileFinisher::finishOne(const Entry& entry) {
   std::erase(_paths, entry.path);
 }
 
+// Where the parent's finisher was at work, its files are in the middle of something, and left as they are.
 void LogFileFinisher::didFork() {
-  std::construct_at(&_mutex);
-  _paths.clear();
+  const bool isWhole = _queue->tryEnter();
   _queue->resetAfterFork();
-  _entries.clear();
-  _timer.reset();
+  std::construct_at(&_mutex);
+  if (isWhole) {
+    _paths.clear();
+    _entries.clear();
+    _timer.reset();
+  } else {
+    std::construct_at(&_paths);
+    std::construct_at(&_entries);
+    std::construct_at(&_timer);
+  }
 }

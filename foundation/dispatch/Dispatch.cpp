@@ -147,9 +147,10 @@ SerialQueue::Entry SerialQueue::next() {
   return entry;
 }
 
+// A thread of the parent may have been putting an entry in, and that is how it still looks here: nothing is destroyed.
 void SerialQueue::resetAfterFork() {
   std::construct_at(&_mutex);
-  _entries.clear();
+  std::construct_at(&_entries);
   _state.store(0, std::memory_order_relaxed);
 }
 

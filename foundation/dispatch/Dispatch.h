@@ -103,7 +103,7 @@ class KELTO_API SerialQueue final : public Queue, public std::enable_shared_from
   // ends with `leave`.
   bool tryEnter();
   void leave();
-  // In a forked child, when the queue was at rest in the parent: free, with nothing waiting.
+  // In a forked child: free, with nothing waiting. What the parent has left there is never destroyed.
   void resetAfterFork();
 
  private:

@@ -34,9 +34,10 @@ Pool::Pool() {
                                  .parent = [this] { _mutex.unlock(); },
                                  .child =
                                      [this] {
-                                       // The parent runs what was submitted there. Its threads may have been waiting on
-                                       // these.
-                                       _jobs.clear();
+                                       // The parent runs what was submitted there, and what that holds must not end here:
+                                       // it may come back with something to submit. The threads may have been waiting on
+                                       // the others.
+                                       std::construct_at(&_jobs);
                                        _idle = _running = _threads = _unserved = 0;
                                        std::construct_at(&_hasJob);
                                        std::construct_at(&_hasFinished);

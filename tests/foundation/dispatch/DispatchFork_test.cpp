@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <memory>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -79,6 +80,28 @@ TEST(DispatchFork, BlocksOfTheParentRunThereAndOnce) {
     queue->sync([] {});
     ASSERT_EQ(count.value(), i + 1);
   }
+}
+
+TEST(DispatchFork, ABlockThatHasNoThreadYetDoesNotEndInTheChild) {
+  struct Submitting {
+    ~Submitting() {
+      SerialQueue::make("late")->async([] {});
+    }
+  };
+  static std::atomic<bool> mayBegin{false};
+  EXPECT_EQ(statusOfChild([] {
+              foundation::Threads::setStarter([](std::function<void()> work) {
+                return std::thread([work = std::move(work)] {
+                  while (!mayBegin) std::this_thread::yield();
+                  work();
+                });
+              });
+              SerialQueue::make("early")->async([submitting = std::make_shared<Submitting>()] {});
+              const int status = statusOfChild([] { return 0; });
+              mayBegin = true;
+              return status == 0 ? 0 : 1;
+            }),
+            0);
 }
 
 TEST(DispatchFork, ABlockThatRunsIsFinishedFirst) {

@@ -1,6 +1,7 @@
 // Forks beside logging and inside it, and what happens where the system gives no thread.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -14,6 +15,7 @@
 
 #include "foundation/dispatch/Threads.h"
 #include "logging/DDAbstractDatabaseLogger.h"
+#include "logging/LogFileFinisher.h"
 #include "platform/LoggingPlatform.h"
 #include "platform/linux/OwnThreads.h"
 #include "tests/logging/RealLog.h"
@@ -274,6 +276,97 @@ TEST(ForksOfLogging, AChildEndsItsPlatformThoughAThreadOfItsParentWasLogging) {
               ::_exit(statusOf(child));
             }),
             0);
+}
+
+namespace {
+
+// A file that was deleted and takes long to close.
+class DeletedFile final : public platform::LogFile {
+ public:
+  DeletedFile(std::binary_semaphore& isClosing, std::binary_semaphore& mayClose)
+      : _isClosing(isClosing), _mayClose(mayClose) {}
+  ~DeletedFile() override {
+    _isClosing.release();
+    _mayClose.acquire();
+  }
+  DeletedFile(const DeletedFile&) = delete;
+  DeletedFile& operator=(const DeletedFile&) = delete;
+  std::size_t append(std::string_view bytes, int&) override { return bytes.size(); }
+  [[nodiscard]] std::uint64_t size() const override { return 0; }
+  [[nodiscard]] std::string contentsFrom(std::uint64_t) const override { return {}; }
+  bool synchronize() override { return true; }
+  void endUse() override {}
+  [[nodiscard]] Place placeOf(const std::string&) const override { return Place::unlinked; }
+
+ private:
+  std::binary_semaphore& _isClosing;
+  std::binary_semaphore& _mayClose;
+};
+
+// Is destroyed by the process that made it.
+struct Own {
+  Own() = default;
+  ~Own() {
+    if (::getpid() != process) ::_exit(7);
+  }
+  Own(const Own&) = default;
+  Own& operator=(const Own&) = delete;
+  const pid_t process = ::getpid();
+};
+
+}  // namespace
+
+// The list of the files that are finishing is in the middle of a change meanwhile.
+TEST(ForksOfLogging, AChildLeavesAloneWhatItsParentWasClosing) {
+  EXPECT_EQ(statusOfProcess([] {
+              std::binary_semaphore isClosing(0);
+              std::binary_semaphore mayClose(0);
+              LogFileFinisher finisher;
+              for (const char* path : {"one", "two"})
+                finisher.finish(std::make_unique<DeletedFile>(isClosing, mayClose), path, [own = Own()](bool) {});
+              isClosing.acquire();
+              const pid_t child = forked();
+              if (child == 0) {
+                finisher.didFork();
+                bool isFinished = false;
+                mayClose.release();
+                finisher.finish(std::make_unique<DeletedFile>(isClosing, mayClose), "three",
+                                [&](bool) { isFinished = true; });
+                finisher.finishNow();
+                ::_exit(isFinished ? 0 : 1);
+              }
+              const int status = statusOf(child);
+              mayClose.release();
+              isClosing.acquire();
+              mayClose.release();
+              ::_exit(status);
+            }),
+            0);
+}
+
+// The watch seldom comes between the block and the fork.
+TEST(ForksOfLogging, AChildIsThereThoughABlockWaitedWithSomethingThatLogsWhenItEnds) {
+  struct Talkative {
+    ~Talkative() { RealLog::log(true, "farewell"); }
+  };
+  constexpr int rounds = 10;
+  // A child that hangs in its fork ends, too.
+  ::pthread_atfork(nullptr, nullptr, [] { ::alarm(10); });
+  const tests::TemporaryFolder folder;
+  EXPECT_EQ(statusOfProcess([&] {
+              const RealLog log(uniqueName(), folder.path());
+              for (int i = 0; i < rounds; ++i) {
+                DDLog::loggingQueue().async([talkative = std::make_shared<Talkative>()] {});
+                const pid_t child = forked();
+                if (child == 0) ::_exit(0);
+                if (statusOf(child) != 0) ::_exit(1);
+                DDLog::flushLog();
+              }
+              DDLog::flushLog();
+              ::_exit(0);
+            }),
+            0);
+  EXPECT_EQ(messagesIn(folder.path()), std::vector<std::string>(rounds, "farewell"));
 }
 
 // In some of the rounds the fork falls into the first statement.

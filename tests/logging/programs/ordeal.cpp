@@ -1,18 +1,22 @@
 // Logging while everything goes wrong at once: memory, threads and disk fail at random, the clock jumps, the process forks,
 // loggers come and go, and sixteen threads go on logging.
 //
-//   logging_ordeal SECONDS [SEED]
+//   logging_ordeal SECONDS [PERCENT [SEED]]
+//
+// With PERCENT it takes that share of one processor: bursts of statements and pauses. Otherwise it takes what it can get.
 //
 // It runs in epochs; each has a platform and a folder of its own, and ends early when the time is over. At the end of one
 // every statement must be in the files at most once, whole and in the order of its thread. It may be missing only where a
 // fault accounts for it: one record for each allocation that failed, and those that the system's log counts as dropped.
 // Standing still for 30 seconds is an error.
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <map>
+#include <mutex>
 #include <new>
 #include <random>
 #include <set>
@@ -82,6 +86,51 @@ class Exposed {
 
 std::atomic<std::uint64_t> steps{0};
 
+using SteadyClock = std::chrono::steady_clock;
+
+// Bursts of work and pauses, so that the process and its children take a share of one processor. Most pauses are longer
+// than the second after which the watch sleeps.
+class Pace {
+ public:
+  // 0 percent is as much as there is.
+  void set(double percent, SteadyClock::time_point end) {
+    _share = percent / 100;
+    _end = end;
+  }
+  // Returns when there is a burst.
+  void keep() {
+    if (_share > 0) std::this_thread::sleep_until(std::min(beginOfBurst(), _end));
+  }
+
+ private:
+  SteadyClock::time_point beginOfBurst() {
+    const std::lock_guard lock(_mutex);
+    const auto now = SteadyClock::now();
+    if (now >= _burst + length) {
+      const std::chrono::duration<double> due((secondsOf(RUSAGE_SELF) + secondsOf(RUSAGE_CHILDREN)) / _share);
+      _burst = std::max(now, _start + std::chrono::duration_cast<SteadyClock::duration>(due));
+    }
+    return _burst;
+  }
+
+  static double secondsOf(int whose) {
+    struct rusage usage {};
+    ::getrusage(whose, &usage);
+    const auto seconds = [](const timeval& time) {
+      return static_cast<double>(time.tv_sec) + 1e-6 * static_cast<double>(time.tv_usec);
+    };
+    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+  }
+
+  static constexpr std::chrono::milliseconds length{250};
+  const SteadyClock::time_point _start = SteadyClock::now();
+  SteadyClock::time_point _end;
+  double _share = 0;
+  std::mutex _mutex;
+  SteadyClock::time_point _burst = _start;
+};
+Pace pace;
+
 [[noreturn]] void fail(const std::string& what) {
   std::fprintf(stderr, "%s\n", what.c_str());
   ::_exit(1);
@@ -106,6 +155,7 @@ namespace {
 std::thread startThread(std::function<void()> work) {
   if (strikes(weather.threads)) {
     ++faults.threads;
+    if (oneIn(2)) throw std::bad_alloc();
     throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
   }
   return platform::Linux::OwnThreads::start(std::move(work));
@@ -195,6 +245,7 @@ struct Producer {
       ++thrown;
     }
     ++steps;
+    if (oneIn(100)) pace.keep();
   }
 };
 
@@ -240,7 +291,10 @@ class Trouble {
  private:
   void start(std::function<void()> act, std::uint64_t milliseconds) {
     _threads.emplace_back([this, act = std::move(act), milliseconds] {
-      for (; !_isOver; std::this_thread::sleep_for(std::chrono::milliseconds(1 + chance() % (2 * milliseconds)))) act();
+      for (; !_isOver; std::this_thread::sleep_for(std::chrono::milliseconds(1 + chance() % (2 * milliseconds)))) {
+        act();
+        pace.keep();
+      }
     });
   }
 
@@ -336,8 +390,6 @@ struct Totals {
   std::uint64_t missing = 0;
 };
 
-using SteadyClock = std::chrono::steady_clock;
-
 void runEpoch(Totals& totals, SteadyClock::time_point end) {
   const tests::TemporaryFolder folder;
   const std::uint64_t memoryFaults = faults.memory;
@@ -404,7 +456,8 @@ void watchSteps() {
 int main(int argc, char** argv) {
   if (argc < 2) return 2;
   const auto end = SteadyClock::now() + std::chrono::seconds(std::atoi(argv[1]));
-  const std::uint64_t seed = argc > 2 ? std::strtoull(argv[2], nullptr, 10) : std::random_device()();
+  pace.set(argc > 2 ? std::atof(argv[2]) : 0, end);
+  const std::uint64_t seed = argc > 3 ? std::strtoull(argv[3], nullptr, 10) : std::random_device()();
   std::printf("seed %llu\n", static_cast<unsigned long long>(seed));
   std::fflush(stdout);
   nextSeed = seed * 2 + 1;

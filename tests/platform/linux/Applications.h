@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <random>
 #include <string>
 #include <utility>
 #include <vector>
@@ -95,10 +96,13 @@ class TestProgram {
   posix::Descriptor _output;
 };
 
+// By chance: the number of a process may be that of one that an earlier test has left.
+inline const std::string numberOfThisRun = std::to_string(std::random_device{}());
+
 class ApplicationTest : public testing::Test {
  protected:
   // Copies are looked for on the whole machine, where other tests run at the same time.
-  static inline const std::string identifier = "com.kelto.test-Application" + std::to_string(::getpid());
+  static inline const std::string identifier = "com.kelto.test-Application" + numberOfThisRun;
 
   // Makes a bundle of this name with the program in it; its path.
   std::string makeBundle(const std::string& name, const std::string& bundleIdentifier = identifier,

@@ -15,6 +15,10 @@ using tests::TestProgram;
 
 const std::string program = "/Contents/Linux/program";
 
+// How a script says that it is ready, and stays. Its child says it: until that is a program of its own, it looks like the
+// script and counts as a copy.
+const std::string stays = "sh -c 'echo ready; exec sleep 100' & wait\n";
+
 // Neither a session bus nor a display.
 class RunningCopies : public ApplicationTest {
  protected:
@@ -39,6 +43,21 @@ class RunningCopies : public ApplicationTest {
   // Runs a line of shell that becomes the program; its bundle is "$0".
   static TestProgram shell(const std::string& line, const std::string& bundle = "") {
     return TestProgram({"/bin/sh", "-c", line, bundle});
+  }
+
+  // A launched program, which is nobody's child, and those that it has started. They end with this object.
+  struct LaunchedPrograms {
+    pid_t group;
+    ~LaunchedPrograms() {
+      if (group > 0) ::kill(-group, SIGKILL);
+    }
+  };
+
+  // Whether the process has become "sleep".
+  static bool isAsleep(pid_t process) {
+    std::string name;
+    std::getline(std::ifstream("/proc/" + std::to_string(process) + "/comm"), name);
+    return name == "sleep";
   }
 
   tests::ScopedEnvironment _bus{"DBUS_SESSION_BUS_ADDRESS", "unix:path=/no/such/bus"};
@@ -108,9 +127,8 @@ TEST_F(RunningCopies, AnInterpreterOfTheBundlesScriptCounts) {
 }
 
 TEST_F(RunningCopies, AnInterpreterCountsWhateverTheFirstLineLooksLikeAndHoweverItCallsItself) {
-  const std::string text = "echo ready\nsleep 100 & wait\n";
-  TestProgram tabbed({makeScript("Tab.app", "#!/usr/bin/env\tsh\n" + text) + program});
-  TestProgram renamed({makeScript("Renamed.app", "#!/bin/sh\necho other > /proc/$$/comm\n" + text) + program});
+  TestProgram tabbed({makeScript("Tab.app", "#!/usr/bin/env\tsh\n" + stays) + program});
+  TestProgram renamed({makeScript("Renamed.app", "#!/bin/sh\necho other > /proc/$$/comm\n" + stays) + program});
   ASSERT_TRUE(tabbed.isReady() && renamed.isReady());
   EXPECT_EQ(running().size(), 2U);
 }
@@ -149,15 +167,11 @@ TEST_F(RunningCopies, ALaunchedProgramCountsWhateverItBecomes) {
   pid_t launched = 0;
   pid_t child = 0;
   std::ifstream(root + "/numbers") >> launched >> child;
-  ASSERT_TRUE(tests::eventually([&] {
-    std::string name;
-    std::getline(std::ifstream("/proc/" + std::to_string(launched) + "/comm"), name);
-    return name == "sleep";
-  }));
+  const LaunchedPrograms both{::getpgid(launched)};
+  ASSERT_TRUE(tests::eventually([&] { return isAsleep(launched) && isAsleep(child); }));
   EXPECT_EQ(running().size(), 1U);
   ::kill(launched, SIGKILL);
   EXPECT_TRUE(tests::eventually([&] { return running().empty(); }));
-  ::kill(child, SIGKILL);
 }
 
 TEST_F(RunningCopies, AProgramThatTheDesktopLaunchedCountsAndItsChildrenDoNot) {
@@ -184,7 +198,7 @@ TEST_F(RunningCopies, TheFileOfTheInstalledProgramCountsByWhateverPathItRuns) {
 }
 
 TEST_F(RunningCopies, TheScriptOfTheInstalledBundleCountsWhateverItsIdentifier) {
-  const std::string bundle = makeScript("App.app", "#!/bin/sh\necho ready\nsleep 100 & wait\n");
+  const std::string bundle = makeScript("App.app", "#!/bin/sh\n" + stays);
   TestProgram script({bundle + program});
   ASSERT_TRUE(script.isReady());
   EXPECT_EQ(platform::Linux::Workspace(bundles, log, direct, bundle).runningApplications("com.kelto.later").size(), 1U);
@@ -206,8 +220,7 @@ TEST_F(RunningCopies, APartOfACopyIsNotSignalled) {
 
 // An interpreter runs any number of programs: one that started the application is not the application.
 TEST_F(RunningCopies, AScriptThatAProgramOfItsInterpreterStartedIsAsked) {
-  const std::string shell = makeScript(
-      "Shell.app", "#!/bin/sh\ntrap 'echo SIGTERM; exit' TERM\necho ready\nwhile :; do sleep 100 & wait; done\n");
+  const std::string shell = makeScript("Shell.app", "#!/bin/sh\ntrap 'echo SIGTERM; exit' TERM\n" + stays);
   const std::string python = makeScript("Python.app",
                                         "#!/usr/bin/python3 -u\nimport signal, sys\n"
                                         "signal.signal(signal.SIGTERM, lambda *_: (print('SIGTERM'), sys.exit()))\n"

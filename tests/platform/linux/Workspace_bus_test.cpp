@@ -11,7 +11,7 @@ using tests::ApplicationTest;
 using tests::TestProgram;
 
 const std::string program = "/Contents/Linux/program";
-const std::string quitAction = "action quit sava{sv} /com/kelto/test_Application" + std::to_string(::getpid());
+const std::string quitAction = "action quit sava{sv} /com/kelto/test_Application" + tests::numberOfThisRun;
 
 class QuitOverTheBus : public ApplicationTest {
  protected:

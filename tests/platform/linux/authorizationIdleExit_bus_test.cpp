@@ -58,6 +58,7 @@ class IdleBroker : public testing::Test {
         0);
     EXPECT_GE(sd_bus_attach_event(client.bus(), loop, SD_EVENT_PRIORITY_NORMAL + 2), 0);
     EXPECT_GE(sd_bus_attach_event(watcher.bus(), loop, SD_EVENT_PRIORITY_NORMAL + 2), 0);
+    EXPECT_GE(sd_bus_set_close_on_exit(client.bus(), 0), 0);
   }
   ~IdleBroker() override {
     idle.reset();
@@ -74,10 +75,14 @@ class IdleBroker : public testing::Test {
     EXPECT_GE(idle->start(), 0);
   }
   [[nodiscard]] bool hasLeft() const { return sd_event_get_state(loop) == SD_EVENT_FINISHED; }
-  // Turns the loop until `condition` holds; false when it never does.
+  // Turns the loop until `condition` holds; false when it never does. The last answers of a broker that has left may still
+  // be on their way.
   bool runUntil(const std::function<bool()>& condition, std::chrono::milliseconds longest = 20s) {
     const auto deadline = Clock::now() + longest;
     while (!condition() && Clock::now() < deadline && !hasLeft()) sd_event_run(loop, 2000);
+    if (hasLeft()) sd_bus_detach_event(client.bus());
+    while (!condition() && Clock::now() < deadline && hasLeft())
+      if (sd_bus_process(client.bus(), nullptr) == 0) sd_bus_wait(client.bus(), 2000);
     return condition();
   }
   // For many idle times the broker stays and never even gives up its name.

@@ -5,10 +5,13 @@
 //   print N     prints N bytes in one go and ends
 //   two N M     prints N bytes, waits for another line, prints M bytes and ends
 //   wait        ends with its input
-//   deaf        never reads, writes or ends by itself (within a minute)
+//   deaf        stays without reading or writing
 //   flood       writes for ever (a minute)
-//   fork        leaves a child behind that holds the stream (for a minute), prints a line and ends
+//   fork        leaves a child behind that holds the stream and stays, prints a line and ends
+//
+// Processes that stay end when the test removes this program, or after a minute.
 #include <dirent.h>
+#include <sys/inotify.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -65,10 +68,21 @@ void flood() {
   while (::write(STDOUT_FILENO, bytes.data(), bytes.size()) > 0) continue;
 }
 
+// Not tied to its stream or its parent: nothing that the broker does may depend on that.
+void stay() {
+  constexpr const char* program = "/proc/self/exe";
+  const int watch = ::inotify_init();
+  ::inotify_add_watch(watch, program, IN_ATTRIB);
+  struct stat file {};
+  for (inotify_event event{}; ::stat(program, &file) == 0 && file.st_nlink > 0;)
+    if (::read(watch, &event, sizeof event) < 0) ::pause();
+}
+
 void leaveChild() {
   if (::fork() == 0) {
     ::alarm(longestLife);
-    while (::pause() != 0) continue;
+    stay();
+    ::_exit(0);
   }
   printBytes(1);
 }
@@ -109,7 +123,7 @@ int main(int count, char** /*arguments*/) {
     std::getline(std::cin, line);
     printBytes(second);
   } else if (command == "deaf") {
-    while (::pause() != 0) continue;
+    stay();
   } else if (command == "flood") {
     flood();
   } else if (command == "fork") {

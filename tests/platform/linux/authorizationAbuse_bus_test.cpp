@@ -245,7 +245,7 @@ INSTANTIATE_TEST_SUITE_P(Ends, CallerThat, testing::Values(End::Dies, End::Stall
                            return end.param == End::Stalls ? "Stalls" : "Disconnects";
                          });
 
-// Tools that do not do what tools do. Those that would stay end by themselves a minute later at most.
+// Tools that do not do what tools do. Those that would stay end when the test removes their program.
 class ToolThat : public AuthorizationAbuse {
  protected:
   posix::Descriptor started(const std::string& behaviour) {

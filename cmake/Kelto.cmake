@@ -100,6 +100,15 @@ function(kelto_test_program name)
   endif()
 endfunction()
 
+# kelto_watch(PROGRAM): ctest runs the program by way of tests/support/process_watch.cpp, which finds processes that it leaves.
+# CMake calls a program that runs another an emulator.
+function(kelto_watch program)
+  if(NOT CMAKE_CROSSCOMPILING)
+    set_target_properties(${program} PROPERTIES CROSSCOMPILING_EMULATOR ${CMAKE_BINARY_DIR}/bin/process_watch)
+    add_dependencies(${program} process_watch)
+  endif()
+endfunction()
+
 # kelto_tests(FOLDER LINK target... [RUNS target...] [MAIN file] [ALONE file...]): the tests of tests/FOLDER and of tests/FOLDER/themes, one
 # program per label, built after the programs that it RUNS. The end of a file's name gives its label: x_test.cpp is "unit",
 # x_gui_test.cpp, x_bus_test.cpp, x_system_test.cpp, x_slow_test.cpp and x_open_test.cpp are "gui", "bus",
@@ -154,6 +163,7 @@ function(kelto_tests folder)
       endif()
       target_compile_definitions(${program} PRIVATE KELTO_BIN_DIR="${CMAKE_BINARY_DIR}/bin"
                                                     KELTO_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
+      kelto_watch(${program})
       gtest_discover_tests(${program} TEST_PREFIX "${folder}/" DISCOVERY_TIMEOUT 60
                            PROPERTIES LABELS ${label} TIMEOUT ${timeout} ENVIRONMENT RC_PARAMS=max_success=500)
     endif()

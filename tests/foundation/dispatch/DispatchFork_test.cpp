@@ -150,6 +150,27 @@ TEST(DispatchFork, AQueueThatIsKeptAtRestIsFreeInTheChildAndAfterwards) {
   queue->sync([] {});
 }
 
+// It may have been in the middle of being put in.
+TEST(DispatchFork, BlocksThatWaitOnAQueueOfTheParentDoNotEndInTheChild) {
+  struct Own {
+    ~Own() {
+      if (::getpid() != process) ::_exit(7);
+    }
+    const pid_t process = ::getpid();
+  };
+  const auto queue = SerialQueue::make("resting");
+  ASSERT_TRUE(queue->tryEnter());
+  queue->async([own = std::make_shared<Own>()] {});
+  EXPECT_EQ(statusOfChild([&] {
+              queue->resetAfterFork();
+              queue->sync([] {});
+              return 0;
+            }),
+            0);
+  queue->leave();
+  queue->sync([] {});
+}
+
 TEST(DispatchFork, AQueueWithABlockIsNotAtRest) {
   Semaphore mayEnd(0);
   const auto queue = SerialQueue::make("busy");

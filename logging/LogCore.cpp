@@ -320,7 +320,7 @@ void LogCore::beginChild() {
   endFork();
 }
 
-// The waiting records and blocks are the parent's. What the blocks hold must not end here, where it cannot log.
+// The waiting records and blocks are the parent's. Objects that the blocks hold must not end here, where they cannot log.
 void LogCore::startOver() {
   _ring.reset();
   std::construct_at(&_blocks);

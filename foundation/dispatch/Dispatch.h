@@ -103,7 +103,7 @@ class KELTO_API SerialQueue final : public Queue, public std::enable_shared_from
   // ends with `leave`.
   bool tryEnter();
   void leave();
-  // In a forked child: free, with nothing waiting. What the parent has left there is never destroyed.
+  // In a forked child: free, with nothing waiting. Nothing that the parent has left there is ever destroyed.
   void resetAfterFork();
 
  private:

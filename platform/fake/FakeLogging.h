@@ -34,7 +34,7 @@ class FakeClock final : public foundation::Clock {
   // How long until the next call; nothing when there is none.
   [[nodiscard]] std::optional<foundation::Seconds> nextCall() const;
 
-  // So many of the next calls are not taken, for want of memory.
+  // The number of calls that are not taken next, for want of memory.
   std::atomic<int> callsWithoutMemory{0};
 
  private:

@@ -7,6 +7,13 @@
 
 #include "foundation/text/Format.h"
 
+namespace {
+
+// A byte less than there is, for the end of a half line.
+constexpr std::size_t roomForLines = LogLines::capacity - 1;
+
+}  // namespace
+
 LogFileWriter::LogFileWriter(std::shared_ptr<LogJournal> journal, platform::SystemLog& systemLog)
     : _journal(std::move(journal)), _systemLog(systemLog), _lines(_journal ? _journal->claimLines() : nullptr) {
   if (_lines != nullptr) return;
@@ -23,14 +30,26 @@ void LogFileWriter::open(std::unique_ptr<platform::LogFile> file, const std::str
   _file = std::move(file);
   _generation = foundation::Fork::generation();
   _fileSize = _verifiedSize = _file->size();
+  const bool isContinued = hasLines() && path == _lines->path && _fileSize == _lines->fileSize;
   _lines->fileSize = _fileSize;
   const std::size_t length = path.size() < LogLines::longestPath ? path.size() : 0;
   path.copy(_lines->path, length);
   _lines->path[length] = '\0';
-  // A process that was killed while it wrote may have left half a line.
-  const bool isTorn = _fileSize > 0 && _file->contentsFrom(_fileSize - 1) != "\n";
-  if (isTorn && _lines->length() == 0) put("\n", "");
+  if (!isContinued && _fileSize > 0 && _file->contentsFrom(_fileSize - 1) != "\n") endHalfLine();
   if (!_salvaged.empty()) writeThrough(std::exchange(_salvaged, {}));
+}
+
+// A process that was killed while it wrote may have left half a line. On a full disk the line feed waits before the lines.
+void LogFileWriter::endHalfLine() {
+  int error = 0;
+  const std::size_t written = _file->append("\n", error);
+  _fileSize += written;
+  _lines->fileSize = _fileSize;
+  const std::size_t length = _lines->length();
+  if (written > 0 || (length > 0 && _lines->bytes[0] == '\n')) return;
+  std::memmove(_lines->bytes + 1, _lines->bytes, length);
+  _lines->bytes[0] = '\n';
+  _lines->setState(length + 1, _lines->nextTicket());
 }
 
 std::unique_ptr<platform::LogFile> LogFileWriter::close() {
@@ -42,8 +61,8 @@ void LogFileWriter::append(std::string_view text) {
   if (!_file) return;
   const std::string_view end = text.ends_with('\n') ? "" : "\n";
   const std::size_t length = text.size() + end.size();
-  if (_lines->length() + length > LogLines::capacity) write();
-  if (_lines->length() + length <= LogLines::capacity)
+  if (_lines->length() + length > roomForLines) write();
+  if (_lines->length() + length <= roomForLines)
     put(text, end);
   else if (_lines->length() == 0)
     writeThrough(std::string(text).append(end));
@@ -69,7 +88,7 @@ bool LogFileWriter::writeAtOnce(std::string_view text) {
   const std::string_view rest = std::string_view(line).substr(written);
   if (!rest.empty() || _isInTrouble) report(error);
   if (written == 0) return false;
-  const bool fits = rest.size() <= LogLines::capacity;
+  const bool fits = rest.size() <= roomForLines;
   put(fits ? rest : "\n", "");
   return fits;
 }

@@ -55,6 +55,7 @@ class LogFileWriter {
 
  private:
   [[nodiscard]] bool isOwnFile() const { return _file && _generation == foundation::Fork::generation(); }
+  void endHalfLine();
   void put(std::string_view text, std::string_view end);
   void writeThrough(std::string_view text);
   void report(int error);

@@ -1,5 +1,8 @@
 #pragma once
 // Real files, for tests that interfere with some of what is done to them.
+#include <cerrno>
+#include <cstdint>
+
 #include "platform/linux/LogStorage.h"
 
 namespace tests {
@@ -46,6 +49,27 @@ class ForwardingStorage : public platform::LogStorage {
 
  private:
   platform::Linux::LogStorage _real;
+};
+
+// A disk with room for so many bytes.
+struct SmallDisk final : ForwardingStorage {
+  struct File final : ForwardingFile {
+    File(std::unique_ptr<platform::LogFile> file, std::size_t& space) : ForwardingFile(std::move(file)), room(space) {}
+    std::size_t append(std::string_view bytes, int& error) override {
+      const std::size_t count = std::min(room, bytes.size());
+      if (count > 0) ForwardingFile::append(bytes.substr(0, count), error);
+      if (count < bytes.size()) error = ENOSPC;
+      room -= count;
+      return count;
+    }
+    std::size_t& room;
+  };
+  std::unique_ptr<platform::LogFile> openFile(const std::string& path) override {
+    auto file = ForwardingStorage::openFile(path);
+    return file ? std::make_unique<File>(std::move(file), room) : nullptr;
+  }
+
+  std::size_t room = SIZE_MAX;
 };
 
 }  // namespace tests

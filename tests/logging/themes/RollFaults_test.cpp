@@ -173,6 +173,20 @@ TEST_F(RollFaults, AFileThatSomebodyEmptiesIsWrittenOnFromItsNewEnd) {
   EXPECT_EQ(tests::readFile(path).find('\0'), std::string::npos);
 }
 
+TEST_F(RollFaults, LinesThatWaitAreNotGluedToTheHalfLineOfAnotherProcess) {
+  SmallDisk disk;
+  RealLog log(uniqueName(), logs, &disk);
+  RealLog::log(false, "one");
+  disk.room = 0;
+  RealLog::log(false, "two");
+  fs::remove(log.manager->sortedLogFilePaths().at(0));
+  const std::string torn = logs + "/log-ABCDEF.txt";
+  tests::writeFile(torn, "half a li");
+  disk.room = SIZE_MAX;
+  DDLog::flushLog();
+  EXPECT_THAT(tests::readFile(torn), testing::MatchesRegex("half a li\n[^\n]*  one\n[^\n]*  two\n"));
+}
+
 TEST_F(RollFaults, EachFaultIsFollowedByTheNextRecordOnFile) {
   RealLog log(uniqueName(), logs);
   int number = 0;

@@ -224,12 +224,16 @@ class Guest final : public DDAbstractLogger {
   }
 };
 
-// One statement: "=THREAD:NUMBER=" and something to make it longer.
+// A text that begins and ends with its name: where two processes share a file on a full disk, the halves of two lines may
+// make one, and that must not look like a third.
+std::string named(const std::string& name, const std::string& between = "") { return "=" + name + "=" + between + name; }
+
+// One statement, "THREAD:NUMBER" by name, and something to make it longer.
 std::string textOf(int thread, int number) {
-  std::string text = "=" + std::to_string(thread) + ":" + std::to_string(number) + "=";
-  if (oneIn(200)) text.append(chance() % 20000, 'x');
-  if (oneIn(5000)) text.append(300000, 'y');
-  return text;
+  std::string between;
+  if (oneIn(200)) between.append(chance() % 20000, 'x');
+  if (oneIn(5000)) between.append(300000, 'y');
+  return named(std::to_string(thread) + ":" + std::to_string(number), between);
 }
 
 struct Producer {
@@ -254,7 +258,7 @@ void forkOnce() {
   const pid_t child = ::fork();
   if (child == 0) {
     ::alarm(secondsUntilStuck);
-    for (int i = 0; i < 3; ++i) RealLog::log(i < 2, "=child:" + std::to_string(i) + ":" + std::to_string(::getpid()) + "=");
+    for (int i = 0; i < 3; ++i) RealLog::log(i < 2, named("child:" + std::to_string(i) + ":" + std::to_string(::getpid())));
     DDLog::flushLog();
     ::_exit(0);
   }
@@ -355,13 +359,16 @@ class Findings {
   bool isKnown(const std::string& line) {
     constexpr std::size_t stamp = std::string_view("yyyy/MM/dd HH:mm:ss:SSS  ").size();
     if (line.size() <= stamp || line[4] != '/' || line[stamp] != '=' || std::ranges::count(line, '=') != 2) return false;
-    if (line.compare(stamp, 7, "=child:") == 0) {
-      if (!_children.insert(line.substr(stamp)).second) fail("twice: " + line);
+    const std::size_t end = line.find('=', stamp + 1);
+    const std::string name = line.substr(stamp + 1, end - stamp - 1);
+    if (!std::string_view(line).substr(end + 1).ends_with(name)) return false;
+    if (name.starts_with("child:")) {
+      if (!_children.insert(name).second) fail("twice: " + line);
       return true;
     }
     int thread = 0;
     int number = 0;
-    if (std::sscanf(line.c_str() + stamp, "=%d:%d=", &thread, &number) != 2) return false;
+    if (std::sscanf(name.c_str(), "%d:%d", &thread, &number) != 2) return false;
     if (!_numbers[thread].insert(number).second) fail("twice: " + line.substr(0, 100));
     if (_last.contains(thread) && _last[thread] > number) fail("out of order: " + line.substr(0, 100));
     _last[thread] = number;

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "foundation/text/Format.h"
+#include "logging/LogAttempt.h"
 
 using foundation::Seconds;
 using Outcome = platform::LogTable::Outcome;
@@ -101,7 +102,7 @@ void LogTableFeed::work(bool atOnce) {
   std::string cause;
   if (!storeAll(cause)) return tryLater(cause);
   _isInTrouble = false;
-  removeOld();
+  logging::attempt([this] { removeOld(); });
 }
 
 bool LogTableFeed::storeAll(std::string& cause) {
@@ -165,7 +166,18 @@ void LogTableFeed::removeOld() {
   if (date && !_table->removeBefore(*date, cause)) _systemLog.log(_name + ": old records could not be removed: " + cause);
 }
 
+// Without memory for a timer the next rows try again.
 void LogTableFeed::tryLater(const std::string& cause) {
+  logging::attempt([&] { setTimer(cause); });
+  _delay = std::min(_delay * 2, longestDelay);
+  {
+    const std::lock_guard lock(_mutex);
+    _failedAttempt = _attempts;
+  }
+  _hasChanged.notify_all();
+}
+
+void LogTableFeed::setTimer(const std::string& cause) {
   if (!std::exchange(_isInTrouble, true)) _systemLog.log(_name + ": records wait for the server: " + cause);
   if (!_timer)
     _timer = foundation::Dispatch::TimerSource::make(_queue, [weak = weak_from_this()] {
@@ -176,12 +188,6 @@ void LogTableFeed::tryLater(const std::string& cause) {
   _timer->set(foundation::Clock::current().uptime() + delay, Seconds(0));
   _timer->resume();
   _isWaiting = true;
-  _delay = std::min(_delay * 2, longestDelay);
-  {
-    const std::lock_guard lock(_mutex);
-    _failedAttempt = _attempts;
-  }
-  _hasChanged.notify_all();
 }
 
 void LogTableFeed::dropAll() {

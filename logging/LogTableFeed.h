@@ -50,6 +50,7 @@ class LogTableFeed : public std::enable_shared_from_this<LogTableFeed> {
   void divideBatch(const std::string& cause);
   void removeOld();
   void tryLater(const std::string& cause);
+  void setTimer(const std::string& cause);
   void dropAll();
   void reportDropped();
   void waitUntilStored(foundation::Seconds patience, bool endsAtFailure);

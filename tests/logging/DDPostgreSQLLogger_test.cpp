@@ -137,6 +137,18 @@ TEST_F(PostgreSQLLogger, TriesLessOftenTheLongerTheServerIsAway) {
   database.isUnreachable = false;
 }
 
+TEST_F(PostgreSQLLogger, TriesAgainWithTheNextRecordsWhenThereWasNoMemoryForATimer) {
+  database.isUnreachable = true;
+  logger->setSaveThreshold(10);
+  fake.clock.callsWithoutMemory = 1000;
+  log(10);
+  DDLog::flushLog();
+  database.isUnreachable = false;
+  log(10);
+  EXPECT_TRUE(tests::eventually([&] { return database.rows().size() == 20; }));
+  fake.clock.callsWithoutMemory = 0;
+}
+
 TEST_F(PostgreSQLLogger, LetsNobodyWaitForASilentServer) {
   database.isSilent = true;
   logger->setSaveThreshold(10);

@@ -237,7 +237,7 @@ TEST(Processes, OneThatIsKilledAfterItHasWrittenAnothersRecordDoublesThatOneAtMo
   for (int writes = 1; writes <= recordsLeft; ++writes) {
     auto messages = messagesAfterKills(writes, true);
     EXPECT_LE(messages.size(), recordsLeft + 1) << "killed at write " << writes;
-    messages.erase(std::ranges::unique(messages).begin(), messages.end());
+    messages.erase(std::unique(messages.begin(), messages.end()), messages.end());
     ASSERT_EQ(messages.size(), recordsLeft) << "killed at write " << writes;
     for (int i = 0; i < recordsLeft; ++i) EXPECT_EQ(messages[i], std::to_string(i)) << "killed at write " << writes;
   }
